@@ -1,0 +1,25 @@
+# What all our own targets are compiled with. Linked privately, so that none of it reaches a
+# project that uses the library.
+add_library(orvel_options INTERFACE)
+target_compile_features(orvel_options INTERFACE cxx_std_20)
+target_compile_options(orvel_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align -Wconversion
+    -Wdouble-promotion -Wformat=2
+    $<$<BOOL:${ORVEL_WARNINGS_AS_ERRORS}>:-Werror>
+    # Log lines name files relative to the source tree, and no build path ends up in a binary.
+    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+target_include_directories(orvel_options INTERFACE "${PROJECT_SOURCE_DIR}")
+if(ORVEL_SANITIZE)
+    target_compile_options(orvel_options INTERFACE
+        -fsanitize=${ORVEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(orvel_options INTERFACE -fsanitize=${ORVEL_SANITIZE})
+endif()
+
+find_program(ORVEL_CCACHE ccache)
+if(ORVEL_CCACHE AND PROJECT_IS_TOP_LEVEL AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${ORVEL_CCACHE}")
+endif()
+
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
+endif()
