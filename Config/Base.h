@@ -1,0 +1,16 @@
+#pragma once
+
+#include <orvel_export.h>
+
+namespace Config {
+
+/// Conversions of parameter texts, shared by everything that reads parameters.
+/// Immutable: static functions only, any thread.
+class ORVEL_EXPORT Base {
+public:
+    /// Reads a yes/no text: "true", "yes", "on", "1" and "false", "no", "off", "0", in any case.
+    /// Any other text, a null pointer included, gives `defaultValue`.
+    [[nodiscard]] static bool string2Value(const char* text, bool defaultValue) noexcept;
+};
+
+} // namespace Config
