@@ -1,0 +1,25 @@
+#include <Orvel/BackendFactory.h>
+#include <Orvel/BackendType.h>
+#include <Orvel/detail/LogLine.h>
+
+namespace Orvel {
+
+BackendType::BackendType(const std::string& name, CreateFunction createFunction)
+    : name_(name), createFunction_(createFunction) {
+    BackendFactory::addBackendType(this);
+}
+
+// NOLINTNEXTLINE(bugprone-copy-constructor-init): a copy is empty on purpose
+BackendType::BackendType(const BackendType& /*other*/) {
+    ORVEL_LOG(Fatal, "In BackendType copy constructor\n");
+}
+
+BackendType::~BackendType() {
+    BackendFactory::removeBackendType(this);
+}
+
+Backend* BackendType::createBackend(World& world, const char* params) const {
+    return createFunction_ == nullptr ? nullptr : createFunction_(world, params);
+}
+
+} // namespace Orvel

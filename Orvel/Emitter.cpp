@@ -1,0 +1,73 @@
+#include <Orvel/Emitter.h>
+#include <Orvel/Source.h>
+#include <Orvel/World.h>
+#include <Orvel/detail/SameTransform.h>
+
+namespace Orvel {
+
+Emitter::Emitter(World& world, int id, const std::vector<std::string>& labels)
+    : WorldPart(world, id), labels_(labels) {
+    world.enter(*this);
+}
+
+Emitter::~Emitter() {
+    setSource(nullptr);
+    world().destroyEmitter(*this);
+    world().leave(*this);
+}
+
+void Emitter::setState(State state) {
+    if (!changeState(state)) {
+        return;
+    }
+    world().setEmitterState(*this);
+    if (source_ != nullptr) {
+        source_->setState(state);
+    }
+}
+
+void Emitter::setTransform(const Vec3f* position, const Quaternion* rotation) {
+    bool changed = false;
+    if (position != nullptr && !detail::same(*position, position_)) {
+        position_ = *position;
+        changed = true;
+    }
+    if (rotation != nullptr && !detail::same(*rotation, rotation_)) {
+        rotation_ = *rotation;
+        changed = true;
+    }
+    if (changed) {
+        world().setEmitterTransform(*this);
+    }
+}
+
+void Emitter::setHull(float maxBack, float maxFront, float minBack, float minFront) {
+    maxBack_ = maxBack;
+    maxFront_ = maxFront;
+    minBack_ = minBack;
+    minFront_ = minFront;
+    world().setEmitterHull(*this);
+}
+
+void Emitter::setParam(bool paramFlag, float paramValue, float gain) {
+    paramFlag_ = paramFlag;
+    paramValue_ = paramValue;
+    gain_ = gain;
+    world().setEmitterParam(*this);
+}
+
+void Emitter::setSource(Source* source) {
+    if (source == source_) {
+        return;
+    }
+    if (source_ != nullptr) {
+        source_->connectedEmitters_.erase(id());
+    }
+    source_ = source;
+    if (source != nullptr) {
+        source->connectedEmitters_[id()] = this;
+    }
+    world().setEmitterConnection(*this);
+}
+
+} // namespace Orvel

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <Orvel/Quaternion.h>
+#include <Orvel/Vec3f.h>
+#include <Orvel/WorldPart.h>
+
+#include <string>
+#include <vector>
+
+#include <orvel_export.h>
+
+namespace Orvel {
+
+class Source;
+
+/// A placed sound: where it stands, how far it reaches, how loud it is, and the source it plays.
+/// Made by `World::createEmitter`. No setter checks the range of its values.
+///
+/// Confined to one thread at a time, together with its world. Destroying it first disconnects it
+/// from its source, then tells the back ends.
+class ORVEL_EXPORT Emitter : public WorldPart {
+public:
+    /// Enters the world's map, in place of any emitter with that id, and tells no back end; hosts
+    /// call World::createEmitter instead.
+    Emitter(World& world, int id, const std::vector<std::string>& labels);
+    Emitter(const Emitter&) = delete;
+    Emitter& operator=(const Emitter&) = delete;
+    ~Emitter() override;
+
+    /// Also sets the state of the connected source, and through it of the source's other emitters.
+    void setState(State state) override;
+
+    /// Moves and turns the emitter; a null pointer leaves that half as it is. Values within 1e-6 of
+    /// the stored ones in every component count as equal; if nothing changes, nobody is told.
+    void setTransform(const Vec3f* position, const Quaternion* rotation);
+
+    /// Extents in scene units: the outer ones, where attenuation ends, and the inner ones, where it
+    /// begins, behind and in front. Always tells the back ends.
+    void setHull(float maxBack, float maxFront, float minBack, float minFront);
+
+    /// `paramFlag` places the sound in space (false: it is heard unplaced, at the listener);
+    /// `paramValue` is the host's own, carried along; `gain` is linear, 1 as recorded. Always tells
+    /// the back ends.
+    void setParam(bool paramFlag, float paramValue, float gain);
+
+    /// Connects to a source of the same world, or disconnects (null). Neither part's state changes;
+    /// rendering stops until the next change of state.
+    void setSource(Source* source);
+
+    [[nodiscard]] const Vec3f& position() const noexcept { return position_; }
+    [[nodiscard]] const Quaternion& rotation() const noexcept { return rotation_; }
+    [[nodiscard]] float maxBack() const noexcept { return maxBack_; }
+    [[nodiscard]] float maxFront() const noexcept { return maxFront_; }
+    [[nodiscard]] float minBack() const noexcept { return minBack_; }
+    [[nodiscard]] float minFront() const noexcept { return minFront_; }
+    [[nodiscard]] float gain() const noexcept { return gain_; }
+    [[nodiscard]] float paramValue() const noexcept { return paramValue_; }
+    [[nodiscard]] bool paramFlag() const noexcept { return paramFlag_; }
+    /// The connected source, not owned; null when there is none.
+    [[nodiscard]] Source* source() const noexcept { return source_; }
+    [[nodiscard]] const std::vector<std::string>& labels() const noexcept { return labels_; }
+
+private:
+    Vec3f position_;
+    Quaternion rotation_;
+    float maxBack_ = 10.0F;
+    float maxFront_ = 10.0F;
+    float minBack_ = 0.0F;
+    float minFront_ = 0.0F;
+    float gain_ = 1.0F;
+    float paramValue_ = 0.0F;
+    bool paramFlag_ = true;
+    Source* source_ = nullptr;
+    std::vector<std::string> labels_;
+};
+
+} // namespace Orvel

@@ -1,0 +1,502 @@
+#include <Corvid/URL.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/OALBackend.h>
+#include <Orvel/Source.h>
+#include <Orvel/World.h>
+#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/OALDevice.h>
+
+#include <AL/al.h>
+#include <AL/alc.h>
+#include <AL/alut.h>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+
+namespace Orvel {
+
+namespace {
+
+/// The layouts of PCM samples that AL takes.
+struct SampleLayout {
+    unsigned bitsPerSample;
+    unsigned channels;
+    ALenum format;
+    unsigned bytesPerFrame;
+};
+constexpr std::array<SampleLayout, 4> kSampleLayouts{
+    {{8, 1, AL_FORMAT_MONO8, 1},
+     {16, 1, AL_FORMAT_MONO16, 2},
+     {8, 2, AL_FORMAT_STEREO8, 2},
+     {16, 2, AL_FORMAT_STEREO16, 4}}};
+
+const SampleLayout* layoutOf(ALenum format) {
+    for (const SampleLayout& layout : kSampleLayouts) {
+        if (layout.format == format) {
+            return &layout;
+        }
+    }
+    return nullptr;
+}
+
+const SampleLayout* layoutOf(unsigned bitsPerSample, unsigned channels) {
+    for (const SampleLayout& layout : kSampleLayouts) {
+        if (layout.bitsPerSample == bitsPerSample && layout.channels == channels) {
+            return &layout;
+        }
+    }
+    return nullptr;
+}
+
+// The texts for "invalid enum" and "invalid value" are each other's by meaning; who greps logs of
+// many years relies on this pairing, so it stays.
+std::string errorText(ALenum error) {
+    switch (error) {
+    case AL_INVALID_NAME:
+        return "Invalid Name parameter passed to AL call";
+    case AL_INVALID_ENUM:
+        return "Invalid parameter passed to AL call";
+    case AL_INVALID_VALUE:
+        return "Invalid enum parameter value";
+    case AL_INVALID_OPERATION:
+        return "Illegal call";
+    case AL_OUT_OF_MEMORY:
+        return "Out of memory";
+    default: {
+        std::array<char, 16> text{};
+        std::snprintf(text.data(), text.size(), "0x%x", static_cast<unsigned>(error));
+        return text.data();
+    }
+    }
+}
+
+struct FreeMemory {
+    void operator()(void* memory) const noexcept { std::free(memory); }
+};
+
+/// A sound file as ALUT has read it; without samples when it could not.
+struct LoadedSound {
+    std::unique_ptr<void, FreeMemory> samples;
+    ALenum format = 0;
+    ALsizei size = 0;
+    ALfloat frequency = 0.0F;
+    ALenum error = ALUT_ERROR_NO_ERROR;
+};
+
+LoadedSound tryToLoad(const std::string& fileName) {
+    // ALUT keeps the first error until somebody asks; one that was left behind would stand in for
+    // the reason of this load's failure.
+    alutGetError();
+    LoadedSound sound;
+    sound.samples.reset(
+        alutLoadMemoryFromFile(fileName.c_str(), &sound.format, &sound.size, &sound.frequency));
+    if (sound.samples == nullptr) {
+        sound.error = alutGetError();
+    }
+    return sound;
+}
+
+LoadedSound load(const std::string& fileName) {
+    LoadedSound sound = tryToLoad(fileName);
+    // ALUT counts no users: the exit of another back end has ended it for this one too.
+    if (sound.error == ALUT_ERROR_INVALID_OPERATION && alutInitWithoutContext(nullptr, nullptr)) {
+        sound = tryToLoad(fileName);
+    }
+    return sound;
+}
+
+bool isSpatialized(World& world, const Emitter& emitter) {
+    return world.spatialize() && emitter.paramFlag();
+}
+
+} // namespace
+
+/// AL objects made in the back end's context and not yet deleted.
+struct OALBackend::Objects {
+    using Names = std::map<int, ALuint>;
+
+    Names emitterSources; // emitter id to AL source
+    Names sourceBuffers;  // source id to AL buffer
+
+    /// The AL object of a part, or null.
+    static const ALuint* find(const Names& names, int id) {
+        const auto found = names.find(id);
+        return found == names.end() ? nullptr : &found->second;
+    }
+    [[nodiscard]] const ALuint* sourceOf(const Emitter& emitter) const {
+        return find(emitterSources, emitter.id());
+    }
+};
+
+OALBackend::OALBackend(World& world, const char* params)
+    : OALBackend(world, params, std::make_unique<detail::OALDevice>()) {}
+
+OALBackend::OALBackend(World& world, const char* params, std::unique_ptr<detail::OALDevice> device)
+    : Backend(world, params), device_(std::move(device)), objects_(std::make_unique<Objects>()) {
+    detail::OALDevice& d = *device_;
+    d.device = d.open(*this->params());
+    if (d.device == nullptr) {
+        ORVEL_LOG(Fatal, "Open OpenAL device failed\n");
+    } else {
+        d.context = alcCreateContext(d.device, d.attributes());
+        if (d.context == nullptr) {
+            ORVEL_LOG(Fatal, "Cannot create OpenAL context\n");
+            alcCloseDevice(d.device);
+            d.device = nullptr;
+        } else {
+            alcMakeContextCurrent(d.context);
+            ORVEL_LOG(Notice, "OpenAL device & context open: ok\n");
+        }
+    }
+    alutInitWithoutContext(nullptr, nullptr);
+}
+
+OALBackend::~OALBackend() {
+    OALBackend::resetBackend();
+    if (device_->context != nullptr) {
+        alcDestroyContext(device_->context);
+    }
+    if (device_->device != nullptr) {
+        alcCloseDevice(device_->device);
+    }
+    alutExit();
+}
+
+bool OALBackend::working() const noexcept {
+    return device_->context != nullptr;
+}
+
+bool OALBackend::selectContext() const {
+    ALCcontext* const context = device_->context;
+    if (context == nullptr) {
+        return false;
+    }
+    // Names of AL objects repeat from context to context: with another back end's context current,
+    // a call would change that one's objects, without an error.
+    if (alcGetCurrentContext() != context) {
+        alcMakeContextCurrent(context);
+    }
+    return true;
+}
+
+bool OALBackend::checkALError(const char* message) const {
+    if (!selectContext()) {
+        return true;
+    }
+    const ALenum error = alGetError();
+    if (error == AL_NO_ERROR) {
+        return false;
+    }
+    if (message != nullptr) {
+        ORVEL_LOG(Fatal, "%s", message);
+    }
+    ORVEL_LOG(Fatal, "OpenAL state machine error: %s\n", errorText(error).c_str());
+    return true;
+}
+
+void OALBackend::resetBackend() {
+    if (!selectContext()) {
+        return;
+    }
+    for (const auto& [id, source] : objects_->emitterSources) {
+        alSourceStop(source);
+        alDeleteSources(1, &source);
+    }
+    objects_->emitterSources.clear();
+    for (const auto& [id, buffer] : objects_->sourceBuffers) {
+        alDeleteBuffers(1, &buffer);
+    }
+    objects_->sourceBuffers.clear();
+    checkALError("Cannot reset backend\n");
+}
+
+void OALBackend::setEnabled() {
+    if (!selectContext()) {
+        return;
+    }
+    alListenerf(AL_GAIN, world().enabled() ? 1.0F : 0.0F);
+    checkALError("Cannot set listener gain\n");
+}
+
+void OALBackend::setListenerTransform() {
+    if (!selectContext()) {
+        return;
+    }
+    // A moved listener hears again, until the next setEnabled() mutes it.
+    alListenerf(AL_GAIN, 1.0F);
+    const Vec3f& position = world().listenerPosition();
+    alListenerfv(AL_POSITION, std::array{position.x, position.y, position.z}.data());
+    const Quaternion& rotation = world().listenerRotation();
+    const Vec3f at = rotation.rotate({0.0F, 0.0F, -1.0F});
+    const Vec3f up = rotation.rotate({0.0F, 1.0F, 0.0F});
+    alListenerfv(AL_ORIENTATION, std::array{at.x, at.y, at.z, up.x, up.y, up.z}.data());
+    alListenerfv(AL_VELOCITY, std::array{0.0F, 0.0F, 0.0F}.data());
+    checkALError("Cannot set listener transformation\n");
+}
+
+void OALBackend::createSource(Source& source) {
+    if (!selectContext() || objects_->sourceBuffers.contains(source.id())) {
+        return;
+    }
+    ALuint buffer = 0;
+    alGenBuffers(1, &buffer);
+    if (!checkALError("Cannot create source\n")) {
+        objects_->sourceBuffers[source.id()] = buffer;
+    }
+}
+
+void OALBackend::destroySource(Source& source) {
+    if (!selectContext()) {
+        return;
+    }
+    const auto found = objects_->sourceBuffers.find(source.id());
+    if (found == objects_->sourceBuffers.end()) {
+        return;
+    }
+    alDeleteBuffers(1, &found->second);
+    objects_->sourceBuffers.erase(found);
+    checkALError("Cannot destroy source\n");
+}
+
+void OALBackend::setSourceData(Source& source) {
+    if (!selectContext()) {
+        return;
+    }
+    const ALuint* buffer = Objects::find(objects_->sourceBuffers, source.id());
+    if (buffer == nullptr) {
+        return;
+    }
+    if (source.dataKind() == Source::URL_SD) {
+        setDataFromURL(source, *buffer);
+    } else if (source.dataKind() == Source::PCM_SD) {
+        setDataFromPCM(source, *buffer);
+    }
+}
+
+void OALBackend::setDataFromURL(Source& source, unsigned int buffer) {
+    if (source.url() == nullptr) {
+        ORVEL_LOG(Fatal, "source.url() not set in Source::URL_SD set\n");
+        return;
+    }
+    const std::string url = source.url()->text();
+    ORVEL_LOG(Log, "loading: >%s<\n", url.c_str());
+    std::unique_ptr<Corvid::URLImpl::File> file;
+    try {
+        file = source.url()->fetch();
+    } catch (const std::exception& fault) {
+        ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
+        ORVEL_LOG(Notice, "%s\n", fault.what());
+        return;
+    } catch (...) {
+        ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
+        return;
+    }
+    // ALUT refuses to load while an AL error is pending, and swallows it; so it is reported first.
+    checkALError(nullptr);
+    const LoadedSound sound = load(file->name());
+    if (sound.samples == nullptr) {
+        std::cerr << "AOLError: " << alutGetErrorString(sound.error) << std::endl;
+    }
+    if (checkALError("wav file load error\n")) {
+        return;
+    }
+    const SampleLayout* layout = layoutOf(sound.format);
+    if (layout == nullptr) {
+        ORVEL_LOG(Fatal, "Unkown sound format: %d\n", sound.format);
+        return;
+    }
+    const auto sampleRate = static_cast<ALsizei>(sound.frequency);
+    ORVEL_LOG(
+        Notice, "Set alBufferData from URL data: %d, %d, %d\n", sound.format, sampleRate,
+        sound.size);
+    alBufferData(buffer, sound.format, sound.samples.get(), sound.size, sampleRate);
+    const double seconds = static_cast<double>(sound.size) / sampleRate / layout->bytesPerFrame;
+    setSourceDuration(source, static_cast<float>(seconds));
+}
+
+void OALBackend::setDataFromPCM(Source& source, unsigned int buffer) {
+    const unsigned sampleRate = source.sampleRate();
+    const unsigned bits = source.bitsPerSample();
+    const unsigned channels = source.channels();
+    ORVEL_LOG(
+        Notice, "Set alBufferData from PCM data: %d, %d, %d\n", static_cast<int>(sampleRate),
+        static_cast<int>(bits), static_cast<int>(channels));
+    if (sampleRate == 0 || bits == 0 || channels == 0 || source.data().empty()) {
+        return;
+    }
+    const SampleLayout* layout = layoutOf(bits, channels);
+    if (layout == nullptr) {
+        ORVEL_LOG(
+            Fatal, "Invalid source bits/channels: %d/%d\n", static_cast<int>(bits),
+            static_cast<int>(channels));
+        return;
+    }
+    alBufferData(
+        buffer, layout->format, source.data().data(), static_cast<ALsizei>(source.data().size()),
+        static_cast<ALsizei>(sampleRate));
+    if (checkALError("alBufferData() call failed\n")) {
+        return;
+    }
+    const double seconds =
+        static_cast<double>(source.data().size()) / sampleRate / layout->bytesPerFrame;
+    setSourceDuration(source, static_cast<float>(seconds));
+}
+
+void OALBackend::setSourceParam(Source& source) {
+    if (!selectContext()) {
+        return;
+    }
+    for (const auto& [id, emitter] : source.connectedEmitters()) {
+        const ALuint* name = emitter == nullptr ? nullptr : objects_->sourceOf(*emitter);
+        if (name != nullptr) {
+            alSourcef(*name, AL_PITCH, source.pitch());
+            alSourcei(*name, AL_LOOPING, source.loop() ? AL_TRUE : AL_FALSE);
+            checkALError("Cannot set source parameters\n");
+        }
+    }
+}
+
+// Emitters are what plays here.
+void OALBackend::setSourceState(Source& /*source*/) {}
+
+void OALBackend::createEmitter(Emitter& emitter) {
+    if (!selectContext() || !hasSameLabel(emitter) || objects_->sourceOf(emitter) != nullptr) {
+        return;
+    }
+    ALuint name = 0;
+    alGenSources(1, &name);
+    if (!checkALError("Cannot create emitter\n")) {
+        objects_->emitterSources[emitter.id()] = name;
+    }
+}
+
+void OALBackend::destroyEmitter(Emitter& emitter) {
+    if (!selectContext()) {
+        return;
+    }
+    const auto found = objects_->emitterSources.find(emitter.id());
+    if (found == objects_->emitterSources.end()) {
+        return;
+    }
+    alSourceStop(found->second);
+    alDeleteSources(1, &found->second);
+    objects_->emitterSources.erase(found);
+    checkALError("Cannot destroy emitter\n");
+}
+
+const unsigned int* OALBackend::select(const Emitter& emitter) const {
+    return selectContext() ? objects_->sourceOf(emitter) : nullptr;
+}
+
+void OALBackend::setEmitterTransform(Emitter& emitter) {
+    const ALuint* name = select(emitter);
+    if (name == nullptr) {
+        return;
+    }
+    const bool spatialized = isSpatialized(world(), emitter);
+    // Unplaced, the sound sits on the listener and is heard from everywhere.
+    const Vec3f position = spatialized ? emitter.position() : Vec3f{};
+    alSourcefv(*name, AL_POSITION, std::array{position.x, position.y, position.z}.data());
+    alSourcei(*name, AL_SOURCE_RELATIVE, spatialized ? AL_FALSE : AL_TRUE);
+    checkALError("Cannot set emitter transformation\n");
+}
+
+void OALBackend::setEmitterHull(Emitter& emitter) {
+    const ALuint* name = select(emitter);
+    if (name == nullptr) {
+        return;
+    }
+    float reference = 1.0F;
+    float maximum = 2.0F;
+    float rolloff = 0.0F;
+    if (isSpatialized(world(), emitter)) {
+        // AL knows one distance in all directions, so front and back are averaged. A reference at
+        // or beyond the maximum would switch attenuation off.
+        constexpr float kSmallest = 0.001F;
+        reference = (emitter.minBack() + emitter.minFront()) * 0.5F;
+        reference = reference > 0.0F ? reference : kSmallest;
+        maximum = (emitter.maxBack() + emitter.maxFront()) * 0.5F;
+        maximum = maximum > 0.0F ? maximum : kSmallest;
+        reference = reference < maximum ? reference : 0.999F * maximum;
+        rolloff = 1.0F;
+    }
+    alSourcefv(*name, AL_DIRECTION, std::array{1.0F, 0.0F, 0.0F}.data());
+    alSourcef(*name, AL_CONE_INNER_ANGLE, 360.0F);
+    alSourcef(*name, AL_CONE_OUTER_ANGLE, 360.0F);
+    alSourcef(*name, AL_REFERENCE_DISTANCE, reference);
+    alSourcef(*name, AL_MAX_DISTANCE, maximum);
+    alSourcef(*name, AL_ROLLOFF_FACTOR, rolloff);
+    checkALError("Cannot set emitter hull\n");
+}
+
+void OALBackend::setEmitterParam(Emitter& emitter) {
+    const ALuint* name = select(emitter);
+    if (name == nullptr) {
+        return;
+    }
+    alSourcef(*name, AL_GAIN, emitter.gain());
+    checkALError("Cannot set emitter parameters\n");
+}
+
+void OALBackend::setEmitterConnection(Emitter& emitter) {
+    const ALuint* name = select(emitter);
+    if (name == nullptr) {
+        return;
+    }
+    // AL takes no buffer while a source plays.
+    alSourceStop(*name);
+    const Source* source = emitter.source();
+    if (source == nullptr) {
+        alSourcei(*name, AL_BUFFER, 0);
+        checkALError("Cannot disconnect emitter and source\n");
+        return;
+    }
+    const ALuint* buffer = Objects::find(objects_->sourceBuffers, source->id());
+    if (buffer == nullptr) {
+        alSourcei(*name, AL_BUFFER, 0);
+    } else {
+        alSourcei(*name, AL_BUFFER, static_cast<ALint>(*buffer));
+        alSourcef(*name, AL_PITCH, source->pitch());
+        alSourcei(*name, AL_LOOPING, source->loop() ? AL_TRUE : AL_FALSE);
+    }
+    checkALError("Cannot connect emitter and source\n");
+}
+
+void OALBackend::setEmitterState(Emitter& emitter) {
+    const ALuint* name = select(emitter);
+    if (name == nullptr) {
+        return;
+    }
+    switch (emitter.state()) {
+    case WorldPart::PLAY:
+        alSourcePlay(*name);
+        checkALError("Cannot play sound\n");
+        break;
+    case WorldPart::PAUSE:
+        alSourcePause(*name);
+        checkALError("Cannot pause sound\n");
+        break;
+    case WorldPart::STOP:
+        alSourceStop(*name);
+        checkALError("Cannot stop sound\n");
+        break;
+    case WorldPart::NONE:
+        break;
+    default:
+        ORVEL_LOG(
+            Fatal, "OALBackend::setEmitterState(): Bad Orvel::Emitter::state %d \n",
+            static_cast<int>(emitter.state()));
+    }
+}
+
+BackendType* OALBackend::type() {
+    return &_type;
+}
+
+Backend* OALBackend::createMethod(World& world, const char* params) {
+    return new OALBackend(world, params);
+}
+
+} // namespace Orvel

@@ -1,0 +1,75 @@
+#include <Corvid/URL.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/PlayBackend.h>
+#include <Orvel/Source.h>
+
+#include <iostream>
+
+namespace Orvel {
+
+namespace {
+
+/// What a state asks for. An unknown one is reported; `place` tells the two reports apart.
+bool startsPlaying(WorldPart::State state, int place) {
+    if (state == WorldPart::PLAY) {
+        return true;
+    }
+    if (state != WorldPart::PAUSE && state != WorldPart::STOP) {
+        std::cout << "ERROR: Unknown emitter state in Orvel/PlayBackend:" << place << std::endl;
+    }
+    return false;
+}
+
+void writeCommand(const Config::ParamBag& params, const Source& source) {
+    if (source.dataKind() != Source::URL_SD) {
+        std::cout << "Invalid SourceData" << std::endl;
+        return;
+    }
+    const std::string url = source.url() == nullptr ? std::string() : source.url()->text();
+    std::cout << "systemCall: " << params.getParam("command", "") << ' ' << url << " &"
+              << std::endl;
+}
+
+} // namespace
+
+PlayBackend::PlayBackend(World& world, const char* params) : Backend(world, params) {}
+
+PlayBackend::PlayBackend(const PlayBackend&) = default;
+
+void PlayBackend::resetBackend() {}
+void PlayBackend::setEnabled() {}
+void PlayBackend::setListenerTransform() {}
+void PlayBackend::createSource(Source& /*source*/) {}
+void PlayBackend::destroySource(Source& /*source*/) {}
+void PlayBackend::setSourceData(Source& /*source*/) {}
+void PlayBackend::setSourceParam(Source& /*source*/) {}
+
+void PlayBackend::setSourceState(Source& source) {
+    if (startsPlaying(source.state(), 168)) {
+        writeCommand(*params(), source);
+    }
+}
+
+void PlayBackend::createEmitter(Emitter& /*emitter*/) {}
+void PlayBackend::destroyEmitter(Emitter& /*emitter*/) {}
+void PlayBackend::setEmitterTransform(Emitter& /*emitter*/) {}
+void PlayBackend::setEmitterHull(Emitter& /*emitter*/) {}
+void PlayBackend::setEmitterParam(Emitter& /*emitter*/) {}
+void PlayBackend::setEmitterConnection(Emitter& /*emitter*/) {}
+
+void PlayBackend::setEmitterState(Emitter& emitter) {
+    const Source* source = emitter.source();
+    if (source != nullptr && startsPlaying(emitter.state(), 269)) {
+        writeCommand(*params(), *source);
+    }
+}
+
+BackendType* PlayBackend::type() {
+    return &_type;
+}
+
+Backend* PlayBackend::createMethod(World& world, const char* params) {
+    return new PlayBackend(world, params);
+}
+
+} // namespace Orvel

@@ -1,0 +1,277 @@
+#include <Orvel/Backend.h>
+#include <Orvel/BackendFactory.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/Source.h>
+#include <Orvel/World.h>
+#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/SameTransform.h>
+
+#include <algorithm>
+
+namespace Orvel {
+
+namespace {
+
+/// Calls one operation of every back end. The list is walked live: a back end that is appended
+/// meanwhile is told too.
+template <auto operation, class... Arguments>
+void tellAll(const std::list<Backend*>& backends, Arguments&... arguments) {
+    for (Backend* backend : backends) {
+        (backend->*operation)(arguments...);
+    }
+}
+
+template <class Part>
+void deleteAllParts(const std::map<int, Part*>& parts) {
+    while (!parts.empty()) {
+        delete parts.begin()->second; // leaves the map in its destructor
+    }
+}
+
+template <class Part>
+Part* find(const std::map<int, Part*>& parts, int id) {
+    const auto found = parts.find(id);
+    return found == parts.end() ? nullptr : found->second;
+}
+
+} // namespace
+
+World::World() = default;
+
+World::World(const World& /*other*/) {
+    ORVEL_LOG(Warning, "In World copy constructor\n");
+}
+
+World::~World() {
+    if (!emitters_.empty() || !sources_.empty()) {
+        ORVEL_LOG(Fatal, "clearWorld() should be called in derived World dest.\n");
+    }
+}
+
+void World::resetWorld() {
+    clearWorld();
+    tellAll<&Backend::resetBackend>(backends_);
+}
+
+void World::setEnabled() {
+    tellAll<&Backend::setEnabled>(backends_);
+}
+
+void World::setListenerTransform() {
+    tellAll<&Backend::setListenerTransform>(backends_);
+}
+
+void World::createSource(Source& source) {
+    tellAll<&Backend::createSource>(backends_, source);
+}
+
+void World::destroySource(Source& source) {
+    tellAll<&Backend::destroySource>(backends_, source);
+}
+
+void World::setSourceData(Source& source) {
+    tellAll<&Backend::setSourceData>(backends_, source);
+}
+
+void World::setSourceParam(Source& source) {
+    tellAll<&Backend::setSourceParam>(backends_, source);
+}
+
+void World::setSourceDuration(Source& /*source*/) {}
+
+void World::setSourceState(Source& source) {
+    tellAll<&Backend::setSourceState>(backends_, source);
+}
+
+void World::createEmitter(Emitter& emitter) {
+    tellAll<&Backend::createEmitter>(backends_, emitter);
+}
+
+void World::destroyEmitter(Emitter& emitter) {
+    tellAll<&Backend::destroyEmitter>(backends_, emitter);
+}
+
+void World::setEmitterTransform(Emitter& emitter) {
+    tellAll<&Backend::setEmitterTransform>(backends_, emitter);
+}
+
+void World::setEmitterHull(Emitter& emitter) {
+    tellAll<&Backend::setEmitterHull>(backends_, emitter);
+}
+
+void World::setEmitterParam(Emitter& emitter) {
+    tellAll<&Backend::setEmitterParam>(backends_, emitter);
+}
+
+void World::setEmitterConnection(Emitter& emitter) {
+    tellAll<&Backend::setEmitterConnection>(backends_, emitter);
+}
+
+void World::setEmitterState(Emitter& emitter) {
+    tellAll<&Backend::setEmitterState>(backends_, emitter);
+}
+
+void World::clearWorld() {
+    deleteAllParts(emitters_);
+    deleteAllParts(sources_);
+}
+
+void World::reset() {
+    resetWorld();
+}
+
+bool World::enabled() {
+    return enabled_;
+}
+
+void World::setEnabled(bool enabled) {
+    enabled_ = enabled;
+    setEnabled();
+}
+
+bool World::spatialize() {
+    return spatialize_;
+}
+
+void World::setSpatialize(bool spatialize) {
+    spatialize_ = spatialize;
+}
+
+const Vec3f& World::listenerPosition() {
+    return listenerPosition_;
+}
+
+const Quaternion& World::listenerRotation() {
+    return listenerRotation_;
+}
+
+void World::setListenerTransform(const Vec3f& position, const Quaternion& rotation) {
+    if (detail::same(position, listenerPosition_) && detail::same(rotation, listenerRotation_)) {
+        return;
+    }
+    listenerPosition_ = position;
+    listenerRotation_ = rotation;
+    setListenerTransform();
+}
+
+int World::nextId() {
+    // In unsigned arithmetic, so that running over is defined.
+    lastId_ = static_cast<int>(static_cast<unsigned>(lastId_) + 1U);
+    return lastId_;
+}
+
+Emitter* World::createEmitter(const std::vector<std::string>& labels, int id) {
+    if (id == 0) {
+        id = nextId();
+        if (id == 0) {
+            return nullptr;
+        }
+    } else if (getEmitter(id) != nullptr) {
+        ORVEL_LOG(Fatal, "There is already a Orvel emitter with the ID %d", id);
+        return nullptr;
+    } else {
+        lastId_ = std::max(lastId_, id);
+    }
+    auto* emitter = new Emitter(*this, id, labels);
+    createEmitter(*emitter);
+    return emitter;
+}
+
+Emitter* World::getEmitter(int id) {
+    return find(emitters_, id);
+}
+
+Source* World::createSource(int id) {
+    if (id == 0) {
+        id = nextId();
+        if (id == 0) {
+            return nullptr;
+        }
+    } else if (getSource(id) != nullptr) {
+        ORVEL_LOG(Fatal, "There is already a source with the ID %d\n", id);
+        return nullptr;
+    } else {
+        lastId_ = std::max(lastId_, id);
+    }
+    auto* source = new Source(*this, id);
+    createSource(*source);
+    return source;
+}
+
+Source* World::getSource(int id) {
+    return find(sources_, id);
+}
+
+bool World::update() {
+    for (Backend* backend : backends_) {
+        backend->update();
+    }
+    return true;
+}
+
+Backend* World::addBackend(const char* type, const char* params) {
+    if (type == nullptr) {
+        type = "";
+    }
+    Backend* backend = BackendFactory::_the.createBackend(*this, std::string(type), params);
+    if (backend == nullptr) {
+        ORVEL_LOG(Warning, "Could not create Orvel backend: %s\n", type);
+        return nullptr;
+    }
+    ORVEL_LOG(Notice, "Create new Orvel backend: %s\n", type);
+    initBackendState(*backend);
+    return backend;
+}
+
+void World::initBackendState(Backend& backend) {
+    backend.setEnabled();
+    backend.setListenerTransform();
+    for (const auto& [id, source] : sources_) {
+        if (source != nullptr) {
+            backend.createSource(*source);
+            backend.setSourceData(*source);
+            backend.setSourceParam(*source);
+            backend.setSourceState(*source);
+        }
+    }
+    for (const auto& [id, emitter] : emitters_) {
+        if (emitter != nullptr) {
+            backend.createEmitter(*emitter);
+            backend.setEmitterTransform(*emitter);
+            backend.setEmitterHull(*emitter);
+            backend.setEmitterParam(*emitter);
+            backend.setEmitterConnection(*emitter);
+            backend.setEmitterState(*emitter);
+        }
+    }
+}
+
+void World::deleteAllBackends() {
+    while (!backends_.empty()) {
+        delete backends_.front(); // leaves the list in its destructor
+    }
+}
+
+void World::print() {
+    ORVEL_LOG(
+        Log, "Orvel Emitter/Source/Backend count: %d/%d/%d\n", static_cast<int>(emitters_.size()),
+        static_cast<int>(sources_.size()), static_cast<int>(backends_.size()));
+}
+
+void World::enter(Emitter& emitter) {
+    emitters_[emitter.id()] = &emitter;
+}
+
+void World::leave(Emitter& emitter) {
+    emitters_.erase(emitter.id());
+}
+
+void World::enter(Source& source) {
+    sources_[source.id()] = &source;
+}
+
+void World::leave(Source& source) {
+    sources_.erase(source.id());
+}
+
+} // namespace Orvel

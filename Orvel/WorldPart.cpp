@@ -1,0 +1,21 @@
+#include <Orvel/WorldPart.h>
+#include <Orvel/detail/LogLine.h>
+
+namespace Orvel {
+
+WorldPart::WorldPart(World& world, int id) : world_(world), id_(id) {}
+
+WorldPart::WorldPart(const WorldPart& other) : world_(other.world_), id_(-1) {
+    ORVEL_LOG(Fatal, "Runing WorldPart copy constructor\n");
+}
+
+bool WorldPart::changeState(State state) noexcept {
+    if (state == state_) {
+        return false;
+    }
+    previousState_ = state_;
+    state_ = state;
+    return true;
+}
+
+} // namespace Orvel
