@@ -1,5 +1,6 @@
 #include <Config/Base.h>
 
+#include <initializer_list>
 #include <strings.h>
 
 namespace Config {
