@@ -1,0 +1,47 @@
+# Installation: the library with its headers below one folder, package files for CMake and
+# pkg-config, and the tool. Components: runtime, development, tool.
+include(CMakePackageConfigHelpers)
+
+set(orvel_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Orvel")
+set(orvel_header_dir "${CMAKE_INSTALL_INCLUDEDIR}/orvel")
+
+install(TARGETS orvel
+    EXPORT OrvelTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        COMPONENT runtime NAMELINK_COMPONENT development
+    FILE_SET HEADERS DESTINATION ${orvel_header_dir} COMPONENT development)
+install(EXPORT OrvelTargets
+    NAMESPACE Orvel::
+    DESTINATION ${orvel_cmake_dir}
+    COMPONENT development)
+configure_package_config_file(
+    "${CMAKE_CURRENT_LIST_DIR}/OrvelConfig.cmake.in" "${PROJECT_BINARY_DIR}/OrvelConfig.cmake"
+    INSTALL_DESTINATION ${orvel_cmake_dir})
+# Before 1.0 a new minor version may change the interface.
+write_basic_package_version_file(
+    "${PROJECT_BINARY_DIR}/OrvelConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
+install(FILES
+    "${PROJECT_BINARY_DIR}/OrvelConfig.cmake" "${PROJECT_BINARY_DIR}/OrvelConfigVersion.cmake"
+    DESTINATION ${orvel_cmake_dir}
+    COMPONENT development)
+
+# The prefix is found from where the file lies, so that an installed tree can be moved.
+set(orvel_pc_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+file(RELATIVE_PATH orvel_pc_prefix "/${orvel_pc_dir}" "/")
+configure_file("${CMAKE_CURRENT_LIST_DIR}/orvel.pc.in" "${PROJECT_BINARY_DIR}/orvel.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/orvel.pc"
+    DESTINATION ${orvel_pc_dir} COMPONENT development)
+
+if(ORVEL_BUILD_TOOL)
+    install(TARGETS orvel_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+    install(FILES "${PROJECT_SOURCE_DIR}/apps/orvel/completion/orvel.bash"
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        RENAME orvel COMPONENT tool)
+    install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/scenes"
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/orvel COMPONENT tool)
+    install(FILES "${PROJECT_SOURCE_DIR}/docs/scene.schema.json"
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/orvel COMPONENT tool)
+    # The tool finds the library beside itself, wherever the prefix is.
+    file(RELATIVE_PATH orvel_bin_to_lib "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
+    set_target_properties(orvel_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${orvel_bin_to_lib}")
+endif()

@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# Installs everything that building, testing and running Orvel needs, from Debian 12's packages.
+# What is there already is left alone. --run-only leaves out what only tests and checks need.
+set -euo pipefail
+
+build=(
+    build-essential ca-certificates cmake git ninja-build pkg-config
+    libopenal-dev libalut-dev libcurl4-openssl-dev
+    libcli11-dev nlohmann-json3-dev libsndfile1-dev
+    alsa-utils # the recorded voices of the demo
+)
+checks=(
+    ccache clang clang-format clang-tidy libclang-rt-14-dev
+    libgtest-dev libbenchmark-dev
+    binutils librsvg2-bin python3 python3-jsonschema
+)
+
+packages=("${build[@]}")
+case "${1:-}" in
+'') packages+=("${checks[@]}") ;;
+--run-only) ;;
+*)
+    echo "usage: $0 [--run-only]" >&2
+    exit 2
+    ;;
+esac
+
+missing=()
+for package in "${packages[@]}"; do
+    state=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+    [ "$state" = installed ] || missing+=("$package")
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+        echo "install-deps: these packages are missing, and there is no sudo; as root, run" >&2
+        echo "    apt-get install ${missing[*]}" >&2
+        exit 1
+    fi
+    as_root=(sudo)
+fi
+echo "install-deps: installing ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

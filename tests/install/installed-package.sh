@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# installed-package.sh CMAKE BUILD-FOLDER COMPILER
+# Installs the build into a prefix with a blank in its name, then builds and runs a separate project
+# against it: once through CMake's package, once through pkg-config. Runs the installed tool too.
+set -euo pipefail
+cmake=$1 build=$2 compiler=$3
+here=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix="$work/a prefix"
+
+"$cmake" --install "$build" --prefix "$prefix" >"$work/install.log"
+
+if find "$prefix" -path '*/include/*' -name '*.h' | grep -vF "$prefix/include/orvel/"; then
+    echo "a header was installed outside include/orvel" >&2
+    exit 1
+fi
+if find "$prefix" -path '*/detail/*' | grep .; then
+    echo "an internal header was installed" >&2
+    exit 1
+fi
+if grep -rIlF -e "$build" "$prefix"; then
+    echo "an installed file names the build folder" >&2
+    exit 1
+fi
+
+"$cmake" -G Ninja -S "$here/consumer" -B "$work/consumer" \
+    -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix"
+"$cmake" --build "$work/consumer"
+"$work/consumer/consumer"
+
+pc=$(find "$prefix" -name orvel.pc)
+export PKG_CONFIG_PATH="${pc%/orvel.pc}"
+[ "$(pkg-config --modversion orvel)" = "$("$work/consumer/consumer" --version)" ]
+# eval, because pkg-config quotes the blanks of the prefix for a shell.
+eval "\"$compiler\" -std=c++20 \"$here/consumer/main.cpp\" -o \"$work/by-pkg-config\" \
+    $(pkg-config --cflags --libs orvel)"
+LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name 'liborvel.so')") "$work/by-pkg-config"
+
+if [ -x "$prefix/bin/orvel" ]; then
+    "$prefix/bin/orvel" --version
+    "$prefix/bin/orvel" check "$prefix/share/orvel/scenes/first.json"
+fi
+echo "the installed package works"
