@@ -1,0 +1,76 @@
+#include <Corvid/URLFile.h>
+#include <Corvid/detail/percentEncode.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace Corvid {
+
+namespace {
+
+bool isControl(unsigned char c) {
+    return c < 0x20 || c == 0x7f;
+}
+
+std::string currentDirectory() {
+    std::error_code error;
+    const std::string path = std::filesystem::current_path(error).string();
+    if (error) {
+        throw URLImpl::Exception(
+            "Cannot tell the current directory: " + error.message() + "; change to another one");
+    }
+    // The slash says that this is a directory: names are resolved below it, not beside it.
+    return path.ends_with('/') ? path : path + '/';
+}
+
+std::string absolutePath(const std::string& path) {
+    if (path.empty() || std::any_of(path.begin(), path.end(), isControl)) {
+        throw URLImpl::Exception("Cannot parse URL");
+    }
+    return std::filesystem::path(path.front() == '/' ? path : currentDirectory() + path)
+        .lexically_normal()
+        .string();
+}
+
+/// Why nothing can be read from the file, or an empty text.
+std::string whyUnreadable(const std::string& path) {
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return std::generic_category().message(errno);
+    }
+    if (S_ISDIR(status.st_mode)) {
+        return "It is a directory; name a file";
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return "It is a device, pipe or socket; name a regular file";
+    }
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
+        return std::generic_category().message(errno);
+    }
+    ::close(descriptor);
+    return {};
+}
+
+} // namespace
+
+URLFile::URLFile() : URLFile(currentDirectory()) {}
+
+URLFile::URLFile(const std::string& path)
+    : URLImpl("file://" + detail::percentEncode(absolutePath(path))), path_(absolutePath(path)) {}
+
+std::unique_ptr<URLImpl::File> URLFile::fetch() const {
+    // Whoever opens the file by its name later would wait for ever at a pipe, and report a
+    // directory as a file without sound.
+    if (const std::string reason = whyUnreadable(path_); !reason.empty()) {
+        throw Exception("Cannot read the file \"" + path_ + "\": " + reason);
+    }
+    return std::make_unique<File>(path_, false);
+}
+
+} // namespace Corvid

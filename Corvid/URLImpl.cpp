@@ -1,0 +1,120 @@
+#include <Corvid/URLFile.h>
+#include <Corvid/URLImpl.h>
+#include <Corvid/detail/URLRemote.h>
+#include <Corvid/detail/percentEncode.h>
+
+#include <curl/curl.h>
+#include <filesystem>
+#include <mutex>
+#include <string_view>
+#include <system_error>
+
+namespace Corvid {
+
+namespace {
+
+struct Limits {
+    std::mutex mutex;
+    URLImpl::FetchLimits values; // guarded by mutex
+};
+
+Limits& limits() {
+    static Limits theLimits;
+    return theLimits;
+}
+
+struct UrlCleanup {
+    void operator()(CURLU* url) const { curl_url_cleanup(url); }
+};
+
+[[noreturn]] void throwUnparsable() {
+    throw URLImpl::Exception("Cannot parse URL");
+}
+
+/// A part of a parsed URL; throws when the URL does not have it.
+std::string urlPart(CURLU* url, CURLUPart part, unsigned flags = 0) {
+    char* text = nullptr;
+    if (curl_url_get(url, part, &text, flags) != CURLUE_OK) {
+        throwUnparsable();
+    }
+    const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
+    return text;
+}
+
+bool isLetter(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+/// "name://" or "file:" at the beginning. A single colon is no sign of a scheme for other names:
+/// files are called "take:2.wav".
+bool hasScheme(std::string_view text) {
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos || !isLetter(text.front())) {
+        return false;
+    }
+    for (const char c : text.substr(0, colon)) {
+        if (!isLetter(c) && (c < '0' || c > '9') && c != '+' && c != '.' && c != '-') {
+            return false;
+        }
+    }
+    return text.substr(colon).starts_with("://") || curl_strnequal(text.data(), "file:", 5) != 0;
+}
+
+/// The absolute URL of a path below the base's directory: what stands before the base's last slash.
+std::string resolve(const std::string& path, const std::string& base) {
+    const std::size_t authority = base.find("://");
+    const std::size_t root =
+        authority == std::string::npos ? std::string::npos : base.find('/', authority + 3);
+    if (root == std::string::npos) {
+        throwUnparsable();
+    }
+    const std::string basePath = base.substr(root, base.find_first_of("?#", root) - root);
+    const std::string directory =
+        path.front() == '/' ? "" : basePath.substr(0, basePath.rfind('/') + 1);
+    return base.substr(0, root) + directory + detail::percentEncode(path);
+}
+
+} // namespace
+
+URLImpl::File::File(std::string name, bool temporary)
+    : name_(std::move(name)), temporary_(temporary) {}
+
+URLImpl::File::~File() {
+    if (temporary_) {
+        std::error_code ignored; // nobody is left who could do anything about it
+        std::filesystem::remove(name_, ignored);
+    }
+}
+
+void URLImpl::setFetchLimits(const FetchLimits& newLimits) {
+    const std::scoped_lock lock(limits().mutex);
+    limits().values = newLimits;
+}
+
+URLImpl::FetchLimits URLImpl::fetchLimits() {
+    const std::scoped_lock lock(limits().mutex);
+    return limits().values;
+}
+
+std::unique_ptr<URLImpl> URLImpl::create(const std::string& text, const URLImpl& base) {
+    if (text.empty() || text.find('\0') != std::string::npos) {
+        throwUnparsable();
+    }
+    const std::string absolute = hasScheme(text) ? text : resolve(text, base.text());
+    const std::unique_ptr<CURLU, UrlCleanup> url(curl_url());
+    // Schemes that cannot be fetched may mean something to a player.
+    const unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_ALLOW_SPACE | CURLU_URLENCODE;
+    if (!url || curl_url_set(url.get(), CURLUPART_URL, absolute.c_str(), flags) != CURLUE_OK) {
+        throwUnparsable();
+    }
+    if (urlPart(url.get(), CURLUPART_SCHEME) != "file") {
+        return std::make_unique<detail::URLRemote>(urlPart(url.get(), CURLUPART_URL));
+    }
+    const std::string path = urlPart(url.get(), CURLUPART_PATH, CURLU_URLDECODE);
+    if (!path.starts_with('/')) {
+        throwUnparsable();
+    }
+    return std::make_unique<URLFile>(path);
+}
+
+} // namespace Corvid
