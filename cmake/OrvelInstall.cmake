@@ -32,7 +32,7 @@ configure_file("${CMAKE_CURRENT_LIST_DIR}/orvel.pc.in" "${PROJECT_BINARY_DIR}/or
 install(FILES "${PROJECT_BINARY_DIR}/orvel.pc"
     DESTINATION ${orvel_pc_dir} COMPONENT development)
 
-if(ORVEL_BUILD_TOOL)
+if(TARGET orvel_cli)
     install(TARGETS orvel_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
     install(FILES "${PROJECT_SOURCE_DIR}/apps/orvel/completion/orvel.bash"
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
