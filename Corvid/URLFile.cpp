@@ -61,8 +61,10 @@ std::string whyUnreadable(const std::string& path) {
 
 URLFile::URLFile() : URLFile(currentDirectory()) {}
 
-URLFile::URLFile(const std::string& path)
-    : URLImpl("file://" + detail::percentEncode(absolutePath(path))), path_(absolutePath(path)) {}
+URLFile::URLFile(const std::string& path) : URLFile(Absolute{absolutePath(path)}) {}
+
+URLFile::URLFile(Absolute absolute)
+    : URLImpl("file://" + detail::percentEncode(absolute.path)), path_(std::move(absolute.path)) {}
 
 std::unique_ptr<URLImpl::File> URLFile::fetch() const {
     // Whoever opens the file by its name later would wait for ever at a pipe, and report a

@@ -4,6 +4,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <orvel_export.h>
 
@@ -39,7 +40,8 @@ public:
         bool temporary_;
     };
 
-    /// What a fetch may cost. Redirects lead to http and https only.
+    /// What a fetch may cost. Redirects lead to http and https only. Zero seconds or bytes stand
+    /// for no limit, zero redirects for none.
     struct FetchLimits {
         unsigned connectSeconds = 10;         ///< to connect
         unsigned stallSeconds = 30;           ///< without a single byte
@@ -51,9 +53,12 @@ public:
     static void setFetchLimits(const FetchLimits& limits);
     [[nodiscard]] static FetchLimits fetchLimits();
 
-    /// Parses a URL. A text that begins with a scheme ("http://...", "file:...") is absolute;
-    /// anything else is the path of a file, relative to the directory that `base` stands for.
-    /// Throws Exception with the text "Cannot parse URL".
+    /// Parses a URL. A text that begins with a scheme ("http://...", "file:/...") is absolute;
+    /// anything else is a path, taken as it is ('%', '#' and '?' are characters of names) and
+    /// relative to the directory of `base`: what its text holds up to the last slash of the path.
+    /// Any scheme is parsed, but only file, http and https can be fetched. Control characters, and
+    /// file URLs that name another host, are errors. Throws Exception with the text "Cannot parse
+    /// URL".
     static std::unique_ptr<URLImpl> create(const std::string& text, const URLImpl& base);
 
     virtual ~URLImpl() = default;

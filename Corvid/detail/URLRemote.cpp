@@ -4,10 +4,12 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <limits>
+#include <stdexcept>
 #include <system_error>
 #include <unistd.h>
 
@@ -21,50 +23,29 @@ std::string errorText(int code) {
     return std::generic_category().message(code);
 }
 
-/// The file that a download goes to. Only the descriptor is owned here.
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-    ~Descriptor() { close(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    /// 0, or the error number.
-    int write(const char* data, std::size_t size) const {
-        while (size > 0) {
-            const ssize_t written = ::write(descriptor_, data, size);
-            if (written < 0 && errno != EINTR) {
-                return errno;
-            }
-            const auto done = static_cast<std::size_t>(std::max<ssize_t>(written, 0));
-            data += done;
-            size -= done;
-        }
-        return 0;
-    }
-
-    /// 0, or the error number: some file systems report a full disk only here.
-    int close() {
-        const int result = descriptor_ >= 0 && ::close(descriptor_) != 0 ? errno : 0;
-        descriptor_ = -1;
-        return result;
-    }
-
-private:
-    int descriptor_;
-};
-
-/// What libcurl's callbacks share. None of them may throw.
+/// A download under way, shared with libcurl's callbacks, none of which may throw. The file
+/// vanishes with this object unless it is taken out.
 struct Transfer {
-    Transfer(const URLImpl::FetchLimits& l, int descriptor) : limits(l), file(descriptor) {}
-
     URLImpl::FetchLimits limits;
-    Descriptor file;
+    std::unique_ptr<URLImpl::File> file;
+    std::FILE* stream = nullptr;
     std::uint64_t size = 0;
     Clock::time_point lastByte = Clock::now();
     int writeError = 0;
     bool tooLarge = false;
     bool stalled = false;
+
+    Transfer() = default;
+    ~Transfer() { close(); }
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+
+    void close() {
+        if (stream != nullptr && std::fclose(stream) != 0 && writeError == 0) {
+            writeError = errno; // the last bytes are written only now
+        }
+        stream = nullptr;
+    }
 };
 
 std::size_t takeBody(char* data, std::size_t one, std::size_t count, void* user) {
@@ -75,37 +56,26 @@ std::size_t takeBody(char* data, std::size_t one, std::size_t count, void* user)
         transfer.tooLarge = true;
         return CURL_WRITEFUNC_ERROR;
     }
-    transfer.writeError = transfer.file.write(data, size);
+    if (std::fwrite(data, 1, size, transfer.stream) != size) {
+        transfer.writeError = errno;
+        return CURL_WRITEFUNC_ERROR;
+    }
     transfer.size += size;
-    return transfer.writeError == 0 ? size : CURL_WRITEFUNC_ERROR;
+    return size;
 }
 
-std::size_t takeHeader(char*, std::size_t one, std::size_t count, void* user) {
+std::size_t takeHeader(char* /*data*/, std::size_t one, std::size_t count, void* user) {
     static_cast<Transfer*>(user)->lastByte = Clock::now();
     return one * count;
 }
 
-/// Called about once per second also while nothing arrives. libcurl's own limit is one of the
-/// average speed, which notices a stall seconds late.
+/// Called about once per second also while nothing arrives. libcurl's own limit looks at the speed
+/// of the last seconds and would notice a stall that much later.
 int checkStall(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
     auto& transfer = *static_cast<Transfer*>(user);
     transfer.stalled =
         Clock::now() - transfer.lastByte > std::chrono::seconds(transfer.limits.stallSeconds);
     return transfer.stalled ? 1 : 0;
-}
-
-/// The extension of the path's last name with its dot, or nothing: a decoder may go by it. What a
-/// stranger's URL puts there becomes part of a file name, so it is plain and short.
-std::string extension(const std::string& url) {
-    constexpr std::size_t kMaxLength = 16;
-    const std::string path = url.substr(0, url.find_first_of("?#"));
-    const std::string found =
-        std::filesystem::path(path.substr(path.rfind('/') + 1)).extension().string();
-    const bool safe = std::all_of(found.begin(), found.end(), [](char c) {
-        return c == '.' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
-               (c >= 'a' && c <= 'z');
-    });
-    return safe && found.size() <= kMaxLength ? found : std::string();
 }
 
 /// Zero, which stands for no limit, and what is beyond libcurl's range become its greatest values.
@@ -120,49 +90,89 @@ URLImpl::FetchLimits effective(URLImpl::FetchLimits limits) {
     return limits;
 }
 
-struct CurlCleanup {
-    void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-};
+/// The extension of the path's last name with its dot, or nothing: decoders go by it. What a
+/// stranger's URL puts there becomes part of a file name, so it must be plain and short.
+std::string extension(const std::string& url) {
+    constexpr std::size_t kMaxLength = 16;
+    const std::string path = url.substr(0, url.find_first_of("?#"));
+    const std::string found =
+        std::filesystem::path(path.substr(path.rfind('/') + 1)).extension().string();
+    const bool safe = std::all_of(found.begin(), found.end(), [](char c) {
+        return c == '.' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
+               (c >= 'a' && c <= 'z');
+    });
+    return safe && found.size() <= kMaxLength ? found : std::string();
+}
 
-} // namespace
-
-std::unique_ptr<URLImpl::File> URLRemote::fetch() const {
-    const auto fail = [this](const std::string& reason) {
-        throw Exception("Cannot fetch \"" + text() + "\": " + reason);
-    };
-    const std::string scheme = text().substr(0, text().find(':'));
-    if (scheme != "http" && scheme != "https") {
-        fail("\"" + scheme + "\" is not supported; use file, http or https");
-    }
-    // libcurl asks for this once per process, before anything else.
-    static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
-    const std::unique_ptr<CURL, CurlCleanup> curl(ready == CURLE_OK ? curl_easy_init() : nullptr);
-    if (!curl) {
-        fail("libcurl cannot be initialised");
-    }
-
-    const std::string suffix = extension(text());
-    std::error_code noFolder;
-    const std::filesystem::path folder = std::filesystem::temp_directory_path(noFolder);
-    if (noFolder) {
-        fail("There is no folder for temporary files: " + noFolder.message() + "; set TMPDIR");
+void openTemporary(Transfer& transfer, const std::string& suffix) {
+    std::error_code error;
+    const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
+    if (error) {
+        throw std::runtime_error(
+            "there is no folder for temporary files (" + error.message() + "); set TMPDIR to one");
     }
     std::string name = (folder / ("orvel-XXXXXX" + suffix)).string();
     const int descriptor = ::mkostemps(name.data(), static_cast<int>(suffix.size()), O_CLOEXEC);
     if (descriptor < 0) {
-        fail("No file can be made in \"" + folder.string() + "\": " + errorText(errno));
+        throw std::runtime_error(
+            "cannot create a file in \"" + folder.string() + "\": " + errorText(errno));
     }
-    Transfer transfer(effective(fetchLimits()), descriptor);
-    auto file = std::make_unique<File>(name, true);
+    transfer.file = std::make_unique<URLImpl::File>(name, true);
+    transfer.stream = ::fdopen(descriptor, "wb");
+    if (transfer.stream == nullptr) {
+        const int reason = errno;
+        ::close(descriptor);
+        throw std::runtime_error("cannot open \"" + name + "\": " + errorText(reason));
+    }
+}
 
-    std::array<char, CURL_ERROR_SIZE> reason = {};
-    const auto set = [&](CURLoption option, auto value) {
+/// Why a finished transfer was none, or an empty text.
+std::string whyFailed(CURL* curl, CURLcode code, const char* details, const Transfer& transfer) {
+    if (transfer.tooLarge || code == CURLE_FILESIZE_EXCEEDED) {
+        return "it is larger than the limit of " + std::to_string(transfer.limits.maxBytes) +
+               " bytes";
+    }
+    if (transfer.stalled) {
+        return "the server sent nothing for " + std::to_string(transfer.limits.stallSeconds) +
+               " seconds";
+    }
+    if (transfer.writeError != 0) {
+        return "cannot write \"" + transfer.file->name() + "\": " + errorText(transfer.writeError);
+    }
+    if (code != CURLE_OK) {
+        return *details != '\0' ? details : curl_easy_strerror(code);
+    }
+    long status = 0;
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+    if (status < 200 || status > 299) { // such as a redirect that does not say where to
+        return "the server answered with status " + std::to_string(status);
+    }
+    return {};
+}
+
+struct CurlCleanup {
+    void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
+};
+
+std::unique_ptr<URLImpl::File> download(const std::string& url) {
+    // Once per process, before libcurl's first use; the language makes other threads wait for it.
+    static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
+    const std::unique_ptr<CURL, CurlCleanup> curl(ready == CURLE_OK ? curl_easy_init() : nullptr);
+    if (!curl) {
+        throw std::runtime_error("libcurl cannot be initialised");
+    }
+    Transfer transfer;
+    transfer.limits = effective(URLImpl::fetchLimits());
+    openTemporary(transfer, extension(url));
+
+    std::array<char, CURL_ERROR_SIZE> details = {};
+    const auto set = [&curl](CURLoption option, auto value) {
         if (const CURLcode code = curl_easy_setopt(curl.get(), option, value); code != CURLE_OK) {
-            fail(curl_easy_strerror(code));
+            throw std::runtime_error(curl_easy_strerror(code));
         }
     };
-    set(CURLOPT_ERRORBUFFER, reason.data());
-    set(CURLOPT_URL, text().c_str());
+    set(CURLOPT_ERRORBUFFER, details.data());
+    set(CURLOPT_URL, url.c_str());
     set(CURLOPT_USERAGENT, "orvel/" ORVEL_VERSION);
     set(CURLOPT_NOSIGNAL, 1L); // signals belong to the host
     set(CURLOPT_PROTOCOLS_STR, "http,https");
@@ -179,33 +189,35 @@ std::unique_ptr<URLImpl::File> URLRemote::fetch() const {
     set(CURLOPT_XFERINFOFUNCTION, &checkStall);
     set(CURLOPT_XFERINFODATA, &transfer);
     set(CURLOPT_NOPROGRESS, 0L);
-    const CURLcode code = curl_easy_perform(curl.get());
 
-    if (transfer.tooLarge || code == CURLE_FILESIZE_EXCEEDED) {
-        fail(
-            "It is larger than the limit of " + std::to_string(transfer.limits.maxBytes) +
-            " bytes");
+    transfer.lastByte = Clock::now();
+    const CURLcode code = curl_easy_perform(curl.get());
+    transfer.close();
+    std::string reason = whyFailed(curl.get(), code, details.data(), transfer);
+    if (!reason.empty()) {
+        const char* last = nullptr;
+        curl_easy_getinfo(curl.get(), CURLINFO_EFFECTIVE_URL, &last);
+        if (last != nullptr && url != last) {
+            reason += " (redirected to \"" + std::string(last) + "\")";
+        }
+        throw std::runtime_error(reason);
     }
-    if (transfer.stalled) {
-        fail(
-            "The server sent nothing for " + std::to_string(transfer.limits.stallSeconds) +
-            " seconds");
+    return std::move(transfer.file);
+}
+
+} // namespace
+
+std::unique_ptr<URLImpl::File> URLRemote::fetch() const {
+    try {
+        const std::string scheme = text().substr(0, text().find(':'));
+        if (scheme != "http" && scheme != "https") {
+            throw std::runtime_error(
+                "\"" + scheme + "\" cannot be fetched; use file, http or https");
+        }
+        return download(text());
+    } catch (const std::runtime_error& reason) {
+        throw Exception("Cannot fetch \"" + text() + "\": " + reason.what());
     }
-    if (transfer.writeError != 0) {
-        fail("Cannot write \"" + name + "\": " + errorText(transfer.writeError));
-    }
-    if (code != CURLE_OK) {
-        fail(reason.front() != '\0' ? reason.data() : curl_easy_strerror(code));
-    }
-    long status = 0;
-    curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
-    if (status < 200 || status > 299) { // a redirect without a target, a login page
-        fail("The server answered with status " + std::to_string(status));
-    }
-    if (const int error = transfer.file.close(); error != 0) {
-        fail("Cannot write \"" + name + "\": " + errorText(error));
-    }
-    return file;
 }
 
 } // namespace Corvid::detail
