@@ -39,7 +39,7 @@ public:
         while (!atEnd() && isKeyCharacter(peek())) {
             ++position_;
         }
-        const std::string name(text_.substr(start, position_ - start));
+        std::string name(text_.substr(start, position_ - start));
         if (atEnd() || peek() != '=') {
             throw ParamLine::Exception(
                 position_ + 1, "expected \"=\" after \"" + name + "\", found " + found());
