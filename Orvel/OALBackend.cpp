@@ -50,6 +50,10 @@ const SampleLayout* layoutOf(unsigned bitsPerSample, unsigned channels) {
     return nullptr;
 }
 
+float seconds(std::size_t bytes, double sampleRate, const SampleLayout& layout) {
+    return static_cast<float>(static_cast<double>(bytes) / sampleRate / layout.bytesPerFrame);
+}
+
 // The texts for "invalid enum" and "invalid value" are each other's by meaning; who greps logs of
 // many years relies on this pairing, so it stays.
 std::string errorText(ALenum error) {
@@ -83,6 +87,12 @@ struct LoadedSound {
     ALsizei size = 0;
     ALfloat frequency = 0.0F;
     ALenum error = ALUT_ERROR_NO_ERROR;
+
+    /// The frequency as AL takes it; 0, which AL refuses, for what a file cannot mean.
+    [[nodiscard]] ALsizei sampleRate() const {
+        constexpr ALfloat kTooHigh = 2147483648.0F;
+        return frequency >= 1.0F && frequency < kTooHigh ? static_cast<ALsizei>(frequency) : 0;
+    }
 };
 
 LoadedSound tryToLoad(const std::string& fileName) {
@@ -130,27 +140,44 @@ struct OALBackend::Objects {
     }
 };
 
+// Both constructors log for themselves: a line names the constructor that the host has called.
 OALBackend::OALBackend(World& world, const char* params)
-    : OALBackend(world, params, std::make_unique<detail::OALDevice>()) {}
+    : Backend(world, params), device_(std::make_unique<detail::OALDevice>()),
+      objects_(std::make_unique<Objects>()) {
+    if (const char* failure = open()) {
+        ORVEL_LOG(Fatal, "%s", failure);
+    } else {
+        ORVEL_LOG(Notice, "OpenAL device & context open: ok\n");
+    }
+}
 
 OALBackend::OALBackend(World& world, const char* params, std::unique_ptr<detail::OALDevice> device)
     : Backend(world, params), device_(std::move(device)), objects_(std::make_unique<Objects>()) {
+    if (const char* failure = open()) {
+        ORVEL_LOG(Fatal, "%s", failure);
+    } else {
+        ORVEL_LOG(Notice, "OpenAL device & context open: ok\n");
+    }
+}
+
+const char* OALBackend::open() {
     detail::OALDevice& d = *device_;
-    d.device = d.open(*this->params());
+    const char* failure = nullptr;
+    d.device = d.open(*params());
     if (d.device == nullptr) {
-        ORVEL_LOG(Fatal, "Open OpenAL device failed\n");
+        failure = "Open OpenAL device failed\n";
     } else {
         d.context = alcCreateContext(d.device, d.attributes());
         if (d.context == nullptr) {
-            ORVEL_LOG(Fatal, "Cannot create OpenAL context\n");
+            failure = "Cannot create OpenAL context\n";
             alcCloseDevice(d.device);
             d.device = nullptr;
         } else {
             alcMakeContextCurrent(d.context);
-            ORVEL_LOG(Notice, "OpenAL device & context open: ok\n");
         }
     }
     alutInitWithoutContext(nullptr, nullptr);
+    return failure;
 }
 
 OALBackend::~OALBackend() {
@@ -269,79 +296,73 @@ void OALBackend::setSourceData(Source& source) {
         return;
     }
     if (source.dataKind() == Source::URL_SD) {
-        setDataFromURL(source, *buffer);
-    } else if (source.dataKind() == Source::PCM_SD) {
-        setDataFromPCM(source, *buffer);
-    }
-}
-
-void OALBackend::setDataFromURL(Source& source, unsigned int buffer) {
-    if (source.url() == nullptr) {
-        ORVEL_LOG(Fatal, "source.url() not set in Source::URL_SD set\n");
-        return;
-    }
-    const std::string url = source.url()->text();
-    ORVEL_LOG(Log, "loading: >%s<\n", url.c_str());
-    std::unique_ptr<Corvid::URLImpl::File> file;
-    try {
-        file = source.url()->fetch();
-    } catch (const std::exception& fault) {
-        ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
-        ORVEL_LOG(Notice, "%s\n", fault.what());
-        return;
-    } catch (...) {
-        ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
-        return;
-    }
-    // ALUT refuses to load while an AL error is pending, and swallows it; so it is reported first.
-    checkALError(nullptr);
-    const LoadedSound sound = load(file->name());
-    if (sound.samples == nullptr) {
-        std::cerr << "AOLError: " << alutGetErrorString(sound.error) << std::endl;
-    }
-    if (checkALError("wav file load error\n")) {
-        return;
-    }
-    const SampleLayout* layout = layoutOf(sound.format);
-    if (layout == nullptr) {
-        ORVEL_LOG(Fatal, "Unkown sound format: %d\n", sound.format);
-        return;
-    }
-    const auto sampleRate = static_cast<ALsizei>(sound.frequency);
-    ORVEL_LOG(
-        Notice, "Set alBufferData from URL data: %d, %d, %d\n", sound.format, sampleRate,
-        sound.size);
-    alBufferData(buffer, sound.format, sound.samples.get(), sound.size, sampleRate);
-    const double seconds = static_cast<double>(sound.size) / sampleRate / layout->bytesPerFrame;
-    setSourceDuration(source, static_cast<float>(seconds));
-}
-
-void OALBackend::setDataFromPCM(Source& source, unsigned int buffer) {
-    const unsigned sampleRate = source.sampleRate();
-    const unsigned bits = source.bitsPerSample();
-    const unsigned channels = source.channels();
-    ORVEL_LOG(
-        Notice, "Set alBufferData from PCM data: %d, %d, %d\n", static_cast<int>(sampleRate),
-        static_cast<int>(bits), static_cast<int>(channels));
-    if (sampleRate == 0 || bits == 0 || channels == 0 || source.data().empty()) {
-        return;
-    }
-    const SampleLayout* layout = layoutOf(bits, channels);
-    if (layout == nullptr) {
+        if (source.url() == nullptr) {
+            ORVEL_LOG(Fatal, "source.url() not set in Source::URL_SD set\n");
+            return;
+        }
+        const std::string url = source.url()->text();
+        ORVEL_LOG(Log, "loading: >%s<\n", url.c_str());
+        std::unique_ptr<Corvid::URLImpl::File> file;
+        try {
+            file = source.url()->fetch();
+        } catch (const std::exception& fault) {
+            ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
+            ORVEL_LOG(Notice, "%s\n", fault.what());
+            return;
+        } catch (...) {
+            ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
+            return;
+        }
+        // ALUT refuses to load while an AL error is pending, and swallows it; so it is reported
+        // first.
+        checkALError(nullptr);
+        const LoadedSound sound = load(file->name());
+        if (sound.samples == nullptr) {
+            std::cerr << "AOLError: " << alutGetErrorString(sound.error) << std::endl;
+        }
+        if (checkALError("wav file load error\n")) {
+            return;
+        }
+        const SampleLayout* layout = layoutOf(sound.format);
+        if (layout == nullptr) {
+            ORVEL_LOG(Fatal, "Unkown sound format: %d\n", sound.format);
+            return;
+        }
+        const ALsizei sampleRate = sound.sampleRate();
         ORVEL_LOG(
-            Fatal, "Invalid source bits/channels: %d/%d\n", static_cast<int>(bits),
-            static_cast<int>(channels));
-        return;
+            Notice, "Set alBufferData from URL data: %d, %d, %d\n", sound.format, sampleRate,
+            sound.size);
+        alBufferData(*buffer, sound.format, sound.samples.get(), sound.size, sampleRate);
+        if (sampleRate > 0) {
+            const auto bytes = static_cast<std::size_t>(sound.size);
+            setSourceDuration(source, seconds(bytes, sampleRate, *layout));
+        }
+    } else if (source.dataKind() == Source::PCM_SD) {
+        const std::vector<unsigned char>& data = source.data();
+        const unsigned sampleRate = source.sampleRate();
+        const unsigned bits = source.bitsPerSample();
+        const unsigned channels = source.channels();
+        ORVEL_LOG(
+            Notice, "Set alBufferData from PCM data: %d, %d, %d\n", static_cast<int>(sampleRate),
+            static_cast<int>(bits), static_cast<int>(channels));
+        if (sampleRate == 0 || bits == 0 || channels == 0 || data.empty()) {
+            return;
+        }
+        const SampleLayout* layout = layoutOf(bits, channels);
+        if (layout == nullptr) {
+            ORVEL_LOG(
+                Fatal, "Invalid source bits/channels: %d/%d\n", static_cast<int>(bits),
+                static_cast<int>(channels));
+            return;
+        }
+        alBufferData(
+            *buffer, layout->format, data.data(), static_cast<ALsizei>(data.size()),
+            static_cast<ALsizei>(sampleRate));
+        if (checkALError("alBufferData() call failed\n")) {
+            return;
+        }
+        setSourceDuration(source, seconds(data.size(), sampleRate, *layout));
     }
-    alBufferData(
-        buffer, layout->format, source.data().data(), static_cast<ALsizei>(source.data().size()),
-        static_cast<ALsizei>(sampleRate));
-    if (checkALError("alBufferData() call failed\n")) {
-        return;
-    }
-    const double seconds =
-        static_cast<double>(source.data().size()) / sampleRate / layout->bytesPerFrame;
-    setSourceDuration(source, static_cast<float>(seconds));
 }
 
 void OALBackend::setSourceParam(Source& source) {

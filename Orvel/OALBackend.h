@@ -65,12 +65,12 @@ protected:
 private:
     struct Objects;
 
+    /// Opens device and context and makes ALUT ready; gives what to log, or null when all is well.
+    const char* open();
     /// Makes the own context current; false for an inert back end.
     bool selectContext() const;
     /// Makes the own context current and gives the emitter's AL source; null when there is none.
     const unsigned int* select(const Emitter& emitter) const;
-    void setDataFromURL(Source& source, unsigned int buffer);
-    void setDataFromPCM(Source& source, unsigned int buffer);
 
     std::unique_ptr<detail::OALDevice> device_;
     std::unique_ptr<Objects> objects_;

@@ -1,0 +1,84 @@
+#include "support/Capture.h"
+#include "support/RecordingBackend.h"
+
+#include <Orvel/PlayBackend.h>
+
+#include <gtest/gtest.h>
+
+namespace Orvel::Test {
+
+TEST(PlayBackend, WritesTheCommandOfWhatStartsToPlay) {
+    TidyWorld world;
+    const LogCapture log;
+    OutputCapture errors(STDERR_FILENO);
+    OutputCapture output(STDOUT_FILENO);
+    Source* source = world.createSource();
+    Source* other = world.createSource();
+    Emitter* emitter = world.createEmitter();
+    Backend* backend = nullptr;
+    const unsigned char byte = 0;
+    const std::string call = "systemCall: player -q http://host/a.wav &\n";
+    const struct {
+        std::string output;
+        std::function<void()> change;
+    } rows[] = {
+        {"ERROR: Unknown emitter state in Orvel/PlayBackend:168\n"
+         "ERROR: Unknown emitter state in Orvel/PlayBackend:168\n",
+         [&] { backend = world.addBackend("play", "command=\"player -q\""); }},
+        {"Invalid SourceData\n", [&] { source->setState(WorldPart::PLAY); }},
+        {"", [&] { source->setDataFromURL("http://host/a.wav"); }},
+        {"", [&] { source->setState(WorldPart::PAUSE); }},
+        {call, [&] { source->setState(WorldPart::PLAY); }},
+        {"", [&] { source->setState(WorldPart::STOP); }},
+        {"", [&] { emitter->setState(WorldPart::PLAY); }},
+        {"", [&] { emitter->setState(WorldPart::NONE); }},
+        {"", [&] { emitter->setSource(source); }},
+        {call + call, [&] { emitter->setState(WorldPart::PLAY); }},
+        {"ERROR: Unknown emitter state in Orvel/PlayBackend:269\n"
+         "ERROR: Unknown emitter state in Orvel/PlayBackend:168\n",
+         [&] { emitter->setState(WorldPart::NONE); }},
+        {"ERROR: Unknown emitter state in Orvel/PlayBackend:168\n"
+         "ERROR: Unknown emitter state in Orvel/PlayBackend:269\n",
+         [&] { source->setState(static_cast<WorldPart::State>(77)); }},
+        {"", [&] { backend->params()->setParam("command", "x"); }},
+        {"systemCall: x http://host/a.wav &\n", [&] { world.setSourceState(*source); }},
+        {"systemCall:  http://host/a.wav &\n",
+         [&] {
+             backend->params()->setParamLine("");
+             world.setSourceState(*source);
+         }},
+        {"", [&] { source->setData(8000, 8, 1, &byte, 1); }},
+        {"Invalid SourceData\n", [&] { world.setEmitterState(*emitter); }},
+        {"", [&] { emitter->setSource(nullptr); }},
+        {"systemCall:  " + std::string() + " &\n",
+         [&] {
+             EXPECT_ANY_THROW(other->setDataFromURL("http://["));
+             other->setState(WorldPart::PLAY);
+         }},
+    };
+    output.take();
+    for (const auto& row : rows) {
+        const auto index = std::to_string(&row - rows);
+        if (&row == &rows[13] || &row == &rows[14]) {
+            source->setState(WorldPart::PLAY);
+            output.take();
+        }
+        row.change();
+        EXPECT_EQ(output.take(), row.output) << "row " << index;
+    }
+}
+
+TEST(PlayBackend, CopiesStayInert) {
+    TidyWorld world;
+    Source* source = world.createSource();
+    source->setDataFromURL("http://host/a.wav");
+    source->setState(WorldPart::PLAY);
+    const auto* original = new PlayBackend(world, "command=player");
+    const LogCapture log;
+    OutputCapture output(STDOUT_FILENO);
+    PlayBackend copy(*original);
+    copy.setSourceState(*source);
+    EXPECT_EQ(output.take(), "systemCall:  http://host/a.wav &\n") << "a copy has no parameters";
+}
+
+} // namespace Orvel::Test
