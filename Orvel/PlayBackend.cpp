@@ -20,14 +20,15 @@ bool startsPlaying(WorldPart::State state, int place) {
     return false;
 }
 
-void writeCommand(const Config::ParamBag& params, const Source& source) {
+/// `params` is null in a copy of a back end, which has no command.
+void writeCommand(const Config::ParamBag* params, const Source& source) {
     if (source.dataKind() != Source::URL_SD) {
         std::cout << "Invalid SourceData" << std::endl;
         return;
     }
     const std::string url = source.url() == nullptr ? std::string() : source.url()->text();
-    std::cout << "systemCall: " << params.getParam("command", "") << ' ' << url << " &"
-              << std::endl;
+    const char* command = params == nullptr ? "" : params->getParam("command", "");
+    std::cout << "systemCall: " << command << ' ' << url << " &" << std::endl;
 }
 
 } // namespace
@@ -46,7 +47,7 @@ void PlayBackend::setSourceParam(Source& /*source*/) {}
 
 void PlayBackend::setSourceState(Source& source) {
     if (startsPlaying(source.state(), 168)) {
-        writeCommand(*params(), source);
+        writeCommand(params(), source);
     }
 }
 
@@ -60,7 +61,7 @@ void PlayBackend::setEmitterConnection(Emitter& /*emitter*/) {}
 void PlayBackend::setEmitterState(Emitter& emitter) {
     const Source* source = emitter.source();
     if (source != nullptr && startsPlaying(emitter.state(), 269)) {
-        writeCommand(*params(), *source);
+        writeCommand(params(), *source);
     }
 }
 

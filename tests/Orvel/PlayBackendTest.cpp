@@ -41,7 +41,8 @@ TEST(PlayBackend, WritesTheCommandOfWhatStartsToPlay) {
          "ERROR: Unknown emitter state in Orvel/PlayBackend:269\n",
          [&] { source->setState(static_cast<WorldPart::State>(77)); }},
         {"", [&] { backend->params()->setParam("command", "x"); }},
-        {"systemCall: x http://host/a.wav &\n", [&] { world.setSourceState(*source); }},
+        {"systemCall: x http://host/a.wav &\nsystemCall: x http://host/a.wav &\n",
+         [&] { source->setState(WorldPart::PLAY); }},
         {"systemCall:  http://host/a.wav &\n",
          [&] {
              backend->params()->setParamLine("");
@@ -50,7 +51,7 @@ TEST(PlayBackend, WritesTheCommandOfWhatStartsToPlay) {
         {"", [&] { source->setData(8000, 8, 1, &byte, 1); }},
         {"Invalid SourceData\n", [&] { world.setEmitterState(*emitter); }},
         {"", [&] { emitter->setSource(nullptr); }},
-        {"systemCall:  " + std::string() + " &\n",
+        {"systemCall:   &\n",
          [&] {
              EXPECT_ANY_THROW(other->setDataFromURL("http://["));
              other->setState(WorldPart::PLAY);
@@ -58,13 +59,8 @@ TEST(PlayBackend, WritesTheCommandOfWhatStartsToPlay) {
     };
     output.take();
     for (const auto& row : rows) {
-        const auto index = std::to_string(&row - rows);
-        if (&row == &rows[13] || &row == &rows[14]) {
-            source->setState(WorldPart::PLAY);
-            output.take();
-        }
         row.change();
-        EXPECT_EQ(output.take(), row.output) << "row " << index;
+        EXPECT_EQ(output.take(), row.output) << "row " << &row - rows;
     }
 }
 
