@@ -81,8 +81,9 @@ TEST(BackendFactory, MakesAKindByItsNameOrReportsIt) {
             EXPECT_EQ(backend, nullptr) << name;
             EXPECT_EQ(world.backends().size(), before);
             EXPECT_EQ(
-                log.lines(), (Calls{"FATAL: Unknown Orvel backend " + name + "; can not create\n",
-                                    "WARNING: Could not create Orvel backend: " + name + '\n'}));
+                log.lines(), (Calls{
+                                 "FATAL: Unknown Orvel backend " + name + "; can not create\n",
+                                 "WARNING: Could not create Orvel backend: " + name + '\n'}));
         }
     }
 }

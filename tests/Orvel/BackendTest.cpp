@@ -54,7 +54,8 @@ TEST(Backend, ServesEmittersThatShareALabel) {
     for (const auto& row : rows) {
         TidyWorld world;
         EXPECT_EQ(
-            (new RecordingBackend(world, row.params))->hasSameLabel(*world.createEmitter(row.labels)),
+            (new RecordingBackend(world, row.params))
+                ->hasSameLabel(*world.createEmitter(row.labels)),
             row.served)
             << row.params << " and " << testing::PrintToString(row.labels);
     }

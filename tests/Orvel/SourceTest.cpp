@@ -77,7 +77,8 @@ TEST_F(SourceData, KeepsTheOtherFormWhenOneIsSet) {
 
 TEST_F(SourceData, ThrowsForAnUnparsableUrlAndTellsNobody) {
     source.setDataFromURL("bell.wav");
-    EXPECT_EQ(source.url()->text(), "file://" + std::filesystem::current_path().string() + "/bell.wav");
+    EXPECT_EQ(
+        source.url()->text(), "file://" + std::filesystem::current_path().string() + "/bell.wav");
     backend.take();
     try {
         source.setDataFromURL("http://[");
@@ -105,10 +106,10 @@ TEST_F(SourceData, DumpsAWavFile) {
     const Bytes samples{0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8};
     source.setData(44100, 16, 2, samples.data(), 8);
     EXPECT_EQ(
-        dump(), (Bytes{'R',  'I',  'F', 'F', 44, 0,    0,    0,    'W',  'A',  'V',  'E', 'f',
-                       'm',  't',  ' ', 16,  0,  0,    0,    1,    0,    2,    0,    0x44, 0xAC,
-                       0,    0,    0x10, 0xB1, 2, 0,   4,    0,    16,   0,    'd',  'a', 't',
-                       'a',  8,    0,   0,   0,  0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8}));
+        dump(), (Bytes{'R', 'I', 'F',  'F',  44, 0,    0,    0,    'W',  'A',  'V',  'E',  'f',
+                       'm', 't', ' ',  16,   0,  0,    0,    1,    0,    2,    0,    0x44, 0xAC,
+                       0,   0,   0x10, 0xB1, 2,  0,    4,    0,    16,   0,    'd',  'a',  't',
+                       'a', 8,   0,    0,    0,  0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8}));
     source.setData(8000, 12, 1, samples.data(), 2);
     const Bytes twelve = dump();
     ASSERT_EQ(twelve.size(), 46U);

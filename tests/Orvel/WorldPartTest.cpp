@@ -40,9 +40,9 @@ TEST_F(Parts, SpreadsAStateToAllThatIsConnected) {
     EXPECT_EQ(backend.take(), Calls()) << "nothing changed";
     s1.setState(WorldPart::STOP);
     EXPECT_EQ(backend.take(), fromSource);
-    for (const WorldPart* part : {static_cast<WorldPart*>(&s1),
-                                         static_cast<WorldPart*>(&e3),
-                                         static_cast<WorldPart*>(&e5)}) {
+    for (const WorldPart* part :
+         {static_cast<WorldPart*>(&s1), static_cast<WorldPart*>(&e3),
+          static_cast<WorldPart*>(&e5)}) {
         EXPECT_EQ(part->state(), WorldPart::STOP);
         EXPECT_EQ(part->previousState(), WorldPart::PLAY);
     }
@@ -157,8 +157,8 @@ TEST_F(Parts, TakesParametersInTheirOrder) {
     EXPECT_EQ(hull, (std::vector<float>{1, 2, 3, 4}));
     EXPECT_TRUE(!e4.paramFlag() && e4.paramValue() == 5 && e4.gain() == 6);
     EXPECT_TRUE(s2.loop() && s2.pitch() == 7);
-    const std::vector<float> defaults{
-        e3.maxBack(), e3.maxFront(), e3.minBack(), e3.minFront(), e3.paramValue(), e3.gain()};
+    const std::vector<float> defaults{e3.maxBack(),  e3.maxFront(),   e3.minBack(),
+                                      e3.minFront(), e3.paramValue(), e3.gain()};
     EXPECT_EQ(defaults, (std::vector<float>{10, 10, 0, 0, 0, 1}));
     EXPECT_TRUE(e3.paramFlag() && !s1.loop() && s1.pitch() == 1);
 }

@@ -29,7 +29,10 @@ TEST(World, TellsEveryBackendOfEveryChangeInTheOrderAdded) {
         {"setEmitterParam 2", [&] { emitter->setParam(true, 0, 1); }},
         {"setEmitterConnection 2", [&] { emitter->setSource(source); }},
         {"setEnabled", [&] { world.setEnabled(world.enabled()); }},
-        {"setListenerTransform", [&] { world.setListenerTransform({1, 2, 3}, {}); }},
+        {"setListenerTransform",
+         [&] {
+             world.setListenerTransform({1, 2, 3}, {});
+         }},
         {"setSourceData 1", [&] { source->setDataFromURL("bell.wav"); }},
         {"setEmitterConnection 2", [&] { emitter->setSource(nullptr); }},
         {"setEmitterState 2", [&] { emitter->setState(WorldPart::PLAY); }},
@@ -189,8 +192,9 @@ TEST(World, ClearsEmittersBeforeSourcesAndThenResets) {
     world.reset();
     EXPECT_EQ(
         backend->take(),
-        (Calls{"setEmitterConnection 1", "destroyEmitter 1", "setEmitterConnection 5",
-               "destroyEmitter 5", "destroySource 2", "destroySource 6", "resetBackend"}));
+        (Calls{
+            "setEmitterConnection 1", "destroyEmitter 1", "setEmitterConnection 5",
+            "destroyEmitter 5", "destroySource 2", "destroySource 6", "resetBackend"}));
     EXPECT_TRUE(world.emitters().empty());
     EXPECT_TRUE(world.sources().empty());
     EXPECT_EQ(world.createSource()->id(), 7) << "the counter goes on";
@@ -201,7 +205,9 @@ TEST(World, LetsADerivedWorldIntercept) {
     public:
         using World::setEnabled;
         void setEnabled() override { seen.emplace_back("setEnabled"); }
-        void setEmitterState(Emitter& /*emitter*/) override { seen.emplace_back("setEmitterState"); }
+        void setEmitterState(Emitter& /*emitter*/) override {
+            seen.emplace_back("setEmitterState");
+        }
         void clearWorld() override {
             seen.emplace_back("clearWorld");
             World::clearWorld();
@@ -220,9 +226,9 @@ TEST(World, LetsADerivedWorldIntercept) {
         world.seen,
         (Calls{"setEnabled", "setEmitterState", "setSourceDuration 2.500000", "clearWorld"}));
     EXPECT_EQ(
-        backend->take(),
-        (Calls{"createEmitter 1", "createSource 2", "destroyEmitter 1", "destroySource 2",
-               "resetBackend"}));
+        backend->take(), (Calls{
+                             "createEmitter 1", "createSource 2", "destroyEmitter 1",
+                             "destroySource 2", "resetBackend"}));
 }
 
 TEST(World, PrintsItsCountsAtEveryLevel) {
@@ -235,8 +241,9 @@ TEST(World, PrintsItsCountsAtEveryLevel) {
         RecordingBackend(world), RecordingBackend(world), RecordingBackend(world)};
     world.print();
     EXPECT_EQ(
-        log.take(), (Calls{"LOG: Orvel Emitter/Source/Backend count: 0/0/0\n",
-                           "LOG: Orvel Emitter/Source/Backend count: 2/1/3\n"}));
+        log.take(), (Calls{
+                        "LOG: Orvel Emitter/Source/Backend count: 0/0/0\n",
+                        "LOG: Orvel Emitter/Source/Backend count: 2/1/3\n"}));
 }
 
 TEST(World, ReportsPartsThatAreLeftAndDoesNotDeleteThem) {
