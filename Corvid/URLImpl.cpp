@@ -23,23 +23,36 @@ Limits& limits() {
     return theLimits;
 }
 
-struct UrlCleanup {
-    void operator()(CURLU* url) const { curl_url_cleanup(url); }
-};
-
 [[noreturn]] void throwUnparsable() {
     throw URLImpl::Exception("Cannot parse URL");
 }
 
-/// A part of a parsed URL; throws when the URL does not have it.
-std::string urlPart(CURLU* url, CURLUPart part, unsigned flags = 0) {
-    char* text = nullptr;
-    if (curl_url_get(url, part, &text, flags) != CURLUE_OK) {
-        throwUnparsable();
+/// An absolute URL, parsed.
+class Parsed {
+public:
+    explicit Parsed(const std::string& text) : url_(curl_url()) {
+        // Schemes that cannot be fetched may mean something to a player.
+        const unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE;
+        if (!url_ || curl_url_set(url_.get(), CURLUPART_URL, text.c_str(), flags) != CURLUE_OK) {
+            throwUnparsable();
+        }
     }
-    const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
-    return text;
-}
+
+    [[nodiscard]] std::string part(CURLUPart which, unsigned flags = 0) const {
+        char* text = nullptr;
+        if (curl_url_get(url_.get(), which, &text, flags) != CURLUE_OK) {
+            throwUnparsable();
+        }
+        const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
+        return text;
+    }
+
+private:
+    struct Cleanup {
+        void operator()(CURLU* url) const { curl_url_cleanup(url); }
+    };
+    std::unique_ptr<CURLU, Cleanup> url_;
+};
 
 bool isLetter(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
@@ -100,21 +113,25 @@ std::unique_ptr<URLImpl> URLImpl::create(const std::string& text, const URLImpl&
     if (text.empty() || text.find('\0') != std::string::npos) {
         throwUnparsable();
     }
-    const std::string absolute = hasScheme(text) ? text : resolve(text, base.text());
-    const std::unique_ptr<CURLU, UrlCleanup> url(curl_url());
-    // Schemes that cannot be fetched may mean something to a player.
-    const unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_ALLOW_SPACE | CURLU_URLENCODE;
-    if (!url || curl_url_set(url.get(), CURLUPART_URL, absolute.c_str(), flags) != CURLUE_OK) {
+    std::string absolute; // with spaces encoded, which libcurl does not do everywhere
+    for (const char c : hasScheme(text) ? text : resolve(text, base.text())) {
+        absolute += c == ' ' ? std::string("%20") : std::string(1, c);
+    }
+    const Parsed url(absolute);
+    if (url.part(CURLUPART_SCHEME) == "file") {
+        const std::string path = url.part(CURLUPART_PATH, CURLU_URLDECODE);
+        if (!path.starts_with('/')) {
+            throwUnparsable();
+        }
+        return std::make_unique<URLFile>(path);
+    }
+    // libcurl forgives a slash too many, and would take the first folder for the host. It decodes
+    // hosts after it has looked for numeric ones, so some would be others when parsed once more.
+    const std::string normal = url.part(CURLUPART_URL);
+    if (absolute[absolute.find("://") + 3] == '/' || Parsed(normal).part(CURLUPART_URL) != normal) {
         throwUnparsable();
     }
-    if (urlPart(url.get(), CURLUPART_SCHEME) != "file") {
-        return std::make_unique<detail::URLRemote>(urlPart(url.get(), CURLUPART_URL));
-    }
-    const std::string path = urlPart(url.get(), CURLUPART_PATH, CURLU_URLDECODE);
-    if (!path.starts_with('/')) {
-        throwUnparsable();
-    }
-    return std::make_unique<URLFile>(path);
+    return std::make_unique<detail::URLRemote>(normal);
 }
 
 } // namespace Corvid

@@ -1,0 +1,142 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <map>
+#include <mutex>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+namespace Orvel::Test {
+
+/// What a server answers, byte by byte, so that it may break every rule, and what it does then.
+struct Answer {
+    enum Then {
+        Close,
+        Stall,  ///< sends nothing more and waits until the client has had enough
+        Repeat, ///< sends `more` again and again, 64 MiB at most
+        Drip,   ///< sends `more` byte by byte with pauses of 0.3 s, then closes
+    };
+    std::string bytes;
+    Then then = Close;
+    std::string more = {};
+};
+
+/// An HTTP server on a free loopback port with one thread, serving one connection after another.
+/// Paths that it does not know get status 404. Nothing keeps it busy for more than 20 s.
+class HttpServer {
+public:
+    explicit HttpServer(std::map<std::string, Answer> answers) : answers_(std::move(answers)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof(address);
+        auto* generic = reinterpret_cast<sockaddr*>(&address);
+        if (listener_ < 0 || ::bind(listener_, generic, length) != 0 ||
+            ::listen(listener_, 64) != 0 || ::getsockname(listener_, generic, &length) != 0) {
+            throw std::runtime_error("no HTTP server on loopback");
+        }
+        port_ = ntohs(address.sin_port);
+        thread_ = std::thread([this] { run(); });
+    }
+
+    ~HttpServer() {
+        ::shutdown(listener_, SHUT_RDWR); // ends accept()
+        thread_.join();
+        ::close(listener_);
+    }
+
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    [[nodiscard]] std::string url(const std::string& path) const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
+
+    /// The head of the last request.
+    [[nodiscard]] std::string lastRequest() {
+        const std::scoped_lock lock(mutex_);
+        return lastRequest_;
+    }
+
+private:
+    void run() {
+        while (true) {
+            const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (client < 0) {
+                return;
+            }
+            serve(client);
+            ::close(client);
+        }
+    }
+
+    void serve(int client) {
+        std::string request;
+        while (request.find("\r\n\r\n") == std::string::npos) {
+            char buffer[4096];
+            const ssize_t size =
+                waitFor(client, 20000) ? ::recv(client, buffer, sizeof(buffer), 0) : 0;
+            if (size <= 0) {
+                return;
+            }
+            request.append(buffer, static_cast<std::size_t>(size));
+        }
+        {
+            const std::scoped_lock lock(mutex_);
+            lastRequest_ = request;
+        }
+        const std::size_t path = request.find(' ') + 1;
+        const auto found = answers_.find(request.substr(path, request.find(' ', path) - path));
+        if (found == answers_.end()) {
+            send(client, "HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone");
+            return;
+        }
+        const Answer& answer = found->second;
+        bool open = send(client, answer.bytes);
+        if (answer.then == Answer::Stall) {
+            waitFor(client, 20000);
+        } else if (answer.then == Answer::Repeat) {
+            for (std::size_t sent = 0; open && sent < (64U << 20U); sent += answer.more.size()) {
+                open = send(client, answer.more);
+            }
+        } else if (answer.then == Answer::Drip) {
+            for (std::size_t i = 0; open && i < answer.more.size(); ++i) {
+                waitFor(client, 300);
+                open = send(client, answer.more.substr(i, 1));
+            }
+        }
+    }
+
+    /// Whether the client sent something or went away within the time.
+    static bool waitFor(int client, int milliseconds) {
+        pollfd entry = {client, POLLIN, 0};
+        return ::poll(&entry, 1, milliseconds) > 0;
+    }
+
+    static bool send(int client, const std::string& bytes) {
+        for (std::size_t sent = 0; sent < bytes.size();) {
+            const ssize_t size =
+                ::send(client, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            if (size <= 0) {
+                return false;
+            }
+            sent += static_cast<std::size_t>(size);
+        }
+        return true;
+    }
+
+    const std::map<std::string, Answer> answers_;
+    const int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    unsigned port_ = 0;
+    std::mutex mutex_;
+    std::string lastRequest_; // guarded by mutex_
+    std::thread thread_;
+};
+
+} // namespace Orvel::Test
