@@ -58,7 +58,7 @@ protected:
 
     /// Only while no other thread runs that reads the environment.
     static void useTemporaryFolder(const fs::path& folder) {
-        ::setenv("TMPDIR", folder.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
+        ::setenv("TMPDIR", folder.c_str(), 1);
     }
 
     const fs::path before_ = fs::current_path();
