@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <map>
+#include <unordered_map>
 
 namespace Orvel {
 
@@ -125,11 +126,16 @@ bool isSpatialized(World& world, const Emitter& emitter) {
 
 /// AL objects made in the back end's context and not yet deleted.
 struct OALBackend::Objects {
-    using Names = std::map<int, ALuint>;
+    // Hashed: every change of an emitter looks its name up, after the mixer has used the caches.
+    using Names = std::unordered_map<int, ALuint>;
 
     Names emitterSources; // emitter id to AL source
     Names sourceBuffers;  // source id to AL buffer
 
+    /// The names in ascending order of the parts' ids.
+    static std::map<int, ALuint> inOrder(const Names& names) {
+        return {names.begin(), names.end()};
+    }
     /// The AL object of a part, or null.
     static const ALuint* find(const Names& names, int id) {
         const auto found = names.find(id);
@@ -227,12 +233,12 @@ void OALBackend::resetBackend() {
     if (!selectContext()) {
         return;
     }
-    for (const auto& [id, source] : objects_->emitterSources) {
+    for (const auto& [id, source] : Objects::inOrder(objects_->emitterSources)) {
         alSourceStop(source);
         alDeleteSources(1, &source);
     }
     objects_->emitterSources.clear();
-    for (const auto& [id, buffer] : objects_->sourceBuffers) {
+    for (const auto& [id, buffer] : Objects::inOrder(objects_->sourceBuffers)) {
         alDeleteBuffers(1, &buffer);
     }
     objects_->sourceBuffers.clear();
