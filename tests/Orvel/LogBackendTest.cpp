@@ -3,8 +3,8 @@
 
 #include <Orvel/LogBackend.h>
 
+#include <cstdio>
 #include <gtest/gtest.h>
-#include <regex>
 
 namespace Orvel::Test {
 
@@ -89,11 +89,14 @@ TEST(LogBackend, HeadersNameTheLibrarysFunctions) {
     backend.setEmitterParam(emitter);
     const Calls lines = log.take();
     ASSERT_EQ(lines.size(), 1U);
-    const std::regex expected(
-        "LOG: Orvel\tOrvel/LogBackend:[0-9]+\tvirtual void "
-        "Orvel::LogBackend::setEmitterParam\\(Orvel::Emitter&\\)\t LogBackend: "
+    int number = 0;
+    int rest = 0;
+    std::sscanf(lines[0].c_str(), "LOG: Orvel\tOrvel/LogBackend:%d\t%n", &number, &rest);
+    EXPECT_GT(number, 0) << lines[0];
+    EXPECT_EQ(
+        lines[0].substr(static_cast<std::size_t>(rest)),
+        "virtual void Orvel::LogBackend::setEmitterParam(Orvel::Emitter&)\t LogBackend: "
         "setEmitterParam\n");
-    EXPECT_TRUE(std::regex_match(lines[0], expected)) << lines[0];
     Log::the().setModuleFilter([](const char*) { return false; });
     backend.setEmitterParam(emitter);
     Log::the().setModuleFilter(nullptr);
