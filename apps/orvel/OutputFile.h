@@ -1,0 +1,43 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace OrvelTool {
+
+/// What could not be written, and why, in a sentence for the user.
+class OutputError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A file that comes into being whole or not at all: it is written under another name in the same
+/// folder, which keep() changes into the real one, and which the destructor removes otherwise.
+/// A path that exists and is no regular file, such as /dev/null or a pipe, is written directly.
+/// Confined to one thread at a time.
+class OutputFile {
+public:
+    /// Creates the temporary file. Throws OutputError.
+    explicit OutputFile(const std::string& path);
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+    ~OutputFile();
+
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+    /// The open file, for reading and writing; it stays this object's. -1 after keep().
+    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+
+    /// Writes a text. Throws OutputError.
+    void write(const std::string& text);
+    /// Closes the file and gives it its name. Throws OutputError; then nothing is left behind.
+    void keep();
+
+private:
+    void removeTemporary() noexcept;
+
+    std::string path_;
+    std::string temporary_; // empty when there is none
+    int descriptor_ = -1;
+};
+
+} // namespace OrvelTool
