@@ -1,11 +1,13 @@
 #pragma once
 
+#include "Ramp.h"
 #include "Scene.h"
 #include "SoundBank.h"
 
 #include <Orvel/World.h>
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <optional>
 
@@ -21,7 +23,13 @@ public:
     /// How often, in seconds, advance() wants to be called while something moves.
     static constexpr double kTick = 0.01;
 
+    /// Gives a source its sound.
+    using GiveSound = std::function<void(Orvel::Source& source, const Sound& sound)>;
+
     ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world);
+    /// For a world in which the sounds do not matter, or are given in another way. Calls `give`
+    /// where a source gets its sound; end() takes the lengths from `sounds`.
+    ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give);
 
     /// Empties the world, creates the scene's parts and applies what is due at time 0. Back ends
     /// are best added before. May be called again, to start over.
@@ -42,6 +50,53 @@ public:
     /// every sound that plays then has ended, a looped one having played once. Call it after
     /// start(): the lengths of URLs are known then, if a back end has fetched them.
     [[nodiscard]] double end() const;
+
+    /// The pitches that are changing, by the id of their source.
+    [[nodiscard]] const std::map<int, Ramp<float>>& pitchRamps() const noexcept { return pitches_; }
+
+private:
+    template <class Value>
+    using MaybeRamp = std::optional<Ramp<Value>>;
+
+    /// What is moving of a listener or an emitter.
+    struct PlaceRamps {
+        MaybeRamp<Orvel::Vec3f> position;
+        MaybeRamp<Orvel::Quaternion> rotation;
+    };
+    struct EmitterRamps : PlaceRamps {
+        MaybeRamp<float> maxBack;
+        MaybeRamp<float> maxFront;
+        MaybeRamp<float> minBack;
+        MaybeRamp<float> minFront;
+        MaybeRamp<float> gain;
+        MaybeRamp<float> value;
+    };
+
+    template <class Visit>
+    void visitRamps(Visit visit) const;
+
+    void createSource(const SourceSpec& spec);
+    void createEmitter(const EmitterSpec& spec);
+    void destroySource(Orvel::Source& source);
+    void destroyEmitter(Orvel::Emitter& emitter);
+    void apply(const Change& change);
+    void applyToWorld(const Change& change);
+    void applyToListener(const Change& change);
+    void applyToSource(const Change& change, Orvel::Source& source);
+    void applyToEmitter(const Change& change, Orvel::Emitter& emitter);
+    void changeSound(Orvel::Source& source, const Sound& sound);
+    void setListener(const Orvel::Vec3f& position, const Orvel::Quaternion& rotation);
+    void move(double seconds);
+    static void move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seconds);
+
+    const Scene& scene_;
+    const SoundBank& sounds_;
+    Orvel::World& world_;
+    GiveSound give_;
+    std::size_t next_ = 0; // in the timeline
+    PlaceRamps listener_;
+    std::map<int, EmitterRamps> emitters_; // by id; those without any ramp are removed
+    std::map<int, Ramp<float>> pitches_;   // by id of the source
 };
 
 } // namespace OrvelTool
