@@ -2,22 +2,23 @@
 
 #include <AL/alext.h>
 #include <AL/alut.h>
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <set>
 #include <sstream>
-#include <utility>
 
 using Orvel::Test::FakeAL;
 
 struct ALCdevice_struct {
-    int number;
+    std::size_t number;
     std::set<ALuint> buffers;
 };
 
 struct ALCcontext_struct {
-    int number;
+    std::size_t number;
     ALCdevice* device;
     std::set<ALuint> sources;
     ALenum error;
@@ -25,123 +26,128 @@ struct ALCcontext_struct {
 
 namespace {
 
+struct Enum {
+    ALenum value;
+};
+
+struct Vector {
+    ALenum parameter;
+    const ALfloat* values;
+};
+
 std::set<ALCdevice*> devices;
 std::set<ALCcontext*> contexts;
+std::size_t deviceCount = 0;
+std::size_t contextCount = 0;
 ALCcontext* current = nullptr;
-int deviceCount = 0;
-int contextCount = 0;
 
-std::string text(ALuint value) {
-    return std::to_string(value);
-}
-std::string text(ALint value) {
-    return std::to_string(value);
-}
-std::string text(float value) {
-    std::ostringstream stream;
-    stream << (std::abs(value) < 1e-6F ? 0.0F : value);
-    return stream.str();
-}
-std::string text(const ALCdevice* device) {
-    return device == nullptr ? "null" : "device " + std::to_string(device->number);
-}
-std::string text(const ALCcontext* context) {
-    return context == nullptr ? "null" : "context " + std::to_string(context->number);
-}
-std::string text(const char* value) {
-    return value == nullptr ? "null" : value;
-}
+constexpr std::array kParameters{
+    AL_GAIN,
+    AL_POSITION,
+    AL_ORIENTATION,
+    AL_VELOCITY,
+    AL_DIRECTION,
+    AL_PITCH,
+    AL_LOOPING,
+    AL_BUFFER,
+    AL_SOURCE_RELATIVE,
+    AL_CONE_INNER_ANGLE,
+    AL_CONE_OUTER_ANGLE,
+    AL_MAX_DISTANCE,
+    AL_ROLLOFF_FACTOR,
+    AL_REFERENCE_DISTANCE,
+    AL_FORMAT_MONO8,
+    AL_FORMAT_MONO16,
+    AL_FORMAT_STEREO8,
+    AL_FORMAT_STEREO16};
+constexpr std::array<const char*, kParameters.size()> kNames{
+    "GAIN",
+    "POSITION",
+    "ORIENTATION",
+    "VELOCITY",
+    "DIRECTION",
+    "PITCH",
+    "LOOPING",
+    "BUFFER",
+    "SOURCE_RELATIVE",
+    "CONE_INNER_ANGLE",
+    "CONE_OUTER_ANGLE",
+    "MAX_DISTANCE",
+    "ROLLOFF_FACTOR",
+    "REFERENCE_DISTANCE",
+    "MONO8",
+    "MONO16",
+    "STEREO8",
+    "STEREO16"};
 
-std::string enumText(ALenum value) {
-    static const std::map<ALenum, const char*> names{
-        {AL_GAIN, "AL_GAIN"},
-        {AL_POSITION, "AL_POSITION"},
-        {AL_ORIENTATION, "AL_ORIENTATION"},
-        {AL_VELOCITY, "AL_VELOCITY"},
-        {AL_DIRECTION, "AL_DIRECTION"},
-        {AL_CONE_INNER_ANGLE, "AL_CONE_INNER_ANGLE"},
-        {AL_CONE_OUTER_ANGLE, "AL_CONE_OUTER_ANGLE"},
-        {AL_REFERENCE_DISTANCE, "AL_REFERENCE_DISTANCE"},
-        {AL_MAX_DISTANCE, "AL_MAX_DISTANCE"},
-        {AL_ROLLOFF_FACTOR, "AL_ROLLOFF_FACTOR"},
-        {AL_PITCH, "AL_PITCH"},
-        {AL_LOOPING, "AL_LOOPING"},
-        {AL_BUFFER, "AL_BUFFER"},
-        {AL_SOURCE_RELATIVE, "AL_SOURCE_RELATIVE"},
-        {AL_FORMAT_MONO8, "MONO8"},
-        {AL_FORMAT_MONO16, "MONO16"},
-        {AL_FORMAT_STEREO8, "STEREO8"},
-        {AL_FORMAT_STEREO16, "STEREO16"}};
-    const auto found = names.find(value);
-    return found == names.end() ? std::to_string(value) : found->second;
-}
-
-std::string vectorText(ALenum parameter, const ALfloat* values) {
-    std::string list = enumText(parameter);
-    for (int i = 0; i < (parameter == AL_ORIENTATION ? 6 : 3); ++i) {
-        list += ", " + text(values[i]);
+template <class T>
+std::string text(const T& value) {
+    std::ostringstream out;
+    if constexpr (std::is_floating_point_v<T>) {
+        out << (std::abs(value) < 1e-6F ? 0.0F : value);
+    } else if constexpr (std::is_same_v<T, Enum>) {
+        const auto* found = std::find(kParameters.begin(), kParameters.end(), value.value);
+        out
+            << (found == kParameters.end()
+                    ? text(value.value)
+                    : kNames[static_cast<std::size_t>(found - kParameters.begin())]);
+    } else if constexpr (std::is_same_v<T, Vector>) {
+        out << text(Enum{value.parameter});
+        std::for_each_n(
+            value.values, value.parameter == AL_ORIENTATION ? 6 : 3,
+            [&out](ALfloat number) { out << ", " << text(number); });
+    } else if constexpr (std::is_same_v<T, ALCdevice*> || std::is_same_v<T, ALCcontext*>) {
+        out << (std::is_same_v<T, ALCdevice*> ? "device " : "context ") << value->number;
+    } else {
+        out << value;
     }
-    return list;
+    return out.str();
 }
 
 template <class... Arguments>
 void record(const char* function, const Arguments&... arguments) {
     std::string list;
-    ((list += (list.empty() ? "" : ", ") + std::string(arguments)), ...);
-    FakeAL::the().record(std::string(function) + "(" + list + ")");
-}
-
-void raise(ALenum error) {
-    if (current != nullptr && current->error == AL_NO_ERROR) {
-        current->error = error;
-    }
+    ((list += (list.empty() ? "" : ", ") + text(arguments)), ...);
+    std::string& calls = FakeAL::the().calls;
+    calls += (calls.empty() ? "" : "; ") + std::string(function) + "(" + list + ")";
 }
 
 /// True when the call may take effect.
-bool begin(const char* function) {
-    const ALenum failure = FakeAL::the().failureOf(function);
-    if (failure != 0) {
-        raise(failure);
+bool begins(const char* function) {
+    const auto failure = FakeAL::the().failures.find(function);
+    if (failure != FakeAL::the().failures.end()) {
+        FakeAL::setPendingError(failure->second);
+        return false;
     }
-    return failure == 0 && current != nullptr;
+    return current != nullptr;
 }
 
-ALuint addName(std::set<ALuint>& names) {
-    ALuint name = 1;
-    while (names.contains(name)) {
-        ++name;
-    }
-    names.insert(name);
-    return name;
-}
-
-void requireSource(const char* function, ALuint source) {
-    if (begin(function) && !current->sources.contains(source)) {
-        raise(AL_INVALID_NAME);
+template <class... Arguments>
+void sourceCall(const char* function, ALuint source, const Arguments&... arguments) {
+    record(function, source, arguments...);
+    if (begins(function) && !current->sources.contains(source)) {
+        FakeAL::setPendingError(AL_INVALID_NAME);
     }
 }
 
-void raiseAlut(ALenum error) {
-    if (FakeAL::the().alutError == 0) {
-        FakeAL::the().alutError = error;
-    }
+ALuint newName(std::set<ALuint>& names) {
+    return *names.insert(names.empty() ? 1 : *names.rbegin() + 1).first;
+}
+
+bool raiseAlut(ALenum error) {
+    ALenum& pending = FakeAL::the().alutError;
+    pending = pending == 0 ? error : pending;
+    return false;
 }
 
 ALCdevice* newDevice() {
-    if (!FakeAL::the().opensDevices) {
-        return nullptr;
-    }
-    return *devices.insert(new ALCdevice{++deviceCount, {}}).first;
+    return FakeAL::the().opensDevices ? *devices.insert(new ALCdevice{++deviceCount, {}}).first
+                                      : nullptr;
 }
 
-ALCdevice* openLoopback(const ALCchar* name) {
-    record("alcLoopbackOpenDeviceSOFT", text(name));
+ALCdevice* openLoopback(const ALCchar* /*name*/) {
+    record("alcLoopbackOpenDeviceSOFT");
     return newDevice();
-}
-
-void renderSamples(ALCdevice* device, ALCvoid* samples, ALCsizei frames) {
-    record("alcRenderSamplesSOFT", text(device), text(frames));
-    std::memset(samples, 0, sizeof(float) * 2 * static_cast<std::size_t>(frames));
 }
 
 } // namespace
@@ -152,55 +158,32 @@ FakeAL& FakeAL::the() {
 }
 
 void FakeAL::reset() {
-    for (ALCcontext* context : contexts) {
-        delete context;
-    }
-    for (ALCdevice* device : devices) {
-        delete device;
-    }
-    contexts.clear();
-    devices.clear();
-    current = nullptr;
+    the() = FakeAL();
     deviceCount = contextCount = 0;
-    *this = FakeAL();
-}
-
-std::vector<std::string> FakeAL::take() {
-    return std::exchange(calls_, {});
 }
 
 void FakeAL::setPendingError(ALenum error) {
-    raise(error);
+    if (current != nullptr && current->error == AL_NO_ERROR) {
+        current->error = error;
+    }
 }
 
-ALenum FakeAL::failureOf(const char* function) const {
-    const auto found = failures_.find(function);
-    return found == failures_.end() ? 0 : found->second;
-}
-
-int FakeAL::living() {
-    std::size_t count = devices.size() + contexts.size();
-    for (const ALCcontext* context : contexts) {
-        count += context->sources.size();
-    }
-    for (const ALCdevice* device : devices) {
-        count += device->buffers.size();
-    }
-    return static_cast<int>(count);
+std::size_t FakeAL::open() {
+    return devices.size() + contexts.size();
 }
 
 extern "C" {
 
 ALCdevice* alcOpenDevice(const ALCchar* name) {
-    record("alcOpenDevice", text(name));
+    record("alcOpenDevice", name == nullptr ? "null" : name);
     return newDevice();
 }
 
 ALCboolean alcCloseDevice(ALCdevice* device) {
-    record("alcCloseDevice", text(device));
-    const bool found = devices.erase(device) != 0;
+    record("alcCloseDevice", device);
+    devices.erase(device);
     delete device;
-    return found ? ALC_TRUE : ALC_FALSE;
+    return ALC_TRUE;
 }
 
 ALCcontext* alcCreateContext(ALCdevice* device, const ALCint* attributes) {
@@ -208,15 +191,14 @@ ALCcontext* alcCreateContext(ALCdevice* device, const ALCint* attributes) {
     for (const ALCint* at = attributes; at != nullptr && *at != 0; at += 2) {
         list += (list.empty() ? "" : " ") + text(at[0]) + "=" + text(at[1]);
     }
-    record("alcCreateContext", text(device), list);
-    if (!FakeAL::the().createsContexts) {
-        return nullptr;
-    }
-    return *contexts.insert(new ALCcontext{++contextCount, device, {}, AL_NO_ERROR}).first;
+    record("alcCreateContext", device, list);
+    return FakeAL::the().createsContexts
+               ? *contexts.insert(new ALCcontext{++contextCount, device, {}, AL_NO_ERROR}).first
+               : nullptr;
 }
 
 ALCboolean alcMakeContextCurrent(ALCcontext* context) {
-    record("alcMakeContextCurrent", text(context));
+    record("alcMakeContextCurrent", context);
     current = context;
     return ALC_TRUE;
 }
@@ -227,20 +209,20 @@ ALCcontext* alcGetCurrentContext() {
 }
 
 void alcDestroyContext(ALCcontext* context) {
-    record("alcDestroyContext", text(context));
+    record("alcDestroyContext", context);
     current = current == context ? nullptr : current;
     contexts.erase(context);
     delete context;
 }
 
-ALCboolean alcIsExtensionPresent(ALCdevice* device, const ALCchar* name) {
-    record("alcIsExtensionPresent", text(device), text(name));
-    return FakeAL::the().hasLoopback ? ALC_TRUE : ALC_FALSE;
+ALCboolean alcIsExtensionPresent(ALCdevice* /*device*/, const ALCchar* name) {
+    const bool known = std::strcmp(name, "ALC_SOFT_loopback") == 0;
+    return known && FakeAL::the().hasLoopback ? ALC_TRUE : ALC_FALSE;
 }
 
 void* alcGetProcAddress(ALCdevice* /*device*/, const ALCchar* name) {
-    return std::strcmp(name, "alcRenderSamplesSOFT") == 0 ? reinterpret_cast<void*>(&renderSamples)
-                                                          : reinterpret_cast<void*>(&openLoopback);
+    const bool known = std::strcmp(name, "alcLoopbackOpenDeviceSOFT") == 0;
+    return known ? reinterpret_cast<void*>(&openLoopback) : nullptr;
 }
 
 ALenum alGetError() {
@@ -249,101 +231,86 @@ ALenum alGetError() {
 }
 
 void alListenerf(ALenum parameter, ALfloat value) {
-    record("alListenerf", enumText(parameter), text(value));
-    begin("alListenerf");
+    record("alListenerf", Enum{parameter}, value);
+    begins("alListenerf");
 }
 
 void alListenerfv(ALenum parameter, const ALfloat* values) {
-    record("alListenerfv", vectorText(parameter, values));
-    begin("alListenerfv");
+    record("alListenerfv", Vector{parameter, values});
+    begins("alListenerfv");
 }
 
 void alGenSources(ALsizei count, ALuint* names) {
-    record("alGenSources", text(count));
-    if (begin("alGenSources")) {
-        *names = addName(current->sources);
+    record("alGenSources", count);
+    if (begins("alGenSources")) {
+        *names = newName(current->sources);
     }
 }
 
 void alDeleteSources(ALsizei count, const ALuint* names) {
-    record("alDeleteSources", text(count), text(*names));
-    if (begin("alDeleteSources") && current->sources.erase(*names) == 0) {
-        raise(AL_INVALID_NAME);
+    record("alDeleteSources", count, *names);
+    if (begins("alDeleteSources") && current->sources.erase(*names) == 0) {
+        FakeAL::setPendingError(AL_INVALID_NAME);
     }
 }
 
 void alGenBuffers(ALsizei count, ALuint* names) {
-    record("alGenBuffers", text(count));
-    if (begin("alGenBuffers")) {
-        *names = addName(current->device->buffers);
+    record("alGenBuffers", count);
+    if (begins("alGenBuffers")) {
+        *names = newName(current->device->buffers);
     }
 }
 
 void alDeleteBuffers(ALsizei count, const ALuint* names) {
-    record("alDeleteBuffers", text(count), text(*names));
-    if (begin("alDeleteBuffers") && current->device->buffers.erase(*names) == 0) {
-        raise(AL_INVALID_NAME);
+    record("alDeleteBuffers", count, *names);
+    if (begins("alDeleteBuffers") && current->device->buffers.erase(*names) == 0) {
+        FakeAL::setPendingError(AL_INVALID_NAME);
     }
 }
 
 void alBufferData(
     ALuint buffer, ALenum format, const ALvoid* /*data*/, ALsizei size, ALsizei frequency) {
-    record("alBufferData", text(buffer), enumText(format), text(size), text(frequency));
-    if (begin("alBufferData") && !current->device->buffers.contains(buffer)) {
-        raise(AL_INVALID_NAME);
+    record("alBufferData", buffer, Enum{format}, size, frequency);
+    if (begins("alBufferData") && !current->device->buffers.contains(buffer)) {
+        FakeAL::setPendingError(AL_INVALID_NAME);
     }
 }
 
 void alSourcef(ALuint source, ALenum parameter, ALfloat value) {
-    record("alSourcef", text(source), enumText(parameter), text(value));
-    requireSource("alSourcef", source);
+    sourceCall("alSourcef", source, Enum{parameter}, value);
 }
 
 void alSourcefv(ALuint source, ALenum parameter, const ALfloat* values) {
-    record("alSourcefv", text(source), vectorText(parameter, values));
-    requireSource("alSourcefv", source);
+    sourceCall("alSourcefv", source, Vector{parameter, values});
 }
 
 void alSourcei(ALuint source, ALenum parameter, ALint value) {
-    record("alSourcei", text(source), enumText(parameter), text(value));
-    requireSource("alSourcei", source);
+    sourceCall("alSourcei", source, Enum{parameter}, value);
 }
 
 void alSourcePlay(ALuint source) {
-    record("alSourcePlay", text(source));
-    requireSource("alSourcePlay", source);
+    sourceCall("alSourcePlay", source);
 }
 
 void alSourcePause(ALuint source) {
-    record("alSourcePause", text(source));
-    requireSource("alSourcePause", source);
+    sourceCall("alSourcePause", source);
 }
 
 void alSourceStop(ALuint source) {
-    record("alSourceStop", text(source));
-    requireSource("alSourceStop", source);
+    sourceCall("alSourceStop", source);
 }
 
 ALboolean alutInitWithoutContext(int* argc, char** argv) {
-    record(
-        "alutInitWithoutContext", argc == nullptr ? "null" : "argc",
-        argv == nullptr ? "null" : "argv");
-    if (FakeAL::the().alutRuns) {
-        raiseAlut(ALUT_ERROR_INVALID_OPERATION);
-        return AL_FALSE;
+    record("alutInitWithoutContext");
+    if (argc != nullptr || argv != nullptr) {
+        return raiseAlut(ALUT_ERROR_INVALID_VALUE);
     }
-    FakeAL::the().alutRuns = true;
-    return AL_TRUE;
+    return !std::exchange(FakeAL::the().alutRuns, true) || raiseAlut(ALUT_ERROR_INVALID_OPERATION);
 }
 
 ALboolean alutExit() {
     record("alutExit");
-    if (!FakeAL::the().alutRuns) {
-        raiseAlut(ALUT_ERROR_INVALID_OPERATION);
-        return AL_FALSE;
-    }
-    FakeAL::the().alutRuns = false;
-    return AL_TRUE;
+    return std::exchange(FakeAL::the().alutRuns, false) || raiseAlut(ALUT_ERROR_INVALID_OPERATION);
 }
 
 ALenum alutGetError() {
@@ -361,23 +328,19 @@ ALvoid*
 alutLoadMemoryFromFile(const char* fileName, ALenum* format, ALsizei* size, ALfloat* frequency) {
     record("alutLoadMemoryFromFile", std::strrchr(fileName, '/'));
     const FakeAL::File& file = FakeAL::the().file;
+    ALenum error = file.error;
     if (!FakeAL::the().alutRuns) {
-        raiseAlut(ALUT_ERROR_INVALID_OPERATION);
+        error = ALUT_ERROR_INVALID_OPERATION;
+    } else if (current == nullptr) {
+        error = ALUT_ERROR_NO_CURRENT_CONTEXT;
+    } else if (std::exchange(current->error, AL_NO_ERROR) != AL_NO_ERROR) {
+        error = ALUT_ERROR_AL_ERROR_ON_ENTRY;
+    }
+    if (error != 0) {
+        raiseAlut(error);
         return nullptr;
     }
-    if (current == nullptr) {
-        raiseAlut(ALUT_ERROR_NO_CURRENT_CONTEXT);
-        return nullptr;
-    }
-    if (std::exchange(current->error, AL_NO_ERROR) != AL_NO_ERROR) {
-        raiseAlut(ALUT_ERROR_AL_ERROR_ON_ENTRY);
-        return nullptr;
-    }
-    if (file.error != 0) {
-        raiseAlut(file.error);
-        return nullptr;
-    }
-    begin("alutLoadMemoryFromFile"); // an error left behind by a load that succeeded
+    begins("alutLoadMemoryFromFile"); // an error left behind by a load that succeeded
     *format = file.format;
     *size = file.size;
     *frequency = file.frequency;

@@ -4,7 +4,7 @@
 #include <AL/alc.h>
 #include <map>
 #include <string>
-#include <vector>
+#include <utility>
 
 namespace Orvel::Test {
 
@@ -14,9 +14,8 @@ namespace Orvel::Test {
 /// call in the wrong context hits an object that exists; errors are per context and the first one
 /// stays; ALUT counts no users, keeps its first error, and refuses to load while an error is
 /// pending; a destroyed context is no longer current.
-class FakeAL {
-public:
-    /// What the next alutLoadMemoryFromFile() gives: samples, or an ALUT error.
+struct FakeAL {
+    /// What alutLoadMemoryFromFile() gives: samples, or an ALUT error.
     struct File {
         ALenum format = AL_FORMAT_MONO16;
         ALsizei size = 0;
@@ -26,37 +25,25 @@ public:
 
     static FakeAL& the();
 
-    /// Forgets everything; a test begins with it.
-    void reset();
-
-    /// The calls since the last take() or reset(), such as "alSourcef(1, AL_PITCH, 2)"; numbers are
-    /// rounded to six digits. alcGetCurrentContext() is not among them, see `queries`.
-    std::vector<std::string> take();
-
-    /// Each call of `function` from now on leaves `error` behind and has no other effect.
-    void fail(const std::string& function, ALenum error) { failures_[function] = error; }
-    void failNothing() { failures_.clear(); }
+    /// Forgets everything and repairs what fails; a test begins with it.
+    static void reset();
+    /// The calls since the last take() or reset(), such as "alSourcePlay(1); alGetError()", with
+    /// numbers rounded to six digits. alcGetCurrentContext() is not among them, see `queries`.
+    std::string take() { return std::exchange(calls, {}); }
     /// Leaves an error pending in the current context, as other code may.
-    void setPendingError(ALenum error);
-
-    /// Devices, contexts, sources and buffers not yet deleted.
-    [[nodiscard]] static int living();
+    static void setPendingError(ALenum error);
+    /// How many devices and contexts are open.
+    static std::size_t open();
 
     bool opensDevices = true;
     bool createsContexts = true;
     bool hasLoopback = true;
+    std::map<std::string, ALenum> failures; ///< functions that only leave this error behind
     File file;
-    ALenum alutError = 0; // unread
-    int queries = 0;      // calls of alcGetCurrentContext()
-
-    // For the functions themselves.
-    void record(const std::string& call) { calls_.push_back(call); }
-    [[nodiscard]] ALenum failureOf(const char* function) const;
     bool alutRuns = false;
-
-private:
-    std::vector<std::string> calls_;
-    std::map<std::string, ALenum> failures_;
+    ALenum alutError = 0; ///< unread
+    int queries = 0;      ///< calls of alcGetCurrentContext()
+    std::string calls;
 };
 
 } // namespace Orvel::Test
