@@ -65,7 +65,8 @@ void Emitter::setSource(Source* source) {
     }
     source_ = source;
     if (source != nullptr) {
-        source->connectedEmitters_[id()] = this;
+        auto& emitters = source->connectedEmitters_;
+        emitters.insert_or_assign(emitters.end(), id(), this);
     }
     world().setEmitterConnection(*this);
 }

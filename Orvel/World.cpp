@@ -259,7 +259,8 @@ void World::print() {
 }
 
 void World::enter(Emitter& emitter) {
-    emitters_[emitter.id()] = &emitter;
+    // Ids mostly ascend, and then the end is a place that needs no search.
+    emitters_.insert_or_assign(emitters_.end(), emitter.id(), &emitter);
 }
 
 void World::leave(Emitter& emitter) {
@@ -267,7 +268,7 @@ void World::leave(Emitter& emitter) {
 }
 
 void World::enter(Source& source) {
-    sources_[source.id()] = &source;
+    sources_.insert_or_assign(sources_.end(), source.id(), &source);
 }
 
 void World::leave(Source& source) {
