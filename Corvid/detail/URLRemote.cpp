@@ -33,7 +33,6 @@ struct Transfer {
     Clock::time_point lastByte = Clock::now();
     int writeError = 0;
     bool tooLarge = false;
-    bool stalled = false;
 
     Transfer() = default;
     ~Transfer() { close(); }
@@ -72,10 +71,9 @@ std::size_t takeHeader(char* /*data*/, std::size_t one, std::size_t count, void*
 /// Called about once per second also while nothing arrives. libcurl's own limit looks at the speed
 /// of the last seconds and would notice a stall that much later.
 int checkStall(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-    auto& transfer = *static_cast<Transfer*>(user);
-    transfer.stalled =
-        Clock::now() - transfer.lastByte > std::chrono::seconds(transfer.limits.stallSeconds);
-    return transfer.stalled ? 1 : 0;
+    const auto& transfer = *static_cast<const Transfer*>(user);
+    const auto pause = Clock::now() - transfer.lastByte;
+    return pause > std::chrono::seconds(transfer.limits.stallSeconds) ? 1 : 0;
 }
 
 /// Zero, which stands for no limit, and what is beyond libcurl's range become its greatest values.
@@ -132,7 +130,7 @@ std::string whyFailed(CURL* curl, CURLcode code, const char* details, const Tran
         return "it is larger than the limit of " + std::to_string(transfer.limits.maxBytes) +
                " bytes";
     }
-    if (transfer.stalled) {
+    if (code == CURLE_ABORTED_BY_CALLBACK) { // checkStall() is the only one that does
         return "the server sent nothing for " + std::to_string(transfer.limits.stallSeconds) +
                " seconds";
     }

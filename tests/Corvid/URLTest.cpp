@@ -106,6 +106,7 @@ TEST_F(URLParsing, GivesAStableTextForm) {
         {local, "http://example.org", "http://example.org/"},
         {local, "HTTPS://me@example.org:8443/a/../b c.wav?q=\xc3\xa4#z",
          "https://me@example.org:8443/b%20c.wav?q=%c3%a4#z"},
+        {local, "http://example.org/?a b#c d", "http://example.org/?a%20b#c%20d"},
         {local, "http://[::1]:80/x", "http://[::1]:80/x"},
         {local, "rtsp://camera/1", "rtsp://camera/1"},
         {*remote, "bell 1#.wav", "http://example.org/a/b/bell%201%23.wav"},
@@ -130,6 +131,7 @@ TEST_F(URLParsing, RefusesWhatIsNoURL) {
         "http://?x"s,
         "http://#x"s,
         "http://a b/"s,
+        "http://0x7f%41/"s,
         "http://host:port/"s,
         "http://host:99999/"s,
         "http://[::1/"s,
@@ -250,7 +252,7 @@ TEST_F(URLDownload, FailsWithTheReasonAndLeavesNothing) {
     const std::string huge = std::to_string(std::numeric_limits<unsigned>::max());
     HttpServer server({
         {"/401", {"HTTP/1.1 401 No\r\nWWW-Authenticate: Basic\r\nContent-Length: 1\r\n\r\nx"}},
-        {"/500", {"HTTP/1.1 500 Broken\r\nContent-Length: 1\r\n\r\nx"}},
+        {"/500", {"HTTP/1.1 500 Broken\r\n\r\n", Answer::Repeat, "sorry"}},
         {"/nowhere", {"HTTP/1.1 302 Found\r\nContent-Length: 1\r\n\r\nx"}},
         {"/loop", {redirect("/loop")}},
         {"/twice", {redirect("/once")}},
@@ -281,7 +283,7 @@ TEST_F(URLDownload, FailsWithTheReasonAndLeavesNothing) {
         {server.url("/404"), "404"},
         {server.url("/401"), "401"},
         {server.url("/500"), "500"},
-        {server.url("/nowhere"), "302"},
+        {server.url("/nowhere"), "status 302"},
         {server.url("/loop"), "Maximum (2) redirects followed"},
         {server.url("/twice"), "404 (redirected to \"" + server.url("/404") + "\")"},
         {server.url("/file"), "Protocol \"file\""},
