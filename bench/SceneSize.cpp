@@ -7,6 +7,7 @@
 #include <Orvel/World.h>
 
 #include <array>
+#include <malloc.h>
 
 namespace {
 
@@ -30,25 +31,43 @@ void makeScene(Orvel::World& world, int emitters, int emittersPerSource) {
     }
 }
 
-/// One scene after the other until as many emitters have been made as the largest scene has.
-Costs measure(int emitters, int emittersPerSource) {
+/// How many emitters share a source, and whether the scenes of one size exist at the same time. If
+/// so, all sizes use the same amount of memory, and what is left is how the work itself grows; if
+/// not, a small scene stays in the processor's caches.
+struct Variant {
+    const char* name;
+    int emittersPerSource;
+    bool sideBySide;
+};
+constexpr std::array<Variant, 3> kVariants{
+    {{", alone", 8, false}, {", same memory", 8, true}, {", one source", kSizes.back(), true}}};
+
+/// As many scenes as it takes to make as many emitters as the largest scene has.
+Costs measure(int emitters, const Variant& variant) {
     Costs costs{};
     const int scenes = kSizes.back() / emitters;
-    for (int i = 0; i < scenes; ++i) {
-        Orvel::World world;
-        auto start = OrvelBench::Clock::now();
-        makeScene(world, emitters, emittersPerSource);
-        costs[0] += OrvelBench::secondsSince(start);
-        start = OrvelBench::Clock::now();
-        world.addBackend("silent", "");
-        costs[1] += OrvelBench::secondsSince(start);
-        start = OrvelBench::Clock::now();
-        world.clearWorld();
-        costs[2] += OrvelBench::secondsSince(start);
-        world.deleteAllBackends();
+    const int atOnce = variant.sideBySide ? scenes : 1;
+    for (int done = 0; done < scenes; done += atOnce) {
+        malloc_trim(0); // fresh memory for each, or free lists in disorder would decide
+        std::vector<Orvel::World> worlds(static_cast<std::size_t>(atOnce));
+        const auto timeAll = [&worlds](double& cost, auto&& phase) {
+            const auto start = OrvelBench::Clock::now();
+            for (Orvel::World& world : worlds) {
+                phase(world);
+            }
+            cost += OrvelBench::secondsSince(start);
+        };
+        timeAll(costs[0], [&](Orvel::World& world) {
+            makeScene(world, emitters, variant.emittersPerSource);
+        });
+        timeAll(costs[1], [](Orvel::World& world) { world.addBackend("silent", ""); });
+        timeAll(costs[2], [](Orvel::World& world) { world.clearWorld(); });
+        for (Orvel::World& world : worlds) {
+            world.deleteAllBackends();
+        }
     }
     for (double& cost : costs) {
-        cost /= static_cast<double>(emitters) * scenes;
+        cost /= kSizes.back();
     }
     return costs;
 }
@@ -60,14 +79,14 @@ int main(int argc, char** argv) {
     OrvelBench::Report report("Cost per emitter, against a scene of 1,000", argc, argv);
     Orvel::Log::the().setLevel(Orvel::Log::Level::Warning);
 
-    for (const int emittersPerSource : {8, kSizes.back()}) {
+    for (const Variant& variant : kVariants) {
         std::array<std::array<OrvelBench::Pairs, kPhases.size()>, kSizes.size()> pairs;
         const std::size_t rounds = report.quick() ? 1 : 101;
         for (std::size_t round = 0; round < rounds; ++round) {
             std::array<Costs, kSizes.size()> costs{};
             for (std::size_t i = 0; i < kSizes.size(); ++i) {
                 const std::size_t size = (i + round) % kSizes.size();
-                costs[size] = measure(kSizes[size], emittersPerSource);
+                costs[size] = measure(kSizes[size], variant);
             }
             for (std::size_t size = 0; size < kSizes.size(); ++size) {
                 for (std::size_t phase = 0; phase < kPhases.size(); ++phase) {
@@ -78,8 +97,7 @@ int main(int argc, char** argv) {
         for (std::size_t phase = 0; phase < kPhases.size(); ++phase) {
             for (std::size_t size = 1; size < kSizes.size(); ++size) {
                 report.row(
-                    std::string(kPhases[phase]) + " " + std::to_string(kSizes[size]) +
-                        (emittersPerSource == 8 ? ", 8 on a source" : ", all on one source"),
+                    std::string(kPhases[phase]) + " " + std::to_string(kSizes[size]) + variant.name,
                     pairs[size][phase].medians(), OrvelBench::kNanoseconds, {Aim::Of::Ratio, 1.5});
             }
         }
