@@ -126,19 +126,4 @@ TEST(BackendFactory, IsEmptyWithoutKindsAndFillsAgain) {
     EXPECT_NE(world.addBackend("log", ""), nullptr);
 }
 
-TEST(BackendType, CopiesOnlyReport) {
-    const BackendType original("a kind", makeRecorder);
-    const Calls names = BackendFactory::names();
-    TidyWorld world;
-    const LogCapture log;
-    {
-        const BackendType copy(original); // NOLINT(performance-unnecessary-copy-initialization)
-        EXPECT_EQ(log.lines(), Calls{"FATAL: In BackendType copy constructor\n"});
-        EXPECT_EQ(copy.name(), "");
-        EXPECT_EQ(copy.createBackend(world, ""), nullptr);
-        EXPECT_EQ(BackendFactory::names(), names);
-    }
-    EXPECT_EQ(BackendFactory::names(), names) << "the copy's end removes nothing";
-}
-
 } // namespace Orvel::Test

@@ -1,9 +1,12 @@
 #include "support/Capture.h"
 #include "support/RecordingBackend.h"
 
+#include <Orvel/LogBackend.h>
+#include <Orvel/PlayBackend.h>
 #include <Orvel/SilentBackend.h>
 
 #include <gtest/gtest.h>
+#include <memory>
 
 namespace Orvel::Test {
 
@@ -76,41 +79,59 @@ TEST(Backend, IsBuiltEvenWithMalformedParameters) {
     EXPECT_TRUE(backend->enabled());
 }
 
-TEST(Backend, TellsTheWorldOfADuration) {
-    class Listener : public TidyWorld {
+// Copying any of these is a mistake that is reported; the copies must do no harm.
+TEST(Copies, OnlyReport) {
+    class Part : public WorldPart {
     public:
-        void setSourceDuration(Source& source) override { heard.push_back(source.duration()); }
-        std::vector<float> heard;
-    } world;
-    RecordingBackend backend(world);
-    backend.setSourceDuration(*world.createSource(), 2.5F);
-    EXPECT_EQ(world.heard, std::vector<float>{2.5F});
-    EXPECT_EQ(backend.take(), Calls{"createSource 1"});
-}
-
-TEST(Backend, LeavesTheWorldWhenItIsDeleted) {
+        using WorldPart::WorldPart;
+        void setState(State state) override { changeState(state); }
+    };
     TidyWorld world;
-    auto* first = new RecordingBackend(world);
-    auto* second = new RecordingBackend(world);
-    delete first;
-    EXPECT_EQ(world.backends(), std::list<Backend*>{second});
-    world.deleteAllBackends();
-    EXPECT_TRUE(world.backends().empty());
-}
-
-TEST(Backend, CopiesOnlyReport) {
-    TidyWorld world;
-    auto* original = new SilentBackend(world, "labels=front key=value");
-    const LogCapture log;
+    Source* source = world.createSource();
+    source->setDataFromURL("http://host/a.wav");
+    source->setState(WorldPart::PLAY);
+    world.setEnabled(false);
+    const auto* player = new PlayBackend(world, "labels=front command=player");
+    const auto* logger = new LogBackend(world, nullptr);
+    const BackendType kind("a kind", SilentBackend::createMethod);
+    Part part(world, 9);
+    part.setState(WorldPart::PLAY);
+    part.setState(WorldPart::PAUSE);
+    LogCapture log;
     {
-        const SilentBackend copy(*original);
-        EXPECT_EQ(log.lines(), Calls{"FATAL: ERROR: In Backend copy constructor\n"});
-        EXPECT_EQ(&copy.world(), &world);
-        EXPECT_TRUE(copy.labels().empty());
-        EXPECT_EQ(copy.params(), nullptr);
-        EXPECT_EQ(world.backends().size(), 1U);
+        World copy(static_cast<const World&>(world));
+        EXPECT_EQ(log.take(), Calls{"WARNING: In World copy constructor\n"});
+        EXPECT_TRUE(copy.enabled() && copy.sources().empty() && copy.backends().empty());
+        const std::unique_ptr<Source> first(copy.createSource());
+        EXPECT_EQ(first->id(), 1);
     }
-    EXPECT_EQ(world.backends(), std::list<Backend*>{original});
+    {
+        const Part copy(part);
+        EXPECT_EQ(log.take(), Calls{"FATAL: Runing WorldPart copy constructor\n"});
+        EXPECT_TRUE(&copy.world() == &world && copy.id() == -1);
+        EXPECT_TRUE(copy.state() == WorldPart::NONE && copy.previousState() == WorldPart::NONE);
+    }
+    {
+        const BackendType copy(kind);
+        EXPECT_EQ(log.take(), Calls{"FATAL: In BackendType copy constructor\n"});
+        EXPECT_TRUE(copy.name().empty() && copy.createBackend(world, "") == nullptr);
+    }
+    EXPECT_NE(world.addBackend("a kind", ""), nullptr) << "the copy's end removed the original";
+    log.take();
+    {
+        PlayBackend copy(*player);
+        EXPECT_EQ(log.take(), Calls{"FATAL: ERROR: In Backend copy constructor\n"});
+        EXPECT_TRUE(&copy.world() == &world && copy.labels().empty() && !copy.params());
+        OutputCapture output(STDOUT_FILENO);
+        copy.setSourceState(*source);
+        EXPECT_EQ(output.take(), "systemCall:  http://host/a.wav &\n");
+    }
+    { const LogBackend copy(*logger); }
+    EXPECT_EQ(
+        log.take(), (Calls{
+                        "FATAL: ERROR: In Backend copy constructor\n",
+                        "LOG: LogBackend: copy backend\n", "LOG: LogBackend: delete backend\n"}));
+    EXPECT_EQ(world.backends().size(), 3U) << "copies are in no list";
 }
 
 } // namespace Orvel::Test

@@ -64,17 +64,4 @@ TEST(PlayBackend, WritesTheCommandOfWhatStartsToPlay) {
     }
 }
 
-TEST(PlayBackend, CopiesStayInert) {
-    TidyWorld world;
-    Source* source = world.createSource();
-    source->setDataFromURL("http://host/a.wav");
-    source->setState(WorldPart::PLAY);
-    const auto* original = new PlayBackend(world, "command=player");
-    const LogCapture log;
-    OutputCapture output(STDOUT_FILENO);
-    PlayBackend copy(*original);
-    copy.setSourceState(*source);
-    EXPECT_EQ(output.take(), "systemCall:  http://host/a.wav &\n") << "a copy has no parameters";
-}
-
 } // namespace Orvel::Test

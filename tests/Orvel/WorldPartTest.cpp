@@ -177,20 +177,4 @@ TEST_F(Parts, ReplacesTheEntryOfItsIdWhenMadeDirectly) {
     delete &e4;
 }
 
-TEST_F(Parts, CopiesOnlyReport) {
-    class Copyable : public WorldPart {
-    public:
-        using WorldPart::WorldPart;
-        void setState(State state) override { changeState(state); }
-    } part(world, 9);
-    part.setState(WorldPart::PLAY);
-    part.setState(WorldPart::PAUSE);
-    const LogCapture log;
-    const Copyable copy(part); // NOLINT(performance-unnecessary-copy-initialization)
-    EXPECT_EQ(log.lines(), Calls{"FATAL: Runing WorldPart copy constructor\n"});
-    EXPECT_TRUE(&copy.world() == &world && copy.id() == -1);
-    EXPECT_TRUE(copy.state() == WorldPart::NONE);
-    EXPECT_TRUE(copy.previousState() == WorldPart::NONE);
-}
-
 } // namespace Orvel::Test

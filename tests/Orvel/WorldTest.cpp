@@ -11,47 +11,49 @@ namespace Orvel::Test {
 TEST(World, TellsEveryBackendOfEveryChangeInTheOrderAdded) {
     Calls calls;
     TidyWorld world;
-    for (const char* name : {"a ", "b "}) {
-        // Labels do not matter here: filtering is the back ends' business.
+    for (const char* name : {"a ", "b "}) { // filtering by labels is the back ends' business
         (new RecordingBackend(world, "labels=nobody"))->onCall =
             [&calls, name](const std::string& call) { calls.push_back(name + call); };
     }
-    Emitter* emitter = nullptr;
-    Source* source = nullptr;
-    const struct {
-        const char* expected;
-        std::function<void()> change;
-    } rows[] = {
-        {"createSource 1", [&] { source = world.createSource(); }},
-        {"createEmitter 2", [&] { emitter = world.createEmitter({"label"}); }},
-        {"setSourceParam 1", [&] { source->setParam(source->loop(), source->pitch()); }},
-        {"setEmitterHull 2", [&] { emitter->setHull(10, 10, 0, 0); }},
-        {"setEmitterParam 2", [&] { emitter->setParam(true, 0, 1); }},
-        {"setEmitterConnection 2", [&] { emitter->setSource(source); }},
-        {"setEnabled", [&] { world.setEnabled(world.enabled()); }},
-        {"setListenerTransform",
-         [&] {
-             world.setListenerTransform({1, 2, 3}, {});
-         }},
-        {"setSourceData 1", [&] { source->setDataFromURL("bell.wav"); }},
-        {"setEmitterConnection 2", [&] { emitter->setSource(nullptr); }},
-        {"setEmitterState 2", [&] { emitter->setState(WorldPart::PLAY); }},
-        {"setSourceState 1", [&] { source->setState(WorldPart::PLAY); }},
-        {"destroyEmitter 2", [&] { delete emitter; }},
-        {"destroySource 1", [&] { delete source; }},
-        {"update", [&] { EXPECT_TRUE(world.update()); }},
-        {"resetBackend", [&] { world.reset(); }},
-    };
-    for (const auto& row : rows) {
-        calls.clear();
-        row.change();
-        const std::string expected = row.expected;
-        EXPECT_EQ(calls, (Calls{"a " + expected, "b " + expected}));
+    Source* source = world.createSource();
+    Emitter* emitter = world.createEmitter({"label"});
+    source->setParam(source->loop(), source->pitch());
+    source->setDataFromURL("bell.wav");
+    emitter->setHull(10, 10, 0, 0);
+    emitter->setParam(true, 0, 1);
+    emitter->setSource(source);
+    emitter->setSource(nullptr);
+    emitter->setState(WorldPart::PLAY);
+    source->setState(WorldPart::PLAY);
+    world.setSpatialize(false); // back ends look at it, they are not told
+    world.setEnabled(world.enabled());
+    world.setListenerTransform({1, 2, 3}, {});
+    EXPECT_TRUE(world.update());
+    delete emitter;
+    delete source;
+    world.reset();
+    const Calls each{
+        "createSource 1",
+        "createEmitter 2",
+        "setSourceParam 1",
+        "setSourceData 1",
+        "setEmitterHull 2",
+        "setEmitterParam 2",
+        "setEmitterConnection 2",
+        "setEmitterConnection 2",
+        "setEmitterState 2",
+        "setSourceState 1",
+        "setEnabled",
+        "setListenerTransform",
+        "update",
+        "destroyEmitter 2",
+        "destroySource 1",
+        "resetBackend"};
+    Calls expected;
+    for (const std::string& call : each) {
+        expected.insert(expected.end(), {"a " + call, "b " + call});
     }
-    calls.clear();
-    world.setSpatialize(false);
-    EXPECT_EQ(calls, Calls()) << "back ends look at it, they are not told";
-    EXPECT_FALSE(world.spatialize());
+    EXPECT_EQ(calls, expected);
 }
 
 TEST(World, ReplaysTheSceneToABackendThatComesLater) {
@@ -132,13 +134,6 @@ TEST(World, TestsTheListenerForAChangeComponentByComponent) {
         EXPECT_TRUE(world.listenerPosition() == position || std::isnan(position.x)) << row.what;
         EXPECT_EQ(world.listenerRotation(), row.told ? row.rotation : Quaternion()) << row.what;
     }
-    // Small steps do not add up unseen: each is compared with what was stored last.
-    TidyWorld world;
-    auto* backend = new RecordingBackend(world);
-    for (int step = 1; step <= 20; ++step) {
-        world.setListenerTransform({static_cast<float>(step) * 1e-7F, 0, 0}, {});
-    }
-    EXPECT_EQ(backend->take().size(), 1U);
 }
 
 TEST(World, NumbersPartsFromOneCounter) {
@@ -261,22 +256,6 @@ TEST(World, ReportsPartsThatAreLeftAndDoesNotDeleteThem) {
         delete world.createSource();
     }
     EXPECT_EQ(log.take(), Calls());
-}
-
-TEST(World, CopiesOnlyReport) {
-    TidyWorld world;
-    world.createSource();
-    world.createEmitter();
-    world.setEnabled(false);
-    const RecordingBackend backend(world);
-    LogCapture log;
-    World copy(static_cast<const World&>(world));
-    EXPECT_EQ(log.take(), Calls{"WARNING: In World copy constructor\n"});
-    EXPECT_TRUE(copy.enabled() && copy.sources().empty() && copy.emitters().empty());
-    EXPECT_TRUE(copy.backends().empty());
-    Source* source = copy.createSource();
-    EXPECT_EQ(source->id(), 1);
-    delete source;
 }
 
 } // namespace Orvel::Test
