@@ -280,9 +280,9 @@ TEST_F(URLDownload, FailsWithTheReasonAndLeavesNothing) {
         std::string url;
         std::string reason;
     } kRows[] = {
-        {server.url("/404"), "404"},
-        {server.url("/401"), "401"},
-        {server.url("/500"), "500"},
+        {server.url("/404"), "error: 404"},
+        {server.url("/401"), "error: 401"},
+        {server.url("/500"), "error: 500"},
         {server.url("/nowhere"), "status 302"},
         {server.url("/loop"), "Maximum (2) redirects followed"},
         {server.url("/twice"), "404 (redirected to \"" + server.url("/404") + "\")"},
