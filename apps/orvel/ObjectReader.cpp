@@ -212,7 +212,8 @@ std::optional<Orvel::Quaternion> ObjectReader::rotation() const {
         const JsonValue& member = *find("rotation");
         report_.add(
             member.line, place("rotation").str(),
-            std::string("expected ") + kWords + ", found one of length " + printable(length));
+            std::string("expected ") + kWords + ", found one of length " +
+                printable(std::round(length * 1e4) / 1e4));
         return std::nullopt;
     }
     const auto unit = [&](std::size_t i) {

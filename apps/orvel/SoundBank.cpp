@@ -33,6 +33,8 @@ struct Decoded {
     std::string fault;
 };
 
+constexpr const char* kTooMuch = "expected no more than 1 GiB of decoded sound in one scene";
+
 Decoded fault(std::string text) {
     return {{}, std::move(text)};
 }
@@ -80,8 +82,7 @@ Decoded decode(const SoundFile& sound, std::size_t maxBytes) {
             samples.values.push_back(toSample(sum / static_cast<double>(mixed)));
         }
         if (samples.values.size() * sizeof(std::int16_t) > maxBytes) {
-            return fault(
-                "expected no more than 1 GiB of decoded sound in one scene, exceeded by " + name);
+            return fault(kTooMuch + (", exceeded by " + name));
         }
     }
     if (sf_error(file.get()) != SF_ERR_NO_ERROR) {
@@ -98,7 +99,7 @@ Decoded decode(const SoundFile& sound, std::size_t maxBytes) {
 Decoded decode(const Tone& tone, std::size_t maxBytes) {
     const double frames = std::max(1.0, std::round(tone.seconds * SoundBank::kToneRate));
     if (frames * sizeof(std::int16_t) > static_cast<double>(maxBytes)) {
-        return fault("expected no more than 1 GiB of decoded sound in one scene");
+        return fault(kTooMuch);
     }
     Decoded result;
     result.samples.rate = SoundBank::kToneRate;
@@ -127,9 +128,9 @@ bool SoundBank::load(const Scene& scene, std::vector<Problem>& problems) {
         if (!faults.contains(sound)) {
             std::optional<Decoded> decoded;
             if (const auto* file = std::get_if<SoundFile>(&sound)) {
-                decoded = decode(*file, kMaxBytes - bytes_);
+                decoded = decode(*file, maxBytes_ - bytes_);
             } else if (const auto* tone = std::get_if<Tone>(&sound)) {
-                decoded = decode(*tone, kMaxBytes - bytes_);
+                decoded = decode(*tone, maxBytes_ - bytes_);
             } else {
                 return;
             }

@@ -29,6 +29,8 @@ public:
     /// The most that all sounds together take, in bytes.
     static constexpr std::size_t kMaxBytes = std::size_t{1} << 30U;
 
+    explicit SoundBank(std::size_t maxBytes = kMaxBytes) : maxBytes_(maxBytes) {}
+
     /// Decodes every file and tone of the scene, those that come in its timeline too. False if
     /// there are problems; the sounds without one are there all the same. URLs are left to the back
     /// ends.
@@ -39,6 +41,7 @@ public:
 
 private:
     std::map<Sound, Samples> samples_;
+    std::size_t maxBytes_;
     std::size_t bytes_ = 0;
 };
 
