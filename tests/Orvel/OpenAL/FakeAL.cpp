@@ -3,7 +3,6 @@
 #include <AL/alext.h>
 #include <AL/alut.h>
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -41,44 +40,25 @@ std::size_t deviceCount = 0;
 std::size_t contextCount = 0;
 ALCcontext* current = nullptr;
 
-constexpr std::array kParameters{
-    AL_GAIN,
-    AL_POSITION,
-    AL_ORIENTATION,
-    AL_VELOCITY,
-    AL_DIRECTION,
-    AL_PITCH,
-    AL_LOOPING,
-    AL_BUFFER,
-    AL_SOURCE_RELATIVE,
-    AL_CONE_INNER_ANGLE,
-    AL_CONE_OUTER_ANGLE,
-    AL_MAX_DISTANCE,
-    AL_ROLLOFF_FACTOR,
-    AL_REFERENCE_DISTANCE,
-    AL_FORMAT_MONO8,
-    AL_FORMAT_MONO16,
-    AL_FORMAT_STEREO8,
-    AL_FORMAT_STEREO16};
-constexpr std::array<const char*, kParameters.size()> kNames{
-    "GAIN",
-    "POSITION",
-    "ORIENTATION",
-    "VELOCITY",
-    "DIRECTION",
-    "PITCH",
-    "LOOPING",
-    "BUFFER",
-    "SOURCE_RELATIVE",
-    "CONE_INNER_ANGLE",
-    "CONE_OUTER_ANGLE",
-    "MAX_DISTANCE",
-    "ROLLOFF_FACTOR",
-    "REFERENCE_DISTANCE",
-    "MONO8",
-    "MONO16",
-    "STEREO8",
-    "STEREO16"};
+const std::map<ALenum, const char*> kNames{
+    {AL_GAIN, "GAIN"},
+    {AL_POSITION, "POSITION"},
+    {AL_ORIENTATION, "ORIENTATION"},
+    {AL_VELOCITY, "VELOCITY"},
+    {AL_DIRECTION, "DIRECTION"},
+    {AL_PITCH, "PITCH"},
+    {AL_LOOPING, "LOOPING"},
+    {AL_BUFFER, "BUFFER"},
+    {AL_SOURCE_RELATIVE, "SOURCE_RELATIVE"},
+    {AL_CONE_INNER_ANGLE, "CONE_INNER_ANGLE"},
+    {AL_CONE_OUTER_ANGLE, "CONE_OUTER_ANGLE"},
+    {AL_MAX_DISTANCE, "MAX_DISTANCE"},
+    {AL_ROLLOFF_FACTOR, "ROLLOFF_FACTOR"},
+    {AL_REFERENCE_DISTANCE, "REFERENCE_DISTANCE"},
+    {AL_FORMAT_MONO8, "MONO8"},
+    {AL_FORMAT_MONO16, "MONO16"},
+    {AL_FORMAT_STEREO8, "STEREO8"},
+    {AL_FORMAT_STEREO16, "STEREO16"}};
 
 template <class T>
 std::string text(const T& value) {
@@ -86,11 +66,8 @@ std::string text(const T& value) {
     if constexpr (std::is_floating_point_v<T>) {
         out << (std::abs(value) < 1e-6F ? 0.0F : value);
     } else if constexpr (std::is_same_v<T, Enum>) {
-        const auto* found = std::find(kParameters.begin(), kParameters.end(), value.value);
-        out
-            << (found == kParameters.end()
-                    ? text(value.value)
-                    : kNames[static_cast<std::size_t>(found - kParameters.begin())]);
+        const auto found = kNames.find(value.value);
+        out << (found == kNames.end() ? text(value.value) : found->second);
     } else if constexpr (std::is_same_v<T, Vector>) {
         out << text(Enum{value.parameter});
         std::for_each_n(
