@@ -9,7 +9,8 @@ install(TARGETS orvel
     EXPORT OrvelTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         COMPONENT runtime NAMELINK_COMPONENT development
-    FILE_SET HEADERS DESTINATION ${orvel_header_dir} COMPONENT development)
+    FILE_SET HEADERS DESTINATION ${orvel_header_dir} COMPONENT development
+    FILE_SET generated_headers DESTINATION ${orvel_header_dir} COMPONENT development)
 install(EXPORT OrvelTargets
     NAMESPACE Orvel::
     DESTINATION ${orvel_cmake_dir}
