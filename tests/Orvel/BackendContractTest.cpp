@@ -8,7 +8,6 @@
 #include <Orvel/OALLoopbackBackend.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
@@ -103,14 +102,6 @@ std::string describe(World& world) {
 std::vector<std::string> kinds() {
     OALLoopbackBackend::registerType();
     return BackendFactory::names();
-}
-
-std::string nameOf(const testing::TestParamInfo<std::string>& info) {
-    std::string name = info.param;
-    for (char& c : name) {
-        c = std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '_';
-    }
-    return name;
 }
 
 class BackendContract : public testing::TestWithParam<std::string> {
@@ -215,19 +206,10 @@ TEST_P(BackendContract, NeverChangesTheSceneAndSurvivesAnyOrder) {
 }
 
 TEST_P(BackendContract, SurvivesValuesOfAnySize) {
-    const auto limits = std::numeric_limits<float>();
+    using Limits = std::numeric_limits<float>;
+    constexpr float kInfinity = Limits::infinity();
     const float values[] = {
-        limits.quiet_NaN(),
-        limits.infinity(),
-        -limits.infinity(),
-        limits.max(),
-        limits.lowest(),
-        limits.min(),
-        limits.denorm_min(),
-        -1.0F,
-        0.0F,
-        1e-30F,
-        1e30F};
+        Limits::quiet_NaN(), kInfinity, -kInfinity, Limits::max(), 1e-40F, -1, 0};
     TidyWorld world;
     Backend& backend = add(world);
     furnish(world);
@@ -313,6 +295,8 @@ TEST_P(BackendContract, GoesInAnyOrderWithItsWorld) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, BackendContract, testing::ValuesIn(kinds()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Kinds, BackendContract, testing::ValuesIn(kinds()), [](const auto& row) {
+    return row.param;
+});
 
 } // namespace Orvel::Test
