@@ -64,10 +64,8 @@ void WavWriter::write(std::span<const float> samples) {
     if (format_ == SampleFormat::f32) {
         written = sf_writef_float(sound_->handle, samples.data(), frames);
     } else {
-        clipped_ += static_cast<std::uint64_t>(
-            std::count_if(samples.begin(), samples.end(), [](float sample) {
-                return std::abs(sample) > 1.0F;
-            }));
+        clipped_ += static_cast<std::uint64_t>(std::count_if(
+            samples.begin(), samples.end(), [](float sample) { return std::abs(sample) > 1.0F; }));
         integers_.resize(samples.size());
         std::transform(samples.begin(), samples.end(), integers_.begin(), toInteger);
         written = sf_writef_short(sound_->handle, integers_.data(), frames);

@@ -1,0 +1,149 @@
+#include "LibraryMessages.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <iostream>
+#include <unistd.h>
+#include <utility>
+
+namespace OrvelTool {
+
+namespace {
+
+constexpr std::string_view kLoading = "loading: >";
+constexpr std::string_view kNoDownload = "OALBackend: Cannot download file ";
+constexpr std::string_view kAlError = "OpenAL state machine error: ";
+constexpr std::string_view kAlutError = "AOLError: ";
+constexpr std::string_view kFormat = "Unkown sound format: ";
+
+std::string_view trim(std::string_view text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+} // namespace
+
+LibraryMessages::LibraryMessages(bool verbose)
+    : verbose_(verbose), formerHeader_(Orvel::Log::the().header()),
+      formerLevel_(Orvel::Log::the().level()), lines_(*this),
+      errorStream_(std::cerr.rdbuf(&lines_)), out_(errorStream_) {
+    Orvel::Log& log = Orvel::Log::the();
+    // The reason of a failed download is a notice.
+    log.setLevel(verbose ? Orvel::Log::Level::Debug : Orvel::Log::Level::Notice);
+    log.setHeader(0);
+    log.setCallback([this](Orvel::Log::Level level, std::string_view text) { onLog(level, text); });
+}
+
+LibraryMessages::~LibraryMessages() {
+    Orvel::Log& log = Orvel::Log::the();
+    log.setCallback({});
+    log.setHeader(formerHeader_);
+    log.setLevel(formerLevel_);
+    std::cerr.rdbuf(errorStream_);
+}
+
+void LibraryMessages::setSubject(std::string subject) {
+    subject_ = std::move(subject);
+}
+
+std::vector<std::string> LibraryMessages::take() {
+    std::vector<std::string> texts;
+    for (Message& message : messages_) {
+        if (told_.insert(message.text).second) {
+            lost_ += message.lost ? 1 : 0;
+            texts.push_back(std::move(message.text));
+        }
+    }
+    messages_.clear();
+    return texts;
+}
+
+void LibraryMessages::drop() {
+    messages_.clear();
+}
+
+void LibraryMessages::add(bool lost, const std::string& text, bool wantsReason) {
+    messages_.push_back({subject_.empty() ? text : subject_ + ": " + text, lost, wantsReason});
+}
+
+void LibraryMessages::onLog(Orvel::Log::Level level, std::string_view text) {
+    using Level = Orvel::Log::Level;
+    const std::string line(trim(text));
+    if (verbose_) {
+        out_ << Orvel::Log::levelName(level) << ": " << line << std::endl;
+    }
+    if (level == Level::Log) {
+        if (line.starts_with(kLoading)) {
+            loading_ = line.substr(kLoading.size());
+            if (loading_.ends_with('<')) {
+                loading_.pop_back();
+            }
+        } else if (!verbose_) {
+            out_ << line << std::endl;
+        }
+    } else if (level == Level::Warning) {
+        add(false, line);
+    } else if (level == Level::Fatal) {
+        if (line.starts_with(kAlError)) {
+            // It follows the line that says what failed.
+            const std::string reason = "OpenAL: " + line.substr(kAlError.size());
+            if (messages_.empty() || !messages_.back().lost) {
+                add(true, reason);
+            } else {
+                messages_.back().text += " (" + reason + ")";
+            }
+        } else if (line.starts_with(kNoDownload)) {
+            add(true, "cannot fetch " + line.substr(kNoDownload.size()), true);
+        } else if (line.starts_with(kFormat)) {
+            add(true, "cannot play \"" + loading_ + "\": unknown sample format " +
+                          line.substr(kFormat.size()));
+        } else {
+            add(true, line);
+        }
+    } else if (level == Level::Notice && !messages_.empty() && messages_.back().wantsReason) {
+        messages_.back().text += ": " + line;
+        messages_.back().wantsReason = false;
+    }
+}
+
+void LibraryMessages::onLine(const std::string& line) {
+    if (line.starts_with(kAlutError)) {
+        add(true, "cannot play \"" + loading_ + "\": " + line.substr(kAlutError.size()));
+        if (!verbose_) {
+            return;
+        }
+    }
+    out_ << line << std::endl;
+}
+
+LibraryMessages::Lines::int_type LibraryMessages::Lines::overflow(int_type character) {
+    if (character == '\n') {
+        owner_.onLine(std::exchange(line_, {}));
+    } else if (character != traits_type::eof()) {
+        line_ += traits_type::to_char_type(character);
+    }
+    return traits_type::not_eof(character);
+}
+
+HiddenStandardError::HiddenStandardError() : saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
+    std::fflush(stderr);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (saved_ >= 0 && nowhere >= 0) {
+        dup2(nowhere, STDERR_FILENO);
+    }
+    if (nowhere >= 0) {
+        close(nowhere);
+    }
+}
+
+HiddenStandardError::~HiddenStandardError() {
+    if (saved_ >= 0) {
+        std::fflush(stderr);
+        dup2(saved_, STDERR_FILENO);
+        close(saved_);
+    }
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <signal.h>
+
+namespace OrvelTool {
+
+/// Turns Ctrl-C and SIGTERM into a flag for as long as it lives, so that work can end in order. A
+/// second signal ends the process at once. One at a time; made and destroyed on the main thread.
+class StopSignals {
+public:
+    StopSignals();
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+    ~StopSignals();
+
+    /// Whether such a signal has come. Any thread.
+    [[nodiscard]] static bool came() noexcept;
+
+private:
+    struct sigaction formerInterrupt_ {};
+    struct sigaction formerTerminate_ {};
+};
+
+} // namespace OrvelTool

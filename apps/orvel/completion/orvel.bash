@@ -1,0 +1,75 @@
+# Completion of the command orvel for bash: commands, options, scene files and kinds of back ends.
+
+_orvel_files() {
+    # Files that end in $1, and folders to go on in.
+    local IFS=$'\n'
+    compopt -o filenames 2>/dev/null
+    COMPREPLY=($(compgen -f -X "!*$1" -- "$cur") $(compgen -d -- "$cur"))
+}
+
+_orvel_words() {
+    COMPREPLY=($(compgen -W "$1" -- "$cur"))
+}
+
+_orvel() {
+    local cur=${COMP_WORDS[COMP_CWORD]}
+    local prev=${COMP_WORDS[COMP_CWORD - 1]}
+    local common="--help --version --verbose"
+    local command=${COMP_WORDS[1]}
+    COMPREPLY=()
+    if ((COMP_CWORD == 1)); then
+        _orvel_words "render play plot check kinds --help --version"
+        return
+    fi
+    case $prev in
+    --backend)
+        _orvel_words "$("${COMP_WORDS[0]}" kinds 2>/dev/null |
+            while read -r kind _; do [[ $kind != loopback ]] && echo "$kind"; done)"
+        return
+        ;;
+    --format)
+        _orvel_words "s16 f32"
+        return
+        ;;
+    --rate)
+        _orvel_words "22050 44100 48000 96000"
+        return
+        ;;
+    --plot)
+        _orvel_files .svg
+        return
+        ;;
+    --levels)
+        _orvel_files .wav
+        return
+        ;;
+    --seconds)
+        return
+        ;;
+    esac
+    if [[ $cur == -* ]]; then
+        case $command in
+        render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
+        play) _orvel_words "--backend --seconds --loop $common" ;;
+        plot) _orvel_words "--levels $common" ;;
+        check | kinds) _orvel_words "$common" ;;
+        esac
+        return
+    fi
+    # The arguments before this one, without options and their values.
+    local i arguments=0
+    for ((i = 2; i < COMP_CWORD; i++)); do
+        case ${COMP_WORDS[i]} in
+        --backend | --format | --rate | --plot | --levels | --seconds) ((i++)) ;;
+        -*) ;;
+        *) ((arguments++)) ;;
+        esac
+    done
+    case $command:$arguments in
+    render:0 | play:0 | plot:0 | check:0) _orvel_files .json ;;
+    render:1) _orvel_files .wav ;;
+    plot:1) _orvel_files .svg ;;
+    esac
+}
+
+complete -F _orvel orvel

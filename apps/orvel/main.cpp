@@ -1,0 +1,76 @@
+#include "CheckCommand.h"
+#include "Command.h"
+#include "Kinds.h"
+#include "KindsCommand.h"
+#include "OutputFile.h"
+#include "PlayCommand.h"
+#include "PlotCommand.h"
+#include "RenderCommand.h"
+
+#include <Orvel/Version.h>
+
+#include <array>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <new>
+
+using namespace OrvelTool;
+
+namespace {
+
+/// What the user did wrong, and where help is.
+std::string explain(const CLI::App* app, const CLI::Error& fault) {
+    std::string command = "orvel";
+    for (const CLI::App* chosen : app->get_subcommands()) {
+        command += " " + chosen->get_name();
+    }
+    return "orvel: " + std::string(fault.what()) + "\nTry \"" + command + " --help\".\n";
+}
+
+int run(int argc, char** argv) {
+    CLI::App app{"Hear scenes of placed sounds: play them, or render them to files.", "orvel"};
+    app.set_help_flag("-h,--help", "Show this text");
+    app.set_version_flag("--version", std::string("orvel ") + Orvel::version(), "Show the version");
+    app.failure_message(explain);
+    app.require_subcommand(1);
+    app.footer("\"orvel COMMAND --help\" tells more. "
+               "Exit codes: 0 all went well, 1 failure, 2 wrong use.");
+    const std::array<std::unique_ptr<Command>, 5> commands{
+        std::make_unique<RenderCommand>(app), std::make_unique<PlayCommand>(app),
+        std::make_unique<PlotCommand>(app), std::make_unique<CheckCommand>(app),
+        std::make_unique<KindsCommand>(app)};
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& fault) {
+        return app.exit(fault) == 0 ? kSuccess : kWrongUse;
+    }
+    registerKinds();
+    for (const auto& command : commands) {
+        if (command->chosen()) {
+            return command->run();
+        }
+    }
+    return kWrongUse;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    int code = kFailure;
+    try {
+        code = run(argc, argv);
+    } catch (const OutputError& fault) {
+        complain(fault.what());
+    } catch (const std::bad_alloc&) {
+        complain("out of memory");
+    } catch (const std::exception& fault) {
+        complain(fault.what());
+    }
+    std::cout.flush();
+    if (!std::cout) {
+        complain("cannot write to standard output");
+        return kFailure;
+    }
+    return code;
+}
