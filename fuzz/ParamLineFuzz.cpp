@@ -1,0 +1,33 @@
+#include <Config/ParamLine.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    Config::ParamLine line;
+    bool good = true;
+    try {
+        line.setParamLine(text.c_str());
+    } catch (const Config::ParamLine::Exception& fault) {
+        good = false;
+        if (fault.column() < 1 || fault.column() > text.size() + 1 || *fault.what() == '\0') {
+            std::abort();
+        }
+    }
+    // A parameter added behind a good line is read as what it is, and takes nothing else away.
+    if (good) {
+        const char* before = line.getParam("labels", nullptr);
+        const std::string labels = before == nullptr ? "" : before;
+        Config::ParamLine longer;
+        longer.setParamLine((std::string(text.c_str()) + " zz_added=\"a 'b' \\\"c\"").c_str());
+        const char* added = longer.getParam("zz_added", nullptr);
+        const char* after = longer.getParam("labels", "");
+        if (added == nullptr || std::string(added) != "a 'b' \"c" || labels != after) {
+            std::abort();
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,56 @@
+#include "SceneFile.h"
+#include "ScenePlayer.h"
+
+#include <Orvel/SilentBackend.h>
+#include <Orvel/World.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+using namespace OrvelTool;
+
+namespace {
+
+void require(bool condition) {
+    if (!condition) {
+        std::abort();
+    }
+}
+
+/// What has been read without a problem must play, without any sound being given.
+void play(const Scene& scene) {
+    Orvel::World world;
+    Orvel::SilentBackend backend(world, nullptr);
+    const SoundBank sounds;
+    ScenePlayer player(scene, sounds, world, [](Orvel::Source&, const Sound&) {});
+    player.start();
+    double now = 0.0;
+    for (double next = 0.0; std::isfinite(next = player.nextChange(now)); now = next) {
+        require(next > now);
+        player.advance((now + next) / 2.0);
+        player.advance(next);
+    }
+    require(!player.moving());
+    require(std::isfinite(player.end()) && player.end() >= 0.0);
+    world.clearWorld();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    std::vector<Problem> problems;
+    const std::optional<Scene> scene = parseScene(
+        std::string_view(reinterpret_cast<const char*>(data), size), "scene.json", problems);
+    require(scene.has_value() == problems.empty());
+    require(problems.size() <= kMaxProblems);
+    for (const Problem& problem : problems) {
+        require(!problem.text.empty() && problem.str().find('\n') == std::string::npos);
+    }
+    if (scene) {
+        play(*scene);
+    }
+    return 0;
+}
