@@ -5,8 +5,17 @@
 
 #include <cstdio>
 #include <iostream>
+#include <string>
 
 namespace OrvelTool {
+
+namespace {
+
+std::string counted(std::size_t count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+} // namespace
 
 CheckCommand::CheckCommand(CLI::App& parent) {
     declare(parent, "check", "Report every mistake in a scene file and its sounds");
@@ -28,8 +37,8 @@ int CheckCommand::run() {
     char end[32];
     std::snprintf(end, sizeof end, "%g", player.end());
     world.clearWorld();
-    std::cout << scenePath_ << ": ok (" << countSources(scene) << " sources, "
-              << countEmitters(scene) << " emitters, " << end << " s)\n";
+    std::cout << scenePath_ << ": ok (" << counted(countSources(scene), "source") << ", "
+              << counted(countEmitters(scene), "emitter") << ", " << end << " s)\n";
     return kSuccess;
 }
 

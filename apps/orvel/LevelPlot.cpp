@@ -63,7 +63,8 @@ std::string drawLevels(const LevelMeter& meter, const Box& frame) {
                    "\" stroke-width=\"1.4\" stroke-linejoin=\"round\"/>\n";
         }
         out += text(
-            frame.x + 8, top + 16, 12, colours[channel], names[channel], "font-weight=\"600\"");
+            frame.x + 8, top + 16, 12, colours[channel], names[channel],
+            "font-weight=\"600\" stroke=\"#ffffff\" stroke-width=\"3\" paint-order=\"stroke\"");
     }
     const double step = niceStep(seconds, 15);
     for (double k = 0.0; k * step <= seconds + 1e-9; ++k) {

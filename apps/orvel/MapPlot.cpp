@@ -137,8 +137,7 @@ std::string at(double x, double y, const std::string& content) {
 class Map {
 public:
     Map(const ScenePaths& paths, const Box& frame)
-        : paths_(paths), frame_(frame), view_(paths, frame), labels_(frame),
-          markStep_(niceStep(paths.end, 8)) {}
+        : paths_(paths), frame_(frame), view_(paths, frame), labels_(frame) {}
 
     std::string draw() {
         const Box& f = frame_;
@@ -209,7 +208,7 @@ private:
         }
         out += text(right, bottom + 32, 12, kFaint, "x, to the right →", "text-anchor=\"end\"");
         out += "<g transform=\"translate(" + n(f.x - 38) + " " + n(f.y) + ") rotate(-90)\">" +
-               text(0, 0, 12, kFaint, "−z, ahead →", "text-anchor=\"end\"") + "</g>\n";
+               text(0, 0, 12, kFaint, "z, negative ahead →", "text-anchor=\"end\"") + "</g>\n";
         return out;
     }
 
@@ -223,7 +222,7 @@ private:
         const auto d = [s](float extent) { return s * std::max(0.0, static_cast<double>(extent)); };
         std::string out = outline(
             d(h.maxFront), d(h.maxBack),
-            "fill=\"" + colour + "\" fill-opacity=\"0.015\" stroke=\"" + colour +
+            "fill=\"none\" stroke=\"" + colour +
                 "\" stroke-opacity=\"0.4\" stroke-dasharray=\"5 5\"");
         if (h.minFront > 0.0F || h.minBack > 0.0F) {
             out += outline(
@@ -236,7 +235,7 @@ private:
             "<g transform=\"rotate(" + n(headingOf(place.rotation)) + ")\">\n" + out + "</g>\n");
     }
 
-    std::string path(const Track& track, const std::string& colour) const {
+    std::string path(const Track& track, const std::string& colour) {
         std::string d;
         double lastX = 0.0;
         double lastY = 0.0;
@@ -244,6 +243,7 @@ private:
             if (d.empty() || std::hypot(x(place) - lastX, y(place) - lastY) >= 0.5) {
                 lastX = x(place);
                 lastY = y(place);
+                labels_.avoid({lastX - 2, lastY - 2, 4, 4});
                 d += (d.empty() ? "M" : "L") + n(lastX) + " " + n(lastY);
             }
         }
@@ -263,7 +263,7 @@ private:
     }
 
     static std::string title(const Track& track) {
-        return std::to_string(track.id) + (track.sound.empty() ? "" : " " + track.sound) +
+        return std::to_string(track.id) + (track.sound.empty() ? "" : ": " + track.sound) +
                (track.placed ? "" : " (not placed)");
     }
 
@@ -289,10 +289,14 @@ private:
         std::string out;
         double lastX = x(track.places.front());
         double lastY = y(track.places.front());
+        // Steps that suit the time from its first move to its last.
         const double first = track.places.front().time;
-        for (double k = std::floor(first / markStep_) + 1.0; k * markStep_ <= paths_.end + 1e-9;
+        const double moves =
+            track.places.size() < 2 ? 0.0 : track.places.back().time - track.places[1].time;
+        const double step = niceStep(moves > 0.0 ? moves : paths_.end, 6);
+        for (double k = std::floor(first / step) + 1.0; k * step <= track.places.back().time + 1e-9;
              ++k) {
-            const Orvel::Vec3f position = positionAt(track, k * markStep_);
+            const Orvel::Vec3f position = positionAt(track, k * step);
             const double px = view_.x(static_cast<double>(position.x));
             const double py = view_.y(static_cast<double>(position.z));
             if (std::hypot(px - lastX, py - lastY) < 6.0) {
@@ -303,7 +307,7 @@ private:
             out += "<circle cx=\"" + n(px) + "\" cy=\"" + n(py) +
                    "\" r=\"3\" fill=\"#ffffff\" stroke=\"" + colour + "\" stroke-width=\"1.5\"/>\n";
             labels_.avoid({px - 3, py - 3, 6, 6});
-            const std::string when = n(k * markStep_) + " s";
+            const std::string when = n(k * step) + " s";
             out += label(labels_.place(px, py, when, kMarkSize, 7.0), kMarkSize, colour, when);
         }
         return out;
@@ -326,7 +330,6 @@ private:
     Box frame_;
     View view_;
     Labels labels_;
-    double markStep_;
 };
 
 } // namespace
@@ -338,7 +341,8 @@ std::string drawMap(const ScenePaths& paths, const Box& frame) {
 std::string drawLegend(double x, double y) {
     const std::string colour = kColours[0];
     const std::array<std::pair<std::string, const char*>, 5> rows{{
-        {"<g transform=\"scale(0.8)\">" + listenerSign() + "</g>", "listener, facing up the page"},
+        {"<g transform=\"scale(0.8)\">" + listenerSign() + "</g>",
+         "listener; the nose points ahead"},
         {emitterSign(colour, 0.0), "emitter: id and sound"},
         {"<circle r=\"9\" fill=\"" + colour + "\" fill-opacity=\"0.12\" stroke=\"" + colour +
              "\" stroke-opacity=\"0.6\"/>",

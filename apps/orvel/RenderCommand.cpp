@@ -6,14 +6,13 @@
 #include "Progress.h"
 #include "ScenePlot.h"
 #include "StopSignals.h"
+#include "WavWriter.h"
 
-#include <CLI/Validators.hpp>
 #include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <cstdio>
 #include <iostream>
-#include <map>
 
 namespace OrvelTool {
 
@@ -26,6 +25,19 @@ std::string fixed(double value, int decimals) {
     char text[64];
     std::snprintf(text, sizeof text, "%.*f", decimals, value);
     return text;
+}
+
+std::string checkRate(const std::string& text) {
+    unsigned rate = 0;
+    if (!CLI::detail::lexical_cast(text, rate) || rate < kLowestRate || rate > kHighestRate) {
+        return "expected " + std::to_string(kLowestRate) + " to " + std::to_string(kHighestRate) +
+               " Hz, found \"" + text + "\"";
+    }
+    return {};
+}
+
+std::string checkFormat(const std::string& text) {
+    return text == "s16" || text == "f32" ? "" : "expected s16 or f32, found \"" + text + "\"";
 }
 
 } // namespace
@@ -49,14 +61,13 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
     app()
         .add_option("--rate", rate_, "Frames a second, in Hz, 8000 to 192000")
         ->type_name("HZ")
-        ->check(CLI::Range(kLowestRate, kHighestRate))
+        ->check(CLI::Validator(checkRate, "", "rate"))
         ->capture_default_str();
     app()
         .add_option("--format", format_, "Samples: s16 (16-bit integers) or f32 (floats)")
         ->type_name("FORMAT")
-        ->transform(CLI::Transformer(std::map<std::string, SampleFormat>{
-            {"s16", SampleFormat::s16}, {"f32", SampleFormat::f32}}))
-        ->default_str("s16");
+        ->check(CLI::Validator(checkFormat, "", "format"))
+        ->capture_default_str();
     app()
         .add_option("--plot", plot_, "Draw the scene and the levels as an SVG picture")
         ->type_name("OUT.svg");
@@ -89,7 +100,8 @@ int RenderCommand::render(const LoadedScene& loaded) {
                          "use --seconds");
         return kFailure;
     }
-    if (end * rate_ > static_cast<double>(WavWriter::mostFrames(format_))) {
+    const SampleFormat format = format_ == "f32" ? SampleFormat::f32 : SampleFormat::s16;
+    if (end * rate_ > static_cast<double>(WavWriter::mostFrames(format))) {
         complain(
             output_ + ": " + fixed(end, 0) +
             " s do not fit into a WAV file of 4 GiB; use --seconds, a lower --rate or --format "
@@ -99,7 +111,7 @@ int RenderCommand::render(const LoadedScene& loaded) {
 
     // From here on there is a file to remove.
     const StopSignals signals;
-    WavWriter writer(output_, rate_, format_);
+    WavWriter writer(output_, rate_, format);
     LevelMeter perSecond(rate_, 1.0);
     LevelMeter forPlot(rate_, plotWindow(end));
     Progress progress("rendering");
@@ -149,7 +161,7 @@ void RenderCommand::report(const Result& result) const {
         nlohmann::ordered_json json;
         json["file"] = output_;
         json["rate"] = rate_;
-        json["format"] = format_ == SampleFormat::s16 ? "s16" : "f32";
+        json["format"] = format_;
         json["seconds"] = result.seconds;
         json["renderSeconds"] = result.renderSeconds;
         json["speed"] = result.speed();

@@ -2,7 +2,6 @@
 
 #include "Command.h"
 #include "LoadedScene.h"
-#include "WavWriter.h"
 
 #include <memory>
 #include <string>
@@ -23,7 +22,7 @@ private:
 
     std::string output_;
     unsigned rate_;
-    SampleFormat format_ = SampleFormat::s16;
+    std::string format_ = "s16";
     std::string plot_; // empty: no picture
     bool json_ = false;
 };

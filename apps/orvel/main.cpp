@@ -22,10 +22,19 @@ namespace {
 /// What the user did wrong, and where help is.
 std::string explain(const CLI::App* app, const CLI::Error& fault) {
     std::string command = "orvel";
-    for (const CLI::App* chosen : app->get_subcommands()) {
-        command += " " + chosen->get_name();
+    std::string message = fault.what();
+    if (app->get_subcommands().empty()) {
+        const auto words = app->remaining();
+        message = words.empty() ? "no command" : "unknown command \"" + words.front() + "\"";
+        std::string separator = "; expected one of: ";
+        for (const CLI::App* known : app->get_subcommands({})) {
+            message += separator + known->get_name();
+            separator = ", ";
+        }
+    } else {
+        command += " " + app->get_subcommands().front()->get_name();
     }
-    return "orvel: " + std::string(fault.what()) + "\nTry \"" + command + " --help\".\n";
+    return "orvel: " + message + "\nTry \"" + command + " --help\".\n";
 }
 
 int run(int argc, char** argv) {
