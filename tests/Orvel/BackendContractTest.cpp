@@ -126,9 +126,21 @@ protected:
         EXPECT_TRUE(backend.world().update());
     }
 
-    OutputCapture output{STDOUT_FILENO};
-    OutputCapture errors{STDERR_FILENO};
-    LogCapture log;
+    /// What back ends write is of interest only beside a failure, whose message is written there
+    /// too.
+    void TearDown() override {
+        const std::string text = output_->take() + errors_->take();
+        output_.reset();
+        errors_.reset();
+        if (HasFailure()) {
+            std::cout << text << testing::PrintToString(log_.lines()) << std::endl;
+        }
+    }
+
+private:
+    std::unique_ptr<OutputCapture> output_ = std::make_unique<OutputCapture>(STDOUT_FILENO);
+    std::unique_ptr<OutputCapture> errors_ = std::make_unique<OutputCapture>(STDERR_FILENO);
+    LogCapture log_;
 };
 
 } // namespace

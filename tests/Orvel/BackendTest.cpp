@@ -122,9 +122,12 @@ TEST(Copies, OnlyReport) {
         PlayBackend copy(*player);
         EXPECT_EQ(log.take(), Calls{"FATAL: ERROR: In Backend copy constructor\n"});
         EXPECT_TRUE(&copy.world() == &world && copy.labels().empty() && !copy.params());
-        OutputCapture output(STDOUT_FILENO);
-        copy.setSourceState(*source);
-        EXPECT_EQ(output.take(), "systemCall:  http://host/a.wav &\n");
+        const std::string printed = [&] {
+            OutputCapture output(STDOUT_FILENO);
+            copy.setSourceState(*source);
+            return output.take();
+        }();
+        EXPECT_EQ(printed, "systemCall:  http://host/a.wav &\n");
     }
     { const LogBackend copy(*logger); }
     EXPECT_EQ(

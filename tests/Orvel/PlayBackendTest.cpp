@@ -4,6 +4,7 @@
 #include <Orvel/PlayBackend.h>
 
 #include <gtest/gtest.h>
+#include <memory>
 
 namespace Orvel::Test {
 
@@ -11,7 +12,7 @@ TEST(PlayBackend, WritesTheCommandOfWhatStartsToPlay) {
     TidyWorld world;
     const LogCapture log;
     OutputCapture errors(STDERR_FILENO);
-    OutputCapture output(STDOUT_FILENO);
+    auto output = std::make_unique<OutputCapture>(STDOUT_FILENO);
     Source* source = world.createSource();
     Source* other = world.createSource();
     Emitter* emitter = world.createEmitter();
@@ -57,10 +58,15 @@ TEST(PlayBackend, WritesTheCommandOfWhatStartsToPlay) {
              other->setState(WorldPart::PLAY);
          }},
     };
-    output.take();
+    Calls outputs;
+    output->take();
     for (const auto& row : rows) {
         row.change();
-        EXPECT_EQ(output.take(), row.output) << "row " << &row - rows;
+        outputs.push_back(output->take());
+    }
+    output.reset(); // failures are written there too
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        EXPECT_EQ(outputs[i], rows[i].output) << "row " << i;
     }
 }
 
