@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::string_view kLoading = "loading: >";
 constexpr std::string_view kNoDownload = "OALBackend: Cannot download file ";
+constexpr std::string_view kCannotFetch = "Cannot fetch ";
 constexpr std::string_view kAlError = "OpenAL state machine error: ";
 constexpr std::string_view kAlutError = "AOLError: ";
 constexpr std::string_view kFormat = "Unkown sound format: ";
@@ -80,6 +81,7 @@ void LibraryMessages::onLog(Orvel::Log::Level level, std::string_view text) {
             if (loading_.ends_with('<')) {
                 loading_.pop_back();
             }
+            unreadable_ = false;
         } else if (!verbose_) {
             out_ << line << std::endl;
         }
@@ -97,19 +99,29 @@ void LibraryMessages::onLog(Orvel::Log::Level level, std::string_view text) {
         } else if (line.starts_with(kNoDownload)) {
             add(true, "cannot fetch " + line.substr(kNoDownload.size()), true);
         } else if (line.starts_with(kFormat)) {
+            if (unreadable_) {
+                return; // the consequence of what was told already
+            }
             add(true, "cannot play \"" + loading_ + "\": unknown sample format " +
                           line.substr(kFormat.size()));
         } else {
             add(true, line);
         }
     } else if (level == Level::Notice && !messages_.empty() && messages_.back().wantsReason) {
-        messages_.back().text += ": " + line;
+        // Most reasons name the URL again.
+        const bool whole = line.starts_with(kCannotFetch);
+        std::string& message = messages_.back().text;
+        if (whole) {
+            message.erase(message.rfind("cannot fetch "));
+        }
+        message += whole ? "cannot fetch " + line.substr(kCannotFetch.size()) : ": " + line;
         messages_.back().wantsReason = false;
     }
 }
 
 void LibraryMessages::onLine(const std::string& line) {
     if (line.starts_with(kAlutError)) {
+        unreadable_ = true;
         add(true, "cannot play \"" + loading_ + "\": " + line.substr(kAlutError.size()));
         if (!verbose_) {
             return;

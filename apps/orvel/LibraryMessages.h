@@ -62,7 +62,8 @@ private:
 
     bool verbose_;
     std::string subject_;
-    std::string loading_; // the URL that the library has last begun to load
+    std::string loading_;     // the URL that the library has last begun to load
+    bool unreadable_ = false; // that it cannot be read has been told
     std::vector<Message> messages_;
     std::set<std::string> told_;
     std::size_t lost_ = 0;

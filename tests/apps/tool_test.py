@@ -1,0 +1,388 @@
+"""Runs the built tool as a user does: tool_test.py TOOL COMPLETION SCENES [unittest arguments]."""
+
+import array
+import functools
+import http.server
+import json
+import math
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+import wave
+import xml.etree.ElementTree as ElementTree
+
+TOOL, COMPLETION, SCENES = (os.path.abspath(path) for path in sys.argv[1:4])
+DEADLINE = 30
+
+LEFT = {
+    "orvel": 1,
+    "sources": [{"id": 1, "tone": {"hertz": 441, "seconds": 1.0, "amplitude": 0.5}}],
+    "emitters": [{"id": 11, "source": 1, "position": [-2, 0, 0], "state": "play",
+                  "hull": {"minBack": 2, "minFront": 2}}],
+}
+
+
+def changed(scene, **keys):
+    return {**json.loads(json.dumps(scene)), **keys}
+
+
+def levels(path):
+    """Peak and RMS of both channels of a 16-bit file, in dB."""
+    with wave.open(path) as file:
+        samples = array.array("h", file.readframes(file.getnframes()))
+    return [rms_dB(samples[channel::2]) for channel in (0, 1)]
+
+
+def rms_dB(samples):
+    mean = sum(s * s for s in samples) / max(1, len(samples)) / 32768.0 ** 2
+    return 10 * math.log10(mean) if mean > 0 else -math.inf
+
+
+class ToolCase(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="orvel-")
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def scene(self, content, name="scene.json"):
+        with open(os.path.join(self.folder, name), "w", encoding="utf-8") as file:
+            json.dump(content, file)
+        return name
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def start(self, *arguments, env=None, **more):
+        return subprocess.Popen([TOOL, *arguments], cwd=self.folder, text=True,
+                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, env={**os.environ, **(env or {})}, **more)
+
+    def finish(self, process, code):
+        out, err = process.communicate(timeout=DEADLINE)
+        self.assertEqual(process.returncode, code, f"{process.args}\n{out}\n{err}")
+        return out, err
+
+    def run_tool(self, *arguments, code=0, env=None):
+        return self.finish(self.start(*arguments, env=env), code)
+
+    def wait_for(self, condition, what):
+        deadline = time.monotonic() + DEADLINE
+        while not condition():
+            self.assertLess(time.monotonic(), deadline, what)
+            time.sleep(0.005)  # between two looks
+
+
+class Messages(ToolCase):
+    def test_wrong_use_is_told_once_with_code_2(self):
+        scene = self.scene(LEFT)
+        for arguments, expected in [
+            ([], "no command; expected one of: render, play, plot, check, kinds"),
+            (["sing"], 'unknown command "sing"'),
+            (["render", scene], "OUT.wav is required"),
+            (["render", scene, "o.wav", "--rate", "7999"], "expected 8000 to 192000 Hz"),
+            (["render", scene, "o.wav", "--rate", "1e5x"], "expected 8000 to 192000 Hz"),
+            (["render", scene, "o.wav", "--format", "mp3"], "expected s16 or f32"),
+            (["render", scene, "o.wav", "--seconds", "nan"], "expected seconds above 0"),
+            (["render", scene, "o.wav", "--seconds", "0"], "expected seconds above 0"),
+            (["render", scene, "o.wav", "--seconds", "86401"], "at most 86400"),
+            (["render", scene, "o.wav", "more"], "more"),
+            (["kinds", "--loud"], "--loud"),
+            (["play", scene, "--backend", "tuba"],
+             'unknown kind "tuba"; expected one of: default, log, openal, play, silent'),
+            (["play", scene, "--backend", "loopback"], "orvel render scene.json OUT.wav"),
+            (["play", scene, "--backend", 'log:labels="a'], "column 8"),
+        ]:
+            with self.subTest(arguments):
+                out, err = self.run_tool(*arguments, code=2)
+                self.assertEqual(out, "")
+                self.assertIn(expected, err)
+                self.assertEqual(err.count("orvel: "), 1, err)
+                self.assertEqual(os.listdir(self.folder), [scene])
+
+    def test_failures_are_told_with_code_1(self):
+        scene = self.scene(LEFT)
+        self.scene({"orvel": 1}, "empty.json")
+        self.scene(changed(LEFT, duration=80000), "long.json")
+        self.scene(changed(LEFT, emitters=[{"id": 1, "gian": 1}, {"id": 1}]), "bad.json")
+        with wave.open(self.path("mono.wav"), "wb") as file:
+            file.setparams((1, 2, 8000, 0, "NONE", ""))
+            file.writeframes(bytes(800))
+        before = sorted(os.listdir(self.folder))
+        for arguments, expected in [
+            (["render", "gone.json", "o.wav"], "gone.json"),
+            (["render", "empty.json", "o.wav"], "nothing to render"),
+            (["render", "long.json", "o.wav"], "do not fit into a WAV file"),
+            (["render", scene, "gone/o.wav"], "cannot write gone/o.wav: No such file"),
+            (["render", scene, "."], "cannot write .: Is a directory"),
+            (["render", scene, "/dev/full"], "cannot write /dev/full"),
+            (["plot", scene, "gone/o.svg"], "cannot write gone/o.svg"),
+            (["plot", scene, "o.svg", "--levels", "mono.wav"], "expected 2 channels"),
+            (["plot", scene, "o.svg", "--levels", scene], "cannot read scene.json"),
+            (["check", "bad.json"], "gian"),
+        ]:
+            with self.subTest(arguments):
+                out, err = self.run_tool(*arguments, code=1)
+                self.assertEqual(out, "")
+                self.assertIn(expected, err)
+                self.assertEqual(sorted(os.listdir(self.folder)), before)
+        _, err = self.run_tool("check", "bad.json", code=1)
+        self.assertEqual(len(err.splitlines()), 2, "every mistake is told: " + err)
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            process = subprocess.run([TOOL, "kinds"], stdout=full, stderr=subprocess.PIPE,
+                                     text=True, timeout=DEADLINE, check=False)
+        self.assertEqual(process.returncode, 1)
+        self.assertIn("cannot write to standard output", process.stderr)
+
+    def test_help_and_version_are_everywhere(self):
+        for command in [[], ["render"], ["play"], ["plot"], ["check"], ["kinds"]]:
+            self.assertIn("Usage: orvel", self.run_tool(*command, "--help")[0])
+            self.assertRegex(self.run_tool(*command, "--version")[0], r"^orvel \d+\.\d+\.\d+\n$")
+
+    def test_the_example_scenes_are_right(self):
+        for name in sorted(os.listdir(SCENES)):
+            with self.subTest(name):
+                out, _ = self.run_tool("check", os.path.join(SCENES, name))
+                self.assertRegex(out, r": ok \(\d+ sources?, \d+ emitters?, [\d.]+ s\)\n$")
+
+
+class Render(ToolCase):
+    def test_the_same_scene_gives_the_same_bytes_and_the_left_is_left(self):
+        scene = self.scene(changed(LEFT, timeline=[
+            {"at": 0.2, "emitter": 11, "position": [-2, 0, -1], "over": 0.5}]))
+        for name in ("a.wav", "b.wav"):
+            out, err = self.run_tool("render", scene, name)
+            self.assertEqual(err, "")
+        with open(self.path("a.wav"), "rb") as a, open(self.path("b.wav"), "rb") as b:
+            self.assertEqual(a.read(), b.read())
+        left, right = levels(self.path("a.wav"))
+        self.assertGreater(left, right + 20)
+        # The table says what the file holds.
+        row = [line.split() for line in out.splitlines() if line.lstrip().startswith("all")][0]
+        self.assertAlmostEqual(float(row[2]), left, delta=0.06)
+        self.assertAlmostEqual(float(row[4]), right, delta=0.06)
+
+    def test_a_change_falls_on_its_frame(self):
+        silent = {key: value for key, value in LEFT["emitters"][0].items() if key != "state"}
+        scene = self.scene(changed(LEFT, emitters=[silent], timeline=[
+            {"at": 0.123, "emitter": 11, "state": "play"}]))
+        self.run_tool("render", scene, "o.wav", "--rate", "48000", "--seconds", "0.25")
+        with wave.open(self.path("o.wav")) as file:
+            self.assertEqual((file.getnframes(), file.getframerate()), (12000, 48000))
+            samples = array.array("h", file.readframes(12000))[::2]
+        first = next(i for i, sample in enumerate(samples) if sample != 0)
+        self.assertIn(first - 5904, range(0, 4))  # the sine itself begins at zero
+
+    def test_loud_sums_clip_in_integers_only(self):
+        scene = self.scene(changed(LEFT, emitters=[{**LEFT["emitters"][0], "id": i}
+                                                   for i in (11, 12, 13, 14)]))
+        results = {}
+        for format in ("s16", "f32"):
+            out, _ = self.run_tool("render", scene, "o.wav", "--format", format, "--json")
+            results[format] = json.loads(out)
+        self.assertGreater(results["s16"]["clipped"], 1000)
+        self.assertEqual(results["f32"]["clipped"], 0)
+        self.assertAlmostEqual(results["f32"]["all"]["left"]["peak"], 6.02, delta=0.1)
+        self.assertIsNone(results["f32"]["all"]["right"]["peak"])
+        self.assertEqual([row["second"] for row in results["f32"]["levels"]], [0])
+        self.assertIn("clipped", self.run_tool("render", scene, "o.wav")[0])
+
+    def test_more_emitters_than_usual_all_sound(self):
+        one = {"source": 1, "state": "play", "position": [0, 0, 0], "spatial": False,
+               "gain": 0.001}
+        results = []
+        for count in (1, 400):
+            scene = self.scene(changed(LEFT, emitters=[{**one, "id": i + 10}
+                                                       for i in range(count)]))
+            out, err = self.run_tool("render", scene, "o.wav", "--format", "f32", "--json")
+            self.assertEqual(err, "")
+            results.append(json.loads(out)["all"]["left"]["rms"])
+        self.assertAlmostEqual(results[1] - results[0], 20 * math.log10(400), delta=0.2)
+
+    def test_an_interrupted_render_leaves_the_former_file(self):
+        scene = self.scene(changed(LEFT, duration=86400))
+        with open(self.path("o.wav"), "w", encoding="utf-8") as file:
+            file.write("former")
+        process = self.start("render", scene, "o.wav", "--rate", "8000")
+        self.wait_for(lambda: len(os.listdir(self.folder)) > 2, "no temporary file")
+        process.send_signal(signal.SIGINT)
+        _, err = self.finish(process, 1)
+        self.assertIn("interrupted", err)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["o.wav", scene])
+        with open(self.path("o.wav"), encoding="utf-8") as file:
+            self.assertEqual(file.read(), "former")
+
+    def test_a_lost_url_is_named_and_the_rest_is_heard(self):
+        scene = self.scene(LEFT)
+        self.run_tool("render", scene, "tone.wav")
+        with open(self.path("no.wav"), "w", encoding="utf-8") as file:
+            file.write("no sound at all")
+        handler = functools.partial(Quiet, directory=self.folder)
+        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
+            thread = threading.Thread(target=server.serve_forever)
+            thread.start()
+            try:
+                base = f"http://127.0.0.1:{server.server_port}/"
+                sources = [{"id": i, "url": base + name}
+                           for i, name in enumerate(["tone.wav", "gone.wav", "no.wav"], 1)]
+                self.scene(changed(LEFT, sources=sources, emitters=[
+                    {**LEFT["emitters"][0], "id": 10 + i, "source": i, "spatial": False}
+                    for i in (1, 2, 3)]))
+                out, err = self.run_tool("render", scene, "o.wav", code=1)
+            finally:
+                server.shutdown()
+                thread.join()
+        self.assertRegex(err, r'scene\.json:1: sources\[1\]\.url: cannot fetch ".*gone\.wav".*404')
+        self.assertRegex(err, r'scene\.json:1: sources\[2\]\.url: cannot play ".*no\.wav"')
+        self.assertEqual(len(err.splitlines()), 3, err)
+        self.assertIn("o.wav is written, but not all", err)
+        self.assertGreater(levels(self.path("o.wav"))[0], -20)
+        self.assertIn("1.00 s", out)  # as long as the sound that was fetched
+
+
+class Quiet(http.server.SimpleHTTPRequestHandler):
+    def log_message(self, *arguments):
+        pass
+
+
+class Plot(ToolCase):
+    def test_it_is_xml_with_every_emitter_and_the_levels(self):
+        with wave.open(self.path("a<b>&\".wav"), "wb") as file:
+            file.setparams((1, 2, 8000, 0, "NONE", ""))
+            file.writeframes(bytes(800))
+        scene = self.scene(changed(
+            LEFT,
+            sources=LEFT["sources"] + [{"id": 2, "file": "a<b>&\".wav"}],
+            emitters=LEFT["emitters"] + [{"id": 12, "source": 2, "position": [40, 0, 1]},
+                                         {"id": 13, "position": [1, 0, 2]}],
+            timeline=[{"at": 0.5, "emitter": 11, "position": [2, 0, 0], "over": 2},
+                      {"at": 1, "emitter": 14, "create": True, "position": [0, 0, 3]}]))
+        self.run_tool("plot", scene, "o.svg")
+        self.run_tool("render", scene, "o.wav", "--plot", "rendered.svg")
+        self.run_tool("plot", scene, "levels.svg", "--levels", "o.wav")
+        for name in ("o.svg", "rendered.svg", "levels.svg"):
+            with self.subTest(name):
+                root = ElementTree.parse(self.path(name)).getroot()
+                texts = [element.text for element in root.iter() if element.text]
+                for expected in ("11: 441 Hz", '12: a<b>&"', "13", "14", "listener"):
+                    self.assertIn(expected, texts)
+                self.assertTrue(any(re.fullmatch(r"[\d.]+ s", text) for text in texts))
+                self.assertEqual("RMS level in dBFS" in texts, name != "o.svg")
+
+
+    def test_extreme_places_still_make_a_picture(self):
+        for far, near in [(1e30, -1e30), (3e38, 0), (1e-30, -1e-30), (1e6, 1e6 + 1)]:
+            with self.subTest(far):
+                scene = self.scene(changed(LEFT, emitters=[
+                    {"id": 1, "position": [far, 0, 0], "hull": {"maxFront": 3e38}},
+                    {"id": 2, "position": [near, 0, -far]}]))
+                self.run_tool("plot", scene, "o.svg")
+                text = self.path("o.svg")
+                ElementTree.parse(text)
+                with open(text, encoding="utf-8") as file:
+                    content = file.read()
+                self.assertLess(len(content), 100000)
+                self.assertNotRegex(content, r"nan|inf")
+
+
+class Play(ToolCase):
+    def test_ctrl_c_and_termination_end_it_at_once(self):
+        scene = self.scene(changed(LEFT, duration=1000))
+        for kind, number in [("log", signal.SIGINT), ("log", signal.SIGTERM)]:
+            process = self.start("play", scene, "--loop", "--backend", kind, "--backend", "silent")
+            first = ""
+            while "setEmitterState: play" not in first:
+                line = process.stderr.readline()
+                self.assertNotEqual(line, "", "it has ended by itself: " + first)
+                first += line
+            time.sleep(0.1)  # the handlers are set up after the start; nothing tells of it
+            begin = time.monotonic()
+            process.send_signal(number)
+            _, rest = self.finish(process, 0)
+            self.assertLess(time.monotonic() - begin, 1.0)
+            # In order: first the parts, then the back end.
+            self.assertRegex(rest, r"(?s)destroyEmitter.*destroySource.*delete backend")
+
+    def test_the_timeline_runs_in_real_time_and_again(self):
+        scene = self.scene(changed(LEFT, duration=0.3, timeline=[
+            {"at": 0.2, "emitter": 11, "gain": 0.5}]))
+        begin = time.monotonic()
+        _, err = self.run_tool("play", scene, "--backend", "log", "--loop", "--seconds", "0.75")
+        taken = time.monotonic() - begin
+        self.assertGreaterEqual(taken, 0.75)
+        self.assertLess(taken, 5)
+        # At the start and at 0.2 s, twice.
+        self.assertEqual(err.count("setEmitterParam"), 4, err)
+
+    def test_kind_play_has_standard_output_for_itself(self):
+        with wave.open(self.path("a.wav"), "wb") as file:
+            file.setparams((1, 2, 8000, 0, "NONE", ""))
+            file.writeframes(bytes(800))
+        url = "file://" + self.path("a.wav")
+        scene = self.scene(changed(LEFT, sources=[{"id": 1, "url": url}]))
+        out, err = self.run_tool("play", scene, "--seconds", "0.1", "--backend",
+                                 'play:command="player -q"')
+        self.assertEqual(err, "")
+        self.assertEqual(set(out.splitlines()), {f"systemCall: player -q {url} &"})
+
+    def test_without_a_device_one_message_names_render(self):
+        scene = self.scene(changed(LEFT, duration=0.05))
+        env = {"ALSOFT_DRIVERS": "none"}
+        for backends, code in [([], 1), (["openal"], 1), (["openal", "default"], 1),
+                               (["default", "silent"], 0)]:
+            with self.subTest(backends):
+                arguments = [word for kind in backends for word in ("--backend", kind)]
+                out, err = self.run_tool("play", scene, *arguments, code=code, env=env)
+                self.assertEqual(out, "")
+                self.assertEqual(len(err.splitlines()), 1, err)
+                self.assertIn("orvel render scene.json OUT.wav", err)
+
+
+class Completion(ToolCase):
+    def complete(self, line):
+        """What bash would offer at the end of the line."""
+        script = f"""
+            source "$1"
+            PATH="{os.path.dirname(TOOL)}:$PATH"
+            read -ra COMP_WORDS <<<"$2"
+            [[ $2 == *' ' ]] && COMP_WORDS+=("")
+            COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1))
+            _orvel
+            printf '%s\\n' "${{COMPREPLY[@]}}"
+        """
+        process = subprocess.run(["bash", "--norc", "-c", script, "bash", COMPLETION, line],
+                                 cwd=self.folder, capture_output=True, text=True, timeout=DEADLINE,
+                                 check=True)
+        self.assertEqual(process.stderr, "")
+        return set(process.stdout.split())
+
+    def test_it_offers_what_fits(self):
+        self.scene(LEFT)
+        self.scene(LEFT, "other.json")
+        os.mkdir(self.path("sub"))
+        open(self.path("o.wav"), "w", encoding="utf-8").close()
+        for line, expected in [
+            ("orvel pl", {"play", "plot"}),
+            ("orvel render ", {"scene.json", "other.json", "sub"}),
+            ("orvel render --rate 48000 sc", {"scene.json"}),
+            ("orvel render scene.json ", {"o.wav", "sub"}),
+            ("orvel plot scene.json --levels ", {"o.wav", "sub"}),
+            ("orvel render --format ", {"s16", "f32"}),
+            ("orvel play scene.json --backend ", {"default", "log", "openal", "play", "silent"}),
+        ]:
+            with self.subTest(line):
+                self.assertEqual(self.complete(line), expected)
+
+    def test_it_knows_every_option(self):
+        for command in ("render", "play", "plot", "check", "kinds"):
+            shown = set(re.findall(r"^ .*?(--[a-z]+)", self.run_tool(command, "--help")[0], re.M))
+            self.assertEqual(self.complete(f"orvel {command} -"), shown)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[4:]])
