@@ -51,8 +51,10 @@ std::string drawLevels(const LevelMeter& meter, const Box& frame) {
         std::string line;
         for (std::size_t i = 0; i < windows.size(); ++i) {
             const double middle = (static_cast<double>(i) + 0.5) * meter.windowSeconds();
-            line += (i == 0 ? "M" : "L") + n(frame.x + middle * perSecond) + " " +
-                    n(yOf(windows[i][channel].rms));
+            line.append(i == 0 ? "M" : "L")
+                .append(n(frame.x + middle * perSecond))
+                .append(" ")
+                .append(n(yOf(windows[i][channel].rms)));
         }
         if (!line.empty()) {
             const double half = 0.5 * meter.windowSeconds() * perSecond;
