@@ -4,10 +4,8 @@
 #include <Orvel/OALLoopbackBackend.h>
 #include <Orvel/Source.h>
 
-#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 #include <support/Capture.h>
 #include <support/RecordingBackend.h>
 #include <unistd.h>
@@ -55,8 +53,6 @@ std::string timeline(const std::string& entries) {
     return kParts + "\"timeline\":[" + entries + "]";
 }
 
-constexpr double kNever = std::numeric_limits<double>::infinity();
-
 } // namespace
 
 TEST(ScenePlayer, RampsStartFromTheValueOfTheMomentAndAreReplaced) {
@@ -69,14 +65,9 @@ TEST(ScenePlayer, RampsStartFromTheValueOfTheMomentAndAreReplaced) {
         {"at":1.5,"emitter":11,"hull":{"maxFront":40}})"));
     // The moment, the position's x and y, the gain, the pitch, maxBack and maxFront.
     const std::vector<double> rows[] = {
-        {0.5, 1, 0, 1, 1, 10, 10},
-        {1, 1, 0, 1, 1, 10, 10},
-        {1.25, 1.25, 0, 0.9375, 1.25, 15, 10},
-        {2, 2, 0, 0.75, 2, 30, 40},
-        {3, 3, 0, 0.5, 2, 30, 40},
-        {3.5, 3, 0.5, 0.375, 2, 30, 40},
-        {4, 0, 0, 0.25, 2, 30, 40},
-        {5, 0, 0, 0, 2, 30, 40},
+        {1, 1, 0, 1, 1, 10, 10},    {1.25, 1.25, 0, 0.9375, 1.25, 15, 10},
+        {2, 2, 0, 0.75, 2, 30, 40}, {3.5, 3, 0.5, 0.375, 2, 30, 40},
+        {4, 0, 0, 0.25, 2, 30, 40}, {5, 0, 0, 0, 2, 30, 40},
     };
     for (const auto& row : rows) {
         stage.player->advance(row[0]);
@@ -121,46 +112,58 @@ TEST(ScenePlayer, NextChangeNamesEntriesAndRampEnds) {
                             {"at":1.25,"source":1,"pitch":2,"over":4},
                             {"at":2,"source":1,"pitch":1})"));
     std::vector<double> moments;
-    for (double now = 0.0; (now = stage.player->nextChange(now)) < kNever;) {
+    for (double now = 0.0; (now = stage.player->nextChange(now)) < 100.0;) {
         moments.push_back(now);
         stage.player->advance(now);
     }
     EXPECT_EQ(moments, (std::vector<double>{1, 1.25, 1.5, 2})); // 5.25 was replaced
 }
 
-TEST(ScenePlayer, SendsAnewWhatIsPlacedOtherwise) {
-    Stage stage(timeline(R"({"at":1,"emitter":12,"spatial":false},
-                            {"at":2,"world":true,"spatialize":false},
-                            {"at":3,"world":true,"enabled":false},
-                            {"at":4,"listener":true,"position":[2,0,0],"over":1})"));
-    const Calls placed{"setEmitterParam 12", "setEmitterTransform 12", "setEmitterHull 12"};
-    EXPECT_EQ(stage.advance(1), placed);
-    EXPECT_EQ(stage.advance(2).size(), 4U) << "both emitters";
-    stage.advance(3);
-    const Calls stillSilent{"setListenerTransform", "setEnabled"};
-    EXPECT_EQ(stage.advance(4.5), stillSilent);
+TEST(ScenePlayer, TellsBackEndsWhatEachChangeNeeds) {
+    const struct {
+        std::string change;
+        Calls calls;
+    } rows[] = {
+        {R"("emitter":12,"spatial":false)",
+         {"setEmitterParam 12", "setEmitterTransform 12", "setEmitterHull 12"}},
+        {R"("world":true,"spatialize":false)",
+         {"setEmitterTransform 11", "setEmitterHull 11", "setEmitterTransform 12",
+          "setEmitterHull 12"}},
+        {R"("world":true,"enabled":false)", {"setEnabled"}},
+        // A listener that moves would hear again.
+        {R"("listener":true,"position":[2,0,0])", {"setListenerTransform", "setEnabled"}},
+        {R"("emitter":11,"state":"play")",
+         {"setEmitterState 11", "setSourceState 1", "setEmitterState 12"}},
+        // Goes on playing, and what else plays either source is not disturbed.
+        {R"("emitter":11,"connect":2)",
+         {"setEmitterConnection 11", "setEmitterState 11", "setEmitterConnection 11",
+          "setEmitterState 11", "setSourceState 2"}},
+        {R"("emitter":11,"connect":2)", {}},
+        // Nothing holds a sound while it is changed or destroyed.
+        {R"("source":2,"tone":{"hertz":100})",
+         {"setEmitterConnection 11", "setSourceData 2", "setEmitterState 11",
+          "setEmitterConnection 11", "setEmitterState 11"}},
+        {R"("source":2,"destroy":true)", {"setEmitterConnection 11", "destroySource 2"}},
+    };
+    std::string entries;
+    for (const auto& row : rows) {
+        entries += &row == rows ? "{" : ",{";
+        entries += row.change + ",\"at\":" + std::to_string(&row - rows + 1) + '}';
+    }
+    Stage stage(timeline(entries));
+    // A real back end finds fault with none of it, and nothing is shown on the screen.
+    ASSERT_TRUE((new Orvel::OALLoopbackBackend(stage.world, ""))->working());
+    const Orvel::Test::LogCapture log(Orvel::Log::Level::Warning);
+    Orvel::Test::OutputCapture errors(STDERR_FILENO);
     stage.player->start();
+    for (const auto& row : rows) {
+        EXPECT_EQ(stage.advance(static_cast<double>(&row - rows + 1)), row.calls) << row.change;
+    }
+    stage.player->start();
+    EXPECT_EQ(log.lines(), Calls{});
+    EXPECT_EQ(errors.take(), "");
     EXPECT_TRUE(stage.world.enabled() && stage.world.spatialize());
     EXPECT_EQ(stage.world.listenerPosition(), Orvel::Vec3f{});
-}
-
-TEST(ScenePlayer, AConnectedEmitterGoesOnPlayingAndDisturbsNoOther) {
-    Stage stage(timeline(R"({"at":0,"emitter":11,"state":"play"},
-                            {"at":1,"emitter":11,"connect":2},
-                            {"at":2,"emitter":11,"connect":2},
-                            {"at":3,"source":2,"tone":{"hertz":100}},
-                            {"at":4,"source":2,"destroy":true})"));
-    EXPECT_EQ(stage.emitter(12).state(), Orvel::WorldPart::PLAY) << "it shares the source";
-    stage.recorder.onCall = [&](const std::string& call) {
-        EXPECT_NE(call, "setEmitterState 12");
-        if (call == "setSourceData 2" || call == "destroySource 2") {
-            EXPECT_TRUE(stage.source(2).connectedEmitters().empty()) << "something holds it";
-        }
-    };
-    EXPECT_EQ(stage.advance(1).back(), "setSourceState 2") << "it begins after it is connected";
-    EXPECT_EQ(stage.advance(2), Calls{}) << "connected already";
-    EXPECT_EQ(stage.advance(3).back(), "setEmitterState 11") << "it plays again";
-    EXPECT_EQ(stage.advance(4), (Calls{"setEmitterConnection 11", "destroySource 2"}));
 }
 
 TEST(ScenePlayer, EndsWhenTheLastSoundHas) {
@@ -190,30 +193,4 @@ TEST(ScenePlayer, EndsWhenTheLastSoundHas) {
     }
     const Stage stage("\"duration\":0.25," + timeline(rows[1].entries));
     EXPECT_EQ(stage.player->end(), 0.25);
-}
-
-TEST(ScenePlayer, OpenALAcceptsEveryChangeAndTheScreenStaysClean) {
-    const Orvel::Test::LogCapture log(Orvel::Log::Level::Warning);
-    Orvel::Test::OutputCapture errors(STDERR_FILENO);
-    Stage stage(timeline(R"({"at":0,"emitter":11,"state":"play"},
-                            {"at":0.1,"source":1,"tone":{"hertz":1000}},
-                            {"at":0.2,"emitter":11,"connect":2},
-                            {"at":0.3,"source":2,"destroy":true},
-                            {"at":0.3,"source":1,"destroy":true})"));
-    auto* device = new Orvel::OALLoopbackBackend(stage.world, "");
-    ASSERT_TRUE(device->working());
-    for (int round = 0; round < 2; ++round) {
-        stage.player->start();
-        std::vector<float> block(2 * 4410);
-        std::string heard;
-        for (int i = 0; i < 4; ++i) {
-            stage.player->advance(i * 0.1);
-            device->render(block.data(), 441); // the change-over
-            ASSERT_TRUE(device->render(block.data(), 4410));
-            heard += *std::max_element(block.begin(), block.end()) > 1e-5F ? 'x' : '-';
-        }
-        EXPECT_EQ(heard, "xxx-") << "in round " << round;
-    }
-    EXPECT_EQ(log.lines(), Calls{});
-    EXPECT_EQ(errors.take(), "");
 }

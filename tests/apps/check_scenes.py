@@ -88,15 +88,6 @@ def scenes():
         yield {**BASE, **change}, True, False
 
 
-def write_wave(path):
-    path.parent.mkdir(parents=True, exist_ok=True)
-    with wave.open(str(path), "wb") as sound:
-        sound.setnchannels(1)
-        sound.setsampwidth(2)
-        sound.setframerate(8000)
-        sound.writeframes(bytes(1600))
-
-
 def main():
     orvel, schema_path, documentation = sys.argv[1:]
     schema = json.loads(pathlib.Path(schema_path).read_text(encoding="utf-8"))
@@ -107,10 +98,13 @@ def main():
     faults = []
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        write_wave(folder / "there.wav")
-        for source in documented["sources"]:
+        for source in [WAV, *documented["sources"]]:
             if "file" in source:
-                write_wave(folder / source["file"])
+                path = folder / source["file"]
+                path.parent.mkdir(parents=True, exist_ok=True)
+                with wave.open(str(path), "wb") as sound:
+                    sound.setparams((1, 2, 8000, 0, "NONE", ""))
+                    sound.writeframes(bytes(1600))
         every = [*scenes(), (documented, True, True)]
         for scene, *good in every:
             path = folder / "scene.json"
