@@ -15,9 +15,9 @@ LAYERS = ["Config", "Vessa", "Corvid", "Orvel", "examples"]
 POSIX = r"(sys|net|netinet|arpa|linux)/\w+\.h|" \
         r"(unistd|fcntl|poll|pthread|sched|signal|strings|pwd|netdb|ifaddrs|time)\.h"
 OTHERS = r"(?!Config|Vessa|Corvid|Orvel).*"  # libraries and systems
-# Which files may include what: the first pattern that fits "FILE" decides. The scene knows back ends
-# only by their base class and the registry. The standard library and the generated export header
-# are open to all.
+# Which files may include what: the first pattern that fits a file decides. The scene knows back
+# ends only by their base class and the registry. The standard library and the generated export
+# header are open to all.
 RULES = [
     (r"Config/.*", r"Config/.*"),
     (r"Vessa/.*", r"Vessa/.*|" + POSIX),
