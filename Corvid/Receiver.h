@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+#include <orvel_export.h>
+
+namespace Corvid {
+
+/// Something that whole frames come from: one connection.
+class ORVEL_EXPORT Receiver {
+public:
+    virtual ~Receiver() = default;
+
+    /// Gives the next whole frame, its length field included. The bytes stay valid until the next
+    /// call on this receiver. False when the peer is gone or has sent something that is no frame.
+    virtual bool receiveFrame(std::span<const std::byte>& frame) = 0;
+};
+
+} // namespace Corvid
