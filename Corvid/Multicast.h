@@ -2,7 +2,9 @@
 
 #include <Corvid/InetAddress.h>
 
+#include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <vector>
 
 #include <orvel_export.h>
@@ -26,6 +28,7 @@ public:
 
     /// Sets the group; false, and it stays, if the address is not a valid multicast address.
     bool setAddress(const InetAddress& address);
+    /// The reference is for the thread that calls setAddress(); others use settings().
     [[nodiscard]] const InetAddress& address() const;
     void setPort(std::uint16_t port);
     [[nodiscard]] std::uint16_t port() const;
@@ -40,8 +43,22 @@ public:
     static void setDefaultInterfaces(std::vector<InetAddress> interfaces);
     [[nodiscard]] static std::vector<InetAddress> defaultInterfaces();
 
-    /// Grows with each change, so that users see that there was one.
+    /// All settings at one moment, the default interfaces resolved.
+    struct Settings {
+        InetAddress address;
+        std::uint16_t port = kDefaultPort;
+        int ttl = kDefaultTtl;
+        std::vector<InetAddress> interfaces;
+    };
+    [[nodiscard]] Settings settings() const;
+    /// Grows with each change, of the process-wide default too, so that users see that there was
+    /// one.
     [[nodiscard]] std::uint64_t revision() const;
+
+private:
+    mutable std::mutex mutex_;
+    Settings settings_; // guarded by mutex_
+    std::atomic<std::uint64_t> revision_ = 1;
 };
 
 } // namespace Corvid
