@@ -14,18 +14,18 @@ class Event;
 /// Immutable; made and destroyed while no other thread sends or receives.
 class ORVEL_EXPORT EventType {
 public:
-    /// Makes an empty event on the heap, owned by the caller.
+    /// Makes an empty event on the heap, owned by the caller; null stands for a failure.
     using CreateFunction = Event* (*)();
 
     /// Registers the kind. A number that is taken stays with its first owner.
-    EventType(const char* name, short typeId, CreateFunction create);
+    EventType(const char* name, short typeId, CreateFunction createFunction);
     EventType(const EventType&) = delete;
     EventType& operator=(const EventType&) = delete;
     ~EventType();
 
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
     [[nodiscard]] short typeId() const noexcept { return typeId_; }
-    [[nodiscard]] Event* create() const { return create_(); }
+    [[nodiscard]] Event* create() const { return create_ == nullptr ? nullptr : create_(); }
 
     /// The kind with that number, or null.
     [[nodiscard]] static const EventType* find(short typeId) noexcept;
