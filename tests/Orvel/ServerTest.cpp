@@ -24,7 +24,7 @@ namespace {
 /// Leaves nothing behind and hands each event to a function.
 class TestServer : public Server {
 public:
-    TestServer() { setMulticastPort(multicastPort()); }
+    TestServer() { setMulticastPort(testPort()); }
     ~TestServer() override {
         stop();
         clearWorld();
@@ -43,7 +43,7 @@ class PlainClient : public Corvid::MultiClient {
 public:
     explicit PlainClient(const Server& server)
         : MultiClient(2), port_(server.multiServer().port()) {
-        multicast().setPort(static_cast<std::uint16_t>(multicastPort() ^ 1U)); // finds nobody
+        multicast().setPort(static_cast<std::uint16_t>(testPort() ^ 1U)); // finds nobody
         open();
         connectToServer("127.0.0.1", port_);
         thread_ = std::thread([this] {

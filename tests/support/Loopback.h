@@ -19,7 +19,7 @@ inline void stayOnLoopback() {
 }
 
 /// A multicast port that no other process used a moment ago, the same for the whole process.
-inline unsigned short multicastPort() {
+inline unsigned short testPort() {
     static const unsigned short port = [] {
         const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         sockaddr_in address = {};
