@@ -21,7 +21,7 @@ OTHERS = r"(?!Config|Vessa|Corvid|Orvel).*"  # libraries and systems
 RULES = [
     (r"Config/.*", r"Config/.*"),
     (r"Vessa/.*", r"Vessa/.*|" + POSIX),
-    (r"Corvid/detail/.*\.h", r"(Corvid|Vessa)/.*|" + POSIX),
+    (r"Corvid/detail/.*\.h", r"(Corvid|Vessa)/.*|boost/.*|" + POSIX),
     (r"Corvid/[^/]*\.h", r"(Corvid|Vessa)/.*"),
     (r"Corvid/.*", r"(Corvid|Vessa)/.*|" + OTHERS),
     (r"Orvel/(World|WorldPart|Source|Emitter)\.(h|cpp)",
