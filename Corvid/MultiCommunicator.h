@@ -59,7 +59,7 @@ public:
     /// Connections in all, and those of them that have not shown yet who they are.
     static constexpr std::size_t kMaxConnections = 1024;
     static constexpr std::size_t kMaxUngreeted = 64;
-    static constexpr std::size_t kDefaultLagLimit = std::size_t{64} << 20U;
+    static constexpr std::size_t kDefaultLagLimit = std::size_t{64} << 20U; ///< 64 MiB
 
     MultiCommunicator(const MultiCommunicator&) = delete;
     MultiCommunicator& operator=(const MultiCommunicator&) = delete;
