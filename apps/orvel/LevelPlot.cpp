@@ -22,6 +22,13 @@ std::string text(
            colour + "\" " + more + ">" + svgText(content) + "</text>\n";
 }
 
+/// A line, and the area between it and the axis, which it leaves at (left, bottom).
+std::string curve(const std::string& line, double left, double bottom, const std::string& colour) {
+    return "<path d=\"" + line + "V" + n(bottom) + "H" + n(left) + "Z\" fill=\"" + colour +
+           "\" fill-opacity=\"0.22\"/>\n<path d=\"" + line + "\" fill=\"none\" stroke=\"" + colour +
+           "\" stroke-width=\"1.4\" stroke-linejoin=\"round\"/>\n";
+}
+
 } // namespace
 
 std::string drawLevels(const LevelMeter& meter, const Box& frame) {
@@ -51,16 +58,14 @@ std::string drawLevels(const LevelMeter& meter, const Box& frame) {
         std::string line;
         for (std::size_t i = 0; i < windows.size(); ++i) {
             const double middle = (static_cast<double>(i) + 0.5) * meter.windowSeconds();
-            line += (i == 0 ? "M" : "L") + n(frame.x + middle * perSecond) + " " +
-                    n(yOf(windows[i][channel].rms));
+            line.append(i == 0 ? "M" : "L")
+                .append(n(frame.x + middle * perSecond))
+                .append(" ")
+                .append(n(yOf(windows[i][channel].rms)));
         }
         if (!line.empty()) {
             const double half = 0.5 * meter.windowSeconds() * perSecond;
-            const std::string colour = colours[channel];
-            out += "<path d=\"" + line + "V" + n(top + height) + "H" + n(frame.x + half) +
-                   "Z\" fill=\"" + colour + "\" fill-opacity=\"0.22\"/>\n<path d=\"" + line +
-                   "\" fill=\"none\" stroke=\"" + colour +
-                   "\" stroke-width=\"1.4\" stroke-linejoin=\"round\"/>\n";
+            out += curve(line, frame.x + half, top + height, colours[channel]);
         }
         out += text(
             frame.x + 8, top + 16, 12, colours[channel], names[channel],

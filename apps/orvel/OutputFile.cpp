@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace OrvelTool {
@@ -13,7 +13,7 @@ namespace OrvelTool {
 namespace {
 
 OutputError cannotWrite(const std::string& path, int error) {
-    return OutputError("cannot write " + path + ": " + std::strerror(error));
+    return OutputError("cannot write " + path + ": " + std::generic_category().message(error));
 }
 
 } // namespace

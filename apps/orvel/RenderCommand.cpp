@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 
 namespace OrvelTool {
@@ -86,6 +87,9 @@ int RenderCommand::run() {
 int RenderCommand::render(const LoadedScene& loaded) {
     using Clock = std::chrono::steady_clock;
     const auto begin = Clock::now();
+    // OpenAL looks for a sound driver even where it only renders, and may start a sound server by
+    // that. No other thread runs yet that could read the environment.
+    setenv("ALSOFT_DRIVERS", "null", 1); // NOLINT(concurrency-mt-unsafe)
     LibraryMessages messages(verbose_);
     OfflineRenderer renderer(loaded, messages, rate_);
     renderer.stage().tell();

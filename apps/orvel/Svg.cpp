@@ -98,7 +98,7 @@ Labels::place(double x, double y, std::string_view text, double size, double dis
          {x + slant, y + slant, width, height},
          {x - slant - width, y - slant - height, width, height},
          {x - slant - width, y + slant, width, height}}};
-    const Box* best = nullptr;
+    const Box* best = &candidates.front();
     double least = std::numeric_limits<double>::infinity();
     for (const Box& box : candidates) {
         // What lies outside counts more than what is covered.

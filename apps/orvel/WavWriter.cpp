@@ -54,7 +54,8 @@ WavWriter::~WavWriter() = default;
 
 std::uint64_t WavWriter::mostFrames(SampleFormat format) {
     constexpr std::uint64_t kRoomForHeaders = 1024;
-    const std::uint64_t bytesPerFrame = kChannels * (format == SampleFormat::s16 ? 2U : 4U);
+    const std::uint64_t bytesPerFrame =
+        std::uint64_t{kChannels} * (format == SampleFormat::s16 ? 2U : 4U);
     return (std::numeric_limits<std::uint32_t>::max() - kRoomForHeaders) / bytesPerFrame;
 }
 

@@ -292,15 +292,15 @@ class Plot(ToolCase):
 
 class Play(ToolCase):
     def test_ctrl_c_and_termination_end_it_at_once(self):
-        scene = self.scene(changed(LEFT, duration=1000))
-        for kind, number in [("log", signal.SIGINT), ("log", signal.SIGTERM)]:
-            process = self.start("play", scene, "--loop", "--backend", kind, "--backend", "silent")
+        scene = self.scene(changed(LEFT, duration=1000, timeline=[
+            {"at": 0.05, "emitter": 11, "state": "pause"}]))
+        for number in (signal.SIGINT, signal.SIGTERM):
+            process = self.start("play", scene, "--loop", "--backend", "log", "--backend", "silent")
             first = ""
-            while "setEmitterState: play" not in first:
+            while "setEmitterState: pause" not in first:
                 line = process.stderr.readline()
                 self.assertNotEqual(line, "", "it has ended by itself: " + first)
                 first += line
-            time.sleep(0.1)  # the handlers are set up after the start; nothing tells of it
             begin = time.monotonic()
             process.send_signal(number)
             _, rest = self.finish(process, 0)

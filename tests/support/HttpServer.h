@@ -32,9 +32,7 @@ struct Answer {
 class HttpServer {
 public:
     explicit HttpServer(std::map<std::string, Answer> answers) : answers_(std::move(answers)) {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
         socklen_t length = sizeof(address);
         auto* generic = reinterpret_cast<sockaddr*>(&address);
         if (listener_ < 0 || ::bind(listener_, generic, length) != 0 ||
@@ -66,11 +64,7 @@ public:
 
 private:
     void run() {
-        while (true) {
-            const int client = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-            if (client < 0) {
-                return;
-            }
+        for (int client = 0; (client = ::accept(listener_, nullptr, nullptr)) >= 0;) {
             serve(client);
             ::close(client);
         }
@@ -93,23 +87,22 @@ private:
         }
         const std::size_t path = request.find(' ') + 1;
         const auto found = answers_.find(request.substr(path, request.find(' ', path) - path));
-        if (found == answers_.end()) {
-            send(client, "HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone");
-            return;
-        }
-        const Answer& answer = found->second;
+        const Answer answer =
+            found == answers_.end()
+                ? Answer{"HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone"}
+                : found->second;
         bool open = send(client, answer.bytes);
         if (answer.then == Answer::Stall) {
             waitFor(client, 20000);
-        } else if (answer.then == Answer::Repeat) {
-            for (std::size_t sent = 0; open && sent < (64U << 20U); sent += answer.more.size()) {
-                open = send(client, answer.more);
-            }
-        } else if (answer.then == Answer::Drip) {
-            for (std::size_t i = 0; open && i < answer.more.size(); ++i) {
-                waitFor(client, 300);
-                open = send(client, answer.more.substr(i, 1));
-            }
+        }
+        for (std::size_t sent = 0; answer.then == Answer::Repeat && open && sent < (64U << 20U);
+             sent += answer.more.size()) {
+            open = send(client, answer.more);
+        }
+        for (std::size_t i = 0; answer.then == Answer::Drip && open && i < answer.more.size();
+             ++i) {
+            waitFor(client, 300);
+            open = send(client, answer.more.substr(i, 1));
         }
     }
 
@@ -120,15 +113,11 @@ private:
     }
 
     static bool send(int client, const std::string& bytes) {
-        for (std::size_t sent = 0; sent < bytes.size();) {
-            const ssize_t size =
-                ::send(client, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-            if (size <= 0) {
-                return false;
-            }
-            sent += static_cast<std::size_t>(size);
+        ssize_t size = 0;
+        for (std::size_t sent = 0; sent < bytes.size() && size >= 0; sent += size) {
+            size = ::send(client, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
         }
-        return true;
+        return size >= 0;
     }
 
     const std::map<std::string, Answer> answers_;

@@ -2,7 +2,6 @@
 
 #include <AL/al.h>
 #include <AL/alc.h>
-#include <map>
 #include <string>
 #include <utility>
 
@@ -10,10 +9,9 @@ namespace Orvel::Test {
 
 /// Stands in for OpenAL and ALUT in a test program that is not linked with them: records each call,
 /// answers as told, and behaves like the real ones where a mistake would otherwise stay unseen.
-/// Names of sources begin at 1 in every context and those of buffers on every device, so that a
-/// call in the wrong context hits an object that exists; errors are per context and the first one
-/// stays; ALUT counts no users, keeps its first error, and refuses to load while an error is
-/// pending; a destroyed context is no longer current.
+/// Names begin at 1 in every context, so that those of another one look just as valid; errors are
+/// per context and the first one stays; ALUT counts no users, keeps its first error, and refuses to
+/// load while an error is pending; a destroyed context is no longer current.
 struct FakeAL {
     /// What alutLoadMemoryFromFile() gives: samples, or an ALUT error.
     struct File {
@@ -26,23 +24,21 @@ struct FakeAL {
     static FakeAL& the();
 
     /// Forgets everything and repairs what fails; a test begins with it.
-    static void reset();
+    static void reset() { the() = FakeAL(); }
     /// The calls since the last take() or reset(), such as "alSourcePlay(1); alGetError()", with
-    /// numbers rounded to six digits. alcGetCurrentContext() is not among them, see `queries`.
+    /// numbers rounded to six digits; without questions for the current context.
     std::string take() { return std::exchange(calls, {}); }
     /// Leaves an error pending in the current context, as other code may.
     static void setPendingError(ALenum error);
-    /// How many devices and contexts are open.
-    static std::size_t open();
 
-    bool opensDevices = true;
-    bool createsContexts = true;
-    bool hasLoopback = true;
-    std::map<std::string, ALenum> failures; ///< functions that only leave this error behind
+    /// Functions whose names begin so do nothing but fail: those that open or ask with null or
+    /// false, those of AL with AL_INVALID_VALUE.
+    std::string failing = "none";
     File file;
     bool alutRuns = false;
     ALenum alutError = 0; ///< unread
-    int queries = 0;      ///< calls of alcGetCurrentContext()
+    int devices = 0;
+    int contexts = 0;
     std::string calls;
 };
 
