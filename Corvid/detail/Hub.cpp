@@ -429,7 +429,7 @@ void Hub::resumeAndForget() {
     }
 }
 
-void Hub::turn(bool block) {
+void Hub::turn(bool block, End end) {
     role_->turn();
     resumeAndForget();
     if (loop_->stream.takeWork()) {
@@ -437,7 +437,11 @@ void Hub::turn(bool block) {
     }
     served_ = 0;
     if (block && (deferred_ || ready_.empty()) && !break_ && loop_->stream.beginSleep()) {
-        loop_->io.run_one();
+        if (end) {
+            loop_->io.run_one_until(*end);
+        } else {
+            loop_->io.run_one();
+        }
         loop_->stream.endSleep();
     }
     loop_->io.poll();
@@ -475,7 +479,7 @@ Hub::Pointer Hub::takeReady() {
     return connection;
 }
 
-bool Hub::wait(Communicator** communicator) {
+bool Hub::wait(Communicator** communicator, End end) {
     while (open_) {
         if (break_ && break_.exchange(false)) {
             return false;
@@ -490,7 +494,10 @@ bool Hub::wait(Communicator** communicator) {
                 return true;
             }
         }
-        turn(true);
+        if (end && Clock::now() >= *end) {
+            return false;
+        }
+        turn(true, end);
     }
     return false;
 }
