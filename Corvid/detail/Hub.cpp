@@ -16,6 +16,8 @@ using Severity = MultiCommunicator::Severity;
 constexpr auto kTimeToGreet = 5s;
 constexpr auto kTimeToLeave = 200ms; // what is queued at closing
 constexpr int kServedPerTurn = 256;  // events between two looks at the sockets
+constexpr auto kQuickWake = 200us;
+constexpr auto kNap = 1ms;
 constexpr int kMostDelivered = 1 << 16;
 constexpr std::size_t kMostInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
@@ -38,9 +40,12 @@ Hub::Hub(MultiCommunicator& owner, int protocolVersion)
       instance_(randomNumber()), loop_(std::make_shared<Loop>()) {}
 
 Hub::~Hub() {
-    close();
-    loop_->stop();
-    while (loop_->io.poll() > 0) { // what was cancelled lets go of what it holds
+    try {
+        close();
+        loop_->stop();
+        while (loop_->io.poll() > 0) { // what was cancelled lets go of what it holds
+        }
+    } catch (...) { // only memory can be missing, and a destructor can do nothing about it
     }
 }
 
@@ -126,7 +131,8 @@ void Hub::adopt(boost::asio::ip::tcp::socket socket, const std::string& target) 
         return;
     }
     ungreeted_.push_back(connection);
-    if (!connection->sendGreeting(greeting())) {
+    // A client shows who it is when it knows that it will stay; see role_->accept().
+    if (target.empty() && !connection->sendGreeting(greeting())) {
         refuse(connection, "the connection broke at once");
         return;
     }
@@ -156,7 +162,9 @@ void Hub::refuse(const Pointer& connection, const std::string& reason) {
     connection->end(reason);
     connection->deadline().cancel();
     countRefusal();
-    reportRefusal("refused " + connection->peerName() + ": " + reason);
+    if (connection->hasSaidAnything()) { // others only look whether somebody listens
+        reportRefusal("refused " + connection->peerName() + ": " + reason);
+    }
     role_->lost(*connection);
 }
 
@@ -185,6 +193,10 @@ void Hub::readGreeting(const Pointer& connection) {
         connection->end("there is a connection with this peer already");
         return;
     }
+    if (!connection->target().empty() && !connection->sendGreeting(greeting())) {
+        refuse(connection, "the connection broke at once");
+        return;
+    }
     if (!deferred_) {
         introduce(connection);
         return;
@@ -205,7 +217,7 @@ void Hub::introduce(const Pointer& connection) {
         registered = std::count(registered_.begin(), registered_.end(), connection) > 0;
     }
     if (kept && registered) {
-        communicator.release(); // now it is ours until close(), see there
+        static_cast<void>(communicator.release()); // now it is ours until close(), see there
         {
             const auto lock = lockInput();
             connection->input = Connection::Input::Reading;
@@ -333,6 +345,8 @@ void Hub::read(const Pointer& connection) {
             return;
         }
     }
+    inputSeen_ = true;
+    napped_ = false;
     // While it is Reading, its buffer is the loop thread's.
     const std::size_t before = connection->inputCapacity();
     const Connection::Status status = connection->read();
@@ -432,17 +446,29 @@ void Hub::resumeAndForget() {
 void Hub::turn(bool block, End end) {
     role_->turn();
     resumeAndForget();
-    if (loop_->stream.takeWork()) {
+    const bool work = loop_->stream.takeWork();
+    if (work) {
         flush();
     }
     served_ = 0;
-    if (block && (deferred_ || ready_.empty()) && !break_ && loop_->stream.beginSleep()) {
-        if (end) {
-            loop_->io.run_one_until(*end);
-        } else {
-            loop_->io.run_one();
+    if (block && (deferred_ || ready_.empty()) && !break_) {
+        if (work && (napped_ || (!inputSeen_ && Clock::now() - sleptAt_ < kQuickWake))) {
+            // Somebody sends event after event, and on a busy machine each might cost a wake-up and
+            // a change of threads. Left alone for a moment, the sender finishes its batch; input
+            // ends the nap at once.
+            napped_ = true;
+            loop_->io.run_one_for(kNap);
+        } else if (loop_->stream.beginSleep()) {
+            napped_ = false;
+            inputSeen_ = false;
+            sleptAt_ = Clock::now();
+            if (end) {
+                loop_->io.run_one_until(*end);
+            } else {
+                loop_->io.run_one();
+            }
+            loop_->stream.endSleep();
         }
-        loop_->stream.endSleep();
     }
     loop_->io.poll();
 }
