@@ -28,6 +28,10 @@ bool MultiCommunicator::waitForCommunicators() {
     return hub_->wait(nullptr);
 }
 
+bool MultiCommunicator::waitForCommunicators(std::chrono::steady_clock::duration atMost) {
+    return hub_->wait(nullptr, std::chrono::steady_clock::now() + atMost);
+}
+
 bool MultiCommunicator::receiveCommunicator(Communicator*& communicator) {
     communicator = nullptr;
     return hub_->wait(&communicator);

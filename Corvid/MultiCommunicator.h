@@ -79,6 +79,8 @@ public:
 
     /// Waits until a connection has something to receive. False after breakWait() or close().
     bool waitForCommunicators();
+    /// The same for `atMost`; false too when that is over.
+    bool waitForCommunicators(std::chrono::steady_clock::duration atMost);
     /// Gives the next connection that has something to receive, in turn, one frame each; waits if
     /// there is none. A lost connection is given once, so that receiving from it fails. False, and
     /// null, after breakWait() or close().

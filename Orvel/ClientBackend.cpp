@@ -28,7 +28,6 @@ namespace Orvel {
 
 namespace {
 
-constexpr int kProtocolVersion = 2;
 constexpr double kSearchSeconds = 3.0;
 
 using Corvid::Sender;
@@ -129,7 +128,7 @@ void reportInvalid(const CommandEvent& event) {
 ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, params) {
     transferData_ = yesOrNo(*this->params(), "transferData", true);
     deferred_ = yesOrNo(*this->params(), "deferred", false);
-    communicator_ = std::make_unique<OrvelMultiClient>(kProtocolVersion, *this);
+    communicator_ = std::make_unique<OrvelMultiClient>(CommandEvent::kProtocolVersion, *this);
     communicator_->setNoDelay(true);
     communicator_->setSearchInterval(kSearchSeconds);
     communicator_->setDiagnostic(detail::routeDiagnostics("ClientBackend"));

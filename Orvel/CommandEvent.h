@@ -38,6 +38,9 @@ class ORVEL_EXPORT CommandEvent : public Corvid::Event {
 public:
     /// The protocolTag of every event that the library sends.
     static constexpr short kProtocolTag = 3378;
+    /// What Corvid::MultiClient and Corvid::MultiServer are made with, so that only programs which
+    /// understand these events meet.
+    static constexpr int kProtocolVersion = 2;
 
     explicit CommandEvent(short commandId = 0, short id = 0) : command(commandId), objectId(id) {}
 

@@ -21,8 +21,6 @@ namespace Orvel {
 
 namespace {
 
-constexpr int kProtocolVersion = 2;
-
 enum class Outcome { Applied, Invalid, Unknown };
 
 /// Calls `apply` with both if the event is of its class and the part exists.
@@ -123,7 +121,8 @@ Outcome apply(World& world, CommandEvent& event) {
 
 } // namespace
 
-Server::Server() : multiServer_(std::make_unique<Corvid::MultiServer>(kProtocolVersion)) {
+Server::Server()
+    : multiServer_(std::make_unique<Corvid::MultiServer>(CommandEvent::kProtocolVersion)) {
     multiServer_->setNoDelay(true);
     multiServer_->setDiagnostic(detail::routeDiagnostics("Orvel::Server"));
     multiServer_->open("", 0, true); // a failure is reported as a diagnostic

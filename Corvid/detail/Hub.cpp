@@ -443,7 +443,7 @@ void Hub::resumeAndForget() {
     }
 }
 
-void Hub::turn(bool block) {
+void Hub::turn(bool block, End end) {
     role_->turn();
     resumeAndForget();
     const bool work = loop_->stream.takeWork();
@@ -462,7 +462,11 @@ void Hub::turn(bool block) {
             napped_ = false;
             inputSeen_ = false;
             sleptAt_ = Clock::now();
-            loop_->io.run_one();
+            if (end) {
+                loop_->io.run_one_until(*end);
+            } else {
+                loop_->io.run_one();
+            }
             loop_->stream.endSleep();
         }
     }
@@ -501,7 +505,7 @@ Hub::Pointer Hub::takeReady() {
     return connection;
 }
 
-bool Hub::wait(Communicator** communicator) {
+bool Hub::wait(Communicator** communicator, End end) {
     while (open_) {
         if (break_ && break_.exchange(false)) {
             return false;
@@ -516,7 +520,10 @@ bool Hub::wait(Communicator** communicator) {
                 return true;
             }
         }
-        turn(true);
+        if (end && Clock::now() >= *end) {
+            return false;
+        }
+        turn(true, end);
     }
     return false;
 }

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,7 +50,9 @@ public:
     bool sendFrame(const std::byte* frame, std::size_t size);
     bool add(Communicator* communicator);
     bool remove(Communicator* communicator);
-    bool wait(Communicator** communicator);
+    /// When a wait is over; without it, when there is something.
+    using End = std::optional<std::chrono::steady_clock::time_point>;
+    bool wait(Communicator** communicator, End end = std::nullopt);
     bool available(int& count);
     void breakWait();
     /// Makes the loop turn soon. Synchronised.
@@ -75,7 +78,7 @@ public:
 private:
     using Pointer = std::shared_ptr<Connection>;
 
-    void turn(bool block);
+    void turn(bool block, End end = std::nullopt);
     void flush();
     void write(const Pointer& connection);
     void waitToRead(const Pointer& connection);
