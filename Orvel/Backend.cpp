@@ -3,33 +3,13 @@
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/SplitList.h>
 
 #include <algorithm>
 #include <exception>
 #include <iostream>
-#include <string_view>
 
 namespace Orvel {
-
-namespace {
-
-/// The items between commas without the white space around them; empty ones are dropped.
-std::vector<std::string> splitLabels(std::string_view text) {
-    constexpr const char* kWhiteSpace = " \t\r\n";
-    std::vector<std::string> labels;
-    while (!text.empty()) {
-        const auto comma = std::min(text.find(','), text.size());
-        const std::string_view item = text.substr(0, comma);
-        const auto first = item.find_first_not_of(kWhiteSpace);
-        if (first != std::string_view::npos) {
-            labels.emplace_back(item.substr(first, item.find_last_not_of(kWhiteSpace) + 1 - first));
-        }
-        text.remove_prefix(std::min(comma + 1, text.size()));
-    }
-    return labels;
-}
-
-} // namespace
 
 Backend::Backend(World& world, const char* params)
     : world_(world), params_(std::make_unique<Config::ParamLine>()) {
@@ -39,7 +19,7 @@ Backend::Backend(World& world, const char* params)
         std::cerr << "ERROR: Backend: Cannot parse parameters" << std::endl;
         ORVEL_LOG(Warning, "Parameters of a back end: %s\n", fault.what());
     }
-    labels_ = splitLabels(params_->getParam("labels", ""));
+    labels_ = detail::splitList(params_->getParam("labels", ""));
     world.enter(*this);
 }
 

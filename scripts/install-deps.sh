@@ -5,7 +5,7 @@ set -euo pipefail
 
 build=(
     build-essential ca-certificates cmake git ninja-build pkg-config
-    libopenal-dev libalut-dev libcurl4-openssl-dev
+    libopenal-dev libalut-dev libcurl4-openssl-dev libboost-dev
     libcli11-dev nlohmann-json3-dev libsndfile1-dev
     alsa-utils # the recorded voices of the demo
 )

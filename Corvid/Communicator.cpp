@@ -1,0 +1,35 @@
+#include <Corvid/Communicator.h>
+#include <Corvid/detail/Connection.h>
+
+#include <utility>
+
+namespace Corvid {
+
+Communicator::Communicator(std::shared_ptr<detail::Connection> connection)
+    : connection_(std::move(connection)) {}
+
+Communicator::~Communicator() {
+    connection_->end("the application ended it");
+}
+
+bool Communicator::sendFrame(const std::byte* frame, std::size_t size) {
+    return connection_->sendFrame(frame, size);
+}
+
+bool Communicator::receiveFrame(std::span<const std::byte>& frame) {
+    return connection_->receiveFrame(frame);
+}
+
+void Communicator::close() {
+    connection_->end("the application ended it");
+}
+
+short Communicator::id() const {
+    return connection_->peer().id;
+}
+
+Communicator::Counters Communicator::counters() const {
+    return connection_->counters();
+}
+
+} // namespace Corvid

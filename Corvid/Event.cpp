@@ -1,0 +1,285 @@
+#include <Corvid/Event.h>
+#include <Corvid/EventType.h>
+#include <Corvid/Receiver.h>
+#include <Corvid/Sender.h>
+
+#include <algorithm>
+#include <bit>
+#include <exception>
+#include <memory>
+#include <utility>
+
+namespace Corvid {
+
+// Values are copied between memory and the wire as they are.
+static_assert(std::endian::native == std::endian::little, "the wire is little-endian");
+static_assert(sizeof(short) == 2 && sizeof(unsigned int) == 4 && sizeof(unsigned long) == 8);
+static_assert(sizeof(float) == 4);
+
+namespace {
+
+constexpr std::size_t kLengthBytes = 4;
+constexpr std::size_t kTypeBytes = 2;
+constexpr std::size_t kFirstBufferBytes = 256;
+// A thread's buffer that has grown beyond this for one large event is not kept.
+constexpr std::size_t kMostKeptBytes = 1U << 20U;
+
+/// Kept at its full size between events, of which each uses the beginning.
+std::vector<std::byte>& threadBuffer() {
+    thread_local std::vector<std::byte> buffer;
+    return buffer;
+}
+
+void report(std::string* fault, std::string text) {
+    if (fault != nullptr) {
+        *fault = std::move(text);
+    }
+}
+
+} // namespace
+
+void Event::addFields() {
+    if (static_cast<std::size_t>(outputEnd_ - output_) < sizeof(protocolTag) &&
+        !grow(sizeof(protocolTag))) {
+        return;
+    }
+    std::memcpy(output_, &protocolTag, sizeof(protocolTag));
+    output_ += sizeof(protocolTag);
+}
+
+void Event::getFields() {
+    take(&protocolTag, sizeof(protocolTag));
+}
+
+bool Event::send(Sender* sender) {
+    if (sender == nullptr) {
+        return false;
+    }
+    // Taken away for the time of use, so that a sender which sends an event itself does no harm.
+    std::vector<std::byte> buffer = std::exchange(threadBuffer(), {});
+    const std::size_t size = encodeInto(buffer);
+    const bool sent = size != 0 && sender->sendFrame(buffer.data(), size);
+    if (buffer.size() <= kMostKeptBytes) {
+        threadBuffer() = std::move(buffer);
+    }
+    return sent;
+}
+
+bool Event::receive(Receiver* receiver, Event*& event) {
+    event = nullptr;
+    std::span<const std::byte> frame;
+    if (receiver == nullptr || !receiver->receiveFrame(frame)) {
+        return false;
+    }
+    std::string fault;
+    event = decode(frame, &fault);
+    if (event == nullptr) {
+        receiver->refuseFrame(fault);
+    }
+    return event != nullptr;
+}
+
+bool Event::encode(std::vector<std::byte>& frame) {
+    const std::size_t size = encodeInto(frame);
+    frame.resize(size);
+    return size != 0;
+}
+
+/// The size of the frame, at the beginning of `buffer`; 0 if it would be too large.
+std::size_t Event::encodeInto(std::vector<std::byte>& buffer) {
+    if (buffer.size() < kFirstBufferBytes) {
+        buffer.resize(kFirstBufferBytes);
+    }
+    buffer_ = &buffer;
+    output_ = buffer.data() + kLengthBytes + kTypeBytes;
+    outputEnd_ = buffer.data() + buffer.size();
+    const short typeId = type()->typeId();
+    std::memcpy(buffer.data() + kLengthBytes, &typeId, kTypeBytes);
+    addFields();
+    std::size_t size = 0;
+    if (buffer_ != nullptr) {
+        size = static_cast<std::size_t>(output_ - buffer.data());
+        const auto length = static_cast<std::uint32_t>(size - kLengthBytes);
+        std::memcpy(buffer.data(), &length, kLengthBytes);
+    }
+    buffer_ = nullptr;
+    output_ = nullptr;
+    outputEnd_ = nullptr;
+    return size;
+}
+
+/// Makes room for `more` bytes. False if that would be too large a frame, and from then on until
+/// the encoding ends.
+bool Event::grow(std::size_t more) {
+    if (buffer_ == nullptr) {
+        return false;
+    }
+    const auto used = static_cast<std::size_t>(output_ - buffer_->data());
+    if (more > kMaxFrameBytes - used) {
+        buffer_ = nullptr;
+        output_ = nullptr;
+        outputEnd_ = nullptr;
+        return false;
+    }
+    buffer_->resize(std::min<std::size_t>(
+        kMaxFrameBytes, std::max(used + more, buffer_->size() + buffer_->size() / 2)));
+    output_ = buffer_->data() + used;
+    outputEnd_ = buffer_->data() + buffer_->size();
+    return true;
+}
+
+Event* Event::decode(std::span<const std::byte> frame, std::string* fault) {
+    std::uint32_t length = 0;
+    short typeId = 0;
+    if (frame.size() < kMinFrameBytes || frame.size() > kMaxFrameBytes) {
+        report(fault, "a frame of " + std::to_string(frame.size()) + " bytes");
+        return nullptr;
+    }
+    std::memcpy(&length, frame.data(), kLengthBytes);
+    std::memcpy(&typeId, frame.data() + kLengthBytes, kTypeBytes);
+    if (length != frame.size() - kLengthBytes) {
+        report(fault, "a frame whose length field does not fit it");
+        return nullptr;
+    }
+    const EventType* type = EventType::find(typeId);
+    if (type == nullptr) {
+        report(fault, "an event of the unknown type " + std::to_string(typeId));
+        return nullptr;
+    }
+    try {
+        std::unique_ptr<Event> event(type->create());
+        if (event == nullptr) {
+            report(fault, type->name() + ": no event could be made");
+            return nullptr;
+        }
+        event->input_ = frame.subspan(kLengthBytes + kTypeBytes);
+        event->readFailed_ = false;
+        event->getFields();
+        const std::size_t left = event->input_.size();
+        event->input_ = {};
+        if (event->readFailed_) {
+            report(fault, type->name() + " with other fields than expected");
+            return nullptr;
+        }
+        if (left != 0) {
+            report(fault, type->name() + " with " + std::to_string(left) + " bytes too many");
+            return nullptr;
+        }
+        return event.release();
+    } catch (const std::exception& exception) {
+        report(fault, type->name() + ": " + exception.what());
+        return nullptr;
+    }
+}
+
+template <class Length>
+void Event::addBlock(FieldType type, const void* data, Length length) {
+    const std::size_t bytes = 1 + sizeof(length) + static_cast<std::size_t>(length);
+    if (static_cast<std::size_t>(outputEnd_ - output_) < bytes && !grow(bytes)) {
+        return;
+    }
+    *output_ = static_cast<std::byte>(type);
+    std::memcpy(output_ + 1, &length, sizeof(length));
+    if (length != 0) {
+        std::memcpy(output_ + 1 + sizeof(length), data, static_cast<std::size_t>(length));
+    }
+    output_ += bytes;
+}
+
+void Event::addField(const std::string& value) {
+    if (value.size() > kMaxFrameBytes) {
+        grow(value.size()); // ends the encoding; the length would not fit its field
+        return;
+    }
+    addBlock(FieldType::String, value.data(), static_cast<std::uint32_t>(value.size()));
+}
+
+void Event::addData(const void* data, long length) {
+    if (length < 0 || length > static_cast<long>(kMaxFrameBytes)) {
+        grow(kMaxFrameBytes + std::size_t{1}); // ends the encoding
+        return;
+    }
+    addBlock(FieldType::Data, data, static_cast<std::uint64_t>(length));
+}
+
+bool Event::take(void* to, std::size_t size) {
+    if (readFailed_ || input_.size() < size) {
+        readFailed_ = true;
+        return false;
+    }
+    if (size != 0) {
+        std::memcpy(to, input_.data(), size);
+    }
+    input_ = input_.subspan(size);
+    return true;
+}
+
+bool Event::takeType(FieldType type) {
+    unsigned char found = 0;
+    if (take(&found, 1) && found != static_cast<unsigned char>(type)) {
+        readFailed_ = true;
+    }
+    return !readFailed_;
+}
+
+template <class Value>
+bool Event::getFixed(FieldType type, Value& value) {
+    return takeType(type) && take(&value, sizeof(Value));
+}
+
+bool Event::getField(std::string& value) {
+    std::uint32_t length = 0;
+    if (!getFixed(FieldType::String, length)) {
+        return false;
+    }
+    if (length > input_.size()) {
+        readFailed_ = true;
+        return false;
+    }
+    value.assign(reinterpret_cast<const char*>(input_.data()), length);
+    input_ = input_.subspan(length);
+    return true;
+}
+
+bool Event::getField(float& value) {
+    return getFixed(FieldType::Float, value);
+}
+
+bool Event::getField(unsigned int& value) {
+    return getFixed(FieldType::UnsignedInt, value);
+}
+
+bool Event::getField(unsigned long& value) {
+    return getFixed(FieldType::UnsignedLong, value);
+}
+
+bool Event::getField(short& value) {
+    return getFixed(FieldType::Short, value);
+}
+
+bool Event::getField(bool& value) {
+    unsigned char byte = 0;
+    if (!getFixed(FieldType::Bool, byte)) {
+        return false;
+    }
+    if (byte > 1) {
+        readFailed_ = true;
+        return false;
+    }
+    value = byte == 1;
+    return true;
+}
+
+bool Event::getData(void* data, long length) {
+    std::uint64_t found = 0;
+    if (!getFixed(FieldType::Data, found)) {
+        return false;
+    }
+    if (length < 0 || found != static_cast<std::uint64_t>(length)) {
+        readFailed_ = true;
+        return false;
+    }
+    return take(data, static_cast<std::size_t>(length));
+}
+
+} // namespace Corvid

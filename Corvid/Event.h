@@ -1,0 +1,138 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <orvel_export.h>
+
+namespace Corvid {
+
+class EventType;
+class Receiver;
+class Sender;
+
+/// A typed message. A class of events writes its fields in addFields() and reads the same sequence
+/// in getFields(); each field carries its type, so a receiver that reads another sequence than the
+/// sender wrote fails cleanly. The byte layout is in docs/protocol.md.
+///
+/// Confined to one thread at a time. Encoding allocates nothing once the thread has sent an event
+/// of that size.
+class ORVEL_EXPORT Event {
+public:
+    /// The most bytes of one frame, its length field included.
+    static constexpr std::uint32_t kMaxFrameBytes = 64U << 20U;
+    /// The least: length, type and protocolTag.
+    static constexpr std::uint32_t kMinFrameBytes = 8;
+
+    Event() = default;
+    // Copies take the header field; an encoding or decoding under way stays with its own event.
+    Event(const Event& other) noexcept : protocolTag(other.protocolTag) {}
+    Event& operator=(const Event& other) noexcept {
+        protocolTag = other.protocolTag;
+        return *this;
+    }
+
+    /// Writes the header field. Derived classes call their base's first, then add their own.
+    virtual void addFields();
+    /// Reads what addFields() wrote, in the same order. A field that cannot be read keeps its
+    /// value, and the event is refused. So is one whose getFields() throws.
+    virtual void getFields();
+    virtual ~Event() = default;
+    [[nodiscard]] virtual const EventType* type() const = 0;
+
+    /// Encodes the event and hands it to the sender, without waiting for the network; false if
+    /// there is no sender, it is closed, or the event is larger than a frame may be.
+    bool send(Sender* sender);
+
+    /// Takes the next frame of a receiver and makes the event that it holds, owned by the caller.
+    /// False, and null, when the connection is lost or the frame is malformed; the receiver is told
+    /// of the latter, see Receiver::refuseFrame().
+    static bool receive(Receiver* receiver, Event*& event);
+
+    /// Encodes into `frame`, replacing its contents; false, and empty, if it would be too large.
+    bool encode(std::vector<std::byte>& frame);
+    /// Makes the event that a whole frame holds, owned by the caller; null if it is malformed: of
+    /// an unknown type, with other fields than its class reads, or with bytes left over. `fault`,
+    /// if not null, then gets the reason.
+    [[nodiscard]] static Event*
+    decode(std::span<const std::byte> frame, std::string* fault = nullptr);
+
+    /// A header field of the application's own that reaches the receiver with the event.
+    short protocolTag = 0;
+
+protected:
+    void addField(const std::string& value);
+    void addField(float value) { addFixed(FieldType::Float, value); }
+    void addField(unsigned int value) { addFixed(FieldType::UnsignedInt, value); }
+    void addField(unsigned long value) { addFixed(FieldType::UnsignedLong, value); }
+    void addField(short value) { addFixed(FieldType::Short, value); }
+    void addField(bool value) {
+        addFixed(FieldType::Bool, static_cast<unsigned char>(value ? 1 : 0));
+    }
+    /// A raw block; only the frame's limit bounds its length.
+    void addData(const void* data, long length);
+
+    // Each reads one field of its type, or fails: `value` then keeps what it had.
+    bool getField(std::string& value);
+    bool getField(float& value);
+    bool getField(unsigned int& value);
+    bool getField(unsigned long& value);
+    bool getField(short& value);
+    bool getField(bool& value);
+    /// Reads a raw block of exactly that length.
+    bool getData(void* data, long length);
+
+    /// Bytes of the frame that are not read yet; to be asked before allocating for a count.
+    [[nodiscard]] std::size_t bytesLeft() const noexcept { return input_.size(); }
+    /// True once a field could not be read; everything after it fails too.
+    [[nodiscard]] bool readFailed() const noexcept { return readFailed_; }
+    /// For a getFields() that finds values which cannot be.
+    void failRead() noexcept { readFailed_ = true; }
+
+private:
+    // What stands before each field's value on the wire.
+    enum class FieldType : unsigned char {
+        String = 1,
+        Float = 2,
+        UnsignedInt = 3,
+        UnsignedLong = 4,
+        Short = 5,
+        Bool = 6,
+        Data = 7,
+    };
+
+    // Inline, because encoding is what a host's frame loop pays for each change.
+    template <class Value>
+    void addFixed(FieldType type, Value value) {
+        constexpr std::size_t kBytes = 1 + sizeof(Value);
+        if (static_cast<std::size_t>(outputEnd_ - output_) < kBytes && !grow(kBytes)) {
+            return;
+        }
+        *output_ = static_cast<std::byte>(type);
+        std::memcpy(output_ + 1, &value, sizeof(Value));
+        output_ += kBytes;
+    }
+    template <class Value>
+    bool getFixed(FieldType type, Value& value);
+    template <class Length>
+    void addBlock(FieldType type, const void* data, Length length);
+    bool takeType(FieldType type);
+    bool take(void* to, std::size_t size);
+
+    std::size_t encodeInto(std::vector<std::byte>& buffer);
+    bool grow(std::size_t more);
+
+    // During encoding: the buffer, of which everything before output_ is written.
+    std::vector<std::byte>* buffer_ = nullptr;
+    std::byte* output_ = nullptr;
+    std::byte* outputEnd_ = nullptr;
+    // During decoding: what is not read yet.
+    std::span<const std::byte> input_;
+    bool readFailed_ = false;
+};
+
+} // namespace Corvid

@@ -1,0 +1,51 @@
+#include <Corvid/MultiClient.h>
+#include <Corvid/detail/Connector.h>
+#include <Corvid/detail/Hub.h>
+
+namespace Corvid {
+
+MultiClient::MultiClient(int protocolVersion)
+    : MultiCommunicator(protocolVersion),
+      connector_(std::make_shared<detail::Connector>(hub(), multicast_)) {}
+
+MultiClient::~MultiClient() {
+    close();
+}
+
+bool MultiClient::open() {
+    return hub().open(*connector_);
+}
+
+void MultiClient::setSearchInterval(double seconds) {
+    connector_->setSearchInterval(seconds);
+}
+
+void MultiClient::setConnecting(bool connecting) {
+    connector_->setConnecting(connecting);
+}
+
+void MultiClient::connectToServer(const std::string& host, unsigned short port) {
+    connector_->want(host, port, true);
+}
+
+void MultiClient::removeServer(const std::string& host, unsigned short port) {
+    connector_->want(host, port, false);
+}
+
+void MultiClient::setDeferred(bool deferred) {
+    hub().setDeferred(deferred);
+}
+
+int MultiClient::deliver(const std::function<void(Communicator*)>& receive) {
+    return hub().deliver(receive);
+}
+
+std::vector<MultiClient::FoundServer> MultiClient::foundServers() const {
+    return connector_->foundServers();
+}
+
+std::vector<MultiClient::SearchedInterface> MultiClient::searchedInterfaces() const {
+    return connector_->searchedInterfaces();
+}
+
+} // namespace Corvid

@@ -1,0 +1,76 @@
+#include <Corvid/MultiCommunicator.h>
+#include <Corvid/detail/Hub.h>
+
+#include <utility>
+
+namespace Corvid {
+
+MultiCommunicator::MultiCommunicator(int protocolVersion)
+    : hub_(std::make_shared<detail::Hub>(*this, protocolVersion)) {
+    hub_->loop()->stream.setLagLimit(kDefaultLagLimit);
+}
+
+MultiCommunicator::~MultiCommunicator() = default;
+
+bool MultiCommunicator::sendFrame(const std::byte* frame, std::size_t size) {
+    return hub_->sendFrame(frame, size);
+}
+
+bool MultiCommunicator::addCommunicator(Communicator* communicator) {
+    return hub_->add(communicator);
+}
+
+bool MultiCommunicator::removeCommunicator(Communicator* communicator) {
+    return hub_->remove(communicator);
+}
+
+bool MultiCommunicator::waitForCommunicators() {
+    return hub_->wait(nullptr);
+}
+
+bool MultiCommunicator::receiveCommunicator(Communicator*& communicator) {
+    communicator = nullptr;
+    return hub_->wait(&communicator);
+}
+
+void MultiCommunicator::breakWait() {
+    hub_->breakWait();
+}
+
+bool MultiCommunicator::communicatorsAvail(int& count) {
+    return hub_->available(count);
+}
+
+void MultiCommunicator::close() {
+    hub_->close();
+}
+
+short MultiCommunicator::id() const {
+    return hub_->id;
+}
+
+void MultiCommunicator::setId(short id) {
+    hub_->id = id;
+}
+
+void MultiCommunicator::setNoDelay(bool noDelay) {
+    hub_->noDelay = noDelay;
+}
+
+void MultiCommunicator::setLagLimit(std::size_t bytes) {
+    hub_->loop()->stream.setLagLimit(bytes);
+}
+
+void MultiCommunicator::setDiagnostic(Diagnostic diagnostic) {
+    hub_->setDiagnostic(std::move(diagnostic));
+}
+
+MultiCommunicator::Counters MultiCommunicator::counters() const {
+    return hub_->counters();
+}
+
+std::uint64_t MultiCommunicator::instanceId() const {
+    return hub_->greeting().instance;
+}
+
+} // namespace Corvid

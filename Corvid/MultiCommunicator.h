@@ -1,0 +1,119 @@
+#pragma once
+
+#include <Corvid/Communicator.h>
+#include <Corvid/Sender.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <orvel_export.h>
+
+namespace Corvid {
+
+/// Any number of connections that are sent to as one and received from as they have something.
+///
+/// It has no thread of its own. The loop thread is whichever is inside waitForCommunicators(),
+/// receiveCommunicator() or communicatorsAvail(), one at a time; connections are made, read and
+/// written there, so somebody must come back regularly. sendFrame(), breakWait(), the settings and
+/// counters() are synchronised; everything else belongs to the loop thread, and close() to whoever
+/// knows that no thread is inside any more.
+class ORVEL_EXPORT MultiCommunicator : public Sender {
+public:
+    enum class Severity {
+        Notice, ///< a peer comes or goes
+        Warning ///< a peer is refused or dropped, or the system refuses something
+    };
+    /// Takes one line without a line break. Called on the loop thread, or on the thread that opens
+    /// or closes, with no lock held; the last call is during close(). Must not throw.
+    using Diagnostic = std::function<void(Severity, const std::string&)>;
+
+    /// A connection that ended other than by close().
+    struct Drop {
+        std::string peer; ///< "address:port"
+        short peerId = 0;
+        std::chrono::system_clock::time_point when;
+        std::string reason;
+    };
+
+    /// A reading of all that went on since opening.
+    struct Counters {
+        std::vector<Communicator::Counters> connections; ///< those that are registered now
+        std::uint64_t connected = 0;                     ///< connections registered so far
+        std::uint64_t refused = 0;  ///< connections that ended before they were registered
+        std::uint64_t dropped = 0;  ///< registered connections that were lost
+        std::uint64_t eventsIn = 0; ///< these four over all connections, lost ones included
+        std::uint64_t bytesIn = 0;
+        std::uint64_t eventsOut = 0;
+        std::uint64_t bytesOut = 0;
+        std::uint64_t bytesKept = 0;        ///< memory in use for what waits to be sent
+        std::uint64_t datagramsIgnored = 0; ///< discovery datagrams that made no sense
+        std::vector<Drop> lastDrops;        ///< the newest last, at most kMaxDrops
+    };
+
+    static constexpr std::size_t kMaxDrops = 32;
+    /// Connections in all, and those of them that have not shown yet who they are.
+    static constexpr std::size_t kMaxConnections = 1024;
+    static constexpr std::size_t kMaxUngreeted = 64;
+    static constexpr std::size_t kDefaultLagLimit = std::size_t{64} << 20U; ///< 64 MiB
+
+    MultiCommunicator(const MultiCommunicator&) = delete;
+    MultiCommunicator& operator=(const MultiCommunicator&) = delete;
+    ~MultiCommunicator() override;
+
+    /// Queues a frame for every registered connection, and never waits. True also when there is
+    /// none; false when closed or not opened, or for what is no frame.
+    bool sendFrame(const std::byte* frame, std::size_t size) override;
+
+    /// Registers a new connection: it gets what is sent to all from here on. Called when the peer
+    /// has shown who it is, on the loop thread (or in MultiClient::deliver()); a derived class
+    /// calls this first and then brings the peer up to date through the connection. A connection
+    /// for which the result is false is closed and deleted. Must not throw.
+    virtual bool addCommunicator(Communicator* communicator);
+    /// Ends a connection and gives it to the caller, who deletes it. False if it is not ours.
+    bool removeCommunicator(Communicator* communicator);
+
+    /// Waits until a connection has something to receive. False after breakWait() or close().
+    bool waitForCommunicators();
+    /// Gives the next connection that has something to receive, in turn, one frame each; waits if
+    /// there is none. A lost connection is given once, so that receiving from it fails. False, and
+    /// null, after breakWait() or close().
+    bool receiveCommunicator(Communicator*& communicator);
+    /// Makes the waiting call return false, or the next one if there is none. From any thread.
+    void breakWait();
+    /// Does what is due without waiting, and counts the connections that have something to receive.
+    /// False when closed or not opened.
+    bool communicatorsAvail(int& count);
+
+    /// Ends everything and deletes the connections that are left. What is queued is given up to
+    /// 200 ms to leave. Further calls do nothing.
+    void close();
+
+    /// The id that peers are told; 0 at first.
+    [[nodiscard]] short id() const;
+    void setId(short id);
+    /// Whether small frames leave at once instead of being collected by the system (TCP_NODELAY);
+    /// for connections made from now on. True at first.
+    void setNoDelay(bool noDelay);
+    /// Bytes by which a connection may lag before it is dropped.
+    void setLagLimit(std::size_t bytes);
+    void setDiagnostic(Diagnostic diagnostic);
+    [[nodiscard]] Counters counters() const;
+    /// A random number that tells this object from all others.
+    [[nodiscard]] std::uint64_t instanceId() const;
+
+protected:
+    /// `protocolVersion`: peers of another version are refused.
+    explicit MultiCommunicator(int protocolVersion);
+    [[nodiscard]] detail::Hub& hub() { return *hub_; }
+    [[nodiscard]] const detail::Hub& hub() const { return *hub_; }
+
+private:
+    std::shared_ptr<detail::Hub> hub_;
+};
+
+} // namespace Corvid

@@ -1,0 +1,34 @@
+#include <Corvid/MultiServer.h>
+#include <Corvid/detail/Hub.h>
+#include <Corvid/detail/Listener.h>
+
+namespace Corvid {
+
+MultiServer::MultiServer(int protocolVersion)
+    : MultiCommunicator(protocolVersion),
+      listener_(std::make_shared<detail::Listener>(hub(), multicast_)) {}
+
+MultiServer::~MultiServer() {
+    close();
+}
+
+bool MultiServer::open(const std::string& host, unsigned short port, bool announce) {
+    if (!hub().open(*listener_)) {
+        return false;
+    }
+    const std::string error = listener_->listen(host, port, announce);
+    if (!error.empty()) {
+        hub().report(
+            Severity::Warning, "cannot listen on " + (host.empty() ? "all interfaces" : host) +
+                                   ", port " + std::to_string(port) + ": " + error);
+        close();
+        return false;
+    }
+    return true;
+}
+
+std::uint16_t MultiServer::port() const {
+    return listener_->port();
+}
+
+} // namespace Corvid

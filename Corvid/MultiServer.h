@@ -1,0 +1,42 @@
+#pragma once
+
+#include <Corvid/MultiCommunicator.h>
+#include <Corvid/Multicast.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <orvel_export.h>
+
+namespace Corvid {
+
+namespace detail {
+class Listener;
+}
+
+/// Accepts clients and lets them find it by multicast. See MultiCommunicator for threads.
+class ORVEL_EXPORT MultiServer : public MultiCommunicator {
+public:
+    /// `protocolVersion`: clients of another version are refused.
+    explicit MultiServer(int protocolVersion);
+    ~MultiServer() override;
+
+    /// Listens. `host`: the name or address of the interface, empty for all; `port`: 0 lets the
+    /// system choose; `announce`: whether to take part in discovery, which begins at the first
+    /// waiting or receiving call. False, with a diagnostic, if that is impossible. When the
+    /// multicast settings name interfaces, clients of other interfaces are turned away.
+    bool open(const std::string& host, unsigned short port, bool announce);
+
+    /// The port listened to, 0 before opening.
+    [[nodiscard]] std::uint16_t port() const;
+
+    [[nodiscard]] Multicast& multicast() { return multicast_; }
+    [[nodiscard]] const Multicast& multicast() const { return multicast_; }
+
+private:
+    Multicast multicast_;
+    std::shared_ptr<detail::Listener> listener_;
+};
+
+} // namespace Corvid

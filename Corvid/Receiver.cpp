@@ -1,0 +1,7 @@
+#include <Corvid/Receiver.h>
+
+namespace Corvid {
+
+void Receiver::refuseFrame(const std::string& /*reason*/) {}
+
+} // namespace Corvid

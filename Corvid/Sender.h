@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+
+#include <orvel_export.h>
+
+namespace Corvid {
+
+/// Something that whole frames can be sent to: one connection, or all connections of a
+/// MultiCommunicator.
+class ORVEL_EXPORT Sender {
+public:
+    virtual ~Sender() = default;
+
+    /// Takes a copy of one encoded frame (see docs/protocol.md) and never waits for the network.
+    /// False when nobody will get it because the sender is closed. Synchronised.
+    virtual bool sendFrame(const std::byte* frame, std::size_t size) = 0;
+};
+
+} // namespace Corvid

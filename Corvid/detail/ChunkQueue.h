@@ -1,0 +1,64 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <sys/uio.h>
+#include <vector>
+
+namespace Corvid::detail {
+
+/// A stream of bytes, kept in chunks from begin() to end(); positions count from its first byte on
+/// and only grow. Bytes once written are never moved, so that they can be read while more are
+/// appended. Not synchronised.
+class ChunkQueue {
+public:
+    static constexpr std::size_t kChunkBytes = std::size_t{64} << 10U;
+
+    /// `spares`: emptied chunks that are kept for use again.
+    explicit ChunkQueue(std::size_t spares) : maxSpares_(spares) {}
+
+    [[nodiscard]] std::uint64_t begin() const noexcept { return begin_; }
+    [[nodiscard]] std::uint64_t end() const noexcept { return end_; }
+    [[nodiscard]] std::size_t bytesKept() const noexcept {
+        return (chunks_.size() + spares_.size()) * kChunkBytes;
+    }
+
+    /// True if a new chunk was begun, which is the time to look for what can go.
+    bool append(const std::byte* bytes, std::size_t size) {
+        if (size <= room_) { // nearly always
+            std::memcpy(tail_, bytes, size);
+            tail_ += size;
+            room_ -= size;
+            end_ += size;
+            return false;
+        }
+        appendAcross(bytes, size);
+        return true;
+    }
+
+    /// Lists the memory of [from, to) in at most `most` pieces; gives the number of pieces.
+    std::size_t gather(std::uint64_t from, std::uint64_t to, iovec* pieces, std::size_t most) const;
+
+    /// Forgets what lies before the position.
+    void trim(std::uint64_t position);
+
+private:
+    using Chunk = std::array<std::byte, kChunkBytes>;
+
+    void appendAcross(const std::byte* bytes, std::size_t size);
+
+    std::deque<std::unique_ptr<Chunk>> chunks_;
+    std::vector<std::unique_ptr<Chunk>> spares_;
+    std::size_t maxSpares_;
+    std::uint64_t first_ = 0; // position of the first byte of the first chunk
+    std::uint64_t begin_ = 0;
+    std::uint64_t end_ = 0;
+    std::byte* tail_ = nullptr; // where the next byte goes, and how many fit there
+    std::size_t room_ = 0;
+};
+
+} // namespace Corvid::detail

@@ -1,0 +1,215 @@
+#include <Corvid/Event.h>
+#include <Corvid/detail/Connection.h>
+
+#include <cerrno>
+#include <linux/sockios.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <utility>
+
+namespace Corvid::detail {
+
+namespace {
+
+// A peer that dies without a word is noticed after 3 + 3 * 2 s of silence, or when what was sent
+// has not been acknowledged for as long.
+constexpr int kKeepAliveIdleSeconds = 3;
+constexpr int kKeepAliveIntervalSeconds = 2;
+constexpr int kKeepAliveProbes = 3;
+constexpr unsigned kUserTimeoutMilliseconds = 9000;
+
+template <class T>
+void set(int descriptor, int level, int option, T value) {
+    // A system that lacks an option notices a dead peer later, which is no reason to refuse it.
+    ::setsockopt(descriptor, level, option, &value, sizeof value);
+}
+
+std::string describe(const boost::asio::ip::tcp::socket& socket) {
+    boost::system::error_code error;
+    const auto endpoint = socket.remote_endpoint(error);
+    return error ? "a peer that is gone"
+                 : endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
+}
+
+std::string errorText(int code) {
+    return std::generic_category().message(code);
+}
+
+bool wouldBlock(int code) {
+    return code == EAGAIN || code == EWOULDBLOCK || code == EINTR;
+}
+
+} // namespace
+
+Connection::Connection(
+    std::shared_ptr<Loop> loop, boost::asio::ip::tcp::socket socket, bool noDelay,
+    std::string target)
+    : loop_(std::move(loop)), socket_(std::move(socket)), deadline_(loop_->io),
+      peerName_(describe(socket_)), target_(std::move(target)),
+      since_(std::chrono::system_clock::now()) {
+    boost::system::error_code ignored;
+    socket_.non_blocking(true, ignored);
+    const int descriptor = socket_.native_handle();
+    set(descriptor, IPPROTO_TCP, TCP_NODELAY, noDelay ? 1 : 0);
+    set(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
+    set(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
+    set(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
+    set(descriptor, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+    set(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, kUserTimeoutMilliseconds);
+}
+
+bool Connection::sendGreeting(const Greeting& greeting) {
+    const auto bytes = greeting.encode();
+    // A new socket has room for these few bytes.
+    return ::send(
+               socket_.native_handle(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+           static_cast<ssize_t>(bytes.size());
+}
+
+Connection::Status Connection::readGreeting() {
+    const ssize_t size = ::recv(
+        socket_.native_handle(), greetingBytes_.data() + greetingSize_,
+        greetingBytes_.size() - greetingSize_, MSG_DONTWAIT);
+    if (size < 0 && wouldBlock(errno)) {
+        return Status::Blocked;
+    }
+    if (size <= 0) {
+        end(size == 0 ? "it closed the connection before it had shown who it is"
+                      : errorText(errno));
+        return Status::Failed;
+    }
+    greetingSize_ += static_cast<std::size_t>(size);
+    if (!Greeting::canBegin(std::span(greetingBytes_).first(greetingSize_))) {
+        end("it speaks another protocol");
+        return Status::Failed;
+    }
+    if (greetingSize_ < greetingBytes_.size()) {
+        return Status::Blocked;
+    }
+    peer_ = *Greeting::decode(greetingBytes_);
+    return Status::Done;
+}
+
+Connection::Status Connection::read() {
+    const std::span<std::byte> room = input_.room();
+    const ssize_t size = ::recv(socket_.native_handle(), room.data(), room.size(), MSG_DONTWAIT);
+    if (size < 0 && wouldBlock(errno)) {
+        isDry_ = true;
+        return Status::Blocked;
+    }
+    if (size <= 0) {
+        end(size == 0 ? "the peer closed the connection" : errorText(errno));
+        return Status::Failed;
+    }
+    input_.commit(static_cast<std::size_t>(size));
+    isDry_ = static_cast<std::size_t>(size) < room.size();
+    return Status::Done;
+}
+
+Connection::Status Connection::write() {
+    constexpr std::size_t kMostPieces = 64;
+    constexpr int kMostCalls = 4; // then it is another connection's turn
+    std::array<iovec, kMostPieces> pieces;
+    for (int call = 0; call < kMostCalls; ++call) {
+        const OutgoingStream::Batch batch =
+            loop_->stream.gather(outlet_, pieces.data(), pieces.size());
+        if (batch.overrun) {
+            end("it takes its data too slowly, and more waits for it than the limit allows");
+            return Status::Failed;
+        }
+        if (batch.pieces == 0) {
+            return Status::Done;
+        }
+        msghdr message = {};
+        message.msg_iov = pieces.data();
+        message.msg_iovlen = batch.pieces;
+        const ssize_t size =
+            ::sendmsg(socket_.native_handle(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const int reason = size < 0 ? errno : 0;
+        const std::size_t sent = size < 0 ? 0 : static_cast<std::size_t>(size);
+        const bool failed = size < 0 && !wouldBlock(reason);
+        const bool blocked = !failed && sent < batch.bytes;
+        loop_->stream.advance(outlet_, sent, blocked);
+        if (failed) {
+            end(errorText(reason));
+            return Status::Failed;
+        }
+        if (blocked) {
+            return Status::Blocked;
+        }
+    }
+    loop_->stream.addWork();
+    return Status::Done;
+}
+
+void Connection::end(const std::string& reason) {
+    const std::scoped_lock lock(mutex_);
+    if (!ended_) {
+        endReason_ = reason;
+        ended_ = true;
+        // Closing is left to the destructor: another thread may be using the descriptor. This also
+        // ends the operations that wait for it.
+        ::shutdown(socket_.native_handle(), SHUT_RDWR);
+    }
+}
+
+std::string Connection::endReason() const {
+    const std::scoped_lock lock(mutex_);
+    return endReason_;
+}
+
+bool Connection::receiveFrame(std::span<const std::byte>& frame) {
+    if (input_.next() != InputBuffer::Next::Frame) {
+        if (input_.next() == InputBuffer::Next::Broken) {
+            end("it sent something that is no event");
+        }
+        return false;
+    }
+    frame = input_.take();
+    // Only one thread at a time writes these.
+    eventsIn_.store(eventsIn_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    bytesIn_.store(
+        bytesIn_.load(std::memory_order_relaxed) + frame.size(), std::memory_order_relaxed);
+    return true;
+}
+
+bool Connection::sendFrame(const std::byte* frame, std::size_t size) {
+    if (frameSize({frame, size}) != size) {
+        return false;
+    }
+    bool wake = false;
+    const bool taken = loop_->stream.append(outlet_, frame, size, wake);
+    if (wake) {
+        loop_->wake();
+    }
+    return taken;
+}
+
+Communicator::Counters Connection::counters() const {
+    const OutgoingStream::Counts out = loop_->stream.counts(outlet_);
+    Communicator::Counters counters;
+    counters.peer = peerName_;
+    counters.peerId = peer_.id;
+    counters.peerInstance = peer_.instance;
+    counters.eventsIn = eventsIn_.load(std::memory_order_relaxed);
+    counters.bytesIn = bytesIn_.load(std::memory_order_relaxed);
+    counters.eventsOut = out.frames;
+    counters.bytesOut = out.bytesOut;
+    counters.bytesWaiting = out.bytesWaiting;
+    counters.connectedSince = since_;
+    counters.lost = ended_;
+    counters.lossReason = endReason();
+    return counters;
+}
+
+bool Connection::isAcknowledged() {
+    std::array<std::byte, 4096> unwanted;
+    while (::recv(socket_.native_handle(), unwanted.data(), unwanted.size(), MSG_DONTWAIT) > 0) {
+    }
+    int unsent = 0;
+    return ::ioctl(socket_.native_handle(), SIOCOUTQ, &unsent) != 0 || unsent == 0;
+}
+
+} // namespace Corvid::detail

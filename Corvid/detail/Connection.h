@@ -1,0 +1,104 @@
+#pragma once
+
+#include <Corvid/Communicator.h>
+#include <Corvid/detail/InputBuffer.h>
+#include <Corvid/detail/Loop.h>
+#include <Corvid/detail/OutgoingStream.h>
+#include <Corvid/detail/wire.h>
+
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+
+namespace Corvid::detail {
+
+/// The socket of one connection with its input and its place in the outgoing stream. Confined to
+/// the loop thread but for what says otherwise. Shared by its Communicator, the hub and the
+/// operations under way; the socket closes with the last of them.
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    enum class Status { Done, Blocked, Failed };
+
+    /// Takes a connected socket. `target`: the name under which a server was asked for, if it was.
+    Connection(
+        std::shared_ptr<Loop> loop, boost::asio::ip::tcp::socket socket, bool noDelay,
+        std::string target);
+
+    /// Sends our greeting.
+    bool sendGreeting(const Greeting& greeting);
+    /// Reads what is there of the peer's greeting; Done when that is complete. Reads no byte more.
+    Status readGreeting();
+    /// Reads once.
+    Status read();
+    /// Whether the last read() took all that was there.
+    [[nodiscard]] bool isDry() const { return isDry_; }
+    /// Sends what waits; Done if all is sent or there may be more next time.
+    Status write();
+
+    /// Ends the connection; the first reason counts. Synchronised.
+    void end(const std::string& reason);
+    [[nodiscard]] bool isEnded() const { return ended_; }
+    [[nodiscard]] std::string endReason() const;
+
+    // For whoever the connection was handed to.
+    [[nodiscard]] InputBuffer::Next next() const { return input_.next(); }
+    bool receiveFrame(std::span<const std::byte>& frame);
+
+    /// Queues a frame for this peer. Synchronised.
+    bool sendFrame(const std::byte* frame, std::size_t size);
+    /// Synchronised.
+    [[nodiscard]] Communicator::Counters counters() const;
+
+    [[nodiscard]] const std::string& peerName() const { return peerName_; }
+    [[nodiscard]] const Greeting& peer() const { return peer_; }
+    [[nodiscard]] const std::string& target() const { return target_; }
+    [[nodiscard]] boost::asio::ip::tcp::socket& socket() { return socket_; }
+    [[nodiscard]] boost::asio::steady_timer& deadline() { return deadline_; }
+    [[nodiscard]] OutgoingStream::Outlet& outlet() { return outlet_; }
+    [[nodiscard]] std::size_t inputCapacity() const { return input_.capacity(); }
+    /// Whether the peer has acknowledged all that was sent. Discards what it sends meanwhile.
+    bool isAcknowledged();
+
+    // The hub's notes about this connection, guarded as the hub says.
+    enum class Input {
+        Reading, ///< the loop thread reads
+        Ready,   ///< in the list of those that have something
+        Out      ///< handed out
+    };
+    Communicator* communicator = nullptr;
+    Input input = Input::Reading;
+    bool lossGiven = false;
+    bool lossNoted = false;
+    bool active = false; // the loop serves it
+    bool waitingToRead = false;
+    bool waitingToWrite = false;
+
+private:
+    const std::shared_ptr<Loop> loop_; // before the socket, which needs it to the end
+    boost::asio::ip::tcp::socket socket_;
+    boost::asio::steady_timer deadline_;
+    std::string peerName_;
+    std::string target_;
+    std::array<std::byte, Greeting::kSize> greetingBytes_ = {};
+    std::size_t greetingSize_ = 0;
+    Greeting peer_; // written once, before the connection is shown to anyone
+    InputBuffer input_;
+    bool isDry_ = true;
+    OutgoingStream::Outlet outlet_;
+    std::chrono::system_clock::time_point since_;
+    std::atomic<std::uint64_t> eventsIn_ = 0;
+    std::atomic<std::uint64_t> bytesIn_ = 0;
+    std::atomic<bool> ended_ = false;
+    mutable std::mutex mutex_;
+    std::string endReason_; // guarded by mutex_
+};
+
+} // namespace Corvid::detail

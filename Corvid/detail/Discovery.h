@@ -1,0 +1,77 @@
+#pragma once
+
+#include <Corvid/InetAddress.h>
+#include <Corvid/Multicast.h>
+#include <Corvid/detail/wire.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/udp.hpp>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Corvid::detail {
+
+/// Datagrams to and from the multicast group, on each interface for itself: a socket that hears the
+/// group there and one that sends from the interface's own address and hears what comes back to it.
+/// Confined to the loop thread but for ignored().
+class Discovery {
+public:
+    /// One interface. `error` tells why it cannot be used; empty if it can.
+    struct Link {
+        explicit Link(boost::asio::io_context& io) : group(io), own(io) {}
+
+        std::string name;
+        InetAddress address;
+        unsigned index = 0;
+        std::string error;
+        boost::asio::ip::udp::socket group;
+        boost::asio::ip::udp::socket own;
+    };
+    /// Gets what arrives: the datagram, its sender's address and port, and where it arrived.
+    using Handler =
+        std::function<void(const DiscoveryDatagram&, const InetAddress&, std::uint16_t, Link&)>;
+
+    Discovery(boost::asio::io_context& io, const Multicast& multicast, Handler handler);
+
+    /// Whether the settings have changed since the last refresh().
+    [[nodiscard]] bool isOutdated() const { return multicast_.revision() != revision_; }
+    /// Looks at settings and interfaces anew; interfaces that stay as they are keep their sockets.
+    /// True if there is an interface that was not there before.
+    bool refresh();
+    /// Sends to the group on all interfaces.
+    void send(const DiscoveryDatagram& datagram);
+    /// Sends from an interface's own address to one peer.
+    static void answer(
+        Link& link, const DiscoveryDatagram& datagram, const InetAddress& address,
+        std::uint16_t port);
+    /// Closes all sockets; nothing arrives any more.
+    void stop();
+
+    [[nodiscard]] const std::vector<std::shared_ptr<Link>>& links() const { return links_; }
+    /// Datagrams that were none of ours. Synchronised.
+    [[nodiscard]] std::uint64_t ignored() const { return ignored_; }
+    void countIgnored() { ++ignored_; }
+
+private:
+    void openLink(Link& link);
+    static void setTtl(Link& link, int ttl);
+    static void closeLink(Link& link);
+    void listen(const std::shared_ptr<Link>& link, boost::asio::ip::udp::socket& socket);
+    void receive(Link& link, boost::asio::ip::udp::socket& socket);
+
+    boost::asio::io_context& io_;
+    const Multicast& multicast_;
+    Handler handler_;
+    Multicast::Settings settings_;
+    std::uint64_t revision_ = 0;
+    std::vector<std::shared_ptr<Link>> links_;
+    std::atomic<std::uint64_t> ignored_ = 0;
+};
+
+} // namespace Corvid::detail

@@ -1,0 +1,639 @@
+#include <Corvid/detail/Hub.h>
+
+#include <algorithm>
+#include <random>
+#include <sys/socket.h>
+#include <utility>
+
+namespace Corvid::detail {
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using Severity = MultiCommunicator::Severity;
+
+constexpr auto kTimeToGreet = 5s;
+constexpr auto kTimeToLeave = 200ms; // what is queued at closing
+constexpr int kServedPerTurn = 256;  // events between two looks at the sockets
+constexpr int kMostDelivered = 1 << 16;
+constexpr std::size_t kMostInputBytes = std::size_t{256} << 20U;
+constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
+constexpr int kMostRefusalsTold = 20;
+constexpr auto kRefusalsPeriod = 10s;
+
+std::uint64_t randomNumber() {
+    std::random_device device;
+    return std::uint64_t{device()} << 32U | device();
+}
+
+std::string nameOf(const Connection& connection) {
+    return connection.peerName() + " (id " + std::to_string(connection.peer().id) + ")";
+}
+
+} // namespace
+
+Hub::Hub(MultiCommunicator& owner, int protocolVersion)
+    : owner_(owner), version_(static_cast<std::uint16_t>(protocolVersion)),
+      instance_(randomNumber()), loop_(std::make_shared<Loop>()) {}
+
+Hub::~Hub() {
+    close();
+    loop_->stop();
+    while (loop_->io.poll() > 0) { // what was cancelled lets go of what it holds
+    }
+}
+
+bool Hub::open(Role& role) {
+    if (opened_) {
+        return false;
+    }
+    opened_ = true;
+    role_ = &role;
+    loop_->stream.open();
+    open_ = true;
+    return true;
+}
+
+Greeting Hub::greeting() const {
+    return {version_, instance_, id};
+}
+
+void Hub::setDiagnostic(MultiCommunicator::Diagnostic diagnostic) {
+    const std::scoped_lock lock(mutex_);
+    diagnostic_ = std::move(diagnostic);
+}
+
+void Hub::report(Severity severity, const std::string& text) const {
+    MultiCommunicator::Diagnostic diagnostic;
+    {
+        const std::scoped_lock lock(mutex_);
+        diagnostic = diagnostic_;
+    }
+    if (diagnostic) {
+        diagnostic(severity, text);
+    }
+}
+
+void Hub::reportRefusal(const std::string& text) {
+    const auto now = Clock::now();
+    if (now - refusalsSince_ > kRefusalsPeriod) {
+        refusalsSince_ = now;
+        refusalsTold_ = 0;
+    }
+    if (++refusalsTold_ <= kMostRefusalsTold) {
+        report(Severity::Warning, text);
+    } else if (refusalsTold_ == kMostRefusalsTold + 1) {
+        report(
+            Severity::Warning, "more peers are being refused than are worth telling; the next "
+                               "are only counted");
+    }
+}
+
+std::unique_lock<std::mutex> Hub::lockInput() {
+    return deferred_ ? std::unique_lock(inputMutex_) : std::unique_lock<std::mutex>();
+}
+
+void Hub::nudge() {
+    if (loop_->stream.addWork()) {
+        loop_->wake();
+    }
+}
+
+bool Hub::sendFrame(const std::byte* frame, std::size_t size) {
+    if (frameSize({frame, size}) != size) {
+        return false;
+    }
+    bool wake = false;
+    const bool taken = loop_->stream.append(frame, size, wake);
+    if (wake) {
+        loop_->wake();
+    }
+    return taken;
+}
+
+// Coming
+
+std::size_t Hub::connectionCount() {
+    const auto lock = lockInput();
+    return ungreeted_.size() + active_.size() + new_.size();
+}
+
+void Hub::adopt(boost::asio::ip::tcp::socket socket, const std::string& target) {
+    const auto connection = std::make_shared<Connection>(loop_, std::move(socket), noDelay, target);
+    if (connectionCount() >= MultiCommunicator::kMaxConnections) {
+        refuse(connection, "there are too many connections");
+        return;
+    }
+    ungreeted_.push_back(connection);
+    if (!connection->sendGreeting(greeting())) {
+        refuse(connection, "the connection broke at once");
+        return;
+    }
+    // Whoever fills the house with silent connections loses the oldest of them; others greet fast.
+    if (ungreeted_.size() > MultiCommunicator::kMaxUngreeted) {
+        refuse(Pointer(ungreeted_.front()), "too many others have not shown either who they are");
+    }
+    connection->deadline().expires_after(kTimeToGreet);
+    connection->deadline().async_wait([this, connection](const boost::system::error_code& error) {
+        if (!error && open_) {
+            refuse(connection, "it has not shown who it is in time");
+        }
+    });
+    waitToRead(connection);
+}
+
+bool Hub::forgetUngreeted(const Pointer& connection) {
+    return std::erase(ungreeted_, connection) > 0;
+}
+
+void Hub::refuse(const Pointer& connection, const std::string& reason) {
+    forgetUngreeted(connection);
+    if (connection->lossNoted) {
+        return;
+    }
+    connection->lossNoted = true;
+    connection->end(reason);
+    connection->deadline().cancel();
+    countRefusal();
+    reportRefusal("refused " + connection->peerName() + ": " + reason);
+    role_->lost(*connection);
+}
+
+void Hub::readGreeting(const Pointer& connection) {
+    switch (connection->readGreeting()) {
+    case Connection::Status::Blocked:
+        waitToRead(connection);
+        return;
+    case Connection::Status::Failed:
+        refuse(connection, connection->endReason());
+        return;
+    case Connection::Status::Done:
+        break;
+    }
+    if (connection->peer().version != version_) {
+        refuse(
+            connection, "it speaks version " + std::to_string(connection->peer().version) +
+                            " of the protocol, and this program version " +
+                            std::to_string(version_) + "; use the same release on both");
+        return;
+    }
+    forgetUngreeted(connection);
+    connection->deadline().cancel();
+    if (!role_->accept(*connection)) {
+        connection->lossNoted = true;
+        connection->end("there is a connection with this peer already");
+        return;
+    }
+    if (!deferred_) {
+        introduce(connection);
+        return;
+    }
+    const auto lock = lockInput();
+    new_.push_back(connection);
+}
+
+void Hub::introduce(const Pointer& connection) {
+    report(Severity::Notice, "connected with " + nameOf(*connection));
+    std::unique_ptr<Communicator> communicator(new Communicator(connection));
+    connection->communicator = communicator.get();
+    connection->input = Connection::Input::Out;
+    const bool kept = owner_.addCommunicator(communicator.get());
+    bool registered = false;
+    {
+        const std::scoped_lock lock(mutex_);
+        registered = std::count(registered_.begin(), registered_.end(), connection) > 0;
+    }
+    if (kept && registered) {
+        communicator.release(); // now it is ours until close(), see there
+        {
+            const auto lock = lockInput();
+            connection->input = Connection::Input::Reading;
+            resume_.push_back(connection);
+        }
+        if (loop_->stream.ready(connection->outlet())) {
+            loop_->wake();
+        }
+        return;
+    }
+    connection->end("the application did not want it");
+    if (!registered || !remove(communicator.get())) {
+        const auto lock = lockInput();
+        removed_.push_back(connection);
+    }
+}
+
+bool Hub::add(Communicator* communicator) {
+    const Pointer connection = communicator->connection_;
+    if (!open_ || connection->isEnded()) {
+        return false;
+    }
+    loop_->stream.join(connection->outlet());
+    const std::scoped_lock lock(mutex_);
+    ++totals_.connected;
+    registered_.push_back(connection);
+    return true;
+}
+
+// Going
+
+bool Hub::remove(Communicator* communicator) {
+    const Pointer connection = communicator->connection_;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (std::erase(registered_, connection) == 0) {
+            return false;
+        }
+        const Communicator::Counters counters = connection->counters();
+        totals_.eventsIn += counters.eventsIn;
+        totals_.bytesIn += counters.bytesIn;
+        totals_.eventsOut += counters.eventsOut;
+        totals_.bytesOut += counters.bytesOut;
+    }
+    {
+        const auto lock = lockInput();
+        const bool broken = connection->input != Connection::Input::Reading &&
+                            connection->next() == InputBuffer::Next::Broken;
+        connection->end(broken ? "it sent something that is no event" : "the application ended it");
+        loop_->stream.leave(connection->outlet());
+        connection->communicator = nullptr;
+        connection->input = Connection::Input::Out;
+        std::erase(ready_, connection);
+        std::erase(resume_, connection);
+        if (current_ == connection) {
+            current_ = nullptr;
+        }
+        removed_.push_back(connection);
+    }
+    nudge();
+    return true;
+}
+
+void Hub::noteLoss(Connection& connection) {
+    if (connection.lossNoted) {
+        return;
+    }
+    connection.lossNoted = true;
+    loop_->stream.leave(connection.outlet());
+    MultiCommunicator::Drop drop;
+    drop.peer = connection.peerName();
+    drop.peerId = connection.peer().id;
+    drop.when = std::chrono::system_clock::now();
+    drop.reason = connection.endReason();
+    {
+        const std::scoped_lock lock(mutex_);
+        ++totals_.dropped;
+        auto& drops = totals_.lastDrops;
+        if (drops.size() == MultiCommunicator::kMaxDrops) {
+            drops.erase(drops.begin());
+        }
+        drops.push_back(drop);
+    }
+    role_->lost(connection);
+    report(Severity::Notice, "lost " + nameOf(connection) + ": " + drop.reason);
+}
+
+void Hub::lose(const Pointer& connection) {
+    noteLoss(*connection);
+    const auto lock = lockInput();
+    if (connection->input == Connection::Input::Reading) {
+        connection->input = Connection::Input::Ready;
+        ready_.push_back(connection);
+    }
+}
+
+// Reading and writing
+
+void Hub::waitToRead(const Pointer& connection) {
+    if (std::exchange(connection->waitingToRead, true)) {
+        return;
+    }
+    connection->socket().async_wait(
+        boost::asio::ip::tcp::socket::wait_read,
+        [this, connection](const boost::system::error_code& error) {
+            connection->waitingToRead = false;
+            if (!open_ || connection->lossNoted) {
+                return;
+            }
+            if (error) {
+                connection->end(error.message());
+            }
+            if (connection->active) {
+                read(connection);
+            } else {
+                readGreeting(connection);
+            }
+        });
+}
+
+void Hub::read(const Pointer& connection) {
+    {
+        const auto lock = lockInput();
+        if (connection->input != Connection::Input::Reading) {
+            return;
+        }
+    }
+    // While it is Reading, its buffer is the loop thread's.
+    const std::size_t before = connection->inputCapacity();
+    const Connection::Status status = connection->read();
+    inputBytes_ += connection->inputCapacity() - before;
+    if (inputBytes_ > kMostInputBytes && connection->inputCapacity() > kUsualInputBytes) {
+        connection->end("too many large events are arriving at once");
+    }
+    if (status == Connection::Status::Failed || connection->isEnded()) {
+        lose(connection);
+        return;
+    }
+    if (connection->next() == InputBuffer::Next::Part) {
+        waitToRead(connection);
+        return;
+    }
+    const auto lock = lockInput();
+    if (connection->input == Connection::Input::Reading) { // and not removed meanwhile
+        connection->input = Connection::Input::Ready;
+        ready_.push_back(connection);
+    }
+}
+
+void Hub::waitToWrite(const Pointer& connection) {
+    if (std::exchange(connection->waitingToWrite, true)) {
+        return;
+    }
+    connection->socket().async_wait(
+        boost::asio::ip::tcp::socket::wait_write,
+        [this, connection](const boost::system::error_code& error) {
+            connection->waitingToWrite = false;
+            loop_->stream.unblock(connection->outlet());
+            if (!error && !connection->lossNoted) {
+                write(connection);
+                loop_->stream.trim();
+            }
+        });
+}
+
+void Hub::write(const Pointer& connection) {
+    switch (connection->write()) {
+    case Connection::Status::Done:
+        break;
+    case Connection::Status::Blocked:
+        waitToWrite(connection);
+        break;
+    case Connection::Status::Failed:
+        lose(connection);
+        break;
+    }
+}
+
+void Hub::flush() {
+    for (const Pointer& connection : active_) {
+        if (!connection->lossNoted) {
+            write(connection);
+        }
+    }
+    loop_->stream.trim();
+}
+
+// The loop
+
+void Hub::resumeAndForget() {
+    std::vector<Pointer> resume;
+    std::vector<Pointer> removed;
+    {
+        const auto lock = lockInput();
+        if (resume_.empty() && removed_.empty()) {
+            return;
+        }
+        resume.swap(resume_);
+        removed.swap(removed_);
+    }
+    for (const Pointer& connection : resume) {
+        if (!connection->active) {
+            connection->active = true;
+            active_.push_back(connection);
+        }
+        if (connection->lossNoted) {
+            continue;
+        }
+        if (connection->isEnded()) {
+            lose(connection);
+        } else if (connection->isDry()) {
+            waitToRead(connection);
+        } else {
+            read(connection);
+        }
+    }
+    for (const Pointer& connection : removed) {
+        inputBytes_ -= connection->inputCapacity();
+        std::erase(active_, connection);
+        noteLoss(*connection);
+    }
+}
+
+void Hub::turn(bool block) {
+    role_->turn();
+    resumeAndForget();
+    if (loop_->stream.takeWork()) {
+        flush();
+    }
+    served_ = 0;
+    if (block && (deferred_ || ready_.empty()) && !break_ && loop_->stream.beginSleep()) {
+        loop_->io.run_one();
+        loop_->stream.endSleep();
+    }
+    loop_->io.poll();
+}
+
+/// A connection that was handed out is put where its next frame, or its end, will be seen.
+void Hub::finishCurrent() {
+    const auto lock = lockInput();
+    if (!current_) {
+        return;
+    }
+    const Pointer connection = std::exchange(current_, nullptr);
+    if (connection->lossGiven) {
+        return;
+    }
+    if (connection->next() != InputBuffer::Next::Part || connection->isEnded()) {
+        connection->input = Connection::Input::Ready;
+        ready_.push_back(connection);
+    } else {
+        connection->input = Connection::Input::Reading;
+        resume_.push_back(connection);
+    }
+}
+
+Hub::Pointer Hub::takeReady() {
+    const auto lock = lockInput();
+    if (ready_.empty()) {
+        return nullptr;
+    }
+    Pointer connection = std::move(ready_.front());
+    ready_.pop_front();
+    connection->input = Connection::Input::Out;
+    connection->lossGiven = connection->next() != InputBuffer::Next::Frame;
+    current_ = connection;
+    return connection;
+}
+
+bool Hub::wait(Communicator** communicator) {
+    while (open_) {
+        if (break_ && break_.exchange(false)) {
+            return false;
+        }
+        if (!deferred_) {
+            finishCurrent();
+            if (!ready_.empty() && served_ < kServedPerTurn) {
+                if (communicator != nullptr) {
+                    *communicator = takeReady()->communicator;
+                    ++served_;
+                }
+                return true;
+            }
+        }
+        turn(true);
+    }
+    return false;
+}
+
+bool Hub::available(int& count) {
+    count = 0;
+    if (!open_) {
+        return false;
+    }
+    if (deferred_) {
+        turn(false);
+        return true;
+    }
+    finishCurrent();
+    if (ready_.empty() || served_ >= kServedPerTurn) {
+        turn(false);
+    }
+    count = static_cast<int>(ready_.size());
+    return true;
+}
+
+void Hub::breakWait() {
+    break_ = true;
+    loop_->wake();
+}
+
+int Hub::deliver(const std::function<void(Communicator*)>& receive) {
+    if (!open_ || !deferred_) {
+        return 0;
+    }
+    for (;;) {
+        Pointer connection;
+        {
+            const auto lock = lockInput();
+            if (new_.empty()) {
+                break;
+            }
+            connection = std::move(new_.front());
+            new_.pop_front();
+        }
+        introduce(connection);
+    }
+    int count = 0;
+    while (count < kMostDelivered) {
+        const Pointer connection = takeReady();
+        if (!connection) {
+            break;
+        }
+        receive(connection->communicator);
+        finishCurrent();
+        ++count;
+    }
+    if (count > 0) {
+        nudge(); // what was finished is to be read again
+    }
+    return count;
+}
+
+MultiCommunicator::Counters Hub::counters() const {
+    const std::scoped_lock lock(mutex_);
+    MultiCommunicator::Counters counters = totals_;
+    for (const Pointer& connection : registered_) {
+        counters.connections.push_back(connection->counters());
+        const Communicator::Counters& one = counters.connections.back();
+        counters.eventsIn += one.eventsIn;
+        counters.bytesIn += one.bytesIn;
+        counters.eventsOut += one.eventsOut;
+        counters.bytesOut += one.bytesOut;
+    }
+    counters.refused = refused_;
+    counters.bytesKept = loop_->stream.bytesKept();
+    counters.datagramsIgnored = opened_ ? role_->datagramsIgnored() : 0;
+    return counters;
+}
+
+// Closing
+
+/// Gives what is queued its time to leave, and to arrive.
+void Hub::drain() {
+    const auto deadline = Clock::now() + kTimeToLeave;
+    resumeAndForget();
+    for (;;) {
+        flush();
+        const bool drained =
+            std::all_of(active_.begin(), active_.end(), [this](const Pointer& connection) {
+                return connection->lossNoted || loop_->stream.isDrained(connection->outlet());
+            });
+        if (drained || Clock::now() >= deadline) {
+            break;
+        }
+        loop_->io.run_one_until(deadline);
+    }
+    for (const Pointer& connection : active_) {
+        ::shutdown(connection->socket().native_handle(), SHUT_WR);
+    }
+    // A socket that closes with unread input cuts off what is still on its way to the peer.
+    boost::asio::steady_timer pause(loop_->io);
+    const auto acknowledged = [](const Pointer& connection) {
+        return connection->lossNoted || connection->isAcknowledged();
+    };
+    while (!std::all_of(active_.begin(), active_.end(), acknowledged) && Clock::now() < deadline) {
+        pause.expires_after(2ms);
+        bool over = false;
+        pause.async_wait([&over](const boost::system::error_code&) { over = true; });
+        while (!over) {
+            loop_->io.run_one();
+        }
+    }
+}
+
+void Hub::close() {
+    if (!open_) {
+        return;
+    }
+    loop_->stream.close();
+    role_->stop();
+    open_ = false; // from here on nothing is read any more
+    drain();
+    std::vector<Pointer> registered;
+    {
+        const std::scoped_lock lock(mutex_);
+        registered.swap(registered_);
+    }
+    for (const Pointer& connection : registered) {
+        connection->end("closed");
+        loop_->stream.leave(connection->outlet());
+        delete connection->communicator;
+    }
+    for (const auto* list : {&ungreeted_, &new_}) {
+        for (const Pointer& connection : *list) {
+            connection->deadline().cancel();
+            connection->end("closed");
+        }
+    }
+    while (loop_->io.poll() > 0) { // the ended sockets let go of their operations
+    }
+    active_.clear();
+    ungreeted_.clear();
+    new_.clear();
+    ready_.clear();
+    resume_.clear();
+    removed_.clear();
+    current_ = nullptr;
+}
+
+} // namespace Corvid::detail

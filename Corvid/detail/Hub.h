@@ -1,0 +1,130 @@
+#pragma once
+
+#include <Corvid/MultiCommunicator.h>
+#include <Corvid/detail/Connection.h>
+#include <Corvid/detail/Loop.h>
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Corvid::detail {
+
+/// The inside of a MultiCommunicator: all its connections and the loop that serves them. Threads
+/// are as MultiCommunicator says.
+class Hub {
+public:
+    /// What makes the connections. All calls come on the loop thread, stop() on the closing one.
+    class Role {
+    public:
+        virtual ~Role() = default;
+        /// At each turn of the loop: looks for changed settings.
+        virtual void turn() = 0;
+        /// Whether a peer that has shown who it is may stay.
+        virtual bool accept(Connection& connection) = 0;
+        /// A connection that was accepted has ended.
+        virtual void lost(Connection& connection) = 0;
+        virtual void stop() = 0;
+        /// Synchronised.
+        [[nodiscard]] virtual std::uint64_t datagramsIgnored() const = 0;
+    };
+
+    Hub(MultiCommunicator& owner, int protocolVersion);
+    ~Hub();
+    Hub(const Hub&) = delete;
+    Hub& operator=(const Hub&) = delete;
+
+    /// False if it is or was open.
+    bool open(Role& role);
+    [[nodiscard]] bool isOpen() const { return open_; }
+    void close();
+    void setDeferred(bool deferred) { deferred_ = deferred; }
+    [[nodiscard]] bool isDeferred() const { return deferred_; }
+
+    bool sendFrame(const std::byte* frame, std::size_t size);
+    bool add(Communicator* communicator);
+    bool remove(Communicator* communicator);
+    bool wait(Communicator** communicator);
+    bool available(int& count);
+    void breakWait();
+    /// Makes the loop turn soon. Synchronised.
+    void nudge();
+    int deliver(const std::function<void(Communicator*)>& receive);
+    [[nodiscard]] MultiCommunicator::Counters counters() const;
+
+    /// Takes a new socket; the greetings follow.
+    void adopt(boost::asio::ip::tcp::socket socket, const std::string& target);
+    /// Tells the host a line.
+    void report(MultiCommunicator::Severity severity, const std::string& text) const;
+    /// The same for what a stranger can cause as often as it likes.
+    void reportRefusal(const std::string& text);
+    void countRefusal() { ++refused_; }
+
+    [[nodiscard]] const std::shared_ptr<Loop>& loop() const { return loop_; }
+    [[nodiscard]] Greeting greeting() const;
+    void setDiagnostic(MultiCommunicator::Diagnostic diagnostic);
+
+    std::atomic<short> id = 0;
+    std::atomic<bool> noDelay = true;
+
+private:
+    using Pointer = std::shared_ptr<Connection>;
+
+    void turn(bool block);
+    void flush();
+    void write(const Pointer& connection);
+    void waitToRead(const Pointer& connection);
+    void waitToWrite(const Pointer& connection);
+    void readGreeting(const Pointer& connection);
+    void read(const Pointer& connection);
+    void greeted(const Pointer& connection);
+    void introduce(const Pointer& connection);
+    void refuse(const Pointer& connection, const std::string& reason);
+    void lose(const Pointer& connection);
+    void noteLoss(Connection& connection);
+    void resumeAndForget();
+    void finishCurrent();
+    Pointer takeReady();
+    bool forgetUngreeted(const Pointer& connection);
+    [[nodiscard]] std::size_t connectionCount();
+    void drain();
+    [[nodiscard]] std::unique_lock<std::mutex> lockInput();
+
+    MultiCommunicator& owner_;
+    const std::uint16_t version_;
+    const std::uint64_t instance_;
+    const std::shared_ptr<Loop> loop_;
+    Role* role_ = nullptr;
+    std::atomic<bool> open_ = false;
+    std::atomic<bool> break_ = false;
+    bool opened_ = false;
+    bool deferred_ = false; // not changed once open
+    int served_ = 0;        // since the system was last asked
+    int refusalsTold_ = 0;
+    std::chrono::steady_clock::time_point refusalsSince_;
+    std::deque<Pointer> ungreeted_; // the oldest first
+    std::vector<Pointer> active_;
+    std::size_t inputBytes_ = 0; // memory of all input buffers
+
+    // Handed between the loop thread and the host's; when they are the same there is no need to
+    // lock, see lockInput(). The connections' notes about input are guarded in the same way.
+    std::mutex inputMutex_;
+    std::deque<Pointer> new_;
+    std::deque<Pointer> ready_;
+    std::vector<Pointer> resume_;
+    std::vector<Pointer> removed_;
+    Pointer current_;
+
+    mutable std::mutex mutex_; // guards the rest
+    std::vector<Pointer> registered_;
+    MultiCommunicator::Counters totals_; // of the connections that are gone
+    MultiCommunicator::Diagnostic diagnostic_;
+    std::atomic<std::uint64_t> refused_ = 0;
+};
+
+} // namespace Corvid::detail

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <Corvid/Multicast.h>
+#include <Corvid/detail/Discovery.h>
+#include <Corvid/detail/Hub.h>
+
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace Corvid::detail {
+
+/// Accepts clients and answers those that search. Confined to the loop thread after listen().
+class Listener : public Hub::Role {
+public:
+    Listener(Hub& hub, const Multicast& multicast);
+
+    /// Nothing if it listens now, else why not.
+    std::string listen(const std::string& host, std::uint16_t port, bool announce);
+    [[nodiscard]] std::uint16_t port() const { return port_; }
+
+    void turn() override;
+    bool accept(Connection& connection) override;
+    void lost(Connection& connection) override;
+    void stop() override;
+    [[nodiscard]] std::uint64_t datagramsIgnored() const override { return discovery_.ignored(); }
+
+private:
+    void waitForClients();
+    void acceptClients();
+    void waitToRefresh();
+    void refresh();
+    void answer(
+        const DiscoveryDatagram& query, const InetAddress& address, std::uint16_t port,
+        Discovery::Link& link);
+    [[nodiscard]] DiscoveryDatagram
+    datagram(DiscoveryDatagram::Kind kind, std::uint32_t nonce) const;
+
+    Hub& hub_;
+    const Multicast& multicast_;
+    boost::asio::ip::tcp::acceptor acceptor_;
+    boost::asio::steady_timer refreshTimer_;
+    boost::asio::steady_timer acceptTimer_;
+    Discovery discovery_;
+    std::atomic<std::uint16_t> port_ = 0;
+    bool announce_ = false;
+    bool toldFull_ = false;
+};
+
+} // namespace Corvid::detail

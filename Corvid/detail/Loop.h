@@ -1,0 +1,32 @@
+#pragma once
+
+#include <Corvid/detail/OutgoingStream.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+
+namespace Corvid::detail {
+
+/// What connections share and keep alive: the queue of events, what waits to be sent, and the
+/// means to wake whoever is inside the queue. wake() is synchronised, and so is the stream.
+class Loop {
+public:
+    /// Throws std::system_error when the system has no descriptor left.
+    Loop();
+
+    boost::asio::io_context io;
+    OutgoingStream stream;
+
+    /// Ends the current wait or the next.
+    void wake();
+    /// Lets go of the wake-up, so that nothing holds this object any more.
+    void stop();
+
+private:
+    void listen();
+
+    boost::asio::posix::stream_descriptor wakeUp_;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_;
+};
+
+} // namespace Corvid::detail

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace Corvid::detail {
+
+/// What both sides send first on a connection: 22 bytes, little-endian. "ORVELNET", protocol
+/// version (16 bits), flags (16 bits, 0; not looked at), instance (64 bits), id (16 bits).
+struct Greeting {
+    static constexpr std::size_t kSize = 22;
+
+    std::uint16_t version = 0;
+    std::uint64_t instance = 0;
+    std::int16_t id = 0;
+
+    [[nodiscard]] std::array<std::byte, kSize> encode() const;
+    /// Nothing if that is no greeting. The version may be any.
+    [[nodiscard]] static std::optional<Greeting> decode(std::span<const std::byte, kSize> bytes);
+    /// Whether a greeting can begin like that.
+    [[nodiscard]] static bool canBegin(std::span<const std::byte> bytes);
+};
+
+/// What clients and servers send each other to be found: 28 bytes, little-endian. "ORVELFND",
+/// protocol version (16 bits), kind (16 bits), instance (64 bits), id (16 bits), TCP port
+/// (16 bits), nonce (32 bits).
+struct DiscoveryDatagram {
+    static constexpr std::size_t kSize = 28;
+    enum class Kind : std::uint16_t {
+        Query = 1,   ///< a client looks for servers; the port is 0
+        Answer = 2,  ///< a server's answer, with the nonce of the query
+        Announce = 3 ///< a server has opened; the nonce is 0
+    };
+
+    std::uint16_t version = 0;
+    Kind kind = Kind::Query;
+    std::uint64_t instance = 0;
+    std::int16_t id = 0;
+    std::uint16_t port = 0;
+    std::uint32_t nonce = 0;
+
+    [[nodiscard]] std::array<std::byte, kSize> encode() const;
+    /// Nothing if that is no such datagram. The version may be any.
+    [[nodiscard]] static std::optional<DiscoveryDatagram> decode(std::span<const std::byte> bytes);
+};
+
+/// The length, event type and tag that each frame begins with.
+constexpr std::size_t kFrameHeaderBytes = 8;
+
+/// Size of the frame that these bytes begin with, its length field included: nothing if the field
+/// is not there yet, 0 if no frame can begin so.
+[[nodiscard]] std::optional<std::size_t> frameSize(std::span<const std::byte> bytes);
+
+} // namespace Corvid::detail

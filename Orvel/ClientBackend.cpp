@@ -1,0 +1,424 @@
+#include <Orvel/ClientBackend.h>
+#include <Orvel/CreateEmitterEvent.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/EmitterConnectionEvent.h>
+#include <Orvel/EmitterHullEvent.h>
+#include <Orvel/EmitterParamEvent.h>
+#include <Orvel/OrvelMultiClient.h>
+#include <Orvel/Source.h>
+#include <Orvel/SourceDataEvent.h>
+#include <Orvel/SourceDurationEvent.h>
+#include <Orvel/SourceParamEvent.h>
+#include <Orvel/TransformEvent.h>
+#include <Orvel/World.h>
+#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/RouteDiagnostics.h>
+#include <Orvel/detail/SplitList.h>
+#include <Vessa/ObjectThread.h>
+
+#include <charconv>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Orvel {
+
+namespace {
+
+constexpr int kProtocolVersion = 2;
+constexpr double kSearchSeconds = 3.0;
+
+using Corvid::Sender;
+
+// Each fills an event and sends it; changes and the replay to a new server share them.
+
+void sendTransform(
+    Sender* to, TransformEvent& event, Command command, int id, const Vec3f& position,
+    const Quaternion& rotation) {
+    event.address(command, id);
+    event.position = position;
+    event.rotation = rotation;
+    event.send(to);
+}
+
+void sendSource(Sender* to, SourceDataEvent& event, const Source& source, bool transferData) {
+    event.address(CmdCreateSource, source.id());
+    if (transferData) {
+        event.loadData();
+    }
+    event.send(to);
+}
+
+void sendParam(Sender* to, SourceParamEvent& event, const Source& source) {
+    event.address(CmdSetSourceParam, source.id());
+    event.setParam(source.loop(), source.pitch());
+    event.send(to);
+}
+
+void sendEmitter(Sender* to, CreateEmitterEvent& event, const Emitter& emitter) {
+    event.address(CmdCreateEmitter, emitter.id());
+    event.labels = emitter.labels();
+    event.send(to);
+}
+
+void sendHull(Sender* to, EmitterHullEvent& event, const Emitter& emitter) {
+    event.address(CmdSetEmitterHull, emitter.id());
+    event.setHull(emitter.maxBack(), emitter.maxFront(), emitter.minBack(), emitter.minFront());
+    event.send(to);
+}
+
+void sendParam(Sender* to, EmitterParamEvent& event, const Emitter& emitter) {
+    event.address(CmdSetEmitterParam, emitter.id());
+    event.setParam(emitter.paramFlag(), emitter.paramValue(), emitter.gain());
+    event.send(to);
+}
+
+void sendConnection(Sender* to, EmitterConnectionEvent& event, const Emitter& emitter) {
+    event.address(CmdSetEmitterConnection, emitter.id());
+    event.sourceId =
+        emitter.source() == nullptr ? short{0} : static_cast<short>(emitter.source()->id());
+    event.send(to);
+}
+
+void sendState(Sender* to, CommandEvent& event, short command, int id) {
+    if (command != 0) {
+        event.address(static_cast<Command>(command), id);
+        event.send(to);
+    }
+}
+
+std::optional<int> wholeNumber(std::string_view text, int lowest, int highest) {
+    int value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < lowest ||
+        value > highest) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+bool yesOrNo(const Config::ParamLine& params, const char* name, bool defaultValue) {
+    const char* text = params.getParam(name, nullptr);
+    const bool value = Config::Base::string2Value(text, defaultValue);
+    if (text != nullptr && value == defaultValue &&
+        Config::Base::string2Value(text, !defaultValue) != defaultValue) {
+        ORVEL_LOG(
+            Warning, "ClientBackend: %s=\"%s\" is neither yes nor no; taken as %s\n", name, text,
+            defaultValue ? "yes" : "no");
+    }
+    return value;
+}
+
+void reportUnusable(const char* name, const std::string& text, const char* expected) {
+    ORVEL_LOG(
+        Warning, "ClientBackend: %s=\"%s\" is not used: %s expected\n", name, text.c_str(),
+        expected);
+}
+
+void reportInvalid(const CommandEvent& event) {
+    ORVEL_LOG(
+        Fatal, "Got invalid Event: %s/%d/%d/%d\n", event.type()->name().c_str(), event.command,
+        event.objectId, event.protocolTag);
+}
+
+} // namespace
+
+ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, params) {
+    transferData_ = yesOrNo(*this->params(), "transferData", true);
+    deferred_ = yesOrNo(*this->params(), "deferred", false);
+    communicator_ = std::make_unique<OrvelMultiClient>(kProtocolVersion, *this);
+    communicator_->setNoDelay(true);
+    communicator_->setSearchInterval(kSearchSeconds);
+    communicator_->setDiagnostic(detail::routeDiagnostics("ClientBackend"));
+    communicator_->setDeferred(deferred_);
+    configure();
+    communicator_->open();
+    thread_ =
+        std::make_unique<Vessa::ObjectThread<ClientBackend>>(this, &ClientBackend::receiveThread);
+    if (!thread_->start()) {
+        ORVEL_LOG(
+            Fatal, "ClientBackend: the system has no thread left; no server will be reached\n");
+    }
+}
+
+ClientBackend::ClientBackend(const ClientBackend& other) : Backend(other) {}
+
+ClientBackend::~ClientBackend() {
+    resetBackend();
+    if (thread_ != nullptr) {
+        communicator_->breakWait();
+        thread_->join();
+        thread_.reset();
+    }
+    if (communicator_ != nullptr) {
+        communicator_->close();
+        communicator_.reset();
+    }
+}
+
+/// Takes where to search for servers from the parameters.
+void ClientBackend::configure() {
+    const auto text = [this](const char* name) {
+        return std::string(params()->getParam(name, ""));
+    };
+    Corvid::Multicast& multicast = communicator_->multicast();
+    if (const std::string group = text("group");
+        !group.empty() && !multicast.setAddress(Corvid::InetAddress::getByAddress(group))) {
+        reportUnusable("group", group, "a multicast address from 224.0.0.0 to 239.255.255.255");
+    }
+    if (const std::string port = text("port"); !port.empty()) {
+        if (const auto number = wholeNumber(port, 1, 65535)) {
+            multicast.setPort(static_cast<std::uint16_t>(*number));
+        } else {
+            reportUnusable("port", port, "a number from 1 to 65535");
+        }
+    }
+    if (const std::string ttl = text("ttl"); !ttl.empty()) {
+        if (const auto number = wholeNumber(ttl, 0, 255)) {
+            multicast.setTtl(*number);
+        } else {
+            reportUnusable("ttl", ttl, "a number from 0 to 255");
+        }
+    }
+    std::vector<Corvid::InetAddress> interfaces;
+    for (const std::string& item : detail::splitList(text("interfaces"))) {
+        const auto address = Corvid::InetAddress::getByAddress(item);
+        if (address.isValid()) {
+            interfaces.push_back(address);
+        } else {
+            reportUnusable("interfaces", item, "the IPv4 address of an interface");
+        }
+    }
+    multicast.setInterfaces(std::move(interfaces));
+    for (const std::string& item : detail::splitList(text("servers"))) {
+        const auto colon = item.rfind(':');
+        const auto port = colon == std::string::npos || colon == 0
+                              ? std::nullopt
+                              : wholeNumber(std::string_view(item).substr(colon + 1), 1, 65535);
+        if (port) {
+            communicator_->connectToServer(
+                item.substr(0, colon), static_cast<unsigned short>(*port));
+        } else {
+            reportUnusable("servers", item, "HOST:PORT");
+        }
+    }
+}
+
+void ClientBackend::sendCommand(Command command, int id) {
+    CommandEvent event;
+    event.address(command, id);
+    event.send(communicator_.get());
+}
+
+void ClientBackend::resetBackend() {
+    sendCommand(CmdResetBackend, 0);
+}
+
+void ClientBackend::setEnabled() {
+    sendCommand(enabled() ? CmdEnable : CmdDisable, 0);
+}
+
+void ClientBackend::setListenerTransform() {
+    TransformEvent event;
+    sendTransform(
+        communicator_.get(), event, CmdSetListenerTransform, 0, world().listenerPosition(),
+        world().listenerRotation());
+}
+
+void ClientBackend::createSource(Source& source) {
+    SourceDataEvent event;
+    sendSource(communicator_.get(), event, source, transferData_);
+}
+
+void ClientBackend::destroySource(Source& source) {
+    sendCommand(CmdDestroySource, source.id());
+}
+
+void ClientBackend::setSourceData(Source& /*source*/) {
+    ORVEL_LOG(Fatal, "ClientBackend::setSourceData() not implemented\n");
+}
+
+void ClientBackend::setSourceParam(Source& source) {
+    SourceParamEvent event;
+    sendParam(communicator_.get(), event, source);
+}
+
+void ClientBackend::setSourceState(Source& source) {
+    CommandEvent event;
+    sendState(communicator_.get(), event, sourceState2Command(source.state()), source.id());
+}
+
+void ClientBackend::createEmitter(Emitter& emitter) {
+    CreateEmitterEvent event;
+    sendEmitter(communicator_.get(), event, emitter);
+}
+
+void ClientBackend::destroyEmitter(Emitter& emitter) {
+    sendCommand(CmdDestroyEmitter, emitter.id());
+}
+
+void ClientBackend::setEmitterTransform(Emitter& emitter) {
+    TransformEvent event;
+    sendTransform(
+        communicator_.get(), event, CmdSetEmitterTransform, emitter.id(), emitter.position(),
+        emitter.rotation());
+}
+
+void ClientBackend::setEmitterHull(Emitter& emitter) {
+    EmitterHullEvent event;
+    sendHull(communicator_.get(), event, emitter);
+}
+
+void ClientBackend::setEmitterParam(Emitter& emitter) {
+    EmitterParamEvent event;
+    sendParam(communicator_.get(), event, emitter);
+}
+
+void ClientBackend::setEmitterConnection(Emitter& emitter) {
+    EmitterConnectionEvent event;
+    sendConnection(communicator_.get(), event, emitter);
+}
+
+void ClientBackend::setEmitterState(Emitter& emitter) {
+    CommandEvent event;
+    sendState(communicator_.get(), event, emitterState2Command(emitter.state()), emitter.id());
+}
+
+bool ClientBackend::update() {
+    deliver();
+    return Backend::update();
+}
+
+BackendType* ClientBackend::type() {
+    return &_type;
+}
+
+int ClientBackend::deliver() {
+    if (!deferred_) {
+        return 0;
+    }
+    return communicator_->deliver(
+        [this](Corvid::Communicator* connection) { receiveFrom(connection); });
+}
+
+Corvid::MultiClient& ClientBackend::multiClient() const {
+    return *communicator_;
+}
+
+bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
+    // One event of each class, refilled for each part.
+    CommandEvent command;
+    TransformEvent transform;
+    SourceDataEvent sourceData;
+    SourceParamEvent sourceParam;
+    CreateEmitterEvent createEmitterEvent;
+    EmitterHullEvent hull;
+    EmitterParamEvent emitterParam;
+    EmitterConnectionEvent connectionEvent;
+
+    command.address(CmdResetBackend, 0);
+    command.send(connection);
+    sendTransform(
+        connection, transform, CmdSetListenerTransform, 0, world().listenerPosition(),
+        world().listenerRotation());
+    for (const auto& [id, source] : world().sources()) {
+        sendSource(connection, sourceData, *source, transferData_);
+        sendParam(connection, sourceParam, *source);
+        sendState(connection, command, sourceState2Command(source->state()), id);
+    }
+    for (const auto& [id, emitter] : world().emitters()) {
+        sendEmitter(connection, createEmitterEvent, *emitter);
+        sendTransform(
+            connection, transform, CmdSetEmitterTransform, id, emitter->position(),
+            emitter->rotation());
+        sendHull(connection, hull, *emitter);
+        sendParam(connection, emitterParam, *emitter);
+        sendConnection(connection, connectionEvent, *emitter);
+        sendState(connection, command, emitterState2Command(emitter->state()), id);
+    }
+    return true;
+}
+
+int ClientBackend::receiveThread() {
+    Corvid::Communicator* connection = nullptr;
+    while (communicator_->waitForCommunicators() &&
+           communicator_->receiveCommunicator(connection)) {
+        receiveFrom(connection);
+    }
+    std::cout << "INFO: exit ClientBackend::receiveThread" << std::endl;
+    return 0;
+}
+
+void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
+    Corvid::Event* received = nullptr;
+    if (!Corvid::Event::receive(connection, received) || received == nullptr) {
+        ORVEL_LOG(Fatal, "ClientBackend: Lost server\n");
+        communicator_->removeCommunicator(connection);
+        connection->close();
+        delete connection;
+        return;
+    }
+    const std::unique_ptr<Corvid::Event> event(received);
+    if (auto* command = dynamic_cast<CommandEvent*>(event.get())) {
+        dispatchEvent(command);
+    } else {
+        ORVEL_LOG(Fatal, "Orvel::ClientBackend got Corvid::Event which is not a Orvel::Event\n");
+    }
+}
+
+bool ClientBackend::dispatchEvent(CommandEvent* event) {
+    if (event == nullptr) {
+        return false;
+    }
+    if (event->command == CmdSetSourceDuration) {
+        const auto* duration = dynamic_cast<const SourceDurationEvent*>(event);
+        Source* source = world().getSource(event->objectId);
+        if (duration != nullptr && source != nullptr) {
+            setSourceDuration(*source, duration->duration);
+            return true;
+        }
+    } else {
+        ORVEL_LOG(Fatal, "Unkown command ID: %d\n", event->command);
+    }
+    reportInvalid(*event);
+    return false;
+}
+
+short ClientBackend::sourceState2Command(WorldPart::State state) {
+    switch (state) {
+    case WorldPart::NONE:
+        return 0;
+    case WorldPart::PLAY:
+        return CmdPlaySource;
+    case WorldPart::PAUSE:
+        return CmdPauseSource;
+    case WorldPart::STOP:
+        return CmdStopSource;
+    }
+    ORVEL_LOG(Fatal, "Unknown Orvel::WorldPart::source state: %i\n", static_cast<int>(state));
+    return 0;
+}
+
+short ClientBackend::emitterState2Command(WorldPart::State state) {
+    switch (state) {
+    case WorldPart::NONE:
+        return 0;
+    case WorldPart::PLAY:
+        return CmdPlayEmitter;
+    case WorldPart::PAUSE:
+        return CmdPauseEmitter;
+    case WorldPart::STOP:
+        return CmdStopEmitter;
+    }
+    ORVEL_LOG(Fatal, "Unknown Orvel::WorldPart::emitter state: %i\n", static_cast<int>(state));
+    return 0;
+}
+
+Backend* ClientBackend::createMethod(World& world, const char* params) {
+    return new ClientBackend(world, params);
+}
+
+} // namespace Orvel

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <Orvel/Backend.h>
+#include <Orvel/BackendType.h>
+#include <Orvel/CommandEvent.h>
+#include <Orvel/WorldPart.h>
+
+#include <memory>
+
+#include <orvel_export.h>
+
+namespace Corvid {
+class Communicator;
+class MultiClient;
+} // namespace Corvid
+
+namespace Vessa {
+class Thread;
+}
+
+namespace Orvel {
+
+class OrvelMultiClient;
+
+/// Sends every change of its world to all sound servers that are connected: the kind "client".
+/// Servers are found by multicast; one that connects, or comes back, is told the whole scene.
+/// Sending never waits for the network, and nothing is kept for servers that are not there.
+///
+/// Ids travel as their low 16 bits, so use ids from 1 to 32767. What sources play does not travel:
+/// a server plays its own sources, by their ids. A state that goes back to NONE is not told.
+///
+/// Parameters, beside "labels" (see docs/parameters.md): "transferData" (yes), "deferred" (no),
+/// "servers" (HOST:PORT, ... to connect to without multicast), and where to search: "interfaces"
+/// (addresses), "group", "port", "ttl". A value that cannot be is reported, and the default used.
+///
+/// Threads: one receive thread, from construction to destruction. It brings new servers up to date,
+/// reading the world, and stores the playing times that servers report in the world's sources, both
+/// without any lock. A host that changes its world while servers come and go sets "deferred": then
+/// both happen inside update() or deliver(), on the host's thread.
+class ORVEL_EXPORT ClientBackend : public Backend {
+public:
+    ClientBackend(World& world, const char* params);
+    /// Exists only to report misuse: logs, and makes a back end that reaches nobody.
+    ClientBackend(const ClientBackend& other);
+    ClientBackend& operator=(const ClientBackend&) = delete;
+    /// Resets the servers, then ends the thread and the connections.
+    ~ClientBackend() override;
+
+    void resetBackend() override;
+    void setEnabled() override;
+    void setListenerTransform() override;
+    void createSource(Source& source) override;
+    void destroySource(Source& source) override;
+    void setSourceData(Source& source) override;
+    void setSourceParam(Source& source) override;
+    void setSourceState(Source& source) override;
+    void createEmitter(Emitter& emitter) override;
+    void destroyEmitter(Emitter& emitter) override;
+    void setEmitterTransform(Emitter& emitter) override;
+    void setEmitterHull(Emitter& emitter) override;
+    void setEmitterParam(Emitter& emitter) override;
+    void setEmitterConnection(Emitter& emitter) override;
+    void setEmitterState(Emitter& emitter) override;
+
+    /// In deferred mode delivers; otherwise there is nothing to do.
+    bool update() override;
+    BackendType* type() override;
+
+    /// In deferred mode: brings new servers up to date and applies what servers have sent, on the
+    /// calling thread, which is the one that changes the world. Never waits for the network.
+    /// Returns how many events and losses there were; 0 in the default mode.
+    int deliver();
+
+    /// The connections: counters, servers to connect to, where to search. Lives as long as this;
+    /// must not be asked of a copy.
+    [[nodiscard]] Corvid::MultiClient& multiClient() const;
+
+    /// Sends the whole scene over one connection; called for each new one.
+    bool addCommunicator(Corvid::Communicator* connection);
+    /// Applies what a server sent; false, and logged, if it means nothing to a client. The event
+    /// stays with the caller.
+    bool dispatchEvent(CommandEvent* event);
+    /// The receive thread's body.
+    int receiveThread();
+
+    /// The command that tells a state, or 0 for one that is not told.
+    [[nodiscard]] static short sourceState2Command(WorldPart::State state);
+    [[nodiscard]] static short emitterState2Command(WorldPart::State state);
+
+    static Backend* createMethod(World& world, const char* params);
+    static BackendType _type;
+
+private:
+    void configure();
+    /// Takes one event from a connection that has something, or gives up a lost one.
+    void receiveFrom(Corvid::Communicator* connection);
+    void sendCommand(Command command, int id);
+
+    std::unique_ptr<OrvelMultiClient> communicator_; // null in a copy
+    std::unique_ptr<Vessa::Thread> thread_;
+    bool transferData_ = true;
+    bool deferred_ = false;
+};
+
+} // namespace Orvel

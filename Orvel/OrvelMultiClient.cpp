@@ -1,0 +1,13 @@
+#include <Orvel/ClientBackend.h>
+#include <Orvel/OrvelMultiClient.h>
+
+namespace Orvel {
+
+OrvelMultiClient::OrvelMultiClient(int protocolVersion, ClientBackend& backend)
+    : MultiClient(protocolVersion), backend_(backend) {}
+
+bool OrvelMultiClient::addCommunicator(Corvid::Communicator* connection) {
+    return MultiCommunicator::addCommunicator(connection) && backend_.addCommunicator(connection);
+}
+
+} // namespace Orvel

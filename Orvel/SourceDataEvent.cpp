@@ -1,0 +1,124 @@
+#include <Orvel/SourceDataEvent.h>
+#include <Orvel/detail/LogLine.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <new>
+#include <utility>
+
+namespace Orvel {
+
+SourceDataEvent::SourceDataEvent(const SourceDataEvent& other)
+    : CommandEvent(other), fileName(other.fileName) {}
+
+SourceDataEvent& SourceDataEvent::operator=(const SourceDataEvent& other) {
+    if (this != &other) {
+        CommandEvent::operator=(other);
+        fileName = other.fileName;
+        data_ = std::vector<unsigned char>(other.data_); // a block of its size, the old one freed
+    }
+    return *this;
+}
+
+void SourceDataEvent::addFields() {
+    CommandEvent::addFields();
+    addField(fileName);
+    addField(dataSize());
+    if (!data_.empty()) {
+        addData(data_.data(), static_cast<long>(data_.size()));
+    }
+}
+
+void SourceDataEvent::getFields() {
+    CommandEvent::getFields();
+    getField(fileName);
+    unsigned long size = 0;
+    getField(size);
+    data_ = {};
+    if (readFailed() || size > bytesLeft()) {
+        failRead(); // before memory is taken for bytes that cannot be there
+        return;
+    }
+    if (size != 0) {
+        data_.resize(size);
+        getData(data_.data(), static_cast<long>(size));
+    }
+}
+
+const Corvid::EventType* SourceDataEvent::type() const {
+    return &_type;
+}
+
+bool SourceDataEvent::loadData() {
+    data_ = {};
+    if (fileName.empty()) {
+        return false;
+    }
+    // Opening a pipe would wait for its writer, and a folder can be opened but has no size.
+    std::error_code ignored;
+    const auto status = std::filesystem::status(fileName, ignored);
+    const bool otherKind =
+        std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
+    std::ifstream file;
+    if (!otherKind) {
+        file.open(fileName, std::ios::binary);
+        if (!file) {
+            return false;
+        }
+        file.seekg(0, std::ios::end);
+    }
+    const std::streamoff end = otherKind ? 0 : std::streamoff(file.tellg());
+    if (end <= 0) {
+        ORVEL_LOG(Fatal, "Could not seek Orvel::Source data: >%s<\n", fileName.c_str());
+        return false;
+    }
+    const auto size = static_cast<unsigned long>(end);
+    unsigned long got = 0;
+    try {
+        data_.resize(size);
+        file.seekg(0);
+        file.read(reinterpret_cast<char*>(data_.data()), end);
+        got = static_cast<unsigned long>(file.gcount());
+    } catch (const std::exception&) { // no memory for a file of that size
+        got = 0;
+    }
+    if (got != size) {
+        ORVEL_LOG(
+            Fatal, "Could not read Orvel::Source data: >%s< (%lu/%lu)\n", fileName.c_str(), size,
+            got);
+        data_ = {};
+        return false;
+    }
+    ORVEL_LOG(
+        Log, "Read local Orvel::Source data: >%s< (%lu byte)\n", fileName.c_str(), dataSize());
+    return true;
+}
+
+bool SourceDataEvent::storeData(const std::string& targetName) const {
+    if (targetName.empty() || data_.empty()) {
+        return false;
+    }
+    std::ofstream file(targetName, std::ios::binary | std::ios::trunc);
+    if (file) {
+        file.write(
+            reinterpret_cast<const char*>(data_.data()),
+            static_cast<std::streamsize>(data_.size()));
+        file.close(); // a full disk may show only now
+    }
+    if (!file) {
+        ORVEL_LOG(
+            Fatal, "Could not write local Orvel::Source data: >%s< (%lu bytes)\n",
+            targetName.c_str(), dataSize());
+        return false;
+    }
+    ORVEL_LOG(
+        Log, "Wrote local Orvel::Source data: >%s< (%lu bytes)\n", targetName.c_str(), dataSize());
+    return true;
+}
+
+Corvid::Event* SourceDataEvent::create() {
+    return new SourceDataEvent;
+}
+
+} // namespace Orvel

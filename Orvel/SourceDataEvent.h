@@ -1,0 +1,51 @@
+#pragma once
+
+#include <Orvel/CommandEvent.h>
+
+#include <string>
+#include <vector>
+
+#include <orvel_export.h>
+
+namespace Orvel {
+
+/// A new source, which may bring the bytes of a sound file along: CmdCreateSource. The whole file
+/// is held in memory, in one block of its size, and has to fit one frame (Corvid::Event).
+///
+/// Copying differs on purpose: a copy-constructed event has the file's name but no bytes, an
+/// assigned one has its own copy of them.
+class ORVEL_EXPORT SourceDataEvent : public CommandEvent {
+public:
+    SourceDataEvent() = default;
+    SourceDataEvent(const SourceDataEvent& other);
+    SourceDataEvent& operator=(const SourceDataEvent& other);
+    ~SourceDataEvent() override = default;
+
+    void addFields() override;
+    void getFields() override;
+    [[nodiscard]] const Corvid::EventType* type() const override;
+
+    /// Fills the event with the bytes of the file `fileName`; true when all of it was read. If not,
+    /// the event is empty afterwards. Says nothing when there is no such file.
+    bool loadData();
+    /// Writes the bytes to the file `targetName`, in place of what it held; true when all of them
+    /// were written. Without bytes no file is made.
+    [[nodiscard]] bool storeData(const std::string& targetName) const;
+
+    /// The bytes, owned by the event; null when there are none.
+    [[nodiscard]] const unsigned char* data() const noexcept {
+        return data_.empty() ? nullptr : data_.data();
+    }
+    [[nodiscard]] unsigned long dataSize() const noexcept { return data_.size(); }
+
+    /// The file with the sound's bytes on the loading side.
+    std::string fileName;
+
+    static Corvid::Event* create();
+    static Corvid::EventType _type;
+
+private:
+    std::vector<unsigned char> data_;
+};
+
+} // namespace Orvel

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <Corvid/MultiCommunicator.h>
+#include <Orvel/detail/LogLine.h>
+
+#include <string>
+
+namespace Orvel::detail {
+
+/// Writes what the network has to say into the log, as lines of `who`, which must be a literal.
+inline Corvid::MultiCommunicator::Diagnostic routeDiagnostics(const char* who) {
+    return [who](Corvid::MultiCommunicator::Severity severity, const std::string& text) {
+        if (severity == Corvid::MultiCommunicator::Severity::Notice) {
+            ORVEL_LOG(Notice, "%s: %s\n", who, text.c_str());
+        } else {
+            ORVEL_LOG(Warning, "%s: %s\n", who, text.c_str());
+        }
+    };
+}
+
+} // namespace Orvel::detail
