@@ -20,6 +20,10 @@ bool Communicator::receiveFrame(std::span<const std::byte>& frame) {
     return connection_->receiveFrame(frame);
 }
 
+void Communicator::refuseFrame(const std::string& reason) {
+    connection_->end("it sent something that is no event: " + reason);
+}
+
 void Communicator::close() {
     connection_->end("the application ended it");
 }

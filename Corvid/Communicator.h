@@ -55,6 +55,9 @@ public:
     /// or of the MultiCommunicator's waiting and receiving functions.
     bool receiveFrame(std::span<const std::byte>& frame) override;
 
+    /// Ends the connection, which has sent something that is no event.
+    void refuseFrame(const std::string& reason) override;
+
     /// Ends the connection at once, without waiting; what is queued is lost. Further calls do
     /// nothing.
     void close();

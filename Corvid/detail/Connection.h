@@ -36,6 +36,7 @@ public:
     bool sendGreeting(const Greeting& greeting);
     /// Reads what is there of the peer's greeting; Done when that is complete. Reads no byte more.
     Status readGreeting();
+    [[nodiscard]] bool hasSaidAnything() const { return greetingSize_ > 0; }
     /// Reads once.
     Status read();
     /// Whether the last read() took all that was there.

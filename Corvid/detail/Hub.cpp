@@ -126,7 +126,8 @@ void Hub::adopt(boost::asio::ip::tcp::socket socket, const std::string& target) 
         return;
     }
     ungreeted_.push_back(connection);
-    if (!connection->sendGreeting(greeting())) {
+    // A client shows who it is when it knows that it will stay; see role_->accept().
+    if (target.empty() && !connection->sendGreeting(greeting())) {
         refuse(connection, "the connection broke at once");
         return;
     }
@@ -156,7 +157,9 @@ void Hub::refuse(const Pointer& connection, const std::string& reason) {
     connection->end(reason);
     connection->deadline().cancel();
     countRefusal();
-    reportRefusal("refused " + connection->peerName() + ": " + reason);
+    if (connection->hasSaidAnything()) { // others only look whether somebody listens
+        reportRefusal("refused " + connection->peerName() + ": " + reason);
+    }
     role_->lost(*connection);
 }
 
@@ -183,6 +186,10 @@ void Hub::readGreeting(const Pointer& connection) {
     if (!role_->accept(*connection)) {
         connection->lossNoted = true;
         connection->end("there is a connection with this peer already");
+        return;
+    }
+    if (!connection->target().empty() && !connection->sendGreeting(greeting())) {
+        refuse(connection, "the connection broke at once");
         return;
     }
     if (!deferred_) {

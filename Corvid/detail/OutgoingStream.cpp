@@ -72,14 +72,12 @@ std::uint64_t OutgoingStream::lagOf(const Outlet& outlet) const {
 
 /// Called once per chunk, so that an append costs the same however many connections there are.
 void OutgoingStream::checkLag() {
-    bool found = false;
+    bool any = false;
     for (Outlet* outlet : outlets_) {
-        if (!outlet->overrun && lagOf(*outlet) > lagLimit_) {
-            outlet->overrun = true;
-            found = true;
-        }
+        outlet->overrun = outlet->overrun || lagOf(*outlet) > lagLimit_;
+        any = any || outlet->overrun;
     }
-    if (found) {
+    if (any) {
         trimLocked(); // the writer may not come for long, and memory must stay bounded
     }
 }

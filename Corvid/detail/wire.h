@@ -8,7 +8,8 @@
 
 namespace Corvid::detail {
 
-/// What both sides send first on a connection: 22 bytes, little-endian. "ORVELNET", protocol
+/// What both sides send first on a connection, the server at once and the client when it has seen
+/// that it will stay: 22 bytes, little-endian. "ORVELNET", protocol
 /// version (16 bits), flags (16 bits, 0; not looked at), instance (64 bits), id (16 bits).
 struct Greeting {
     static constexpr std::size_t kSize = 22;

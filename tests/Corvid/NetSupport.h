@@ -1,0 +1,164 @@
+#pragma once
+
+#include <Corvid/MultiClient.h>
+#include <Corvid/MultiServer.h>
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <span>
+#include <string>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+/// A frame that carries a number; `size` in all.
+inline std::vector<std::byte> numberFrame(std::uint32_t number, std::uint32_t size = 12) {
+    std::vector<std::byte> frame(size);
+    const std::uint32_t length = size - 4;
+    std::memcpy(frame.data(), &length, sizeof length);
+    std::memcpy(frame.data() + 8, &number, sizeof number);
+    return frame;
+}
+
+inline bool sendNumber(Corvid::Sender& sender, std::uint32_t number, std::uint32_t size = 12) {
+    const auto frame = numberFrame(number, size);
+    return sender.sendFrame(frame.data(), frame.size());
+}
+
+/// A multi-client or multi-server that notes what happens to it. Polled from the test's thread.
+template <class Base>
+class Noting : public Base {
+public:
+    Noting() : Base(2) {
+        this->setDiagnostic([this](auto, const std::string& line) { lines.push_back(line); });
+    }
+    ~Noting() override { this->close(); }
+
+    bool addCommunicator(Corvid::Communicator* communicator) override {
+        if (!Base::addCommunicator(communicator)) {
+            return false;
+        }
+        newest = communicator;
+        return !onAdd || onAdd(communicator);
+    }
+    void take(Corvid::Communicator* communicator) {
+        std::span<const std::byte> frame;
+        if (communicator->receiveFrame(frame)) {
+            std::uint32_t number = 0;
+            std::memcpy(&number, frame.data() + 8, sizeof number);
+            numbers.push_back(number);
+            if (onFrame) {
+                onFrame(communicator, frame);
+            }
+        } else {
+            ++lost;
+            EXPECT_TRUE(this->removeCommunicator(communicator));
+            delete communicator;
+        }
+    }
+    void poll() {
+        int count = 0;
+        while (this->communicatorsAvail(count) && count > 0) {
+            Corvid::Communicator* communicator = nullptr;
+            ASSERT_TRUE(this->receiveCommunicator(communicator));
+            take(communicator);
+        }
+    }
+    std::size_t connections() const { return this->counters().connections.size(); }
+    bool hasLine(const std::string& part) const {
+        for (const std::string& line : lines) {
+            if (line.find(part) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    std::function<bool(Corvid::Communicator*)> onAdd;
+    std::function<void(Corvid::Communicator*, std::span<const std::byte>)> onFrame;
+    Corvid::Communicator* newest = nullptr;
+    std::vector<std::uint32_t> numbers;
+    std::vector<std::string> lines;
+    int lost = 0;
+};
+using Client = Noting<Corvid::MultiClient>;
+using Server = Noting<Corvid::MultiServer>;
+
+/// Polls all until the condition holds; false after a deadline that only a fault reaches.
+template <class... Peers>
+bool until(const std::function<bool()>& condition, Peers&... peers) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        (peers.poll(), ...);
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+inline std::uint16_t freePort(int kind) {
+    const int descriptor = ::socket(AF_INET, kind, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ::bind(descriptor, reinterpret_cast<sockaddr*>(&address), size);
+    ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
+    ::close(descriptor);
+    return ntohs(address.sin_port);
+}
+
+/// A peer that does what it likes.
+class RawSocket {
+public:
+    explicit RawSocket(std::uint16_t port) : descriptor_(::socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const int small = 4096; // so that few bytes fill it
+        ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+        connected_ =
+            ::connect(descriptor_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    }
+    RawSocket(RawSocket&& other) noexcept
+        : descriptor_(std::exchange(other.descriptor_, -1)), connected_(other.connected_) {}
+    ~RawSocket() {
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+        }
+    }
+    bool isConnected() const { return connected_; }
+    void send(const std::string& bytes) {
+        ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    }
+    /// Whether the other side has ended the connection; discards what it has sent.
+    bool isClosed() {
+        char buffer[4096];
+        ssize_t size = 0;
+        while ((size = ::recv(descriptor_, buffer, sizeof buffer, MSG_DONTWAIT)) > 0) {
+        }
+        return size == 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
+    }
+
+private:
+    int descriptor_;
+    bool connected_ = false;
+};
+
+/// A greeting as a client of that version sends it.
+inline std::string greeting(char version = 2) {
+    return std::string("ORVELNET") + version + std::string(3, '\0') + std::string(8, 'i') +
+           std::string("\x05\x00", 2);
+}

@@ -1,0 +1,498 @@
+#include "NetSupport.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <memory>
+#include <numeric>
+#include <thread>
+
+namespace {
+
+using Corvid::Communicator;
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+constexpr double kNever = 3600.0; // the search interval of tests in which no later search may help
+
+class Net : public testing::Test {
+protected:
+    Net() {
+        Corvid::Multicast::setDefaultInterfaces({Corvid::InetAddress::getByAddress("127.0.0.1")});
+    }
+    std::unique_ptr<Client> newClient(double interval = kNever) {
+        auto client = std::make_unique<Client>();
+        client->multicast().setPort(port_);
+        client->setSearchInterval(interval);
+        EXPECT_TRUE(client->open());
+        return client;
+    }
+    std::unique_ptr<Server> newServer(unsigned short port = 0, bool announce = true) {
+        auto server = std::make_unique<Server>();
+        server->multicast().setPort(port_);
+        EXPECT_TRUE(server->open("", port, announce));
+        return server;
+    }
+    /// A client and a server that are connected.
+    void connect() {
+        server_ = newServer();
+        client_ = newClient();
+        ASSERT_TRUE(until(
+            [&] { return client_->connections() == 1 && server_->connections() == 1; }, *server_,
+            *client_));
+    }
+    const std::uint16_t port_ = freePort(SOCK_DGRAM);
+    std::unique_ptr<Server> server_;
+    std::unique_ptr<Client> client_;
+};
+
+TEST_F(Net, FindsServersInBothOrdersAndAfterARestart) {
+    const auto first = newServer();
+    first->setId(7);
+    const auto client = newClient();
+    ASSERT_TRUE(until([&] { return client->connections() == 1; }, *first, *client));
+    EXPECT_EQ(client->counters().connections[0].peerId, 7);
+
+    auto second = newServer();
+    ASSERT_TRUE(until([&] { return client->connections() == 2; }, *first, *second, *client));
+    second = nullptr;
+    ASSERT_TRUE(until([&] { return client->lost == 1; }, *first, *client));
+    second = newServer();
+    ASSERT_TRUE(until([&] { return client->connections() == 2; }, *first, *second, *client));
+    const auto drops = client->counters().lastDrops;
+    ASSERT_EQ(drops.size(), 1U);
+    EXPECT_EQ(drops[0].reason, "the peer closed the connection");
+}
+
+TEST_F(Net, ConnectsOnceHoweverOftenAServerIsSeen) {
+    const auto server = newServer();
+    const auto client = newClient(0.05);
+    for (const char* host : {"127.0.0.1", "localhost", "127.0.0.2"}) {
+        client->connectToServer(host, server->port());
+    }
+    server->multicast().setInterfaces(
+        {Corvid::InetAddress::getByAddress("127.0.0.1"),
+         Corvid::InetAddress::getByAddress("127.0.0.2")});
+    ASSERT_TRUE(until([&] { return client->connections() == 1; }, *server, *client));
+    // The other ways in have been tried when the server has turned away three sockets.
+    ASSERT_TRUE(until([&] { return server->counters().refused >= 2; }, *server, *client));
+    EXPECT_EQ(client->counters().connected, 1U);
+    EXPECT_EQ(server->counters().connected, 1U);
+    EXPECT_EQ(server->lost, 0);
+}
+
+TEST_F(Net, ReachesANamedServerAsSoonAsItIsThere) {
+    const auto client = newClient(0.05);
+    const std::uint16_t port = freePort(SOCK_STREAM);
+    client->connectToServer("localhost", port);
+    ASSERT_TRUE(until([&] { return client->hasLine("cannot reach the server"); }, *client));
+    auto server = newServer(port, false);
+    ASSERT_TRUE(until([&] { return client->connections() == 1; }, *server, *client));
+    EXPECT_EQ(client->lines.size(), 2U) << "failed attempts are told once";
+    client->removeServer("localhost", port);
+    server = nullptr;
+    ASSERT_TRUE(until([&] { return client->lost == 1; }, *client));
+    server = newServer(port, false);
+    const auto other = newClient(0.05);
+    other->connectToServer("127.0.0.1", port);
+    const auto joined = [&] {
+        return other->connections() == 1 && server->counters().connected > 0;
+    };
+    ASSERT_TRUE(until(joined, *server, *client, *other));
+    EXPECT_EQ(client->connections(), 0U);
+}
+
+TEST_F(Net, TakesUpSettingsChangedAfterOpening) {
+    const std::uint16_t otherPort = freePort(SOCK_DGRAM);
+    const auto server = newServer();
+    const auto client = newClient();
+    server->multicast().setPort(otherPort);
+    server->multicast().setAddress(Corvid::InetAddress::getByAddress("239.255.1.2"));
+    server->setId(12);
+    server->poll();
+    client->poll();
+    client->multicast().setPort(otherPort);
+    client->multicast().setAddress(Corvid::InetAddress::getByAddress("239.255.1.2"));
+    ASSERT_TRUE(until([&] { return client->connections() == 1; }, *server, *client));
+    const auto found = client->foundServers();
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].id, 12);
+    EXPECT_EQ(found[0].port, server->port());
+    EXPECT_GE(found[0].roundTripSeconds, 0.0);
+    const auto interfaces = client->searchedInterfaces();
+    ASSERT_EQ(interfaces.size(), 1U);
+    EXPECT_EQ(interfaces[0].error, "");
+}
+
+TEST_F(Net, IgnoresDatagramsThatMakeNoSense) {
+    const auto client = newClient();
+    client->poll();
+    const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in group = {};
+    group.sin_family = AF_INET;
+    group.sin_port = htons(port_);
+    group.sin_addr.s_addr = ::inet_addr(Corvid::Multicast::kDefaultAddress);
+    const in_addr loopback = {htonl(INADDR_LOOPBACK)};
+    ::setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_IF, &loopback, sizeof loopback);
+    const std::string rest(18, '\x01'); // instance, id, port, nonce
+    const std::vector<std::string> datagrams = {
+        "",
+        "ORVELFND",
+        std::string(28, 'x'),
+        "ORVELFND" + std::string("\x02\x00\x04\x00", 4) + rest.substr(0, 16),    // no such kind
+        "ORVELFND" + std::string("\x02\x00\x02\x00", 4) + rest.substr(0, 16),    // not asked for
+        "ORVELFND" + std::string("\x02\x00\x03\x00", 4) + std::string(16, '\0'), // port 0
+        "ORVELFND" + std::string("\x02\x00\x03\x00", 4) + rest,                  // too long
+        std::string(60000, 'O')};
+    for (const std::string& datagram : datagrams) {
+        ::sendto(
+            descriptor, datagram.data(), datagram.size(), 0,
+            reinterpret_cast<const sockaddr*>(&group), sizeof group);
+    }
+    ::close(descriptor);
+    ASSERT_TRUE(
+        until([&] { return client->counters().datagramsIgnored == datagrams.size(); }, *client));
+    EXPECT_TRUE(client->foundServers().empty());
+    const auto server = newServer();
+    ASSERT_TRUE(until([&] { return client->connections() == 1; }, *server, *client));
+}
+
+TEST_F(Net, SendsReplayFirstThenEverythingInOrder) {
+    constexpr std::uint32_t kReplay = 5000;
+    constexpr std::uint32_t kFirst = 1'000'000;
+    const auto client = newClient();
+    client->onAdd = [](Communicator* communicator) {
+        for (std::uint32_t i = 0; i < kReplay; ++i) {
+            sendNumber(*communicator, i, 12 + i % 300);
+        }
+        return true;
+    };
+    std::atomic<bool> stop = false;
+    std::uint32_t last = kFirst;
+    std::thread sender([&] {
+        for (; !stop; ++last) {
+            sendNumber(*client, last, 12 + last % 100);
+            if (last % 64 == 0) {
+                std::this_thread::yield();
+            }
+        }
+    });
+    std::vector<std::unique_ptr<Server>> servers;
+    for (int i = 0; i < 3; ++i) {
+        servers.push_back(newServer());
+        auto& server = *servers.back();
+        EXPECT_TRUE(until([&] { return server.numbers.size() > 2 * kReplay; }, server, *client));
+    }
+    stop = true;
+    sender.join();
+    for (const auto& server : servers) {
+        const auto& numbers = server->numbers;
+        ASSERT_TRUE(until([&] { return numbers.back() == last - 1; }, *server, *client));
+        for (std::uint32_t i = 0; i < kReplay; ++i) {
+            ASSERT_EQ(numbers[i], i);
+        }
+        for (std::size_t i = kReplay; i < numbers.size(); ++i) {
+            ASSERT_EQ(numbers[i], numbers[kReplay] + i - kReplay);
+        }
+    }
+}
+
+TEST_F(Net, KeepsOrderBetweenFramesForOneAndForAll) {
+    connect();
+    const std::vector<std::uint32_t> expected = {0, 1, 2, 3, 4, 5};
+    for (const std::uint32_t number : expected) {
+        // Large enough to be cut by the chunks, the pieces of a call and the socket's buffer.
+        const std::uint32_t size = 12 + number * 1'500'000;
+        EXPECT_TRUE(
+            number % 2 == 0 ? sendNumber(*client_, number, size)
+                            : sendNumber(*client_->newest, number, size));
+    }
+    ASSERT_TRUE(until([&] { return server_->numbers.size() == 6; }, *server_, *client_));
+    EXPECT_EQ(server_->numbers, expected);
+    const auto in = server_->counters();
+    const auto out = client_->counters();
+    EXPECT_EQ(in.eventsIn, 6U);
+    EXPECT_EQ(out.eventsOut, 6U);
+    EXPECT_EQ(in.bytesIn, 72U + 15 * 1'500'000);
+    EXPECT_EQ(out.bytesOut, in.bytesIn);
+    EXPECT_EQ(out.connections[0].bytesWaiting, 0U);
+}
+
+TEST_F(Net, ServesConnectionsInTurn) {
+    const auto server = newServer();
+    const std::vector<std::unique_ptr<Client>> clients = [&] {
+        std::vector<std::unique_ptr<Client>> made;
+        made.push_back(newClient());
+        made.push_back(newClient());
+        return made;
+    }();
+    ASSERT_TRUE(
+        until([&] { return server->connections() == 2; }, *server, *clients[0], *clients[1]));
+    for (std::uint32_t i = 0; i < 100; ++i) {
+        sendNumber(*clients[0], 0);
+    }
+    sendNumber(*clients[1], 1);
+    int count = 0;
+    ASSERT_TRUE(until(
+        [&] { return server->communicatorsAvail(count) && count == 2; }, *clients[0], *clients[1]));
+    server->poll();
+    const auto other = std::find(server->numbers.begin(), server->numbers.end(), 1U);
+    EXPECT_LE(other - server->numbers.begin(), 1);
+}
+
+struct Hostile {
+    const char* name;
+    std::string bytes;
+    int sockets = 1;
+    bool drip = false; // byte by byte
+    bool staysOpen = false;
+};
+
+class HostilePeer : public Net, public testing::WithParamInterface<Hostile> {};
+
+TEST_P(HostilePeer, DoesNotDisturbAGoodOne) {
+    const Hostile& hostile = GetParam();
+    connect();
+    std::vector<RawSocket> sockets;
+    for (int i = 0; i < hostile.sockets; ++i) {
+        sockets.emplace_back(server_->port());
+        ASSERT_TRUE(sockets.back().isConnected());
+        server_->poll();
+    }
+    std::uint32_t number = 0;
+    std::size_t dripped = 0;
+    const auto exchange = [&] {
+        sendNumber(*client_, number++);
+        return until(
+            [&] {
+                return std::count(server_->numbers.begin(), server_->numbers.end(), number - 1) > 0;
+            },
+            *server_, *client_);
+    };
+    for (RawSocket& socket : sockets) {
+        socket.send(hostile.drip ? std::string() : hostile.bytes);
+    }
+    while (hostile.drip && dripped < hostile.bytes.size()) {
+        sockets[0].send(hostile.bytes.substr(dripped++, 1));
+        ASSERT_TRUE(exchange());
+    }
+    ASSERT_TRUE(exchange());
+    if (!hostile.staysOpen) {
+        ASSERT_TRUE(until(
+            [&] {
+                return std::all_of(sockets.begin(), sockets.end(), [](RawSocket& socket) {
+                    return socket.isClosed();
+                });
+            },
+            *server_, *client_));
+    }
+    ASSERT_TRUE(exchange());
+    EXPECT_EQ(client_->lost, 0);
+    EXPECT_EQ(client_->counters().connected, 1U);
+}
+
+std::string words(std::initializer_list<std::uint32_t> values) {
+    std::string bytes;
+    for (const std::uint32_t value : values) {
+        bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+    }
+    return bytes;
+}
+
+std::string flood(std::size_t count) {
+    std::string bytes = greeting();
+    for (std::size_t i = 0; i < count; ++i) {
+        bytes += words({8, 0, 0xFFFFFFFF});
+    }
+    return bytes;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Net, HostilePeer,
+    testing::Values(
+        Hostile{"Garbage", std::string(5000, '\xA5')},
+        Hostile{"WebBrowser", "GET / HTTP/1.1\r\n\r\n"},
+        Hostile{"HalfAGreeting", greeting().substr(0, 11), 1, false, true},
+        Hostile{"OtherVersion", greeting(3)}, Hostile{"LengthZero", greeting() + words({0, 0})},
+        Hostile{"LengthTooShortForAHeader", greeting() + words({3, 0})},
+        Hostile{"LengthAboveTheLimit", greeting() + words({(64U << 20U) - 3, 0})},
+        Hostile{"AbsurdLength", greeting() + words({0xFFFFFFFF, 0})},
+        Hostile{"LargeFrameThatNeverComes", greeting() + words({64U << 19U, 0}), 1, false, true},
+        Hostile{"SlowDrip", greeting() + words({8, 0, 0xFFFFFFFF}), 1, true, true},
+        Hostile{"Flood", flood(20000), 1, false, true},
+        Hostile{"ManySilentConnections", "", 500, false, true},
+        Hostile{"ManyGreetedConnections", greeting(), 400, false, true}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(Net, TurnsAwayASilentPeerInTime) {
+    const auto server = newServer(0, false);
+    RawSocket silent(server->port());
+    silent.send("ORV");
+    ASSERT_TRUE(until([&] { return silent.isClosed(); }, *server));
+    EXPECT_TRUE(server->hasLine("has not shown who it is in time"));
+}
+
+TEST_F(Net, DropsAPeerThatDoesNotReadAndNoOther) {
+    constexpr std::size_t kLimit = 4U << 20U;
+    connect();
+    server_->setLagLimit(kLimit);
+    RawSocket lazy(server_->port());
+    lazy.send(greeting());
+    ASSERT_TRUE(until([&] { return server_->connections() == 2; }, *server_, *client_));
+    constexpr std::uint32_t kCount = 40000;
+    for (std::uint32_t i = 0; i < kCount; ++i) {
+        ASSERT_TRUE(sendNumber(*server_, i, 1000));
+        if (i % 100 == 0) {
+            server_->poll();
+            client_->poll();
+            ASSERT_LE(server_->counters().bytesKept, 3 * kLimit);
+        }
+    }
+    ASSERT_TRUE(until([&] { return client_->numbers.size() == kCount; }, *server_, *client_));
+    for (std::uint32_t i = 0; i < kCount; ++i) {
+        ASSERT_EQ(client_->numbers[i], i);
+    }
+    EXPECT_EQ(server_->lost, 1);
+    ASSERT_EQ(server_->counters().lastDrops.size(), 1U);
+    EXPECT_NE(server_->counters().lastDrops[0].reason.find("too slowly"), std::string::npos);
+}
+
+TEST_F(Net, KeepsMemoryBoundedWhileNobodyPolls) {
+    connect();
+    client_->setLagLimit(1U << 20U);
+    for (std::uint32_t i = 0; i < 100'000; ++i) {
+        sendNumber(*client_, i, 1000);
+    }
+    EXPECT_LE(client_->counters().bytesKept, 8U << 20U);
+    client_->setSearchInterval(0.05);
+    ASSERT_TRUE(until([&] { return client_->counters().connected == 2; }, *server_, *client_))
+        << "it may come back";
+}
+
+TEST_F(Net, ClosesPromptlyWhateverPeersDo) {
+    connect();
+    RawSocket lazy(server_->port());
+    lazy.send(greeting());
+    ASSERT_TRUE(until([&] { return server_->connections() == 2; }, *server_, *client_));
+    for (std::uint32_t i = 0; i < 20000; ++i) {
+        sendNumber(*server_, i, 1000);
+    }
+    auto start = Clock::now();
+    server_->close();
+    EXPECT_LT(Clock::now() - start, 2s); // 0.2 s, and what a busy machine adds
+    EXPECT_FALSE(sendNumber(*server_, 0));
+
+    // A listener whose queue is full answers no more.
+    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ::bind(listener, reinterpret_cast<sockaddr*>(&address), size);
+    ::listen(listener, 0);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    const RawSocket filler(ntohs(address.sin_port));
+    const auto client = newClient();
+    for (const char* host : {"127.0.0.1", "127.0.0.2", "127.0.0.3"}) {
+        client->connectToServer(host, ntohs(address.sin_port));
+    }
+    client->poll();
+    start = Clock::now();
+    client->close();
+    EXPECT_LT(Clock::now() - start, 2s);
+    ::close(listener);
+}
+
+TEST_F(Net, LetsWhatIsQueuedLeaveAtClosing) {
+    connect();
+    for (std::uint32_t i = 0; i < 1000; ++i) {
+        sendNumber(*client_, i, 100);
+    }
+    sendNumber(*server_, 1); // unread input must not cut off what is sent
+    server_->poll();
+    std::thread closing([&] { client_->close(); });
+    EXPECT_TRUE(until([&] { return server_->lost == 1; }, *server_));
+    closing.join();
+    EXPECT_EQ(server_->numbers.size(), 1000U);
+}
+
+TEST_F(Net, BreaksAWaitBeforeAndDuring) {
+    const auto server = newServer(0, false);
+    server->breakWait();
+    EXPECT_FALSE(server->waitForCommunicators());
+    Communicator* communicator = nullptr;
+    server->breakWait();
+    EXPECT_FALSE(server->receiveCommunicator(communicator));
+    std::atomic<int> ended = 0;
+    std::thread waiting([&] {
+        EXPECT_FALSE(server->waitForCommunicators());
+        ++ended;
+    });
+    server->breakWait();
+    waiting.join();
+    EXPECT_EQ(ended, 1);
+}
+
+TEST_F(Net, RefusesAConnectionThatTheApplicationDoesNotWant) {
+    const auto server = newServer();
+    server->onAdd = [](Communicator*) { return false; };
+    const auto client = newClient();
+    ASSERT_TRUE(until([&] { return client->lost == 1; }, *server, *client));
+    EXPECT_EQ(server->connections(), 0U);
+}
+
+/// Only the thread that delivers sees connections and frames, while others send and work the loop.
+TEST_F(Net, DeliversOnTheHostsThreadWhenDeferred) {
+    constexpr std::uint32_t kCount = 3000;
+    auto client = std::make_unique<Client>();
+    client->setDiagnostic({}); // it would come on either thread
+    client->multicast().setPort(port_);
+    client->setDeferred(true);
+    client->setSearchInterval(0.05);
+    ASSERT_TRUE(client->open());
+    client->onAdd = [](Communicator* communicator) { return sendNumber(*communicator, 0); };
+    std::thread loop([&] { EXPECT_FALSE(client->waitForCommunicators()); });
+    const auto echo = [](Communicator* communicator, std::span<const std::byte> frame) {
+        communicator->sendFrame(frame.data(), frame.size());
+    };
+    const auto deliver = [&] { client->deliver([&](Communicator* c) { client->take(c); }); };
+    auto server = newServer();
+    server->onFrame = echo;
+    ASSERT_TRUE(until(
+        [&] {
+            deliver();
+            return client->connections() == 1;
+        },
+        *server));
+    for (std::uint32_t i = 1; i < kCount; ++i) {
+        sendNumber(*client, i);
+    }
+    ASSERT_TRUE(until(
+        [&] {
+            deliver();
+            return client->numbers.size() == kCount;
+        },
+        *server));
+    std::vector<std::uint32_t> expected(kCount);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(client->numbers, expected);
+    // Removed while the loop thread may be using it, then found again.
+    ASSERT_TRUE(client->removeCommunicator(client->newest));
+    delete client->newest;
+    ASSERT_TRUE(until(
+        [&] {
+            deliver();
+            return client->counters().connected == 2;
+        },
+        *server));
+    server = nullptr;
+    ASSERT_TRUE(until([&] {
+        deliver();
+        return client->lost == 1;
+    }));
+    client->breakWait();
+    loop.join();
+}
+
+} // namespace
