@@ -3,6 +3,7 @@
 // the kinds and the types of events in this order.
 #include <Orvel/BackendFactory.h>
 #include <Orvel/BackendType.h>
+#include <Orvel/ClientBackend.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/CreateEmitterEvent.h>
 #include <Orvel/EmitterConnectionEvent.h>
@@ -23,6 +24,7 @@ namespace Orvel {
 
 BackendFactory BackendFactory::_the;
 
+BackendType ClientBackend::_type("client", &ClientBackend::createMethod);
 BackendType LogBackend::_type("log", &LogBackend::createMethod);
 BackendType PlayBackend::_type("play", &PlayBackend::createMethod);
 BackendType SilentBackend::_type("silent", &SilentBackend::createMethod);

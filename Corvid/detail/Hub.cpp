@@ -16,6 +16,8 @@ using Severity = MultiCommunicator::Severity;
 constexpr auto kTimeToGreet = 5s;
 constexpr auto kTimeToLeave = 200ms; // what is queued at closing
 constexpr int kServedPerTurn = 256;  // events between two looks at the sockets
+constexpr auto kQuickWake = 200us;
+constexpr auto kNap = 1ms;
 constexpr int kMostDelivered = 1 << 16;
 constexpr std::size_t kMostInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
@@ -340,6 +342,8 @@ void Hub::read(const Pointer& connection) {
             return;
         }
     }
+    inputSeen_ = true;
+    napped_ = false;
     // While it is Reading, its buffer is the loop thread's.
     const std::size_t before = connection->inputCapacity();
     const Connection::Status status = connection->read();
@@ -439,13 +443,25 @@ void Hub::resumeAndForget() {
 void Hub::turn(bool block) {
     role_->turn();
     resumeAndForget();
-    if (loop_->stream.takeWork()) {
+    const bool work = loop_->stream.takeWork();
+    if (work) {
         flush();
     }
     served_ = 0;
-    if (block && (deferred_ || ready_.empty()) && !break_ && loop_->stream.beginSleep()) {
-        loop_->io.run_one();
-        loop_->stream.endSleep();
+    if (block && (deferred_ || ready_.empty()) && !break_) {
+        if (work && (napped_ || (!inputSeen_ && Clock::now() - sleptAt_ < kQuickWake))) {
+            // Somebody sends event after event, and on a busy machine each might cost a wake-up and
+            // a change of threads. Left alone for a moment, the sender finishes its batch; input
+            // ends the nap at once.
+            napped_ = true;
+            loop_->io.run_one_for(kNap);
+        } else if (loop_->stream.beginSleep()) {
+            napped_ = false;
+            inputSeen_ = false;
+            sleptAt_ = Clock::now();
+            loop_->io.run_one();
+            loop_->stream.endSleep();
+        }
     }
     loop_->io.poll();
 }

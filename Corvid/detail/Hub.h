@@ -103,8 +103,11 @@ private:
     std::atomic<bool> open_ = false;
     std::atomic<bool> break_ = false;
     bool opened_ = false;
-    bool deferred_ = false; // not changed once open
-    int served_ = 0;        // since the system was last asked
+    bool deferred_ = false;  // not changed once open
+    int served_ = 0;         // since the system was last asked
+    bool napped_ = false;    // waited last without letting senders wake it
+    bool inputSeen_ = false; // since the last sleep
+    std::chrono::steady_clock::time_point sleptAt_;
     int refusalsTold_ = 0;
     std::chrono::steady_clock::time_point refusalsSince_;
     std::deque<Pointer> ungreeted_; // the oldest first
