@@ -99,8 +99,7 @@ inline std::uint16_t bindToFreePort(const Socket& socket) {
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     auto* plain = reinterpret_cast<sockaddr*>(&address);
-    if (::bind(socket.get(), plain, size) != 0 ||
-        ::getsockname(socket.get(), plain, &size) != 0) {
+    if (::bind(socket.get(), plain, size) != 0 || ::getsockname(socket.get(), plain, &size) != 0) {
         fail("no free port on loopback");
     }
     return ntohs(address.sin_port);
@@ -273,8 +272,7 @@ public:
     }
     void setEmitterTransform(Orvel::Emitter& emitter) override {
         World::setEmitterTransform(emitter);
-        applied_.store(
-            applied_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        applied_.store(applied_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     }
     [[nodiscard]] long applied() const { return applied_.load(std::memory_order_relaxed); }
 
