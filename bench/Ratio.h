@@ -36,7 +36,11 @@ struct Unit {
     double scale;
 };
 constexpr Unit kNanoseconds{"ns", 1e9};
+constexpr Unit kMicroseconds{"us", 1e6};
+constexpr Unit kMilliseconds{"ms", 1e3};
 constexpr Unit kBytes{"B", 1.0};
+constexpr Unit kMebibytes{"MiB", 1.0 / (1U << 20U)};
+constexpr Unit kTimes{"", 1.0};
 
 inline double median(std::vector<double> values) {
     const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
@@ -140,6 +144,17 @@ public:
         } else if (aim.of == Aim::Of::Difference) {
             row.aim = "diff. <= " + number(aim.limit, unit.name, 0);
             row.verdict = verdict(values.difference * unit.scale <= aim.limit);
+        }
+        rows_.push_back(std::move(row));
+    }
+
+    /// A figure that stands alone; the limit is in its unit. A negative one is no aim.
+    void figure(const std::string& name, double value, Unit unit, double limit = -1.0) {
+        const double shown = value * unit.scale;
+        Row row{name, number(shown, unit.name, 2), "-", "-", "-", "-", "-"};
+        if (limit >= 0.0) {
+            row.aim = "figure <= " + number(limit, unit.name, 0);
+            row.verdict = verdict(shown <= limit);
         }
         rows_.push_back(std::move(row));
     }

@@ -140,8 +140,7 @@ Connection::Status Connection::write() {
             return Status::Blocked;
         }
     }
-    loop_->stream.addWork();
-    return Status::Done;
+    return Status::More;
 }
 
 void Connection::end(const std::string& reason) {

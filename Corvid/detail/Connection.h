@@ -25,7 +25,7 @@ namespace Corvid::detail {
 /// operations under way; the socket closes with the last of them.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
-    enum class Status { Done, Blocked, Failed };
+    enum class Status { Done, More, Blocked, Failed };
 
     /// Takes a connected socket. `target`: the name under which a server was asked for, if it was.
     Connection(
@@ -41,7 +41,7 @@ public:
     Status read();
     /// Whether the last read() took all that was there.
     [[nodiscard]] bool isDry() const { return isDry_; }
-    /// Sends what waits; Done if all is sent or there may be more next time.
+    /// Sends what waits; More if there is more but it is another connection's turn.
     Status write();
 
     /// Ends the connection; the first reason counts. Synchronised.

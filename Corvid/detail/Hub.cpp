@@ -16,8 +16,7 @@ using Severity = MultiCommunicator::Severity;
 constexpr auto kTimeToGreet = 5s;
 constexpr auto kTimeToLeave = 200ms; // what is queued at closing
 constexpr int kServedPerTurn = 256;  // events between two looks at the sockets
-constexpr auto kQuickWake = 200us;
-constexpr auto kNap = 1ms;
+constexpr auto kNap = 200us;
 constexpr int kMostDelivered = 1 << 16;
 constexpr std::size_t kMostInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
@@ -37,7 +36,7 @@ std::string nameOf(const Connection& connection) {
 
 Hub::Hub(MultiCommunicator& owner, int protocolVersion)
     : owner_(owner), version_(static_cast<std::uint16_t>(protocolVersion)),
-      instance_(randomNumber()), loop_(std::make_shared<Loop>()) {}
+      instance_(randomNumber()), loop_(std::make_shared<Loop>()), napTimer_(loop_->io) {}
 
 Hub::~Hub() {
     try {
@@ -177,6 +176,7 @@ void Hub::readGreeting(const Pointer& connection) {
         refuse(connection, connection->endReason());
         return;
     case Connection::Status::Done:
+    case Connection::Status::More:
         break;
     }
     if (connection->peer().version != version_) {
@@ -345,8 +345,6 @@ void Hub::read(const Pointer& connection) {
             return;
         }
     }
-    inputSeen_ = true;
-    napped_ = false;
     // While it is Reading, its buffer is the loop thread's.
     const std::size_t before = connection->inputCapacity();
     const Connection::Status status = connection->read();
@@ -388,6 +386,10 @@ void Hub::waitToWrite(const Pointer& connection) {
 void Hub::write(const Pointer& connection) {
     switch (connection->write()) {
     case Connection::Status::Done:
+        break;
+    case Connection::Status::More:
+        moreToWrite_ = true;
+        loop_->stream.addWork();
         break;
     case Connection::Status::Blocked:
         waitToWrite(connection);
@@ -446,22 +448,17 @@ void Hub::resumeAndForget() {
 void Hub::turn(bool block, End end) {
     role_->turn();
     resumeAndForget();
+    moreToWrite_ = false;
     const bool work = loop_->stream.takeWork();
     if (work) {
         flush();
     }
+    const bool inBatch = (loop_->takeWoken() || std::exchange(napped_, false)) && work;
     served_ = 0;
     if (block && (deferred_ || ready_.empty()) && !break_) {
-        if (work && (napped_ || (!inputSeen_ && Clock::now() - sleptAt_ < kQuickWake))) {
-            // Somebody sends event after event, and on a busy machine each might cost a wake-up and
-            // a change of threads. Left alone for a moment, the sender finishes its batch; input
-            // ends the nap at once.
-            napped_ = true;
-            loop_->io.run_one_for(kNap);
+        if (inBatch && !moreToWrite_) {
+            nap();
         } else if (loop_->stream.beginSleep()) {
-            napped_ = false;
-            inputSeen_ = false;
-            sleptAt_ = Clock::now();
             if (end) {
                 loop_->io.run_one_until(*end);
             } else {
@@ -471,6 +468,17 @@ void Hub::turn(bool block, End end) {
         }
     }
     loop_->io.poll();
+}
+
+/// Waits a moment without asking to be woken for what is to be sent; input ends it at once. Whoever
+/// has woken this thread is probably making a batch of events. It should not have to wake it again
+/// for the next of them, at the cost of a change of threads where both share a processor, nor meet
+/// this thread at the mutex while it fetches them one by one.
+void Hub::nap() {
+    napTimer_.expires_after(kNap);
+    napTimer_.async_wait([this](const boost::system::error_code& error) { napped_ = !error; });
+    loop_->io.run_one();
+    napTimer_.cancel();
 }
 
 /// A connection that was handed out is put where its next frame, or its end, will be seen.

@@ -4,6 +4,8 @@
 #include <Corvid/detail/Connection.h>
 #include <Corvid/detail/Loop.h>
 
+#include <boost/asio/steady_timer.hpp>
+
 #include <atomic>
 #include <chrono>
 #include <deque>
@@ -79,6 +81,7 @@ private:
     using Pointer = std::shared_ptr<Connection>;
 
     void turn(bool block, End end = std::nullopt);
+    void nap();
     void flush();
     void write(const Pointer& connection);
     void waitToRead(const Pointer& connection);
@@ -106,11 +109,11 @@ private:
     std::atomic<bool> open_ = false;
     std::atomic<bool> break_ = false;
     bool opened_ = false;
-    bool deferred_ = false;  // not changed once open
-    int served_ = 0;         // since the system was last asked
-    bool napped_ = false;    // waited last without letting senders wake it
-    bool inputSeen_ = false; // since the last sleep
-    std::chrono::steady_clock::time_point sleptAt_;
+    bool deferred_ = false; // not changed once open
+    int served_ = 0;        // since the system was last asked
+    bool moreToWrite_ = false;
+    bool napped_ = false; // a nap has just ended undisturbed
+    boost::asio::steady_timer napTimer_;
     int refusalsTold_ = 0;
     std::chrono::steady_clock::time_point refusalsSince_;
     std::deque<Pointer> ungreeted_; // the oldest first

@@ -31,6 +31,7 @@ void Loop::listen() {
             if (error) {
                 return;
             }
+            woken_ = true;
             std::uint64_t count = 0;
             [[maybe_unused]] const auto size =
                 ::read(wakeUp_.native_handle(), &count, sizeof count);

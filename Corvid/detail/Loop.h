@@ -5,6 +5,8 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 
+#include <utility>
+
 namespace Corvid::detail {
 
 /// What connections share and keep alive: the queue of events, what waits to be sent, and the
@@ -19,11 +21,15 @@ public:
 
     /// Ends the current wait or the next.
     void wake();
+    /// Whether a wake-up has arrived since the last call; for whoever is inside the queue.
+    bool takeWoken() { return std::exchange(woken_, false); }
     /// Lets go of the wake-up, so that nothing holds this object any more.
     void stop();
 
 private:
     void listen();
+
+    bool woken_ = false;
 
     boost::asio::posix::stream_descriptor wakeUp_;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_;
