@@ -81,8 +81,6 @@ const std::string kEnd = "INFO: exit ClientBackend::receiveThread\n";
 
 class ClientBackends : public testing::Test {
 protected:
-    static void SetUpTestSuite() { stayOnLoopback(); }
-
     static ClientBackend& addClient(World& world, const std::string& more = "deferred=yes") {
         const std::string params = "port=" + std::to_string(testPort()) + ' ' + more;
         auto* client = dynamic_cast<ClientBackend*>(world.addBackend("client", params.c_str()));

@@ -94,16 +94,9 @@ std::unique_ptr<CommandEvent> plain(int command, int id) {
     return make<CommandEvent>(command, id, nullptr);
 }
 
-class Servers : public testing::Test {
-protected:
-    static void SetUpTestSuite() { stayOnLoopback(); }
-};
-
-using ServerNetwork = Servers;
-
 } // namespace
 
-TEST_F(Servers, ApplyEachCommandOrRefuseIt) {
+TEST(Server, ApplyEachCommandOrRefuseIt) {
     struct Row {
         const char* what;
         std::unique_ptr<CommandEvent> event;
@@ -188,7 +181,7 @@ TEST_F(Servers, ApplyEachCommandOrRefuseIt) {
     EXPECT_FALSE(TestServer().dispatchEvent(nullptr));
 }
 
-TEST_F(Servers, TakeEachValueOfAnEventToItsPlace) {
+TEST(Server, TakeEachValueOfAnEventToItsPlace) {
     TestServer server;
     server.createSource(-2);
     const auto apply = [&server](std::unique_ptr<CommandEvent> event) {
@@ -224,7 +217,7 @@ TEST_F(Servers, TakeEachValueOfAnEventToItsPlace) {
     EXPECT_FALSE(server.enabled());
 }
 
-TEST_F(Servers, MakeAnIdOfAnyText) {
+TEST(Server, MakeAnIdOfAnyText) {
     const struct {
         const char* text;
         short id;
@@ -243,7 +236,7 @@ TEST_F(Servers, MakeAnIdOfAnyText) {
     }
 }
 
-TEST_F(Servers, NameStoredDataAfterTheSource) {
+TEST(Server, NameStoredDataAfterTheSource) {
     const TemporaryFolder folder;
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path(folder.path());
@@ -278,7 +271,7 @@ TEST_F(Servers, NameStoredDataAfterTheSource) {
     std::filesystem::current_path(before);
 }
 
-TEST_F(ServerNetwork, CountsForeignEventsAndDropsOnlyBadClients) {
+TEST(ServerNetwork, CountsForeignEventsAndDropsOnlyBadClients) {
     TestServer server;
     PlainClient good(server);
     PlainClient bad(server);
@@ -310,7 +303,7 @@ TEST_F(ServerNetwork, CountsForeignEventsAndDropsOnlyBadClients) {
     EXPECT_EQ(server.multiServer().counters().connections.size(), 1U);
 }
 
-TEST_F(ServerNetwork, LetsADerivedClassTakeEventsOver) {
+TEST(ServerNetwork, LetsADerivedClassTakeEventsOver) {
     TestServer server;
     PlainClient client(server);
     std::vector<std::string> seen;
@@ -337,7 +330,7 @@ TEST_F(ServerNetwork, LetsADerivedClassTakeEventsOver) {
     EXPECT_EQ(seen.front().substr(0, 16), "SourceDataEvent ");
 }
 
-TEST_F(ServerNetwork, ReceivesOnItsThreadUntilStopped) {
+TEST(ServerNetwork, ReceivesOnItsThreadUntilStopped) {
     TestServer server;
     std::atomic<int> events = 0;
     server.onEvent = [&events](Corvid::Event&, Corvid::Communicator&) {
