@@ -29,7 +29,9 @@ std::string printed() {
 
 TEST(BackendFactory, MakesAKindByItsNameOrReportsIt) {
     const BackendType noFunction("No function", nullptr);
-    EXPECT_EQ(printed(), "TypeList: \nNo function\nan early kind\nlog\nopenal\nplay\nsilent\n");
+    EXPECT_EQ(
+        printed(), "TypeList: \nNo function\nan early kind\nclient\nlog\nopenal\nplay\n"
+                   "silent\n");
     TidyWorld world;
     const struct {
         std::string name;

@@ -1,0 +1,39 @@
+// Any bytes as the beginning of a connection: they arrive in pieces, and whoever could still become
+// a greeting with each piece must be one at its end, and be written again as it came.
+#include <Corvid/detail/wire.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    using Corvid::detail::Greeting;
+    std::array<std::byte, Greeting::kSize> bytes{};
+    const std::size_t used = std::min(size, bytes.size());
+    if (used != 0) {
+        std::memcpy(bytes.data(), data, used);
+    }
+    bool possible = true;
+    for (std::size_t i = 0; i <= used; ++i) {
+        const bool now = Greeting::canBegin(std::span(bytes).first(i));
+        if (now && !possible) {
+            std::abort(); // more bytes cannot mend a wrong beginning
+        }
+        possible = now;
+    }
+    if (used < bytes.size()) {
+        return 0;
+    }
+    const auto greeting = Greeting::decode(bytes);
+    if (greeting.has_value() != possible) {
+        std::abort();
+    }
+    if (greeting) {
+        auto again = greeting->encode();
+        std::copy_n(bytes.begin() + 10, 2, again.begin() + 10); // the flags are not looked at
+        if (again != bytes) {
+            std::abort();
+        }
+    }
+    return 0;
+}
