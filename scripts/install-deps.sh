@@ -8,11 +8,12 @@ build=(
     libopenal-dev libalut-dev libcurl4-openssl-dev libboost-dev
     libcli11-dev nlohmann-json3-dev libsndfile1-dev
     alsa-utils # the recorded voices of the demo
+    python3    # the demo's comparison of levels
 )
 checks=(
     ccache clang clang-format clang-tidy libclang-rt-14-dev
     libgtest-dev libbenchmark-dev
-    binutils librsvg2-bin python3 python3-jsonschema
+    binutils iproute2 librsvg2-bin python3-jsonschema
 )
 
 packages=("${build[@]}")

@@ -14,6 +14,7 @@ namespace {
 
 const char* descriptionOf(const std::string& kind) {
     static const std::map<std::string, const char*> descriptions{
+        {"client", "drives sound servers on other machines (orvel serve)"},
         {"default", "the kind \"openal\""},
         {"log", "writes each change of the scene to standard error"},
         {"loopback", "renders into the program; what \"orvel render\" uses"},
@@ -25,39 +26,28 @@ const char* descriptionOf(const std::string& kind) {
     return found == descriptions.end() ? "" : found->second;
 }
 
-/// Sorted, with "default", which the library takes for another kind's name.
-std::vector<std::string> allKinds() {
-    std::vector<std::string> kinds = Orvel::BackendFactory::names();
-    kinds.emplace_back("default");
-    std::sort(kinds.begin(), kinds.end());
-    kinds.erase(std::unique(kinds.begin(), kinds.end()), kinds.end());
-    return kinds;
-}
-
 } // namespace
 
 void registerKinds() {
     Orvel::OALLoopbackBackend::registerType();
 }
 
-bool isKind(const std::string& name) {
-    const auto kinds = allKinds();
-    return std::find(kinds.begin(), kinds.end(), name) != kinds.end();
+std::vector<std::string> kinds() {
+    std::vector<std::string> names = Orvel::BackendFactory::names();
+    names.emplace_back("default"); // which the library takes for another kind's name
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
 }
 
-std::string playableKinds() {
-    std::string text;
-    for (const std::string& kind : allKinds()) {
-        if (kind != "loopback") {
-            text += (text.empty() ? "" : ", ") + kind;
-        }
-    }
-    return text;
+bool isKind(const std::string& name) {
+    const auto names = kinds();
+    return std::find(names.begin(), names.end(), name) != names.end();
 }
 
 std::string describeKinds() {
     std::ostringstream text;
-    for (const std::string& kind : allKinds()) {
+    for (const std::string& kind : kinds()) {
         constexpr std::size_t kColumn = 10;
         const std::string description = descriptionOf(kind);
         text << kind;

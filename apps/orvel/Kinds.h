@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace OrvelTool {
 
@@ -10,8 +11,8 @@ void registerKinds();
 /// Whether a back end of that kind can be added to a world.
 bool isKind(const std::string& name);
 
-/// The kinds for `orvel play`, separated by commas.
-std::string playableKinds();
+/// The kinds, sorted.
+std::vector<std::string> kinds();
 
 /// All kinds, one per line with a description.
 std::string describeKinds();

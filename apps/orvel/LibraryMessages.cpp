@@ -1,8 +1,13 @@
 #include "LibraryMessages.h"
 
+#include "Command.h"
+
+#include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
+#include <initializer_list>
 #include <iostream>
+#include <mutex>
 #include <unistd.h>
 #include <utility>
 
@@ -16,6 +21,13 @@ constexpr std::string_view kCannotFetch = "Cannot fetch ";
 constexpr std::string_view kAlError = "OpenAL state machine error: ";
 constexpr std::string_view kAlutError = "AOLError: ";
 constexpr std::string_view kFormat = "Unkown sound format: ";
+constexpr std::string_view kLostClient = "Orvel::Server lost client";
+constexpr std::string_view kLostServer = "ClientBackend: Lost server";
+constexpr std::string_view kNoDataSent = "ClientBackend::setSourceData() not implemented";
+constexpr std::string_view kNoSuchSource = "Got invalid Event: SourceDurationEvent/";
+constexpr std::string_view kInvalid = "Got invalid Event: ";
+constexpr std::string_view kUnknown = "Unkown command ID: ";
+constexpr std::string_view kForeign = "Orvel::Server got Corvid::Event";
 
 std::string_view trim(std::string_view text) {
     while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
@@ -46,27 +58,66 @@ LibraryMessages::~LibraryMessages() {
 }
 
 void LibraryMessages::setSubject(std::string subject) {
+    const std::scoped_lock lock(Orvel::Log::the());
     subject_ = std::move(subject);
 }
 
 std::vector<std::string> LibraryMessages::take() {
+    const std::scoped_lock lock(Orvel::Log::the());
     std::vector<std::string> texts;
     for (Message& message : messages_) {
-        if (told_.insert(message.text).second) {
+        if (told_.size() < kMostMessages && told_.insert(message.text).second) {
             lost_ += message.lost ? 1 : 0;
             texts.push_back(std::move(message.text));
+            if (told_.size() == kMostMessages) {
+                texts.emplace_back("further messages are not shown; --verbose shows all");
+            }
         }
     }
     messages_.clear();
     return texts;
 }
 
+bool LibraryMessages::tell() {
+    const auto texts = take();
+    for (const std::string& text : texts) {
+        complain(text);
+    }
+    return !texts.empty();
+}
+
+bool LibraryMessages::pending() const {
+    const std::scoped_lock lock(Orvel::Log::the());
+    return !messages_.empty();
+}
+
 void LibraryMessages::drop() {
+    const std::scoped_lock lock(Orvel::Log::the());
     messages_.clear();
 }
 
 void LibraryMessages::add(bool lost, const std::string& text, bool wantsReason) {
-    messages_.push_back({subject_.empty() ? text : subject_ + ": " + text, lost, wantsReason});
+    if (messages_.size() < kMostMessages) {
+        const bool ours = !subject_.empty() && std::this_thread::get_id() == thread_;
+        messages_.push_back({ours ? subject_ + ": " + text : text, lost, wantsReason});
+    }
+}
+
+bool LibraryMessages::onNetwork(const std::string& line) {
+    const auto isOne = [&](std::initializer_list<std::string_view> beginnings) {
+        return std::any_of(beginnings.begin(), beginnings.end(), [&](std::string_view beginning) {
+            return line.starts_with(beginning);
+        });
+    };
+    if (isOne({kLostClient, kLostServer}) ||   // comings and goings are told elsewhere
+        isOne({kNoDataSent, kNoSuchSource})) { // servers have sources of their own
+        return true;
+    }
+    if (isOne({kInvalid, kUnknown, kForeign})) {
+        add(false, "a peer sent what makes no sense here: " + line);
+        return true;
+    }
+    return false;
 }
 
 void LibraryMessages::onLog(Orvel::Log::Level level, std::string_view text) {
@@ -88,6 +139,9 @@ void LibraryMessages::onLog(Orvel::Log::Level level, std::string_view text) {
     } else if (level == Level::Warning) {
         add(false, line);
     } else if (level == Level::Fatal) {
+        if (onNetwork(line)) {
+            return;
+        }
         if (line.starts_with(kAlError)) {
             // It follows the line that says what failed.
             const std::string reason = "OpenAL: " + line.substr(kAlError.size());
@@ -107,7 +161,9 @@ void LibraryMessages::onLog(Orvel::Log::Level level, std::string_view text) {
         } else {
             add(true, line);
         }
-    } else if (level == Level::Notice && !messages_.empty() && messages_.back().wantsReason) {
+    } else if (
+        level == Level::Notice && !messages_.empty() && messages_.back().wantsReason &&
+        std::this_thread::get_id() == thread_) {
         // Most reasons name the URL again.
         const bool whole = line.starts_with(kCannotFetch);
         std::string& message = messages_.back().text;
@@ -120,6 +176,7 @@ void LibraryMessages::onLog(Orvel::Log::Level level, std::string_view text) {
 }
 
 void LibraryMessages::onLine(const std::string& line) {
+    const std::scoped_lock lock(Orvel::Log::the());
     if (line.starts_with(kAlutError)) {
         unreadable_ = true;
         add(true, "cannot play \"" + loading_ + "\": " + line.substr(kAlutError.size()));

@@ -7,6 +7,7 @@
 #include <streambuf>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace OrvelTool {
@@ -15,9 +16,11 @@ namespace OrvelTool {
 /// lives, and makes of it messages that a user of the tool understands. Lines of the kind "log" go
 /// on to standard error; with `verbose` everything does, as it comes.
 ///
-/// One at a time. Confined to one thread, on which the library reports as well.
+/// One at a time. Confined to one thread; the library may report on others as well.
 class LibraryMessages {
 public:
+    static constexpr std::size_t kMostMessages = 1000;
+
     explicit LibraryMessages(bool verbose);
     LibraryMessages(const LibraryMessages&) = delete;
     LibraryMessages& operator=(const LibraryMessages&) = delete;
@@ -26,10 +29,13 @@ public:
     /// What the library is busy with, such as "source 3", from now on; it stands before messages.
     void setSubject(std::string subject);
 
-    /// The messages since the last call, each text once in this object's life.
+    /// The messages since the last call, each text once in this object's life, and no more than
+    /// kMostMessages: strangers on the network cause some of them.
     std::vector<std::string> take();
+    /// Writes them to standard error. False if there are none.
+    bool tell();
     /// Whether take() would look at any.
-    [[nodiscard]] bool pending() const noexcept { return !messages_.empty(); }
+    [[nodiscard]] bool pending() const;
     /// Forgets the messages since the last take().
     void drop();
 
@@ -57,11 +63,15 @@ private:
     };
 
     void onLog(Orvel::Log::Level level, std::string_view text);
+    /// Takes what the network reports. False if it is something else.
+    bool onNetwork(const std::string& line);
     void onLine(const std::string& line);
     void add(bool lost, const std::string& text, bool wantsReason = false);
 
     bool verbose_;
-    std::string subject_;
+    const std::thread::id thread_ = std::this_thread::get_id();
+    // Guarded by the log's lock, as all from here on.
+    std::string subject_;     // of what thread_ reports
     std::string loading_;     // the URL that the library has last begun to load
     bool unreadable_ = false; // that it cannot be read has been told
     std::vector<Message> messages_;

@@ -1,17 +1,13 @@
 #include "PlayCommand.h"
 
-#include "Kinds.h"
 #include "LibraryMessages.h"
+#include "RemoteServers.h"
 #include "ScenePlayer.h"
 #include "StopSignals.h"
-
-#include <Config/ParamLine.h>
-#include <Orvel/OALBackend.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <optional>
 #include <thread>
 
 namespace OrvelTool {
@@ -21,53 +17,50 @@ namespace {
 /// A device plays what it was given a moment later; a scene is over when that is heard.
 constexpr double kDeviceDelay = 0.1;
 
-bool opensDevice(const std::string& kind) {
-    return kind == "default" || kind == "openal";
-}
-
 } // namespace
 
 PlayCommand::PlayCommand(CLI::App& parent) {
     declare(parent, "play", "Play a scene in real time, until it ends or Ctrl-C is pressed");
     declareScene();
+    backends_.declare(
+        app(), "What plays it, with the parameters of that kind; may be given several times "
+               "(default: \"default\", this machine's sound device; \"orvel kinds\" lists the "
+               "kinds)");
     app()
         .add_option(
-            "--backend", backends_,
-            "What plays it, with the parameters of that kind; may be given several times (default: "
-            "\"default\", this machine's sound device; \"orvel kinds\" lists the kinds)")
-        ->type_name("KIND[:PARAMS]")
+            "--server", servers_,
+            "With the kind \"client\": a server that multicast does not find; may be given several "
+            "times")
+        ->type_name("HOST:PORT")
         ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(CLI::Validator(checkHostAndPort, "", "server"));
+    network_.declareInterface(app());
     declareSeconds("How long to play, in seconds (default: until the scene ends)");
     app().add_flag("--loop", loop_, "Begin again when the scene ends");
     app().footer("Parameters are key=value, separated by blanks, such as\n"
                  "  orvel play scene.json --backend 'openal:labels=\"front, back\"'\n"
-                 "Without a sound device, hear a scene through a file: orvel render SCENE OUT.wav");
+                 "Without a sound device, hear a scene through a file: orvel render SCENE OUT.wav\n"
+                 "On other machines: orvel serve --scene SCENE there, and --backend client here.");
 }
 
-bool PlayCommand::choose(std::vector<Choice>& choices) const {
-    for (const std::string& text : backends_) {
-        const auto colon = std::min(text.find(':'), text.size());
-        Choice choice{text.substr(0, colon), text.substr(std::min(colon + 1, text.size()))};
-        if (choice.kind == "loopback") {
-            complain(
-                "--backend " + text + ": \"loopback\" plays into files only: orvel render " +
-                scenePath_ + " OUT.wav");
-            return false;
+bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
+    if (!backends_.read(
+            choices, {{"loopback", "\"loopback\" plays into files only: orvel render " +
+                                       scenePath_ + " OUT.wav"}})) {
+        return false;
+    }
+    bool remote = false;
+    for (BackendOption::Choice& choice : choices) {
+        if (choice.kind == "client") {
+            // The tool changes its world on one thread only, so servers are served on it as well.
+            choice.params += " deferred=yes";
+            remote = true;
         }
-        if (!isKind(choice.kind)) {
-            complain(
-                "--backend " + text + ": unknown kind \"" + choice.kind +
-                "\"; expected one of: " + playableKinds());
-            return false;
-        }
-        try {
-            Config::ParamLine().setParamLine(choice.params.c_str());
-        } catch (const Config::ParamLine::Exception& fault) {
-            complain("--backend " + text + ": in the parameters: " + fault.what());
-            return false;
-        }
-        choices.push_back(std::move(choice));
+    }
+    if (!remote && (!servers_.empty() || network_.interfacesGiven())) {
+        complain("--server and --interface are for servers on the network; add --backend client");
+        return false;
     }
     if (choices.empty()) {
         choices.push_back({"default", ""});
@@ -75,39 +68,8 @@ bool PlayCommand::choose(std::vector<Choice>& choices) const {
     return true;
 }
 
-bool PlayCommand::addBackends(
-    Stage& stage, LibraryMessages& messages, const std::vector<Choice>& choices) {
-    bool heard = false;
-    bool deviceMissing = false;
-    for (const Choice& choice : choices) {
-        Orvel::Backend* backend = nullptr;
-        {
-            std::optional<HiddenStandardError> hidden;
-            if (opensDevice(choice.kind) && !verbose_) {
-                hidden.emplace();
-            }
-            backend = stage.addBackend(choice.kind.c_str(), choice.params.c_str());
-        }
-        const auto* openAl = dynamic_cast<const Orvel::OALBackend*>(backend);
-        if (openAl != nullptr && !openAl->working()) {
-            // One message of ours, below, instead of the library's and the driver's.
-            messages.drop();
-            deviceMissing = true;
-        } else {
-            stage.tell();
-            heard = heard || backend != nullptr;
-        }
-    }
-    if (deviceMissing) {
-        complain(
-            "no sound device could be opened; to hear the scene through a file: orvel render " +
-            scenePath_ + " OUT.wav");
-    }
-    return heard;
-}
-
 int PlayCommand::run() {
-    std::vector<Choice> choices;
+    std::vector<BackendOption::Choice> choices;
     if (!choose(choices)) {
         return kWrongUse;
     }
@@ -115,9 +77,13 @@ int PlayCommand::run() {
     if (loaded == nullptr) {
         return kFailure;
     }
+    network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
     Stage stage(loaded->scene, messages);
-    if (!addBackends(stage, messages, choices)) {
+    if (!addBackends(
+            stage, messages, choices,
+            "to hear the scene through a file: orvel render " + scenePath_ + " OUT.wav",
+            verbose_)) {
         return kFailure;
     }
     play(*loaded, stage);
@@ -128,6 +94,7 @@ void PlayCommand::play(const LoadedScene& loaded, Stage& stage) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     ScenePlayer player(loaded.scene, loaded.sounds, stage);
+    RemoteServers servers(stage, servers_);
     // Fetching may take long; until there is something to end in order, Ctrl-C just ends all.
     player.start();
     const StopSignals signals;
@@ -150,7 +117,11 @@ void PlayCommand::play(const LoadedScene& loaded, Stage& stage) {
         }
         player.advance(now);
         stage.update();
+        servers.look();
         stage.tell();
+        if (stage.takeNewDurations()) {
+            end = player.end() + kDeviceDelay;
+        }
         const double tick = (std::floor(now / ScenePlayer::kTick) + 1.0) * ScenePlayer::kTick;
         const double next = std::min({tick, player.nextChange(now), end});
         const auto wake = begin + std::chrono::duration_cast<Clock::duration>(Seconds(next));

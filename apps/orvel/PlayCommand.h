@@ -1,7 +1,9 @@
 #pragma once
 
+#include "BackendOption.h"
 #include "Command.h"
 #include "LoadedScene.h"
+#include "NetworkOptions.h"
 #include "Stage.h"
 
 #include <string>
@@ -9,25 +11,21 @@
 
 namespace OrvelTool {
 
-/// `orvel play`: plays a scene in real time through any number of back ends.
+/// `orvel play`: plays a scene in real time through any number of back ends, those of other
+/// machines included.
 class PlayCommand : public Command {
 public:
     explicit PlayCommand(CLI::App& parent);
     int run() override;
 
 private:
-    struct Choice {
-        std::string kind;
-        std::string params;
-    };
-
     /// Reads the back ends of the command line; writes what is wrong. False for wrong use.
-    bool choose(std::vector<Choice>& choices) const;
-    /// False, after a message, if nothing would play.
-    bool addBackends(Stage& stage, LibraryMessages& messages, const std::vector<Choice>& choices);
+    bool choose(std::vector<BackendOption::Choice>& choices) const;
     void play(const LoadedScene& loaded, Stage& stage);
 
-    std::vector<std::string> backends_;
+    BackendOption backends_;
+    NetworkOptions network_;
+    std::vector<std::string> servers_;
     bool loop_ = false;
 };
 

@@ -1,16 +1,15 @@
 #include "ScenePlayer.h"
 
 #include "SceneLength.h"
+#include "SceneSources.h"
 
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 
 #include <algorithm>
 #include <initializer_list>
-#include <iostream>
 #include <iterator>
 #include <limits>
-#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -19,39 +18,6 @@ namespace OrvelTool {
 namespace {
 
 using State = Orvel::WorldPart::State;
-
-/// Keeps the line that Source::setData writes from the tool's user, and nothing else that is
-/// written to the standard error stream meanwhile.
-class QuietSetData {
-public:
-    QuietSetData() : shown_(std::cerr.rdbuf(hidden_.rdbuf())) {}
-    QuietSetData(const QuietSetData&) = delete;
-    QuietSetData& operator=(const QuietSetData&) = delete;
-    ~QuietSetData() {
-        std::cerr.rdbuf(shown_);
-        for (std::string line; std::getline(hidden_, line);) {
-            if (line != "Source::setData call") {
-                std::cerr << line << '\n';
-            }
-        }
-    }
-
-private:
-    std::stringstream hidden_;
-    std::streambuf* shown_;
-};
-
-void giveFrom(const SoundBank& sounds, Orvel::Source& source, const Sound& sound) {
-    if (const auto* url = std::get_if<SoundUrl>(&sound)) {
-        source.setDataFromURL(url->text);
-    } else if (const Samples* samples = sounds.find(sound)) {
-        const QuietSetData quiet;
-        source.setData(
-            samples->rate, 16, samples->channels,
-            reinterpret_cast<const unsigned char*>(samples->values.data()),
-            static_cast<unsigned>(samples->values.size() * sizeof(std::int16_t)));
-    }
-}
 
 /// Connects to another source, with which a playing emitter begins at once. Its state is set anew
 /// while it is connected to nothing, because it would spread to what else plays either source.
@@ -112,7 +78,7 @@ bool follow(std::optional<Ramp<Value>>& ramp, double seconds, Value& value) {
 
 ScenePlayer::ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world)
     : ScenePlayer(scene, sounds, world, [&sounds](Orvel::Source& source, const Sound& sound) {
-          giveFrom(sounds, source, sound);
+          giveSound(sounds, source, sound);
       }) {}
 
 ScenePlayer::ScenePlayer(
@@ -131,7 +97,7 @@ void ScenePlayer::start() {
     }
     setListener(scene_.listenerPosition, scene_.listenerRotation);
     for (const SourceSpec& source : scene_.sources) {
-        createSource(source);
+        createSource(world_, source, give_);
     }
     for (const EmitterSpec& emitter : scene_.emitters) {
         createEmitter(emitter);
@@ -196,14 +162,6 @@ double ScenePlayer::end() const {
     return scene_.duration ? *scene_.duration : playingEnd(scene_, sounds_, world_);
 }
 
-void ScenePlayer::createSource(const SourceSpec& spec) {
-    Orvel::Source* source = world_.createSource(spec.id);
-    if (source != nullptr) {
-        give_(*source, spec.sound);
-        source->setParam(spec.loop, spec.pitch);
-    }
-}
-
 void ScenePlayer::createEmitter(const EmitterSpec& spec) {
     Orvel::Emitter* emitter = world_.createEmitter(spec.labels, spec.id);
     if (emitter == nullptr) {
@@ -222,15 +180,6 @@ void ScenePlayer::createEmitter(const EmitterSpec& spec) {
     }
 }
 
-void ScenePlayer::destroySource(Orvel::Source& source) {
-    pitches_.erase(source.id());
-    // Before the source goes: a back end cannot drop a sound that something still holds.
-    while (!source.connectedEmitters().empty()) {
-        source.connectedEmitters().begin()->second->setSource(nullptr);
-    }
-    delete &source;
-}
-
 void ScenePlayer::destroyEmitter(Orvel::Emitter& emitter) {
     emitters_.erase(emitter.id());
     delete &emitter;
@@ -246,7 +195,7 @@ void ScenePlayer::apply(const Change& change) {
         break;
     case Change::Target::Source:
         if (change.newSource) {
-            createSource(*change.newSource);
+            createSource(world_, *change.newSource, give_);
         }
         if (Orvel::Source* source = world_.getSource(change.id)) {
             applyToSource(change, *source);
@@ -286,6 +235,7 @@ void ScenePlayer::applyToListener(const Change& change) {
 
 void ScenePlayer::applyToSource(const Change& change, Orvel::Source& source) {
     if (change.destroy) {
+        pitches_.erase(source.id());
         destroySource(source);
         return;
     }

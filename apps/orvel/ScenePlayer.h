@@ -2,12 +2,12 @@
 
 #include "Ramp.h"
 #include "Scene.h"
+#include "SceneSources.h"
 #include "SoundBank.h"
 
 #include <Orvel/World.h>
 
 #include <cstddef>
-#include <functional>
 #include <map>
 #include <optional>
 
@@ -22,9 +22,6 @@ class ScenePlayer {
 public:
     /// How often, in seconds, advance() wants to be called while something moves.
     static constexpr double kTick = 0.01;
-
-    /// Gives a source its sound.
-    using GiveSound = std::function<void(Orvel::Source& source, const Sound& sound)>;
 
     ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world);
     /// For a world in which the sounds do not matter, or are given in another way. Calls `give`
@@ -75,9 +72,7 @@ private:
     template <class Visit>
     void visitRamps(Visit visit) const;
 
-    void createSource(const SourceSpec& spec);
     void createEmitter(const EmitterSpec& spec);
-    void destroySource(Orvel::Source& source);
     void destroyEmitter(Orvel::Emitter& emitter);
     void apply(const Change& change);
     void applyToWorld(const Change& change);

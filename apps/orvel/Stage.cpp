@@ -1,10 +1,11 @@
 #include "Stage.h"
 
-#include "Command.h"
+#include "HiddenLine.h"
 
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 
+#include <iostream>
 #include <utility>
 
 namespace OrvelTool {
@@ -27,7 +28,8 @@ private:
 
 } // namespace
 
-Stage::Stage(const Scene& scene, LibraryMessages& messages)
+template <class Base>
+StageOn<Base>::StageOn(const Scene& scene, LibraryMessages& messages)
     : path_(scene.path), messages_(messages) {
     for (const SourceSpec& source : scene.sources) {
         sounds_[source.id] = source.soundWhere;
@@ -40,41 +42,53 @@ Stage::Stage(const Scene& scene, LibraryMessages& messages)
     }
 }
 
-Stage::~Stage() {
-    clearWorld();
-    deleteAllBackends();
+template <class Base>
+StageOn<Base>::~StageOn() {
+    const HiddenLine quiet(std::cout, "INFO: exit ClientBackend::receiveThread");
+    this->clearWorld();
+    this->deleteAllBackends();
 }
 
-std::string Stage::subject(const Orvel::Source& source) const {
+template <class Base>
+std::string StageOn<Base>::part(const char* kind, int id) const {
+    return (path_.empty() ? "" : path_ + ": ") + kind + " " + std::to_string(id);
+}
+
+template <class Base>
+std::string StageOn<Base>::subject(const Orvel::Source& source) const {
     const auto found = sounds_.find(source.id());
     if (found == sounds_.end() || found->second.line == 0) {
-        return path_ + ": source " + std::to_string(source.id());
+        return part("source", source.id());
     }
     const Where& where = found->second;
     return path_ + ":" + std::to_string(where.line) + ": " + where.field;
 }
 
-void Stage::createSource(Orvel::Source& source) {
+template <class Base>
+void StageOn<Base>::createSource(Orvel::Source& source) {
     const Subject subject(messages_, this->subject(source));
-    World::createSource(source);
+    Base::createSource(source);
 }
 
-void Stage::setSourceData(Orvel::Source& source) {
+template <class Base>
+void StageOn<Base>::setSourceData(Orvel::Source& source) {
     const Subject subject(messages_, this->subject(source));
-    World::setSourceData(source);
+    Base::setSourceData(source);
 }
 
-void Stage::createEmitter(Orvel::Emitter& emitter) {
-    const Subject subject(messages_, path_ + ": emitter " + std::to_string(emitter.id()));
-    World::createEmitter(emitter);
+template <class Base>
+void StageOn<Base>::setSourceDuration(Orvel::Source& source) {
+    newDurations_ = true;
+    Base::setSourceDuration(source);
 }
 
-bool Stage::tell() {
-    const auto texts = messages_.take();
-    for (const std::string& text : texts) {
-        complain(text);
-    }
-    return !texts.empty();
+template <class Base>
+void StageOn<Base>::createEmitter(Orvel::Emitter& emitter) {
+    const Subject subject(messages_, part("emitter", emitter.id()));
+    Base::createEmitter(emitter);
 }
+
+template class StageOn<Orvel::World>;
+template class StageOn<Orvel::Server>;
 
 } // namespace OrvelTool

@@ -6,6 +6,8 @@
 #include "PlayCommand.h"
 #include "PlotCommand.h"
 #include "RenderCommand.h"
+#include "ServeCommand.h"
+#include "ServersCommand.h"
 
 #include <Orvel/Version.h>
 
@@ -45,9 +47,10 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer("\"orvel COMMAND --help\" tells more. "
                "Exit codes: 0 all went well, 1 failure, 2 wrong use.");
-    const std::array<std::unique_ptr<Command>, 5> commands{
+    const std::array<std::unique_ptr<Command>, 7> commands{
         std::make_unique<RenderCommand>(app), std::make_unique<PlayCommand>(app),
-        std::make_unique<PlotCommand>(app), std::make_unique<CheckCommand>(app),
+        std::make_unique<ServeCommand>(app),  std::make_unique<ServersCommand>(app),
+        std::make_unique<PlotCommand>(app),   std::make_unique<CheckCommand>(app),
         std::make_unique<KindsCommand>(app)};
     try {
         app.parse(argc, argv);

@@ -7,82 +7,25 @@ import json
 import math
 import os
 import re
-import shutil
 import signal
 import subprocess
 import sys
-import tempfile
 import threading
 import time
 import unittest
 import wave
 import xml.etree.ElementTree as ElementTree
 
-TOOL, COMPLETION, SCENES = (os.path.abspath(path) for path in sys.argv[1:4])
-DEADLINE = 30
+from tool_case import DEADLINE, LEFT, TOOL, ToolCase, changed, levels
 
-LEFT = {
-    "orvel": 1,
-    "sources": [{"id": 1, "tone": {"hertz": 441, "seconds": 1.0, "amplitude": 0.5}}],
-    "emitters": [{"id": 11, "source": 1, "position": [-2, 0, 0], "state": "play",
-                  "hull": {"minBack": 2, "minFront": 2}}],
-}
-
-
-def changed(scene, **keys):
-    return {**json.loads(json.dumps(scene)), **keys}
-
-
-def levels(path):
-    """Peak and RMS of both channels of a 16-bit file, in dB."""
-    with wave.open(path) as file:
-        samples = array.array("h", file.readframes(file.getnframes()))
-    return [rms_dB(samples[channel::2]) for channel in (0, 1)]
-
-
-def rms_dB(samples):
-    mean = sum(s * s for s in samples) / max(1, len(samples)) / 32768.0 ** 2
-    return 10 * math.log10(mean) if mean > 0 else -math.inf
-
-
-class ToolCase(unittest.TestCase):
-    def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="orvel-")
-        self.addCleanup(shutil.rmtree, self.folder)
-
-    def scene(self, content, name="scene.json"):
-        with open(os.path.join(self.folder, name), "w", encoding="utf-8") as file:
-            json.dump(content, file)
-        return name
-
-    def path(self, name):
-        return os.path.join(self.folder, name)
-
-    def start(self, *arguments, env=None, **more):
-        return subprocess.Popen([TOOL, *arguments], cwd=self.folder, text=True,
-                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, env={**os.environ, **(env or {})}, **more)
-
-    def finish(self, process, code):
-        out, err = process.communicate(timeout=DEADLINE)
-        self.assertEqual(process.returncode, code, f"{process.args}\n{out}\n{err}")
-        return out, err
-
-    def run_tool(self, *arguments, code=0, env=None):
-        return self.finish(self.start(*arguments, env=env), code)
-
-    def wait_for(self, condition, what):
-        deadline = time.monotonic() + DEADLINE
-        while not condition():
-            self.assertLess(time.monotonic(), deadline, what)
-            time.sleep(0.005)  # between two looks
+COMPLETION, SCENES = (os.path.abspath(path) for path in sys.argv[2:4])
 
 
 class Messages(ToolCase):
     def test_wrong_use_is_told_once_with_code_2(self):
         scene = self.scene(LEFT)
         for arguments, expected in [
-            ([], "no command; expected one of: render, play, plot, check, kinds"),
+            ([], "expected one of: render, play, serve, servers, plot, check, kinds"),
             (["sing"], 'unknown command "sing"'),
             (["render", scene], "OUT.wav is required"),
             (["render", scene, "o.wav", "--rate", "7999"], "expected 8000 to 192000 Hz"),
@@ -94,9 +37,17 @@ class Messages(ToolCase):
             (["render", scene, "o.wav", "more"], "more"),
             (["kinds", "--loud"], "--loud"),
             (["play", scene, "--backend", "tuba"],
-             'unknown kind "tuba"; expected one of: default, log, openal, play, silent'),
+             'unknown kind "tuba"; expected one of: client, default, log, openal, play, silent'),
             (["play", scene, "--backend", "loopback"], "orvel render scene.json OUT.wav"),
             (["play", scene, "--backend", 'log:labels="a'], "column 8"),
+            (["play", scene, "--server", "a:1"], "add --backend client"),
+            (["play", scene, "--server", "a:65536"], "expected HOST:PORT"),
+            (["play", scene, "--server", "::1:5"], "expected HOST:PORT"),
+            (["serve", "--backend", "loopback"], "--render OUT.wav"),
+            (["serve", "--backend", "client"], "drive itself"),
+            (["serve", "--group", "192.0.2.1"], "expected an address from 224.0.0.0"),
+            (["servers", "--ttl", "256"], "expected 0 to 255"),
+            (["servers", "--interface", "lo"], "expected the IPv4 address"),
         ]:
             with self.subTest(arguments):
                 out, err = self.run_tool(*arguments, code=2)
@@ -140,7 +91,8 @@ class Messages(ToolCase):
         self.assertIn("cannot write to standard output", process.stderr)
 
     def test_help_and_version_are_everywhere(self):
-        for command in [[], ["render"], ["play"], ["plot"], ["check"], ["kinds"]]:
+        for command in [[], ["render"], ["play"], ["serve"], ["servers"], ["plot"], ["check"],
+                        ["kinds"]]:
             self.assertIn("Usage: orvel", self.run_tool(*command, "--help")[0])
             self.assertRegex(self.run_tool(*command, "--version")[0], r"^orvel \d+\.\d+\.\d+\n$")
 
@@ -368,18 +320,21 @@ class Completion(ToolCase):
         open(self.path("o.wav"), "w", encoding="utf-8").close()
         for line, expected in [
             ("orvel pl", {"play", "plot"}),
+            ("orvel serve --scene o", {"other.json"}),
             ("orvel render ", {"scene.json", "other.json", "sub"}),
             ("orvel render --rate 48000 sc", {"scene.json"}),
             ("orvel render scene.json ", {"o.wav", "sub"}),
             ("orvel plot scene.json --levels ", {"o.wav", "sub"}),
             ("orvel render --format ", {"s16", "f32"}),
-            ("orvel play scene.json --backend ", {"default", "log", "openal", "play", "silent"}),
+            ("orvel play scene.json --backend ",
+             {"client", "default", "log", "openal", "play", "silent"}),
+            ("orvel serve --backend ", {"default", "log", "openal", "play", "silent"}),
         ]:
             with self.subTest(line):
                 self.assertEqual(self.complete(line), expected)
 
     def test_it_knows_every_option(self):
-        for command in ("render", "play", "plot", "check", "kinds"):
+        for command in ("render", "play", "serve", "servers", "plot", "check", "kinds"):
             shown = set(re.findall(r"^ .*?(--[a-z]+)", self.run_tool(command, "--help")[0], re.M))
             self.assertEqual(self.complete(f"orvel {command} -"), shown)
 

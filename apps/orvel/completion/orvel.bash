@@ -15,16 +15,34 @@ _orvel() {
     local cur=${COMP_WORDS[COMP_CWORD]}
     local prev=${COMP_WORDS[COMP_CWORD - 1]}
     local common="--help --version --verbose"
+    local search="--group --port --ttl --interface"
     local command=${COMP_WORDS[1]}
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        _orvel_words "render play plot check kinds --help --version"
+        _orvel_words "render play serve servers plot check kinds --help --version"
         return
     fi
     case $prev in
     --backend)
-        _orvel_words "$("${COMP_WORDS[0]}" kinds 2>/dev/null |
-            while read -r kind _; do [[ $kind != loopback ]] && echo "$kind"; done)"
+        _orvel_words "$("${COMP_WORDS[0]}" kinds 2>/dev/null | while read -r kind _; do
+            [[ $kind == loopback || $command:$kind == serve:client ]] || echo "$kind"
+        done)"
+        return
+        ;;
+    --interface)
+        _orvel_words "$(ip -4 -oneline address 2>/dev/null | sed 's|.* inet \([0-9.]*\).*|\1|')"
+        return
+        ;;
+    --server)
+        COMPREPLY=($(compgen -A hostname -S : -- "$cur"))
+        return
+        ;;
+    --scene)
+        _orvel_files .json
+        return
+        ;;
+    --render)
+        _orvel_files .wav
         return
         ;;
     --format)
@@ -43,14 +61,16 @@ _orvel() {
         _orvel_files .wav
         return
         ;;
-    --seconds)
+    --seconds | --group | --port | --ttl | --id)
         return
         ;;
     esac
     if [[ $cur == -* ]]; then
         case $command in
         render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
-        play) _orvel_words "--backend --seconds --loop $common" ;;
+        play) _orvel_words "--backend --server --interface --seconds --loop $common" ;;
+        serve) _orvel_words "--scene --backend --render --seconds --id $search $common" ;;
+        servers) _orvel_words "--seconds --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check | kinds) _orvel_words "$common" ;;
         esac
@@ -60,7 +80,9 @@ _orvel() {
     local i arguments=0
     for ((i = 2; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-        --backend | --format | --rate | --plot | --levels | --seconds) ((i++)) ;;
+        --backend | --server | --interface | --format | --rate | --plot | --levels | --seconds)
+            ((i++))
+            ;;
         -*) ;;
         *) ((arguments++)) ;;
         esac

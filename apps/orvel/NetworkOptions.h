@@ -1,0 +1,42 @@
+#pragma once
+
+#include <Corvid/Multicast.h>
+
+#include <CLI/App.hpp>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace OrvelTool {
+
+/// The options that say where servers and clients look for each other. Wrong values are refused
+/// while the command line is parsed.
+class NetworkOptions {
+public:
+    /// --group, --port, --ttl and --interface.
+    void declare(CLI::App& app);
+    /// --interface alone.
+    void declareInterface(CLI::App& app);
+
+    [[nodiscard]] bool interfacesGiven() const noexcept { return !interfaces_.empty(); }
+
+    /// Restricts this process to the interfaces, and tells which of them this machine does not
+    /// have. Before anything is opened.
+    void restrictInterfaces() const;
+    /// Sets group, port and TTL where they were given.
+    void apply(Corvid::Multicast& multicast) const;
+
+private:
+    std::string group_;
+    unsigned port_ = Corvid::Multicast::kDefaultPort;
+    int ttl_ = Corvid::Multicast::kDefaultTtl;
+    std::vector<std::string> interfaces_;
+};
+
+/// Accepts "HOST:PORT" while a command line is parsed; else the result says what was expected.
+std::string checkHostAndPort(const std::string& text);
+/// The two halves of such a text.
+std::pair<std::string, std::uint16_t> hostAndPort(const std::string& text);
+
+} // namespace OrvelTool

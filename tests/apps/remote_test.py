@@ -1,0 +1,139 @@
+"""Servers and players of the tool as processes that meet on the loopback interface:
+remote_test.py TOOL COMPARE [unittest arguments]."""
+
+import json
+import os
+import signal
+import socket
+import subprocess
+import sys
+import time
+import unittest
+
+from tool_case import DEADLINE, LEFT, ToolCase, changed, left_samples, levels
+
+COMPARE = os.path.abspath(sys.argv[2])
+
+LOOPED = changed(LEFT, sources=[{**LEFT["sources"][0], "loop": True}], duration=1000)
+MOVING = changed(
+    LEFT, duration=2.2, sources=[{"id": 1, "tone": {"hertz": 441, "seconds": 2}}],
+    timeline=[{"at": 0.8, "emitter": 11, "position": [2, 0, 0], "over": 0.3},
+              {"at": 1.5, "emitter": 11, "gain": 0.3}])
+
+
+def free_port():
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return str(probe.getsockname()[1])
+
+
+class Remote(ToolCase):
+    def setUp(self):
+        super().setUp()
+        self.port = free_port()
+        self.here = ["--interface", "127.0.0.1"]
+
+    def serve(self, log, *arguments, env=None):
+        server = self.background(log, "serve", "--port", self.port, *self.here, *arguments, env=env)
+        self.wait_for_text(log, "orvel: serving")
+        return server
+
+    def play(self, log, scene, *arguments):
+        return self.background(log, "play", scene, "--backend", "client:port=" + self.port,
+                               *self.here, *arguments)
+
+    def end(self, process, log, number=signal.SIGTERM):
+        begin = time.monotonic()
+        process.send_signal(number)
+        self.assertEqual(process.wait(DEADLINE), 0, self.read(log))
+        self.assertLess(time.monotonic() - begin, 1.5)
+
+    def test_the_server_hears_what_a_rendering_holds(self):
+        scene = self.scene(MOVING)
+        self.run_tool("render", scene, "local.wav")
+        server = self.serve("serve.log", "--scene", scene, "--render", "remote.wav")
+        player = self.play("play.log", scene)
+        self.assertEqual(player.wait(DEADLINE), 0)
+        self.wait_for_text("serve.log", "is gone")
+        self.end(server, "serve.log")
+        compared = subprocess.run(
+            [sys.executable, COMPARE, self.path("local.wav"), self.path("remote.wav")],
+            capture_output=True, text=True, timeout=DEADLINE, check=False)
+        self.assertEqual(compared.returncode, 0, compared.stdout + compared.stderr)
+        # Nothing is told but this; the table of levels follows.
+        self.assertRegex(self.read("play.log"),
+                         r"^orvel: server 127\.0\.0\.1:\d+ is connected\n$")
+        self.assertRegex(self.read("serve.log"),
+                         r"^orvel: serving.*\norvel: client \S+ is connected\n"
+                         r"orvel: client \S+ is gone: .*\n  second   left peak")
+
+    def test_servers_come_late_vanish_and_come_back(self):
+        scene = self.scene(LOOPED)
+        player = self.play("play.log", scene)
+        self.wait_for_text("play.log", "no server has been found yet")
+        first = self.serve("first.log", "--scene", scene, "--backend", "silent", "--id", "7")
+        self.wait_for_text("play.log", ", id 7, is connected", within=1)
+        listed = json.loads(self.run_tool("servers", "--json", "--port", self.port, *self.here,
+                                          "--seconds", "0.3")[0])["servers"]
+        self.assertEqual([(s["id"], s["address"]) for s in listed], [(7, "127.0.0.1")])
+        self.assertIn(f"port {listed[0]['port']};", self.read("first.log"))
+        self.assertLess(listed[0]["roundTripMs"], 300)
+        first.kill()
+        self.wait_for_text("play.log", "is gone", within=2)
+        # The next one is told the whole scene; and what a player that dies has made goes with it.
+        second = self.serve("second.log", "--scene", scene, "--render", "o.wav")
+        self.wait_for_text("play.log", "is connected", 2, within=1)
+        time.sleep(0.5)  # of sound
+        player.kill()
+        self.wait_for_text("second.log", "is gone", within=2)
+        time.sleep(0.3)  # of silence
+        self.end(second, "second.log", signal.SIGINT)
+        left, right = levels(self.path("o.wav"))
+        self.assertGreater(left, right + 20)
+        loud = [i for i, s in enumerate(left_samples(self.path("o.wav"))) if abs(s) > 100]
+        self.assertGreater((loud[-1] - loud[0]) / 44100, 0.4)
+        self.assertGreater(len(left_samples(self.path("o.wav"))) - loud[-1], 0.2 * 44100)
+
+    def test_sources_are_there_again_for_each_round_and_each_player(self):
+        scene = self.scene(changed(LEFT, duration=0.3, sources=[
+            {"id": 1, "tone": {"seconds": 0.2}}, {"id": 5, "tone": {"seconds": 0.2}}]))
+        bank = self.scene(changed(LEFT, sources=[{"id": 1, "tone": {"seconds": 0.2}}]), "bank.json")
+        server = self.serve("serve.log", "--scene", bank, "--render", "o.wav")
+        port = self.read("serve.log").split("TCP port ")[1].split(";")[0]
+        for count, arguments in [(1, ["--loop", "--seconds", "1"]), (2, [])]:
+            player = self.background("play.log", "play", scene, "--backend", "client", "--server",
+                                     "localhost:" + port, *self.here, *arguments)
+            self.assertEqual(player.wait(DEADLINE), 0, self.read("play.log"))
+            self.wait_for_text("serve.log", "is gone", count)
+        self.end(server, "serve.log")
+        samples = left_samples(self.path("o.wav"))
+        rounds = [i for i in range(2000, len(samples)) if samples[i] and not
+                  any(samples[i - 2000:i])]
+        self.assertEqual(len(rounds), 4, rounds)
+        # Only what the bank has not is told of, once.
+        self.assertEqual(self.read("serve.log").count("not here: 5;"), 1)
+        self.assertNotIn("invalid", self.read("serve.log"))
+
+    def test_systemd_is_told(self):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(self.path("notify"))
+            manager.settimeout(DEADLINE)
+            server = self.serve("serve.log", "--backend", "silent", env={
+                "NOTIFY_SOCKET": self.path("notify"), "WATCHDOG_USEC": "1000"})
+            self.assertEqual([manager.recv(100) for _ in range(3)],
+                             [b"READY=1", b"WATCHDOG=1", b"WATCHDOG=1"])
+            server.terminate()
+            while manager.recv(100) != b"STOPPING=1":
+                pass
+            self.assertEqual(server.wait(DEADLINE), 0)
+
+    def test_silence_is_explained(self):
+        for arguments in ([], ["--json"]):
+            out, err = self.run_tool("servers", "--port", self.port, *self.here, "--seconds", "0.1",
+                                     *arguments, code=1)
+            self.assertEqual(json.loads(out)["servers"] if out else [], [])
+            self.assertIn(f"UDP port {self.port}, TTL 1, on:\n  lo 127.0.0.1\n", err)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

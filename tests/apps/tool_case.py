@@ -1,0 +1,94 @@
+"""What the tests of the tool share; the first argument of the process is the tool."""
+
+import array
+import json
+import math
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import wave
+
+TOOL = os.path.abspath(sys.argv[1])
+DEADLINE = 30
+
+LEFT = {
+    "orvel": 1,
+    "sources": [{"id": 1, "tone": {"hertz": 441, "seconds": 1.0, "amplitude": 0.5}}],
+    "emitters": [{"id": 11, "source": 1, "position": [-2, 0, 0], "state": "play",
+                  "hull": {"minBack": 2, "minFront": 2}}],
+}
+
+
+def changed(scene, **keys):
+    return {**json.loads(json.dumps(scene)), **keys}
+
+
+def levels(path):
+    """Peak and RMS of both channels of a 16-bit file, in dB."""
+    with wave.open(path) as file:
+        samples = array.array("h", file.readframes(file.getnframes()))
+    return [rms_dB(samples[channel::2]) for channel in (0, 1)]
+
+
+def left_samples(path):
+    with wave.open(path) as file:
+        return array.array("h", file.readframes(file.getnframes()))[::2]
+
+
+def rms_dB(samples):
+    mean = sum(s * s for s in samples) / max(1, len(samples)) / 32768.0 ** 2
+    return 10 * math.log10(mean) if mean > 0 else -math.inf
+
+
+class ToolCase(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="orvel-")
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def scene(self, content, name="scene.json"):
+        with open(os.path.join(self.folder, name), "w", encoding="utf-8") as file:
+            json.dump(content, file)
+        return name
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def read(self, name):
+        with open(self.path(name), encoding="utf-8") as file:
+            return file.read()
+
+    def start(self, *arguments, env=None, **more):
+        return subprocess.Popen([TOOL, *arguments], cwd=self.folder, text=True,
+                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, env={**os.environ, **(env or {})}, **more)
+
+    def finish(self, process, code):
+        out, err = process.communicate(timeout=DEADLINE)
+        self.assertEqual(process.returncode, code, f"{process.args}\n{out}\n{err}")
+        return out, err
+
+    def background(self, log, *arguments, prefix=(), env=None):
+        """Starts the tool with its output in a file, and makes sure that it ends."""
+        with open(self.path(log), "w", encoding="utf-8") as file:
+            process = subprocess.Popen([*prefix, TOOL, *arguments], cwd=self.folder,
+                                       stdin=subprocess.DEVNULL, stdout=file, stderr=file,
+                                       env={**os.environ, **(env or {})})
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def wait_for_text(self, log, text, times=1, within=DEADLINE):
+        self.wait_for(lambda: self.read(log).count(text) >= times, f"{text} in {log}", within)
+
+    def run_tool(self, *arguments, code=0, env=None):
+        return self.finish(self.start(*arguments, env=env), code)
+
+    def wait_for(self, condition, what, within=DEADLINE):
+        deadline = time.monotonic() + within
+        while not condition():
+            self.assertLess(time.monotonic(), deadline, what)
+            time.sleep(0.005)  # between two looks
