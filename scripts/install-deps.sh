@@ -11,7 +11,7 @@ build=(
 )
 checks=(
     ccache clang clang-format clang-tidy libclang-rt-14-dev
-    libgtest-dev libbenchmark-dev
+    libgtest-dev libbenchmark-dev libzmq3-dev
     binutils librsvg2-bin python3 python3-jsonschema
 )
 
