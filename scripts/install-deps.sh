@@ -12,7 +12,7 @@ build=(
 )
 checks=(
     ccache clang clang-format clang-tidy libclang-rt-14-dev
-    libgtest-dev libbenchmark-dev
+    libgtest-dev libbenchmark-dev libzmq3-dev
     binutils iproute2 librsvg2-bin python3-jsonschema
 )
 
