@@ -34,7 +34,10 @@ public:
     [[nodiscard]] bool complete() const { return complete_; }
     void check() const {
         if (emitters().size() != static_cast<std::size_t>(lastId_) || applied() != lastId_) {
-            OrvelBench::fail("the server's scene is not that of the host");
+            OrvelBench::fail(
+                "the server has " + std::to_string(emitters().size()) + " emitters, " +
+                std::to_string(applied()) + " of which have moved, instead of " +
+                std::to_string(lastId_));
         }
     }
 
