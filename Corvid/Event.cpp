@@ -214,17 +214,16 @@ bool Event::take(void* to, std::size_t size) {
     return true;
 }
 
-bool Event::takeType(FieldType type) {
-    unsigned char found = 0;
-    if (take(&found, 1) && found != static_cast<unsigned char>(type)) {
-        readFailed_ = true;
-    }
-    return !readFailed_;
-}
-
 template <class Value>
 bool Event::getFixed(FieldType type, Value& value) {
-    return takeType(type) && take(&value, sizeof(Value));
+    constexpr std::size_t kBytes = 1 + sizeof(Value);
+    if (readFailed_ || input_.size() < kBytes || input_[0] != static_cast<std::byte>(type)) {
+        readFailed_ = true;
+        return false;
+    }
+    std::memcpy(&value, input_.data() + 1, sizeof(Value));
+    input_ = input_.subspan(kBytes);
+    return true;
 }
 
 bool Event::getField(std::string& value) {

@@ -120,7 +120,6 @@ private:
     bool getFixed(FieldType type, Value& value);
     template <class Length>
     void addBlock(FieldType type, const void* data, Length length);
-    bool takeType(FieldType type);
     bool take(void* to, std::size_t size);
 
     std::size_t encodeInto(std::vector<std::byte>& buffer);

@@ -300,10 +300,20 @@ struct HostScene {
         world.clearWorld();
     }
 
-    void waitForServers(std::size_t count) const {
-        waitUntil(
-            [&] { return client->multiClient().counters().connections.size() == count; },
-            "connection with the servers");
+    /// Until so many servers have been told the whole scene, which happens on another thread.
+    void waitForServers(std::size_t count) {
+        std::size_t events = 2 + 2 * world.sources().size();
+        for (const Orvel::Emitter* emitter : emitters) {
+            events += emitter->state() == Orvel::WorldPart::NONE ? 5 : 6;
+        }
+        const auto all = [&] {
+            const auto connections = client->multiClient().counters().connections;
+            return connections.size() == count &&
+                   std::all_of(connections.begin(), connections.end(), [&](const auto& one) {
+                       return one.eventsOut >= events;
+                   });
+        };
+        waitUntil(all, "connection with the servers");
     }
     [[nodiscard]] static Orvel::Vec3f position(unsigned pass) {
         return pass % 2 == 0 ? Orvel::Vec3f{1, 2, 3} : Orvel::Vec3f{-3, 2, -1};

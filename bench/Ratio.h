@@ -148,15 +148,16 @@ public:
         rows_.push_back(std::move(row));
     }
 
-    /// A figure that stands alone; the limit is in its unit. A negative one is no aim.
-    void figure(const std::string& name, double value, Unit unit, double limit = -1.0) {
-        const double shown = value * unit.scale;
-        Row row{name, number(shown, unit.name, 2), "-", "-", "-", "-", "-"};
-        if (limit >= 0.0) {
-            row.aim = "figure <= " + number(limit, unit.name, 0);
-            row.verdict = verdict(shown <= limit);
-        }
-        rows_.push_back(std::move(row));
+    /// A figure that stands alone; the limit is in its unit.
+    void figure(const std::string& name, double value, Unit unit, double limit) {
+        rows_.push_back({name, number(value * unit.scale, unit.name, 2), "-", "-", "-", "", ""});
+        this->limit(value, unit, limit);
+    }
+
+    /// Gives the last row, which has no aim, an aim for its figure, which was `value`.
+    void limit(double value, Unit unit, double limit) {
+        rows_.back().aim = "figure <= " + number(limit, unit.name, 0);
+        rows_.back().verdict = verdict(value * unit.scale <= limit);
     }
 
     /// Prints the table. The program's exit code: 0, as no time is fit to fail a build.

@@ -487,30 +487,29 @@ void Hub::finishCurrent() {
     if (!current_) {
         return;
     }
-    const Pointer connection = std::exchange(current_, nullptr);
+    Pointer connection = std::move(current_);
     if (connection->lossGiven) {
         return;
     }
     if (connection->next() != InputBuffer::Next::Part || connection->isEnded()) {
         connection->input = Connection::Input::Ready;
-        ready_.push_back(connection);
+        ready_.push_back(std::move(connection));
     } else {
         connection->input = Connection::Input::Reading;
-        resume_.push_back(connection);
+        resume_.push_back(std::move(connection));
     }
 }
 
-Hub::Pointer Hub::takeReady() {
+Connection* Hub::takeReady() {
     const auto lock = lockInput();
     if (ready_.empty()) {
         return nullptr;
     }
-    Pointer connection = std::move(ready_.front());
+    current_ = std::move(ready_.front()); // moved, as this happens for each frame
     ready_.pop_front();
-    connection->input = Connection::Input::Out;
-    connection->lossGiven = connection->next() != InputBuffer::Next::Frame;
-    current_ = connection;
-    return connection;
+    current_->input = Connection::Input::Out;
+    current_->lossGiven = current_->next() != InputBuffer::Next::Frame;
+    return current_.get();
 }
 
 bool Hub::wait(Communicator** communicator, End end) {
@@ -576,8 +575,8 @@ int Hub::deliver(const std::function<void(Communicator*)>& receive) {
     }
     int count = 0;
     while (count < kMostDelivered) {
-        const Pointer connection = takeReady();
-        if (!connection) {
+        const Connection* connection = takeReady();
+        if (connection == nullptr) {
             break;
         }
         receive(connection->communicator);

@@ -95,7 +95,7 @@ private:
     void noteLoss(Connection& connection);
     void resumeAndForget();
     void finishCurrent();
-    Pointer takeReady();
+    Connection* takeReady();
     bool forgetUngreeted(const Pointer& connection);
     [[nodiscard]] std::size_t connectionCount();
     void drain();

@@ -113,15 +113,4 @@ std::optional<DiscoveryDatagram> DiscoveryDatagram::decode(std::span<const std::
     return datagram;
 }
 
-std::optional<std::size_t> frameSize(std::span<const std::byte> bytes) {
-    std::uint32_t length = 0;
-    if (bytes.size() < sizeof length) {
-        return std::nullopt;
-    }
-    std::memcpy(&length, bytes.data(), sizeof length);
-    constexpr std::size_t kLeast = kFrameHeaderBytes - sizeof length;
-    constexpr std::size_t kMost = Event::kMaxFrameBytes - sizeof length;
-    return length < kLeast || length > kMost ? 0 : length + sizeof length;
-}
-
 } // namespace Corvid::detail

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <Corvid/Event.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
 
@@ -53,6 +56,15 @@ constexpr std::size_t kFrameHeaderBytes = 8;
 
 /// Size of the frame that these bytes begin with, its length field included: nothing if the field
 /// is not there yet, 0 if no frame can begin so.
-[[nodiscard]] std::optional<std::size_t> frameSize(std::span<const std::byte> bytes);
+[[nodiscard]] inline std::optional<std::size_t> frameSize(std::span<const std::byte> bytes) {
+    std::uint32_t length = 0;
+    if (bytes.size() < sizeof length) {
+        return std::nullopt;
+    }
+    std::memcpy(&length, bytes.data(), sizeof length);
+    constexpr std::size_t kLeast = kFrameHeaderBytes - sizeof length;
+    constexpr std::size_t kMost = Event::kMaxFrameBytes - sizeof length;
+    return length < kLeast || length > kMost ? 0 : length + sizeof length;
+}
 
 } // namespace Corvid::detail
