@@ -7,7 +7,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
-#include <regex>
 #include <sstream>
 
 namespace Orvel::Test {
@@ -191,23 +190,24 @@ TEST(Events, ClaimNoMemoryForWhatIsNotThere) {
 
 TEST(Events, AreWhatTheDocumentationSays) {
     const std::string page = protocolPage();
-    const std::regex block("```hex\n([^`]*)```");
     CreateEmitterEvent create;
     create.labels = {"front", "é"};
     const std::string expected[] = {"1 2 -3 0 0 0 1", values(create), "1.5"};
     std::size_t found = 0;
-    for (std::sregex_iterator it(page.begin(), page.end(), block), end; it != end; ++it) {
+    const std::string opening = "```hex\n";
+    for (auto at = page.find(opening); at != std::string::npos; at = page.find(opening, at + 1)) {
+        const auto begin = at + opening.size();
+        std::istringstream lines(page.substr(begin, page.find("```", begin) - begin));
         Bytes frame;
-        std::istringstream lines((*it)[1]);
         for (std::string line; std::getline(lines, line);) {
-            const std::regex pair("^([0-9a-f]{2})( |$)"); // up to the first double blank
-            for (std::smatch match; std::regex_search(line, match, pair);) {
-                frame.push_back(static_cast<std::byte>(std::stoi(match[1], nullptr, 16)));
-                line = match.suffix();
+            line = line.substr(0, line.find("  ")); // what follows explains
+            std::istringstream bytes(line);
+            for (unsigned byte = 0; bytes >> std::hex >> byte;) {
+                frame.push_back(static_cast<std::byte>(byte));
             }
         }
         const EventPointer event = decoded(frame);
-        ASSERT_NE(event, nullptr) << (*it)[1];
+        ASSERT_NE(event, nullptr) << lines.str();
         ASSERT_LT(found, std::size(expected));
         EXPECT_EQ(values(*event), expected[found]);
         EXPECT_EQ(encoded(*event), frame);
@@ -216,13 +216,13 @@ TEST(Events, AreWhatTheDocumentationSays) {
     EXPECT_EQ(found, std::size(expected));
 
     // The table of types.
-    const std::regex type("\\| (2[0-9]{2}) \\| (\\w+Event) \\|");
     int types = 0;
-    for (std::sregex_iterator it(page.begin(), page.end(), type), end; it != end; ++it) {
-        const auto* known = Corvid::EventType::find(static_cast<short>(std::stoi((*it)[1])));
-        ASSERT_NE(known, nullptr) << (*it)[0];
-        EXPECT_EQ(known->name(), (*it)[2]);
-        ++types;
+    for (short id = 200; id < 300; ++id) {
+        if (const auto* type = Corvid::EventType::find(id)) {
+            const std::string row = "\n| " + std::to_string(id) + " | " + type->name() + " | ";
+            EXPECT_NE(page.find(row), std::string::npos) << row;
+            ++types;
+        }
     }
     EXPECT_EQ(types, 9);
 }
