@@ -9,95 +9,39 @@
 #include <Orvel/OALLoopbackBackend.h>
 
 #include <algorithm>
-#include <cmath>
+#include <climits>
 #include <gtest/gtest.h>
 #include <limits>
-#include <memory>
 #include <random>
-#include <sstream>
 
 namespace Orvel::Test {
 
 namespace {
 
-using Operation = std::function<void(Backend&, Source&, Emitter&)>;
+void (Backend::*const kOperations[])() = {
+    &Backend::resetBackend, &Backend::setEnabled, &Backend::setListenerTransform};
+void (Backend::*const kSourceOperations[])(Source&) = {
+    &Backend::createSource, &Backend::destroySource, &Backend::setSourceData,
+    &Backend::setSourceParam, &Backend::setSourceState};
+void (Backend::*const kEmitterOperations[])(Emitter&) = {
+    &Backend::createEmitter,  &Backend::destroyEmitter,  &Backend::setEmitterTransform,
+    &Backend::setEmitterHull, &Backend::setEmitterParam, &Backend::setEmitterConnection,
+    &Backend::setEmitterState};
+constexpr unsigned char kSamples[400] = {0x90, 0x70};
 
-const Operation kOperations[] = {
-    [](Backend& b, Source&, Emitter&) { b.resetBackend(); },
-    [](Backend& b, Source&, Emitter&) { b.setEnabled(); },
-    [](Backend& b, Source&, Emitter&) { b.setListenerTransform(); },
-    [](Backend& b, Source& s, Emitter&) { b.createSource(s); },
-    [](Backend& b, Source& s, Emitter&) { b.destroySource(s); },
-    [](Backend& b, Source& s, Emitter&) { b.setSourceData(s); },
-    [](Backend& b, Source& s, Emitter&) { b.setSourceParam(s); },
-    [](Backend& b, Source& s, Emitter&) { b.setSourceState(s); },
-    [](Backend& b, Source&, Emitter& e) { b.createEmitter(e); },
-    [](Backend& b, Source&, Emitter& e) { b.destroyEmitter(e); },
-    [](Backend& b, Source&, Emitter& e) { b.setEmitterTransform(e); },
-    [](Backend& b, Source&, Emitter& e) { b.setEmitterHull(e); },
-    [](Backend& b, Source&, Emitter& e) { b.setEmitterParam(e); },
-    [](Backend& b, Source&, Emitter& e) { b.setEmitterConnection(e); },
-    [](Backend& b, Source&, Emitter& e) { b.setEmitterState(e); },
-    [](Backend& b, Source&, Emitter&) { b.update(); },
-};
-
-void fill(Source& source) {
-    static const std::vector<unsigned char> samples(400, 0x90);
-    source.setData(8000, 8, 1, samples.data(), static_cast<unsigned>(samples.size()));
-}
-
-/// A world with each kind of data, connected and unconnected emitters, all states and a label.
+/// Sources in all states, without data, with data and with a URL; each has an emitter.
 void furnish(World& world) {
-    const WorldPart::State states[] = {
-        WorldPart::NONE, WorldPart::PLAY, WorldPart::PAUSE, WorldPart::STOP};
-    for (int i = 0; i < 4; ++i) {
+    for (const int state : {0, 1, 2, 3}) {
         Source& source = *world.createSource();
-        if (i < 2) {
-            fill(source);
-        } else if (i == 2) {
+        if (state == 3) {
             source.setDataFromURL("no such sound.wav");
+        } else if (state != 0) {
+            source.setData(8000, 8, 1, kSamples, sizeof kSamples);
         }
-        source.setParam(i == 1, 1.5F);
-        for (int j = 0; j < 2; ++j) {
-            Emitter& emitter = *world.createEmitter(j == 0 ? Calls{} : Calls{"front", "x y"});
-            emitter.setSource(i == 3 ? nullptr : &source);
-            const Vec3f position{static_cast<float>(i), 0, static_cast<float>(-j)};
-            emitter.setTransform(&position, nullptr);
-            emitter.setHull(20, 20, 1, 1);
-            emitter.setParam(j == 0, 0.5F, 0.5F);
-        }
-        source.setState(states[i]);
+        world.createEmitter(state == 1 ? Calls{} : Calls{"front"})->setSource(&source);
+        source.setState(static_cast<WorldPart::State>(state));
     }
-    world.setListenerTransform({1, 2, 3}, {0, 0.6F, 0, 0.8F});
-}
-
-/// Everything of a scene but the durations, which back ends report.
-std::string describe(World& world) {
-    std::ostringstream text;
-    const auto place = [&text](const Vec3f& p, const Quaternion& r) {
-        for (const float value : {p.x, p.y, p.z, r.x, r.y, r.z, r.w}) {
-            text << value << ' ';
-        }
-    };
-    text << world.enabled() << world.spatialize() << ' ';
-    place(world.listenerPosition(), world.listenerRotation());
-    for (const auto& [id, s] : world.sources()) {
-        text << "\nsource " << id << ' ' << s->id() << ' ' << s->state() << s->previousState()
-             << ' ' << s->dataKind() << ' ' << s->sampleRate() << ' ' << s->bitsPerSample() << ' '
-             << s->channels() << ' ' << s->loop() << ' ' << s->pitch() << ' ' << s->url() << ' '
-             << std::string(s->data().begin(), s->data().end());
-        for (const auto& [emitterId, e] : s->connectedEmitters()) {
-            text << ' ' << emitterId << '@' << e;
-        }
-    }
-    for (const auto& [id, e] : world.emitters()) {
-        text << "\nemitter " << id << ' ' << e->id() << ' ' << e->state() << e->previousState()
-             << ' ' << e->source() << ' ' << e->maxBack() << ' ' << e->maxFront() << ' '
-             << e->minBack() << ' ' << e->minFront() << ' ' << e->gain() << ' ' << e->paramValue()
-             << ' ' << e->paramFlag() << ' ' << testing::PrintToString(e->labels()) << ' ';
-        place(e->position(), e->rotation());
-    }
-    return text.str();
+    world.createEmitter()->setState(WorldPart::PLAY); // connected to none
 }
 
 std::vector<std::string> kinds() {
@@ -109,12 +53,9 @@ class BackendContract : public testing::TestWithParam<std::string> {
 protected:
     Backend& add(World& world, const char* params = "") {
         Backend* backend = world.addBackend(GetParam().c_str(), params);
-        if (backend == nullptr) {
-            throw std::runtime_error("no back end of the kind " + GetParam());
-        }
-        if (const auto* audible = dynamic_cast<const OALBackend*>(backend)) {
-            EXPECT_TRUE(audible->working()) << "an inert back end proves nothing";
-        }
+        EXPECT_NE(backend, nullptr);
+        const auto* audible = dynamic_cast<const OALBackend*>(backend);
+        EXPECT_TRUE(audible == nullptr || audible->working()) << "an inert one proves nothing";
         return *backend;
     }
     /// That the back end is still at work: in the world's list and of its kind.
@@ -123,189 +64,101 @@ protected:
         EXPECT_EQ(std::count(all.begin(), all.end(), &backend), 1);
         ASSERT_NE(backend.type(), nullptr);
         EXPECT_EQ(backend.type()->name(), GetParam());
-        EXPECT_TRUE(backend.enabled());
         EXPECT_TRUE(backend.world().update());
     }
 
-    /// What back ends write is of interest only beside a failure, whose message is written there
-    /// too.
-    void TearDown() override {
-        const std::string text = output_->take() + errors_->take();
-        output_.reset();
-        errors_.reset();
-        if (HasFailure()) {
-            std::cout << text << testing::PrintToString(log_.lines()) << std::endl;
-        }
-    }
-
 private:
-    std::unique_ptr<OutputCapture> output_ = std::make_unique<OutputCapture>(STDOUT_FILENO);
-    std::unique_ptr<OutputCapture> errors_ = std::make_unique<OutputCapture>(STDERR_FILENO);
     LogCapture log_;
 };
 
 } // namespace
 
-TEST_P(BackendContract, FollowsASceneFromTheReplayToTheEnd) {
-    TidyWorld world;
-    furnish(world);
-    Backend& backend = add(world, "labels=\"front, back\"");
-    EXPECT_EQ(backend.labels(), (Calls{"front", "back"}));
-    for (int round = 0; round < 3; ++round) {
-        for (const WorldPart::State state : {WorldPart::PLAY, WorldPart::PAUSE, WorldPart::PLAY}) {
+TEST_P(BackendContract, FollowsASceneFromTheReplayToItsEndInAnyOrder) {
+    for (const bool inOrder : {true, false}) {
+        TidyWorld world;
+        furnish(world);
+        Backend* first = &add(world, "labels=\"front, back\"");
+        Backend* second = &add(world);
+        EXPECT_EQ(first->labels(), (Calls{"front", "back"}));
+        for (const auto state : {WorldPart::PLAY, WorldPart::PAUSE, WorldPart::PLAY}) {
             for (const auto& [id, emitter] : world.emitters()) {
                 emitter->setState(state);
             }
             world.setEnabled(state == WorldPart::PAUSE);
             world.setSpatialize(state == WorldPart::PLAY);
-            world.setListenerTransform({static_cast<float>(round), 0, 0}, {});
             EXPECT_TRUE(world.update());
         }
-        fill(*world.getSource(1)); // new data while it plays
-        delete world.getSource(1);
-        delete world.emitters().begin()->second;
-        expectAlive(backend);
+        delete world.sources().begin()->second; // while it plays
+        delete (inOrder ? first : second);
         world.reset();
-        expectAlive(backend);
         furnish(world);
-        fill(*world.createSource(1));
+        expectAlive(inOrder ? *second : *first);
+        if (inOrder) {
+            world.deleteAllBackends();
+        }
     }
 }
 
 TEST_P(BackendContract, NeverChangesTheSceneAndSurvivesAnyOrder) {
     TidyWorld world;
+    TidyWorld elsewhere; // the back end was never told of its parts, whose ids it knows
     Backend& backend = add(world);
     furnish(world);
-    // Parts that the back end was never told of, with ids of others that it knows.
-    TidyWorld elsewhere;
     furnish(elsewhere);
-    fill(*elsewhere.createSource(4711));
-    elsewhere.createEmitter({"unheard of"}, 4712)->setSource(elsewhere.getSource(4711));
-    std::vector<Source*> sources;
-    std::vector<Emitter*> emitters;
-    for (World* home : {static_cast<World*>(&world), static_cast<World*>(&elsewhere)}) {
-        for (const auto& [id, source] : home->sources()) {
-            sources.push_back(source);
-        }
-        for (const auto& [id, emitter] : home->emitters()) {
-            emitters.push_back(emitter);
-        }
-    }
-    const std::string before = describe(world) + describe(elsewhere);
-    // Each operation twice in a row, before the parts exist for the back end and after.
-    Source& unknownSource = *elsewhere.getSource(4711);
-    Emitter& unknownEmitter = *elsewhere.getEmitter(4712);
-    for (const bool created : {false, true}) {
-        if (created) {
-            backend.createSource(unknownSource);
-            backend.createEmitter(unknownEmitter);
-        }
-        for (const Operation& operation : kOperations) {
-            operation(backend, unknownSource, unknownEmitter);
-            operation(backend, unknownSource, unknownEmitter);
-        }
-    }
-    // Then anything with anything; the seed makes each run the same.
-    std::mt19937 random(20);
-    const auto pick = [&random](const auto& from) -> const auto& {
-        return from[random() % std::size(from)];
+    auto* witness = new RecordingBackend(world);
+    auto* otherWitness = new RecordingBackend(elsewhere);
+    std::mt19937 random(20); // the same in each run
+    const auto pick = [&random](const auto& from) {
+        return *std::next(std::begin(from), static_cast<int>(random() % std::size(from)));
     };
-    for (int i = 0; i < 3000; ++i) {
-        pick(kOperations)(backend, *pick(sources), *pick(emitters));
+    for (int i = 0; i < 1500; ++i) {
+        World& home = random() % 2 == 0 ? world : elsewhere;
+        (backend.*pick(kSourceOperations))(*pick(home.sources()).second);
+        (backend.*pick(kEmitterOperations))(*pick(home.emitters()).second);
+        if (i % 50 == 0) {
+            (backend.*pick(kOperations))();
+            backend.update();
+        }
     }
-    EXPECT_EQ(describe(world) + describe(elsewhere), before);
+    EXPECT_EQ(witness->take(), Calls()) << "any change would have been told";
+    EXPECT_EQ(otherWitness->take(), Calls());
     expectAlive(backend);
     backend.resetBackend(); // what it holds of elsewhere's parts goes before they do
 }
 
 TEST_P(BackendContract, SurvivesValuesOfAnySize) {
     using Limits = std::numeric_limits<float>;
-    constexpr float kInfinity = Limits::infinity();
-    const float values[] = {
-        Limits::quiet_NaN(), kInfinity, -kInfinity, Limits::max(), 1e-40F, -1, 0};
     TidyWorld world;
     Backend& backend = add(world);
-    furnish(world);
-    Emitter& emitter = *world.emitters().begin()->second;
-    Source& source = *emitter.source();
-    for (const float v : values) {
+    Source& source = *world.createSource();
+    Emitter& emitter = *world.createEmitter({"", ",", "\n", std::string(70000, 'x')});
+    source.setData(8000, 8, 1, kSamples, sizeof kSamples);
+    emitter.setSource(&source);
+    for (const float v : {Limits::quiet_NaN(), Limits::infinity(), -Limits::max(), 1e-40F, 0.0F}) {
         const Vec3f position{v, v, v};
         const Quaternion rotation{v, v, v, v};
-        emitter.setState(WorldPart::PLAY);
         emitter.setTransform(&position, &rotation);
         world.setListenerTransform(position, rotation);
-        emitter.setHull(v, v, v, v);
         emitter.setHull(v, 1, 2, v);
         emitter.setParam(true, v, v);
         source.setParam(true, v);
-        EXPECT_TRUE(world.update());
-        emitter.setState(WorldPart::STOP);
-    }
-    for (const int state : {-1, 4, 1000000, 0}) {
-        emitter.setState(static_cast<WorldPart::State>(state));
-    }
-    const unsigned char bytes[7] = {};
-    for (const unsigned rate : {0U, 1U, 44100U, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
-        for (const unsigned bits : {0U, 1U, 8U, 16U, 24U, 32U, 0xFFFFFFFFU}) {
-            for (const unsigned channels : {0U, 1U, 2U, 6U, 0xFFFFFFFFU}) {
-                // Sizes that are no whole number of frames are among them.
-                source.setData(rate, bits, channels, bytes, 1 + (rate + bits + channels) % 7);
-            }
+        for (const int state : {1, -1, 1000000}) {
+            emitter.setState(static_cast<WorldPart::State>(state));
+            EXPECT_TRUE(world.update());
         }
     }
-    source.setData(44100, 16, 1, nullptr, 0);
-    for (const char* url : {"", "/", "/dev/null", "no such folder/a.wav", "file:///%00", "."}) {
-        try {
-            source.setDataFromURL(url);
-        } catch (const Corvid::URLImpl::Exception&) {
-            backend.setSourceData(source); // a source whose URL could not be parsed
-        }
+    const unsigned numbers[] = {0, 1, 2, 8, 16, 44100, UINT_MAX};
+    for (unsigned i = 0; i < 7 * 7 * 7; ++i) { // with sizes that are no whole number of frames
+        source.setData(numbers[i / 49], numbers[i / 7 % 7], numbers[i % 7], kSamples, 1 + i % 5);
     }
-    const Calls labels{"", ",", "\"", "\n", std::string("\0<&>", 4), std::string(70000, 'x')};
-    delete world.createEmitter(labels);
-    for (const int id : {-1, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
-        fill(*world.createSource(id));
-        world.createEmitter({}, id)->setSource(world.getSource(id));
+    source.setDataFromURL("/dev/null");
+    EXPECT_THROW(source.setDataFromURL("http://["), Corvid::URLImpl::Exception);
+    backend.setSourceData(source);
+    for (const int id : {-1, INT_MIN, INT_MAX}) {
+        world.createEmitter({}, id)->setSource(world.createSource(id));
         world.getEmitter(id)->setState(WorldPart::PLAY);
     }
     expectAlive(backend);
-}
-
-TEST_P(BackendContract, LivesBesideAnotherOfItsKind) {
-    for (const bool firstGoesFirst : {true, false}) {
-        TidyWorld world;
-        Backend* first = &add(world);
-        furnish(world);
-        Backend* second = &add(world);
-        world.getSource(1)->setState(WorldPart::PLAY);
-        delete (firstGoesFirst ? first : second); // while it plays
-        Backend& left = *(firstGoesFirst ? second : first);
-        expectAlive(left);
-        fill(*world.getSource(1));
-        world.getSource(1)->setState(WorldPart::STOP);
-        furnish(world);
-        Backend& third = add(world);
-        expectAlive(left);
-        expectAlive(third);
-    }
-}
-
-TEST_P(BackendContract, GoesInAnyOrderWithItsWorld) {
-    for (const bool backendFirst : {true, false}) {
-        auto world = std::make_unique<World>();
-        add(*world);
-        furnish(*world);
-        world->sources().begin()->second->setState(WorldPart::PLAY);
-        if (backendFirst) {
-            world->deleteAllBackends();
-            world->clearWorld();
-        } else {
-            world->clearWorld();
-            EXPECT_TRUE(world->update());
-            world->deleteAllBackends();
-        }
-        EXPECT_TRUE(world->backends().empty());
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, BackendContract, testing::ValuesIn(kinds()), [](const auto& row) {

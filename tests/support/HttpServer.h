@@ -87,22 +87,20 @@ private:
         }
         const std::size_t path = request.find(' ') + 1;
         const auto found = answers_.find(request.substr(path, request.find(' ', path) - path));
-        const Answer answer =
-            found == answers_.end()
-                ? Answer{"HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone"}
-                : found->second;
+        const Answer none{"HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone"};
+        const Answer& answer = found == answers_.end() ? none : found->second;
         bool open = send(client, answer.bytes);
         if (answer.then == Answer::Stall) {
             waitFor(client, 20000);
-        }
-        for (std::size_t sent = 0; answer.then == Answer::Repeat && open && sent < (64U << 20U);
-             sent += answer.more.size()) {
-            open = send(client, answer.more);
-        }
-        for (std::size_t i = 0; answer.then == Answer::Drip && open && i < answer.more.size();
-             ++i) {
-            waitFor(client, 300);
-            open = send(client, answer.more.substr(i, 1));
+        } else if (answer.then == Answer::Repeat) {
+            for (std::size_t sent = 0; open && sent < (64U << 20U); sent += answer.more.size()) {
+                open = send(client, answer.more);
+            }
+        } else if (answer.then == Answer::Drip) {
+            for (std::size_t i = 0; open && i < answer.more.size(); ++i) {
+                waitFor(client, 300);
+                open = send(client, answer.more.substr(i, 1));
+            }
         }
     }
 

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <support/Capture.h>
 #include <support/RecordingBackend.h>
 #include <support/TemporaryFolder.h>
@@ -41,11 +42,8 @@ struct Scene {
     }
     void expect(const std::string& calls, const std::string& lines) {
         EXPECT_EQ(al.take(), calls);
-        std::string logged;
-        for (const std::string& line : log.take()) {
-            logged += line;
-        }
-        EXPECT_EQ(logged, lines) << "with the calls " << calls;
+        const auto logged = log.take();
+        EXPECT_EQ(std::accumulate(logged.begin(), logged.end(), std::string()), lines) << calls;
     }
 
     FakeAL& al = FakeAL::the();
@@ -87,7 +85,7 @@ TEST(OALBackend, OpensAndClosesInOrderAndStaysInertWithoutDeviceOrContext) {
             t.world.reset();
             EXPECT_TRUE(backend->checkALError("not to be logged\n"));
             EXPECT_EQ(t.al.take(), "");
-            t.forget();
+            t.log.take();
         }
         delete backend;
         t.expect(row.destruction + "alutExit()", "");
@@ -142,16 +140,20 @@ TEST(OALBackend, MakesItsCallsInItsOwnContextAndReportsTheirErrors) {
             "alListenerfv(ORIENTATION, 0, 1, 0, 0, 0, 1); alListenerfv(VELOCITY, 0, 0, 0)",
             "set listener transformation");
 
+        const std::string placed =
+            "alSourcefv(1, POSITION, 1, -2, 3.5); alSourcei(1, SOURCE_RELATIVE, 0)";
+        const std::string unplaced =
+            "alSourcefv(1, POSITION, 0, 0, 0); alSourcei(1, SOURCE_RELATIVE, 1)";
         const struct {
             bool world, emitter;
             float maxBack, maxFront, minBack, minFront;
-            std::string position, relative, reference, maximum, rolloff;
+            std::string place, reference, maximum, rolloff;
         } rows[] = {
-            {false, true, 10, 10, 5, 5, "0, 0, 0", "1", "1", "2", "0"},
-            {true, false, 10, 10, 5, 5, "0, 0, 0", "1", "1", "2", "0"},
-            {true, true, 30, 50, 2, 4, "1, -2, 3.5", "0", "3", "40", "1"},
-            {true, true, 4, 2, 6, 6, "1, -2, 3.5", "0", "2.997", "3", "1"}, // inside out
-            {true, true, NAN, 1, -1, -1, "1, -2, 3.5", "0", "0.000999", "0.001", "1"}};
+            {false, true, 10, 10, 5, 5, unplaced, "1", "2", "0"},
+            {true, false, 10, 10, 5, 5, unplaced, "1", "2", "0"},
+            {true, true, 30, 50, 2, 4, placed, "3", "40", "1"},
+            {true, true, 4, 2, 6, 6, placed, "2.997", "3", "1"}, // inside out
+            {true, true, NAN, 1, -1, -1, placed, "0.000999", "0.001", "1"}};
         for (const auto& row : rows) {
             const Vec3f position{1, -2, 3.5F};
             const Vec3f start;
@@ -161,10 +163,7 @@ TEST(OALBackend, MakesItsCallsInItsOwnContextAndReportsTheirErrors) {
             t.emitter->setParam(row.emitter, 9.0F, 0.25F);
             expect("alSourcef(1, GAIN, 0.25)", "set emitter parameters");
             t.emitter->setTransform(&position, nullptr);
-            expect(
-                "alSourcefv(1, POSITION, " + row.position + "); alSourcei(1, SOURCE_RELATIVE, " +
-                    row.relative + ")",
-                "set emitter transformation");
+            expect(row.place, "set emitter transformation");
             t.emitter->setHull(row.maxBack, row.maxFront, row.minBack, row.minFront);
             expect(
                 "alSourcefv(1, DIRECTION, 1, 0, 0); alSourcef(1, CONE_INNER_ANGLE, 360); "
@@ -301,19 +300,12 @@ TEST(OALBackend, FilesAreLoadedOrRefusedAndFreedEitherWay) {
     t.al.file = {AL_FORMAT_STEREO16, 176400, 44100.9F, 0};
     const std::string line = "NOTICE: Set alBufferData from URL data: 4355, 44100, 176400\n";
     const std::string good = "alGetError(); alBufferData(1, STEREO16, 176400, 44100)";
+    const std::string restart = "alutGetError(); alutInitWithoutContext(); alutGetError(); ";
     t.al.alutRuns = false; // another user has ended it
-    expect(
-        "alutGetError(); alutInitWithoutContext(); alutGetError(); "
-        "alutLoadMemoryFromFile(/x.wav); " +
-            good,
-        loading + line, 1.0F);
+    expect(restart + "alutLoadMemoryFromFile(/x.wav); " + good, loading + line, 1.0F);
     t.al.failing = "alBufferData";
     expect(good, loading + line, 1.0F);
-    // The error is reported by the next load and hinders it not.
-    t.source->setDataFromURL(folder.file("x.wav"));
-    t.expect(
-        "alGetError(); alutGetError(); alutLoadMemoryFromFile(/x.wav); " + good,
-        loading + kInjected + line);
+    expect(good, loading + kInjected + line, 1.0F); // that of the last load, which hinders nothing
     std::filesystem::remove(folder.file("x.wav"));
     t.source->setDataFromURL(folder.file("x.wav"));
     EXPECT_EQ(t.log.lines()[1], "FATAL: OALBackend: Cannot download file \"" + url + "\"\n");

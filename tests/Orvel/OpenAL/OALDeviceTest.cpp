@@ -2,10 +2,6 @@
 // each test needs a process of its own, as ctest gives it.
 #include "Sound.h"
 
-#include <Orvel/OALBackend.h>
-
-#include <AL/alc.h>
-#include <AL/alext.h>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -98,26 +94,6 @@ TEST_F(OALDevice, WithoutADeviceTheBackendIsInertAndTheWorldGoesOn) {
     world.reset();
     world.deleteAllBackends();
     EXPECT_EQ(log.take(), Lines()) << "nothing is tried that would fail";
-}
-
-TEST_F(OALDevice, ADeviceLostWhilePlayingEndsCleanly) {
-    configure("wave", "/dev/full");
-    world.addBackend("openal", nullptr);
-    Emitter* emitter = play(world, {-1, 0, 0}, tone(1.0, 500, 500));
-    const auto connected = [] {
-        ALCint answer = 1;
-        alcGetIntegerv(alcGetContextsDevice(alcGetCurrentContext()), ALC_CONNECTED, 1, &answer);
-        return answer != 0;
-    };
-    ASSERT_TRUE(await([&] { return !connected(); }));
-    emitter->setState(WorldPart::PAUSE);
-    emitter->setState(WorldPart::PLAY);
-    play(world, {1, 0, 0}, tone(1.0, 500, 500));
-    delete emitter;
-    world.deleteAllBackends();
-    EXPECT_EQ(log.take(), Lines());
-    auto* again = dynamic_cast<OALBackend*>(world.addBackend("openal", nullptr));
-    EXPECT_TRUE(again != nullptr && again->working()) << "a new one may try its luck";
 }
 
 } // namespace Orvel::Test
