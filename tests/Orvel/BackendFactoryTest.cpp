@@ -30,7 +30,8 @@ std::string printed() {
 
 TEST(BackendFactory, MakesAKindByItsNameOrReportsIt) {
     const BackendType noFunction("No function", nullptr);
-    EXPECT_EQ(printed(), "TypeList: \nNo function\nan early kind\nclient\nlog\nopenal\nplay\nsilent\n");
+    EXPECT_EQ(
+        printed(), "TypeList: \nNo function\nan early kind\nclient\nlog\nopenal\nplay\nsilent\n");
     TidyWorld world;
     const struct {
         std::string name;
