@@ -107,7 +107,8 @@ public:
     [[nodiscard]] std::uint64_t instanceId() const;
 
 protected:
-    /// `protocolVersion`: peers of another version are refused.
+    /// `protocolVersion`: peers of another version are refused. Throws std::system_error when the
+    /// process has no file descriptor left.
     explicit MultiCommunicator(int protocolVersion);
     [[nodiscard]] detail::Hub& hub() { return *hub_; }
     [[nodiscard]] const detail::Hub& hub() const { return *hub_; }

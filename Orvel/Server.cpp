@@ -220,9 +220,12 @@ int Server::receive(bool block) {
     Corvid::Communicator* client = nullptr;
     while (!stopping_ && multiServer_->communicatorsAvail(waiting) && (block || waiting > 0) &&
            multiServer_->receiveCommunicator(client)) {
-        count += receiveFrom(client) ? 1 : 0;
+        if (receiveFrom(client)) {
+            ++count;
+            // At once, because a blocking call ends only with the thread.
+            receivedEvents_.fetch_add(1, std::memory_order_relaxed);
+        }
     }
-    receivedEvents_ += count;
     return count;
 }
 

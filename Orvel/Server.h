@@ -67,7 +67,8 @@ public:
 
     /// Starts the receive thread.
     void run();
-    /// Ends the receive thread, if there is one, and waits for it. run() may follow.
+    /// Ends the receive thread, if there is one, and waits for it, so not from within it. run() may
+    /// follow.
     void stop();
     /// The receive thread's body.
     int receiveThread();
@@ -88,7 +89,6 @@ public:
 
     /// Tells the clients the playing time of a source.
     void setSourceDuration(Source& source) override;
-    using World::setEnabled;
 
     /// Events that were received whole, whether or not they could be applied. Any thread.
     [[nodiscard]] std::int64_t receivedEvents() const noexcept { return receivedEvents_; }

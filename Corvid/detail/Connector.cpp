@@ -12,7 +12,6 @@ namespace Corvid::detail {
 
 namespace {
 
-using boost::asio::ip::tcp;
 using namespace std::chrono_literals;
 using Severity = MultiCommunicator::Severity;
 

@@ -39,9 +39,12 @@ Hub::Hub(MultiCommunicator& owner, int protocolVersion)
       instance_(randomNumber()), loop_(std::make_shared<Loop>()), napTimer_(loop_->io) {}
 
 Hub::~Hub() {
-    close();
-    loop_->stop();
-    while (loop_->io.poll() > 0) { // what was cancelled lets go of what it holds
+    try {
+        close();
+        loop_->stop();
+        while (loop_->io.poll() > 0) { // what was cancelled lets go of what it holds
+        }
+    } catch (...) { // only memory can be missing, and a destructor can do nothing about it
     }
 }
 
@@ -220,7 +223,7 @@ void Hub::introduce(const Pointer& connection) {
         registered = std::count(registered_.begin(), registered_.end(), connection) > 0;
     }
     if (kept && registered) {
-        communicator.release(); // now it is ours until close(), see there
+        static_cast<void>(communicator.release()); // now it is ours until close(), see there
         {
             const auto lock = lockInput();
             connection->input = Connection::Input::Reading;

@@ -1,6 +1,7 @@
 // What every kind of back end must stand, whatever it does. A kind that is registered later is
 // tested here without further ado.
 #include "support/Capture.h"
+#include "support/Loopback.h" // for back ends that look for others
 #include "support/RecordingBackend.h"
 
 #include <Corvid/URLImpl.h>

@@ -13,13 +13,14 @@
 
 namespace Orvel::Test {
 
-/// Keeps every search for peers of this process on the loopback interface.
-inline void stayOnLoopback() {
+/// Keeps every search for peers of a test program on the loopback interface, from before main() on.
+inline const bool staysOnLoopback = [] {
     Corvid::Multicast::setDefaultInterfaces({Corvid::InetAddress::getByAddress("127.0.0.1")});
-}
+    return true;
+}();
 
 /// A multicast port that no other process used a moment ago, the same for the whole process.
-inline unsigned short multicastPort() {
+inline unsigned short testPort() {
     static const unsigned short port = [] {
         const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         sockaddr_in address = {};
