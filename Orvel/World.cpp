@@ -178,7 +178,11 @@ Emitter* World::createEmitter(const std::vector<std::string>& labels, int id) {
 }
 
 Emitter* World::getEmitter(int id) {
-    return find(emitters_, id);
+    // Several changes of one emitter mostly come together, above all when a scene arrives.
+    if (latest_ == nullptr || latest_->id() != id) {
+        latest_ = find(emitters_, id);
+    }
+    return latest_;
 }
 
 Source* World::createSource(int id) {
@@ -261,10 +265,12 @@ void World::print() {
 void World::enter(Emitter& emitter) {
     // Ids mostly ascend, and then the end is a place that needs no search.
     emitters_.insert_or_assign(emitters_.end(), emitter.id(), &emitter);
+    latest_ = &emitter;
 }
 
 void World::leave(Emitter& emitter) {
     emitters_.erase(emitter.id());
+    latest_ = nullptr;
 }
 
 void World::enter(Source& source) {

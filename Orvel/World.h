@@ -131,6 +131,7 @@ private:
     bool enabled_ = true;
     bool spatialize_ = true;
     std::map<int, Emitter*> emitters_;
+    Emitter* latest_ = nullptr; // that getEmitter() was asked for
     std::map<int, Source*> sources_;
     Vec3f listenerPosition_;
     Quaternion listenerRotation_;

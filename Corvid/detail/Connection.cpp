@@ -20,6 +20,8 @@ constexpr int kKeepAliveIntervalSeconds = 2;
 constexpr int kKeepAliveProbes = 3;
 constexpr unsigned kUserTimeoutMilliseconds = 9000;
 
+constexpr std::size_t kReplayPart = std::size_t{64} << 10U;
+
 template <class T>
 void set(int descriptor, int level, int option, T value) {
     // A system that lacks an option notices a dead peer later, which is no reason to refuse it.
@@ -174,6 +176,11 @@ bool Connection::receiveFrame(std::span<const std::byte>& frame) {
     return true;
 }
 
+void Connection::endReplay() {
+    replayThread_ = std::thread::id();
+    loop_->stream.unblock(outlet_);
+}
+
 bool Connection::sendFrame(const std::byte* frame, std::size_t size) {
     if (frameSize({frame, size}) != size) {
         return false;
@@ -182,6 +189,14 @@ bool Connection::sendFrame(const std::byte* frame, std::size_t size) {
     const bool taken = loop_->stream.append(outlet_, frame, size, wake);
     if (wake) {
         loop_->wake();
+    }
+    if (replayThread_.load(std::memory_order_relaxed) == std::this_thread::get_id()) {
+        replayBytes_ += size;
+        if (replayBytes_ >= kReplayPart) {
+            replayBytes_ = 0;
+            loop_->stream.unblock(outlet_);
+            write(); // whether all of it went out shows when the loop sends the rest
+        }
     }
     return taken;
 }

@@ -17,6 +17,7 @@
 #include <mutex>
 #include <span>
 #include <string>
+#include <thread>
 
 namespace Corvid::detail {
 
@@ -52,6 +53,12 @@ public:
     // For whoever the connection was handed to.
     [[nodiscard]] InputBuffer::Next next() const { return input_.next(); }
     bool receiveFrame(std::span<const std::byte>& frame);
+
+    /// On the loop thread, while that brings the peer up to date: what this thread queues meanwhile
+    /// is sent in large parts at once, so that the peer works too.
+    void beginReplay() { replayThread_ = std::this_thread::get_id(); }
+    /// Whatever is left is for the loop to send.
+    void endReplay();
 
     /// Queues a frame for this peer. Synchronised.
     bool sendFrame(const std::byte* frame, std::size_t size);
@@ -94,6 +101,8 @@ private:
     InputBuffer input_;
     bool isDry_ = true;
     OutgoingStream::Outlet outlet_;
+    std::atomic<std::thread::id> replayThread_; // none but during the replay
+    std::size_t replayBytes_ = 0;               // since the last part of it was sent
     std::chrono::system_clock::time_point since_;
     std::atomic<std::uint64_t> eventsIn_ = 0;
     std::atomic<std::uint64_t> bytesIn_ = 0;

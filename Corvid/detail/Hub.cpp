@@ -210,7 +210,13 @@ void Hub::introduce(const Pointer& connection) {
     std::unique_ptr<Communicator> communicator(new Communicator(connection));
     connection->communicator = communicator.get();
     connection->input = Connection::Input::Out;
+    if (!deferred_) {
+        connection->beginReplay();
+    }
     const bool kept = owner_.addCommunicator(communicator.get());
+    if (!deferred_) {
+        connection->endReplay();
+    }
     bool registered = false;
     {
         const std::scoped_lock lock(mutex_);
