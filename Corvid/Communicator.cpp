@@ -1,4 +1,5 @@
 #include <Corvid/Communicator.h>
+
 #include <Corvid/detail/Connection.h>
 
 #include <utility>

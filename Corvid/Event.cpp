@@ -1,4 +1,5 @@
 #include <Corvid/Event.h>
+
 #include <Corvid/EventType.h>
 #include <Corvid/Receiver.h>
 #include <Corvid/Sender.h>

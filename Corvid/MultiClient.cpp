@@ -1,4 +1,5 @@
 #include <Corvid/MultiClient.h>
+
 #include <Corvid/detail/Connector.h>
 #include <Corvid/detail/Hub.h>
 

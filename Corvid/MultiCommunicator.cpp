@@ -1,4 +1,5 @@
 #include <Corvid/MultiCommunicator.h>
+
 #include <Corvid/detail/Hub.h>
 
 #include <utility>

@@ -1,4 +1,5 @@
 #include <Corvid/MultiServer.h>
+
 #include <Corvid/detail/Hub.h>
 #include <Corvid/detail/Listener.h>
 

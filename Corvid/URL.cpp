@@ -1,4 +1,5 @@
 #include <Corvid/URL.h>
+
 #include <Corvid/URLFile.h>
 
 namespace Corvid {

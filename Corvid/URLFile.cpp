@@ -1,4 +1,5 @@
 #include <Corvid/URLFile.h>
+
 #include <Corvid/detail/percentEncode.h>
 
 #include <algorithm>

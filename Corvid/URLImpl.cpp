@@ -1,5 +1,6 @@
-#include <Corvid/URLFile.h>
 #include <Corvid/URLImpl.h>
+
+#include <Corvid/URLFile.h>
 #include <Corvid/detail/URLRemote.h>
 #include <Corvid/detail/percentEncode.h>
 

@@ -1,4 +1,5 @@
 #include <Orvel/BackendFactory.h>
+
 #include <Orvel/BackendType.h>
 #include <Orvel/detail/LogLine.h>
 

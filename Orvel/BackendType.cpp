@@ -1,5 +1,6 @@
-#include <Orvel/BackendFactory.h>
 #include <Orvel/BackendType.h>
+
+#include <Orvel/BackendFactory.h>
 #include <Orvel/detail/LogLine.h>
 
 namespace Orvel {

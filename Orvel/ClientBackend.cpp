@@ -1,4 +1,5 @@
 #include <Orvel/ClientBackend.h>
+
 #include <Orvel/CreateEmitterEvent.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/EmitterConnectionEvent.h>

@@ -1,4 +1,5 @@
 #include <Orvel/Emitter.h>
+
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/SameTransform.h>

@@ -1,4 +1,5 @@
 #include <Orvel/Log.h>
+
 #include <Orvel/detail/LogLine.h>
 
 #include <algorithm>

@@ -1,5 +1,6 @@
-#include <Orvel/Emitter.h>
 #include <Orvel/LogBackend.h>
+
+#include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/LogLine.h>

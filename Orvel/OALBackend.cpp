@@ -1,6 +1,7 @@
+#include <Orvel/OALBackend.h>
+
 #include <Corvid/URL.h>
 #include <Orvel/Emitter.h>
-#include <Orvel/OALBackend.h>
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/LogLine.h>

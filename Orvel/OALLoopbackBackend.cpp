@@ -1,4 +1,5 @@
 #include <Orvel/OALLoopbackBackend.h>
+
 #include <Orvel/detail/LogLine.h>
 #include <Orvel/detail/OALDevice.h>
 

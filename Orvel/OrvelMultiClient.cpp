@@ -1,5 +1,6 @@
-#include <Orvel/ClientBackend.h>
 #include <Orvel/OrvelMultiClient.h>
+
+#include <Orvel/ClientBackend.h>
 
 namespace Orvel {
 

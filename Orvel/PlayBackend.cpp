@@ -1,6 +1,7 @@
+#include <Orvel/PlayBackend.h>
+
 #include <Corvid/URL.h>
 #include <Orvel/Emitter.h>
-#include <Orvel/PlayBackend.h>
 #include <Orvel/Source.h>
 
 #include <iostream>

@@ -1,3 +1,5 @@
+#include <Orvel/Server.h>
+
 #include <Corvid/MultiServer.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/CreateEmitterEvent.h>
@@ -5,7 +7,6 @@
 #include <Orvel/EmitterConnectionEvent.h>
 #include <Orvel/EmitterHullEvent.h>
 #include <Orvel/EmitterParamEvent.h>
-#include <Orvel/Server.h>
 #include <Orvel/Source.h>
 #include <Orvel/SourceDataEvent.h>
 #include <Orvel/SourceDurationEvent.h>

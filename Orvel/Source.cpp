@@ -1,6 +1,7 @@
+#include <Orvel/Source.h>
+
 #include <Corvid/URL.h>
 #include <Orvel/Emitter.h>
-#include <Orvel/Source.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/LogLine.h>
 

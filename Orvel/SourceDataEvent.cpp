@@ -1,4 +1,5 @@
 #include <Orvel/SourceDataEvent.h>
+
 #include <Orvel/detail/LogLine.h>
 
 #include <cstdint>

@@ -1,8 +1,9 @@
+#include <Orvel/World.h>
+
 #include <Orvel/Backend.h>
 #include <Orvel/BackendFactory.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
-#include <Orvel/World.h>
 #include <Orvel/detail/LogLine.h>
 #include <Orvel/detail/SameTransform.h>
 

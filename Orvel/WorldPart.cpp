@@ -1,4 +1,5 @@
 #include <Orvel/WorldPart.h>
+
 #include <Orvel/detail/LogLine.h>
 
 namespace Orvel {

@@ -1,5 +1,6 @@
-#include <Corvid/Event.h>
 #include <Corvid/detail/Connection.h>
+
+#include <Corvid/Event.h>
 
 #include <cerrno>
 #include <linux/sockios.h>

@@ -1,4 +1,5 @@
 #include <Corvid/detail/InputBuffer.h>
+
 #include <Corvid/detail/wire.h>
 
 #include <algorithm>

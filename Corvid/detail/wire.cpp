@@ -1,5 +1,6 @@
-#include <Corvid/Event.h>
 #include <Corvid/detail/wire.h>
+
+#include <Corvid/Event.h>
 
 #include <algorithm>
 #include <bit>
