@@ -3,6 +3,7 @@
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
 #include <cstddef>
@@ -17,7 +18,6 @@
 #include <sys/time.h>
 #include <thread>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 /// A frame that carries a number; `size` in all.
@@ -44,11 +44,8 @@ public:
     ~Noting() override { this->close(); }
 
     bool addCommunicator(Corvid::Communicator* communicator) override {
-        if (!Base::addCommunicator(communicator)) {
-            return false;
-        }
         newest = communicator;
-        return !onAdd || onAdd(communicator);
+        return Base::addCommunicator(communicator) && (!onAdd || onAdd(communicator));
     }
     void take(Corvid::Communicator* communicator) {
         std::span<const std::byte> frame;
@@ -75,12 +72,9 @@ public:
     }
     std::size_t connections() const { return this->counters().connections.size(); }
     bool hasLine(const std::string& part) const {
-        for (const std::string& line : lines) {
-            if (line.find(part) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(lines.begin(), lines.end(), [&part](const std::string& line) {
+            return line.find(part) != std::string::npos;
+        });
     }
 
     std::function<bool(Corvid::Communicator*)> onAdd;
@@ -107,11 +101,17 @@ bool until(const std::function<bool()>& condition, Peers&... peers) {
     return true;
 }
 
-inline std::uint16_t freePort(int kind) {
-    const int descriptor = ::socket(AF_INET, kind, 0);
+inline sockaddr_in loopback(std::uint16_t port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
+    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+inline std::uint16_t freePort(int kind) {
+    const int descriptor = ::socket(AF_INET, kind, 0);
+    sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     ::bind(descriptor, reinterpret_cast<sockaddr*>(&address), size);
     ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
@@ -123,22 +123,15 @@ inline std::uint16_t freePort(int kind) {
 class RawSocket {
 public:
     explicit RawSocket(std::uint16_t port) : descriptor_(::socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const sockaddr_in address = loopback(port);
         const int small = 4096; // so that few bytes fill it
         ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         connected_ =
-            ::connect(descriptor_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+            ::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
+            0;
     }
-    RawSocket(RawSocket&& other) noexcept
-        : descriptor_(std::exchange(other.descriptor_, -1)), connected_(other.connected_) {}
-    ~RawSocket() {
-        if (descriptor_ >= 0) {
-            ::close(descriptor_);
-        }
-    }
+    RawSocket(const RawSocket&) = delete;
+    ~RawSocket() { ::close(descriptor_); }
     bool isConnected() const { return connected_; }
     void send(const std::string& bytes) {
         ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
