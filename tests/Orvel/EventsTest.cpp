@@ -58,7 +58,7 @@ TEST(Events, TravelWholeAndAreRefusedWhenDamaged) {
         std::string defaults; // the values of a new one
         std::string filled;   // those of `event`
     } rows[] = {
-        {command, ""},
+        {command, "", ""},
         {transform, "0 0 0 0 0 0 1", "1 2 -3 0.5 -0.5 0.25 -1"},
         {create, "{}", R"({ "front", "", "x y" })"},
         {connection, "0", "-7"},
