@@ -1,8 +1,6 @@
 """Runs the built tool as a user does: tool_test.py TOOL COMPLETION SCENES [unittest arguments]."""
 
 import array
-import functools
-import http.server
 import json
 import math
 import os
@@ -10,7 +8,6 @@ import re
 import signal
 import subprocess
 import sys
-import threading
 import time
 import unittest
 import wave
@@ -18,10 +15,18 @@ import xml.etree.ElementTree as ElementTree
 
 from tool_case import DEADLINE, LEFT, TOOL, ToolCase, changed, levels
 
+COMMANDS = ["render", "play", "serve", "servers", "plot", "check", "kinds"]
 COMPLETION, SCENES = (os.path.abspath(path) for path in sys.argv[2:4])
 
 
-class Messages(ToolCase):
+class SoundCase(ToolCase):
+    def mono(self, name):
+        with wave.open(self.path(name), "wb") as file:
+            file.setparams((1, 2, 8000, 0, "NONE", ""))
+            file.writeframes(bytes(800))
+
+
+class Messages(SoundCase):
     def test_wrong_use_is_told_once_with_code_2(self):
         scene = self.scene(LEFT)
         for arguments, expected in [
@@ -29,20 +34,15 @@ class Messages(ToolCase):
             (["sing"], 'unknown command "sing"'),
             (["render", scene], "OUT.wav is required"),
             (["render", scene, "o.wav", "--rate", "7999"], "expected 8000 to 192000 Hz"),
-            (["render", scene, "o.wav", "--rate", "1e5x"], "expected 8000 to 192000 Hz"),
             (["render", scene, "o.wav", "--format", "mp3"], "expected s16 or f32"),
             (["render", scene, "o.wav", "--seconds", "nan"], "expected seconds above 0"),
-            (["render", scene, "o.wav", "--seconds", "0"], "expected seconds above 0"),
-            (["render", scene, "o.wav", "--seconds", "86401"], "at most 86400"),
             (["render", scene, "o.wav", "more"], "more"),
-            (["kinds", "--loud"], "--loud"),
             (["play", scene, "--backend", "tuba"],
              'unknown kind "tuba"; expected one of: client, default, log, openal, play, silent'),
             (["play", scene, "--backend", "loopback"], "orvel render scene.json OUT.wav"),
             (["play", scene, "--backend", 'log:labels="a'], "column 8"),
             (["play", scene, "--server", "a:1"], "add --backend client"),
             (["play", scene, "--server", "a:65536"], "expected HOST:PORT"),
-            (["play", scene, "--server", "::1:5"], "expected HOST:PORT"),
             (["serve", "--backend", "loopback"], "--render OUT.wav"),
             (["serve", "--backend", "client"], "drive itself"),
             (["serve", "--group", "192.0.2.1"], "expected an address from 224.0.0.0"),
@@ -54,28 +54,21 @@ class Messages(ToolCase):
                 self.assertEqual(out, "")
                 self.assertIn(expected, err)
                 self.assertEqual(err.count("orvel: "), 1, err)
-                self.assertEqual(os.listdir(self.folder), [scene])
 
     def test_failures_are_told_with_code_1(self):
         scene = self.scene(LEFT)
         self.scene({"orvel": 1}, "empty.json")
         self.scene(changed(LEFT, duration=80000), "long.json")
         self.scene(changed(LEFT, emitters=[{"id": 1, "gian": 1}, {"id": 1}]), "bad.json")
-        with wave.open(self.path("mono.wav"), "wb") as file:
-            file.setparams((1, 2, 8000, 0, "NONE", ""))
-            file.writeframes(bytes(800))
+        self.mono("mono.wav")
         before = sorted(os.listdir(self.folder))
         for arguments, expected in [
             (["render", "gone.json", "o.wav"], "gone.json"),
             (["render", "empty.json", "o.wav"], "nothing to render"),
             (["render", "long.json", "o.wav"], "do not fit into a WAV file"),
             (["render", scene, "gone/o.wav"], "cannot write gone/o.wav: No such file"),
-            (["render", scene, "."], "cannot write .: Is a directory"),
             (["render", scene, "/dev/full"], "cannot write /dev/full"),
-            (["plot", scene, "gone/o.svg"], "cannot write gone/o.svg"),
             (["plot", scene, "o.svg", "--levels", "mono.wav"], "expected 2 channels"),
-            (["plot", scene, "o.svg", "--levels", scene], "cannot read scene.json"),
-            (["check", "bad.json"], "gian"),
         ]:
             with self.subTest(arguments):
                 out, err = self.run_tool(*arguments, code=1)
@@ -83,16 +76,11 @@ class Messages(ToolCase):
                 self.assertIn(expected, err)
                 self.assertEqual(sorted(os.listdir(self.folder)), before)
         _, err = self.run_tool("check", "bad.json", code=1)
+        self.assertIn("gian", err)
         self.assertEqual(len(err.splitlines()), 2, "every mistake is told: " + err)
-        with open("/dev/full", "w", encoding="utf-8") as full:
-            process = subprocess.run([TOOL, "kinds"], stdout=full, stderr=subprocess.PIPE,
-                                     text=True, timeout=DEADLINE, check=False)
-        self.assertEqual(process.returncode, 1)
-        self.assertIn("cannot write to standard output", process.stderr)
 
     def test_help_and_version_are_everywhere(self):
-        for command in [[], ["render"], ["play"], ["serve"], ["servers"], ["plot"], ["check"],
-                        ["kinds"]]:
+        for command in [[], *([command] for command in COMMANDS)]:
             self.assertIn("Usage: orvel", self.run_tool(*command, "--help")[0])
             self.assertRegex(self.run_tool(*command, "--version")[0], r"^orvel \d+\.\d+\.\d+\n$")
 
@@ -108,16 +96,11 @@ class Render(ToolCase):
         scene = self.scene(changed(LEFT, timeline=[
             {"at": 0.2, "emitter": 11, "position": [-2, 0, -1], "over": 0.5}]))
         for name in ("a.wav", "b.wav"):
-            out, err = self.run_tool("render", scene, name)
-            self.assertEqual(err, "")
+            self.assertEqual(self.run_tool("render", scene, name)[1], "")
         with open(self.path("a.wav"), "rb") as a, open(self.path("b.wav"), "rb") as b:
             self.assertEqual(a.read(), b.read())
         left, right = levels(self.path("a.wav"))
         self.assertGreater(left, right + 20)
-        # The table says what the file holds.
-        row = [line.split() for line in out.splitlines() if line.lstrip().startswith("all")][0]
-        self.assertAlmostEqual(float(row[2]), left, delta=0.06)
-        self.assertAlmostEqual(float(row[4]), right, delta=0.06)
 
     def test_a_change_falls_on_its_frame(self):
         silent = {key: value for key, value in LEFT["emitters"][0].items() if key != "state"}
@@ -133,63 +116,43 @@ class Render(ToolCase):
     def test_loud_sums_clip_in_integers_only(self):
         scene = self.scene(changed(LEFT, emitters=[{**LEFT["emitters"][0], "id": i}
                                                    for i in (11, 12, 13, 14)]))
-        results = {}
-        for format in ("s16", "f32"):
+        for format, clips in [("s16", True), ("f32", False)]:
             out, _ = self.run_tool("render", scene, "o.wav", "--format", format, "--json")
-            results[format] = json.loads(out)
-        self.assertGreater(results["s16"]["clipped"], 1000)
-        self.assertEqual(results["f32"]["clipped"], 0)
-        self.assertAlmostEqual(results["f32"]["all"]["left"]["peak"], 6.02, delta=0.1)
-        self.assertIsNone(results["f32"]["all"]["right"]["peak"])
-        self.assertEqual([row["second"] for row in results["f32"]["levels"]], [0])
-        self.assertIn("clipped", self.run_tool("render", scene, "o.wav")[0])
+            self.assertEqual(json.loads(out)["clipped"] > 1000, clips)
+        self.assertAlmostEqual(json.loads(out)["all"]["left"]["peak"], 6.02, delta=0.1)
 
     def test_more_emitters_than_usual_all_sound(self):
-        one = {"source": 1, "state": "play", "position": [0, 0, 0], "spatial": False,
-               "gain": 0.001}
+        one = {"source": 1, "state": "play", "spatial": False, "gain": 0.001}
         results = []
         for count in (1, 400):
             scene = self.scene(changed(LEFT, emitters=[{**one, "id": i + 10}
                                                        for i in range(count)]))
-            out, err = self.run_tool("render", scene, "o.wav", "--format", "f32", "--json")
-            self.assertEqual(err, "")
+            out, _ = self.run_tool("render", scene, "o.wav", "--format", "f32", "--json")
             results.append(json.loads(out)["all"]["left"]["rms"])
         self.assertAlmostEqual(results[1] - results[0], 20 * math.log10(400), delta=0.2)
 
     def test_an_interrupted_render_leaves_the_former_file(self):
         scene = self.scene(changed(LEFT, duration=86400))
-        with open(self.path("o.wav"), "w", encoding="utf-8") as file:
-            file.write("former")
+        self.scene("former", "o.wav")
         process = self.start("render", scene, "o.wav", "--rate", "8000")
         self.wait_for(lambda: len(os.listdir(self.folder)) > 2, "no temporary file")
         process.send_signal(signal.SIGINT)
         _, err = self.finish(process, 1)
         self.assertIn("interrupted", err)
         self.assertEqual(sorted(os.listdir(self.folder)), ["o.wav", scene])
-        with open(self.path("o.wav"), encoding="utf-8") as file:
-            self.assertEqual(file.read(), "former")
+        self.assertEqual(self.read("o.wav"), '"former"')
 
     def test_a_lost_url_is_named_and_the_rest_is_heard(self):
         scene = self.scene(LEFT)
         self.run_tool("render", scene, "tone.wav")
-        with open(self.path("no.wav"), "w", encoding="utf-8") as file:
-            file.write("no sound at all")
-        handler = functools.partial(Quiet, directory=self.folder)
-        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
-            thread = threading.Thread(target=server.serve_forever)
-            thread.start()
-            try:
-                base = f"http://127.0.0.1:{server.server_port}/"
-                sources = [{"id": i, "url": base + name}
-                           for i, name in enumerate(["tone.wav", "gone.wav", "no.wav"], 1)]
-                self.scene(changed(LEFT, sources=sources, emitters=[
-                    {**LEFT["emitters"][0], "id": 10 + i, "source": i, "spatial": False}
-                    for i in (1, 2, 3)]))
-                out, err = self.run_tool("render", scene, "o.wav", code=1)
-            finally:
-                server.shutdown()
-                thread.join()
-        self.assertRegex(err, r'scene\.json:1: sources\[1\]\.url: cannot fetch ".*gone\.wav".*404')
+        self.scene("no sound at all", "no.wav")
+        sources = [{"id": i, "url": "file://" + self.path(name)}
+                   for i, name in enumerate(["tone.wav", "gone.wav", "no.wav"], 1)]
+        self.scene(changed(LEFT, sources=sources, emitters=[
+            {**LEFT["emitters"][0], "id": 10 + i, "source": i, "spatial": False}
+            for i in (1, 2, 3)]))
+        out, err = self.run_tool("render", scene, "o.wav", code=1)
+        self.assertRegex(err, r'scene\.json:1: sources\[1\]\.url: cannot fetch ".*gone\.wav"')
         self.assertRegex(err, r'scene\.json:1: sources\[2\]\.url: cannot play ".*no\.wav"')
         self.assertEqual(len(err.splitlines()), 3, err)
         self.assertIn("o.wav is written, but not all", err)
@@ -197,16 +160,9 @@ class Render(ToolCase):
         self.assertIn("1.00 s", out)  # as long as the sound that was fetched
 
 
-class Quiet(http.server.SimpleHTTPRequestHandler):
-    def log_message(self, *arguments):
-        pass
-
-
-class Plot(ToolCase):
+class Plot(SoundCase):
     def test_it_is_xml_with_every_emitter_and_the_levels(self):
-        with wave.open(self.path("a<b>&\".wav"), "wb") as file:
-            file.setparams((1, 2, 8000, 0, "NONE", ""))
-            file.writeframes(bytes(800))
+        self.mono("a<b>&\".wav")
         scene = self.scene(changed(
             LEFT,
             sources=LEFT["sources"] + [{"id": 2, "file": "a<b>&\".wav"}],
@@ -223,36 +179,19 @@ class Plot(ToolCase):
                 texts = [element.text for element in root.iter() if element.text]
                 for expected in ("11: 441 Hz", '12: a<b>&"', "13", "14", "listener"):
                     self.assertIn(expected, texts)
-                self.assertTrue(any(re.fullmatch(r"[\d.]+ s", text) for text in texts))
                 self.assertEqual("RMS level in dBFS" in texts, name != "o.svg")
 
 
-    def test_extreme_places_still_make_a_picture(self):
-        for far, near in [(1e30, -1e30), (3e38, 0), (1e-30, -1e-30), (1e6, 1e6 + 1)]:
-            with self.subTest(far):
-                scene = self.scene(changed(LEFT, emitters=[
-                    {"id": 1, "position": [far, 0, 0], "hull": {"maxFront": 3e38}},
-                    {"id": 2, "position": [near, 0, -far]}]))
-                self.run_tool("plot", scene, "o.svg")
-                text = self.path("o.svg")
-                ElementTree.parse(text)
-                with open(text, encoding="utf-8") as file:
-                    content = file.read()
-                self.assertLess(len(content), 100000)
-                self.assertNotRegex(content, r"nan|inf")
-
-
-class Play(ToolCase):
+class Play(SoundCase):
     def test_ctrl_c_and_termination_end_it_at_once(self):
         scene = self.scene(changed(LEFT, duration=1000, timeline=[
             {"at": 0.05, "emitter": 11, "state": "pause"}]))
         for number in (signal.SIGINT, signal.SIGTERM):
             process = self.start("play", scene, "--loop", "--backend", "log", "--backend", "silent")
-            first = ""
-            while "setEmitterState: pause" not in first:
+            line = "."
+            while "setEmitterState: pause" not in line:
+                self.assertNotEqual(line, "", "it has ended by itself")
                 line = process.stderr.readline()
-                self.assertNotEqual(line, "", "it has ended by itself: " + first)
-                first += line
             begin = time.monotonic()
             process.send_signal(number)
             _, rest = self.finish(process, 0)
@@ -265,37 +204,22 @@ class Play(ToolCase):
             {"at": 0.2, "emitter": 11, "gain": 0.5}]))
         begin = time.monotonic()
         _, err = self.run_tool("play", scene, "--backend", "log", "--loop", "--seconds", "0.75")
-        taken = time.monotonic() - begin
-        self.assertGreaterEqual(taken, 0.75)
-        self.assertLess(taken, 5)
+        self.assertTrue(0.75 <= time.monotonic() - begin < 5)
         # At the start and at 0.2 s, twice.
         self.assertEqual(err.count("setEmitterParam"), 4, err)
-
-    def test_kind_play_has_standard_output_for_itself(self):
-        with wave.open(self.path("a.wav"), "wb") as file:
-            file.setparams((1, 2, 8000, 0, "NONE", ""))
-            file.writeframes(bytes(800))
-        url = "file://" + self.path("a.wav")
-        scene = self.scene(changed(LEFT, sources=[{"id": 1, "url": url}]))
-        out, err = self.run_tool("play", scene, "--seconds", "0.1", "--backend",
-                                 'play:command="player -q"')
-        self.assertEqual(err, "")
-        self.assertEqual(set(out.splitlines()), {f"systemCall: player -q {url} &"})
 
     def test_without_a_device_one_message_names_render(self):
         scene = self.scene(changed(LEFT, duration=0.05))
         env = {"ALSOFT_DRIVERS": "none"}
-        for backends, code in [([], 1), (["openal"], 1), (["openal", "default"], 1),
-                               (["default", "silent"], 0)]:
+        for backends, code in [([], 1), (["openal", "default"], 1), (["default", "silent"], 0)]:
             with self.subTest(backends):
                 arguments = [word for kind in backends for word in ("--backend", kind)]
-                out, err = self.run_tool("play", scene, *arguments, code=code, env=env)
-                self.assertEqual(out, "")
+                _, err = self.run_tool("play", scene, *arguments, code=code, env=env)
                 self.assertEqual(len(err.splitlines()), 1, err)
                 self.assertIn("orvel render scene.json OUT.wav", err)
 
 
-class Completion(ToolCase):
+class Completion(SoundCase):
     def complete(self, line):
         """What bash would offer at the end of the line."""
         script = f"""
@@ -307,34 +231,28 @@ class Completion(ToolCase):
             _orvel
             printf '%s\\n' "${{COMPREPLY[@]}}"
         """
-        process = subprocess.run(["bash", "--norc", "-c", script, "bash", COMPLETION, line],
-                                 cwd=self.folder, capture_output=True, text=True, timeout=DEADLINE,
-                                 check=True)
-        self.assertEqual(process.stderr, "")
-        return set(process.stdout.split())
+        return set(subprocess.check_output(
+            ["bash", "--norc", "-c", script, "bash", COMPLETION, line],
+            cwd=self.folder, text=True, timeout=DEADLINE).split())
 
     def test_it_offers_what_fits(self):
         self.scene(LEFT)
         self.scene(LEFT, "other.json")
         os.mkdir(self.path("sub"))
-        open(self.path("o.wav"), "w", encoding="utf-8").close()
+        self.mono("o.wav")
         for line, expected in [
             ("orvel pl", {"play", "plot"}),
             ("orvel serve --scene o", {"other.json"}),
-            ("orvel render ", {"scene.json", "other.json", "sub"}),
-            ("orvel render --rate 48000 sc", {"scene.json"}),
+            ("orvel render --rate 48000 ", {"scene.json", "other.json", "sub"}),
             ("orvel render scene.json ", {"o.wav", "sub"}),
-            ("orvel plot scene.json --levels ", {"o.wav", "sub"}),
             ("orvel render --format ", {"s16", "f32"}),
-            ("orvel play scene.json --backend ",
-             {"client", "default", "log", "openal", "play", "silent"}),
             ("orvel serve --backend ", {"default", "log", "openal", "play", "silent"}),
         ]:
             with self.subTest(line):
                 self.assertEqual(self.complete(line), expected)
 
     def test_it_knows_every_option(self):
-        for command in ("render", "play", "serve", "servers", "plot", "check", "kinds"):
+        for command in COMMANDS:
             shown = set(re.findall(r"^ .*?(--[a-z]+)", self.run_tool(command, "--help")[0], re.M))
             self.assertEqual(self.complete(f"orvel {command} -"), shown)
 
