@@ -20,17 +20,12 @@
 #include <unistd.h>
 #include <vector>
 
-/// A frame that carries a number; `size` in all.
-inline std::vector<std::byte> numberFrame(std::uint32_t number, std::uint32_t size = 12) {
+/// Sends a frame that carries a number; `size` in all.
+inline bool sendNumber(Corvid::Sender& sender, std::uint32_t number, std::uint32_t size = 12) {
     std::vector<std::byte> frame(size);
     const std::uint32_t length = size - 4;
     std::memcpy(frame.data(), &length, sizeof length);
     std::memcpy(frame.data() + 8, &number, sizeof number);
-    return frame;
-}
-
-inline bool sendNumber(Corvid::Sender& sender, std::uint32_t number, std::uint32_t size = 12) {
-    const auto frame = numberFrame(number, size);
     return sender.sendFrame(frame.data(), frame.size());
 }
 
@@ -126,13 +121,11 @@ public:
         const sockaddr_in address = loopback(port);
         const int small = 4096; // so that few bytes fill it
         ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-        connected_ =
-            ::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
-            0;
+        EXPECT_EQ(
+            ::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     }
     RawSocket(const RawSocket&) = delete;
     ~RawSocket() { ::close(descriptor_); }
-    bool isConnected() const { return connected_; }
     void send(const std::string& bytes) {
         ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     }
@@ -146,8 +139,7 @@ public:
     }
 
 private:
-    int descriptor_;
-    bool connected_ = false;
+    const int descriptor_;
 };
 
 /// A greeting as a client of that version sends it.

@@ -221,7 +221,6 @@ TEST_P(HostilePeer, DoesNotDisturbAGoodOne) {
     std::list<RawSocket> sockets;
     for (int i = 0; i < hostile.sockets; ++i) {
         sockets.emplace_back(server_->port());
-        ASSERT_TRUE(sockets.back().isConnected());
         server_->poll();
     }
     std::uint32_t number = 0;
