@@ -361,41 +361,30 @@ TEST_F(Net, DeliversOnTheHostsThreadWhenDeferred) {
     const auto echo = [](Communicator* communicator, std::span<const std::byte> frame) {
         communicator->sendFrame(frame.data(), frame.size());
     };
-    const auto deliver = [&] { client->deliver([&](Communicator* c) { client->take(c); }); };
     auto server = newServer();
     server->onFrame = echo;
-    ASSERT_TRUE(until(
-        [&] {
-            deliver();
-            return client->connections() == 1;
-        },
-        *server));
+    const auto delivered = [&](const std::function<bool()>& condition) {
+        return until(
+            [&] {
+                client->deliver([&](Communicator* c) { client->take(c); });
+                return condition();
+            },
+            *server);
+    };
+    ASSERT_TRUE(delivered([&] { return client->connections() == 1; }));
     for (std::uint32_t i = 1; i < kCount; ++i) {
         sendNumber(*client, i);
     }
-    ASSERT_TRUE(until(
-        [&] {
-            deliver();
-            return client->numbers.size() == kCount;
-        },
-        *server));
+    ASSERT_TRUE(delivered([&] { return client->numbers.size() == kCount; }));
     std::vector<std::uint32_t> expected(kCount);
     std::iota(expected.begin(), expected.end(), 0);
     EXPECT_EQ(client->numbers, expected);
     // Removed while the loop thread may be using it, then found again.
     ASSERT_TRUE(client->removeCommunicator(client->newest));
     delete client->newest;
-    ASSERT_TRUE(until(
-        [&] {
-            deliver();
-            return client->counters().connected == 2;
-        },
-        *server));
-    server = nullptr;
-    ASSERT_TRUE(until([&] {
-        deliver();
-        return client->lost == 1;
-    }));
+    ASSERT_TRUE(delivered([&] { return client->counters().connected == 2; }));
+    server->close();
+    ASSERT_TRUE(delivered([&] { return client->lost == 1; }));
     client->breakWait();
     loop.join();
 }
