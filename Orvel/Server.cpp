@@ -25,6 +25,16 @@ namespace {
 
 enum class Outcome { Applied, Invalid, Unknown };
 
+/// A dynamic_cast to the base of all that a client sends, but faster for those of a scene.
+CommandEvent* asCommand(Corvid::Event* event) {
+    const auto* type = &typeid(*event);
+    const bool known = type == &typeid(TransformEvent) || type == &typeid(EmitterParamEvent) ||
+                       type == &typeid(EmitterHullEvent) || type == &typeid(CommandEvent) ||
+                       type == &typeid(CreateEmitterEvent) ||
+                       type == &typeid(EmitterConnectionEvent);
+    return known ? static_cast<CommandEvent*>(event) : dynamic_cast<CommandEvent*>(event);
+}
+
 /// Calls `apply` with both if the event is of its class and the part exists.
 template <class EventClass, class Part, class Apply>
 Outcome applyTo(CommandEvent& event, Part* part, Apply apply) {
@@ -218,12 +228,13 @@ int Server::receive(bool block) {
     int count = 0;
     int waiting = 0;
     Corvid::Communicator* client = nullptr;
-    while (!stopping_ && multiServer_->communicatorsAvail(waiting) && (block || waiting > 0) &&
+    while (!stopping_ && (block || (multiServer_->communicatorsAvail(waiting) && waiting > 0)) &&
            multiServer_->receiveCommunicator(client)) {
         if (receiveFrom(client)) {
             ++count;
-            // At once, because a blocking call ends only with the thread.
-            receivedEvents_.fetch_add(1, std::memory_order_relaxed);
+            // At once, because a blocking call ends only with the thread. Nobody else writes.
+            receivedEvents_.store(
+                receivedEvents_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
         }
     }
     return count;
@@ -243,11 +254,7 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
     if (interceptEvent(*event, *client)) {
         return true;
     }
-    // Nearly all are transforms, of which that is found out faster.
-    auto* command = typeid(*received) == typeid(TransformEvent)
-                        ? static_cast<CommandEvent*>(static_cast<TransformEvent*>(received))
-                        : dynamic_cast<CommandEvent*>(received);
-    if (command != nullptr) {
+    if (auto* command = asCommand(received)) {
         dispatchEvent(command);
     } else {
         ORVEL_LOG(Fatal, "Orvel::Server got Corvid::Event which is not a Orvel::Event\n");

@@ -257,7 +257,7 @@ void waitUntil(Condition&& condition, const char* what) {
         if (secondsSince(start) > 10.0) {
             fail(std::string("in ten seconds there was no ") + what);
         }
-        std::this_thread::sleep_for(20us);
+        std::this_thread::sleep_for(100us);
     }
 }
 

@@ -7,50 +7,46 @@ namespace {
 constexpr int kEmitters = 1000;
 constexpr std::size_t kTightLimit = std::size_t{4} << 20U;
 
-/// The longest call of a setter and the number of calls, with 1,000 every 10 ms.
+/// What came of 1,000 calls every 10 ms.
 struct Calls {
     double longest = 0.0;
     long count = 0;
     double bytesKept = 0.0;
 };
 
-template <class Scene, class AfterEach>
-Calls drive(Scene& scene, double seconds, AfterEach&& afterEach) {
+template <class Call, class AfterBatch>
+Calls drive(double seconds, Call&& call, AfterBatch&& afterBatch) {
     Calls calls;
     const auto start = OrvelBench::Clock::now();
-    auto next = start;
-    while (OrvelBench::secondsSince(start) < seconds) {
+    for (auto next = start; OrvelBench::secondsSince(start) < seconds;) {
         next += std::chrono::milliseconds(10);
-        const Orvel::Vec3f to = OrvelBench::HostScene<>::position(++scene.pass);
         auto before = OrvelBench::Clock::now();
-        for (Orvel::Emitter* emitter : scene.emitters) {
-            emitter->setTransform(&to, nullptr);
+        for (int i = 0; i < kEmitters; ++i) {
+            call(calls.count++);
             const auto after = OrvelBench::Clock::now();
             calls.longest =
                 std::max(calls.longest, std::chrono::duration<double>(after - before).count());
             before = after;
         }
-        calls.count += kEmitters;
-        afterEach(calls);
+        afterBatch(calls);
         std::this_thread::sleep_until(next);
     }
     return calls;
 }
 
-/// The same without a network, to see how long the system interrupts whoever does anything.
+/// How long the system interrupts somebody who hands the same bytes to a thread that sends them.
 double longestInterruption(double seconds) {
-    struct {
-        Orvel::World world;
-        std::vector<Orvel::Emitter*> emitters;
-        unsigned pass = 0;
-    } scene;
-    scene.world.addBackend("silent", "");
-    for (int i = 0; i < kEmitters; ++i) {
-        scene.emitters.push_back(scene.world.createEmitter());
+    OrvelBench::SocketPair sockets;
+    std::thread reader([&] { OrvelBench::receiveTransforms(sockets.far, [](auto) {}); });
+    double longest = 0.0;
+    {
+        OrvelBench::BufferedWriter writer(sockets.near);
+        const std::array<std::byte, OrvelBench::kTransformBytes> frame{};
+        const auto append = [&](long) { writer.append(frame.data(), frame.size()); };
+        longest = drive(seconds, append, [](Calls&) {}).longest;
     }
-    const double longest = drive(scene, seconds, [](Calls&) {}).longest;
-    scene.world.clearWorld();
-    scene.world.deleteAllBackends();
+    sockets.near.end();
+    reader.join();
     return longest;
 }
 
@@ -66,7 +62,12 @@ void measure(OrvelBench::Report& report, const std::string& name, std::size_t li
     scene.waitForServers(2);
     stuck.stop(); // its connection stays, and nobody reads it
 
-    Calls calls = drive(scene, seconds, [&](Calls& so) {
+    const auto move = [&](long number) {
+        const Orvel::Vec3f to =
+            OrvelBench::HostScene<>::position(1 + static_cast<unsigned>(number / kEmitters));
+        scene.emitters[static_cast<std::size_t>(number % kEmitters)]->setTransform(&to, nullptr);
+    };
+    const Calls calls = drive(seconds, move, [&](Calls& so) {
         so.bytesKept = std::max(so.bytesKept, static_cast<double>(network.counters().bytesKept));
     });
     OrvelBench::waitUntil([&] { return good.applied() >= calls.count; }, "end for the good server");
