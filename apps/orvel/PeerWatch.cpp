@@ -34,8 +34,10 @@ std::vector<std::string> PeerWatch::look() {
             (drop == drops.rend() || drop->reason.empty() ? "" : ": " + drop->reason));
         gone.push_back(peer);
     }
+    someCame_ = false;
     for (const auto& [peer, id] : now) {
         if (!known_.contains(peer)) {
+            someCame_ = true;
             complain(describe(peer, id) + " is connected");
         }
     }
