@@ -115,7 +115,7 @@ TEST(World, NumbersPartsFromOneCounter) {
     EXPECT_EQ(world.createSource()->id(), INT_MIN);
     world.createEmitter({}, -1); // larger than INT_MIN, so the counter follows
     EXPECT_EQ(world.createEmitter(), nullptr) << "once when the counter wraps";
-    EXPECT_EQ(world.createSource()->id(), 1);
+    EXPECT_EQ(world.createEmitter()->id(), 1);
 }
 
 TEST(World, LetsADerivedWorldIntercept) {
