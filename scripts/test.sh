@@ -17,6 +17,6 @@ run() {
 }
 
 # What runs more than one thread is where ThreadSanitizer has something to find.
-run tsan -R 'Threads|Fetch|Contract'
+run tsan -R 'Threads|Fetch|Contract|Remote'
 run asan
 run dev
