@@ -27,15 +27,19 @@ std::vector<std::string> PeerWatch::look() {
             continue;
         }
         const auto& drops = counters.lastDrops;
-        const auto drop = std::find_if(
-            drops.rbegin(), drops.rend(), [&](const auto& other) { return other.peer == peer; });
+        const auto drop =
+            std::find_if(drops.rbegin(), drops.rend(), [&name = peer](const auto& other) {
+                return other.peer == name;
+            });
         complain(
             describe(peer, id) + " is gone" +
             (drop == drops.rend() || drop->reason.empty() ? "" : ": " + drop->reason));
         gone.push_back(peer);
     }
+    someCame_ = false;
     for (const auto& [peer, id] : now) {
         if (!known_.contains(peer)) {
+            someCame_ = true;
             complain(describe(peer, id) + " is connected");
         }
     }

@@ -19,12 +19,15 @@ public:
     /// ("address:port") of those that are gone.
     std::vector<std::string> look();
 
+    /// Whether the last look() found new ones.
+    [[nodiscard]] bool someCame() const noexcept { return someCame_; }
     [[nodiscard]] std::size_t count() const noexcept { return known_.size(); }
 
 private:
     const Corvid::MultiCommunicator& peers_;
     std::string what_;
     std::map<std::string, short> known_; // ids by name
+    bool someCame_ = false;
 };
 
 } // namespace OrvelTool

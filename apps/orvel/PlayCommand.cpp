@@ -93,8 +93,8 @@ int PlayCommand::run() {
 void PlayCommand::play(const LoadedScene& loaded, Stage& stage) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
-    ScenePlayer player(loaded.scene, loaded.sounds, stage);
     RemoteServers servers(stage, servers_);
+    ScenePlayer player(loaded.scene, loaded.sounds, stage);
     // Fetching may take long; until there is something to end in order, Ctrl-C just ends all.
     player.start();
     const StopSignals signals;

@@ -68,7 +68,10 @@ class Remote(ToolCase):
                          r"orvel: client \S+ is gone: .*\n  second   left peak")
 
     def test_servers_come_late_vanish_and_come_back(self):
-        scene = self.scene(LOOPED)
+        over = {**LEFT["emitters"][0], "id": 12, "source": 2, "position": [2, 0, 0]}
+        scene = self.scene(changed(
+            LOOPED, sources=[*LOOPED["sources"], {"id": 2, "tone": {"seconds": 0.2}}],
+            emitters=[*LOOPED["emitters"], over]))
         player = self.play("play.log", scene)
         self.wait_for_text("play.log", "no server has been found yet")
         first = self.serve("first.log", "--scene", scene, "--backend", "silent", "--id", "7")
@@ -80,7 +83,8 @@ class Remote(ToolCase):
         self.assertLess(listed[0]["roundTripMs"], 300)
         first.kill()
         self.wait_for_text("play.log", "is gone", within=2)
-        # The next one is told the whole scene; and what a player that dies has made goes with it.
+        # The next one is told the whole scene, without what is over (and would be on the right);
+        # and what a player that dies has made goes with it.
         second = self.serve("second.log", "--scene", scene, "--render", "o.wav")
         self.wait_for_text("play.log", "is connected", 2, within=1)
         time.sleep(0.5)  # of sound
