@@ -4,8 +4,7 @@ namespace Orvel {
 
 void CommandEvent::addFields() {
     Event::addFields();
-    addField(command);
-    addField(objectId);
+    addEach(command, objectId);
 }
 
 void CommandEvent::getFields() {
