@@ -152,15 +152,15 @@ public:
         drain_.join();
     }
     void appendAll() {
-        for (int i = 0; i < kEmitters; ++i) {
-            frame_[6] = static_cast<std::byte>(i);
-            writer_.append(frame_.data(), frame_.size());
+        for (std::size_t i = 0; i < frames_.size(); i += OrvelBench::kTransformBytes) {
+            writer_.append(frames_.data() + i, OrvelBench::kTransformBytes);
         }
     }
 
 private:
     OrvelBench::SocketPair sockets_;
-    std::array<std::byte, OrvelBench::kTransformBytes> frame_{};
+    std::vector<std::byte> frames_ =
+        std::vector<std::byte>(kEmitters * OrvelBench::kTransformBytes);
     std::thread drain_;
     OrvelBench::BufferedWriter writer_{sockets_.near};
 };
