@@ -46,15 +46,6 @@ void report(std::string* fault, std::string text) {
 
 } // namespace
 
-void Event::addFields() {
-    if (static_cast<std::size_t>(outputEnd_ - output_) < sizeof(protocolTag) &&
-        !grow(sizeof(protocolTag))) {
-        return;
-    }
-    std::memcpy(output_, &protocolTag, sizeof(protocolTag));
-    output_ += sizeof(protocolTag);
-}
-
 void Event::getFields() {
     take(&protocolTag, sizeof(protocolTag));
 }

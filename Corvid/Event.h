@@ -37,7 +37,14 @@ public:
     }
 
     /// Writes the header field. Derived classes call their base's first, then add their own.
-    virtual void addFields();
+    virtual void addFields() {
+        if (static_cast<std::size_t>(outputEnd_ - output_) < sizeof(protocolTag) &&
+            !grow(sizeof(protocolTag))) {
+            return;
+        }
+        std::memcpy(output_, &protocolTag, sizeof(protocolTag));
+        output_ += sizeof(protocolTag);
+    }
     /// Reads what addFields() wrote, in the same order. A field that cannot be read keeps its
     /// value, and the event is refused. So is one whose getFields() throws.
     virtual void getFields();
