@@ -5,6 +5,7 @@
 #include <Corvid/Sender.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <exception>
 #include <memory>
@@ -21,14 +22,21 @@ namespace {
 
 constexpr std::size_t kLengthBytes = 4;
 constexpr std::size_t kTypeBytes = 2;
-constexpr std::size_t kFirstBufferBytes = 256;
+constexpr std::size_t kSmallBytes = 256; // most events fit there, on the stack
 // A thread's buffer that has grown beyond this for one large event is not kept.
 constexpr std::size_t kMostKeptBytes = 1U << 20U;
 
-/// Kept at its full size between events, of which each uses the beginning.
+/// For larger events: kept at its full size between them, of which each uses the beginning. Taken
+/// away for the time of use, so that a sender which sends an event itself does no harm.
 std::vector<std::byte>& threadBuffer() {
     thread_local std::vector<std::byte> buffer;
     return buffer;
+}
+
+void giveBack(std::vector<std::byte>& buffer) {
+    if (!buffer.empty() && buffer.size() <= kMostKeptBytes) {
+        threadBuffer().swap(buffer);
+    }
 }
 
 void report(std::string* fault, std::string text) {
@@ -39,15 +47,6 @@ void report(std::string* fault, std::string text) {
 
 } // namespace
 
-void Event::addFields() {
-    if (static_cast<std::size_t>(outputEnd_ - output_) < sizeof(protocolTag) &&
-        !grow(sizeof(protocolTag))) {
-        return;
-    }
-    std::memcpy(output_, &protocolTag, sizeof(protocolTag));
-    output_ += sizeof(protocolTag);
-}
-
 void Event::getFields() {
     take(&protocolTag, sizeof(protocolTag));
 }
@@ -56,13 +55,11 @@ bool Event::send(Sender* sender) {
     if (sender == nullptr) {
         return false;
     }
-    // Taken away for the time of use, so that a sender which sends an event itself does no harm.
-    std::vector<std::byte> buffer = std::exchange(threadBuffer(), {});
-    const std::size_t size = encodeInto(buffer);
-    const bool sent = size != 0 && sender->sendFrame(buffer.data(), size);
-    if (buffer.size() <= kMostKeptBytes) {
-        threadBuffer() = std::move(buffer);
-    }
+    std::array<std::byte, kSmallBytes> small;
+    std::vector<std::byte> large;
+    const std::span<const std::byte> frame = encodeInto(small, large);
+    const bool sent = !frame.empty() && sender->sendFrame(frame.data(), frame.size());
+    giveBack(large);
     return sent;
 }
 
@@ -81,51 +78,64 @@ bool Event::receive(Receiver* receiver, Event*& event) {
 }
 
 bool Event::encode(std::vector<std::byte>& frame) {
-    const std::size_t size = encodeInto(frame);
-    frame.resize(size);
-    return size != 0;
+    std::array<std::byte, kSmallBytes> small;
+    std::vector<std::byte> large;
+    const std::span<const std::byte> encoded = encodeInto(small, large);
+    frame.assign(encoded.begin(), encoded.end());
+    giveBack(large);
+    return !frame.empty();
 }
 
-/// The size of the frame, at the beginning of `buffer`; 0 if it would be too large.
-std::size_t Event::encodeInto(std::vector<std::byte>& buffer) {
-    if (buffer.size() < kFirstBufferBytes) {
-        buffer.resize(kFirstBufferBytes);
-    }
-    buffer_ = &buffer;
-    output_ = buffer.data() + kLengthBytes + kTypeBytes;
-    outputEnd_ = buffer.data() + buffer.size();
+/// The frame, in one of the two buffers; empty if it would be too large.
+std::span<const std::byte>
+Event::encodeInto(std::span<std::byte> small, std::vector<std::byte>& large) {
+    begin_ = small.data();
+    output_ = begin_ + kLengthBytes + kTypeBytes;
+    outputEnd_ = begin_ + small.size();
+    large_ = &large;
     const short typeId = type()->typeId();
-    std::memcpy(buffer.data() + kLengthBytes, &typeId, kTypeBytes);
+    std::memcpy(begin_ + kLengthBytes, &typeId, kTypeBytes);
     addFields();
-    std::size_t size = 0;
-    if (buffer_ != nullptr) {
-        size = static_cast<std::size_t>(output_ - buffer.data());
-        const auto length = static_cast<std::uint32_t>(size - kLengthBytes);
-        std::memcpy(buffer.data(), &length, kLengthBytes);
+    std::span<const std::byte> frame;
+    if (begin_ != nullptr) {
+        frame = {begin_, output_};
+        const auto length = static_cast<std::uint32_t>(frame.size() - kLengthBytes);
+        std::memcpy(begin_, &length, kLengthBytes);
     }
-    buffer_ = nullptr;
+    begin_ = nullptr;
     output_ = nullptr;
     outputEnd_ = nullptr;
-    return size;
+    large_ = nullptr;
+    return frame;
 }
 
 /// Makes room for `more` bytes. False if that would be too large a frame, and from then on until
 /// the encoding ends.
 bool Event::grow(std::size_t more) {
-    if (buffer_ == nullptr) {
+    if (begin_ == nullptr) {
         return false;
     }
-    const auto used = static_cast<std::size_t>(output_ - buffer_->data());
+    const auto used = static_cast<std::size_t>(output_ - begin_);
     if (more > kMaxFrameBytes - used) {
-        buffer_ = nullptr;
+        begin_ = nullptr;
         output_ = nullptr;
         outputEnd_ = nullptr;
         return false;
     }
-    buffer_->resize(std::min<std::size_t>(
-        kMaxFrameBytes, std::max(used + more, buffer_->size() + buffer_->size() / 2)));
-    output_ = buffer_->data() + used;
-    outputEnd_ = buffer_->data() + buffer_->size();
+    const bool wasSmall = large_->empty();
+    if (wasSmall) {
+        large_->swap(threadBuffer());
+    }
+    if (large_->size() < used + more) {
+        large_->resize(std::min<std::size_t>(
+            kMaxFrameBytes, std::max(used + more, large_->size() + large_->size() / 2)));
+    }
+    if (wasSmall) {
+        std::memcpy(large_->data(), begin_, used);
+    }
+    begin_ = large_->data();
+    output_ = begin_ + used;
+    outputEnd_ = begin_ + large_->size();
     return true;
 }
 

@@ -37,7 +37,14 @@ public:
     }
 
     /// Writes the header field. Derived classes call their base's first, then add their own.
-    virtual void addFields();
+    virtual void addFields() {
+        if (static_cast<std::size_t>(outputEnd_ - output_) < sizeof(protocolTag) &&
+            !grow(sizeof(protocolTag))) {
+            return;
+        }
+        std::memcpy(output_, &protocolTag, sizeof(protocolTag));
+        output_ += sizeof(protocolTag);
+    }
     /// Reads what addFields() wrote, in the same order. A field that cannot be read keeps its
     /// value, and the event is refused. So is one whose getFields() throws.
     virtual void getFields();
@@ -73,6 +80,22 @@ protected:
     void addField(bool value) {
         addFixed(FieldType::Bool, static_cast<unsigned char>(value ? 1 : 0));
     }
+    /// Several floats or shorts, which costs less together than one after the other.
+    template <class... Values>
+    void addEach(Values... values) {
+        constexpr std::size_t kBytes = ((1 + sizeof(Values)) + ...);
+        if (static_cast<std::size_t>(outputEnd_ - output_) < kBytes && !grow(kBytes)) {
+            return;
+        }
+        std::byte* to = output_; // bytes may alias a member, which would be loaded again for each
+        const auto put = [&to](auto value) {
+            *to = static_cast<std::byte>(typeOf(value));
+            std::memcpy(to + 1, &value, sizeof value);
+            to += 1 + sizeof value;
+        };
+        (put(values), ...);
+        output_ = to;
+    }
     /// A raw block; only the frame's limit bounds its length.
     void addData(const void* data, long length);
 
@@ -105,6 +128,9 @@ private:
         Data = 7,
     };
 
+    static constexpr FieldType typeOf(float /*value*/) { return FieldType::Float; }
+    static constexpr FieldType typeOf(short /*value*/) { return FieldType::Short; }
+
     // Inline, because encoding is what a host's frame loop pays for each change.
     template <class Value>
     void addFixed(FieldType type, Value value) {
@@ -122,11 +148,14 @@ private:
     void addBlock(FieldType type, const void* data, Length length);
     bool take(void* to, std::size_t size);
 
-    std::size_t encodeInto(std::vector<std::byte>& buffer);
+    std::span<const std::byte>
+    encodeInto(std::span<std::byte> small, std::vector<std::byte>& large);
     bool grow(std::size_t more);
 
-    // During encoding: the buffer, of which everything before output_ is written.
-    std::vector<std::byte>* buffer_ = nullptr;
+    // During encoding: the frame, of which everything before output_ is written, and where it goes
+    // when it outgrows the first buffer.
+    std::byte* begin_ = nullptr;
+    std::vector<std::byte>* large_ = nullptr;
     std::byte* output_ = nullptr;
     std::byte* outputEnd_ = nullptr;
     // During decoding: what is not read yet.

@@ -2,12 +2,6 @@
 
 namespace Orvel {
 
-void CommandEvent::addFields() {
-    Event::addFields();
-    addField(command);
-    addField(objectId);
-}
-
 void CommandEvent::getFields() {
     Event::getFields();
     getField(command);
@@ -16,12 +10,6 @@ void CommandEvent::getFields() {
 
 const Corvid::EventType* CommandEvent::type() const {
     return &_type;
-}
-
-void CommandEvent::address(Command commandId, int id) {
-    command = commandId;
-    objectId = static_cast<short>(id);
-    protocolTag = kProtocolTag;
 }
 
 Corvid::Event* CommandEvent::create() {

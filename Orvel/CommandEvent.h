@@ -44,12 +44,19 @@ public:
 
     explicit CommandEvent(short commandId = 0, short id = 0) : command(commandId), objectId(id) {}
 
-    void addFields() override;
+    void addFields() override {
+        Event::addFields();
+        addEach(command, objectId);
+    }
     void getFields() override;
     [[nodiscard]] const Corvid::EventType* type() const override;
 
     /// Sets command and id, the latter cut to its low 16 bits, and the protocolTag.
-    void address(Command commandId, int id);
+    void address(Command commandId, int id) {
+        command = commandId;
+        objectId = static_cast<short>(id);
+        protocolTag = kProtocolTag;
+    }
 
     short command;
     /// The source's or emitter's id; 0 where the command concerns none.

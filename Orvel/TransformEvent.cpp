@@ -4,13 +4,7 @@ namespace Orvel {
 
 void TransformEvent::addFields() {
     CommandEvent::addFields();
-    addField(position.x);
-    addField(position.y);
-    addField(position.z);
-    addField(rotation.x);
-    addField(rotation.y);
-    addField(rotation.z);
-    addField(rotation.w);
+    addEach(position.x, position.y, position.z, rotation.x, rotation.y, rotation.z, rotation.w);
 }
 
 void TransformEvent::getFields() {
