@@ -452,10 +452,11 @@ void Hub::resumeAndForget() {
 }
 
 void Hub::turn(bool block, End end) {
+    // First of all: what is handed over from here on asks for work anew, and so for another turn.
+    const bool work = loop_->stream.takeWork();
     role_->turn();
     resumeAndForget();
     moreToWrite_ = false;
-    const bool work = loop_->stream.takeWork();
     if (work) {
         flush();
     }

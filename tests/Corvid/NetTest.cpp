@@ -347,6 +347,32 @@ TEST_F(Net, BreaksAWaitBeforeAndDuring) {
     waiting.join();
 }
 
+/// A client whose own thread works the loop while the test's delivers. What it adds to a new
+/// connection is all that it sends, so nothing else wakes the loop for it.
+TEST_F(Net, SendsEachReplayAtOnceWhenDeferred) {
+    Client client;
+    client.setDiagnostic({}); // it would come on either thread
+    client.multicast().setPort(port_);
+    client.setDeferred(true);
+    client.setSearchInterval(kNever);
+    ASSERT_TRUE(client.open());
+    client.onAdd = [](Communicator* communicator) { return sendNumber(*communicator, 0); };
+    std::thread loop([&] { EXPECT_FALSE(client.waitForCommunicators()); });
+    bool all = true;
+    for (int i = 0; all && i < 200; ++i) {
+        const auto server = newServer();
+        all = until(
+            [&] {
+                client.deliver([&](Communicator* c) { client.take(c); });
+                return server->numbers.size() == 1;
+            },
+            *server);
+    }
+    EXPECT_TRUE(all);
+    client.breakWait();
+    loop.join();
+}
+
 /// Only the thread that delivers sees connections and frames, while others send and work the loop.
 TEST_F(Net, DeliversOnTheHostsThreadWhenDeferred) {
     constexpr std::uint32_t kCount = 3000;
