@@ -1,5 +1,5 @@
-#include "SceneFile.h"
-#include "ScenePlayer.h"
+#include "player/ScenePlayer.h"
+#include "scene/SceneFile.h"
 
 #include <Orvel/SilentBackend.h>
 #include <Orvel/World.h>

@@ -1,13 +1,13 @@
-#include "CheckCommand.h"
-#include "Command.h"
-#include "Kinds.h"
-#include "KindsCommand.h"
-#include "OutputFile.h"
-#include "PlayCommand.h"
-#include "PlotCommand.h"
-#include "RenderCommand.h"
-#include "ServeCommand.h"
-#include "ServersCommand.h"
+#include "commands/CheckCommand.h"
+#include "commands/Command.h"
+#include "commands/KindsCommand.h"
+#include "commands/PlayCommand.h"
+#include "commands/PlotCommand.h"
+#include "commands/RenderCommand.h"
+#include "commands/ServeCommand.h"
+#include "commands/ServersCommand.h"
+#include "player/Kinds.h"
+#include "process/OutputFile.h"
 
 #include <Orvel/Version.h>
 

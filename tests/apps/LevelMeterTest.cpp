@@ -1,6 +1,6 @@
-#include "LevelMeter.h"
+#include "render/LevelMeter.h"
 
-#include "Svg.h"
+#include "plot/Svg.h"
 
 #include <cmath>
 #include <gtest/gtest.h>

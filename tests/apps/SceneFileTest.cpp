@@ -1,4 +1,4 @@
-#include "SceneFile.h"
+#include "scene/SceneFile.h"
 
 #include <cmath>
 #include <fstream>

@@ -1,4 +1,4 @@
-#include "ScenePlayer.h"
+#include "player/ScenePlayer.h"
 
 #include <Orvel/Emitter.h>
 #include <Orvel/OALLoopbackBackend.h>

@@ -1,4 +1,4 @@
-#include "SoundBank.h"
+#include "scene/SoundBank.h"
 
 #include <fstream>
 #include <gtest/gtest.h>

@@ -1,0 +1,92 @@
+#include "commands/BackendOption.h"
+
+#include "commands/Command.h"
+#include "player/Kinds.h"
+
+#include <Config/ParamLine.h>
+#include <Orvel/OALBackend.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+namespace OrvelTool {
+
+namespace {
+
+bool opensDevice(const std::string& kind) {
+    return kind == "default" || kind == "openal";
+}
+
+} // namespace
+
+void BackendOption::declare(CLI::App& app, const std::string& description) {
+    app.add_option("--backend", texts_, description)
+        ->type_name("KIND[:PARAMS]")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+bool BackendOption::read(
+    std::vector<Choice>& choices, const std::map<std::string, std::string>& refused) const {
+    for (const std::string& text : texts_) {
+        const auto colon = std::min(text.find(':'), text.size());
+        Choice choice{text.substr(0, colon), text.substr(std::min(colon + 1, text.size()))};
+        if (const auto found = refused.find(choice.kind); found != refused.end()) {
+            complain("--backend " + text + ": " + found->second);
+            return false;
+        }
+        if (!isKind(choice.kind)) {
+            std::string known;
+            for (const std::string& kind : kinds()) {
+                if (!refused.contains(kind)) {
+                    known += (known.empty() ? "" : ", ") + kind;
+                }
+            }
+            complain(
+                "--backend " + text + ": unknown kind \"" + choice.kind +
+                "\"; expected one of: " + known);
+            return false;
+        }
+        try {
+            Config::ParamLine().setParamLine(choice.params.c_str());
+        } catch (const Config::ParamLine::Exception& fault) {
+            complain("--backend " + text + ": in the parameters: " + fault.what());
+            return false;
+        }
+        choices.push_back(std::move(choice));
+    }
+    return true;
+}
+
+bool addBackends(
+    Orvel::World& world, LibraryMessages& messages,
+    const std::vector<BackendOption::Choice>& choices, const std::string& advice, bool verbose) {
+    bool heard = false;
+    bool deviceMissing = false;
+    for (const BackendOption::Choice& choice : choices) {
+        Orvel::Backend* backend = nullptr;
+        {
+            std::optional<HiddenStandardError> hidden;
+            if (opensDevice(choice.kind) && !verbose) {
+                hidden.emplace();
+            }
+            backend = world.addBackend(choice.kind.c_str(), choice.params.c_str());
+        }
+        const auto* openAl = dynamic_cast<const Orvel::OALBackend*>(backend);
+        if (openAl != nullptr && !openAl->working()) {
+            // One message of ours, below, instead of the library's and the driver's.
+            messages.drop();
+            deviceMissing = true;
+        } else {
+            messages.tell();
+            heard = heard || backend != nullptr;
+        }
+    }
+    if (deviceMissing) {
+        complain("no sound device could be opened; " + advice);
+    }
+    return heard;
+}
+
+} // namespace OrvelTool

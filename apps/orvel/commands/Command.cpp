@@ -1,0 +1,43 @@
+#include "commands/Command.h"
+
+#include "scene/SceneFile.h"
+
+#include <Orvel/Version.h>
+
+#include <cmath>
+
+namespace OrvelTool {
+
+namespace {
+
+std::string checkSeconds(const std::string& text) {
+    double value = 0.0;
+    if (!CLI::detail::lexical_cast(text, value) || !std::isfinite(value) || value <= 0.0 ||
+        value > kMaxSeconds) {
+        return "expected seconds above 0, at most " + std::to_string(std::lround(kMaxSeconds)) +
+               ", found \"" + text + "\"";
+    }
+    return {};
+}
+
+} // namespace
+
+void Command::declare(CLI::App& parent, const std::string& name, const std::string& description) {
+    app_ = parent.add_subcommand(name, description);
+    app_->set_help_flag("-h,--help", "Show this text");
+    app_->set_version_flag(
+        "--version", std::string("orvel ") + Orvel::version(), "Show the version");
+    app_->add_flag("-v,--verbose", verbose_, "Show all that the library and its devices report");
+}
+
+void Command::declareScene() {
+    app_->add_option("SCENE", scenePath_, "The scene file (JSON)")->required();
+}
+
+void Command::declareSeconds(const std::string& description) {
+    app_->add_option("--seconds", seconds_, description)
+        ->type_name("S")
+        ->check(CLI::Validator(checkSeconds, "", "seconds"));
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,18 @@
+#include "commands/KindsCommand.h"
+
+#include "player/Kinds.h"
+
+#include <iostream>
+
+namespace OrvelTool {
+
+KindsCommand::KindsCommand(CLI::App& parent) {
+    declare(parent, "kinds", "List the kinds of back ends, one per line");
+}
+
+int KindsCommand::run() {
+    std::cout << describeKinds();
+    return kSuccess;
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,132 @@
+#include "commands/PlayCommand.h"
+
+#include "network/RemoteServers.h"
+#include "player/ScenePlayer.h"
+#include "process/LibraryMessages.h"
+#include "process/StopSignals.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+namespace OrvelTool {
+
+namespace {
+
+/// A device plays what it was given a moment later; a scene is over when that is heard.
+constexpr double kDeviceDelay = 0.1;
+
+} // namespace
+
+PlayCommand::PlayCommand(CLI::App& parent) {
+    declare(parent, "play", "Play a scene in real time, until it ends or Ctrl-C is pressed");
+    declareScene();
+    backends_.declare(
+        app(), "What plays it, with the parameters of that kind; may be given several times "
+               "(default: \"default\", this machine's sound device; \"orvel kinds\" lists the "
+               "kinds)");
+    app()
+        .add_option(
+            "--server", servers_,
+            "With the kind \"client\": a server that multicast does not find; may be given several "
+            "times")
+        ->type_name("HOST:PORT")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(CLI::Validator(checkHostAndPort, "", "server"));
+    network_.declareInterface(app());
+    declareSeconds("How long to play, in seconds (default: until the scene ends)");
+    app().add_flag("--loop", loop_, "Begin again when the scene ends");
+    app().footer("Parameters are key=value, separated by blanks, such as\n"
+                 "  orvel play scene.json --backend 'openal:labels=\"front, back\"'\n"
+                 "Without a sound device, hear a scene through a file: orvel render SCENE OUT.wav\n"
+                 "On other machines: orvel serve --scene SCENE there, and --backend client here.");
+}
+
+bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
+    if (!backends_.read(
+            choices, {{"loopback", "\"loopback\" plays into files only: orvel render " +
+                                       scenePath_ + " OUT.wav"}})) {
+        return false;
+    }
+    bool remote = false;
+    for (BackendOption::Choice& choice : choices) {
+        if (choice.kind == "client") {
+            // The tool changes its world on one thread only, so servers are served on it as well.
+            choice.params += " deferred=yes";
+            remote = true;
+        }
+    }
+    if (!remote && (!servers_.empty() || network_.interfacesGiven())) {
+        complain("--server and --interface are for servers on the network; add --backend client");
+        return false;
+    }
+    if (choices.empty()) {
+        choices.push_back({"default", ""});
+    }
+    return true;
+}
+
+int PlayCommand::run() {
+    std::vector<BackendOption::Choice> choices;
+    if (!choose(choices)) {
+        return kWrongUse;
+    }
+    const auto loaded = loadScene(scenePath_);
+    if (loaded == nullptr) {
+        return kFailure;
+    }
+    network_.restrictInterfaces();
+    LibraryMessages messages(verbose_);
+    Stage stage(loaded->scene, messages);
+    if (!addBackends(
+            stage, messages, choices,
+            "to hear the scene through a file: orvel render " + scenePath_ + " OUT.wav",
+            verbose_)) {
+        return kFailure;
+    }
+    play(*loaded, stage);
+    return messages.lost() == 0 ? kSuccess : kFailure;
+}
+
+void PlayCommand::play(const LoadedScene& loaded, Stage& stage) {
+    using Clock = std::chrono::steady_clock;
+    using Seconds = std::chrono::duration<double>;
+    RemoteServers servers(stage, servers_);
+    ScenePlayer player(loaded.scene, loaded.sounds, stage);
+    // Fetching may take long; until there is something to end in order, Ctrl-C just ends all.
+    player.start();
+    const StopSignals signals;
+    auto begin = Clock::now();
+    const auto limit = seconds_ > 0.0
+                           ? begin + std::chrono::duration_cast<Clock::duration>(Seconds(seconds_))
+                           : Clock::time_point::max();
+    stage.tell();
+    double end = player.end() + kDeviceDelay;
+    while (!StopSignals::came() && Clock::now() < limit) {
+        const double now = Seconds(Clock::now() - begin).count();
+        if (now >= end) {
+            if (!loop_) {
+                break;
+            }
+            player.start();
+            begin = Clock::now();
+            end = player.end() + kDeviceDelay;
+            continue;
+        }
+        player.advance(now);
+        stage.update();
+        servers.look();
+        stage.tell();
+        if (stage.takeNewDurations()) {
+            end = player.end() + kDeviceDelay;
+        }
+        const double tick = (std::floor(now / ScenePlayer::kTick) + 1.0) * ScenePlayer::kTick;
+        const double next = std::min({tick, player.nextChange(now), end});
+        const auto wake = begin + std::chrono::duration_cast<Clock::duration>(Seconds(next));
+        std::this_thread::sleep_until(std::min(wake, limit));
+    }
+}
+
+} // namespace OrvelTool

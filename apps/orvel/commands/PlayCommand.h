@@ -1,0 +1,32 @@
+#pragma once
+
+#include "commands/BackendOption.h"
+#include "commands/Command.h"
+#include "network/NetworkOptions.h"
+#include "player/Stage.h"
+#include "scene/LoadedScene.h"
+
+#include <string>
+#include <vector>
+
+namespace OrvelTool {
+
+/// `orvel play`: plays a scene in real time through any number of back ends, those of other
+/// machines included.
+class PlayCommand : public Command {
+public:
+    explicit PlayCommand(CLI::App& parent);
+    int run() override;
+
+private:
+    /// Reads the back ends of the command line; writes what is wrong. False for wrong use.
+    bool choose(std::vector<BackendOption::Choice>& choices) const;
+    void play(const LoadedScene& loaded, Stage& stage);
+
+    BackendOption backends_;
+    NetworkOptions network_;
+    std::vector<std::string> servers_;
+    bool loop_ = false;
+};
+
+} // namespace OrvelTool

@@ -1,0 +1,76 @@
+#include "commands/PlotCommand.h"
+
+#include "plot/ScenePlot.h"
+#include "process/OutputFile.h"
+#include "scene/LoadedScene.h"
+
+#include <memory>
+#include <optional>
+#include <sndfile.h>
+#include <vector>
+
+namespace OrvelTool {
+
+namespace {
+
+/// Measures a stereo file. Empty, after a message, if it cannot be read.
+std::optional<LevelMeter> measure(const std::string& path) {
+    SF_INFO info{};
+    const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file(
+        sf_open(path.c_str(), SFM_READ, &info), &sf_close);
+    if (file == nullptr) {
+        complain("cannot read " + path + ": " + sf_strerror(nullptr));
+        return std::nullopt;
+    }
+    if (info.channels != static_cast<int>(LevelMeter::kChannels)) {
+        complain(
+            path + ": expected 2 channels, as \"orvel render\" writes them, found " +
+            std::to_string(info.channels));
+        return std::nullopt;
+    }
+    const double rate = info.samplerate;
+    LevelMeter meter(rate, plotWindow(static_cast<double>(info.frames) / rate));
+    std::vector<float> block(std::size_t{8192} * LevelMeter::kChannels);
+    for (;;) {
+        const sf_count_t got =
+            sf_read_float(file.get(), block.data(), static_cast<sf_count_t>(block.size()));
+        if (got <= 0) {
+            return meter;
+        }
+        meter.add(std::span(block).first(static_cast<std::size_t>(got)));
+    }
+}
+
+} // namespace
+
+PlotCommand::PlotCommand(CLI::App& parent) {
+    declare(parent, "plot", "Draw a scene from above as an SVG picture");
+    declareScene();
+    app().add_option("OUT.svg", output_, "The picture to write")->required();
+    app()
+        .add_option(
+            "--levels", levels_,
+            "Also draw how loud this file is over time; it is what \"orvel render\" has written")
+        ->type_name("OUT.wav");
+    app().footer(
+        "The picture shows the listener, the emitters with their hulls, and their paths with "
+        "marks\n"
+        "of time. \"orvel render --plot\" draws the same picture with the levels of that render.");
+}
+
+int PlotCommand::run() {
+    const auto loaded = loadScene(scenePath_);
+    if (loaded == nullptr) {
+        return kFailure;
+    }
+    std::optional<LevelMeter> meter;
+    if (!levels_.empty() && !(meter = measure(levels_))) {
+        return kFailure;
+    }
+    OutputFile picture(output_);
+    picture.write(drawScene(*loaded, meter ? &*meter : nullptr));
+    picture.keep();
+    return kSuccess;
+}
+
+} // namespace OrvelTool

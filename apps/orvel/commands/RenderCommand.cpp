@@ -1,0 +1,189 @@
+#include "commands/RenderCommand.h"
+
+#include "plot/ScenePlot.h"
+#include "process/LibraryMessages.h"
+#include "process/Progress.h"
+#include "process/StopSignals.h"
+#include "render/LevelReport.h"
+#include "render/OfflineRenderer.h"
+#include "render/WavWriter.h"
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+namespace OrvelTool {
+
+namespace {
+
+constexpr unsigned kLowestRate = 8000;
+constexpr unsigned kHighestRate = 192000;
+
+std::string fixed(double value, int decimals) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return text;
+}
+
+std::string checkRate(const std::string& text) {
+    unsigned rate = 0;
+    if (!CLI::detail::lexical_cast(text, rate) || rate < kLowestRate || rate > kHighestRate) {
+        return "expected " + std::to_string(kLowestRate) + " to " + std::to_string(kHighestRate) +
+               " Hz, found \"" + text + "\"";
+    }
+    return {};
+}
+
+std::string checkFormat(const std::string& text) {
+    return text == "s16" || text == "f32" ? "" : "expected s16 or f32, found \"" + text + "\"";
+}
+
+} // namespace
+
+struct RenderCommand::Result {
+    double seconds = 0.0;
+    double renderSeconds = 0.0;
+    std::uint64_t clipped = 0;
+    std::size_t lost = 0;
+    LevelMeter perSecond;
+
+    [[nodiscard]] double speed() const { return seconds / renderSeconds; }
+};
+
+RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend::kDefaultRate) {
+    declare(
+        parent, "render", "Write what a scene sounds like to a WAV file, faster than real time");
+    declareScene();
+    app().add_option("OUT.wav", output_, "The WAV file to write, stereo")->required();
+    declareSeconds("How much to render, in seconds (default: until the scene ends)");
+    app()
+        .add_option("--rate", rate_, "Frames a second, in Hz, 8000 to 192000")
+        ->type_name("HZ")
+        ->check(CLI::Validator(checkRate, "", "rate"))
+        ->capture_default_str();
+    app()
+        .add_option("--format", format_, "Samples: s16 (16-bit integers) or f32 (floats)")
+        ->type_name("FORMAT")
+        ->check(CLI::Validator(checkFormat, "", "format"))
+        ->capture_default_str();
+    app()
+        .add_option("--plot", plot_, "Draw the scene and the levels as an SVG picture")
+        ->type_name("OUT.svg");
+    app().add_flag("--json", json_, "Print the levels as JSON instead of a table");
+    app().footer(
+        "The levels are peak and RMS per second of the scene, in dB below full scale (dBFS).\n"
+        "The same scene gives the same bytes each time. A file is written whole or not at all.\n"
+        "If a sound of the scene cannot be had, the rest is rendered and the exit code is 1.");
+}
+
+int RenderCommand::run() {
+    const auto loaded = loadScene(scenePath_);
+    return loaded == nullptr ? kFailure : render(*loaded);
+}
+
+int RenderCommand::render(const LoadedScene& loaded) {
+    using Clock = std::chrono::steady_clock;
+    const auto begin = Clock::now();
+    // OpenAL looks for a sound driver even where it only renders, and may start a sound server by
+    // that. No other thread runs yet that could read the environment.
+    setenv("ALSOFT_DRIVERS", "null", 1); // NOLINT(concurrency-mt-unsafe)
+    LibraryMessages messages(verbose_);
+    OfflineRenderer renderer(loaded, messages, rate_);
+    renderer.stage().tell();
+    if (!renderer.working()) {
+        complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
+        return kFailure;
+    }
+    const double end = seconds_ > 0.0 ? seconds_ : renderer.sceneEnd();
+    if (end * rate_ < 1.0) {
+        complain(
+            scenePath_ + ": nothing to render: no sound plays; give the scene a \"duration\", or "
+                         "use --seconds");
+        return kFailure;
+    }
+    const SampleFormat format = format_ == "f32" ? SampleFormat::f32 : SampleFormat::s16;
+    if (end * rate_ > static_cast<double>(WavWriter::mostFrames(format))) {
+        complain(
+            output_ + ": " + fixed(end, 0) +
+            " s do not fit into a WAV file of 4 GiB; use --seconds, a lower --rate or --format "
+            "s16");
+        return kFailure;
+    }
+
+    // From here on there is a file to remove.
+    const StopSignals signals;
+    WavWriter writer(output_, rate_, format);
+    LevelMeter perSecond(rate_, 1.0);
+    LevelMeter forPlot(rate_, plotWindow(end));
+    Progress progress("rendering");
+    for (;;) {
+        const auto samples = renderer.next(end);
+        if (samples.empty()) {
+            break;
+        }
+        if (StopSignals::came()) {
+            progress.clear();
+            complain("interrupted; " + output_ + " is not written");
+            return kFailure;
+        }
+        writer.write(samples);
+        perSecond.add(samples);
+        if (!plot_.empty()) {
+            forPlot.add(samples);
+        }
+        progress.show(static_cast<double>(renderer.frames()) / rate_ / end);
+        if (messages.pending()) {
+            progress.clear();
+            renderer.stage().tell();
+        }
+    }
+    progress.clear();
+    renderer.stage().tell();
+    writer.finish();
+    const std::chrono::duration<double> taken = Clock::now() - begin;
+    const Result result{
+        static_cast<double>(renderer.frames()) / rate_, taken.count(), writer.clipped(),
+        messages.lost(), perSecond};
+    if (!plot_.empty()) {
+        OutputFile picture(plot_);
+        picture.write(drawScene(loaded, &forPlot));
+        picture.keep();
+    }
+    report(result);
+    if (result.lost != 0) {
+        complain(output_ + " is written, but not all of the scene is in it (see above)");
+        return kFailure;
+    }
+    return kSuccess;
+}
+
+void RenderCommand::report(const Result& result) const {
+    if (json_) {
+        nlohmann::ordered_json json;
+        json["file"] = output_;
+        json["rate"] = rate_;
+        json["format"] = format_;
+        json["seconds"] = result.seconds;
+        json["renderSeconds"] = result.renderSeconds;
+        json["speed"] = result.speed();
+        json["clipped"] = result.clipped;
+        json["lost"] = result.lost;
+        json.update(toJson(result.perSecond));
+        using Json = nlohmann::ordered_json;
+        std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+        return;
+    }
+    writeTable(std::cout, result.perSecond);
+    if (result.clipped != 0) {
+        std::cout << result.clipped << " samples were too loud and are clipped; lower the gains, "
+                  << "or use --format f32\n";
+    }
+    std::cout << output_ << ": " << fixed(result.seconds, 2) << " s, rendered in "
+              << fixed(result.renderSeconds, 2) << " s, " << fixed(result.speed(), 0)
+              << " times as fast as real time\n";
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "commands/Command.h"
+#include "scene/LoadedScene.h"
+
+#include <memory>
+#include <string>
+
+namespace OrvelTool {
+
+/// `orvel render`: writes what a scene sounds like to a WAV file, without a sound device.
+class RenderCommand : public Command {
+public:
+    explicit RenderCommand(CLI::App& parent);
+    int run() override;
+
+private:
+    struct Result;
+
+    int render(const LoadedScene& loaded);
+    void report(const Result& result) const;
+
+    std::string output_;
+    unsigned rate_;
+    std::string format_ = "s16";
+    std::string plot_; // empty: no picture
+    bool json_ = false;
+};
+
+} // namespace OrvelTool

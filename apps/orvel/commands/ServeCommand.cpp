@@ -1,0 +1,215 @@
+#include "commands/ServeCommand.h"
+
+#include "network/PeerWatch.h"
+#include "process/ServiceManager.h"
+#include "process/StopSignals.h"
+#include "render/LevelReport.h"
+#include "render/LiveRecording.h"
+
+#include <Corvid/InetAddress.h>
+#include <Corvid/MultiServer.h>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <sstream>
+
+namespace OrvelTool {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kLongestWait = 200ms;  // for a signal to be seen
+constexpr auto kLongestServing = 4ms; // before a recording or a signal gets its turn
+constexpr auto kChores = 20ms;        // between two looks at what is to be told
+/// A recording cannot know how many emitters will sound at once.
+constexpr const char* kRecordingParams = "sources=4096";
+/// Behind the clock by more seconds than this, a recording is worth a word.
+constexpr double kLagToTell = 0.5;
+
+std::string fixed(double value) {
+    std::ostringstream text;
+    text.precision(2);
+    text << std::fixed << value;
+    return text.str();
+}
+
+} // namespace
+
+ServeCommand::ServeCommand(CLI::App& parent) {
+    declare(parent, "serve", "Be a sound server: play what clients on other machines describe");
+    app()
+        .add_option(
+            "--scene", scenePath_,
+            "A scene file whose sources clients can play, by their ids; nothing else of it is used")
+        ->type_name("SCENE");
+    backends_.declare(
+        app(), "What plays it, with the parameters of that kind; may be given several times "
+               "(default: \"default\", this machine's sound device, unless there is --render)");
+    app()
+        .add_option(
+            "--render", output_,
+            "Write what is heard to a WAV file, in real time, without a device")
+        ->type_name("OUT.wav");
+    declareSeconds("How long to serve, in seconds (default: until Ctrl-C or SIGTERM)");
+    network_.declare(app());
+    app()
+        .add_option(
+            "--id", id_, "A number or a name that becomes one, by which people tell servers apart")
+        ->type_name("TEXT");
+    app().footer(
+        "Clients find the server by themselves: orvel play SCENE --backend client\n"
+        "Whoever can reach it can drive it: there is no authentication, so keep it in a trusted "
+        "network.\n"
+        "It tells systemd when it is ready (Type=notify), and feeds its watchdog.");
+}
+
+int ServeCommand::run() {
+    std::vector<BackendOption::Choice> choices;
+    if (!backends_.read(
+            choices, {{"loopback", "to write into a file, use --render OUT.wav"},
+                      {"client", "a server cannot be a client as well; it would drive itself"}})) {
+        return kWrongUse;
+    }
+    if (choices.empty() && output_.empty()) {
+        choices.push_back({"default", ""});
+    }
+    const auto bank =
+        scenePath_.empty() ? std::make_unique<const LoadedScene>() : loadScene(scenePath_);
+    if (bank == nullptr) {
+        return kFailure;
+    }
+    network_.restrictInterfaces();
+    LibraryMessages messages(verbose_);
+    SoundServer server(*bank, messages);
+    messages.tell();
+    if (server.multiServer().port() == 0) {
+        complain("cannot serve: see above");
+        return kFailure;
+    }
+    network_.apply(server.multiServer().multicast());
+    server.setId(id_.c_str());
+    if (!server.fetch()) {
+        return kFailure;
+    }
+    Orvel::OALLoopbackBackend* loopback = nullptr;
+    if (!output_.empty()) {
+        loopback = dynamic_cast<Orvel::OALLoopbackBackend*>(
+            server.addBackend("loopback", kRecordingParams));
+        messages.tell();
+        if (loopback == nullptr || !loopback->working()) {
+            complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
+            return kFailure;
+        }
+    }
+    if (!choices.empty() &&
+        !addBackends(
+            server, messages, choices,
+            "to hear the server through a file: orvel serve --render OUT.wav", verbose_)) {
+        return kFailure;
+    }
+    server.fill();
+    messages.tell();
+    if (messages.lost() != 0) {
+        return kFailure;
+    }
+
+    const StopSignals signals;
+    const auto begin = Clock::now();
+    std::optional<LiveRecording> recording;
+    if (loopback != nullptr) {
+        recording.emplace(*loopback, output_, begin);
+    }
+    const bool room = serve(server, recording ? &*recording : nullptr, begin);
+    if (recording) {
+        recording->finish(
+            seconds_ > 0.0 && !StopSignals::came()
+                ? begin + std::chrono::duration_cast<Clock::duration>(
+                              std::chrono::duration<double>(seconds_))
+                : Clock::now());
+        report(*recording);
+    }
+    if (!room) {
+        complain(output_ + ": a WAV file holds no more than 4 GiB; the server has stopped");
+    }
+    return room ? kSuccess : kFailure;
+}
+
+void ServeCommand::announce(const SoundServer& server) const {
+    const Corvid::Multicast::Settings settings = server.multiServer().multicast().settings();
+    std::string interfaces;
+    for (const Corvid::InetAddress& address : settings.interfaces) {
+        interfaces += (interfaces.empty() ? " on " : ", ") + address.text();
+    }
+    complain(
+        "serving, id " + std::to_string(server.id()) + ", at TCP port " +
+        std::to_string(server.multiServer().port()) + "; clients find it through " +
+        settings.address.text() + ":" + std::to_string(settings.port) +
+        (interfaces.empty() ? " on all interfaces" : interfaces));
+}
+
+bool ServeCommand::serve(
+    SoundServer& server, LiveRecording* recording, Clock::time_point begin) const {
+    const auto limit = seconds_ > 0.0 ? begin + std::chrono::duration_cast<Clock::duration>(
+                                                    std::chrono::duration<double>(seconds_))
+                                      : Clock::time_point::max();
+    PeerWatch clients(server.multiServer(), "client");
+    ServiceManager manager;
+    auto nextChores = begin;
+    server.serve(0ms); // takes part in discovery from here on
+    announce(server);
+    manager.ready();
+    bool room = true;
+    auto now = Clock::now();
+    while (room && now < limit && !StopSignals::came()) {
+        auto until = std::min(limit, now + kLongestWait);
+        if (recording != nullptr) {
+            until = std::min(until, recording->next());
+        }
+        server.multiServer().waitForCommunicators(std::max(until - now, Clock::duration::zero()));
+        now = Clock::now();
+        if (recording != nullptr) {
+            // First what was to be heard before that which has just arrived.
+            room = recording->advance(std::min(now, limit));
+        }
+        server.serve(kLongestServing);
+        now = Clock::now();
+        if (now < nextChores) {
+            continue;
+        }
+        nextChores = now + kChores;
+        server.update();
+        const std::size_t before = clients.count();
+        for (const std::string& client : clients.look()) {
+            server.forget(client);
+        }
+        if (clients.count() != before) {
+            manager.status(
+                std::to_string(clients.count()) + (clients.count() == 1 ? " client" : " clients"));
+        }
+        if (const std::string missing = server.takeMissing(); !missing.empty()) {
+            complain(missing);
+        }
+        server.tell();
+        manager.alive(now);
+    }
+    manager.stopping();
+    return room;
+}
+
+void ServeCommand::report(const LiveRecording& recording) const {
+    writeTable(std::cout, recording.levels());
+    if (recording.clipped() != 0) {
+        std::cout << recording.clipped()
+                  << " samples were too loud and are clipped; lower the gains\n";
+    }
+    if (recording.worstLag() > kLagToTell) {
+        std::cout << "this machine was too slow at times: up to " << fixed(recording.worstLag())
+                  << " s behind\n";
+    }
+    std::cout << output_ << ": " << fixed(recording.seconds()) << " s\n";
+}
+
+} // namespace OrvelTool

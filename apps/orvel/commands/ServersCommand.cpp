@@ -1,0 +1,146 @@
+#include "commands/ServersCommand.h"
+
+#include "process/StopSignals.h"
+
+#include <Orvel/CommandEvent.h>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <tuple>
+#include <utility>
+
+namespace OrvelTool {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr double kDefaultSeconds = 1.0;
+constexpr double kQueries = 4.0;         // in that time: datagrams get lost
+constexpr double kLongestInterval = 1.0; // between two of them, in seconds
+constexpr auto kLongestWait = 100ms;     // for a signal to be seen
+
+double milliseconds(double seconds) {
+    return std::round(seconds * 1e6) / 1e3;
+}
+
+} // namespace
+
+ServersCommand::ServersCommand(CLI::App& parent) {
+    declare(parent, "servers", "List the sound servers that can be found");
+    declareSeconds("How long to wait for answers, in seconds (default: 1)");
+    app().add_flag("--json", json_, "Print JSON instead of a table");
+    network_.declare(app());
+    app().footer("The exit code is 1 when no server answers.");
+}
+
+int ServersCommand::run() {
+    using Clock = std::chrono::steady_clock;
+    const double seconds = seconds_ > 0.0 ? seconds_ : kDefaultSeconds;
+    network_.restrictInterfaces();
+    Corvid::MultiClient client(Orvel::CommandEvent::kProtocolVersion);
+    client.setDiagnostic([this](Corvid::MultiCommunicator::Severity severity, const auto& text) {
+        if (verbose_ || severity == Corvid::MultiCommunicator::Severity::Warning) {
+            complain(text);
+        }
+    });
+    network_.apply(client.multicast());
+    client.setConnecting(false);
+    client.setSearchInterval(std::min(seconds / kQueries, kLongestInterval));
+    const StopSignals signals;
+    client.open();
+    const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                        std::chrono::duration<double>(seconds));
+    for (auto now = Clock::now(); now < end && !StopSignals::came(); now = Clock::now()) {
+        client.waitForCommunicators(std::min<Clock::duration>(end - now, kLongestWait));
+    }
+    Servers servers = client.foundServers();
+    std::sort(servers.begin(), servers.end(), [](const auto& a, const auto& b) {
+        return std::tuple(a.id, a.address.bits(), a.port) <
+               std::tuple(b.id, b.address.bits(), b.port);
+    });
+    if (json_) {
+        writeJson(servers, client);
+    } else if (!servers.empty()) {
+        writeTable(servers);
+    }
+    if (servers.empty()) {
+        explainSilence(client);
+        return kFailure;
+    }
+    return kSuccess;
+}
+
+void ServersCommand::writeTable(const Servers& servers) {
+    std::cout << "    id  address          port  round trip  found on\n";
+    for (const auto& server : servers) {
+        std::string trip = "-"; // it has only announced itself
+        if (server.roundTripSeconds >= 0.0) {
+            char text[32];
+            std::snprintf(text, sizeof text, "%.2f ms", milliseconds(server.roundTripSeconds));
+            trip = text;
+        }
+        char line[128];
+        std::snprintf(
+            line, sizeof line, "%6d  %-15s %5u  %10s  %s\n", server.id,
+            server.address.text().c_str(), unsigned{server.port}, trip.c_str(),
+            server.interface.text().c_str());
+        std::cout << line;
+    }
+}
+
+void ServersCommand::writeJson(const Servers& servers, const Corvid::MultiClient& client) const {
+    using Json = nlohmann::ordered_json;
+    const Corvid::Multicast::Settings settings = client.multicast().settings();
+    Json json;
+    json["servers"] = Json::array();
+    for (const auto& server : servers) {
+        Json entry;
+        entry["id"] = server.id;
+        entry["address"] = server.address.text();
+        entry["port"] = server.port;
+        entry["roundTripMs"] = server.roundTripSeconds >= 0.0
+                                   ? Json(milliseconds(server.roundTripSeconds))
+                                   : Json(nullptr);
+        entry["interface"] = server.interface.text();
+        json["servers"].push_back(std::move(entry));
+    }
+    json["group"] = settings.address.text();
+    json["port"] = settings.port;
+    json["ttl"] = settings.ttl;
+    json["searched"] = Json::array();
+    for (const auto& interface : client.searchedInterfaces()) {
+        Json entry;
+        entry["name"] = interface.name;
+        entry["address"] = interface.address.text();
+        entry["error"] = interface.error.empty() ? Json(nullptr) : Json(interface.error);
+        json["searched"].push_back(std::move(entry));
+    }
+    std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+void ServersCommand::explainSilence(const Corvid::MultiClient& client) const {
+    const Corvid::Multicast::Settings settings = client.multicast().settings();
+    const std::string port = std::to_string(settings.port);
+    std::string text = "no server has answered. Asked " + settings.address.text() + ", UDP port " +
+                       port + ", TTL " + std::to_string(settings.ttl) + ", on:";
+    const auto searched = client.searchedInterfaces();
+    for (const auto& interface : searched) {
+        text += "\n  " + interface.name + " " + interface.address.text() +
+                (interface.error.empty() ? "" : ": not possible: " + interface.error);
+    }
+    text += searched.empty() ? "\n  no interface: none that is to be used is up" : "";
+    text += "\nCheck that \"orvel serve\" runs there, with the same --group and --port; that no "
+            "firewall drops UDP port " +
+            port +
+            " on either machine; that both are in one network, else give a --ttl above 1. Where "
+            "multicast does not work: orvel play SCENE --backend client --server HOST:PORT, with "
+            "the TCP port that the server tells when it starts.";
+    complain(text);
+}
+
+} // namespace OrvelTool

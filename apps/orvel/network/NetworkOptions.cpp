@@ -1,0 +1,140 @@
+#include "network/NetworkOptions.h"
+
+#include "process/Complaint.h"
+
+#include <Corvid/InetAddress.h>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <memory>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <utility>
+
+namespace OrvelTool {
+
+namespace {
+
+using Corvid::InetAddress;
+
+std::string checkGroup(const std::string& text) {
+    return InetAddress::getByAddress(text).isMulticast()
+               ? ""
+               : "expected an address from 224.0.0.0 to 239.255.255.255, found \"" + text + "\"";
+}
+
+std::string checkInterface(const std::string& text) {
+    const InetAddress address = InetAddress::getByAddress(text);
+    return address.isValid() && !address.isMulticast() && address.bits() != 0
+               ? ""
+               : "expected the IPv4 address of one of this machine's interfaces, found \"" + text +
+                     "\"";
+}
+
+bool isNumber(const std::string& text, int lowest, int highest) {
+    int number = 0;
+    return CLI::detail::lexical_cast(text, number) && number >= lowest && number <= highest;
+}
+
+std::string checkPort(const std::string& text) {
+    return isNumber(text, 1, 65535) ? "" : "expected 1 to 65535, found \"" + text + "\"";
+}
+
+std::string checkTtl(const std::string& text) {
+    return isNumber(text, 0, 255) ? "" : "expected 0 to 255, found \"" + text + "\"";
+}
+
+/// This machine's interfaces that are up: address and name.
+std::vector<std::pair<InetAddress, std::string>> ownInterfaces() {
+    std::vector<std::pair<InetAddress, std::string>> result;
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) {
+        return result;
+    }
+    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
+    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+        if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET &&
+            (entry->ifa_flags & IFF_UP) != 0) {
+            const auto* address = reinterpret_cast<const sockaddr_in*>(entry->ifa_addr);
+            result.emplace_back(
+                InetAddress::fromBits(ntohl(address->sin_addr.s_addr)), entry->ifa_name);
+        }
+    }
+    return result;
+}
+
+} // namespace
+
+void NetworkOptions::declare(CLI::App& app) {
+    app.add_option(
+           "--group", group_,
+           "The multicast group through which servers are found (default: " +
+               std::string(Corvid::Multicast::kDefaultAddress) + ")")
+        ->type_name("ADDR")
+        ->check(CLI::Validator(checkGroup, "", "group"));
+    app.add_option("--port", port_, "The group's UDP port")
+        ->type_name("N")
+        ->check(CLI::Validator(checkPort, "", "port"))
+        ->capture_default_str();
+    app.add_option(
+           "--ttl", ttl_, "How many routers the search may pass; 0: this machine, 1: this network")
+        ->type_name("N")
+        ->check(CLI::Validator(checkTtl, "", "ttl"))
+        ->capture_default_str();
+    declareInterface(app);
+}
+
+void NetworkOptions::declareInterface(CLI::App& app) {
+    app.add_option(
+           "--interface", interfaces_,
+           "Use only the interface with this address; may be given several times (default: all)")
+        ->type_name("ADDR")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(CLI::Validator(checkInterface, "", "interface"));
+}
+
+void NetworkOptions::restrictInterfaces() const {
+    const auto own = ownInterfaces();
+    std::vector<InetAddress> addresses;
+    for (const std::string& text : interfaces_) {
+        const InetAddress address = InetAddress::getByAddress(text);
+        addresses.push_back(address);
+        const auto isIt = [&](const auto& interface) { return interface.first == address; };
+        if (std::none_of(own.begin(), own.end(), isIt)) {
+            std::string known;
+            for (const auto& [other, name] : own) {
+                known += (known.empty() ? "" : ", ") + other.text() + " (" + name + ")";
+            }
+            complain(
+                "--interface " + text +
+                ": no interface of this machine that is up has this "
+                "address; it is used when one has. There are: " +
+                (known.empty() ? "none" : known));
+        }
+    }
+    Corvid::Multicast::setDefaultInterfaces(std::move(addresses));
+}
+
+void NetworkOptions::apply(Corvid::Multicast& multicast) const {
+    if (!group_.empty()) {
+        multicast.setAddress(InetAddress::getByAddress(group_));
+    }
+    multicast.setPort(static_cast<std::uint16_t>(port_));
+    multicast.setTtl(ttl_);
+}
+
+std::string checkHostAndPort(const std::string& text) {
+    const auto colon = text.rfind(':');
+    const bool good = colon != std::string::npos && colon != 0 && text.find(':') == colon &&
+                      checkPort(text.substr(colon + 1)).empty();
+    return good ? "" : "expected HOST:PORT, such as studio:40123, found \"" + text + "\"";
+}
+
+std::pair<std::string, std::uint16_t> hostAndPort(const std::string& text) {
+    const auto colon = text.rfind(':');
+    return {text.substr(0, colon), static_cast<std::uint16_t>(std::stoi(text.substr(colon + 1)))};
+}
+
+} // namespace OrvelTool

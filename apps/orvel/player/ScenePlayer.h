@@ -1,0 +1,97 @@
+#pragma once
+
+#include "scene/Ramp.h"
+#include "scene/Scene.h"
+#include "scene/SceneSources.h"
+#include "scene/SoundBank.h"
+
+#include <Orvel/World.h>
+
+#include <cstddef>
+#include <map>
+#include <optional>
+
+namespace OrvelTool {
+
+/// Puts a scene into a world and moves it through its timeline. It keeps no time itself: the caller
+/// says how late it is, so the same player serves real time and faster.
+///
+/// The scene, the sounds and the world must outlive it. Confined to the world's thread. Nothing can
+/// fail; what a back end cannot do, it logs.
+class ScenePlayer {
+public:
+    /// How often, in seconds, advance() wants to be called while something moves.
+    static constexpr double kTick = 0.01;
+
+    ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world);
+    /// For a world in which the sounds do not matter, or are given in another way. Calls `give`
+    /// where a source gets its sound; end() takes the lengths from `sounds`.
+    ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give);
+
+    /// Empties the world, creates the scene's parts and applies what is due at time 0. Back ends
+    /// are best added before. May be called again, to start over.
+    void start();
+
+    /// Applies everything that is due up to and including this time, in seconds from the start.
+    /// What moves takes its place at that time. Times must not go down.
+    void advance(double seconds);
+
+    /// The next time after `seconds` at which advance() must be called exactly then: an entry of
+    /// the timeline or the end of a movement. Infinity when there is none.
+    [[nodiscard]] double nextChange(double seconds) const;
+
+    /// Whether something moves, so that calls each kTick make a difference.
+    [[nodiscard]] bool moving() const;
+
+    /// When the scene is over, in seconds: its duration; without one, when the timeline is done and
+    /// every sound that plays then has ended, a looped one having played once. Call it after
+    /// start(): the lengths of URLs are known then, if a back end has fetched them.
+    [[nodiscard]] double end() const;
+
+    /// The pitches that are changing, by the id of their source.
+    [[nodiscard]] const std::map<int, Ramp<float>>& pitchRamps() const noexcept { return pitches_; }
+
+private:
+    template <class Value>
+    using MaybeRamp = std::optional<Ramp<Value>>;
+
+    /// What is moving of a listener or an emitter.
+    struct PlaceRamps {
+        MaybeRamp<Orvel::Vec3f> position;
+        MaybeRamp<Orvel::Quaternion> rotation;
+    };
+    struct EmitterRamps : PlaceRamps {
+        MaybeRamp<float> maxBack;
+        MaybeRamp<float> maxFront;
+        MaybeRamp<float> minBack;
+        MaybeRamp<float> minFront;
+        MaybeRamp<float> gain;
+        MaybeRamp<float> value;
+    };
+
+    template <class Visit>
+    void visitRamps(Visit visit) const;
+
+    void createEmitter(const EmitterSpec& spec);
+    void destroyEmitter(Orvel::Emitter& emitter);
+    void apply(const Change& change);
+    void applyToWorld(const Change& change);
+    void applyToListener(const Change& change);
+    void applyToSource(const Change& change, Orvel::Source& source);
+    void applyToEmitter(const Change& change, Orvel::Emitter& emitter);
+    void changeSound(Orvel::Source& source, const Sound& sound);
+    void setListener(const Orvel::Vec3f& position, const Orvel::Quaternion& rotation);
+    void move(double seconds);
+    static void move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seconds);
+
+    const Scene& scene_;
+    const SoundBank& sounds_;
+    Orvel::World& world_;
+    GiveSound give_;
+    std::size_t next_ = 0; // in the timeline
+    PlaceRamps listener_;
+    std::map<int, EmitterRamps> emitters_; // by id; those without any ramp are removed
+    std::map<int, Ramp<float>> pitches_;   // by id of the source
+};
+
+} // namespace OrvelTool

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+namespace OrvelTool {
+
+/// How the process ends.
+inline constexpr int kSuccess = 0;
+inline constexpr int kFailure = 1;
+inline constexpr int kWrongUse = 2;
+
+/// Writes "orvel: ..." and a line end to standard error.
+void complain(const std::string& message);
+
+} // namespace OrvelTool

@@ -1,0 +1,32 @@
+#include "process/StopSignals.h"
+
+#include <atomic>
+
+namespace OrvelTool {
+
+namespace {
+
+std::atomic<bool> signalCame{false};
+static_assert(std::atomic<bool>::is_always_lock_free); // or a handler must not touch it
+
+} // namespace
+
+StopSignals::StopSignals() {
+    signalCame = false;
+    struct sigaction action {};
+    action.sa_handler = [](int) { signalCame = true; };
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigaction(SIGINT, &action, &formerInterrupt_);
+    sigaction(SIGTERM, &action, &formerTerminate_);
+}
+
+StopSignals::~StopSignals() {
+    sigaction(SIGINT, &formerInterrupt_, nullptr);
+    sigaction(SIGTERM, &formerTerminate_, nullptr);
+}
+
+bool StopSignals::came() noexcept {
+    return signalCame;
+}
+
+} // namespace OrvelTool

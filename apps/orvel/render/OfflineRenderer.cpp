@@ -1,0 +1,72 @@
+#include "render/OfflineRenderer.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace OrvelTool {
+
+namespace {
+
+/// How many can sound at once by default; the device is asked for more only where needed.
+constexpr std::size_t kUsualEmitters = 256;
+/// How long a block may be while nothing changes, in seconds.
+constexpr double kBlock = 0.1;
+
+std::string parameters(const Scene& scene, unsigned rate) {
+    std::string text = "rate=" + std::to_string(rate);
+    if (const std::size_t emitters = countEmitters(scene); emitters > kUsualEmitters) {
+        text += " sources=" + std::to_string(emitters);
+    }
+    return text;
+}
+
+/// The first multiple of `step` after `time`.
+double nextMultiple(double time, double step) {
+    // A time that is a multiple itself may come out a little below it.
+    constexpr double kTolerance = 1e-6;
+    return (std::floor(time / step + kTolerance) + 1.0) * step;
+}
+
+} // namespace
+
+OfflineRenderer::OfflineRenderer(
+    const LoadedScene& loaded, LibraryMessages& messages, unsigned rate)
+    : stage_(loaded.scene, messages),
+      backend_(dynamic_cast<Orvel::OALLoopbackBackend*>(
+          stage_.addBackend("loopback", parameters(loaded.scene, rate).c_str()))),
+      player_(loaded.scene, loaded.sounds, stage_), rate_(rate) {
+    if (working()) {
+        player_.start();
+    }
+}
+
+bool OfflineRenderer::working() const {
+    return backend_ != nullptr && backend_->working();
+}
+
+double OfflineRenderer::nextStop(double end) const {
+    const double step = player_.moving() ? ScenePlayer::kTick : kBlock;
+    return std::min({end, player_.nextChange(now_), nextMultiple(now_, step)});
+}
+
+std::span<const float> OfflineRenderer::next(double end) {
+    while (working() && now_ < end) {
+        if (late_) {
+            player_.advance(now_);
+            stage_.update();
+        }
+        now_ = nextStop(end);
+        late_ = true;
+        const auto due = static_cast<std::uint64_t>(std::llround(now_ * rate_));
+        if (due > frames_) {
+            const auto count = static_cast<unsigned>(due - frames_);
+            samples_.resize(std::size_t{count} * Orvel::OALLoopbackBackend::kChannels);
+            backend_->render(samples_.data(), count);
+            frames_ = due;
+            return samples_;
+        }
+    }
+    return {};
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "process/OutputFile.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace OrvelTool {
+
+/// How samples are stored in a file.
+enum class SampleFormat {
+    s16, ///< 16-bit integers, rounded, and limited where they exceed full scale
+    f32, ///< 32-bit floats, as they are
+};
+
+/// Writes a stereo WAV file as a stream. The same samples give the same bytes. A file that is not
+/// finished leaves nothing behind. Confined to one thread at a time.
+class WavWriter {
+public:
+    static constexpr unsigned kChannels = 2;
+
+    /// Creates the file, `rate` in Hz. Throws OutputError.
+    WavWriter(const std::string& path, unsigned rate, SampleFormat format);
+    WavWriter(const WavWriter&) = delete;
+    WavWriter& operator=(const WavWriter&) = delete;
+    ~WavWriter();
+
+    /// The most frames that a WAV file of this format can count, whose sizes are 32 bit wide.
+    static std::uint64_t mostFrames(SampleFormat format);
+
+    /// Appends whole frames, left and right in turn. Throws OutputError.
+    void write(std::span<const float> samples);
+    /// Completes the file and gives it its name. Throws OutputError.
+    void finish();
+
+    /// How many samples were beyond full scale and limited; 0 for f32.
+    [[nodiscard]] std::uint64_t clipped() const noexcept { return clipped_; }
+
+private:
+    struct Sound;
+
+    OutputFile file_;
+    SampleFormat format_;
+    std::unique_ptr<Sound> sound_;
+    std::uint64_t clipped_ = 0;
+    std::vector<std::int16_t> integers_;
+};
+
+} // namespace OrvelTool

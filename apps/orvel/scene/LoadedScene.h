@@ -1,0 +1,31 @@
+#pragma once
+
+#include "scene/Scene.h"
+#include "scene/SceneFile.h"
+#include "scene/SoundBank.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace OrvelTool {
+
+/// A scene with its sounds, read once and never changed.
+struct LoadedScene {
+    Scene scene;
+    SoundBank sounds;
+};
+
+/// Reads a scene file and decodes its sounds. Every mistake is written to standard error, one line
+/// each; then the result is null.
+std::unique_ptr<const LoadedScene> loadScene(const std::string& path);
+
+/// How many emitters a scene has, those that come in its timeline included.
+std::size_t countEmitters(const Scene& scene);
+/// How many sources a scene has, those that come in its timeline included.
+std::size_t countSources(const Scene& scene);
+
+/// What a user calls a sound: a file's or URL's name without folders and extension, or "440 Hz".
+std::string nameOf(const Sound& sound);
+
+} // namespace OrvelTool

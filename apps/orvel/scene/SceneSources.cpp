@@ -1,0 +1,38 @@
+#include "scene/SceneSources.h"
+
+#include "process/HiddenLine.h"
+
+#include <Orvel/Emitter.h>
+
+#include <iostream>
+#include <variant>
+
+namespace OrvelTool {
+
+void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& sound) {
+    if (const auto* url = std::get_if<SoundUrl>(&sound)) {
+        source.setDataFromURL(url->text);
+    } else if (const Samples* samples = sounds.find(sound)) {
+        const HiddenLine quiet(std::cerr, "Source::setData call");
+        source.setData(
+            samples->rate, 16, samples->channels,
+            reinterpret_cast<const unsigned char*>(samples->values.data()),
+            static_cast<unsigned>(samples->values.size() * sizeof(std::int16_t)));
+    }
+}
+
+void createSource(Orvel::World& world, const SourceSpec& spec, const GiveSound& give) {
+    if (Orvel::Source* source = world.createSource(spec.id)) {
+        give(*source, spec.sound);
+        source->setParam(spec.loop, spec.pitch);
+    }
+}
+
+void destroySource(Orvel::Source& source) {
+    while (!source.connectedEmitters().empty()) {
+        source.connectedEmitters().begin()->second->setSource(nullptr);
+    }
+    delete &source;
+}
+
+} // namespace OrvelTool

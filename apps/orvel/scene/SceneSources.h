@@ -1,0 +1,26 @@
+#pragma once
+
+#include "scene/Scene.h"
+#include "scene/SoundBank.h"
+
+#include <Orvel/Source.h>
+#include <Orvel/World.h>
+
+#include <functional>
+
+namespace OrvelTool {
+
+/// Gives a source its sound: the decoded samples of a file or tone, or the URL.
+void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& sound);
+
+/// Gives a source its sound in one way or another.
+using GiveSound = std::function<void(Orvel::Source& source, const Sound& sound)>;
+
+/// Makes the source that a scene describes, in no state; nothing happens if the id is taken.
+void createSource(Orvel::World& world, const SourceSpec& spec, const GiveSound& give);
+
+/// Destroys a source after disconnecting its emitters: a back end cannot drop a sound that
+/// something still holds.
+void destroySource(Orvel::Source& source);
+
+} // namespace OrvelTool
