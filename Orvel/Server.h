@@ -40,6 +40,7 @@ class SourceDataEvent;
 class ORVEL_EXPORT Server : public World {
 public:
     /// Listens at once, on a port that the system chooses, and can be found with the first receive.
+    /// Throws std::system_error if the process has no descriptors left even to begin.
     Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
