@@ -253,7 +253,7 @@ class Completion(SoundCase):
 
     def test_it_knows_every_option(self):
         for command in COMMANDS:
-            shown = set(re.findall(r"^ .*?(--[a-z]+)", self.run_tool(command, "--help")[0], re.M))
+            shown = set(re.findall(r"^ .*?(--[a-z-]+)", self.run_tool(command, "--help")[0], re.M))
             self.assertEqual(self.complete(f"orvel {command} -"), shown)
 
 

@@ -61,7 +61,7 @@ _orvel() {
         _orvel_files .wav
         return
         ;;
-    --seconds | --group | --port | --ttl | --id)
+    --seconds | --group | --port | --ttl | --id | --tcp-port)
         return
         ;;
     esac
@@ -69,7 +69,7 @@ _orvel() {
         case $command in
         render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
         play) _orvel_words "--backend --server --interface --seconds --loop $common" ;;
-        serve) _orvel_words "--scene --backend --render --seconds --id $search $common" ;;
+        serve) _orvel_words "--scene --backend --render --seconds --id --tcp-port $search $common" ;;
         servers) _orvel_words "--seconds --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check | kinds) _orvel_words "$common" ;;
