@@ -1,0 +1,33 @@
+#pragma once
+
+#include "monitor/NetworkReading.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace OrvelTool {
+
+class MonitorBackend;
+
+/// Writes how a world does as JSON: its back ends, its changes over time, and its network, piece by
+/// piece, because there may be many connections; docs/web.md has the fields. All counters are read
+/// with the first piece. The back end must outlive it. On the world's thread.
+class StatusJson {
+public:
+    static constexpr std::size_t kConnectionsPerPiece = 100;
+
+    explicit StatusJson(MonitorBackend& monitor) : monitor_(&monitor) {}
+
+    /// Appends the next piece; false when it was the last.
+    bool operator()(std::string& more);
+
+private:
+    MonitorBackend* monitor_;
+    std::shared_ptr<const std::vector<NetworkEnd>> ends_; // null before the first piece
+    std::size_t end_ = 0;                                 // that is being written
+    std::size_t connection_ = 0;                          // of that end
+};
+
+} // namespace OrvelTool
