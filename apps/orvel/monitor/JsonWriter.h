@@ -9,12 +9,16 @@
 
 namespace OrvelTool {
 
-/// Appends JSON to a text, which may be one piece of a longer one. It puts the commas; whoever calls
-/// it closes what it opened and gives each object's value a key. Confined to one thread at a time.
+/// Appends JSON to a text, which may be one piece of a longer one. It puts the commas; whoever
+/// calls it closes what it opened and gives each object's value a key. Confined to one thread at a
+/// time.
 class JsonWriter {
 public:
     /// `continues`: the text goes on after a value, so that the first one needs a comma.
     explicit JsonWriter(std::string& out, bool continues = false) : out_(out), comma_(continues) {}
+
+    /// Whether the next piece continues after a value.
+    [[nodiscard]] bool continues() const { return comma_; }
 
     JsonWriter& open(char bracket);  ///< '{' or '['
     JsonWriter& close(char bracket); ///< '}' or ']'
@@ -28,9 +32,9 @@ public:
     /// The shortest text that reads back as the same number; null for NaN and the infinities, which
     /// JSON does not have.
     template <class Number>
-        requires(std::integral<Number> || std::floating_point<Number>) &&
-                (!std::same_as<Number, bool> && !std::same_as<Number, char>)
-    JsonWriter& value(Number number) {
+    requires(std::integral<Number> || std::floating_point<Number>) &&
+        (!std::same_as<Number, bool> &&
+         !std::same_as<Number, char>)JsonWriter& value(Number number) {
         if constexpr (std::floating_point<Number>) {
             if (!std::isfinite(number)) {
                 return null();

@@ -42,8 +42,7 @@ std::string publicUrl(std::string text) {
     return text;
 }
 
-void writePlace(
-    JsonWriter& json, const Orvel::Vec3f& position, const Orvel::Quaternion& rotation) {
+void writePlace(JsonWriter& json, const Orvel::Vec3f& position, const Orvel::Quaternion& rotation) {
     json.field("position", {position.x, position.y, position.z});
     json.field("rotation", {rotation.x, rotation.y, rotation.z, rotation.w});
 }
@@ -94,9 +93,9 @@ void write(JsonWriter& json, const Orvel::Emitter& emitter, MonitorBackend& moni
 
 bool SceneJson::operator()(std::string& more) {
     std::size_t left = kPartsPerPiece;
-    JsonWriter json(more, !first_);
-    const auto begin = [this, &json](Stage stage, const char* name) {
-        stage_ = stage;
+    JsonWriter json(more, continues_);
+    const auto begin = [this, &json](Step step, const char* name) {
+        step_ = step;
         lastId_ = std::numeric_limits<int>::min();
         json.key(name).open('[');
     };
@@ -106,25 +105,26 @@ bool SceneJson::operator()(std::string& more) {
         for (; part != parts.end() && left > 0; ++part, --left) {
             write(json, *part->second, *monitor_);
             lastId_ = part->first;
-            first_ = false;
         }
+        continues_ = json.continues();
         return part == parts.end();
     };
     Orvel::World& world = monitor_->world();
-    if (stage_ == Stage::Head) {
-        json.open('{').field("instance", monitor_->instance()).field("seconds", monitor_->seconds());
+    if (step_ == Step::Head) {
+        json.open('{')
+            .field("instance", monitor_->instance())
+            .field("seconds", monitor_->seconds());
         json.field("enabled", world.enabled()).field("spatialize", world.spatialize());
         json.key("listener").open('{');
         writePlace(json, world.listenerPosition(), world.listenerRotation());
         json.close('}');
-        begin(Stage::Sources, "sources");
+        begin(Step::Sources, "sources");
     }
-    if (stage_ == Stage::Sources && list(world.sources())) {
+    if (step_ == Step::Sources && list(world.sources())) {
         json.close(']');
-        first_ = true;
-        begin(Stage::Emitters, "emitters");
+        begin(Step::Emitters, "emitters");
     }
-    if (stage_ != Stage::Emitters || !list(world.emitters())) {
+    if (step_ != Step::Emitters || !list(world.emitters())) {
         return true;
     }
     json.close(']').close('}');

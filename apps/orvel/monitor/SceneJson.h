@@ -10,9 +10,9 @@ class MonitorBackend;
 /// Writes what is in a scene as JSON, piece by piece, so that no call takes long, however large the
 /// scene is; docs/web.md has the fields.
 ///
-/// The scene may change between two pieces. Parts come in ascending order of their ids, each at most
-/// once and as it is when its piece is written; what has gone by then is left out. The back end must
-/// outlive it. On the world's thread.
+/// The scene may change between two pieces. Parts come in ascending order of their ids, each at
+/// most once and as it is when its piece is written; what has gone by then is left out. The back
+/// end must outlive it. On the world's thread.
 class SceneJson {
 public:
     static constexpr std::size_t kPartsPerPiece = 100; ///< sources and emitters together
@@ -23,12 +23,12 @@ public:
     bool operator()(std::string& more);
 
 private:
-    enum class Stage { Head, Sources, Emitters };
+    enum class Step { Head, Sources, Emitters };
 
     MonitorBackend* monitor_; // a copyable object, for std::function
-    Stage stage_ = Stage::Head;
-    bool first_ = true;  // of the list
-    int lastId_ = 0;     // that was written of the list
+    Step step_ = Step::Head;
+    int lastId_ = 0;         // that was written of the list
+    bool continues_ = false; // after a value
 };
 
 } // namespace OrvelTool

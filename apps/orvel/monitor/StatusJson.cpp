@@ -78,8 +78,7 @@ void write(JsonWriter& json, const Corvid::Communicator::Counters& c) {
 } // namespace
 
 bool StatusJson::operator()(std::string& more) {
-    // Nothing but a connection can end a piece, so nothing else decides about the comma.
-    JsonWriter json(more, connection_ > 0);
+    JsonWriter json(more, continues_);
     if (ends_ == nullptr) {
         const Orvel::World& world = monitor_->world();
         ends_ = std::make_shared<const std::vector<NetworkEnd>>(readNetwork(world));
@@ -91,19 +90,23 @@ bool StatusJson::operator()(std::string& more) {
         json.key("network").open('[');
     }
     std::size_t left = kConnectionsPerPiece;
-    for (; end_ < ends_->size(); ++end_, connection_ = 0) {
+    for (; end_ < ends_->size(); ++end_) {
         const NetworkEnd& end = (*ends_)[end_];
-        if (connection_ == 0) {
+        if (!begun_) {
             writeHead(json, end);
+            begun_ = true;
         }
         const auto& connections = end.counters.connections;
         for (; connection_ < connections.size(); ++connection_, --left) {
             if (left == 0) {
+                continues_ = json.continues();
                 return true;
             }
             write(json, connections[connection_]);
         }
         json.close(']').close('}');
+        begun_ = false;
+        connection_ = 0;
     }
     json.close(']').close('}');
     return false;

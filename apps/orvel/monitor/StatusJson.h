@@ -27,7 +27,9 @@ private:
     MonitorBackend* monitor_;
     std::shared_ptr<const std::vector<NetworkEnd>> ends_; // null before the first piece
     std::size_t end_ = 0;                                 // that is being written
+    bool begun_ = false;                                  // that end
     std::size_t connection_ = 0;                          // of that end
+    bool continues_ = false;                              // after a value
 };
 
 } // namespace OrvelTool
