@@ -19,8 +19,8 @@ public:
     /// Fills in the answer to a request of one of methods(). False if there is nothing below this
     /// path now, which answers 404; what it throws answers 500. `client` lives during the call. It
     /// must not destroy the server; close() takes effect after the answer.
-    virtual bool create(
-        WebClient* client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) = 0;
+    virtual bool
+    create(WebClient* client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) = 0;
 
     /// A new copy, owned by the caller.
     [[nodiscard]] virtual WebPage* clone() const = 0;

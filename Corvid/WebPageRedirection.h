@@ -13,9 +13,8 @@ class ORVEL_EXPORT WebPageRedirection : public WebPage {
 public:
     explicit WebPageRedirection(std::string location);
 
-    bool create(
-        WebClient* client, const ProtocolHTTP::Request& request,
-        ProtocolHTTP::Reply& reply) override;
+    bool create(WebClient* client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply)
+        override;
     [[nodiscard]] WebPage* clone() const override;
 
 private:

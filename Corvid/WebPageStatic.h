@@ -13,9 +13,8 @@ class ORVEL_EXPORT WebPageStatic : public WebPage {
 public:
     WebPageStatic(std::string contentType, std::string body);
 
-    bool create(
-        WebClient* client, const ProtocolHTTP::Request& request,
-        ProtocolHTTP::Reply& reply) override;
+    bool create(WebClient* client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply)
+        override;
     [[nodiscard]] WebPage* clone() const override;
 
 private:

@@ -44,7 +44,7 @@ public:
 
     /// A reading of what happened since the server was made.
     struct Counters {
-        std::size_t connections = 0; ///< open now
+        std::size_t connections = 0;  ///< open now
         std::size_t bytesWaiting = 0; ///< made and not yet given to the system's sockets, now
         std::uint64_t connectionsAccepted = 0;
         std::uint64_t requests = 0; ///< answered, refused ones included
