@@ -175,7 +175,7 @@ std::string metricsText(MonitorBackend& monitor) {
     Metrics metrics;
     metrics.metric("orvel_info", "gauge", "Always 1; the version as a label.");
     metrics.sample(1, {{"version", Orvel::version()}});
-    metrics.metric("orvel_uptime_seconds", "counter", "Seconds since the monitor was added.");
+    metrics.metric("orvel_uptime_seconds", "gauge", "Seconds since the monitor was added.");
     metrics.sample(monitor.seconds());
     metrics.metric("orvel_updates_total", "counter", "Turns of the frame loop.");
     metrics.sample(monitor.updates());

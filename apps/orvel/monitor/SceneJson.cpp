@@ -92,7 +92,9 @@ void write(JsonWriter& json, const Orvel::Emitter& emitter, MonitorBackend& moni
 } // namespace
 
 bool SceneJson::operator()(std::string& more) {
+    constexpr std::size_t kUsualBytes = 300; // of an emitter
     std::size_t left = kPartsPerPiece;
+    more.reserve(more.size() + kPartsPerPiece * kUsualBytes);
     JsonWriter json(more, continues_);
     const auto begin = [this, &json](Step step, const char* name) {
         step_ = step;

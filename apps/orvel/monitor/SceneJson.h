@@ -15,7 +15,7 @@ class MonitorBackend;
 /// end must outlive it. On the world's thread.
 class SceneJson {
 public:
-    static constexpr std::size_t kPartsPerPiece = 100; ///< sources and emitters together
+    static constexpr std::size_t kPartsPerPiece = 250; ///< sources and emitters together
 
     explicit SceneJson(MonitorBackend& monitor) : monitor_(&monitor) {}
 

@@ -248,7 +248,7 @@ function drawGrid(context, width, height) {
   for (let k = firstZ; k <= lastZ; k += 1) {
     const y = Math.round(toY(k * step)) + 0.5;
     line(0, y, width, y, k === 0);
-    if (y < height - 30) context.fillText(text(k * step), 4, y - 3);
+    if (y > 26 && y < height - 34) context.fillText(text(k * step), 4, y - 3);
   }
   context.fillText('x →', 30, height - 18);
   context.fillText('−z ↑', 4, 14);
@@ -334,10 +334,11 @@ function drawListener(context, track) {
   context.restore();
 }
 
-function drawEmitter(context, track, colour) {
+function drawEmitter(context, track, colour, size) {
   const { state, over, rotation } = track.part;
   context.save();
   context.translate(toX(track.x), toY(track.z));
+  context.scale(size, size);
   context.fillStyle = colour;
   context.strokeStyle = colour;
   context.lineWidth = 2;
@@ -387,6 +388,7 @@ function drawNames(context, width, height, shown) {
     const y = toY(track.z);
     return [x - 9, y - 9, x + 9, y + 9];
   });
+  taken.push([width - 56, 0, width, 150]); // the buttons
   const free = (box) => box[0] > 0 && box[2] < width && box[1] > 0 && box[3] < height &&
     !taken.some((other) =>
       box[0] < other[2] && other[0] < box[2] && box[1] < other[3] && other[1] < box[3]);
@@ -418,12 +420,12 @@ function drawMap(now) {
     track.z = track.fromZ + (track.toZ - track.fromZ) * part;
     moving = moving || (part < 1 && (track.fromX !== track.toX || track.fromZ !== track.toZ));
   }
-  // The chosen one last, on top of all others; its name first.
+  // The listener on top of the emitters, and the chosen one on top of all; names the other way.
   const shown = [...tracks].filter(([, track]) => {
     const reach = 40 + view.scale * (track.part.hull ? Math.max(track.part.hull.maxFront, 1) : 0);
     return Math.abs(toX(track.x) - width / 2) < width / 2 + reach &&
       Math.abs(toY(track.z) - height / 2) < height / 2 + reach;
-  }).sort(([a], [b]) => (a === chosen) - (b === chosen));
+  }).sort(([a], [b]) => (a === chosen) - (b === chosen) || (a === 0) - (b === 0));
   if (byId('hulls').checked) {
     for (const [id, track] of shown) {
       if (id !== 0) drawHull(context, track, colourOf(id), id === chosen || shown.length <= 30);
@@ -436,7 +438,7 @@ function drawMap(now) {
   }
   for (const [id, track] of shown) {
     if (id === 0) drawListener(context, track);
-    else drawEmitter(context, track, colourOf(id));
+    else drawEmitter(context, track, colourOf(id), shown.length > 200 ? 0.6 : 1);
   }
   const track = tracks.get(chosen);
   if (track) {
@@ -558,16 +560,16 @@ function valuesOf(emitter) {
   const listener = scene.listener.position;
   const distance = Math.hypot(...emitter.position.map((value, i) => value - listener[i]));
   const { hull } = emitter;
-  const rows = [['id', String(emitter.id)], ['state', stateText(emitter)]];
+  const rows = [['state', stateText(emitter)]];
   if (emitter.source === null) {
     rows.push(['source', 'none']);
   } else if (!source) {
     rows.push(['source', String(emitter.source)]);
   } else {
-    rows.push(['source', `${source.id} ${source.name}`], ['its sound', dataText(source)],
-      ['its state', source.state],
-      ['its length', source.duration > 0 ? `${number(source.duration, 2)} s` : 'not known'],
-      ['its pitch', number(source.pitch)], ['looped', source.loop ? 'yes' : 'no']);
+    const length = source.duration > 0 ? `${number(source.duration, 2)} s` : 'length not known';
+    rows.push(['source', `${source.id} ${source.name}`.trim()], ['its state', source.state],
+      ['its sound', `${dataText(source)}; ${length}${source.loop ? ', looped' : ''}`],
+      ['its pitch', number(source.pitch)]);
   }
   rows.push(['labels', emitter.labels.join(', ') || 'none: every back end'],
     ['position', numbers(emitter.position)],
@@ -653,7 +655,7 @@ function fillTables() {
   byId('emitterCount').textContent = emitters.length < scene.emitters.length
     ? `${count(emitters.length)} of ${count(scene.emitters.length)}` : count(emitters.length);
   fill(byId('emitters'), [['id', n], ['state', ''], ['source', ''], ['position x, y, z', ''],
-    ['gain', n], ['full level', n], ['softest', n], ['labels', '']],
+    ['gain', n], ['full level', n], ['softest', n], ['labels', 'long']],
   emitters.map((emitter) => {
     const source = sources.get(emitter.source);
     const { hull } = emitter;
@@ -666,7 +668,7 @@ function fillTables() {
   const some = scene.sources.slice(0, kMostRows);
   byId('sourceCount').textContent = some.length < scene.sources.length
     ? `${count(some.length)} of ${count(scene.sources.length)}` : count(some.length);
-  fill(byId('sources'), [['id', n], ['name', ''], ['state', ''], ['sound', ''], ['length', n],
+  fill(byId('sources'), [['id', n], ['name', ''], ['state', ''], ['sound', 'long'], ['length', n],
     ['pitch', n], ['looped', ''], ['emitters', n]],
   some.map((source) => [String(source.id), source.name, source.state, dataText(source),
     source.duration > 0 ? `${number(source.duration, 2)} s` : '', number(source.pitch),
@@ -683,7 +685,7 @@ byId('emitters').addEventListener('click', (event) => {
 byId('filter').addEventListener('input', fillTables);
 
 function fillBackends() {
-  fill(byId('backends'), [['kind', ''], ['works', ''], ['labels', '']],
+  fill(byId('backends'), [['kind', ''], ['works', ''], ['labels', 'long']],
     status.backends.map((backend) => [backend.kind,
       backend.working && backend.enabled ? 'yes' : ['no', 'bad'],
       backend.labels.join(', ') || 'none: every emitter']));
