@@ -86,6 +86,9 @@ int PlayCommand::run() {
             verbose_)) {
         return kFailure;
     }
+    if (backends_.web() && !addWeb(stage, messages)) {
+        return kFailure;
+    }
     play(*loaded, stage);
     return messages.lost() == 0 ? kSuccess : kFailure;
 }

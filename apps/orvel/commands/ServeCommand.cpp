@@ -110,6 +110,9 @@ int ServeCommand::run() {
             "to hear the server through a file: orvel serve --render OUT.wav", verbose_)) {
         return kFailure;
     }
+    if (backends_.web() && !addWeb(server, messages)) {
+        return kFailure;
+    }
     server.fill();
     messages.tell();
     if (messages.lost() != 0) {
@@ -164,7 +167,8 @@ bool ServeCommand::serve(
     bool room = true;
     auto now = Clock::now();
     while (room && now < limit && !StopSignals::came()) {
-        auto until = std::min(limit, now + kLongestWait);
+        // A browser is served together with the chores.
+        auto until = std::min(limit, now + (backends_.web() ? kChores : kLongestWait));
         if (recording != nullptr) {
             until = std::min(until, recording->next());
         }
