@@ -30,6 +30,7 @@ void BackendOption::declare(CLI::App& app, const std::string& description) {
         ->type_name("KIND[:PARAMS]")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_flag("--web", web_, "Show in a browser on this machine what runs; the address is told");
 }
 
 bool BackendOption::read(
@@ -62,6 +63,13 @@ bool BackendOption::read(
         choices.push_back(std::move(choice));
     }
     return true;
+}
+
+bool addWeb(Orvel::World& world, LibraryMessages& messages) {
+    const std::size_t before = messages.lost();
+    world.addBackend("web", "");
+    messages.tell();
+    return messages.lost() == before;
 }
 
 bool addBackends(

@@ -4,6 +4,8 @@
 #include "network/NetworkOptions.h"
 #include "process/Complaint.h"
 
+#include <Orvel/WebBackend.h>
+
 #include <algorithm>
 
 namespace OrvelTool {
@@ -66,7 +68,8 @@ bool announceMonitors(const Orvel::World& world) {
 bool isWatched(const Orvel::World& world) {
     return std::any_of(
         world.backends().begin(), world.backends().end(), [](const Orvel::Backend* backend) {
-            return dynamic_cast<const MonitorBackend*>(backend) != nullptr;
+            return dynamic_cast<const MonitorBackend*>(backend) != nullptr ||
+                   dynamic_cast<const Orvel::WebBackend*>(backend) != nullptr;
         });
 }
 

@@ -90,6 +90,9 @@ int PlayCommand::run() {
         !announceMonitors(stage)) {
         return kFailure;
     }
+    if (backends_.web() && !addWeb(stage, messages)) {
+        return kFailure;
+    }
     play(*loaded, stage);
     return messages.lost() == 0 ? kSuccess : kFailure;
 }

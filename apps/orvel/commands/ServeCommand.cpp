@@ -22,7 +22,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kLongestWait = 200ms;  // for a signal to be seen
-constexpr auto kWatchedWait = 10ms;   // for whoever looks at the monitor
+constexpr auto kWatchedWait = 10ms;   // for whoever looks on with a browser
 constexpr auto kLongestServing = 4ms; // before a recording or a signal gets its turn
 constexpr auto kChores = 20ms;        // between two looks at what is to be told
 constexpr auto kWatchedChores = 5ms;
@@ -114,7 +114,7 @@ int ServeCommand::run() {
             "to hear the server through a file: orvel serve --render OUT.wav", verbose_)) {
         return kFailure;
     }
-    if (!announceMonitors(server)) {
+    if (!announceMonitors(server) || (backends_.web() && !addWeb(server, messages))) {
         return kFailure;
     }
     server.fill();
@@ -172,6 +172,7 @@ bool ServeCommand::serve(
     bool room = true;
     auto now = Clock::now();
     while (room && now < limit && !StopSignals::came()) {
+        // Browsers are served together with the chores.
         auto until = std::min(limit, now + (watched ? kWatchedWait : kLongestWait));
         if (recording != nullptr) {
             until = std::min(until, recording->next());

@@ -22,6 +22,7 @@ const char* descriptionOf(const std::string& kind) {
         {"openal", "plays through this machine's sound device"},
         {"play", "writes the command line that would play each sound (command=\"player -q\")"},
         {"silent", "does nothing"},
+        {"web", "shows in a browser on this machine what runs (--web)"},
     };
     const auto found = descriptions.find(kind);
     return found == descriptions.end() ? "" : found->second;
