@@ -40,6 +40,14 @@ void MonitorOption::declare(CLI::App& app) {
             ->check(CLI::Validator(checkAddress, "", "address"));
 }
 
+void MonitorOption::separate(std::vector<std::string>& words) {
+    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+        if (words[i] == "--monitor" && words[i + 1].find(':') == std::string::npos) {
+            words[i] += "=";
+        }
+    }
+}
+
 void MonitorOption::addTo(std::vector<BackendOption::Choice>& choices) const {
     if (option_->count() == 0) {
         return;

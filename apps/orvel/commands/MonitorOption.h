@@ -15,6 +15,9 @@ namespace OrvelTool {
 class MonitorOption {
 public:
     void declare(CLI::App& app);
+    /// Keeps a word that is no address, such as the scene's path, from being taken for the option's
+    /// value. To be called with all words of the command line, before they are parsed.
+    static void separate(std::vector<std::string>& words);
     /// Adds the back end to those that were chosen, if the option was given.
     void addTo(std::vector<BackendOption::Choice>& choices) const;
 

@@ -1,6 +1,7 @@
 #include "monitor/MonitorBackend.h"
 
 #include "monitor/MetricsText.h"
+#include "monitor/NetworkReading.h"
 #include "monitor/PageFiles.h"
 #include "monitor/SceneJson.h"
 #include "monitor/StatusJson.h"
@@ -8,6 +9,7 @@
 
 #include <Config/ParamLine.h>
 #include <Corvid/IOException.h>
+#include <Corvid/InetAddress.h>
 #include <Corvid/WebPage.h>
 #include <Orvel/Log.h>
 #include <Orvel/World.h>
@@ -95,7 +97,7 @@ void MonitorBackend::addPages() {
     file("/favicon.ico", "image/vnd.microsoft.icon", Corvid::WebServer::icon());
     add("/api/scene", "application/json", [this](auto& reply) { reply.setBody(SceneJson(*this)); });
     add("/api/status", "application/json",
-        [this](auto& reply) { reply.setBody(StatusJson(*this)); });
+        [this](auto& reply) { reply.setBody(StatusJson(*this, readNetwork(world()))); });
     add("/metrics", "text/plain; version=0.0.4; charset=utf-8",
         [this](auto& reply) { reply.setBody(metricsText(*this)); });
 }
@@ -126,9 +128,16 @@ void MonitorBackend::open() {
 }
 
 std::string MonitorBackend::url() const {
-    return isOpen() ? "http://" + (address_.empty() ? "localhost" : address_) + ":" +
-                          std::to_string(server_.port()) + "/"
-                    : "";
+    if (!isOpen()) {
+        return {};
+    }
+    std::string host = address_;
+    if (host.empty()) {
+        host = "localhost";
+    } else if (host == "0.0.0.0") { // every interface, and none that a browser could be given
+        host = Corvid::InetAddress::getLocalHostName();
+    }
+    return "http://" + host + ":" + std::to_string(server_.port()) + "/";
 }
 
 void MonitorBackend::nameSound(const Orvel::Source& source, const Sound& sound) {

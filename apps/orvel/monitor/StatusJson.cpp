@@ -79,9 +79,9 @@ void write(JsonWriter& json, const Corvid::Communicator::Counters& c) {
 
 bool StatusJson::operator()(std::string& more) {
     JsonWriter json(more, continues_);
-    if (ends_ == nullptr) {
+    if (!headWritten_) {
+        headWritten_ = true;
         const Orvel::World& world = monitor_->world();
-        ends_ = std::make_shared<const std::vector<NetworkEnd>>(readNetwork(world));
         json.open('{').field("instance", monitor_->instance()).field("version", Orvel::version());
         json.field("seconds", monitor_->seconds()).field("updates", monitor_->updates());
         json.field("sources", world.sources().size()).field("emitters", world.emitters().size());
