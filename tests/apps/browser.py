@@ -137,6 +137,12 @@ class Browser:
         for kind in ("mousePressed", "mouseReleased"):
             self.call("Input.dispatchMouseEvent", type=kind, x=x, y=y, button="left", clickCount=1)
 
+    def drag(self, x, y, dx, dy):
+        for kind, to_x, to_y in [("mousePressed", x, y), ("mouseMoved", x + dx / 2, y + dy / 2),
+                                 ("mouseMoved", x + dx, y + dy), ("mouseReleased", x + dx, y + dy)]:
+            self.call("Input.dispatchMouseEvent", type=kind, x=to_x, y=to_y, button="left",
+                      buttons=0 if kind == "mouseReleased" else 1, clickCount=1)
+
     def wheel(self, x, y, delta):
         self.call("Input.dispatchMouseEvent", type="mouseWheel", x=x, y=y, deltaX=0, deltaY=delta)
 

@@ -41,11 +41,12 @@ void MonitorOption::declare(CLI::App& app) {
 }
 
 void MonitorOption::separate(std::vector<std::string>& words) {
-    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-        if (words[i] == "--monitor" && words[i + 1].find(':') == std::string::npos) {
-            words[i] += "=";
-        }
+    const auto end = std::find(words.begin(), words.end(), "--");
+    const auto option = std::find(words.begin(), end, "--monitor");
+    if (option == end || option + 1 == end || option[1].find(':') != std::string::npos) {
+        return;
     }
+    std::rotate(option, option + 1, end); // to where no word follows
 }
 
 void MonitorOption::addTo(std::vector<BackendOption::Choice>& choices) const {
