@@ -119,7 +119,7 @@ class Browser:
 
     def resize(self, width, height, phone=False):
         self.call("Emulation.setDeviceMetricsOverride", width=width, height=height,
-                  deviceScaleFactor=2 if phone else 1, mobile=phone)
+                  deviceScaleFactor=1, mobile=phone)
 
     def set_dark(self, dark):
         self.call("Emulation.setEmulatedMedia", features=[

@@ -246,7 +246,8 @@ class Completion(SoundCase):
             ("orvel render --rate 48000 ", {"scene.json", "other.json", "sub"}),
             ("orvel render scene.json ", {"o.wav", "sub"}),
             ("orvel render --format ", {"s16", "f32"}),
-            ("orvel serve --backend ", {"default", "log", "openal", "play", "silent", "web"}),
+            ("orvel serve --backend ", {"default", "log", "monitor", "openal", "play", "silent",
+                                        "web"}),
         ]:
             with self.subTest(line):
                 self.assertEqual(self.complete(line), expected)

@@ -17,7 +17,7 @@
 namespace OrvelTool {
 
 /// Shows its world to browsers and programs over HTTP: the kind "monitor". A page draws the scene
-/// as it moves; /api/scene and /api/status give it as JSON, /metrics for Prometheus (docs/web.md).
+/// as it moves; /api/scene and /api/status give it as JSON, /metrics for Prometheus (docs/monitor.md).
 ///
 /// Parameters: "address" (127.0.0.1), an address or name of this machine, and "port" (33790, or a
 /// free one if that is taken; 0: a free one). There is no password: who reaches it can look.

@@ -8,7 +8,7 @@ namespace OrvelTool {
 class MonitorBackend;
 
 /// Writes what is in a scene as JSON, piece by piece, so that no call takes long, however large the
-/// scene is; docs/web.md has the fields.
+/// scene is; docs/monitor.md has the fields.
 ///
 /// The scene may change between two pieces. Parts come in ascending order of their ids, each at
 /// most once and as it is when its piece is written; what has gone by then is left out. The back

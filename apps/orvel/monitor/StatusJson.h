@@ -13,7 +13,7 @@ namespace OrvelTool {
 class MonitorBackend;
 
 /// Writes how a world does as JSON: its back ends, its changes over time, and its network, piece by
-/// piece, because there may be many connections; docs/web.md has the fields. The back end must
+/// piece, because there may be many connections; docs/monitor.md has the fields. The back end must
 /// outlive it. On the world's thread.
 class StatusJson {
 public:
