@@ -17,6 +17,7 @@
 #include <Orvel/SourceDurationEvent.h>
 #include <Orvel/SourceParamEvent.h>
 #include <Orvel/TransformEvent.h>
+#include <Orvel/WebBackend.h>
 
 using Corvid::EventType;
 
@@ -29,6 +30,7 @@ BackendType LogBackend::_type("log", &LogBackend::createMethod);
 BackendType PlayBackend::_type("play", &PlayBackend::createMethod);
 BackendType SilentBackend::_type("silent", &SilentBackend::createMethod);
 BackendType OALBackend::_type("openal", &OALBackend::createMethod);
+BackendType WebBackend::_type("web", &WebBackend::createMethod);
 
 EventType CommandEvent::_type("CommandEvent", 200, &CommandEvent::create);
 EventType

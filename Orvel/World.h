@@ -93,10 +93,10 @@ public:
     /// Gives every back end a turn; to be called from the host's loop. Always true.
     virtual bool update();
 
-    /// Makes a back end of a registered kind ("openal", "log", "play", "silent"; "default" is
-    /// "openal") with a parameter line (see Config::ParamLine; null is an empty one), appends it
-    /// and replays the scene to it. Null for an unknown kind. The back end is owned by the host,
-    /// which deletes it or calls deleteAllBackends().
+    /// Makes a back end of a registered kind ("client", "log", "play", "silent", "openal", "web";
+    /// "default" is "openal") with a parameter line (see Config::ParamLine; null is an empty one),
+    /// appends it and replays the scene to it. Null for an unknown kind. The back end is owned by
+    /// the host, which deletes it or calls deleteAllBackends().
     Backend* addBackend(const char* type, const char* params);
 
     /// Tells one back end the whole scene. Durations are not told.

@@ -14,6 +14,7 @@ checks=(
     ccache clang clang-format clang-tidy libclang-rt-14-dev
     libgtest-dev libbenchmark-dev libzmq3-dev
     binutils iproute2 librsvg2-bin python3-jsonschema
+    chromium # what looks at the monitor
 )
 
 packages=("${build[@]}")

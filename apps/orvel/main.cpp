@@ -1,6 +1,7 @@
 #include "commands/CheckCommand.h"
 #include "commands/Command.h"
 #include "commands/KindsCommand.h"
+#include "commands/MonitorOption.h"
 #include "commands/PlayCommand.h"
 #include "commands/PlotCommand.h"
 #include "commands/RenderCommand.h"
@@ -11,11 +12,15 @@
 
 #include <Orvel/Version.h>
 
+#include <algorithm>
 #include <array>
 #include <exception>
 #include <iostream>
 #include <memory>
 #include <new>
+#include <string>
+#include <utility>
+#include <vector>
 
 using namespace OrvelTool;
 
@@ -53,7 +58,10 @@ int run(int argc, char** argv) {
         std::make_unique<PlotCommand>(app),   std::make_unique<CheckCommand>(app),
         std::make_unique<KindsCommand>(app)};
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> words(argv + 1, argv + argc);
+        MonitorOption::separate(words);
+        std::reverse(words.begin(), words.end()); // as the parser wants them
+        app.parse(std::move(words));
     } catch (const CLI::ParseError& fault) {
         return app.exit(fault) == 0 ? kSuccess : kWrongUse;
     }

@@ -31,7 +31,7 @@ TEST(BackendFactory, MakesAKindByItsNameOrReportsIt) {
     const BackendType noFunction("No function", nullptr);
     EXPECT_EQ(
         printed(), "TypeList: \nNo function\nan early kind\nclient\nlog\nopenal\nplay\n"
-                   "silent\n");
+                   "silent\nweb\n");
     TidyWorld world;
     const struct {
         std::string name;

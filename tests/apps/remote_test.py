@@ -10,7 +10,7 @@ import sys
 import time
 import unittest
 
-from tool_case import DEADLINE, LEFT, ToolCase, changed, left_samples, levels
+from tool_case import DEADLINE, LEFT, ToolCase, changed, free_port, left_samples, levels
 
 COMPARE = os.path.abspath(sys.argv[2])
 
@@ -19,12 +19,6 @@ MOVING = changed(
     LEFT, duration=2.2, sources=[{"id": 1, "tone": {"hertz": 441, "seconds": 2}}],
     timeline=[{"at": 0.8, "emitter": 11, "position": [2, 0, 0], "over": 0.3},
               {"at": 1.5, "emitter": 11, "gain": 0.3}])
-
-
-def free_port(kind=socket.SOCK_DGRAM):
-    with socket.socket(socket.AF_INET, kind) as probe:
-        probe.bind(("127.0.0.1", 0))
-        return str(probe.getsockname()[1])
 
 
 class Remote(ToolCase):

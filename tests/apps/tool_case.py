@@ -5,6 +5,7 @@ import json
 import math
 import os
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
@@ -42,6 +43,12 @@ def left_samples(path):
 def rms_dB(samples):
     mean = sum(s * s for s in samples) / max(1, len(samples)) / 32768.0 ** 2
     return 10 * math.log10(mean) if mean > 0 else -math.inf
+
+
+def free_port(kind=socket.SOCK_DGRAM):
+    with socket.socket(socket.AF_INET, kind) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return str(probe.getsockname()[1])
 
 
 class ToolCase(unittest.TestCase):

@@ -38,7 +38,7 @@ class Messages(SoundCase):
             (["render", scene, "o.wav", "--seconds", "nan"], "expected seconds above 0"),
             (["render", scene, "o.wav", "more"], "more"),
             (["play", scene, "--backend", "tuba"],
-             'unknown kind "tuba"; expected one of: client, default, log, openal, play, silent'),
+             'unknown kind "tuba"; expected one of: client, default, log, openal, play, silent, web'),
             (["play", scene, "--backend", "loopback"], "orvel render scene.json OUT.wav"),
             (["play", scene, "--backend", 'log:labels="a'], "column 8"),
             (["play", scene, "--server", "a:1"], "add --backend client"),
@@ -246,7 +246,8 @@ class Completion(SoundCase):
             ("orvel render --rate 48000 ", {"scene.json", "other.json", "sub"}),
             ("orvel render scene.json ", {"o.wav", "sub"}),
             ("orvel render --format ", {"s16", "f32"}),
-            ("orvel serve --backend ", {"default", "log", "openal", "play", "silent"}),
+            ("orvel serve --backend ", {"default", "log", "monitor", "openal", "play", "silent",
+                                        "web"}),
         ]:
             with self.subTest(line):
                 self.assertEqual(self.complete(line), expected)

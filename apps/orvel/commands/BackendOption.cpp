@@ -18,6 +18,11 @@ bool opensDevice(const std::string& kind) {
     return kind == "default" || kind == "openal";
 }
 
+/// For looking at a scene, not for hearing it.
+bool isForLooking(const std::string& kind) {
+    return kind == "monitor" || kind == "web";
+}
+
 } // namespace
 
 void BackendOption::declare(CLI::App& app, const std::string& description) {
@@ -25,6 +30,7 @@ void BackendOption::declare(CLI::App& app, const std::string& description) {
         ->type_name("KIND[:PARAMS]")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_flag("--web", web_, "Show in a browser on this machine what runs; the address is told");
 }
 
 bool BackendOption::read(
@@ -59,10 +65,18 @@ bool BackendOption::read(
     return true;
 }
 
+bool addWeb(Orvel::World& world, LibraryMessages& messages) {
+    const std::size_t before = messages.lost();
+    world.addBackend("web", "");
+    messages.tell();
+    return messages.lost() == before;
+}
+
 bool addBackends(
     Orvel::World& world, LibraryMessages& messages,
     const std::vector<BackendOption::Choice>& choices, const std::string& advice, bool verbose) {
     bool heard = false;
+    bool seen = false;
     bool deviceMissing = false;
     for (const BackendOption::Choice& choice : choices) {
         Orvel::Backend* backend = nullptr;
@@ -80,13 +94,13 @@ bool addBackends(
             deviceMissing = true;
         } else {
             messages.tell();
-            heard = heard || backend != nullptr;
+            (isForLooking(choice.kind) ? seen : heard) |= backend != nullptr;
         }
     }
     if (deviceMissing) {
         complain("no sound device could be opened; " + advice);
     }
-    return heard;
+    return heard || (seen && !deviceMissing);
 }
 
 } // namespace OrvelTool

@@ -12,7 +12,7 @@
 
 namespace OrvelTool {
 
-/// The option --backend of a command: kinds of back ends, each with its parameters.
+/// The options of a command that choose back ends: --backend, each with its parameters, and --web.
 class BackendOption {
 public:
     struct Choice {
@@ -27,9 +27,16 @@ public:
     bool
     read(std::vector<Choice>& choices, const std::map<std::string, std::string>& refused) const;
 
+    /// Whether --web was given.
+    [[nodiscard]] bool web() const { return web_; }
+
 private:
     std::vector<std::string> texts_;
+    bool web_ = false;
 };
+
+/// Adds the back end that --web asks for, and writes what went wrong. False if it cannot serve.
+bool addWeb(Orvel::World& world, LibraryMessages& messages);
 
 /// Adds back ends to a world and writes what went wrong. False if nothing would play; `advice` says
 /// what to do without a sound device.

@@ -1,5 +1,6 @@
 #include "commands/PlayCommand.h"
 
+#include "monitor/MonitorBackend.h"
 #include "network/RemoteServers.h"
 #include "player/ScenePlayer.h"
 #include "process/LibraryMessages.h"
@@ -36,6 +37,7 @@ PlayCommand::PlayCommand(CLI::App& parent) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check(CLI::Validator(checkHostAndPort, "", "server"));
     network_.declareInterface(app());
+    monitor_.declare(app());
     declareSeconds("How long to play, in seconds (default: until the scene ends)");
     app().add_flag("--loop", loop_, "Begin again when the scene ends");
     app().footer("Parameters are key=value, separated by blanks, such as\n"
@@ -65,6 +67,7 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
     if (choices.empty()) {
         choices.push_back({"default", ""});
     }
+    monitor_.addTo(choices);
     return true;
 }
 
@@ -83,7 +86,11 @@ int PlayCommand::run() {
     if (!addBackends(
             stage, messages, choices,
             "to hear the scene through a file: orvel render " + scenePath_ + " OUT.wav",
-            verbose_)) {
+            verbose_) ||
+        !announceMonitors(stage)) {
+        return kFailure;
+    }
+    if (backends_.web() && !addWeb(stage, messages)) {
         return kFailure;
     }
     play(*loaded, stage);
@@ -94,7 +101,11 @@ void PlayCommand::play(const LoadedScene& loaded, Stage& stage) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_);
-    ScenePlayer player(loaded.scene, loaded.sounds, stage);
+    ScenePlayer player(
+        loaded.scene, loaded.sounds, stage, [&loaded](Orvel::Source& source, const Sound& sound) {
+            MonitorBackend::nameSound(source, sound);
+            giveSound(loaded.sounds, source, sound);
+        });
     // Fetching may take long; until there is something to end in order, Ctrl-C just ends all.
     player.start();
     const StopSignals signals;

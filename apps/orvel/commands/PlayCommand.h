@@ -2,6 +2,7 @@
 
 #include "commands/BackendOption.h"
 #include "commands/Command.h"
+#include "commands/MonitorOption.h"
 #include "network/NetworkOptions.h"
 #include "player/Stage.h"
 #include "scene/LoadedScene.h"
@@ -24,6 +25,7 @@ private:
     void play(const LoadedScene& loaded, Stage& stage);
 
     BackendOption backends_;
+    MonitorOption monitor_;
     NetworkOptions network_;
     std::vector<std::string> servers_;
     bool loop_ = false;

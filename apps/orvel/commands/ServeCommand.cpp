@@ -22,8 +22,10 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kLongestWait = 200ms;  // for a signal to be seen
+constexpr auto kWatchedWait = 10ms;   // for whoever looks on with a browser
 constexpr auto kLongestServing = 4ms; // before a recording or a signal gets its turn
 constexpr auto kChores = 20ms;        // between two looks at what is to be told
+constexpr auto kWatchedChores = 5ms;
 /// A recording cannot know how many emitters will sound at once.
 constexpr const char* kRecordingParams = "sources=4096";
 /// Behind the clock by more seconds than this, a recording is worth a word.
@@ -55,6 +57,7 @@ ServeCommand::ServeCommand(CLI::App& parent) {
         ->type_name("OUT.wav");
     declareSeconds("How long to serve, in seconds (default: until Ctrl-C or SIGTERM)");
     network_.declare(app());
+    monitor_.declare(app());
     app()
         .add_option(
             "--tcp-port", tcpPort_,
@@ -83,6 +86,7 @@ int ServeCommand::run() {
     if (choices.empty() && output_.empty()) {
         choices.push_back({"default", ""});
     }
+    monitor_.addTo(choices);
     const auto bank =
         scenePath_.empty() ? std::make_unique<const LoadedScene>() : loadScene(scenePath_);
     if (bank == nullptr) {
@@ -115,6 +119,9 @@ int ServeCommand::run() {
         !addBackends(
             server, messages, choices,
             "to hear the server through a file: orvel serve --render OUT.wav", verbose_)) {
+        return kFailure;
+    }
+    if (!announceMonitors(server) || (backends_.web() && !addWeb(server, messages))) {
         return kFailure;
     }
     server.fill();
@@ -165,13 +172,15 @@ bool ServeCommand::serve(
     PeerWatch clients(server.multiServer(), "client");
     ServiceManager manager;
     auto nextChores = begin;
+    const bool watched = isWatched(server);
     server.serve(0ms); // takes part in discovery from here on
     announce(server);
     manager.ready();
     bool room = true;
     auto now = Clock::now();
     while (room && now < limit && !StopSignals::came()) {
-        auto until = std::min(limit, now + kLongestWait);
+        // Browsers are served together with the chores.
+        auto until = std::min(limit, now + (watched ? kWatchedWait : kLongestWait));
         if (recording != nullptr) {
             until = std::min(until, recording->next());
         }
@@ -186,7 +195,7 @@ bool ServeCommand::serve(
         if (now < nextChores) {
             continue;
         }
-        nextChores = now + kChores;
+        nextChores = now + (watched ? kWatchedChores : kChores);
         server.update();
         const std::size_t before = clients.count();
         for (const std::string& client : clients.look()) {

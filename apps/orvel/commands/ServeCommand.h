@@ -2,6 +2,7 @@
 
 #include "commands/BackendOption.h"
 #include "commands/Command.h"
+#include "commands/MonitorOption.h"
 #include "network/NetworkOptions.h"
 #include "network/SoundServer.h"
 
@@ -28,6 +29,7 @@ private:
     void report(const LiveRecording& recording) const;
 
     BackendOption backends_;
+    MonitorOption monitor_;
     NetworkOptions network_;
     std::string output_; // empty: no recording
     std::string id_;

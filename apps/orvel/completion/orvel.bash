@@ -61,6 +61,13 @@ _orvel() {
         _orvel_files .wav
         return
         ;;
+    --monitor)
+        # Its value may be left out.
+        if [[ $cur != -* && $command == play ]]; then
+            _orvel_files .json
+            return
+        fi
+        ;;
     --seconds | --group | --port | --ttl | --id | --tcp-port)
         return
         ;;
@@ -68,8 +75,8 @@ _orvel() {
     if [[ $cur == -* ]]; then
         case $command in
         render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
-        play) _orvel_words "--backend --server --interface --seconds --loop $common" ;;
-        serve) _orvel_words "--scene --backend --render --seconds --id --tcp-port $search $common" ;;
+        play) _orvel_words "--backend --web --monitor --server --interface --seconds --loop $common" ;;
+        serve) _orvel_words "--scene --backend --web --monitor --render --seconds --id --tcp-port $search $common" ;;
         servers) _orvel_words "--seconds --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check | kinds) _orvel_words "$common" ;;

@@ -1,5 +1,6 @@
 #include "network/SoundServer.h"
 
+#include "monitor/MonitorBackend.h"
 #include "process/Complaint.h"
 
 #include <Corvid/Communicator.h>
@@ -52,6 +53,7 @@ bool SoundServer::fetch() {
 }
 
 void SoundServer::give(Orvel::Source& source, const Sound& sound) const {
+    MonitorBackend::nameSound(source, sound);
     if (const auto* url = std::get_if<SoundUrl>(&sound)) {
         source.setDataFromURL(files_.at(url->text)->name());
     } else {

@@ -18,9 +18,11 @@ const char* descriptionOf(const std::string& kind) {
         {"default", "the kind \"openal\""},
         {"log", "writes each change of the scene to standard error"},
         {"loopback", "renders into the program; what \"orvel render\" uses"},
+        {"monitor", "shows the scene to browsers as it plays; what --monitor adds"},
         {"openal", "plays through this machine's sound device"},
         {"play", "writes the command line that would play each sound (command=\"player -q\")"},
         {"silent", "does nothing"},
+        {"web", "shows in a browser on this machine what runs (--web)"},
     };
     const auto found = descriptions.find(kind);
     return found == descriptions.end() ? "" : found->second;

@@ -14,7 +14,8 @@ namespace OrvelTool {
 /// Confined to its world's thread.
 class PlayClock : public Orvel::SilentBackend {
 public:
-    explicit PlayClock(Orvel::World& world) : SilentBackend(world, nullptr) {}
+    explicit PlayClock(Orvel::World& world, const char* params = nullptr)
+        : SilentBackend(world, params) {}
 
     /// How many seconds the sound of a source takes; known by itself for samples.
     void setLength(int source, double seconds) { clocks_[source].length = seconds; }

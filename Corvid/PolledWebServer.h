@@ -1,0 +1,22 @@
+#pragma once
+
+#include <Corvid/WebServer.h>
+
+#include <orvel_export.h>
+
+namespace Corvid {
+
+/// A web server without a thread: it makes progress inside update() only, on the caller's thread,
+/// so that pages can read what that thread changes.
+class ORVEL_EXPORT PolledWebServer : public WebServer {
+public:
+    PolledWebServer();
+
+    /// Accepts, reads, answers and sends what can be without waiting. With nothing pending it asks
+    /// the system once. It answers a few requests and gives a bounded number of bytes to each
+    /// connection; what is left waits for the next call, so call it often (once a frame). False,
+    /// and nothing happens, when closed, and when called by a page.
+    bool update();
+};
+
+} // namespace Corvid

@@ -1,0 +1,100 @@
+#include <Corvid/WebServer.h>
+
+#include <Corvid/detail/WebLoop.h>
+#include <Corvid/detail/WebSite.h>
+
+#include <utility>
+
+namespace Corvid {
+
+WebServer::WebServer()
+    : site_(std::make_unique<detail::WebSite>()), loop_(std::make_unique<detail::WebLoop>(*site_)) {
+}
+
+WebServer::~WebServer() = default;
+
+bool WebServer::addPage(const std::string& path, const WebPage& page) {
+    return site_->addPage(path, page);
+}
+
+void WebServer::setName(const std::string& name) {
+    site_->name = name;
+}
+
+const std::string& WebServer::name() const {
+    return site_->name;
+}
+
+void WebServer::setNotice(const std::string& notice) {
+    site_->notice = notice;
+}
+
+const std::string& WebServer::notice() const {
+    return site_->notice;
+}
+
+void WebServer::setContact(const std::string& contact) {
+    site_->contact = contact;
+}
+
+const std::string& WebServer::contact() const {
+    return site_->contact;
+}
+
+void WebServer::setLimits(const Limits& limits) {
+    site_->limits = limits;
+}
+
+const WebServer::Limits& WebServer::limits() const {
+    return site_->limits;
+}
+
+void WebServer::setLogSize(std::size_t size) {
+    site_->setLogSize(size);
+}
+
+std::size_t WebServer::logSize() const {
+    return site_->logSize();
+}
+
+void WebServer::createLogPage(
+    const ProtocolHTTP::Request& /*request*/, ProtocolHTTP::Reply& reply) {
+    site_->createLogPage(reply);
+}
+
+std::string WebServer::createFrame(const std::string& title, const std::string& content) const {
+    return site_->createFrame(title, content);
+}
+
+void WebServer::open(const std::string& host, std::uint16_t port) {
+    loop_->open(host, port);
+}
+
+void WebServer::close() {
+    loop_->close();
+}
+
+bool WebServer::isOpen() const {
+    return loop_->isOpen();
+}
+
+std::uint16_t WebServer::port() const {
+    return loop_->port();
+}
+
+WebServer::Counters WebServer::counters() const {
+    Counters counters = site_->counters;
+    counters.connections = loop_->connections();
+    counters.bytesWaiting = loop_->bytesWaiting();
+    return counters;
+}
+
+void WebServer::setDiagnostic(Diagnostic diagnostic) {
+    site_->diagnostic = std::move(diagnostic);
+}
+
+bool WebServer::serve() {
+    return loop_->serve();
+}
+
+} // namespace Corvid

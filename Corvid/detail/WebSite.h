@@ -1,0 +1,63 @@
+#pragma once
+
+#include <Corvid/WebServer.h>
+
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace Corvid::detail {
+
+/// What a web server serves, apart from connections: the pages, the answers where there is none,
+/// and the log. Confined.
+class WebSite {
+public:
+    /// Nothing if the page was kept.
+    bool addPage(const std::string& path, const WebPage& page);
+
+    /// Answers a request, or refuses it.
+    void
+    answer(WebClient& client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply);
+    /// Answers what could not be read as a request.
+    void refuse(WebClient& client, int status, ProtocolHTTP::Reply& reply);
+    /// Tells the host.
+    void tell(const std::string& line) const;
+
+    void setLogSize(std::size_t size);
+    [[nodiscard]] std::size_t logSize() const { return logSize_; }
+    void createLogPage(ProtocolHTTP::Reply& reply) const;
+    [[nodiscard]] std::string
+    createFrame(const std::string& title, const std::string& content) const;
+
+    std::string name;
+    std::string notice;
+    std::string contact;
+    WebServer::Limits limits;
+    WebServer::Counters counters;
+    WebServer::Diagnostic diagnostic;
+
+private:
+    struct LogEntry {
+        std::chrono::system_clock::time_point time;
+        std::string client;
+        std::string what; // method and target
+        int status;
+    };
+
+    void
+    fill(WebClient& client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) const;
+    void setError(ProtocolHTTP::Reply& reply, int status, const std::string& text) const;
+    void note(const WebClient& client, const std::string& what, int status);
+
+    std::map<std::string, std::shared_ptr<WebPage>> pages_;
+    std::deque<LogEntry> log_;
+    std::size_t logSize_ = 0;
+};
+
+/// A moment in Greenwich time as the header Date has it, such as "Sun, 06 Nov 1994 08:49:37 GMT".
+[[nodiscard]] std::string httpDate(std::chrono::system_clock::time_point time);
+
+} // namespace Corvid::detail

@@ -1,0 +1,85 @@
+#include "commands/MonitorOption.h"
+
+#include "monitor/MonitorBackend.h"
+#include "network/NetworkOptions.h"
+#include "process/Complaint.h"
+
+#include <Orvel/WebBackend.h>
+
+#include <algorithm>
+
+namespace OrvelTool {
+
+namespace {
+
+std::string checkAddress(const std::string& text) {
+    if (text.empty()) {
+        return {};
+    }
+    const auto colon = text.rfind(':');
+    const bool anyPort = colon != std::string::npos && text.substr(colon) == ":0";
+    return checkHostAndPort(anyPort ? text.substr(0, colon) + ":1" : text).empty()
+               ? ""
+               : "expected ADDR:PORT, such as 127.0.0.1:33790, where port 0 is any free one; found "
+                 "\"" +
+                     text + "\"";
+}
+
+} // namespace
+
+void MonitorOption::declare(CLI::App& app) {
+    option_ =
+        app.add_option(
+               "--monitor", text_,
+               "Let browsers look at the scene as it plays: a page, JSON and metrics, at this "
+               "address (default: 127.0.0.1:" +
+                   std::to_string(MonitorBackend::kDefaultPort) +
+                   ", or a free port if that is taken). Whoever can reach it can look")
+            ->type_name("[ADDR:PORT]")
+            ->expected(0, 1)
+            ->check(CLI::Validator(checkAddress, "", "address"));
+}
+
+void MonitorOption::separate(std::vector<std::string>& words) {
+    const auto end = std::find(words.begin(), words.end(), "--");
+    const auto option = std::find(words.begin(), end, "--monitor");
+    if (option == end || option + 1 == end || option[1].find(':') != std::string::npos) {
+        return;
+    }
+    std::rotate(option, option + 1, end); // to where no word follows
+}
+
+void MonitorOption::addTo(std::vector<BackendOption::Choice>& choices) const {
+    if (option_->count() == 0) {
+        return;
+    }
+    BackendOption::Choice choice{"monitor", ""};
+    if (!text_.empty()) {
+        const auto [host, port] = hostAndPort(text_);
+        choice.params = "address='" + host + "' port=" + std::to_string(port);
+    }
+    choices.push_back(std::move(choice));
+}
+
+bool announceMonitors(const Orvel::World& world) {
+    bool good = true;
+    for (const Orvel::Backend* backend : world.backends()) {
+        if (const auto* monitor = dynamic_cast<const MonitorBackend*>(backend)) {
+            good = good && monitor->isOpen();
+            if (monitor->isOpen()) {
+                complain("the monitor is at " + monitor->url());
+            }
+        }
+    }
+    return good;
+}
+
+bool isWatched(const Orvel::World& world) {
+    return std::any_of(
+        world.backends().begin(), world.backends().end(), [](const Orvel::Backend* backend) {
+            return dynamic_cast<const MonitorBackend*>(backend) != nullptr ||
+                   dynamic_cast<const Orvel::WebBackend*>(backend) != nullptr;
+        });
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,78 @@
+#include "monitor/JsonWriter.h"
+
+#include "monitor/ValidText.h"
+
+#include <algorithm>
+
+namespace OrvelTool {
+
+namespace {
+
+bool isPlain(char c) {
+    return c >= 0x20 && c < 0x7F && c != '"' && c != '\\';
+}
+
+} // namespace
+
+JsonWriter& JsonWriter::plain(std::string_view text) {
+    if (comma_) {
+        out_ += ',';
+    }
+    out_ += text;
+    comma_ = true;
+    return *this;
+}
+
+JsonWriter& JsonWriter::open(char bracket) {
+    plain({&bracket, 1});
+    comma_ = false;
+    return *this;
+}
+
+JsonWriter& JsonWriter::close(char bracket) {
+    out_ += bracket;
+    comma_ = true;
+    return *this;
+}
+
+JsonWriter& JsonWriter::key(std::string_view name) {
+    plain("\"");
+    out_ += name; // ours: nothing in it needs to be escaped
+    out_ += "\":";
+    comma_ = false;
+    return *this;
+}
+
+JsonWriter& JsonWriter::value(bool value) {
+    return plain(value ? "true" : "false");
+}
+
+JsonWriter& JsonWriter::null() {
+    return plain("null");
+}
+
+JsonWriter& JsonWriter::value(std::string_view text) {
+    plain("\"");
+    if (std::all_of(text.begin(), text.end(), isPlain)) { // nearly always
+        out_ += text;
+    } else {
+        for (const char c : validText(text)) {
+            constexpr std::string_view kDigits = "0123456789abcdef";
+            if (c == '"' || c == '\\') {
+                out_ += '\\';
+                out_ += c;
+            } else if (static_cast<unsigned char>(c) < 0x20) {
+                const auto code = static_cast<unsigned>(c);
+                out_ += "\\u00";
+                out_ += kDigits[code >> 4U];
+                out_ += kDigits[code & 15U];
+            } else {
+                out_ += c;
+            }
+        }
+    }
+    out_ += '"';
+    return *this;
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace OrvelTool {
+
+/// The text as valid UTF-8: each byte that is part of no well-formed character becomes U+FFFD.
+/// Names come from scene files and from the network, and a reader of JSON or of metrics refuses a
+/// whole page for one bad byte.
+std::string validText(std::string_view text);
+
+} // namespace OrvelTool

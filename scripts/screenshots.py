@@ -1,0 +1,44 @@
+#!/usr/bin/env python3
+"""Takes the pictures of the web pages in docs/images again: screenshots.py TOOL.
+
+The tool plays the demo's scene, silently, and a headless Chromium looks at it when the tone that circles
+the listener has come to the right. Needs the packages chromium and fonts-dejavu-core.
+"""
+import pathlib
+import re
+import subprocess
+import sys
+import time
+
+root = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(root / "tests" / "apps"))
+from browser import Browser  # noqa: E402
+
+images = root / "docs" / "images"
+
+player = subprocess.Popen(
+    [sys.argv[1], "play", root / "examples/scenes/voices.json", "--backend", "silent",
+     "--monitor", "127.0.0.1:0", "--web", "--loop"], stderr=subprocess.PIPE, text=True)
+browser = Browser()
+try:
+    told = player.stderr.readline() + player.stderr.readline()
+    monitor = re.search(r"monitor is at (\S+)", told).group(1)
+    web = "http://127.0.0.1:" + re.search(r"Web server open ok: http://.*:(\d+)", told).group(1)
+    browser.resize(900, 360)
+    browser.open(web)  # which has one style, whatever the system's
+    browser.screenshot(images / "web.png")
+    for name, dark, size in [("light", False, (1280, 800)), ("dark", True, (1280, 800)),
+                             ("phone", True, (390, 844, True))]:
+        browser.resize(*size)
+        browser.set_dark(dark)
+        browser.open(monitor)
+        browser.value("choose(19)")
+        while not browser.value("tracks.has(19) && tracks.get(19).x > 1.7"):
+            time.sleep(0.01)
+        browser.screenshot(images / f"monitor-{name}.png")
+    if browser.complaints:
+        sys.exit(f"the browser complains: {browser.complaints}")
+finally:
+    browser.close()
+    player.kill()
+    player.wait()

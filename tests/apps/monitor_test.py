@@ -1,0 +1,195 @@
+"""The monitor in a headless Chromium, and its addresses: monitor_test.py TOOL [unittest arguments]."""
+
+import json
+import re
+import signal
+import sys
+import unittest
+import urllib.request
+
+from browser import Browser, find_chromium
+from tool_case import DEADLINE, ToolCase, free_port
+
+SCENE = {
+    "orvel": 1,
+    "duration": 1000,
+    "sources": [{"id": 1, "tone": {"hertz": 441, "seconds": 1.0}, "loop": True}],
+    "emitters": [
+        {"id": 11, "source": 1, "position": [-4, 0, 0], "state": "play", "gain": 0.25,
+         "hull": {"minBack": 1, "minFront": 1}, "labels": ["<b>bold</b>", "front"]},
+        {"id": 12, "position": [4, 0, 0]}],
+    "timeline": [{"at": 0.01 if k == 0 else 3.0 * k, "emitter": 12,
+                  "position": [4, 0, 3 if k % 2 == 0 else -3], "over": 2.9} for k in range(100)],
+}
+
+
+class Monitor(ToolCase):
+    def setUp(self):
+        super().setUp()
+        self.browser = Browser()
+        self.addCleanup(self.browser.close)
+        self.runs = 0
+
+    def watch(self, *arguments, monitor="127.0.0.1:0"):
+        """Starts the tool with a monitor; gives the process and the monitor's address."""
+        self.runs += 1
+        log = f"{self.runs}.log"
+        process = self.background(log, *arguments, "--monitor", monitor)
+        self.wait_for_text(log, "the monitor is at ")
+        return process, re.search("monitor is at (.*)", self.read(log)).group(1)
+
+    def play(self, scene, **more):
+        return self.watch("play", self.scene(scene), "--backend", "silent", **more)
+
+    def wait_for_value(self, expression, wanted=True):
+        self.wait_for(lambda: self.browser.value(expression) == wanted,
+                      f"{expression} == {wanted!r}; complaints: {self.browser.complaints}")
+
+    def text(self, selector):
+        return self.browser.value(f"document.querySelector('{selector}').innerText")
+
+    def place(self, x, z):
+        """Where a place of the scene is in the window."""
+        return self.browser.value(
+            "(() => { const map = document.getElementById('map'); const { x, z, scale } ="
+            " map.dataset; const box = map.getBoundingClientRect(); return"
+            f" [box.x + box.width / 2 + ({x} - x) * scale,"
+            f" box.y + box.height / 2 + ({z} - z) * scale]; }})()")
+
+    def colour(self, x, y):
+        return self.browser.value(
+            "(() => { const map = document.getElementById('map'); const box ="
+            " map.getBoundingClientRect(); return [...map.getContext('2d').getImageData("
+            f"{x} - box.x, {y} - box.y, 1, 1).data]; }})()")
+
+    def wait_until_live(self, emitters):
+        self.wait_for_value("document.getElementById('link').textContent", "live")
+        self.wait_for_value("document.querySelectorAll('#emitters tbody tr').length", emitters)
+
+    def test_a_scene_is_shown_and_followed(self):
+        _, url = self.play(SCENE)
+        self.browser.open(url)
+        self.wait_until_live(2)
+        # An emitter is where it should be, in its colour; a click on it shows all its values.
+        x, y = self.place(-4, 0)
+        self.assertEqual(self.colour(x, y), [168, 58, 134, 255])
+        self.browser.click(x, y)
+        self.wait_for_value("document.getElementById('chosen').textContent", "Emitter 11")
+        values = self.text("#values")
+        for wanted in ["play", "1 441 Hz", "<b>bold</b>, front", "−4, 0, 0", "0.25",
+                       "1 in front, 1 behind", "10 in front, 10 behind", "4 from the listener"]:
+            self.assertIn(wanted, values)
+        # Names are texts, whatever they look like.
+        self.assertIn("<b>bold</b>, front", self.text("#emitters"))
+        self.assertEqual(self.browser.value("document.querySelectorAll('b').length"), 0)
+        # One that moves is followed, on the map and among the values, and leaves a path.
+        self.browser.value("document.querySelector('tr[data-id=\"12\"]').click()")
+        seen = set()
+
+        def moved():
+            found = re.search("position\\s+4, 0, (\\S+)", self.text("#values"))
+            seen.add(float(found.group(1).replace("−", "-")))
+            return len(seen) >= 4 and max(seen) - min(seen) > 1
+        self.wait_for(moved, f"positions {seen}")
+        self.assertGreater(self.browser.value("tracks.get(12).path.length"), 4)
+        drawn = self.browser.value("tracks.get(12).z")
+        self.assertTrue(-3 <= drawn <= 3, drawn)
+        # The wheel zooms around the pointer, a drag pans, and the button shows all again.
+        scale = float(self.browser.value("document.getElementById('map').dataset.scale"))
+        self.browser.wheel(x, y, -300)
+        self.wait_for_value(f"Number(document.getElementById('map').dataset.scale) > {scale} * 1.5")
+        near = self.place(-4, 0)
+        self.assertLess(abs(near[0] - x) + abs(near[1] - y), 2)
+        self.browser.drag(x, y, 50, 20)
+        self.wait_for(lambda: abs(self.place(-4, 0)[0] - x - 50) < 2, "the drag")
+        self.browser.value("document.getElementById('fit').click()")
+        self.wait_for_value(f"Number(document.getElementById('map').dataset.scale) < {scale} * 1.5")
+        self.wait_for_value("/movement: [1-9]/.test(document.getElementById('groups').innerText)")
+        self.assertIn("silent", self.text("#backends"))
+        self.assertEqual(self.browser.complaints, [])
+
+    def test_a_restart_is_survived(self):
+        player, url = self.play(SCENE)
+        self.browser.open(url)
+        self.wait_until_live(2)
+        self.assertEqual(self.browser.complaints, [])
+        player.kill()
+        player.wait()
+        self.wait_for_value("document.getElementById('link').className", "pill lost")
+        self.wait_for_value("document.getElementById('notice').hidden", False)
+        other = {**SCENE, "emitters": [{**SCENE["emitters"][0], "id": 77}], "timeline": []}
+        self.play(other, monitor=url.split("/")[2])
+        self.wait_until_live(1)
+        self.assertIn("77", self.text("#emitters"))
+        self.assertEqual(sorted(self.browser.value("[...tracks.keys()]")), [0, 77])
+        self.assertTrue(self.browser.value("document.getElementById('notice').hidden"))
+        # The browser itself reports each request that found nobody; nothing else may be wrong.
+        self.assertEqual([complaint for complaint in self.browser.complaints
+                          if complaint.get("source") != "network"], [])
+
+    def test_connections_are_shown(self):
+        port = free_port()
+        here = ["--interface", "127.0.0.1"]
+        scene = self.scene(SCENE)
+        _, served = self.watch("serve", "--scene", scene, "--backend", "silent", "--port", port,
+                               *here)
+        player, played = self.watch("play", scene, "--backend", "client:port=" + port, *here)
+        for url, role in [(served, "Server, id 0"), (played, "Client")]:
+            self.browser.open(url)
+            self.wait_for_value("document.querySelectorAll('#network tbody tr').length", 1)
+            self.assertIn(f"{role}", self.text("#network"))
+        self.browser.open(served)
+        self.wait_until_live(2)
+        player.send_signal(signal.SIGINT)
+        self.wait_for_value("document.querySelectorAll('#network tbody tr').length", 0)
+        self.wait_until_live(0)  # what the client has made goes with it
+        self.assertEqual(self.browser.complaints, [])
+        with urllib.request.urlopen(served + "api/status", timeout=DEADLINE) as answer:
+            status = json.load(answer)
+        self.assertEqual(status["network"][0]["connected"], 1)
+        with urllib.request.urlopen(served + "metrics", timeout=DEADLINE) as answer:
+            self.assertEqual(answer.headers["Content-Type"],
+                             "text/plain; version=0.0.4; charset=utf-8")
+            self.assertIn("\norvel_network_connected_total{role=\"server\"} 1\n",
+                          answer.read().decode())
+
+    def test_nothing_foreign_is_loaded_and_phones_need_not_scroll_sideways(self):
+        _, url = self.play(SCENE)
+        with urllib.request.urlopen(url, timeout=DEADLINE) as answer:
+            self.assertTrue(answer.headers["Content-Security-Policy"].startswith(
+                "default-src 'none'; script-src 'self';"))
+        self.browser.resize(390, 844, phone=True)
+        for dark in (False, True):
+            self.browser.set_dark(dark)
+            self.browser.open(url)
+            self.wait_until_live(2)
+            self.assertEqual(
+                self.browser.value("document.documentElement.scrollWidth <= innerWidth"), True)
+            light = self.browser.value(
+                "getComputedStyle(document.body).backgroundColor.match(/\\d+/g).map(Number)")
+            self.assertEqual(max(light) < 100, dark, light)
+            names = self.browser.value(
+                "performance.getEntriesByType('resource').map(({ name }) => name)")
+            self.assertTrue(all(name.startswith(url) for name in names), names)
+        self.assertEqual(self.browser.complaints, [])
+
+    def test_an_address_that_cannot_be_is_refused(self):
+        player, url = self.play(SCENE)
+        taken = url.split("/")[2]
+        scene = self.scene(SCENE)
+        for address, code, words in [
+                (taken, 1, "Address already in use"), ("nonsense:", 2, "expected ADDR:PORT"),
+                ("127.0.0.1:65536", 2, "expected ADDR:PORT")]:
+            _, err = self.run_tool("play", scene, "--backend", "silent", "--seconds", "0.1",
+                                   "--monitor", address, code=code)
+            self.assertIn(words, err)
+        _, err = self.run_tool("play", "--monitor", scene, "--backend", "silent", "--seconds", "0.1")
+        self.assertIn("the monitor is at http://127.0.0.1:", err)  # the scene is no address
+        player.kill()
+
+
+if __name__ == "__main__":
+    if find_chromium() is None:
+        print("skipped: Chromium is not installed; scripts/install-deps.sh installs it")
+        sys.exit(77)
+    unittest.main(argv=[sys.argv[0], *sys.argv[2:]])

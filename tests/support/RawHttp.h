@@ -1,0 +1,130 @@
+#pragma once
+
+#include "support/Loopback.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace Orvel::Test {
+
+/// What a web server answered.
+struct HttpAnswer {
+    int status = 0;   ///< 0 if none came
+    std::string head; ///< the status line and the headers, each with its line end
+    std::string body; ///< of chunks, what is in them
+    bool whole = false;
+
+    [[nodiscard]] bool has(const std::string& headerLine) const {
+        return head.find("\r\n" + headerLine + "\r\n") != std::string::npos;
+    }
+};
+
+/// A client of a polled web server that sends any bytes and shows what came back. Only 127/8.
+class RawHttp {
+public:
+    /// `serve` is what lets the server make progress.
+    RawHttp(std::uint16_t port, std::function<void()> serve, std::uint32_t host = INADDR_LOOPBACK)
+        : serve_(std::move(serve)), socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(host);
+        connected_ = ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    }
+    RawHttp(const RawHttp&) = delete;
+    RawHttp& operator=(const RawHttp&) = delete;
+    ~RawHttp() { ::close(socket_); }
+
+    [[nodiscard]] bool connected() const { return connected_; }
+    void send(std::string_view bytes) const {
+        ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    }
+    void endSending() const { ::shutdown(socket_, SHUT_WR); }
+
+    /// The next answer; one that is not whole if the connection ends before or nothing comes.
+    HttpAnswer receive(bool withBody = true) {
+        HttpAnswer answer;
+        until([&] { return parse(answer, withBody) || ended_; }, [this] { read(); });
+        input_.erase(0, used_);
+        return answer;
+    }
+    HttpAnswer ask(std::string_view request) {
+        send(request);
+        return receive(!request.starts_with("HEAD"));
+    }
+    HttpAnswer get(const std::string& path) {
+        return ask("GET " + path + " HTTP/1.1\r\nHost: test\r\n\r\n");
+    }
+    /// Whether the server ends the connection without another byte.
+    bool ends() {
+        until([this] { return ended_ || !input_.empty(); }, [this] { read(); });
+        return ended_ && input_.empty();
+    }
+
+private:
+    void read() {
+        serve_();
+        char block[65536];
+        const ssize_t size = ::recv(socket_, block, sizeof block, MSG_DONTWAIT);
+        if (size > 0) {
+            input_.append(block, static_cast<std::size_t>(size));
+        } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
+            ended_ = true;
+        }
+    }
+    bool parse(HttpAnswer& answer, bool withBody) {
+        const std::size_t headEnd = input_.find("\r\n\r\n");
+        answer.whole = false;
+        used_ = 0;
+        if (headEnd == std::string::npos) {
+            return false;
+        }
+        answer.head = input_.substr(0, headEnd + 2);
+        answer.status = std::atoi(answer.head.c_str() + sizeof "HTTP/1.1");
+        used_ = headEnd + 4;
+        const std::size_t length = answer.head.find("Content-Length: ");
+        if (!withBody || answer.status == 100) {
+            answer.whole = true;
+        } else if (answer.has("Transfer-Encoding: chunked")) {
+            answer.whole = parseChunks(answer.body);
+        } else if (length != std::string::npos) {
+            const auto size = std::strtoul(answer.head.c_str() + length + 16, nullptr, 10);
+            answer.body = input_.substr(used_, size);
+            used_ += answer.body.size();
+            answer.whole = answer.body.size() == size;
+        } else {
+            answer.body = input_.substr(used_);
+            used_ = input_.size();
+            answer.whole = ended_;
+        }
+        return answer.whole;
+    }
+    bool parseChunks(std::string& body) {
+        body.clear();
+        for (;;) {
+            const std::size_t lineEnd = input_.find("\r\n", used_);
+            const auto size = std::strtoul(input_.c_str() + used_, nullptr, 16);
+            if (lineEnd == std::string::npos || input_.size() < lineEnd + size + 4) {
+                return false;
+            }
+            body.append(input_, lineEnd + 2, size);
+            used_ = lineEnd + size + 4;
+            if (size == 0) {
+                return true;
+            }
+        }
+    }
+
+    std::function<void()> serve_;
+    int socket_;
+    bool connected_ = false;
+    bool ended_ = false;
+    std::string input_;
+    std::size_t used_ = 0;
+};
+
+} // namespace Orvel::Test
