@@ -10,6 +10,7 @@ import subprocess
 import sys
 import time
 import unittest
+import urllib.request
 import wave
 import xml.etree.ElementTree as ElementTree
 
@@ -217,6 +218,20 @@ class Play(SoundCase):
                 _, err = self.run_tool("play", scene, *arguments, code=code, env=env)
                 self.assertEqual(len(err.splitlines()), 1, err)
                 self.assertIn("orvel render scene.json OUT.wav", err)
+
+    def test_a_browser_is_shown_what_runs(self):
+        scene = self.scene(changed(LEFT, duration=1000))
+        for command in (["play", scene, "--backend", "log"],
+                        ["serve", "--backend", "silent", "--interface", "127.0.0.1"]):
+            process = self.start(*command, "--web")
+            line = "."
+            while not line.startswith("Web server open ok: "):
+                self.assertNotEqual(line, "", "it has ended by itself")
+                line = process.stderr.readline()
+            with urllib.request.urlopen(line.split()[-1], timeout=DEADLINE) as page:
+                self.assertIn("<TR><TD>Backend</TD><TD>2</TD>", page.read().decode())
+            process.send_signal(signal.SIGINT)
+            self.finish(process, 0)
 
 
 class Completion(SoundCase):
