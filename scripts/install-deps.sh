@@ -13,6 +13,7 @@ build=(
 checks=(
     ccache clang clang-format clang-tidy libclang-rt-14-dev
     libgtest-dev libbenchmark-dev libzmq3-dev
+    libglm-dev # an example
     binutils iproute2 librsvg2-bin python3-jsonschema
 )
 
