@@ -15,6 +15,7 @@ checks=(
     libgtest-dev libbenchmark-dev libzmq3-dev
     libglm-dev # an example
     binutils iproute2 librsvg2-bin python3-jsonschema
+    doxygen mandoc systemd # of documentation and service
 )
 
 packages=("${build[@]}")
