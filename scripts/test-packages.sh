@@ -51,26 +51,26 @@ lintian --allow-root --no-cfg --fail-on error "$work"/packages/*.deb
 
 echo "== a clean system"
 root=$work/root
-if [ ! -e "$root/ready" ]; then
-    rm -rf "$root"
-    debootstrap --variant=minbase bookworm "$root" "$mirror" >"$work/debootstrap.log" ||
+if [ ! -e "$work/base/ready" ]; then
+    rm -rf "$work/base"
+    debootstrap --variant=minbase bookworm "$work/base" "$mirror" >"$work/debootstrap.log" ||
         { tail -n 5 "$work/debootstrap.log"; exit 1; }
-    printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d" # services do not start here
-    chmod 755 "$root/usr/sbin/policy-rc.d"
-    touch "$root/ready"
+    printf '#!/bin/sh\nexit 101\n' >"$work/base/usr/sbin/policy-rc.d" # services do not start here
+    chmod 755 "$work/base/usr/sbin/policy-rc.d"
+    touch "$work/base/ready"
 fi
-rm -rf "$root/test"
+rm -rf "$root"
+cp -a "$work/base" "$root"
 mkdir "$root/test"
 cp "$work"/packages/*.deb "$root/test"
 cp -r "$source_tree/tests/install/consumer" "$source_tree/examples" "$root/test"
 
 cat >"$root/test/inside.sh" <<'INSIDE'
 set -euo pipefail
-export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
+export DEBIAN_FRONTEND=noninteractive DEBCONF_NOWARNINGS=yes LC_ALL=C.UTF-8
 install="apt-get install -y -qq --no-install-recommends"
 cd /test
 apt-get update -qq
-apt-get purge -y -qq 'orvel*' 'liborvel*' >/dev/null
 
 echo "-- the tool, with what it depends on and nothing else"
 $install ./liborvel0_*.deb ./orvel_*.deb >/dev/null
@@ -111,7 +111,7 @@ unshare --mount --propagation private bash -c '
     set -e
     mount -t proc proc "$0/proc"
     mount -t tmpfs tmpfs "$0/tmp"
-    mount --bind /dev "$0/dev"
+    mount --rbind /dev "$0/dev"
     cp /etc/resolv.conf "$0/etc/resolv.conf"
     chroot "$0" bash /test/inside.sh' "$root"
 echo "the packages work"
