@@ -34,7 +34,7 @@ constexpr auto kFullPause = 100ms;
 [[noreturn]] void
 fail(const std::string& host, std::uint16_t port, const std::string& what, std::string why) {
     throw IOException(
-        "cannot " + what + ' ' + (host.empty() ? "this machine's clients" : '"' + host + '"') +
+        "cannot " + what + ' ' + (host.empty() ? "the loopback interface" : '"' + host + '"') +
         ", port " + std::to_string(port) + ": " + std::move(why));
 }
 
