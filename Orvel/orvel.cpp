@@ -46,6 +46,7 @@ using Orvel::WorldPart;
 constexpr double kLongestWait = 3600.0; // so that no clock runs over
 
 thread_local std::string lastError;
+thread_local std::string kindList;
 
 /// What is wrong with a call; becomes the last error.
 class Refusal : public std::runtime_error {
@@ -320,8 +321,7 @@ size_t orvel_world_emitter_count(orvel_world* world) {
 }
 
 const char* orvel_backend_kinds(void) {
-    thread_local std::string list;
-    return done(__func__, [] { list = kinds("\n"); }) ? list.c_str() : "";
+    return done(__func__, [] { kindList = kinds("\n"); }) ? kindList.c_str() : "";
 }
 
 orvel_backend* orvel_world_add_backend(orvel_world* world, const char* kind, const char* params) {
