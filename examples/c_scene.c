@@ -68,5 +68,5 @@ int main(void) {
         lines);
     orvel_world_destroy(world);
     orvel_log_set_callback(NULL, NULL); /* lines is gone soon */
-    return early > 0.0 && late < 0.0 ? 0 : 1;
+    return early > 0.0 && late < 0.0 && lines > 0 ? 0 : 1;
 }
