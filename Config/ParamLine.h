@@ -14,9 +14,9 @@ namespace Config {
 /// Parameters are `key=value`, separated by white space. A key is a letter or underscore followed
 /// by letters, digits, underscores, hyphens and dots. A value is any run of plain text, "quoted"
 /// and 'quoted' pieces without white space between them, and may be empty. Outside quotes and
-/// inside double quotes a backslash takes the next character as it is, except that \n, \t and \r
-/// are the control characters; inside single quotes everything stands for itself. A key that comes
-/// again replaces the earlier value.
+/// inside double quotes a backslash takes the next character as it is, except that `\n`, `\t` and
+/// `\r` are the control characters; inside single quotes everything stands for itself. A key that
+/// comes again replaces the earlier value.
 ///
 /// Confined to one thread at a time.
 class ORVEL_EXPORT ParamLine : public ParamBag {

@@ -22,6 +22,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -418,7 +419,12 @@ short ClientBackend::emitterState2Command(WorldPart::State state) {
 }
 
 Backend* ClientBackend::createMethod(World& world, const char* params) {
-    return new ClientBackend(world, params);
+    try {
+        return new ClientBackend(world, params);
+    } catch (const std::system_error& error) { // such as no descriptor for the thread's wake-up
+        ORVEL_LOG(Fatal, "ClientBackend: no server will be reached: %s\n", error.what());
+        return nullptr;
+    }
 }
 
 } // namespace Orvel

@@ -66,7 +66,8 @@ struct Log::State {
 
     bool accepts(const char* module);
     void appendHeader(const Site& site);
-    void appendMessage(const char* format, std::va_list arguments);
+    void appendMessage(const char* format, std::va_list arguments)
+        __attribute__((format(printf, 2, 0)));
     void emit(Level level);
     void redirect(std::ostream* newStream, Callback newCallback);
 };

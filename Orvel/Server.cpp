@@ -135,11 +135,13 @@ Outcome apply(World& world, CommandEvent& event) {
 
 } // namespace
 
-Server::Server()
+Server::Server() : Server("", 0) {}
+
+Server::Server(const std::string& host, unsigned short port)
     : multiServer_(std::make_unique<Corvid::MultiServer>(CommandEvent::kProtocolVersion)) {
     multiServer_->setNoDelay(true);
     multiServer_->setDiagnostic(detail::routeDiagnostics("Orvel::Server"));
-    multiServer_->open("", 0, true); // a failure is reported as a diagnostic
+    multiServer_->open(host, port, true); // a failure is reported as a diagnostic
 }
 
 Server::~Server() {

@@ -40,7 +40,12 @@ class SourceDataEvent;
 class ORVEL_EXPORT Server : public World {
 public:
     /// Listens at once, on a port that the system chooses, and can be found with the first receive.
+    /// Throws std::system_error if the process has no descriptors left even to begin.
     Server();
+    /// The same at a TCP port that clients and firewalls know beforehand, on the IPv4 address that
+    /// `host` names, or on all if that is empty. If the port is taken, a diagnostic says so and
+    /// multiServer().port() is 0.
+    Server(const std::string& host, unsigned short port);
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
     /// Stops the thread and closes the connections, within half a second. Parts and back ends stay:

@@ -42,7 +42,42 @@ if(TARGET orvel_cli)
         DESTINATION ${CMAKE_INSTALL_DATADIR}/orvel COMPONENT tool)
     install(FILES "${PROJECT_SOURCE_DIR}/docs/scene.schema.json"
         DESTINATION ${CMAKE_INSTALL_DATADIR}/orvel COMPONENT tool)
-    # The tool finds the library beside itself, wherever the prefix is.
-    file(RELATIVE_PATH orvel_bin_to_lib "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
-    set_target_properties(orvel_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${orvel_bin_to_lib}")
+    # Manual pages, compressed as man expects them.
+    find_program(ORVEL_GZIP gzip REQUIRED)
+    foreach(page orvel orvel-check orvel-kinds orvel-play orvel-plot orvel-render orvel-serve
+            orvel-servers)
+        set(source "${PROJECT_SOURCE_DIR}/docs/man/${page}.1")
+        set(compressed "${PROJECT_BINARY_DIR}/man/${page}.1.gz")
+        add_custom_command(OUTPUT "${compressed}"
+            COMMAND ${CMAKE_COMMAND} -E make_directory "${PROJECT_BINARY_DIR}/man"
+            COMMAND ${ORVEL_GZIP} -9nc "${source}" > "${compressed}"
+            DEPENDS "${source}" VERBATIM)
+        list(APPEND orvel_man_pages "${compressed}")
+    endforeach()
+    add_custom_target(man ALL DEPENDS ${orvel_man_pages})
+    install(FILES ${orvel_man_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+
+    # The tool finds the library beside itself, wherever the prefix is; in /usr the system does.
+    if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        file(RELATIVE_PATH orvel_bin_to_lib "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
+        set_target_properties(orvel_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${orvel_bin_to_lib}")
+    endif()
+
+    # The service, written when the prefix is known, and its options.
+    set(orvel_sysconfdir "${CMAKE_INSTALL_SYSCONFDIR}")
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set(orvel_sysconfdir "${CMAKE_INSTALL_FULL_SYSCONFDIR}")
+    endif()
+    install(CODE "
+        set(bindir \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+        set(sysconfdir \"${orvel_sysconfdir}\")
+        cmake_path(ABSOLUTE_PATH sysconfdir BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+        configure_file(
+            \"${PROJECT_SOURCE_DIR}/packaging/orvel.service.in\"
+            \"${PROJECT_BINARY_DIR}/orvel.service\" @ONLY)"
+        COMPONENT tool)
+    install(FILES "${PROJECT_BINARY_DIR}/orvel.service"
+        DESTINATION lib/systemd/system COMPONENT tool)
+    install(FILES "${PROJECT_SOURCE_DIR}/packaging/orvel.default"
+        DESTINATION ${orvel_sysconfdir}/default RENAME orvel COMPONENT tool)
 endif()

@@ -3,8 +3,8 @@
 add_library(orvel_options INTERFACE)
 target_compile_features(orvel_options INTERFACE cxx_std_20)
 target_compile_options(orvel_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align -Wconversion
-    -Wdouble-promotion -Wformat=2
+    -Wall -Wextra -Wpedantic -Wshadow $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> -Wcast-align
+    -Wconversion -Wdouble-promotion -Wformat=2
     $<$<BOOL:${ORVEL_WARNINGS_AS_ERRORS}>:-Werror>
     # Log lines name files relative to the source tree, and no build path ends up in a binary.
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)

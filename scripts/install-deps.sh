@@ -13,8 +13,10 @@ build=(
 checks=(
     ccache clang clang-format clang-tidy libclang-rt-14-dev
     libgtest-dev libbenchmark-dev libzmq3-dev
+    libglm-dev # an example
     binutils iproute2 librsvg2-bin python3-jsonschema
-    chromium # what looks at the monitor
+    chromium                  # what looks at the monitor
+    doxygen mandoc systemd    # documentation and service
 )
 
 packages=("${build[@]}")

@@ -311,6 +311,57 @@ TEST_F(Net, DropsAPeerThatDoesNotReadAndNoOther) {
     EXPECT_NE(server_->counters().lastDrops[0].reason.find("too slowly"), std::string::npos);
 }
 
+/// A listening socket that answers nobody: what connects waits. With its descriptors.
+std::vector<int> fullListener(std::uint16_t& port) {
+    std::vector<int> descriptors = {::socket(AF_INET, SOCK_STREAM, 0)};
+    sockaddr_in address = loopback(0);
+    socklen_t size = sizeof address;
+    ::bind(descriptors[0], reinterpret_cast<sockaddr*>(&address), size);
+    ::listen(descriptors[0], 0);
+    ::getsockname(descriptors[0], reinterpret_cast<sockaddr*>(&address), &size);
+    port = ntohs(address.sin_port);
+    for (int i = 0; i < 4; ++i) {
+        descriptors.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+        ::connect(descriptors.back(), reinterpret_cast<const sockaddr*>(&address), size);
+    }
+    return descriptors;
+}
+
+TEST_F(Net, ClosesPromptlyWhileItConnects) {
+    std::uint16_t port = 0;
+    const std::vector<int> descriptors = fullListener(port);
+    const auto client = newClient();
+    client->connectToServer("127.0.0.1", port);
+    client->poll();
+    client->poll();
+    EXPECT_EQ(client->connections(), 0U);
+    const auto start = Clock::now();
+    client->close();
+    EXPECT_LT(Clock::now() - start, 2s);
+    for (const int descriptor : descriptors) {
+        ::close(descriptor);
+    }
+}
+
+TEST_F(Net, ServesConnectionsInTurn) {
+    constexpr std::uint32_t kFlood = 0xFFFFFFFF;
+    const auto server = newServer(0, false);
+    std::string flood = greeting();
+    std::string one = greeting();
+    const std::uint32_t frame[] = {8, 0, kFlood};
+    for (int i = 0; i < 5000; ++i) {
+        flood.append(reinterpret_cast<const char*>(frame), sizeof frame);
+    }
+    one.append(flood.substr(greeting().size(), 8)).append("\7\0\0\0", 4);
+    RawSocket loud(server->port());
+    RawSocket quiet(server->port());
+    loud.send(flood);
+    quiet.send(one);
+    ASSERT_TRUE(until([&] { return server->numbers.size() == 5001; }, *server));
+    const auto& numbers = server->numbers;
+    EXPECT_LT(std::find(numbers.begin(), numbers.end(), 7U) - numbers.begin(), 600);
+}
+
 TEST_F(Net, ClosesPromptlyWhateverPeersDo) {
     connect();
     RawSocket lazy(server_->port());

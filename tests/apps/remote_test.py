@@ -40,7 +40,7 @@ class Remote(ToolCase):
         begin = time.monotonic()
         process.send_signal(number)
         self.assertEqual(process.wait(DEADLINE), 0, self.read(log))
-        self.assertLess(time.monotonic() - begin, 1.5)
+        self.assertLess(time.monotonic() - begin, 3)
 
     def test_the_server_hears_what_a_rendering_holds(self):
         scene = self.scene(MOVING)
@@ -69,21 +69,21 @@ class Remote(ToolCase):
         player = self.play("play.log", scene)
         self.wait_for_text("play.log", "no server has been found yet")
         first = self.serve("first.log", "--scene", scene, "--backend", "silent", "--id", "7")
-        self.wait_for_text("play.log", ", id 7, is connected", within=1)
+        self.wait_for_text("play.log", ", id 7, is connected", within=2.5)
         listed = json.loads(self.run_tool("servers", "--json", "--port", self.port, *self.here,
                                           "--seconds", "0.3")[0])["servers"]
         self.assertEqual([(s["id"], s["address"]) for s in listed], [(7, "127.0.0.1")])
         self.assertIn(f"port {listed[0]['port']};", self.read("first.log"))
-        self.assertLess(listed[0]["roundTripMs"], 300)
+        self.assertLess(listed[0]["roundTripMs"], 2000)
         first.kill()
-        self.wait_for_text("play.log", "is gone", within=2)
+        self.wait_for_text("play.log", "is gone", within=2.5)
         # The next one is told the whole scene, without what is over (and would be on the right);
         # and what a player that dies has made goes with it.
         second = self.serve("second.log", "--scene", scene, "--render", "o.wav")
-        self.wait_for_text("play.log", "is connected", 2, within=1)
+        self.wait_for_text("play.log", "is connected", 2, within=2.5)
         time.sleep(0.5)  # of sound
         player.kill()
-        self.wait_for_text("second.log", "is gone", within=2)
+        self.wait_for_text("second.log", "is gone", within=2.5)
         time.sleep(0.3)  # of silence
         self.end(second, "second.log", signal.SIGINT)
         left, right = levels(self.path("o.wav"))
@@ -96,8 +96,12 @@ class Remote(ToolCase):
         scene = self.scene(changed(LEFT, duration=0.3, sources=[
             {"id": 1, "tone": {"seconds": 0.1}}, {"id": 5, "tone": {"seconds": 0.1}}]))
         bank = self.scene(changed(LEFT, sources=[{"id": 1, "tone": {"seconds": 0.1}}]), "bank.json")
-        server = self.serve("serve.log", "--scene", bank, "--render", "o.wav")
-        port = self.read("serve.log").split("TCP port ")[1].split(";")[0]
+        port = free_port(socket.SOCK_STREAM)
+        server = self.serve("serve.log", "--scene", bank, "--render", "o.wav", "--tcp-port", port)
+        taken = self.background("taken.log", "serve", "--backend", "silent", "--tcp-port", port,
+                                *self.here)
+        self.assertEqual(taken.wait(DEADLINE), 1)
+        self.assertIn(f"port {port}: Address already in use", self.read("taken.log"))
         for count, arguments in [(1, ["--loop", "--seconds", "1"]), (2, [])]:
             player = self.background("play.log", "play", scene, "--backend", "client:port=" + free_port(),
                                      "--server", "localhost:" + port, *self.here, *arguments)

@@ -45,8 +45,8 @@ def rms_dB(samples):
     return 10 * math.log10(mean) if mean > 0 else -math.inf
 
 
-def free_port():
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+def free_port(kind=socket.SOCK_DGRAM):
+    with socket.socket(socket.AF_INET, kind) as probe:
         probe.bind(("127.0.0.1", 0))
         return str(probe.getsockname()[1])
 

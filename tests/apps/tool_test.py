@@ -10,6 +10,7 @@ import subprocess
 import sys
 import time
 import unittest
+import urllib.request
 import wave
 import xml.etree.ElementTree as ElementTree
 
@@ -218,6 +219,20 @@ class Play(SoundCase):
                 self.assertEqual(len(err.splitlines()), 1, err)
                 self.assertIn("orvel render scene.json OUT.wav", err)
 
+    def test_a_browser_is_shown_what_runs(self):
+        scene = self.scene(changed(LEFT, duration=1000))
+        for command in (["play", scene, "--backend", "log"],
+                        ["serve", "--backend", "silent", "--interface", "127.0.0.1"]):
+            process = self.start(*command, "--web")
+            line = "."
+            while not line.startswith("Web server open ok: "):
+                self.assertNotEqual(line, "", "it has ended by itself")
+                line = process.stderr.readline()
+            with urllib.request.urlopen(line.split()[-1], timeout=DEADLINE) as page:
+                self.assertIn("<TR><TD>Backend</TD><TD>2</TD>", page.read().decode())
+            process.send_signal(signal.SIGINT)
+            self.finish(process, 0)
+
 
 class Completion(SoundCase):
     def complete(self, line):
@@ -254,7 +269,7 @@ class Completion(SoundCase):
 
     def test_it_knows_every_option(self):
         for command in COMMANDS:
-            shown = set(re.findall(r"^ .*?(--[a-z]+)", self.run_tool(command, "--help")[0], re.M))
+            shown = set(re.findall(r"^ .*?(--[a-z-]+)", self.run_tool(command, "--help")[0], re.M))
             self.assertEqual(self.complete(f"orvel {command} -"), shown)
 
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # installed-package.sh CMAKE BUILD-FOLDER COMPILER
 # Installs the build into a prefix with a blank in its name, then builds and runs a separate project
-# against it: once through CMake's package, once through pkg-config. Runs the installed tool too.
+# against it: once through CMake's package, once through pkg-config, and a program in C. Runs the
+# installed tool too.
 set -euo pipefail
 cmake=$1 build=$2 compiler=$3
 here=$(cd "$(dirname "$0")" && pwd)
@@ -36,6 +37,11 @@ export PKG_CONFIG_PATH="${pc%/orvel.pc}"
 eval "\"$compiler\" -std=c++20 \"$here/consumer/main.cpp\" -o \"$work/by-pkg-config\" \
     $(pkg-config --cflags --libs orvel)"
 LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name 'liborvel.so')") "$work/by-pkg-config"
+
+# A program in C needs no C++ compiler.
+eval "${CC:-cc} -std=c11 -Wall -Wextra -pedantic -Werror \"$here/../../examples/c_scene.c\" \
+    -o \"$work/in-c\" $(pkg-config --cflags --libs orvel) -lm"
+LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name 'liborvel.so')") "$work/in-c" | tail -n 1
 
 if [ -x "$prefix/bin/orvel" ]; then
     "$prefix/bin/orvel" --version

@@ -60,6 +60,13 @@ ServeCommand::ServeCommand(CLI::App& parent) {
     monitor_.declare(app());
     app()
         .add_option(
+            "--tcp-port", tcpPort_,
+            "Listen at this TCP port, for firewalls and for clients that name the server (default: "
+            "the system chooses one)")
+        ->type_name("N")
+        ->check(NetworkOptions::portValidator());
+    app()
+        .add_option(
             "--id", id_, "A number or a name that becomes one, by which people tell servers apart")
         ->type_name("TEXT");
     app().footer(
@@ -87,7 +94,7 @@ int ServeCommand::run() {
     }
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
-    SoundServer server(*bank, messages);
+    SoundServer server(*bank, messages, tcpPort_);
     messages.tell();
     if (server.multiServer().port() == 0) {
         complain("cannot serve: see above");

@@ -33,6 +33,7 @@ private:
     NetworkOptions network_;
     std::string output_; // empty: no recording
     std::string id_;
+    unsigned short tcpPort_ = 0;
 };
 
 } // namespace OrvelTool

@@ -68,7 +68,7 @@ _orvel() {
             return
         fi
         ;;
-    --seconds | --group | --port | --ttl | --id)
+    --seconds | --group | --port | --ttl | --id | --tcp-port)
         return
         ;;
     esac
@@ -76,7 +76,7 @@ _orvel() {
         case $command in
         render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
         play) _orvel_words "--backend --web --monitor --server --interface --seconds --loop $common" ;;
-        serve) _orvel_words "--scene --backend --web --monitor --render --seconds --id $search $common" ;;
+        serve) _orvel_words "--scene --backend --web --monitor --render --seconds --id --tcp-port $search $common" ;;
         servers) _orvel_words "--seconds --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check | kinds) _orvel_words "$common" ;;

@@ -75,7 +75,7 @@ void NetworkOptions::declare(CLI::App& app) {
         ->check(CLI::Validator(checkGroup, "", "group"));
     app.add_option("--port", port_, "The group's UDP port")
         ->type_name("N")
-        ->check(CLI::Validator(checkPort, "", "port"))
+        ->check(portValidator())
         ->capture_default_str();
     app.add_option(
            "--ttl", ttl_, "How many routers the search may pass; 0: this machine, 1: this network")
@@ -83,6 +83,10 @@ void NetworkOptions::declare(CLI::App& app) {
         ->check(CLI::Validator(checkTtl, "", "ttl"))
         ->capture_default_str();
     declareInterface(app);
+}
+
+CLI::Validator NetworkOptions::portValidator() {
+    return {checkPort, "", "port"};
 }
 
 void NetworkOptions::declareInterface(CLI::App& app) {

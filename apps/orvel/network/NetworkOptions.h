@@ -19,6 +19,9 @@ public:
     /// --interface alone.
     void declareInterface(CLI::App& app);
 
+    /// Accepts a port, from 1 to 65535.
+    static CLI::Validator portValidator();
+
     [[nodiscard]] bool interfacesGiven() const noexcept { return !interfaces_.empty(); }
 
     /// Restricts this process to the interfaces, and tells which of them this machine does not

@@ -21,8 +21,8 @@ constexpr std::size_t kMostMissingNamed = 10;
 
 } // namespace
 
-SoundServer::SoundServer(const LoadedScene& bank, LibraryMessages& messages)
-    : StageOn(bank.scene, messages), bank_(bank) {
+SoundServer::SoundServer(const LoadedScene& bank, LibraryMessages& messages, unsigned short port)
+    : StageOn(bank.scene, messages, "", port), bank_(bank) {
     for (const SourceSpec& spec : bank.scene.sources) {
         specs_.emplace(spec.id, &spec);
     }

@@ -23,7 +23,8 @@ namespace OrvelTool {
 /// polled.
 class SoundServer : public StageOn<Orvel::Server> {
 public:
-    SoundServer(const LoadedScene& bank, LibraryMessages& messages);
+    /// Listens at that TCP port; 0 lets the system choose.
+    SoundServer(const LoadedScene& bank, LibraryMessages& messages, unsigned short port);
 
     /// Fetches what sources name by URL, once and for all. False, with a message for each, if
     /// something cannot be had.

@@ -29,8 +29,7 @@ private:
 } // namespace
 
 template <class Base>
-StageOn<Base>::StageOn(const Scene& scene, LibraryMessages& messages)
-    : path_(scene.path), messages_(messages) {
+void StageOn<Base>::noteSounds(const Scene& scene) {
     for (const SourceSpec& source : scene.sources) {
         sounds_[source.id] = source.soundWhere;
     }

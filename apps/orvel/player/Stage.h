@@ -18,7 +18,12 @@ namespace OrvelTool {
 template <class Base>
 class StageOn : public Base {
 public:
-    StageOn(const Scene& scene, LibraryMessages& messages);
+    /// `base` is what the constructor of the class beneath takes.
+    template <class... Arguments>
+    StageOn(const Scene& scene, LibraryMessages& messages, Arguments&&... base)
+        : Base(std::forward<Arguments>(base)...), path_(scene.path), messages_(messages) {
+        noteSounds(scene);
+    }
     StageOn(const StageOn&) = delete;
     StageOn& operator=(const StageOn&) = delete;
     /// Destroys the parts, then the back ends.
@@ -39,6 +44,7 @@ public:
     bool takeNewDurations() { return std::exchange(newDurations_, false); }
 
 private:
+    void noteSounds(const Scene& scene);
     [[nodiscard]] std::string part(const char* kind, int id) const;
     [[nodiscard]] std::string subject(const Orvel::Source& source) const;
 

@@ -1,0 +1,613 @@
+#include <Orvel/orvel.h>
+
+#include <Corvid/InetAddress.h>
+#include <Corvid/MultiClient.h>
+#include <Corvid/MultiServer.h>
+#include <Corvid/URLImpl.h>
+#include <Orvel/BackendFactory.h>
+#include <Orvel/ClientBackend.h>
+#include <Orvel/CommandEvent.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/Log.h>
+#include <Orvel/OALLoopbackBackend.h>
+#include <Orvel/Server.h>
+#include <Orvel/Source.h>
+#include <Orvel/Version.h>
+#include <Orvel/World.h>
+#include <Orvel/detail/SplitList.h>
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+// NOLINTBEGIN(readability-identifier-naming): as is usual in C
+
+namespace {
+
+using Orvel::Backend;
+using Orvel::ClientBackend;
+using Orvel::Emitter;
+using Orvel::Log;
+using Orvel::OALBackend;
+using Orvel::OALLoopbackBackend;
+using Orvel::Quaternion;
+using Orvel::Source;
+using Orvel::Vec3f;
+using Orvel::World;
+using Orvel::WorldPart;
+
+constexpr double kLongestWait = 3600.0; // so that no clock runs over
+
+thread_local std::string lastError;
+
+/// What is wrong with a call; becomes the last error.
+class Refusal : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+void remember(const char* function, const char* reason) noexcept {
+    try {
+        lastError = std::string(function) + ": " + reason;
+    } catch (...) {
+        lastError.clear(); // no memory for the text
+    }
+}
+
+/// Runs the body of a function of the interface: its result, or, with the error remembered,
+/// `failure` if it throws.
+template <class Result, class Body>
+Result guarded(const char* function, Result failure, Body body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        remember(function, "out of memory");
+    } catch (const std::exception& fault) {
+        remember(function, fault.what());
+    } catch (...) {
+        remember(function, "unknown exception");
+    }
+    return failure;
+}
+
+/// The same for functions that only succeed or fail.
+template <class Body>
+bool done(const char* function, Body body) noexcept {
+    return guarded(function, false, [&] {
+        body();
+        return true;
+    });
+}
+
+template <class Pointer>
+Pointer need(Pointer pointer, const char* what) {
+    if (pointer == nullptr) {
+        throw Refusal(std::string(what) + " is null; was its creation successful?");
+    }
+    return pointer;
+}
+
+/// A server that tells its owner about resets. Its sources are the owner's: what a client has with
+/// one of them begins and ends, while the source stays.
+class PolledServer : public Orvel::Server {
+public:
+    PolledServer() = default;
+    PolledServer(const PolledServer&) = delete;
+    PolledServer& operator=(const PolledServer&) = delete;
+    ~PolledServer() override {
+        clearWorld();
+        deleteAllBackends();
+    }
+
+    void resetWorld() override {
+        Server::resetWorld();
+        if (callback_ != nullptr) {
+            callback_(reinterpret_cast<orvel_server*>(this), user_);
+        }
+    }
+    void setCallback(orvel_reset_callback callback, void* user) {
+        callback_ = callback;
+        user_ = user;
+    }
+
+protected:
+    bool interceptEvent(Corvid::Event& event, Corvid::Communicator& /*from*/) override {
+        const auto* command = dynamic_cast<const Orvel::CommandEvent*>(&event);
+        if (command == nullptr || (command->command != Orvel::CmdCreateSource &&
+                                   command->command != Orvel::CmdDestroySource)) {
+            return false;
+        }
+        Source* source = getSource(command->objectId);
+        if (source != nullptr && command->command == Orvel::CmdDestroySource) {
+            source->setState(Source::STOP);
+            while (!source->connectedEmitters().empty()) {
+                source->connectedEmitters().begin()->second->setSource(nullptr);
+            }
+        }
+        return source != nullptr;
+    }
+
+private:
+    orvel_reset_callback callback_ = nullptr;
+    void* user_ = nullptr;
+};
+
+World& get(orvel_world* world) {
+    return *reinterpret_cast<World*>(need(world, "the world"));
+}
+
+Source& get(orvel_source* source) {
+    return *reinterpret_cast<Source*>(need(source, "the source"));
+}
+
+Emitter& get(orvel_emitter* emitter) {
+    return *reinterpret_cast<Emitter*>(need(emitter, "the emitter"));
+}
+
+Backend& get(orvel_backend* backend) {
+    return *reinterpret_cast<Backend*>(need(backend, "the back end"));
+}
+
+PolledServer& get(orvel_server* server) {
+    return *reinterpret_cast<PolledServer*>(need(server, "the server"));
+}
+
+orvel_world* handle(World* world) {
+    return reinterpret_cast<orvel_world*>(world);
+}
+
+orvel_source* handle(Source* source) {
+    return reinterpret_cast<orvel_source*>(source);
+}
+
+orvel_emitter* handle(Emitter* emitter) {
+    return reinterpret_cast<orvel_emitter*>(emitter);
+}
+
+OALLoopbackBackend& loopback(orvel_backend* backend) {
+    auto* found = dynamic_cast<OALLoopbackBackend*>(&get(backend));
+    if (found == nullptr) {
+        throw Refusal("the back end is no \"loopback\"; only that one renders offline");
+    }
+    return *found;
+}
+
+Vec3f vector(const float* values) {
+    return {values[0], values[1], values[2]};
+}
+
+Quaternion quaternion(const float* values) {
+    return {values[0], values[1], values[2], values[3]};
+}
+
+void write(const Vec3f& from, const Quaternion& rotation, float* position, float* orientation) {
+    if (position != nullptr) {
+        std::ranges::copy(std::initializer_list{from.x, from.y, from.z}, position);
+    }
+    if (orientation != nullptr) {
+        std::ranges::copy(
+            std::initializer_list{rotation.x, rotation.y, rotation.z, rotation.w}, orientation);
+    }
+}
+
+WorldPart::State state(int value) {
+    if (value < ORVEL_NONE || value > ORVEL_STOP) {
+        throw Refusal(
+            "there is no state " + std::to_string(value) +
+            "; use ORVEL_NONE, ORVEL_PLAY, ORVEL_PAUSE or ORVEL_STOP");
+    }
+    return static_cast<WorldPart::State>(value);
+}
+
+std::string kinds(const char* separator) {
+    OALLoopbackBackend::registerType();
+    std::string list;
+    for (const std::string& name : Orvel::BackendFactory::names()) {
+        list += (list.empty() ? "" : separator) + name;
+    }
+    return list;
+}
+
+std::string idIsTaken(const char* part, int id) {
+    return id == 0 ? "all ids are used up"
+                   : std::string("there is already ") + part + " with the id " +
+                         std::to_string(id) + "; take another one, or 0 for the next free one";
+}
+
+} // namespace
+
+const char* orvel_version(void) {
+    return Orvel::version();
+}
+
+const char* orvel_last_error(void) {
+    return lastError.c_str();
+}
+
+bool orvel_log_set_callback(orvel_log_callback callback, void* user) {
+    return done(__func__, [&] {
+        if (callback == nullptr) {
+            Log::the().setCallback({});
+            return;
+        }
+        Log::the().setCallback([callback, user](Log::Level level, std::string_view text) {
+            callback(static_cast<orvel_level>(level), std::string(text).c_str(), user);
+        });
+    });
+}
+
+bool orvel_log_set_level(int level) {
+    return done(__func__, [&] {
+        if (level < ORVEL_LEVEL_LOG || level > ORVEL_LEVEL_DEBUG) {
+            throw Refusal(
+                "there is no level " + std::to_string(level) +
+                "; use one from ORVEL_LEVEL_LOG to ORVEL_LEVEL_DEBUG");
+        }
+        Log::the().setLevel(static_cast<Log::Level>(level));
+    });
+}
+
+orvel_world* orvel_world_create(void) {
+    return guarded(__func__, static_cast<orvel_world*>(nullptr), [] { return handle(new World); });
+}
+
+bool orvel_world_destroy(orvel_world* world) {
+    return done(__func__, [&] {
+        if (world == nullptr) {
+            return;
+        }
+        if (dynamic_cast<PolledServer*>(&get(world)) != nullptr) {
+            throw Refusal("this world belongs to a server; use orvel_server_destroy");
+        }
+        const std::unique_ptr<World> owned(&get(world));
+        owned->clearWorld();
+        owned->deleteAllBackends();
+    });
+}
+
+bool orvel_world_update(orvel_world* world) {
+    return guarded(__func__, false, [&] { return get(world).update(); });
+}
+
+bool orvel_world_clear(orvel_world* world) {
+    return done(__func__, [&] { get(world).clearWorld(); });
+}
+
+bool orvel_world_set_enabled(orvel_world* world, bool enabled) {
+    return done(__func__, [&] { get(world).setEnabled(enabled); });
+}
+
+bool orvel_world_enabled(orvel_world* world) {
+    return guarded(__func__, false, [&] { return get(world).enabled(); });
+}
+
+bool orvel_world_set_spatialize(orvel_world* world, bool spatialize) {
+    return done(__func__, [&] { get(world).setSpatialize(spatialize); });
+}
+
+bool orvel_world_spatialize(orvel_world* world) {
+    return guarded(__func__, false, [&] { return get(world).spatialize(); });
+}
+
+bool orvel_world_set_listener(orvel_world* world, const float* position, const float* rotation) {
+    return done(__func__, [&] {
+        World& scene = get(world);
+        scene.setListenerTransform(
+            position == nullptr ? scene.listenerPosition() : vector(position),
+            rotation == nullptr ? scene.listenerRotation() : quaternion(rotation));
+    });
+}
+
+bool orvel_world_listener(orvel_world* world, float* position, float* rotation) {
+    return done(__func__, [&] {
+        World& scene = get(world);
+        write(scene.listenerPosition(), scene.listenerRotation(), position, rotation);
+    });
+}
+
+size_t orvel_world_source_count(orvel_world* world) {
+    return guarded(__func__, size_t{0}, [&] { return get(world).sources().size(); });
+}
+
+size_t orvel_world_emitter_count(orvel_world* world) {
+    return guarded(__func__, size_t{0}, [&] { return get(world).emitters().size(); });
+}
+
+const char* orvel_backend_kinds(void) {
+    thread_local std::string list;
+    return guarded(__func__, "", [] {
+        list = kinds("\n");
+        return list.c_str();
+    });
+}
+
+orvel_backend* orvel_world_add_backend(orvel_world* world, const char* kind, const char* params) {
+    return guarded(__func__, static_cast<orvel_backend*>(nullptr), [&] {
+        need(kind, "the kind");
+        const std::string known = kinds(", "); // also makes "loopback" known
+        Backend* backend = get(world).addBackend(kind, params);
+        if (backend == nullptr) {
+            throw Refusal(
+                "could not create a back end of the kind \"" + std::string(kind) +
+                "\"; there are default, " + known);
+        }
+        return reinterpret_cast<orvel_backend*>(backend);
+    });
+}
+
+bool orvel_backend_destroy(orvel_backend* backend) {
+    return done(__func__, [&] { delete &get(backend); });
+}
+
+bool orvel_backend_working(orvel_backend* backend) {
+    return guarded(__func__, false, [&] {
+        const auto* openAl = dynamic_cast<const OALBackend*>(&get(backend));
+        return openAl == nullptr || openAl->working();
+    });
+}
+
+size_t orvel_backend_connections(orvel_backend* backend) {
+    return guarded(__func__, size_t{0}, [&] {
+        const auto* client = dynamic_cast<const ClientBackend*>(&get(backend));
+        return client == nullptr ? 0 : client->multiClient().counters().connections.size();
+    });
+}
+
+bool orvel_backend_render(orvel_backend* backend, float* samples, unsigned frames) {
+    return done(__func__, [&] {
+        if (!loopback(backend).render(need(samples, "the place for the samples"), frames)) {
+            throw Refusal("OpenAL gave no loopback device; check the installation of OpenAL Soft");
+        }
+    });
+}
+
+unsigned orvel_backend_rate(orvel_backend* backend) {
+    return guarded(__func__, 0U, [&] { return loopback(backend).rate(); });
+}
+
+orvel_source* orvel_source_create(orvel_world* world, int id) {
+    return guarded(__func__, static_cast<orvel_source*>(nullptr), [&] {
+        Source* source = get(world).createSource(id);
+        if (source == nullptr) {
+            throw Refusal(idIsTaken("a source", id));
+        }
+        return handle(source);
+    });
+}
+
+orvel_source* orvel_source_find(orvel_world* world, int id) {
+    return guarded(__func__, static_cast<orvel_source*>(nullptr), [&] {
+        return handle(get(world).getSource(id));
+    });
+}
+
+bool orvel_source_destroy(orvel_source* source) {
+    return done(__func__, [&] { delete &get(source); });
+}
+
+int orvel_source_id(orvel_source* source) {
+    return guarded(__func__, 0, [&] { return get(source).id(); });
+}
+
+bool orvel_source_set_data(
+    orvel_source* source, unsigned rate, unsigned bits, unsigned channels, const void* data,
+    size_t size) {
+    return done(__func__, [&] {
+        Source& sound = get(source);
+        if (size != 0) {
+            need(data, "the data");
+            if (rate == 0 || (bits != 8 && bits != 16) || (channels != 1 && channels != 2)) {
+                throw Refusal(
+                    "the format is " + std::to_string(rate) + " Hz, " + std::to_string(bits) +
+                    " bit, " + std::to_string(channels) +
+                    " channels; use 8 or 16 bit, 1 or 2 channels, and a rate above 0");
+            }
+            if (size > std::numeric_limits<unsigned>::max() || size % (bits / 8 * channels) != 0) {
+                throw Refusal(
+                    std::to_string(size) +
+                    " bytes are no whole number of frames below 4 GiB; give the size in bytes");
+            }
+        }
+        sound.setData(
+            rate, bits, channels, static_cast<const unsigned char*>(data),
+            static_cast<unsigned>(size));
+    });
+}
+
+bool orvel_source_set_url(orvel_source* source, const char* url) {
+    return done(__func__, [&] {
+        Source& sound = get(source);
+        try {
+            sound.setDataFromURL(need(url, "the URL"));
+        } catch (const Corvid::URLImpl::Exception& fault) {
+            throw Refusal(std::string(fault.what()) + " \"" + url + "\"; use a path or an URL");
+        }
+    });
+}
+
+bool orvel_source_set_param(orvel_source* source, bool loop, float pitch) {
+    return done(__func__, [&] { get(source).setParam(loop, pitch); });
+}
+
+bool orvel_source_set_state(orvel_source* source, int newState) {
+    return done(__func__, [&] { get(source).setState(state(newState)); });
+}
+
+orvel_state orvel_source_state(orvel_source* source) {
+    return guarded(
+        __func__, ORVEL_NONE, [&] { return static_cast<orvel_state>(get(source).state()); });
+}
+
+float orvel_source_duration(orvel_source* source) {
+    return guarded(__func__, 0.0F, [&] { return get(source).duration(); });
+}
+
+orvel_emitter* orvel_emitter_create(orvel_world* world, const char* labels, int id) {
+    return guarded(__func__, static_cast<orvel_emitter*>(nullptr), [&] {
+        Emitter* emitter =
+            get(world).createEmitter(Orvel::detail::splitList(labels == nullptr ? "" : labels), id);
+        if (emitter == nullptr) {
+            throw Refusal(idIsTaken("an emitter", id));
+        }
+        return handle(emitter);
+    });
+}
+
+orvel_emitter* orvel_emitter_find(orvel_world* world, int id) {
+    return guarded(__func__, static_cast<orvel_emitter*>(nullptr), [&] {
+        return handle(get(world).getEmitter(id));
+    });
+}
+
+bool orvel_emitter_destroy(orvel_emitter* emitter) {
+    return done(__func__, [&] { delete &get(emitter); });
+}
+
+int orvel_emitter_id(orvel_emitter* emitter) {
+    return guarded(__func__, 0, [&] { return get(emitter).id(); });
+}
+
+bool orvel_emitter_set_transform(
+    orvel_emitter* emitter, const float* position, const float* rotation) {
+    return done(__func__, [&] {
+        const Vec3f place = position == nullptr ? Vec3f{} : vector(position);
+        const Quaternion turn = rotation == nullptr ? Quaternion{} : quaternion(rotation);
+        get(emitter).setTransform(
+            position == nullptr ? nullptr : &place, rotation == nullptr ? nullptr : &turn);
+    });
+}
+
+bool orvel_emitter_transform(orvel_emitter* emitter, float* position, float* rotation) {
+    return done(__func__, [&] {
+        write(get(emitter).position(), get(emitter).rotation(), position, rotation);
+    });
+}
+
+bool orvel_emitter_set_hull(
+    orvel_emitter* emitter, float max_back, float max_front, float min_back, float min_front) {
+    return done(__func__, [&] { get(emitter).setHull(max_back, max_front, min_back, min_front); });
+}
+
+bool orvel_emitter_set_param(orvel_emitter* emitter, bool placed, float value, float gain) {
+    return done(__func__, [&] { get(emitter).setParam(placed, value, gain); });
+}
+
+bool orvel_emitter_set_source(orvel_emitter* emitter, orvel_source* source) {
+    return done(__func__, [&] {
+        Emitter& place = get(emitter);
+        if (source != nullptr && &get(source).world() != &place.world()) {
+            throw Refusal("the source is of another world; create one in the emitter's world");
+        }
+        place.setSource(source == nullptr ? nullptr : &get(source));
+    });
+}
+
+orvel_source* orvel_emitter_source(orvel_emitter* emitter) {
+    return guarded(__func__, static_cast<orvel_source*>(nullptr), [&] {
+        return handle(get(emitter).source());
+    });
+}
+
+bool orvel_emitter_set_state(orvel_emitter* emitter, int newState) {
+    return done(__func__, [&] { get(emitter).setState(state(newState)); });
+}
+
+orvel_state orvel_emitter_state(orvel_emitter* emitter) {
+    return guarded(
+        __func__, ORVEL_NONE, [&] { return static_cast<orvel_state>(get(emitter).state()); });
+}
+
+orvel_server* orvel_server_create(void) {
+    return guarded(__func__, static_cast<orvel_server*>(nullptr), [] {
+        auto server = std::make_unique<PolledServer>();
+        if (server->multiServer().port() == 0) {
+            throw Refusal("cannot listen at a TCP port; the log says why");
+        }
+        return reinterpret_cast<orvel_server*>(server.release());
+    });
+}
+
+bool orvel_server_destroy(orvel_server* server) {
+    return done(__func__, [&] { delete reinterpret_cast<PolledServer*>(server); });
+}
+
+orvel_world* orvel_server_world(orvel_server* server) {
+    return guarded(
+        __func__, static_cast<orvel_world*>(nullptr), [&] { return handle(&get(server)); });
+}
+
+bool orvel_server_set_reset_callback(
+    orvel_server* server, orvel_reset_callback callback, void* user) {
+    return done(__func__, [&] { get(server).setCallback(callback, user); });
+}
+
+bool orvel_server_set_id(orvel_server* server, const char* text) {
+    return done(__func__, [&] { get(server).setId(need(text, "the text")); });
+}
+
+bool orvel_server_set_multicast(
+    orvel_server* server, const char* group, unsigned short port, int ttl) {
+    return done(__func__, [&] {
+        PolledServer& world = get(server);
+        const auto address = Corvid::InetAddress::getByAddress(need(group, "the group"));
+        if (!address.isMulticast() || port == 0 || ttl < 0 || ttl > 255) {
+            throw Refusal(
+                "cannot search through " + std::string(group) + ", port " + std::to_string(port) +
+                ", TTL " + std::to_string(ttl) +
+                "; use an address from 224.0.0.0 to 239.255.255.255, a port above 0, and a TTL up "
+                "to 255");
+        }
+        world.setMulticastAddress(address);
+        world.setMulticastPort(port);
+        world.setMulticastTtl(ttl);
+    });
+}
+
+bool orvel_server_set_interfaces(orvel_server* server, const char* addresses) {
+    return done(__func__, [&] {
+        PolledServer& world = get(server);
+        std::vector<Corvid::InetAddress> interfaces;
+        for (const std::string& text :
+             Orvel::detail::splitList(need(addresses, "the list of addresses"))) {
+            interfaces.push_back(Corvid::InetAddress::getByAddress(text));
+            if (!interfaces.back().isValid()) {
+                throw Refusal("\"" + text + "\" is no IPv4 address; use one such as 127.0.0.1");
+            }
+        }
+        world.multiServer().multicast().setInterfaces(std::move(interfaces));
+    });
+}
+
+unsigned short orvel_server_port(orvel_server* server) {
+    return guarded(
+        __func__, static_cast<unsigned short>(0), [&] { return get(server).multiServer().port(); });
+}
+
+size_t orvel_server_clients(orvel_server* server) {
+    return guarded(__func__, size_t{0}, [&] {
+        return get(server).multiServer().counters().connections.size();
+    });
+}
+
+int orvel_server_poll(orvel_server* server, double seconds) {
+    return guarded(__func__, -1, [&] {
+        PolledServer& world = get(server);
+        if (!(seconds >= 0.0)) {
+            throw Refusal("the time to wait is no number of at least 0; give it in seconds");
+        }
+        if (seconds > 0.0) {
+            world.multiServer().waitForCommunicators(
+                std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                    std::chrono::duration<double>(std::min(seconds, kLongestWait))));
+        }
+        return world.receive(false);
+    });
+}
+
+// NOLINTEND(readability-identifier-naming)

@@ -1,0 +1,234 @@
+#pragma once
+
+/// @file
+/// The interface in C, for programs in C and in every language that can call it: the scene, its
+/// back ends by name, the server that is polled, and the log. It is the C++ interface (World.h,
+/// Source.h, Emitter.h, Server.h, Log.h), whose headers hold the finer rules, behind opaque
+/// handles; a C++ program needs none of it.
+///
+/// Errors: a function that can fail gives false, null or a negative number, and then
+/// orvel_last_error() is one sentence that says what happened, to what, and what to do. A null
+/// handle is such an error, never a crash; getters give 0 for it. No C++ exception leaves a
+/// function.
+///
+/// Ownership: orvel_world_destroy() and orvel_server_destroy() free all that was made through them:
+/// sources, emitters and back ends. A handle must not be used after what it stands for is gone, be
+/// it by its own destroy function, by orvel_world_clear(), with its world, or, in the world of a
+/// server, by a client: during a poll, clients destroy emitters, and a reset destroys everything.
+/// Texts that are handed in are copied; texts that are handed out live until the next call of the
+/// same function on the same thread.
+///
+/// Threads: a world with all that belongs to it is used by one thread at a time, and so are all
+/// OpenAL back ends of a process together. The version, the last error and the log may be used by
+/// any thread. Callbacks must return normally: neither an exception nor longjmp() may leave them.
+///
+/// Units: right-handed axes, +x right, +y up, -z ahead at rest, in scene units; rotations are unit
+/// quaternions x, y, z, w; gain is linear with 1 as recorded.
+
+#include <stdbool.h>
+#include <stddef.h>
+
+#include <orvel_export.h>
+
+// NOLINTBEGIN(readability-identifier-naming): as is usual in C
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// A scene with its listener and its back ends.
+typedef struct orvel_world orvel_world;
+/// A sound.
+typedef struct orvel_source orvel_source;
+/// A placed sound: where a source is heard.
+typedef struct orvel_emitter orvel_emitter;
+/// What renders or passes on a scene.
+typedef struct orvel_backend orvel_backend;
+/// A sound server: a world that clients drive over the network.
+typedef struct orvel_server orvel_server;
+
+typedef enum orvel_state {
+    ORVEL_NONE = 0, ///< never played
+    ORVEL_PLAY = 1,
+    ORVEL_PAUSE = 2,
+    ORVEL_STOP = 3
+} orvel_state;
+
+typedef enum orvel_level {
+    ORVEL_LEVEL_LOG = 0, ///< always written
+    ORVEL_LEVEL_FATAL = 1,
+    ORVEL_LEVEL_WARNING = 2,
+    ORVEL_LEVEL_NOTICE = 3, ///< the default
+    ORVEL_LEVEL_INFO = 4,
+    ORVEL_LEVEL_DEBUG = 5
+} orvel_level;
+
+/// The version of the library that is loaded, such as "0.1.0"; lives for ever.
+ORVEL_EXPORT const char* orvel_version(void);
+/// Why the latest failure on this thread happened; empty before the first. Never null. A success
+/// leaves it as it is.
+ORVEL_EXPORT const char* orvel_last_error(void);
+
+// The log
+
+/// Takes one line of the log, header and line end included. `text` lives only during the call.
+/// Called on the thread that logs, with the log locked: it must not wait for another thread that
+/// may log, nor set the callback.
+typedef void (*orvel_log_callback)(orvel_level level, const char* text, void* user);
+
+/// Hands each line to `callback` together with `user`, for the whole process; null sends them to
+/// standard error again, as at first. Once this has returned, the former callback is not called
+/// any more.
+ORVEL_EXPORT bool orvel_log_set_callback(orvel_log_callback callback, void* user);
+/// Writes lines up to this level, one of orvel_level.
+ORVEL_EXPORT bool orvel_log_set_level(int level);
+
+// Worlds
+
+/// An empty world without back ends.
+ORVEL_EXPORT orvel_world* orvel_world_create(void);
+/// Frees the world and all that is in it. Null is ignored. False, and nothing happens, for the
+/// world of a server, which goes with that.
+ORVEL_EXPORT bool orvel_world_destroy(orvel_world* world);
+/// Gives every back end a turn; to be called once in each turn of the host's loop.
+ORVEL_EXPORT bool orvel_world_update(orvel_world* world);
+/// Destroys all emitters and sources.
+ORVEL_EXPORT bool orvel_world_clear(orvel_world* world);
+
+/// Mutes the scene, which goes on silently, or lets it be heard; true at first.
+ORVEL_EXPORT bool orvel_world_set_enabled(orvel_world* world, bool enabled);
+ORVEL_EXPORT bool orvel_world_enabled(orvel_world* world);
+/// Whether emitters are placed in space; true at first. Takes effect at an emitter's next change of
+/// transform or hull.
+ORVEL_EXPORT bool orvel_world_set_spatialize(orvel_world* world, bool spatialize);
+ORVEL_EXPORT bool orvel_world_spatialize(orvel_world* world);
+/// Moves and turns the listener: x, y, z and x, y, z, w. Null leaves that half as it is.
+ORVEL_EXPORT bool
+orvel_world_set_listener(orvel_world* world, const float* position, const float* rotation);
+/// Writes x, y, z and x, y, z, w; null is left out.
+ORVEL_EXPORT bool orvel_world_listener(orvel_world* world, float* position, float* rotation);
+
+/// How many there are.
+ORVEL_EXPORT size_t orvel_world_source_count(orvel_world* world);
+ORVEL_EXPORT size_t orvel_world_emitter_count(orvel_world* world);
+
+// Back ends
+
+/// The names of all kinds of back ends, sorted, one per line.
+ORVEL_EXPORT const char* orvel_backend_kinds(void);
+/// Adds a back end by the name of its kind, such as "default" (this machine's sound device),
+/// "loopback" (rendering offline), "client" (servers), "log" or "silent", with a parameter line
+/// (docs/parameters.md; null is an empty one), and tells it the scene as it stands.
+ORVEL_EXPORT orvel_backend*
+orvel_world_add_backend(orvel_world* world, const char* kind, const char* params);
+ORVEL_EXPORT bool orvel_backend_destroy(orvel_backend* backend);
+/// False for an OpenAL back end that found no device and so stays silent.
+ORVEL_EXPORT bool orvel_backend_working(orvel_backend* backend);
+/// How many servers a "client" back end is connected to; 0 for other kinds.
+ORVEL_EXPORT size_t orvel_backend_connections(orvel_backend* backend);
+/// Renders the next `frames` frames of a "loopback" back end into `samples`, which has room for two
+/// floats a frame, left and right in turn; full scale is 1. Time stands still between two calls.
+ORVEL_EXPORT bool orvel_backend_render(orvel_backend* backend, float* samples, unsigned frames);
+/// Frames a second of a "loopback" back end.
+ORVEL_EXPORT unsigned orvel_backend_rate(orvel_backend* backend);
+
+// Sources
+
+/// A new source. Id 0 takes the next free one; servers know a source by its id, from 1 to 32767.
+ORVEL_EXPORT orvel_source* orvel_source_create(orvel_world* world, int id);
+/// The source with that id; null, which is no error, if there is none.
+ORVEL_EXPORT orvel_source* orvel_source_find(orvel_world* world, int id);
+/// Disconnects its emitters.
+ORVEL_EXPORT bool orvel_source_destroy(orvel_source* source);
+ORVEL_EXPORT int orvel_source_id(orvel_source* source);
+/// Copies `size` bytes of interleaved PCM samples: 8 bit unsigned or 16 bit signed little endian, 1
+/// or 2 channels (only mono is placed in space), `rate` in Hz. Size 0 empties the source.
+ORVEL_EXPORT bool orvel_source_set_data(
+    orvel_source* source, unsigned rate, unsigned bits, unsigned channels, const void* data,
+    size_t size);
+/// Names the sound: a file's path, relative to the current directory, or a URL (file, http, https).
+/// What cannot be fetched or read is told by a line in the log.
+ORVEL_EXPORT bool orvel_source_set_url(orvel_source* source, const char* url);
+/// `pitch` is a factor on the playing speed, 1 as recorded.
+ORVEL_EXPORT bool orvel_source_set_param(orvel_source* source, bool loop, float pitch);
+/// Takes one of orvel_state, and also sets the state of all its emitters. An equal state changes
+/// nothing: to hear a sound again that is over, set ORVEL_STOP, then ORVEL_PLAY.
+ORVEL_EXPORT bool orvel_source_set_state(orvel_source* source, int state);
+ORVEL_EXPORT orvel_state orvel_source_state(orvel_source* source);
+/// Playing time in seconds at pitch 1 as a back end measured it; 0 until then.
+ORVEL_EXPORT float orvel_source_duration(orvel_source* source);
+
+// Emitters
+
+/// A new emitter, served by the back ends that share one of the `labels`, separated by commas, or
+/// that have none; null or empty: by all. Id 0 takes the next free one.
+ORVEL_EXPORT orvel_emitter* orvel_emitter_create(orvel_world* world, const char* labels, int id);
+/// The emitter with that id; null, which is no error, if there is none.
+ORVEL_EXPORT orvel_emitter* orvel_emitter_find(orvel_world* world, int id);
+ORVEL_EXPORT bool orvel_emitter_destroy(orvel_emitter* emitter);
+ORVEL_EXPORT int orvel_emitter_id(orvel_emitter* emitter);
+/// Moves and turns it: x, y, z and x, y, z, w. Null leaves that half as it is.
+ORVEL_EXPORT bool
+orvel_emitter_set_transform(orvel_emitter* emitter, const float* position, const float* rotation);
+/// Writes x, y, z and x, y, z, w; null is left out.
+ORVEL_EXPORT bool orvel_emitter_transform(orvel_emitter* emitter, float* position, float* rotation);
+/// Where attenuation ends and where it begins, behind and in front. Nearly silent until this is
+/// set.
+ORVEL_EXPORT bool orvel_emitter_set_hull(
+    orvel_emitter* emitter, float max_back, float max_front, float min_back, float min_front);
+/// `placed`: whether it is heard at its place (else unplaced, at the listener); `value`: the
+/// host's own, carried along.
+ORVEL_EXPORT bool
+orvel_emitter_set_param(orvel_emitter* emitter, bool placed, float value, float gain);
+/// Connects to a source of the same world; null disconnects. Silent until the next change of state.
+ORVEL_EXPORT bool orvel_emitter_set_source(orvel_emitter* emitter, orvel_source* source);
+/// The connected source; null if there is none.
+ORVEL_EXPORT orvel_source* orvel_emitter_source(orvel_emitter* emitter);
+/// Takes one of orvel_state, and also sets the state of its source and of the source's other
+/// emitters.
+ORVEL_EXPORT bool orvel_emitter_set_state(orvel_emitter* emitter, int state);
+ORVEL_EXPORT orvel_state orvel_emitter_state(orvel_emitter* emitter);
+
+// Servers
+
+/// Called when a client has reset the server's world, which destroys all its sources and emitters:
+/// the place to create the sources again that clients play, by their ids. (A client that is done
+/// with a source alone only stops it.) On the thread that polls, inside orvel_server_poll().
+/// It must not destroy the server.
+typedef void (*orvel_reset_callback)(orvel_server* server, void* user);
+
+/// A server that listens at a port which the system chooses, and can be found by clients from the
+/// first poll on. Whoever can reach it can drive it. It has no thread of its own.
+ORVEL_EXPORT orvel_server* orvel_server_create(void);
+/// Frees the server, its world and all that is in it. Null is ignored.
+ORVEL_EXPORT bool orvel_server_destroy(orvel_server* server);
+/// Its world, which back ends and sources are added to; owned by the server.
+ORVEL_EXPORT orvel_world* orvel_server_world(orvel_server* server);
+/// Null: nobody is called.
+ORVEL_EXPORT bool
+orvel_server_set_reset_callback(orvel_server* server, orvel_reset_callback callback, void* user);
+
+// Settings, made before the first poll. The defaults are those of `orvel serve` (docs/network.md).
+
+/// A number by which people tell servers apart, or a name that becomes one.
+ORVEL_EXPORT bool orvel_server_set_id(orvel_server* server, const char* text);
+/// Where clients search: the group's address, its UDP port, and how many networks it may cross.
+ORVEL_EXPORT bool
+orvel_server_set_multicast(orvel_server* server, const char* group, unsigned short port, int ttl);
+/// Serves only on the interfaces with these addresses, separated by commas; empty: on all.
+ORVEL_EXPORT bool orvel_server_set_interfaces(orvel_server* server, const char* addresses);
+
+/// The TCP port that it listens to; 0 if it could not listen.
+ORVEL_EXPORT unsigned short orvel_server_port(orvel_server* server);
+/// How many clients are connected.
+ORVEL_EXPORT size_t orvel_server_clients(orvel_server* server);
+/// Accepts clients, applies what they have sent, and sends what is due. First waits up to `seconds`
+/// for something to arrive; 0 never waits. Gives the number of events, -1 on failure. To be called
+/// at least every few seconds.
+ORVEL_EXPORT int orvel_server_poll(orvel_server* server, double seconds);
+
+#ifdef __cplusplus
+}
+#endif
+
+// NOLINTEND(readability-identifier-naming)

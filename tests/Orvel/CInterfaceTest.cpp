@@ -1,0 +1,202 @@
+// The interface in C: nothing that a caller does wrong leaves it but as a false, null or -1 with a
+// text, and what it hands out is what the C++ interface has.
+#include "support/Capture.h"
+#include "support/Loopback.h"
+
+#include <Orvel/BackendType.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/SilentBackend.h>
+#include <Orvel/World.h>
+#include <Orvel/orvel.h>
+
+#include <array>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace Orvel::Test {
+
+namespace {
+
+struct ThrowingBackend : SilentBackend {
+    using SilentBackend::SilentBackend;
+    void createEmitter(Emitter& /*emitter*/) override { throw std::runtime_error("no more room"); }
+    void createSource(Source& /*source*/) override { throw 7; } // NOLINT: nothing that has a text
+};
+
+Backend* createThrowing(World& world, const char* params) {
+    return new ThrowingBackend(world, params);
+}
+
+TEST(CInterface, TurnsEveryMisuseIntoAnError) {
+    orvel_world* world = orvel_world_create();
+    orvel_world* other = orvel_world_create();
+    orvel_server* server = orvel_server_create();
+    orvel_source* source = orvel_source_create(world, 5);
+    orvel_source* foreign = orvel_source_create(other, 0);
+    orvel_emitter* emitter = orvel_emitter_create(world, nullptr, 6);
+    orvel_backend* silent = orvel_world_add_backend(world, "silent", nullptr);
+    ASSERT_TRUE(server != nullptr && source != nullptr && emitter != nullptr && silent != nullptr);
+    std::array<float, 2> frame{};
+    const struct {
+        std::function<bool()> succeeds;
+        const char* function;
+        const char* reason;
+    } rows[] = {
+        {[] { return orvel_world_update(nullptr); }, "orvel_world_update", "the world is null"},
+        {[] { return orvel_source_create(nullptr, 0) != nullptr; }, "orvel_source_create",
+         "the world is null"},
+        {[] { return orvel_source_id(nullptr) != 0; }, "orvel_source_id", "the source is null"},
+        {[] { return orvel_emitter_set_hull(nullptr, 1, 1, 1, 1); }, "orvel_emitter_set_hull",
+         "the emitter is null"},
+        {[] { return orvel_backend_working(nullptr); }, "orvel_backend_working",
+         "the back end is null"},
+        {[] { return orvel_server_poll(nullptr, 0.0) >= 0; }, "orvel_server_poll",
+         "the server is null"},
+        {[&] { return orvel_world_add_backend(world, "loud", "") != nullptr; },
+         "orvel_world_add_backend", "\"loud\"; there are default, "},
+        {[&] { return orvel_world_add_backend(world, nullptr, "") != nullptr; },
+         "orvel_world_add_backend", "the kind is null"},
+        {[&] { return orvel_source_create(world, 5) != nullptr; }, "orvel_source_create",
+         "already a source with the id 5"},
+        {[&] { return orvel_emitter_create(world, "", 6) != nullptr; }, "orvel_emitter_create",
+         "already an emitter with the id 6"},
+        {[&] { return orvel_source_set_url(source, "http://[bad"); }, "orvel_source_set_url",
+         "\"http://[bad\""},
+        {[&] { return orvel_source_set_url(source, nullptr); }, "orvel_source_set_url", "null"},
+        {[&] { return orvel_source_set_data(source, 8000, 16, 1, nullptr, 2); },
+         "orvel_source_set_data", "the data is null"},
+        {[&] { return orvel_source_set_data(source, 8000, 24, 1, "abc", 3); },
+         "orvel_source_set_data", "24 bit"},
+        {[&] { return orvel_source_set_data(source, 8000, 16, 1, "abc", 3); },
+         "orvel_source_set_data", "no whole number of frames"},
+        {[&] { return orvel_source_set_data(source, 8000, 8, 1, "abc", (1ULL << 32U) + 2); },
+         "orvel_source_set_data", "below 4 GiB"},
+        {[&] { return orvel_emitter_set_state(emitter, 4); }, "orvel_emitter_set_state",
+         "no state 4"},
+        {[&] { return orvel_emitter_set_source(emitter, foreign); }, "orvel_emitter_set_source",
+         "of another world"},
+        {[&] { return orvel_backend_render(silent, frame.data(), 1); }, "orvel_backend_render",
+         "no \"loopback\""},
+        {[&] { return orvel_world_destroy(orvel_server_world(server)); }, "orvel_world_destroy",
+         "orvel_server_destroy"},
+        {[&] { return orvel_server_set_multicast(server, "10.0.0.1", 5, 1); },
+         "orvel_server_set_multicast", "10.0.0.1"},
+        {[&] { return orvel_server_set_interfaces(server, "127.0.0.1, lo"); },
+         "orvel_server_set_interfaces", "\"lo\""},
+        {[&] { return orvel_server_poll(server, std::numeric_limits<double>::quiet_NaN()) >= 0; },
+         "orvel_server_poll", "seconds"},
+        {[] { return orvel_log_set_level(6); }, "orvel_log_set_level", "no level 6"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_FALSE(row.succeeds()) << row.function << ", " << row.reason;
+        const std::string error = orvel_last_error();
+        EXPECT_EQ(error.find(std::string(row.function) + ": "), 0U) << error;
+        EXPECT_NE(error.find(row.reason), std::string::npos) << error;
+    }
+    std::thread([] { EXPECT_STREQ(orvel_last_error(), ""); }).join(); // each thread has its own
+    EXPECT_EQ(orvel_source_find(world, 99), nullptr);
+    EXPECT_TRUE(orvel_world_destroy(nullptr) && orvel_server_destroy(nullptr));
+    EXPECT_TRUE(orvel_world_destroy(world) && orvel_world_destroy(other));
+    EXPECT_TRUE(orvel_server_destroy(server));
+}
+
+TEST(CInterface, LetsNoExceptionOfABackEndThrough) {
+    const BackendType type("throwing", &createThrowing);
+    orvel_world* world = orvel_world_create();
+    ASSERT_NE(orvel_world_add_backend(world, "throwing", ""), nullptr);
+    EXPECT_EQ(orvel_emitter_create(world, "", 0), nullptr);
+    EXPECT_STREQ(orvel_last_error(), "orvel_emitter_create: no more room");
+    EXPECT_EQ(orvel_source_create(world, 0), nullptr);
+    EXPECT_STREQ(orvel_last_error(), "orvel_source_create: unknown exception");
+    EXPECT_TRUE(orvel_world_destroy(world));
+}
+
+TEST(CInterface, KeepsTheHalfOfATransformThatIsNull) {
+    orvel_world* world = orvel_world_create();
+    orvel_emitter* emitter = orvel_emitter_create(world, " front, back ", 0);
+    const std::array<float, 3> place{1, 2, 3};
+    const std::array<float, 4> turn{0, 1, 0, 0};
+    orvel_world_set_listener(world, place.data(), nullptr);
+    orvel_world_set_listener(world, nullptr, turn.data());
+    orvel_emitter_set_transform(emitter, nullptr, turn.data());
+    orvel_emitter_set_transform(emitter, place.data(), nullptr);
+    std::array<float, 3> position{};
+    std::array<float, 4> rotation{};
+    orvel_world_listener(world, position.data(), rotation.data());
+    EXPECT_TRUE(position == place && rotation == turn);
+    position = {};
+    orvel_emitter_transform(emitter, position.data(), nullptr);
+    orvel_emitter_transform(emitter, nullptr, rotation.data());
+    EXPECT_TRUE(position == place && rotation == turn);
+    EXPECT_EQ(
+        reinterpret_cast<Emitter*>(emitter)->labels(), (std::vector<std::string>{"front", "back"}));
+    orvel_world_destroy(world);
+}
+
+TEST(CInterface, AServersSourcesSurviveTheirClientsButNotAReset) {
+    const LogCapture quiet;
+    orvel_server* server = orvel_server_create();
+    orvel_world* heard = orvel_server_world(server);
+    int resets = 0;
+    orvel_server_set_reset_callback(
+        server,
+        [](orvel_server* which, void* user) {
+            ++*static_cast<int*>(user);
+            orvel_source_create(orvel_server_world(which), 1);
+        },
+        &resets);
+    orvel_server_set_multicast(server, "239.255.77.90", testPort(), 0);
+    orvel_world* scene = orvel_world_create();
+    const std::string params = "deferred=yes ttl=0 port=" + std::to_string(testPort());
+    orvel_backend* client = orvel_world_add_backend(scene, "client", params.c_str());
+    orvel_source* source = orvel_source_create(scene, 1);
+    orvel_emitter* emitter = orvel_emitter_create(scene, nullptr, 2);
+    orvel_emitter_set_source(emitter, source);
+    orvel_emitter_set_state(emitter, ORVEL_PLAY);
+    const auto step = [&] {
+        EXPECT_GE(orvel_server_poll(server, 0.001), 0);
+        orvel_world_update(scene);
+    };
+    const auto state = [&] { return orvel_source_state(orvel_source_find(heard, 1)); };
+    ASSERT_TRUE(until([&] { return state() == ORVEL_PLAY; }, step));
+    EXPECT_EQ(orvel_server_clients(server), 1U);
+    EXPECT_EQ(orvel_backend_connections(client), 1U);
+    EXPECT_EQ(orvel_emitter_source(orvel_emitter_find(heard, 2)), orvel_source_find(heard, 1));
+
+    orvel_source* kept = orvel_source_find(heard, 1);
+    orvel_source_destroy(source);
+    ASSERT_TRUE(until([&] { return state() == ORVEL_STOP; }, step));
+    EXPECT_EQ(orvel_source_find(heard, 1), kept);
+    EXPECT_EQ(resets, 1);
+    orvel_world_destroy(scene); // which resets its servers
+    EXPECT_TRUE(until(
+        [&] { return resets == 2 && orvel_server_clients(server) == 0; },
+        [&] { orvel_server_poll(server, 0.001); }));
+    EXPECT_EQ(orvel_world_emitter_count(heard), 0U);
+    orvel_server_destroy(server);
+}
+
+TEST(CInterface, HandsLogLinesToItsCallback) {
+    std::string lines;
+    orvel_log_set_callback(
+        [](orvel_level level, const char* text, void* user) {
+            *static_cast<std::string*>(user) += std::to_string(level) + "|" + text;
+        },
+        &lines);
+    orvel_world* world = orvel_world_create();
+    orvel_world_add_backend(world, "nowhere", "");
+    orvel_log_set_callback(nullptr, nullptr);
+    orvel_world_destroy(world);
+    EXPECT_NE(
+        lines.find("1|FATAL: Orvel:  Unknown Orvel backend nowhere; can not create\n"),
+        std::string::npos)
+        << lines;
+}
+
+} // namespace
+
+} // namespace Orvel::Test

@@ -1,0 +1,153 @@
+"""run_blocks.py SOURCE-TREE TOOL COMPILER INCLUDE-FOLDERS...: does what README and docs/ tell.
+
+Commands of the tool are run, those of the build are held against presets, scripts and benchmarks, C++
+is compiled, scenes are checked, and pictures that have a scene beside them are drawn again. All in a
+network of its own, with nothing but the loopback interface; where that cannot be had, ends with 77.
+"""
+import json
+import os
+import pathlib
+import re
+import shlex
+import shutil
+import subprocess
+import sys
+import tempfile
+
+root, tool, compiler, *includes = sys.argv[1:]
+root = pathlib.Path(root)
+LOOPBACK_UP = ["ip", "link", "set", "lo", "up"]
+if "ORVEL_ALONE" not in os.environ:
+    for unshare in (["unshare", "-n"], ["unshare", "-rn"]):
+        if shutil.which("unshare") and shutil.which("ip") and not subprocess.run(
+                [*unshare, *LOOPBACK_UP], capture_output=True, check=False).returncode:
+            os.environ["ORVEL_ALONE"] = "yes"
+            os.execvp("unshare", [*unshare, sys.executable, *sys.argv])
+    print("skipped: no network namespace can be made here (unshare, ip)")
+    sys.exit(77)
+subprocess.run(LOOPBACK_UP, check=True)
+
+PRELUDE = "".join(f"#include <Orvel/{name}.h>\n" for name in (
+    "Backend", "Emitter", "Log", "OALLoopbackBackend", "Server", "Source", "World")) + \
+    "[[maybe_unused]] static void f(Orvel::World& world) {\n"
+done = {"commands": 0, "C++": 0, "scenes": 0, "pictures": 0}
+faults = []
+presets = json.loads((root / "CMakePresets.json").read_text())
+
+
+def run(command, text=None):
+    result = subprocess.run(command, cwd=work, input=text, capture_output=True, text=True,
+                            timeout=60, check=False)
+    return "" if result.returncode == 0 else f"exit code {result.returncode}: {result.stderr}"
+
+
+def of_the_tool(words):
+    if words[1] in ("serve", "play"):  # for a moment
+        if "--seconds" in words:
+            words[words.index("--seconds") + 1] = "0.2"
+        else:
+            words += ["--seconds", "0.2"]
+    return run([tool, *words[1:]])
+
+
+def of_the_build(words):
+    """A word on what does not exist."""
+    kind = {"--build": "build", "--workflow": "workflow", "--install": "install"}.get(
+        words[1], "configure")
+    kind = "test" if words[0] == "ctest" else kind
+    if kind == "install":
+        names = [words[2].removeprefix("build/")]
+        kind = "configure"
+    else:
+        names = [words[i + 1] for i, word in enumerate(words) if word == "--preset"]
+    known = [preset["name"] for preset in presets[kind + "Presets"]]
+    return "" if names and names[0] in known else f"there is no {kind} preset {names}"
+
+
+def of_a_program(path):
+    if path.startswith("build/bench/bench/"):
+        path = path.removeprefix("build/bench/") + ".cpp"
+    good = (root / path).exists() and (path.endswith(".cpp") or os.access(root / path, os.X_OK))
+    return "" if good else "there is no such program"
+
+
+def command_fault(words):
+    if words[0] == "orvel":
+        return of_the_tool(words)
+    if words[0] in ("cmake", "ctest"):
+        return of_the_build(words)
+    if words[0] == "valgrind":
+        words = [word for word in words[1:] if not word.startswith("-")]
+    return of_a_program(words[0])
+
+
+def numbers(svg):
+    return [float(n) for n in re.findall(r"-?\d+(?:\.\d+)?", svg)]
+
+
+def same_picture(one, other):
+    """Processors may round differently, so by a pixel."""
+    a, b = numbers(one), numbers(other)
+    return re.sub(r"[-\d.]+", "", one) == re.sub(r"[-\d.]+", "", other) and len(a) == len(b) and \
+        all(abs(x - y) <= 1 for x, y in zip(a, b))
+
+
+with tempfile.TemporaryDirectory() as name:
+    work = pathlib.Path(name)
+    shutil.copytree(root / "examples", work / "examples")
+    shutil.copytree(root / "docs/images", work / "docs/images")
+    shutil.copy(root / "examples/scenes/first.json", work / "scene.json")
+    for folder in ("out", "voices"):
+        (work / folder).mkdir()
+    faults += filter(None, [run([tool, "render", "scene.json", "voices/left.wav"])])
+    shutil.copy(work / "voices/left.wav", work / "out.wav")
+    server = subprocess.Popen([tool, "serve", "--backend", "silent"], cwd=work,
+                              stderr=subprocess.PIPE, text=True)
+    server.stderr.readline()  # it serves
+    try:
+        for page in sorted([*root.glob("*.md"), *root.glob("docs/*.md"), *root.glob("bench/*.md")]):
+            text = page.read_text()
+            for quoted, language, block in re.findall(
+                    r"(<!-- from: \S+ -->\n+)?^```(\w*)\n(.*?)^```", text, re.S | re.M):
+                where = f"{page.relative_to(root)}: "
+                if quoted or language in ("text", "hex"):
+                    continue
+                if language == "sh":
+                    for line in block.replace("\\\n", " ").splitlines():
+                        for command in re.split(r"&&", line):
+                            if words := shlex.split(command, comments=True):
+                                done["commands"] += 1
+                                if fault := command_fault(words):
+                                    faults.append(f"{where}{command.strip()}: {fault}")
+                elif language == "cpp":
+                    done["C++"] += 1
+                    folders = [part for folder in includes for part in ("-I", folder)]
+                    if fault := run([compiler, "-std=c++20", "-fsyntax-only", *folders, "-xc++", "-"],
+                                    PRELUDE + block + "}\n"):
+                        faults.append(where + fault)
+                elif language == "json":
+                    done["scenes"] += 1
+                    (work / "block.json").write_text(block)
+                    if fault := run([tool, "check", "block.json"]):
+                        faults.append(where + fault)
+                else:
+                    faults.append(f"{where}a block of the language \"{language}\": quote it, or say "
+                                  "\"text\" if there is nothing to run")
+    finally:
+        server.terminate()
+        server.communicate(timeout=10)
+    for picture in sorted((root / "docs/images").glob("*.json")):
+        drawn = work / (picture.stem + ".svg")
+        kept = picture.with_suffix(".svg").read_text()
+        command = ["render", picture, "drawn.wav", "--plot", drawn] if "RMS" in kept else [
+            "plot", picture, drawn]
+        done["pictures"] += 1
+        if fault := run([tool, *command]):
+            faults.append(f"{picture.name}: {fault}")
+        elif not same_picture(kept, drawn.read_text()):
+            faults.append(f"docs/images/{picture.stem}.svg is not what the tool draws; draw it again: "
+                          f"orvel {command[0]} docs/images/{picture.name} ...")
+
+faults += [f"there were no {kind}" for kind, count in done.items() if not count]
+print("\n".join(faults) or ", ".join(f"{count} {kind}" for kind, count in done.items()) + ": all work")
+sys.exit(1 if faults else 0)

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# service.sh CMAKE BUILD-FOLDER: the installed service is one that systemd takes without a word, that
+# leaves little to attack, and that stands where systemd and its settings are looked for.
+set -euo pipefail
+cmake=$1 build=$2
+command -v systemd-analyze >/dev/null || { echo "skipped: there is no systemd-analyze (package systemd)"; exit 77; }
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix="$work/prefix"
+"$cmake" --install "$build" --prefix "$prefix" --component tool >/dev/null
+"$cmake" --install "$build" --prefix "$prefix" --component runtime >/dev/null
+unit=$prefix/lib/systemd/system/orvel.service
+
+grep -qF "ExecStart=\"$prefix/bin/orvel\" serve" "$unit"
+[ -f "$(sed -n 's/^EnvironmentFile=-//p' "$unit")" ]
+"$prefix/bin/orvel" serve --help >/dev/null
+said=$(MANPATH=$prefix/share/man systemd-analyze verify "$unit" 2>&1 | grep -F orvel || true)
+if [ -n "$said" ]; then
+    echo "systemd-analyze verify: $said"
+    exit 1
+fi
+# 0 is safest, 100 is a service that may do all; above 20 it calls a service "medium".
+systemd-analyze security --offline=true --threshold=20 --no-pager "$unit" | tail -n 2
