@@ -62,7 +62,7 @@ JsonWriter& JsonWriter::value(std::string_view text) {
                 out_ += '\\';
                 out_ += c;
             } else if (static_cast<unsigned char>(c) < 0x20) {
-                const auto code = static_cast<unsigned>(c);
+                const unsigned code = static_cast<unsigned char>(c);
                 out_ += "\\u00";
                 out_ += kDigits[code >> 4U];
                 out_ += kDigits[code & 15U];

@@ -167,10 +167,14 @@ bool MonitorBackend::isOver(const Orvel::Emitter& emitter) {
     return PlayClock::isOver(emitter);
 }
 
-bool MonitorBackend::update() {
+void MonitorBackend::pass() {
     seconds_ = std::chrono::duration<double>(Clock::now() - begin_).count();
-    ++updates_;
     passTo(seconds_, {});
+}
+
+bool MonitorBackend::update() {
+    pass();
+    ++updates_;
     rates_.advanceTo(static_cast<std::uint64_t>(seconds_));
     server_.update();
     return true;
@@ -205,6 +209,7 @@ void MonitorBackend::setSourceData(Orvel::Source& source) {
 
 void MonitorBackend::setSourceParam(Orvel::Source& source) {
     rates_.count(ChangeKind::Source);
+    pass();
     PlayClock::setSourceParam(source);
 }
 
@@ -240,6 +245,7 @@ void MonitorBackend::setEmitterConnection(Orvel::Emitter& emitter) {
 
 void MonitorBackend::setEmitterState(Orvel::Emitter& emitter) {
     rates_.count(ChangeKind::EmitterState);
+    pass(); // the last turn may be long ago, if sounds were loaded since
     PlayClock::setEmitterState(emitter);
 }
 

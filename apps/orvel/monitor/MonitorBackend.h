@@ -17,7 +17,8 @@
 namespace OrvelTool {
 
 /// Shows its world to browsers and programs over HTTP: the kind "monitor". A page draws the scene
-/// as it moves; /api/scene and /api/status give it as JSON, /metrics for Prometheus (docs/monitor.md).
+/// as it moves; /api/scene and /api/status give it as JSON, /metrics for Prometheus
+/// (docs/monitor.md).
 ///
 /// Parameters: "address" (127.0.0.1), an address or name of this machine, and "port" (33790, or a
 /// free one if that is taken; 0: a free one). There is no password: who reaches it can look.
@@ -36,7 +37,7 @@ public:
 
     /// A random text that tells this object from those before and after it at the same address.
     [[nodiscard]] const std::string& instance() const { return instance_; }
-    /// Since this was made, as of the last update().
+    /// Since this was made, as of the last update() or change of a state.
     [[nodiscard]] double seconds() const { return seconds_; }
     [[nodiscard]] std::uint64_t updates() const { return updates_; }
     [[nodiscard]] const ChangeRates& rates() const { return rates_; }
@@ -79,6 +80,8 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void addPages();
+    /// Lets the time pass up to now.
+    void pass();
     void open();
 
     const Clock::time_point begin_ = Clock::now();
