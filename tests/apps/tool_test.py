@@ -39,7 +39,7 @@ class Messages(SoundCase):
             (["render", scene, "o.wav", "--seconds", "nan"], "expected seconds above 0"),
             (["render", scene, "o.wav", "more"], "more"),
             (["play", scene, "--backend", "tuba"],
-             'unknown kind "tuba"; expected one of: client, default, log, openal, play, silent, web'),
+             'unknown kind "tuba"; expected one of: client, default, log, monitor, openal, play, silent, web'),
             (["play", scene, "--backend", "loopback"], "orvel render scene.json OUT.wav"),
             (["play", scene, "--backend", 'log:labels="a'], "column 8"),
             (["play", scene, "--server", "a:1"], "add --backend client"),

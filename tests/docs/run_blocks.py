@@ -27,9 +27,10 @@ if "ORVEL_ALONE" not in os.environ:
     sys.exit(77)
 subprocess.run(LOOPBACK_UP, check=True)
 
-PRELUDE = "".join(f"#include <Orvel/{name}.h>\n" for name in (
-    "Backend", "Emitter", "Log", "OALLoopbackBackend", "Server", "Source", "World")) + \
-    "[[maybe_unused]] static void f(Orvel::World& world) {\n"
+PRELUDE = "".join(f"#include <{name}.h>\n" for name in (
+    "Corvid/PolledWebServer", "Corvid/WebPageRedirection", "Corvid/escapeHtml", "Orvel/Backend",
+    "Orvel/Emitter", "Orvel/Log", "Orvel/OALLoopbackBackend", "Orvel/Server", "Orvel/Source",
+    "Orvel/World")) + "void f(Orvel::World& world, Corvid::ProtocolHTTP::Reply& reply) {\n"
 done = {"commands": 0, "C++": 0, "scenes": 0, "pictures": 0}
 faults = []
 presets = json.loads((root / "CMakePresets.json").read_text())
