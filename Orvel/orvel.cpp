@@ -17,6 +17,7 @@
 #include <Orvel/detail/SplitList.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <exception>
 #include <limits>
@@ -45,6 +46,7 @@ using Orvel::WorldPart;
 constexpr double kLongestWait = 3600.0; // so that no clock runs over
 
 thread_local std::string lastError;
+thread_local std::string kindList;
 
 /// What is wrong with a call; becomes the last error.
 class Refusal : public std::runtime_error {
@@ -188,11 +190,10 @@ Quaternion quaternion(const float* values) {
 
 void write(const Vec3f& from, const Quaternion& rotation, float* position, float* orientation) {
     if (position != nullptr) {
-        std::ranges::copy(std::initializer_list{from.x, from.y, from.z}, position);
+        std::ranges::copy(std::array{from.x, from.y, from.z}, position);
     }
     if (orientation != nullptr) {
-        std::ranges::copy(
-            std::initializer_list{rotation.x, rotation.y, rotation.z, rotation.w}, orientation);
+        std::ranges::copy(std::array{rotation.x, rotation.y, rotation.z, rotation.w}, orientation);
     }
 }
 
@@ -320,11 +321,7 @@ size_t orvel_world_emitter_count(orvel_world* world) {
 }
 
 const char* orvel_backend_kinds(void) {
-    thread_local std::string list;
-    return guarded(__func__, "", [] {
-        list = kinds("\n");
-        return list.c_str();
-    });
+    return done(__func__, [] { kindList = kinds("\n"); }) ? kindList.c_str() : "";
 }
 
 orvel_backend* orvel_world_add_backend(orvel_world* world, const char* kind, const char* params) {
@@ -408,7 +405,8 @@ bool orvel_source_set_data(
                     " bit, " + std::to_string(channels) +
                     " channels; use 8 or 16 bit, 1 or 2 channels, and a rate above 0");
             }
-            if (size > std::numeric_limits<unsigned>::max() || size % (bits / 8 * channels) != 0) {
+            const std::size_t frame = std::size_t{channels} * (bits / 8);
+            if (size > std::numeric_limits<unsigned>::max() || size % frame != 0) {
                 throw Refusal(
                     std::to_string(size) +
                     " bytes are no whole number of frames below 4 GiB; give the size in bytes");

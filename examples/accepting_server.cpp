@@ -13,6 +13,8 @@
 #include <chrono>
 #include <filesystem>
 #include <iostream>
+#include <memory>
+#include <string>
 
 namespace {
 
@@ -70,7 +72,7 @@ int main() {
 
     Orvel::World world;
     const std::string params = "deferred=yes interfaces=127.0.0.1 port=" + std::to_string(port);
-    auto* client = new SendingBackend(world, params.c_str()); // owned as those of addBackend()
+    const auto client = std::make_unique<SendingBackend>(world, params.c_str());
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     Orvel::Source* voice = nullptr;
     while (server.file.empty() && std::chrono::steady_clock::now() < deadline) {
@@ -87,7 +89,6 @@ int main() {
     std::cout << (same ? "the server has got the sound as " + server.file : "nothing came") << '\n';
 
     world.clearWorld();
-    world.deleteAllBackends();
     server.clearWorld();
     server.deleteAllBackends();
     std::filesystem::current_path("/");

@@ -5,8 +5,7 @@
 #include <math.h>
 #include <stdio.h>
 
-#define FRAMES_PER_BLOCK 2400 /* 0.05 s */
-#define BLOCKS 28
+enum { kFramesPerBlock = 2400 /* 0.05 s */, kBlocks = 28 };
 
 static void logLine(orvel_level level, const char* text, void* user) {
     if (level <= ORVEL_LEVEL_WARNING) {
@@ -22,7 +21,7 @@ static int fail(orvel_world* world) {
 }
 
 int main(void) {
-    static float block[2 * FRAMES_PER_BLOCK];
+    static float block[2 * kFramesPerBlock];
     double early = 0.0; /* how much louder the left channel is, in the first half */
     double late = 0.0;  /* and in the second */
     int lines = 0;
@@ -45,29 +44,29 @@ int main(void) {
     orvel_emitter_set_source(emitter, voice);
     orvel_emitter_set_state(emitter, ORVEL_PLAY);
 
-    for (i = 0; i < BLOCKS; ++i) {
+    for (i = 0; i < kBlocks; ++i) {
         float position[3] = {0.0F, 0.0F, -1.0F};
         double left = 0.0;
         double right = 0.0;
-        int frame;
-        position[0] = -4.0F + 8.0F * (float)i / BLOCKS;
+        size_t frame;
+        position[0] = -4.0F + 8.0F * (float)i / kBlocks;
         orvel_emitter_set_transform(emitter, position, NULL);
-        if (!orvel_backend_render(backend, block, FRAMES_PER_BLOCK)) {
+        if (!orvel_backend_render(backend, block, kFramesPerBlock)) {
             return fail(world);
         }
-        for (frame = 0; frame < FRAMES_PER_BLOCK; ++frame) {
+        for (frame = 0; frame < kFramesPerBlock; ++frame) {
             left += pow((double)block[2 * frame], 2.0);
             right += pow((double)block[2 * frame + 1], 2.0);
         }
-        *(i < BLOCKS / 2 ? &early : &late) += left - right;
+        *(i < kBlocks / 2 ? &early : &late) += left - right;
         printf(
             "x = %5.2f   left %.4f   right %.4f\n", (double)position[0],
-            sqrt(left / FRAMES_PER_BLOCK), sqrt(right / FRAMES_PER_BLOCK));
+            sqrt(left / kFramesPerBlock), sqrt(right / kFramesPerBlock));
     }
     printf(
         "the voice lasts %.2f s; the log had %d lines\n", (double)orvel_source_duration(voice),
         lines);
     orvel_world_destroy(world);
     orvel_log_set_callback(NULL, NULL); /* lines is gone soon */
-    return early > 0.0 && late < 0.0 ? 0 : 1;
+    return early > 0.0 && late < 0.0 && lines > 0 ? 0 : 1;
 }

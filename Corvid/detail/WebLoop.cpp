@@ -10,6 +10,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <new>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -34,7 +35,7 @@ constexpr auto kFullPause = 100ms;
 [[noreturn]] void
 fail(const std::string& host, std::uint16_t port, const std::string& what, std::string why) {
     throw IOException(
-        "cannot " + what + ' ' + (host.empty() ? "this machine's clients" : '"' + host + '"') +
+        "cannot " + what + ' ' + (host.empty() ? "the loopback interface" : '"' + host + '"') +
         ", port " + std::to_string(port) + ": " + std::move(why));
 }
 
@@ -122,6 +123,19 @@ bool WebLoop::serve() {
         return false;
     }
     serving_ = true;
+    try {
+        serveOnce();
+    } catch (const std::bad_alloc&) { // the memory of the connections is what can be given up
+        connections_.clear();
+    }
+    serving_ = false;
+    if (std::exchange(closing_, false)) {
+        close();
+    }
+    return true;
+}
+
+void WebLoop::serveOnce() {
     std::array<epoll_event, kMostEvents> events; // filled by the kernel as far as it is read
     const int count = ::epoll_wait(poller_.get(), events.data(), kMostEvents, 0);
     if (count > 0 || !connections_.empty() || !watchesListener_) {
@@ -157,11 +171,6 @@ bool WebLoop::serve() {
             watchListener(true);
         }
     }
-    serving_ = false;
-    if (std::exchange(closing_, false)) {
-        close();
-    }
-    return true;
 }
 
 void WebLoop::watchListener(bool watch) {

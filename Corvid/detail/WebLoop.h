@@ -45,6 +45,7 @@ private:
         bool blocked = false; // the system's socket took no more
     };
 
+    void serveOnce();
     void acceptClients(Clock::time_point now);
     void makeRoom();
     void watchListener(bool watch);

@@ -12,9 +12,26 @@
 #include <Vessa/SysInfo.h>
 
 #include <algorithm>
+#include <ctime>
 #include <gtest/gtest.h>
-#include <regex>
-#include <sys/resource.h>
+#include <sys/epoll.h>
+#include <sys/syscall.h>
+
+namespace {
+
+bool noDescriptors = false;
+
+} // namespace
+
+// Taken by the library instead of the system's. A limit of descriptors would do without, but the
+// undefined behaviour sanitizer needs some of its own.
+extern "C" int epoll_create1(int flags) noexcept {
+    if (noDescriptors) {
+        errno = EMFILE;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_epoll_create1, flags));
+}
 
 namespace Orvel::Test {
 
@@ -101,9 +118,10 @@ TEST(WebBackend, ServesItsPagesByteForByte) {
     for (const char* path : {"/Backends", "/Sources", "/Emitter", "/style.css"}) {
         EXPECT_EQ(peer.get(path).status, 404) << path;
     }
-    EXPECT_TRUE(std::regex_match(
-        buildDate(), std::regex("[A-Z][a-z]{2} [ 1-3][0-9] 20[0-9]{2} [0-2][0-9]:[0-5][0-9]:"
-                                "[0-5][0-9]")));
+    std::tm built = {};
+    const char* rest = ::strptime(buildDate(), "%b %e %Y %T", &built);
+    ASSERT_NE(rest, nullptr) << buildDate();
+    EXPECT_EQ(rest, buildDate() + 20);
     EXPECT_TRUE(log.lines().empty());
 }
 
@@ -128,12 +146,9 @@ TEST(WebBackend, CountsASceneWhoseNamesAreMarkup) {
 TEST(WebBackend, LivesOnWithoutAPort) {
     LogCapture log(Log::Level::Warning);
     TidyWorld world;
-    rlimit before = {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    const rlimit none = {0, before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    noDescriptors = true;
     WebBackend& web = addTo(world);
-    setrlimit(RLIMIT_NOFILE, &before);
+    noDescriptors = false;
     EXPECT_EQ(log.lines(), Calls{"FATAL: Could not create web server; :0\n"});
     EXPECT_TRUE(web.update());
     EXPECT_EQ(world.backends().size(), 1U);
