@@ -10,11 +10,16 @@
 #include <Orvel/World.h>
 
 #include <nlohmann/json.hpp>
+#include <algorithm>
+#include <chrono>
+#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
-#include <regex>
 #include <set>
 #include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace OrvelTool {
 namespace {
@@ -281,6 +286,27 @@ public:
     }
 };
 
+/// Whether a line is NAME VALUE or NAME{LABEL="TEXT",...} VALUE, with what must be escaped escaped.
+bool isSample(const std::string& line) {
+    constexpr const char* kName = "abcdefghijklmnopqrstuvwxyz_";
+    std::size_t at = line.find_first_not_of(kName);
+    while (at < line.size() && (line[at] == '{' || line[at] == ',')) {
+        at = line.find_first_not_of(kName, at + 1);
+        if (line.compare(at, 2, "=\"") != 0) {
+            return false;
+        }
+        for (at += 2; at < line.size() && line[at] != '"'; ++at) {
+            if (line[at] == '\\' && std::string("\"\\n").find(line.at(++at)) == std::string::npos) {
+                return false;
+            }
+        }
+        at += line.compare(at, 2, "\"}") == 0 ? 2 : 1;
+    }
+    std::size_t end = 0;
+    std::stod(line.substr(at), &end);
+    return line.at(at) == ' ' && at + end == line.size();
+}
+
 TEST(MonitorMetrics, EveryLineIsOneThatAScraperTakes) {
     Watched watched;
     for (int i = 0; i < 3; ++i) {
@@ -289,23 +315,19 @@ TEST(MonitorMetrics, EveryLineIsOneThatAScraperTakes) {
     OddBackend odd(watched.world, nullptr);
     watched.monitor().update();
     std::istringstream text(metricsText(watched.monitor()));
-    const std::regex sample(
-        R"re(([a-z_]+)(\{[a-z]+="([^"\\\n]|\\["\\n])*"(,[a-z]+="([^"\\\n]|\\["\\n])*")*\})? -?[0-9.e+-]+)re");
-    const std::regex comment(R"(# (HELP [a-z_]+ .+|TYPE [a-z_]+ (gauge|counter)))");
     std::set<std::string> seen;
     std::set<std::string> typed;
     std::string line;
     while (std::getline(text, line)) {
-        std::smatch parts;
         if (line.starts_with("# TYPE ")) {
             EXPECT_TRUE(typed.insert(line.substr(7, line.find(' ', 7) - 7)).second) << line;
         }
         if (line.starts_with('#')) {
-            EXPECT_TRUE(std::regex_match(line, comment)) << line;
+            EXPECT_TRUE(line.starts_with("# TYPE orvel_") || line.starts_with("# HELP orvel_"));
             continue;
         }
-        ASSERT_TRUE(std::regex_match(line, parts, sample)) << line;
-        EXPECT_TRUE(typed.contains(parts[1])) << line;
+        ASSERT_TRUE(isSample(line)) << line;
+        EXPECT_TRUE(typed.contains(line.substr(0, line.find_first_of("{ ")))) << line;
         EXPECT_TRUE(seen.insert(line.substr(0, line.rfind(' '))).second) << line;
         if (line.starts_with("orvel_emitters{state=\"none\"}")) {
             EXPECT_TRUE(line.ends_with(" 3")) << line;
