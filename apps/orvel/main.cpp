@@ -3,6 +3,7 @@
 #include "commands/KindsCommand.h"
 #include "commands/PlayCommand.h"
 #include "commands/PlotCommand.h"
+#include "commands/RecordCommand.h"
 #include "commands/RenderCommand.h"
 #include "commands/ServeCommand.h"
 #include "commands/ServersCommand.h"
@@ -47,11 +48,11 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer("\"orvel COMMAND --help\" tells more. "
                "Exit codes: 0 all went well, 1 failure, 2 wrong use.");
-    const std::array<std::unique_ptr<Command>, 7> commands{
-        std::make_unique<RenderCommand>(app), std::make_unique<PlayCommand>(app),
-        std::make_unique<ServeCommand>(app),  std::make_unique<ServersCommand>(app),
-        std::make_unique<PlotCommand>(app),   std::make_unique<CheckCommand>(app),
-        std::make_unique<KindsCommand>(app)};
+    const std::array<std::unique_ptr<Command>, 8> commands{
+        std::make_unique<RenderCommand>(app),  std::make_unique<PlayCommand>(app),
+        std::make_unique<ServeCommand>(app),   std::make_unique<RecordCommand>(app),
+        std::make_unique<ServersCommand>(app), std::make_unique<PlotCommand>(app),
+        std::make_unique<CheckCommand>(app),   std::make_unique<KindsCommand>(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& fault) {

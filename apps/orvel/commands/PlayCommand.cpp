@@ -1,5 +1,6 @@
 #include "commands/PlayCommand.h"
 
+#include "capture/Capture.h"
 #include "network/RemoteServers.h"
 #include "player/ScenePlayer.h"
 #include "process/LibraryMessages.h"
@@ -20,8 +21,10 @@ constexpr double kDeviceDelay = 0.1;
 } // namespace
 
 PlayCommand::PlayCommand(CLI::App& parent) {
-    declare(parent, "play", "Play a scene in real time, until it ends or Ctrl-C is pressed");
-    declareScene();
+    declare(
+        parent, "play",
+        "Play a scene or a capture in real time, until it ends or Ctrl-C is pressed");
+    declareScene("The scene file (JSON), or a capture of orvel record");
     backends_.declare(
         app(), "What plays it, with the parameters of that kind; may be given several times "
                "(default: \"default\", this machine's sound device; \"orvel kinds\" lists the "
@@ -73,28 +76,30 @@ int PlayCommand::run() {
     if (!choose(choices)) {
         return kWrongUse;
     }
-    const auto loaded = loadScene(scenePath_);
-    if (loaded == nullptr) {
+    const auto what = loadPlayable(scenePath_);
+    if (what == nullptr) {
         return kFailure;
     }
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
-    Stage stage(loaded->scene, messages);
+    const auto made = what->makeStage(messages);
+    Stage& stage = *made;
     if (!addBackends(
             stage, messages, choices,
             "to hear the scene through a file: orvel render " + scenePath_ + " OUT.wav",
             verbose_)) {
         return kFailure;
     }
-    play(*loaded, stage);
-    return messages.lost() == 0 ? kSuccess : kFailure;
+    play(*what, stage);
+    return messages.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
 }
 
-void PlayCommand::play(const LoadedScene& loaded, Stage& stage) {
+void PlayCommand::play(const Playable& what, Stage& stage) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_);
-    ScenePlayer player(loaded.scene, loaded.sounds, stage);
+    const auto made = what.makePlayer(stage);
+    Player& player = *made;
     // Fetching may take long; until there is something to end in order, Ctrl-C just ends all.
     player.start();
     const StopSignals signals;

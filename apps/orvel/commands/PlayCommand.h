@@ -3,16 +3,15 @@
 #include "commands/BackendOption.h"
 #include "commands/Command.h"
 #include "network/NetworkOptions.h"
-#include "player/Stage.h"
-#include "scene/LoadedScene.h"
+#include "player/Playable.h"
 
 #include <string>
 #include <vector>
 
 namespace OrvelTool {
 
-/// `orvel play`: plays a scene in real time through any number of back ends, those of other
-/// machines included.
+/// `orvel play`: plays a scene or a capture in real time through any number of back ends, those of
+/// other machines included.
 class PlayCommand : public Command {
 public:
     explicit PlayCommand(CLI::App& parent);
@@ -21,7 +20,7 @@ public:
 private:
     /// Reads the back ends of the command line; writes what is wrong. False for wrong use.
     bool choose(std::vector<BackendOption::Choice>& choices) const;
-    void play(const LoadedScene& loaded, Stage& stage);
+    void play(const Playable& what, Stage& stage);
 
     BackendOption backends_;
     NetworkOptions network_;

@@ -1,5 +1,6 @@
 #include "commands/ServeCommand.h"
 
+#include "capture/CaptureWriter.h"
 #include "network/PeerWatch.h"
 #include "process/ServiceManager.h"
 #include "process/StopSignals.h"
@@ -10,6 +11,8 @@
 #include <Corvid/MultiServer.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -36,18 +39,35 @@ std::string fixed(double value) {
     return text.str();
 }
 
+/// The text of a scene file that has just been read; empty without one.
+std::string sceneText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return path.empty() ? "" : text.str();
+}
+
 } // namespace
 
 ServeCommand::ServeCommand(CLI::App& parent) {
     declare(parent, "serve", "Be a sound server: play what clients on other machines describe");
+    declareOptions("(default: \"default\", this machine's sound device, unless there is --render)");
+    app().footer(
+        "Clients find the server by themselves: orvel play SCENE --backend client\n"
+        "Whoever can reach it can drive it: there is no authentication, so keep it in a trusted "
+        "network.\n"
+        "It tells systemd when it is ready (Type=notify), and feeds its watchdog.");
+}
+
+void ServeCommand::declareOptions(const std::string& playing) {
     app()
         .add_option(
             "--scene", scenePath_,
             "A scene file whose sources clients can play, by their ids; nothing else of it is used")
         ->type_name("SCENE");
     backends_.declare(
-        app(), "What plays it, with the parameters of that kind; may be given several times "
-               "(default: \"default\", this machine's sound device, unless there is --render)");
+        app(),
+        "What plays it, with the parameters of that kind; may be given several times " + playing);
     app()
         .add_option(
             "--render", output_,
@@ -66,11 +86,6 @@ ServeCommand::ServeCommand(CLI::App& parent) {
         .add_option(
             "--id", id_, "A number or a name that becomes one, by which people tell servers apart")
         ->type_name("TEXT");
-    app().footer(
-        "Clients find the server by themselves: orvel play SCENE --backend client\n"
-        "Whoever can reach it can drive it: there is no authentication, so keep it in a trusted "
-        "network.\n"
-        "It tells systemd when it is ready (Type=notify), and feeds its watchdog.");
 }
 
 int ServeCommand::run() {
@@ -80,7 +95,7 @@ int ServeCommand::run() {
                       {"client", "a server cannot be a client as well; it would drive itself"}})) {
         return kWrongUse;
     }
-    if (choices.empty() && output_.empty()) {
+    if (choices.empty() && output_.empty() && capturePath_.empty()) {
         choices.push_back({"default", ""});
     }
     const auto bank =
@@ -88,6 +103,7 @@ int ServeCommand::run() {
     if (bank == nullptr) {
         return kFailure;
     }
+    const std::string text = capturePath_.empty() ? "" : sceneText(scenePath_);
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
     SoundServer server(*bank, messages, tcpPort_);
@@ -124,12 +140,21 @@ int ServeCommand::run() {
     }
 
     const StopSignals signals;
+    std::optional<CaptureWriter> capture;
+    if (!capturePath_.empty()) {
+        capture.emplace(
+            capturePath_, scenePath_.empty() ? "" : std::filesystem::absolute(scenePath_).string(),
+            text);
+        server.setTap(&*capture);
+    }
     const auto begin = Clock::now();
     std::optional<LiveRecording> recording;
     if (loopback != nullptr) {
         recording.emplace(*loopback, output_, begin);
     }
-    const bool room = serve(server, recording ? &*recording : nullptr, begin);
+    const bool room =
+        serve(server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, begin);
+    const bool captured = !capture || finish(*capture);
     if (recording) {
         recording->finish(
             seconds_ > 0.0 && !StopSignals::came()
@@ -141,7 +166,14 @@ int ServeCommand::run() {
     if (!room) {
         complain(output_ + ": a WAV file holds no more than 4 GiB; the server has stopped");
     }
-    return room ? kSuccess : kFailure;
+    return room && captured ? kSuccess : kFailure;
+}
+
+bool ServeCommand::finish(CaptureWriter& capture) const {
+    const bool good = capture.finish();
+    std::cout << capturePath_ << ": " << fixed(capture.seconds()) << " s, " << capture.events()
+              << " events" << (good ? "" : "; not all of the session is in it") << '\n';
+    return good;
 }
 
 void ServeCommand::announce(const SoundServer& server) const {
@@ -158,7 +190,8 @@ void ServeCommand::announce(const SoundServer& server) const {
 }
 
 bool ServeCommand::serve(
-    SoundServer& server, LiveRecording* recording, Clock::time_point begin) const {
+    SoundServer& server, LiveRecording* recording, CaptureWriter* capture,
+    Clock::time_point begin) const {
     const auto limit = seconds_ > 0.0 ? begin + std::chrono::duration_cast<Clock::duration>(
                                                     std::chrono::duration<double>(seconds_))
                                       : Clock::time_point::max();
@@ -200,6 +233,9 @@ bool ServeCommand::serve(
             complain(missing);
         }
         server.tell();
+        if (capture != nullptr) {
+            capture->flush();
+        }
         manager.alive(now);
     }
     manager.stopping();

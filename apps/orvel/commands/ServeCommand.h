@@ -11,6 +11,7 @@
 
 namespace OrvelTool {
 
+class CaptureWriter;
 class LiveRecording;
 
 /// `orvel serve`: a sound server that the client back ends of other programs drive.
@@ -19,13 +20,25 @@ public:
     explicit ServeCommand(CLI::App& parent);
     int run() override;
 
+protected:
+    /// For a command that declares itself.
+    ServeCommand() = default;
+    /// `playing` says what plays it if no back end is named.
+    void declareOptions(const std::string& playing);
+
+    std::string capturePath_; // empty: nothing is recorded
+
 private:
     using Clock = std::chrono::steady_clock;
 
     /// Serves until it is told to stop; false if the recording had no more room.
-    bool serve(SoundServer& server, LiveRecording* recording, Clock::time_point begin) const;
+    bool serve(
+        SoundServer& server, LiveRecording* recording, CaptureWriter* capture,
+        Clock::time_point begin) const;
     void announce(const SoundServer& server) const;
     void report(const LiveRecording& recording) const;
+    /// Completes the capture and tells how long it is; false if not all is in it.
+    bool finish(CaptureWriter& capture) const;
 
     BackendOption backends_;
     NetworkOptions network_;
