@@ -19,13 +19,13 @@ _orvel() {
     local command=${COMP_WORDS[1]}
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        _orvel_words "render play serve servers plot check kinds --help --version"
+        _orvel_words "render play serve record servers plot check kinds --help --version"
         return
     fi
     case $prev in
     --backend)
         _orvel_words "$("${COMP_WORDS[0]}" kinds 2>/dev/null | while read -r kind _; do
-            [[ $kind == loopback || $command:$kind == serve:client ]] || echo "$kind"
+            [[ $kind == loopback || $command:$kind == serve:client || $command:$kind == record:client ]] || echo "$kind"
         done)"
         return
         ;;
@@ -70,6 +70,9 @@ _orvel() {
         render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
         play) _orvel_words "--backend --server --interface --seconds --loop $common" ;;
         serve) _orvel_words "--scene --backend --render --seconds --id --tcp-port $search $common" ;;
+        record)
+            _orvel_words "--scene --backend --render --seconds --id --tcp-port $search $common"
+            ;;
         servers) _orvel_words "--seconds --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check | kinds) _orvel_words "$common" ;;
@@ -88,7 +91,14 @@ _orvel() {
         esac
     done
     case $command:$arguments in
-    render:0 | play:0 | plot:0 | check:0) _orvel_files .json ;;
+    render:0 | play:0)
+        _orvel_files .json
+        local scenes=("${COMPREPLY[@]}")
+        _orvel_files .orvelrec
+        COMPREPLY=($(printf '%s\n' "${scenes[@]}" "${COMPREPLY[@]}" | sort -u))
+        ;;
+    plot:0 | check:0) _orvel_files .json ;;
+    record:0) _orvel_files .orvelrec ;;
     render:1) _orvel_files .wav ;;
     plot:1) _orvel_files .svg ;;
     esac
