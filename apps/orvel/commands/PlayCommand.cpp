@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <limits>
+#include <memory>
 #include <thread>
 
 namespace OrvelTool {
@@ -17,6 +19,8 @@ namespace {
 
 /// A device plays what it was given a moment later; a scene is over when that is heard.
 constexpr double kDeviceDelay = 0.1;
+/// How long messages from elsewhere may hold up the scene's own movement.
+constexpr std::chrono::milliseconds kLongestOsc{4};
 
 } // namespace
 
@@ -39,7 +43,9 @@ PlayCommand::PlayCommand(CLI::App& parent) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check(CLI::Validator(checkHostAndPort, "", "server"));
     network_.declareInterface(app());
-    declareSeconds("How long to play, in seconds (default: until the scene ends)");
+    osc_.declare(app());
+    declareSeconds(
+        "How long to play, in seconds (default: until the scene ends; with --osc until Ctrl-C)");
     app().add_flag("--loop", loop_, "Begin again when the scene ends");
     app().footer("Parameters are key=value, separated by blanks, such as\n"
                  "  orvel play scene.json --backend 'openal:labels=\"front, back\"'\n"
@@ -90,11 +96,23 @@ int PlayCommand::run() {
             verbose_)) {
         return kFailure;
     }
-    play(*what, stage);
+    std::unique_ptr<OscServer> osc;
+    if (osc_.given()) {
+        osc = osc_.open(stage, [&stage](Orvel::CommandEvent& event) {
+            Orvel::Server::applyEvent(stage, &event);
+        });
+        if (osc == nullptr) {
+            return kFailure;
+        }
+    }
+    play(*what, stage, osc.get());
+    if (osc != nullptr) {
+        osc->finish();
+    }
     return messages.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
 }
 
-void PlayCommand::play(const Playable& what, Stage& stage) {
+void PlayCommand::play(const Playable& what, Stage& stage, OscServer* osc) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_);
@@ -108,7 +126,12 @@ void PlayCommand::play(const Playable& what, Stage& stage) {
                            ? begin + std::chrono::duration_cast<Clock::duration>(Seconds(seconds_))
                            : Clock::time_point::max();
     stage.tell();
-    double end = player.end() + kDeviceDelay;
+    // Who drives a scene from elsewhere also says when it is over.
+    const bool endless = osc != nullptr && !loop_;
+    const auto endOf = [&] {
+        return endless ? std::numeric_limits<double>::infinity() : player.end() + kDeviceDelay;
+    };
+    double end = endOf();
     while (!StopSignals::came() && Clock::now() < limit) {
         const double now = Seconds(Clock::now() - begin).count();
         if (now >= end) {
@@ -117,20 +140,27 @@ void PlayCommand::play(const Playable& what, Stage& stage) {
             }
             player.start();
             begin = Clock::now();
-            end = player.end() + kDeviceDelay;
+            end = endOf();
             continue;
         }
         player.advance(now);
+        if (osc != nullptr) {
+            osc->serve(kLongestOsc);
+        }
         stage.update();
         servers.look();
         stage.tell();
         if (stage.takeNewDurations()) {
-            end = player.end() + kDeviceDelay;
+            end = endOf();
         }
         const double tick = (std::floor(now / ScenePlayer::kTick) + 1.0) * ScenePlayer::kTick;
         const double next = std::min({tick, player.nextChange(now), end});
         const auto wake = begin + std::chrono::duration_cast<Clock::duration>(Seconds(next));
-        std::this_thread::sleep_until(std::min(wake, limit));
+        if (osc != nullptr) {
+            osc->wait(std::min(wake, limit));
+        } else {
+            std::this_thread::sleep_until(std::min(wake, limit));
+        }
     }
 }
 

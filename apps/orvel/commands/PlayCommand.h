@@ -3,6 +3,7 @@
 #include "commands/BackendOption.h"
 #include "commands/Command.h"
 #include "network/NetworkOptions.h"
+#include "osc/OscOption.h"
 #include "player/Playable.h"
 
 #include <string>
@@ -20,10 +21,11 @@ public:
 private:
     /// Reads the back ends of the command line; writes what is wrong. False for wrong use.
     bool choose(std::vector<BackendOption::Choice>& choices) const;
-    void play(const Playable& what, Stage& stage);
+    void play(const Playable& what, Stage& stage, OscServer* osc);
 
     BackendOption backends_;
     NetworkOptions network_;
+    OscOption osc_;
     std::vector<std::string> servers_;
     bool loop_ = false;
 };

@@ -27,6 +27,8 @@ using namespace std::chrono_literals;
 constexpr auto kLongestWait = 200ms;  // for a signal to be seen
 constexpr auto kLongestServing = 4ms; // before a recording or a signal gets its turn
 constexpr auto kChores = 20ms;        // between two looks at what is to be told
+constexpr auto kOscInterval = 2ms;    // between two looks at what has arrived
+constexpr const char* kOscClient = "OSC";
 /// A recording cannot know how many emitters will sound at once.
 constexpr const char* kRecordingParams = "sources=4096";
 /// Behind the clock by more seconds than this, a recording is worth a word.
@@ -75,6 +77,7 @@ void ServeCommand::declareOptions(const std::string& playing) {
         ->type_name("OUT.wav");
     declareSeconds("How long to serve, in seconds (default: until Ctrl-C or SIGTERM)");
     network_.declare(app());
+    osc_.declare(app());
     app()
         .add_option(
             "--tcp-port", tcpPort_,
@@ -139,6 +142,15 @@ int ServeCommand::run() {
         return kFailure;
     }
 
+    std::unique_ptr<OscServer> osc;
+    if (osc_.given()) {
+        osc = osc_.open(
+            server, [&server](Orvel::CommandEvent& event) { server.apply(event, kOscClient); });
+        if (osc == nullptr) {
+            return kFailure;
+        }
+    }
+
     const StopSignals signals;
     std::optional<CaptureWriter> capture;
     if (!capturePath_.empty()) {
@@ -152,8 +164,8 @@ int ServeCommand::run() {
     if (loopback != nullptr) {
         recording.emplace(*loopback, output_, begin);
     }
-    const bool room =
-        serve(server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, begin);
+    const bool room = serve(
+        server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, osc.get(), begin);
     const bool captured = !capture || finish(*capture);
     if (recording) {
         recording->finish(
@@ -190,7 +202,7 @@ void ServeCommand::announce(const SoundServer& server) const {
 }
 
 bool ServeCommand::serve(
-    SoundServer& server, LiveRecording* recording, CaptureWriter* capture,
+    SoundServer& server, LiveRecording* recording, CaptureWriter* capture, OscServer* osc,
     Clock::time_point begin) const {
     const auto limit = seconds_ > 0.0 ? begin + std::chrono::duration_cast<Clock::duration>(
                                                     std::chrono::duration<double>(seconds_))
@@ -208,6 +220,9 @@ bool ServeCommand::serve(
         if (recording != nullptr) {
             until = std::min(until, recording->next());
         }
+        if (osc != nullptr) {
+            until = std::min(until, now + kOscInterval); // which waits for nobody else
+        }
         server.multiServer().waitForCommunicators(std::max(until - now, Clock::duration::zero()));
         now = Clock::now();
         if (recording != nullptr) {
@@ -215,6 +230,9 @@ bool ServeCommand::serve(
             room = recording->advance(std::min(now, limit));
         }
         server.serve(kLongestServing);
+        if (osc != nullptr) {
+            osc->serve(kLongestServing);
+        }
         now = Clock::now();
         if (now < nextChores) {
             continue;
@@ -239,6 +257,9 @@ bool ServeCommand::serve(
         manager.alive(now);
     }
     manager.stopping();
+    if (osc != nullptr) {
+        osc->finish();
+    }
     return room;
 }
 

@@ -4,6 +4,7 @@
 #include "commands/Command.h"
 #include "network/NetworkOptions.h"
 #include "network/SoundServer.h"
+#include "osc/OscOption.h"
 
 #include <chrono>
 #include <string>
@@ -33,7 +34,7 @@ private:
 
     /// Serves until it is told to stop; false if the recording had no more room.
     bool serve(
-        SoundServer& server, LiveRecording* recording, CaptureWriter* capture,
+        SoundServer& server, LiveRecording* recording, CaptureWriter* capture, OscServer* osc,
         Clock::time_point begin) const;
     void announce(const SoundServer& server) const;
     void report(const LiveRecording& recording) const;
@@ -42,6 +43,7 @@ private:
 
     BackendOption backends_;
     NetworkOptions network_;
+    OscOption osc_;
     std::string output_; // empty: no recording
     std::string id_;
     unsigned short tcpPort_ = 0;

@@ -61,17 +61,17 @@ _orvel() {
         _orvel_files .wav
         return
         ;;
-    --seconds | --group | --port | --ttl | --id | --tcp-port)
+    --seconds | --group | --port | --ttl | --id | --tcp-port | --osc | --osc-scale)
         return
         ;;
     esac
     if [[ $cur == -* ]]; then
         case $command in
         render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
-        play) _orvel_words "--backend --server --interface --seconds --loop $common" ;;
-        serve) _orvel_words "--scene --backend --render --seconds --id --tcp-port $search $common" ;;
-        record)
-            _orvel_words "--scene --backend --render --seconds --id --tcp-port $search $common"
+        play) _orvel_words "--backend --server --interface --osc --osc-scale --seconds --loop $common" ;;
+        serve | record)
+            _orvel_words "--scene --backend --render --seconds --id --tcp-port --osc --osc-scale \
+                $search $common"
             ;;
         servers) _orvel_words "--seconds --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
@@ -83,7 +83,8 @@ _orvel() {
     local i arguments=0
     for ((i = 2; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-        --backend | --server | --interface | --format | --rate | --plot | --levels | --seconds)
+        --backend | --server | --interface | --format | --rate | --plot | --levels | --seconds | \
+            --osc | --osc-scale)
             ((i++))
             ;;
         -*) ;;
