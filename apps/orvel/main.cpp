@@ -1,5 +1,6 @@
 #include "commands/CheckCommand.h"
 #include "commands/Command.h"
+#include "commands/DoctorCommand.h"
 #include "commands/KindsCommand.h"
 #include "commands/PlayCommand.h"
 #include "commands/PlotCommand.h"
@@ -48,11 +49,12 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer("\"orvel COMMAND --help\" tells more. "
                "Exit codes: 0 all went well, 1 failure, 2 wrong use.");
-    const std::array<std::unique_ptr<Command>, 8> commands{
+    const std::array<std::unique_ptr<Command>, 9> commands{
         std::make_unique<RenderCommand>(app),  std::make_unique<PlayCommand>(app),
         std::make_unique<ServeCommand>(app),   std::make_unique<RecordCommand>(app),
         std::make_unique<ServersCommand>(app), std::make_unique<PlotCommand>(app),
-        std::make_unique<CheckCommand>(app),   std::make_unique<KindsCommand>(app)};
+        std::make_unique<CheckCommand>(app),   std::make_unique<KindsCommand>(app),
+        std::make_unique<DoctorCommand>(app)};
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& fault) {

@@ -15,7 +15,8 @@ import xml.etree.ElementTree as ElementTree
 
 from tool_case import DEADLINE, LEFT, TOOL, ToolCase, changed, levels
 
-COMMANDS = ["render", "play", "serve", "record", "servers", "plot", "check", "kinds"]
+COMMANDS = ["render", "play", "serve", "record", "servers", "plot", "check", "kinds",
+            "doctor"]
 COMPLETION, SCENES = (os.path.abspath(path) for path in sys.argv[2:4])
 
 

@@ -19,7 +19,7 @@ _orvel() {
     local command=${COMP_WORDS[1]}
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        _orvel_words "render play serve record servers plot check kinds --help --version"
+        _orvel_words "render play serve record servers plot check kinds doctor --help --version"
         return
     fi
     case $prev in
@@ -61,7 +61,8 @@ _orvel() {
         _orvel_files .wav
         return
         ;;
-    --seconds | --group | --port | --ttl | --id | --tcp-port | --osc | --osc-scale)
+    --seconds | --group | --port | --ttl | --id | --tcp-port | --osc | --osc-scale | \
+        --check-port)
         return
         ;;
     esac
@@ -74,6 +75,7 @@ _orvel() {
                 $search $common"
             ;;
         servers) _orvel_words "--seconds --json $search $common" ;;
+        doctor) _orvel_words "--check-port --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check | kinds) _orvel_words "$common" ;;
         esac

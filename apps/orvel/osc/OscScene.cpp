@@ -198,7 +198,8 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
             }
             message.numbers.push_back(static_cast<float>(number));
         } else if (type == LO_STRING || type == LO_SYMBOL) {
-            message.texts.emplace_back(type == LO_STRING ? &arguments[i]->s : &arguments[i]->S);
+            // A text begins where the argument does, which is no address for a whole lo_arg.
+            message.texts.emplace_back(reinterpret_cast<const char*>(arguments[i]));
         } else {
             return begin + "expected numbers, found an argument of type '" +
                    printable(std::string_view(types + i, 1)) + "'";
@@ -253,9 +254,9 @@ std::string OscScene::dispatch(
             expected += (expected.empty() ? "" : " or ") + std::to_string(entry.numbers);
         }
     }
-    return expected.empty()
-               ? kUnknown
-               : "expected " + expected + (expected == "1" ? " number" : " numbers") + ", found " + std::to_string(numbers.size());
+    return expected.empty() ? kUnknown
+                            : "expected " + expected + (expected == "1" ? " number" : " numbers") +
+                                  ", found " + std::to_string(numbers.size());
 }
 
 template <class Part>
