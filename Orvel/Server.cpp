@@ -269,10 +269,14 @@ bool Server::interceptEvent(Corvid::Event& /*event*/, Corvid::Communicator& /*fr
 }
 
 bool Server::dispatchEvent(CommandEvent* event) {
+    return applyEvent(*this, event);
+}
+
+bool Server::applyEvent(World& world, CommandEvent* event) {
     if (event == nullptr) {
         return false;
     }
-    const Outcome outcome = apply(*this, *event);
+    const Outcome outcome = apply(world, *event);
     if (outcome == Outcome::Unknown) {
         ORVEL_LOG(Fatal, "Unkown command ID: %d\n", event->command);
     } else if (outcome == Outcome::Invalid) {

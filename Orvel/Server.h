@@ -85,6 +85,8 @@ public:
 
     /// Applies one event; false, and logged, if it cannot be. The event stays with the caller.
     bool dispatchEvent(CommandEvent* event);
+    /// The same for any world, for applications that keep events and apply them later.
+    static bool applyEvent(World& world, CommandEvent* event);
 
     /// Writes the bytes of an event to the file "OrvelSRC", its object id and the extension of its
     /// file name, in the current directory; gives the file's name. For applications that take

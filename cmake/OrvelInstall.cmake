@@ -44,8 +44,8 @@ if(TARGET orvel_cli)
         DESTINATION ${CMAKE_INSTALL_DATADIR}/orvel COMPONENT tool)
     # Manual pages, compressed as man expects them.
     find_program(ORVEL_GZIP gzip REQUIRED)
-    foreach(page orvel orvel-check orvel-kinds orvel-play orvel-plot orvel-render orvel-serve
-            orvel-servers)
+    foreach(page orvel orvel-check orvel-doctor orvel-kinds orvel-play orvel-plot orvel-record
+            orvel-render orvel-serve orvel-servers)
         set(source "${PROJECT_SOURCE_DIR}/docs/man/${page}.1")
         set(compressed "${PROJECT_BINARY_DIR}/man/${page}.1.gz")
         add_custom_command(OUTPUT "${compressed}"

@@ -6,14 +6,15 @@ set -euo pipefail
 build=(
     build-essential ca-certificates cmake git ninja-build pkg-config
     libopenal-dev libalut-dev libcurl4-openssl-dev libboost-dev
-    libcli11-dev nlohmann-json3-dev libsndfile1-dev
+    libcli11-dev nlohmann-json3-dev libsndfile1-dev liblo-dev
     alsa-utils # the recorded voices of the demo
     python3    # the demo's comparison of levels
 )
 checks=(
     ccache clang clang-format clang-tidy libclang-rt-14-dev
     libgtest-dev libbenchmark-dev libzmq3-dev
-    libglm-dev # an example
+    libglm-dev               # an example
+    liblo-tools python3-liblo # clients of Open Sound Control
     binutils iproute2 librsvg2-bin python3-jsonschema
     chromium                  # what looks at the monitor
     doxygen mandoc systemd    # documentation and service

@@ -1,9 +1,11 @@
 #include "commands/CheckCommand.h"
 #include "commands/Command.h"
+#include "commands/DoctorCommand.h"
 #include "commands/KindsCommand.h"
 #include "commands/MonitorOption.h"
 #include "commands/PlayCommand.h"
 #include "commands/PlotCommand.h"
+#include "commands/RecordCommand.h"
 #include "commands/RenderCommand.h"
 #include "commands/ServeCommand.h"
 #include "commands/ServersCommand.h"
@@ -52,11 +54,12 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer("\"orvel COMMAND --help\" tells more. "
                "Exit codes: 0 all went well, 1 failure, 2 wrong use.");
-    const std::array<std::unique_ptr<Command>, 7> commands{
-        std::make_unique<RenderCommand>(app), std::make_unique<PlayCommand>(app),
-        std::make_unique<ServeCommand>(app),  std::make_unique<ServersCommand>(app),
-        std::make_unique<PlotCommand>(app),   std::make_unique<CheckCommand>(app),
-        std::make_unique<KindsCommand>(app)};
+    const std::array<std::unique_ptr<Command>, 9> commands{
+        std::make_unique<RenderCommand>(app),  std::make_unique<PlayCommand>(app),
+        std::make_unique<ServeCommand>(app),   std::make_unique<RecordCommand>(app),
+        std::make_unique<ServersCommand>(app), std::make_unique<PlotCommand>(app),
+        std::make_unique<CheckCommand>(app),   std::make_unique<KindsCommand>(app),
+        std::make_unique<DoctorCommand>(app)};
     try {
         std::vector<std::string> words(argv + 1, argv + argc);
         MonitorOption::separate(words);

@@ -3,6 +3,7 @@
 #include "support/EventText.h"
 #include "support/Loopback.h"
 #include "support/RecordingBackend.h"
+#include "support/WorldText.h"
 
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
@@ -13,7 +14,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
-#include <tuple>
 
 namespace Orvel::Test {
 
@@ -38,29 +38,6 @@ protected:
         return command.command == CmdCreateSource && createSource(command.objectId) != nullptr;
     }
 };
-
-/// All that travels, for comparing two worlds.
-std::string describe(World& world) {
-    using testing::PrintToString;
-    const auto place = [](const Vec3f& p, const Quaternion& r) {
-        return PrintToString(std::tuple(p.x, p.y, p.z, r.x, r.y, r.z, r.w));
-    };
-    std::string text = place(world.listenerPosition(), world.listenerRotation());
-    for (const auto& [id, s] : world.sources()) {
-        text += "\nsource " + PrintToString(std::tuple(
-                                  id, s->state(), s->previousState(), s->loop(), s->pitch(),
-                                  s->connectedEmitters().size()));
-    }
-    for (const auto& [id, e] : world.emitters()) {
-        const int sourceId = e->source() == nullptr ? 0 : e->source()->id();
-        text += "\nemitter " + place(e->position(), e->rotation()) +
-                PrintToString(std::tuple(
-                    id, e->state(), e->previousState(), sourceId, e->maxBack(), e->maxFront(),
-                    e->minBack(), e->minFront(), e->gain(), e->paramValue(), e->paramFlag(),
-                    e->labels()));
-    }
-    return text;
-}
 
 class ClientBackends : public testing::Test {
 protected:

@@ -10,7 +10,8 @@ import sys
 import time
 import unittest
 
-from tool_case import DEADLINE, LEFT, ToolCase, changed, free_port, left_samples, levels
+from remote_case import RemoteCase
+from tool_case import DEADLINE, LEFT, changed, free_port, left_samples, levels
 
 COMPARE = os.path.abspath(sys.argv[2])
 
@@ -21,27 +22,7 @@ MOVING = changed(
               {"at": 1.5, "emitter": 11, "gain": 0.3}])
 
 
-class Remote(ToolCase):
-    def setUp(self):
-        super().setUp()
-        self.port = free_port()
-        self.here = ["--interface", "127.0.0.1"]
-
-    def serve(self, log, *arguments, env=None):
-        server = self.background(log, "serve", "--port", self.port, *self.here, *arguments, env=env)
-        self.wait_for_text(log, "orvel: serving")
-        return server
-
-    def play(self, log, scene, *arguments):
-        return self.background(log, "play", scene, "--backend", "client:port=" + self.port,
-                               *self.here, *arguments)
-
-    def end(self, process, log, number=signal.SIGTERM):
-        begin = time.monotonic()
-        process.send_signal(number)
-        self.assertEqual(process.wait(DEADLINE), 0, self.read(log))
-        self.assertLess(time.monotonic() - begin, 3)
-
+class Remote(RemoteCase):
     def test_the_server_hears_what_a_rendering_holds(self):
         scene = self.scene(MOVING)
         self.run_tool("render", scene, "local.wav")

@@ -28,16 +28,20 @@ def changed(scene, **keys):
     return {**json.loads(json.dumps(scene)), **keys}
 
 
-def levels(path):
-    """Peak and RMS of both channels of a 16-bit file, in dB."""
+def channels(path):
+    """The samples of the left and the right channel of a 16-bit file."""
     with wave.open(path) as file:
         samples = array.array("h", file.readframes(file.getnframes()))
-    return [rms_dB(samples[channel::2]) for channel in (0, 1)]
+    return samples[::2], samples[1::2]
+
+
+def levels(path):
+    """RMS of both channels of a 16-bit file, in dB."""
+    return [rms_dB(samples) for samples in channels(path)]
 
 
 def left_samples(path):
-    with wave.open(path) as file:
-        return array.array("h", file.readframes(file.getnframes()))[::2]
+    return channels(path)[0]
 
 
 def rms_dB(samples):

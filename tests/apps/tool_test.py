@@ -16,7 +16,8 @@ import xml.etree.ElementTree as ElementTree
 
 from tool_case import DEADLINE, LEFT, TOOL, ToolCase, changed, levels
 
-COMMANDS = ["render", "play", "serve", "servers", "plot", "check", "kinds"]
+COMMANDS = ["render", "play", "serve", "record", "servers", "plot", "check", "kinds",
+            "doctor"]
 COMPLETION, SCENES = (os.path.abspath(path) for path in sys.argv[2:4])
 
 
@@ -31,7 +32,7 @@ class Messages(SoundCase):
     def test_wrong_use_is_told_once_with_code_2(self):
         scene = self.scene(LEFT)
         for arguments, expected in [
-            ([], "expected one of: render, play, serve, servers, plot, check, kinds"),
+            ([], "expected one of: " + ", ".join(COMMANDS)),
             (["sing"], 'unknown command "sing"'),
             (["render", scene], "OUT.wav is required"),
             (["render", scene, "o.wav", "--rate", "7999"], "expected 8000 to 192000 Hz"),

@@ -43,11 +43,13 @@ def run(command, text=None):
 
 
 def of_the_tool(words):
-    if words[1] in ("serve", "play"):  # for a moment
+    if words[1] in ("serve", "play", "record"):  # for a moment
         if "--seconds" in words:
             words[words.index("--seconds") + 1] = "0.2"
         else:
             words += ["--seconds", "0.2"]
+    if words[1] == "record":
+        (work / words[2]).unlink(missing_ok=True)  # another page has made it, and it replaces none
     return run([tool, *words[1:]])
 
 
@@ -77,6 +79,8 @@ def command_fault(words):
         return of_the_tool(words)
     if words[0] in ("cmake", "ctest"):
         return of_the_build(words)
+    if words[0] == "oscsend":
+        return run([word.replace(":9000", ":9001") for word in words])
     if words[0] == "valgrind":
         words = [word for word in words[1:] if not word.startswith("-")]
     return of_a_program(words[0])
@@ -102,7 +106,7 @@ with tempfile.TemporaryDirectory() as name:
         (work / folder).mkdir()
     faults += filter(None, [run([tool, "render", "scene.json", "voices/left.wav"])])
     shutil.copy(work / "voices/left.wav", work / "out.wav")
-    server = subprocess.Popen([tool, "serve", "--backend", "silent"], cwd=work,
+    server = subprocess.Popen([tool, "serve", "--backend", "silent", "--osc", "9001"], cwd=work,
                               stderr=subprocess.PIPE, text=True)
     server.stderr.readline()  # it serves
     try:

@@ -48,7 +48,8 @@ public:
     /// The next answer; one that is not whole if the connection ends before or nothing comes.
     HttpAnswer receive(bool withBody = true) {
         HttpAnswer answer;
-        until([&] { return parse(answer, withBody) || ended_; }, [this] { read(); });
+        // To parse again after each block of a long answer would take far longer than to get it.
+        until([&] { return !more_ && (parse(answer, withBody) || ended_); }, [this] { read(); });
         input_.erase(0, used_);
         return answer;
     }
@@ -70,7 +71,8 @@ private:
         serve_();
         char block[65536];
         const ssize_t size = ::recv(socket_, block, sizeof block, MSG_DONTWAIT);
-        if (size > 0) {
+        more_ = size > 0;
+        if (more_) {
             input_.append(block, static_cast<std::size_t>(size));
         } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
             ended_ = true;
@@ -123,6 +125,7 @@ private:
     int socket_;
     bool connected_ = false;
     bool ended_ = false;
+    bool more_ = false; // may be waiting
     std::string input_;
     std::size_t used_ = 0;
 };

@@ -30,8 +30,8 @@ void Command::declare(CLI::App& parent, const std::string& name, const std::stri
     app_->add_flag("-v,--verbose", verbose_, "Show all that the library and its devices report");
 }
 
-void Command::declareScene() {
-    app_->add_option("SCENE", scenePath_, "The scene file (JSON)")->required();
+void Command::declareScene(const std::string& description) {
+    app_->add_option("SCENE", scenePath_, description)->required();
 }
 
 void Command::declareSeconds(const std::string& description) {

@@ -29,7 +29,7 @@ protected:
     /// Adds a command with --help, --version and --verbose.
     void declare(CLI::App& parent, const std::string& name, const std::string& description);
     /// The argument SCENE, which stands first.
-    void declareScene();
+    void declareScene(const std::string& description = "The scene file (JSON)");
     /// The option --seconds.
     void declareSeconds(const std::string& description);
 

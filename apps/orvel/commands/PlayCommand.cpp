@@ -1,6 +1,6 @@
 #include "commands/PlayCommand.h"
 
-#include "monitor/MonitorBackend.h"
+#include "capture/Capture.h"
 #include "network/RemoteServers.h"
 #include "player/ScenePlayer.h"
 #include "process/LibraryMessages.h"
@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <limits>
+#include <memory>
 #include <thread>
 
 namespace OrvelTool {
@@ -17,12 +19,16 @@ namespace {
 
 /// A device plays what it was given a moment later; a scene is over when that is heard.
 constexpr double kDeviceDelay = 0.1;
+/// How long messages from elsewhere may hold up the scene's own movement.
+constexpr std::chrono::milliseconds kLongestOsc{4};
 
 } // namespace
 
 PlayCommand::PlayCommand(CLI::App& parent) {
-    declare(parent, "play", "Play a scene in real time, until it ends or Ctrl-C is pressed");
-    declareScene();
+    declare(
+        parent, "play",
+        "Play a scene or a capture in real time, until it ends or Ctrl-C is pressed");
+    declareScene("The scene file (JSON), or a capture of orvel record");
     backends_.declare(
         app(), "What plays it, with the parameters of that kind; may be given several times "
                "(default: \"default\", this machine's sound device; \"orvel kinds\" lists the "
@@ -38,7 +44,9 @@ PlayCommand::PlayCommand(CLI::App& parent) {
         ->check(CLI::Validator(checkHostAndPort, "", "server"));
     network_.declareInterface(app());
     monitor_.declare(app());
-    declareSeconds("How long to play, in seconds (default: until the scene ends)");
+    osc_.declare(app());
+    declareSeconds(
+        "How long to play, in seconds (default: until the scene ends; with --osc until Ctrl-C)");
     app().add_flag("--loop", loop_, "Begin again when the scene ends");
     app().footer("Parameters are key=value, separated by blanks, such as\n"
                  "  orvel play scene.json --backend 'openal:labels=\"front, back\"'\n"
@@ -76,13 +84,14 @@ int PlayCommand::run() {
     if (!choose(choices)) {
         return kWrongUse;
     }
-    const auto loaded = loadScene(scenePath_);
-    if (loaded == nullptr) {
+    const auto what = loadPlayable(scenePath_);
+    if (what == nullptr) {
         return kFailure;
     }
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
-    Stage stage(loaded->scene, messages);
+    const auto made = what->makeStage(messages);
+    Stage& stage = *made;
     if (!addBackends(
             stage, messages, choices,
             "to hear the scene through a file: orvel render " + scenePath_ + " OUT.wav",
@@ -93,19 +102,28 @@ int PlayCommand::run() {
     if (backends_.web() && !addWeb(stage, messages)) {
         return kFailure;
     }
-    play(*loaded, stage);
-    return messages.lost() == 0 ? kSuccess : kFailure;
+    std::unique_ptr<OscServer> osc;
+    if (osc_.given()) {
+        osc = osc_.open(stage, [&stage](Orvel::CommandEvent& event) {
+            Orvel::Server::applyEvent(stage, &event);
+        });
+        if (osc == nullptr) {
+            return kFailure;
+        }
+    }
+    play(*what, stage, osc.get());
+    if (osc != nullptr) {
+        osc->finish();
+    }
+    return messages.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
 }
 
-void PlayCommand::play(const LoadedScene& loaded, Stage& stage) {
+void PlayCommand::play(const Playable& what, Stage& stage, OscServer* osc) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_);
-    ScenePlayer player(
-        loaded.scene, loaded.sounds, stage, [&loaded](Orvel::Source& source, const Sound& sound) {
-            MonitorBackend::nameSound(source, sound);
-            giveSound(loaded.sounds, source, sound);
-        });
+    const auto made = what.makePlayer(stage);
+    Player& player = *made;
     // Fetching may take long; until there is something to end in order, Ctrl-C just ends all.
     player.start();
     const StopSignals signals;
@@ -114,7 +132,12 @@ void PlayCommand::play(const LoadedScene& loaded, Stage& stage) {
                            ? begin + std::chrono::duration_cast<Clock::duration>(Seconds(seconds_))
                            : Clock::time_point::max();
     stage.tell();
-    double end = player.end() + kDeviceDelay;
+    // Who drives a scene from elsewhere also says when it is over.
+    const bool endless = osc != nullptr && !loop_;
+    const auto endOf = [&] {
+        return endless ? std::numeric_limits<double>::infinity() : player.end() + kDeviceDelay;
+    };
+    double end = endOf();
     while (!StopSignals::came() && Clock::now() < limit) {
         const double now = Seconds(Clock::now() - begin).count();
         if (now >= end) {
@@ -123,20 +146,27 @@ void PlayCommand::play(const LoadedScene& loaded, Stage& stage) {
             }
             player.start();
             begin = Clock::now();
-            end = player.end() + kDeviceDelay;
+            end = endOf();
             continue;
         }
         player.advance(now);
+        if (osc != nullptr) {
+            osc->serve(kLongestOsc);
+        }
         stage.update();
         servers.look();
         stage.tell();
         if (stage.takeNewDurations()) {
-            end = player.end() + kDeviceDelay;
+            end = endOf();
         }
         const double tick = (std::floor(now / ScenePlayer::kTick) + 1.0) * ScenePlayer::kTick;
         const double next = std::min({tick, player.nextChange(now), end});
         const auto wake = begin + std::chrono::duration_cast<Clock::duration>(Seconds(next));
-        std::this_thread::sleep_until(std::min(wake, limit));
+        if (osc != nullptr) {
+            osc->wait(std::min(wake, limit));
+        } else {
+            std::this_thread::sleep_until(std::min(wake, limit));
+        }
     }
 }
 

@@ -4,16 +4,16 @@
 #include "commands/Command.h"
 #include "commands/MonitorOption.h"
 #include "network/NetworkOptions.h"
-#include "player/Stage.h"
-#include "scene/LoadedScene.h"
+#include "osc/OscOption.h"
+#include "player/Playable.h"
 
 #include <string>
 #include <vector>
 
 namespace OrvelTool {
 
-/// `orvel play`: plays a scene in real time through any number of back ends, those of other
-/// machines included.
+/// `orvel play`: plays a scene or a capture in real time through any number of back ends, those of
+/// other machines included.
 class PlayCommand : public Command {
 public:
     explicit PlayCommand(CLI::App& parent);
@@ -22,11 +22,12 @@ public:
 private:
     /// Reads the back ends of the command line; writes what is wrong. False for wrong use.
     bool choose(std::vector<BackendOption::Choice>& choices) const;
-    void play(const LoadedScene& loaded, Stage& stage);
+    void play(const Playable& what, Stage& stage, OscServer* osc);
 
     BackendOption backends_;
     MonitorOption monitor_;
     NetworkOptions network_;
+    OscOption osc_;
     std::vector<std::string> servers_;
     bool loop_ = false;
 };

@@ -1,5 +1,6 @@
 #include "commands/RenderCommand.h"
 
+#include "capture/Capture.h"
 #include "plot/ScenePlot.h"
 #include "process/LibraryMessages.h"
 #include "process/Progress.h"
@@ -56,7 +57,7 @@ struct RenderCommand::Result {
 RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend::kDefaultRate) {
     declare(
         parent, "render", "Write what a scene sounds like to a WAV file, faster than real time");
-    declareScene();
+    declareScene("The scene file (JSON), or a capture of orvel record");
     app().add_option("OUT.wav", output_, "The WAV file to write, stereo")->required();
     declareSeconds("How much to render, in seconds (default: until the scene ends)");
     app()
@@ -80,24 +81,28 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
 }
 
 int RenderCommand::run() {
-    const auto loaded = loadScene(scenePath_);
-    return loaded == nullptr ? kFailure : render(*loaded);
+    const auto what = loadPlayable(scenePath_);
+    if (what != nullptr && what->scene() == nullptr && !plot_.empty()) {
+        complain("--plot draws scenes, and " + scenePath_ + " is a capture; leave it out");
+        return kWrongUse;
+    }
+    return what == nullptr ? kFailure : render(*what);
 }
 
-int RenderCommand::render(const LoadedScene& loaded) {
+int RenderCommand::render(const Playable& what) {
     using Clock = std::chrono::steady_clock;
     const auto begin = Clock::now();
     // OpenAL looks for a sound driver even where it only renders, and may start a sound server by
     // that. No other thread runs yet that could read the environment.
     setenv("ALSOFT_DRIVERS", "null", 1); // NOLINT(concurrency-mt-unsafe)
     LibraryMessages messages(verbose_);
-    OfflineRenderer renderer(loaded, messages, rate_);
+    OfflineRenderer renderer(what, messages, rate_);
     renderer.stage().tell();
     if (!renderer.working()) {
         complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
         return kFailure;
     }
-    const double end = seconds_ > 0.0 ? seconds_ : renderer.sceneEnd();
+    const double end = seconds_ > 0.0 ? seconds_ : renderer.end();
     if (end * rate_ < 1.0) {
         complain(
             scenePath_ + ": nothing to render: no sound plays; give the scene a \"duration\", or "
@@ -149,12 +154,12 @@ int RenderCommand::render(const LoadedScene& loaded) {
         messages.lost(), perSecond};
     if (!plot_.empty()) {
         OutputFile picture(plot_);
-        picture.write(drawScene(loaded, &forPlot));
+        picture.write(drawScene(*what.scene(), &forPlot));
         picture.keep();
     }
     report(result);
-    if (result.lost != 0) {
-        complain(output_ + " is written, but not all of the scene is in it (see above)");
+    if (result.lost != 0 || what.incomplete()) {
+        complain(output_ + " is written, but not all of the sounds are in it (see above)");
         return kFailure;
     }
     return kSuccess;

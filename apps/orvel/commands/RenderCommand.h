@@ -1,7 +1,7 @@
 #pragma once
 
 #include "commands/Command.h"
-#include "scene/LoadedScene.h"
+#include "player/Playable.h"
 
 #include <memory>
 #include <string>
@@ -17,7 +17,7 @@ public:
 private:
     struct Result;
 
-    int render(const LoadedScene& loaded);
+    int render(const Playable& what);
     void report(const Result& result) const;
 
     std::string output_;

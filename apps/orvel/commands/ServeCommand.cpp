@@ -1,5 +1,6 @@
 #include "commands/ServeCommand.h"
 
+#include "capture/CaptureWriter.h"
 #include "network/PeerWatch.h"
 #include "process/ServiceManager.h"
 #include "process/StopSignals.h"
@@ -10,6 +11,8 @@
 #include <Corvid/MultiServer.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -26,6 +29,8 @@ constexpr auto kWatchedWait = 10ms;   // for whoever looks on with a browser
 constexpr auto kLongestServing = 4ms; // before a recording or a signal gets its turn
 constexpr auto kChores = 20ms;        // between two looks at what is to be told
 constexpr auto kWatchedChores = 5ms;
+constexpr auto kOscInterval = 2ms; // between two looks at what has arrived
+constexpr const char* kOscClient = "OSC";
 /// A recording cannot know how many emitters will sound at once.
 constexpr const char* kRecordingParams = "sources=4096";
 /// Behind the clock by more seconds than this, a recording is worth a word.
@@ -38,18 +43,35 @@ std::string fixed(double value) {
     return text.str();
 }
 
+/// The text of a scene file that has just been read; empty without one.
+std::string sceneText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return path.empty() ? "" : text.str();
+}
+
 } // namespace
 
 ServeCommand::ServeCommand(CLI::App& parent) {
     declare(parent, "serve", "Be a sound server: play what clients on other machines describe");
+    declareOptions("(default: \"default\", this machine's sound device, unless there is --render)");
+    app().footer(
+        "Clients find the server by themselves: orvel play SCENE --backend client\n"
+        "Whoever can reach it can drive it: there is no authentication, so keep it in a trusted "
+        "network.\n"
+        "It tells systemd when it is ready (Type=notify), and feeds its watchdog.");
+}
+
+void ServeCommand::declareOptions(const std::string& playing) {
     app()
         .add_option(
             "--scene", scenePath_,
             "A scene file whose sources clients can play, by their ids; nothing else of it is used")
         ->type_name("SCENE");
     backends_.declare(
-        app(), "What plays it, with the parameters of that kind; may be given several times "
-               "(default: \"default\", this machine's sound device, unless there is --render)");
+        app(),
+        "What plays it, with the parameters of that kind; may be given several times " + playing);
     app()
         .add_option(
             "--render", output_,
@@ -58,6 +80,7 @@ ServeCommand::ServeCommand(CLI::App& parent) {
     declareSeconds("How long to serve, in seconds (default: until Ctrl-C or SIGTERM)");
     network_.declare(app());
     monitor_.declare(app());
+    osc_.declare(app());
     app()
         .add_option(
             "--tcp-port", tcpPort_,
@@ -69,11 +92,6 @@ ServeCommand::ServeCommand(CLI::App& parent) {
         .add_option(
             "--id", id_, "A number or a name that becomes one, by which people tell servers apart")
         ->type_name("TEXT");
-    app().footer(
-        "Clients find the server by themselves: orvel play SCENE --backend client\n"
-        "Whoever can reach it can drive it: there is no authentication, so keep it in a trusted "
-        "network.\n"
-        "It tells systemd when it is ready (Type=notify), and feeds its watchdog.");
 }
 
 int ServeCommand::run() {
@@ -83,7 +101,7 @@ int ServeCommand::run() {
                       {"client", "a server cannot be a client as well; it would drive itself"}})) {
         return kWrongUse;
     }
-    if (choices.empty() && output_.empty()) {
+    if (choices.empty() && output_.empty() && capturePath_.empty()) {
         choices.push_back({"default", ""});
     }
     monitor_.addTo(choices);
@@ -92,6 +110,7 @@ int ServeCommand::run() {
     if (bank == nullptr) {
         return kFailure;
     }
+    const std::string text = capturePath_.empty() ? "" : sceneText(scenePath_);
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
     SoundServer server(*bank, messages, tcpPort_);
@@ -130,13 +149,31 @@ int ServeCommand::run() {
         return kFailure;
     }
 
+    std::unique_ptr<OscServer> osc;
+    if (osc_.given()) {
+        osc = osc_.open(
+            server, [&server](Orvel::CommandEvent& event) { server.apply(event, kOscClient); });
+        if (osc == nullptr) {
+            return kFailure;
+        }
+    }
+
     const StopSignals signals;
+    std::optional<CaptureWriter> capture;
+    if (!capturePath_.empty()) {
+        capture.emplace(
+            capturePath_, scenePath_.empty() ? "" : std::filesystem::absolute(scenePath_).string(),
+            text);
+        server.setTap(&*capture);
+    }
     const auto begin = Clock::now();
     std::optional<LiveRecording> recording;
     if (loopback != nullptr) {
         recording.emplace(*loopback, output_, begin);
     }
-    const bool room = serve(server, recording ? &*recording : nullptr, begin);
+    const bool room = serve(
+        server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, osc.get(), begin);
+    const bool captured = !capture || finish(*capture);
     if (recording) {
         recording->finish(
             seconds_ > 0.0 && !StopSignals::came()
@@ -148,7 +185,14 @@ int ServeCommand::run() {
     if (!room) {
         complain(output_ + ": a WAV file holds no more than 4 GiB; the server has stopped");
     }
-    return room ? kSuccess : kFailure;
+    return room && captured ? kSuccess : kFailure;
+}
+
+bool ServeCommand::finish(CaptureWriter& capture) const {
+    const bool good = capture.finish();
+    std::cout << capturePath_ << ": " << fixed(capture.seconds()) << " s, " << capture.events()
+              << " events" << (good ? "" : "; not all of the session is in it") << '\n';
+    return good;
 }
 
 void ServeCommand::announce(const SoundServer& server) const {
@@ -165,7 +209,8 @@ void ServeCommand::announce(const SoundServer& server) const {
 }
 
 bool ServeCommand::serve(
-    SoundServer& server, LiveRecording* recording, Clock::time_point begin) const {
+    SoundServer& server, LiveRecording* recording, CaptureWriter* capture, OscServer* osc,
+    Clock::time_point begin) const {
     const auto limit = seconds_ > 0.0 ? begin + std::chrono::duration_cast<Clock::duration>(
                                                     std::chrono::duration<double>(seconds_))
                                       : Clock::time_point::max();
@@ -184,6 +229,9 @@ bool ServeCommand::serve(
         if (recording != nullptr) {
             until = std::min(until, recording->next());
         }
+        if (osc != nullptr) {
+            until = std::min(until, now + kOscInterval); // which waits for nobody else
+        }
         server.multiServer().waitForCommunicators(std::max(until - now, Clock::duration::zero()));
         now = Clock::now();
         if (recording != nullptr) {
@@ -191,6 +239,9 @@ bool ServeCommand::serve(
             room = recording->advance(std::min(now, limit));
         }
         server.serve(kLongestServing);
+        if (osc != nullptr) {
+            osc->serve(kLongestServing);
+        }
         now = Clock::now();
         if (now < nextChores) {
             continue;
@@ -209,9 +260,15 @@ bool ServeCommand::serve(
             complain(missing);
         }
         server.tell();
+        if (capture != nullptr) {
+            capture->flush();
+        }
         manager.alive(now);
     }
     manager.stopping();
+    if (osc != nullptr) {
+        osc->finish();
+    }
     return room;
 }
 

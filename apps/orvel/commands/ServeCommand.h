@@ -5,6 +5,7 @@
 #include "commands/MonitorOption.h"
 #include "network/NetworkOptions.h"
 #include "network/SoundServer.h"
+#include "osc/OscOption.h"
 
 #include <chrono>
 #include <string>
@@ -12,6 +13,7 @@
 
 namespace OrvelTool {
 
+class CaptureWriter;
 class LiveRecording;
 
 /// `orvel serve`: a sound server that the client back ends of other programs drive.
@@ -20,17 +22,30 @@ public:
     explicit ServeCommand(CLI::App& parent);
     int run() override;
 
+protected:
+    /// For a command that declares itself.
+    ServeCommand() = default;
+    /// `playing` says what plays it if no back end is named.
+    void declareOptions(const std::string& playing);
+
+    std::string capturePath_; // empty: nothing is recorded
+
 private:
     using Clock = std::chrono::steady_clock;
 
     /// Serves until it is told to stop; false if the recording had no more room.
-    bool serve(SoundServer& server, LiveRecording* recording, Clock::time_point begin) const;
+    bool serve(
+        SoundServer& server, LiveRecording* recording, CaptureWriter* capture, OscServer* osc,
+        Clock::time_point begin) const;
     void announce(const SoundServer& server) const;
     void report(const LiveRecording& recording) const;
+    /// Completes the capture and tells how long it is; false if not all is in it.
+    bool finish(CaptureWriter& capture) const;
 
     BackendOption backends_;
     MonitorOption monitor_;
     NetworkOptions network_;
+    OscOption osc_;
     std::string output_; // empty: no recording
     std::string id_;
     unsigned short tcpPort_ = 0;

@@ -19,13 +19,13 @@ _orvel() {
     local command=${COMP_WORDS[1]}
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        _orvel_words "render play serve servers plot check kinds --help --version"
+        _orvel_words "render play serve record servers plot check kinds doctor --help --version"
         return
     fi
     case $prev in
     --backend)
         _orvel_words "$("${COMP_WORDS[0]}" kinds 2>/dev/null | while read -r kind _; do
-            [[ $kind == loopback || $command:$kind == serve:client ]] || echo "$kind"
+            [[ $kind == loopback || $command:$kind == serve:client || $command:$kind == record:client ]] || echo "$kind"
         done)"
         return
         ;;
@@ -68,16 +68,24 @@ _orvel() {
             return
         fi
         ;;
-    --seconds | --group | --port | --ttl | --id | --tcp-port)
+    --seconds | --group | --port | --ttl | --id | --tcp-port | --osc | --osc-scale | \
+        --check-port)
         return
         ;;
     esac
     if [[ $cur == -* ]]; then
         case $command in
         render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
-        play) _orvel_words "--backend --web --monitor --server --interface --seconds --loop $common" ;;
-        serve) _orvel_words "--scene --backend --web --monitor --render --seconds --id --tcp-port $search $common" ;;
+        play)
+            _orvel_words "--backend --web --monitor --server --interface --osc --osc-scale --seconds \
+                --loop $common"
+            ;;
+        serve | record)
+            _orvel_words "--scene --backend --web --monitor --render --seconds --id --tcp-port --osc \
+                --osc-scale $search $common"
+            ;;
         servers) _orvel_words "--seconds --json $search $common" ;;
+        doctor) _orvel_words "--check-port --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check | kinds) _orvel_words "$common" ;;
         esac
@@ -87,7 +95,8 @@ _orvel() {
     local i arguments=0
     for ((i = 2; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-        --backend | --server | --interface | --format | --rate | --plot | --levels | --seconds)
+        --backend | --server | --interface | --format | --rate | --plot | --levels | --seconds | \
+            --osc | --osc-scale)
             ((i++))
             ;;
         -*) ;;
@@ -95,7 +104,14 @@ _orvel() {
         esac
     done
     case $command:$arguments in
-    render:0 | play:0 | plot:0 | check:0) _orvel_files .json ;;
+    render:0 | play:0)
+        _orvel_files .json
+        local scenes=("${COMPREPLY[@]}")
+        _orvel_files .orvelrec
+        COMPREPLY=($(printf '%s\n' "${scenes[@]}" "${COMPREPLY[@]}" | sort -u))
+        ;;
+    plot:0 | check:0) _orvel_files .json ;;
+    record:0) _orvel_files .orvelrec ;;
     render:1) _orvel_files .wav ;;
     plot:1) _orvel_files .svg ;;
     esac

@@ -5,7 +5,6 @@
 #include "monitor/PageFiles.h"
 #include "monitor/SceneJson.h"
 #include "monitor/StatusJson.h"
-#include "scene/LoadedScene.h"
 
 #include <Config/ParamLine.h>
 #include <Corvid/IOException.h>
@@ -138,14 +137,6 @@ std::string MonitorBackend::url() const {
         host = Corvid::InetAddress::getLocalHostName();
     }
     return "http://" + host + ":" + std::to_string(server_.port()) + "/";
-}
-
-void MonitorBackend::nameSound(const Orvel::Source& source, const Sound& sound) {
-    for (Orvel::Backend* backend : source.world().backends()) {
-        if (auto* monitor = dynamic_cast<MonitorBackend*>(backend)) {
-            monitor->setSoundName(source.id(), nameOf(sound));
-        }
-    }
 }
 
 std::string_view MonitorBackend::soundName(int source) const {

@@ -2,7 +2,7 @@
 
 #include "monitor/ChangeRates.h"
 #include "player/PlayClock.h"
-#include "scene/Scene.h"
+#include "scene/SceneSources.h"
 
 #include <Corvid/PolledWebServer.h>
 #include <Orvel/Backend.h>
@@ -25,7 +25,7 @@ namespace OrvelTool {
 ///
 /// Everything happens inside update(), on the world's thread, in short pieces. If it cannot listen
 /// it logs a warning and stays in the list without a page; isOpen() tells.
-class MonitorBackend : public PlayClock {
+class MonitorBackend : public PlayClock, public SoundNames {
 public:
     static constexpr std::uint16_t kDefaultPort = 33790;
 
@@ -42,10 +42,7 @@ public:
     [[nodiscard]] std::uint64_t updates() const { return updates_; }
     [[nodiscard]] const ChangeRates& rates() const { return rates_; }
 
-    /// What a source's sound is called; the scene itself has no names.
-    void setSoundName(int source, std::string name) { names_[source] = std::move(name); }
-    /// The same for every monitor of a world.
-    static void nameSound(const Orvel::Source& source, const Sound& sound);
+    void setSoundName(int source, std::string name) override { names_[source] = std::move(name); }
     [[nodiscard]] std::string_view soundName(int source) const;
     /// How long a source plays at pitch 1, in seconds; 0 if that is not known.
     [[nodiscard]] static double lengthOf(const Orvel::Source& source);

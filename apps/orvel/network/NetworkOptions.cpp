@@ -121,6 +121,16 @@ void NetworkOptions::restrictInterfaces() const {
     Corvid::Multicast::setDefaultInterfaces(std::move(addresses));
 }
 
+std::vector<std::pair<InetAddress, std::string>> NetworkOptions::chosenInterfaces() const {
+    auto interfaces = ownInterfaces();
+    std::erase_if(interfaces, [this](const auto& interface) {
+        return interfacesGiven() &&
+               std::find(interfaces_.begin(), interfaces_.end(), interface.first.text()) ==
+                   interfaces_.end();
+    });
+    return interfaces;
+}
+
 void NetworkOptions::apply(Corvid::Multicast& multicast) const {
     if (!group_.empty()) {
         multicast.setAddress(InetAddress::getByAddress(group_));

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <Corvid/InetAddress.h>
 #include <Corvid/Multicast.h>
 
 #include <CLI/App.hpp>
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace OrvelTool {
@@ -27,6 +29,8 @@ public:
     /// Restricts this process to the interfaces, and tells which of them this machine does not
     /// have. Before anything is opened.
     void restrictInterfaces() const;
+    /// The interfaces that are up, or of these the ones that were given: address and name.
+    [[nodiscard]] std::vector<std::pair<Corvid::InetAddress, std::string>> chosenInterfaces() const;
     /// Sets group, port and TTL where they were given.
     void apply(Corvid::Multicast& multicast) const;
 

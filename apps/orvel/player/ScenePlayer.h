@@ -1,5 +1,6 @@
 #pragma once
 
+#include "player/Player.h"
 #include "scene/Ramp.h"
 #include "scene/Scene.h"
 #include "scene/SceneSources.h"
@@ -13,12 +14,11 @@
 
 namespace OrvelTool {
 
-/// Puts a scene into a world and moves it through its timeline. It keeps no time itself: the caller
-/// says how late it is, so the same player serves real time and faster.
+/// Puts a scene into a world and moves it through its timeline.
 ///
 /// The scene, the sounds and the world must outlive it. Confined to the world's thread. Nothing can
 /// fail; what a back end cannot do, it logs.
-class ScenePlayer {
+class ScenePlayer : public Player {
 public:
     /// How often, in seconds, advance() wants to be called while something moves.
     static constexpr double kTick = 0.01;
@@ -28,25 +28,17 @@ public:
     /// where a source gets its sound; end() takes the lengths from `sounds`.
     ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give);
 
-    /// Empties the world, creates the scene's parts and applies what is due at time 0. Back ends
-    /// are best added before. May be called again, to start over.
-    void start();
-
-    /// Applies everything that is due up to and including this time, in seconds from the start.
-    /// What moves takes its place at that time. Times must not go down.
-    void advance(double seconds);
-
-    /// The next time after `seconds` at which advance() must be called exactly then: an entry of
-    /// the timeline or the end of a movement. Infinity when there is none.
-    [[nodiscard]] double nextChange(double seconds) const;
-
+    void start() override;
+    void advance(double seconds) override;
+    /// An entry of the timeline or the end of a movement.
+    [[nodiscard]] double nextChange(double seconds) const override;
     /// Whether something moves, so that calls each kTick make a difference.
-    [[nodiscard]] bool moving() const;
+    [[nodiscard]] bool moving() const override;
 
     /// When the scene is over, in seconds: its duration; without one, when the timeline is done and
     /// every sound that plays then has ended, a looped one having played once. Call it after
     /// start(): the lengths of URLs are known then, if a back end has fetched them.
-    [[nodiscard]] double end() const;
+    [[nodiscard]] double end() const override;
 
     /// The pitches that are changing, by the id of their source.
     [[nodiscard]] const std::map<int, Ramp<float>>& pitchRamps() const noexcept { return pitches_; }

@@ -1,5 +1,7 @@
 #include "render/OfflineRenderer.h"
 
+#include "player/ScenePlayer.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -12,9 +14,9 @@ constexpr std::size_t kUsualEmitters = 256;
 /// How long a block may be while nothing changes, in seconds.
 constexpr double kBlock = 0.1;
 
-std::string parameters(const Scene& scene, unsigned rate) {
+std::string parameters(const Playable& what, unsigned rate) {
     std::string text = "rate=" + std::to_string(rate);
-    if (const std::size_t emitters = countEmitters(scene); emitters > kUsualEmitters) {
+    if (const std::size_t emitters = what.emitters(); emitters > kUsualEmitters) {
         text += " sources=" + std::to_string(emitters);
     }
     return text;
@@ -29,14 +31,13 @@ double nextMultiple(double time, double step) {
 
 } // namespace
 
-OfflineRenderer::OfflineRenderer(
-    const LoadedScene& loaded, LibraryMessages& messages, unsigned rate)
-    : stage_(loaded.scene, messages),
+OfflineRenderer::OfflineRenderer(const Playable& what, LibraryMessages& messages, unsigned rate)
+    : stage_(what.makeStage(messages)),
       backend_(dynamic_cast<Orvel::OALLoopbackBackend*>(
-          stage_.addBackend("loopback", parameters(loaded.scene, rate).c_str()))),
-      player_(loaded.scene, loaded.sounds, stage_), rate_(rate) {
+          stage_->addBackend("loopback", parameters(what, rate).c_str()))),
+      player_(what.makePlayer(*stage_)), rate_(rate) {
     if (working()) {
-        player_.start();
+        player_->start();
     }
 }
 
@@ -45,15 +46,15 @@ bool OfflineRenderer::working() const {
 }
 
 double OfflineRenderer::nextStop(double end) const {
-    const double step = player_.moving() ? ScenePlayer::kTick : kBlock;
-    return std::min({end, player_.nextChange(now_), nextMultiple(now_, step)});
+    const double step = player_->moving() ? ScenePlayer::kTick : kBlock;
+    return std::min({end, player_->nextChange(now_), nextMultiple(now_, step)});
 }
 
 std::span<const float> OfflineRenderer::next(double end) {
     while (working() && now_ < end) {
         if (late_) {
-            player_.advance(now_);
-            stage_.update();
+            player_->advance(now_);
+            stage_->update();
         }
         now_ = nextStop(end);
         late_ = true;

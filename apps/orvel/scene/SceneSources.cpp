@@ -1,7 +1,9 @@
 #include "scene/SceneSources.h"
 
 #include "process/HiddenLine.h"
+#include "scene/LoadedScene.h"
 
+#include <Orvel/Backend.h>
 #include <Orvel/Emitter.h>
 
 #include <iostream>
@@ -9,7 +11,16 @@
 
 namespace OrvelTool {
 
+void nameSound(const Orvel::Source& source, const Sound& sound) {
+    for (Orvel::Backend* backend : source.world().backends()) {
+        if (auto* names = dynamic_cast<SoundNames*>(backend)) {
+            names->setSoundName(source.id(), nameOf(sound));
+        }
+    }
+}
+
 void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& sound) {
+    nameSound(source, sound);
     if (const auto* url = std::get_if<SoundUrl>(&sound)) {
         source.setDataFromURL(url->text);
     } else if (const Samples* samples = sounds.find(sound)) {

@@ -1,0 +1,93 @@
+#include "capture/Capture.h"
+
+#include "capture/CaptureReader.h"
+#include "capture/ReplayPlayer.h"
+#include "player/ScenePlayable.h"
+#include "process/Complaint.h"
+
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace OrvelTool {
+
+namespace {
+
+/// A recording does not know how many emitters will sound at once.
+constexpr std::size_t kMostEmitters = 4096;
+
+/// The scene's path, from which its sounds are found: where it was, or, when its folder is not on
+/// this machine, beside the capture.
+std::string scenePath(const CaptureReader& reader, const std::string& capture) {
+    const std::filesystem::path scene(reader.scenePath());
+    std::error_code error;
+    return std::filesystem::is_directory(scene.parent_path(), error)
+               ? scene.string()
+               : (std::filesystem::path(capture).parent_path() / scene.filename()).string();
+}
+
+} // namespace
+
+std::unique_ptr<const Capture> Capture::load(const std::string& path) {
+    std::string fault;
+    const auto reader = CaptureReader::open(path, fault);
+    if (reader == nullptr) {
+        complain(fault);
+        return nullptr;
+    }
+    std::unique_ptr<Capture> capture(new Capture(path));
+    if (!reader->sceneText().empty()) {
+        std::vector<Problem> problems;
+        auto scene = parseScene(reader->sceneText(), scenePath(*reader, path), problems);
+        if (scene) {
+            capture->bank_.scene = std::move(*scene);
+            capture->bank_.sounds.load(capture->bank_.scene, problems);
+        }
+        for (const Problem& problem : problems) {
+            std::cerr << problem.str() << '\n';
+        }
+        if (!problems.empty()) {
+            capture->incomplete_ = true;
+            complain(
+                path + ": names its sounds but does not hold them; what plays those above stays "
+                       "silent. Put them where they are looked for, or beside the capture");
+        }
+    }
+    if (!reader->length()) {
+        complain(
+            path + ": is cut: it has no end mark, so the recording was interrupted or goes on, or "
+                   "the file was shortened; it plays up to the cut");
+    }
+    return capture;
+}
+
+std::unique_ptr<Stage> Capture::makeStage(LibraryMessages& messages) const {
+    return std::make_unique<ReplayStage>(bank_, messages);
+}
+
+std::unique_ptr<Player> Capture::makePlayer(Stage& stage) const {
+    std::string fault;
+    auto reader = CaptureReader::open(path_, fault);
+    if (reader == nullptr) {
+        throw std::runtime_error(fault); // it could be opened a moment ago
+    }
+    return std::make_unique<ReplayPlayer>(
+        path_, std::move(reader), dynamic_cast<ReplayStage&>(stage));
+}
+
+std::size_t Capture::emitters() const {
+    return kMostEmitters;
+}
+
+std::unique_ptr<const Playable> loadPlayable(const std::string& path) {
+    if (CaptureReader::isCapture(path)) {
+        return Capture::load(path);
+    }
+    auto scene = loadScene(path);
+    return scene == nullptr ? nullptr : std::make_unique<ScenePlayable>(std::move(scene));
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "player/Playable.h"
+#include "scene/LoadedScene.h"
+
+#include <memory>
+#include <string>
+
+namespace OrvelTool {
+
+/// A recorded session of a sound server, with the sources that the server had.
+class Capture : public Playable {
+public:
+    /// Opens a capture and decodes its sounds; what cannot be had is written to standard error, and
+    /// so is where the file is cut. Null, with a message, if nothing can be played.
+    [[nodiscard]] static std::unique_ptr<const Capture> load(const std::string& path);
+
+    [[nodiscard]] std::unique_ptr<Stage> makeStage(LibraryMessages& messages) const override;
+    [[nodiscard]] std::unique_ptr<Player> makePlayer(Stage& stage) const override;
+    [[nodiscard]] std::size_t emitters() const override;
+    [[nodiscard]] bool incomplete() const override { return incomplete_; }
+
+private:
+    explicit Capture(std::string path) : path_(std::move(path)) {}
+
+    std::string path_;
+    LoadedScene bank_;
+    bool incomplete_ = false;
+};
+
+/// Loads what `play` and `render` take, a scene or a capture, whichever the file is. Null, with
+/// messages, if it cannot be played.
+std::unique_ptr<const Playable> loadPlayable(const std::string& path);
+
+} // namespace OrvelTool

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "network/EventTap.h"
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace OrvelTool {
+
+/// Writes what reaches a sound server into a capture, with the time since the writer was made. The
+/// file grows as it goes and is of use at any moment. Confined to one thread at a time.
+class CaptureWriter : public EventTap {
+public:
+    /// Creates the file; `scenePath` and `sceneText` are of the file that has the server's sources,
+    /// empty without one. Throws OutputError, also if there is such a file: a session that was
+    /// recorded cannot be had again.
+    CaptureWriter(
+        const std::string& path, const std::string& scenePath, const std::string& sceneText);
+    /// Closes the file without an end mark, unless finish() was called.
+    ~CaptureWriter() override;
+
+    void received(Corvid::Event& event, const std::string& client) override;
+    void lost(const std::string& client) override;
+
+    /// Hands what has come to the system; to be called several times a second. When that fails it
+    /// says so, once, and nothing more is written.
+    void flush();
+    /// Writes the end mark, and waits until all is on the disk. False if not all could be written.
+    bool finish();
+
+    [[nodiscard]] std::uint64_t events() const noexcept { return events_; }
+    /// From the beginning to now, or to finish().
+    [[nodiscard]] double seconds() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    [[nodiscard]] std::uint64_t now() const;
+    std::uint64_t numberOf(const std::string& client);
+    void record(std::uint64_t what, const void* data, std::size_t size);
+
+    std::string path_;
+    int descriptor_;
+    Clock::time_point begin_ = Clock::now();
+    std::string waiting_; // whole records for the file
+    std::string body_;
+    std::vector<std::byte> frame_;
+    std::map<std::string, std::uint64_t> clients_; // numbers of those that are connected
+    std::uint64_t last_ = 0;                       // time of the last record, in microseconds
+    std::uint64_t records_ = 0;
+    std::uint64_t events_ = 0;
+    bool failed_ = false;
+};
+
+} // namespace OrvelTool

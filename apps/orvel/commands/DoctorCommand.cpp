@@ -1,0 +1,52 @@
+#include "commands/DoctorCommand.h"
+
+#include "doctor/Finding.h"
+#include "doctor/NetworkCheck.h"
+#include "doctor/SoundCheck.h"
+
+#include <nlohmann/json.hpp>
+
+#include <iostream>
+#include <iterator>
+
+namespace OrvelTool {
+
+DoctorCommand::DoctorCommand(CLI::App& parent) {
+    declare(parent, "doctor", "Check what can go wrong before a show, and say what to do about it");
+    app().add_flag("--json", json_, "Print JSON instead of a table");
+    app()
+        .add_option(
+            "--check-port", ports_,
+            "Whether this port is free, for --tcp-port and --osc of a server; may be given several "
+            "times")
+        ->type_name("N")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(NetworkOptions::portValidator());
+    network_.declare(app());
+    app().footer("It opens the sound devices for a moment, without a sound, sends one datagram to "
+                 "the\ngroup on each interface, and searches for servers for a second.\n"
+                 "The exit code is 1 when something is a problem; warnings are none.");
+}
+
+int DoctorCommand::run() {
+    network_.restrictInterfaces();
+    Findings findings = checkSound(verbose_);
+    findings.push_back(checkFormats());
+    findings.push_back(checkDescriptors());
+    for (Findings more :
+         {checkPorts(network_, ports_), checkMulticast(network_), checkServers(network_)}) {
+        findings.insert(
+            findings.end(), std::make_move_iterator(more.begin()),
+            std::make_move_iterator(more.end()));
+    }
+    if (json_) {
+        using Json = nlohmann::ordered_json;
+        std::cout << toJson(findings).dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    } else {
+        writeFindings(std::cout, findings);
+    }
+    return worst(findings) == Finding::Verdict::Problem ? kFailure : kSuccess;
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "commands/Command.h"
+#include "network/NetworkOptions.h"
+
+#include <vector>
+
+namespace OrvelTool {
+
+/// `orvel doctor`: checks what can go wrong before a show, and says what to do about it.
+class DoctorCommand : public Command {
+public:
+    explicit DoctorCommand(CLI::App& parent);
+    int run() override;
+
+private:
+    NetworkOptions network_;
+    std::vector<unsigned short> ports_;
+    bool json_ = false;
+};
+
+} // namespace OrvelTool

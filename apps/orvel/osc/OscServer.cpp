@@ -1,0 +1,212 @@
+#include "osc/OscServer.h"
+
+#include "process/Complaint.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace OrvelTool {
+
+namespace {
+
+constexpr int kDatagramBytes = 4 << 20; // that the system keeps while we are busy
+constexpr int kDatagramsInARow = 256;   // before connections get their turn
+constexpr std::chrono::milliseconds kLongestFinish{100};
+constexpr int kAttempts = 20; // to find a port that is free for both
+constexpr int kLinger = 16;   // connections that wait to be accepted
+
+std::string nameOf(const sockaddr_in& address) {
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+    return std::string(text) + ":" + std::to_string(ntohs(address.sin_port));
+}
+
+} // namespace
+
+OscServer::OscServer(Orvel::World& world, const Settings& settings, OscScene::Apply apply)
+    : settings_(settings), scene_(world, settings.scale, std::move(apply)),
+      inbox_(
+          [this](std::span<const std::byte> message) { take(message); },
+          [this](const std::string& fault) { tell(fault); }),
+      buffer_(OscStream::kMostBytes) {}
+
+OscServer::~OscServer() {
+    for (const int socket : {udp_, tcp_}) {
+        if (socket >= 0) {
+            close(socket);
+        }
+    }
+    for (const Connection& connection : connections_) {
+        close(connection.socket);
+    }
+}
+
+bool OscServer::open() {
+    for (int attempt = 0; attempt < (settings_.port == 0 ? kAttempts : 1); ++attempt) {
+        if (listen(settings_.port)) {
+            return true;
+        }
+        if (settings_.port != 0 || errno != EADDRINUSE) {
+            break;
+        }
+    }
+    complain(
+        "cannot take Open Sound Control at " + settings_.address + ":" +
+        std::to_string(settings_.port) + ": " + std::generic_category().message(errno) +
+        "; choose another --osc");
+    return false;
+}
+
+bool OscServer::listen(unsigned short port) {
+    for (int* old : {&udp_, &tcp_}) {
+        if (*old >= 0) {
+            close(std::exchange(*old, -1));
+        }
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    inet_pton(AF_INET, settings_.address.c_str(), &address.sin_addr);
+    socklen_t size = sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    const int on = 1;
+    tcp_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    udp_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (tcp_ < 0 || udp_ < 0 || setsockopt(tcp_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        bind(tcp_, generic, size) != 0 || ::listen(tcp_, kLinger) != 0 ||
+        getsockname(tcp_, generic, &size) != 0 || bind(udp_, generic, size) != 0) {
+        return false;
+    }
+    // Less will do where the system gives no more.
+    setsockopt(udp_, SOL_SOCKET, SO_RCVBUF, &kDatagramBytes, sizeof kDatagramBytes);
+    port_ = ntohs(address.sin_port);
+    return true;
+}
+
+void OscServer::wait(Clock::time_point until) const {
+    std::vector<pollfd> sockets{{udp_, POLLIN, 0}, {tcp_, POLLIN, 0}};
+    for (const Connection& connection : connections_) {
+        sockets.push_back({connection.socket, POLLIN, 0});
+    }
+    auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(until - Clock::now());
+    if (const auto next = inbox_.next()) {
+        left = std::min(
+            left,
+            std::chrono::duration_cast<std::chrono::nanoseconds>(*next - OscInbox::Clock::now()));
+    }
+    left = std::max(left, std::chrono::nanoseconds(0));
+    const timespec time{left.count() / 1'000'000'000, left.count() % 1'000'000'000};
+    ppoll(sockets.data(), sockets.size(), &time, nullptr); // a signal ends it, which is right
+}
+
+void OscServer::serve(Clock::duration atMost) {
+    const auto end = Clock::now() + atMost;
+    inbox_.advance(OscInbox::Clock::now());
+    accept();
+    readDatagrams(end);
+    bool more = true;
+    while (more && Clock::now() < end) {
+        more = false;
+        for (auto entry = connections_.begin(); entry != connections_.end();) {
+            errno = 0;
+            if (!read(*entry)) {
+                close(entry->socket);
+                entry = connections_.erase(entry);
+            } else {
+                more = more || errno != EAGAIN;
+                ++entry;
+            }
+        }
+    }
+}
+
+void OscServer::accept() {
+    for (;;) {
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        const int socket = accept4(
+            tcp_, reinterpret_cast<sockaddr*>(&address), &size, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (socket < 0) {
+            return;
+        }
+        if (connections_.size() >= kMostConnections) {
+            tell(
+                nameOf(address) + " is turned away; there are " + std::to_string(kMostConnections) +
+                " connections already");
+            close(socket);
+            continue;
+        }
+        Connection& connection = connections_.emplace_back();
+        connection.socket = socket;
+        connection.peer = nameOf(address);
+    }
+}
+
+bool OscServer::read(Connection& connection) {
+    const ssize_t got = recv(connection.socket, buffer_.data(), buffer_.size(), 0);
+    if (got <= 0) {
+        return got < 0 && (errno == EAGAIN || errno == EINTR);
+    }
+    connection.stream.feed({buffer_.data(), static_cast<std::size_t>(got)});
+    const auto now = OscInbox::Clock::now();
+    for (std::span<const std::byte> packet; connection.stream.next(packet);) {
+        inbox_.add(packet, now);
+    }
+    if (connection.stream.broken()) {
+        tell(connection.peer + " sends no packets of at most 64 KiB; its connection is closed");
+    }
+    errno = 0;
+    return !connection.stream.broken();
+}
+
+void OscServer::readDatagrams(Clock::time_point end) {
+    do {
+        for (int i = 0; i < kDatagramsInARow; ++i) {
+            const ssize_t got = recv(udp_, buffer_.data(), buffer_.size(), 0);
+            if (got < 0) {
+                return;
+            }
+            inbox_.add({buffer_.data(), static_cast<std::size_t>(got)}, OscInbox::Clock::now());
+        }
+    } while (connections_.empty() && Clock::now() < end);
+}
+
+void OscServer::take(std::span<const std::byte> packet) {
+    ++messages_;
+    if (const std::string fault = scene_.take(packet); !fault.empty()) {
+        tell(fault);
+    }
+}
+
+void OscServer::tell(const std::string& fault) {
+    ++wrong_;
+    if (wrong_ <= kMostLines) {
+        complain("OSC: " + fault);
+    }
+    if (wrong_ == kMostLines) {
+        complain("OSC: from now on such messages are only counted");
+    }
+}
+
+void OscServer::finish() {
+    serve(kLongestFinish);
+    if (const std::string text = summary(); !text.empty()) {
+        complain(text);
+    }
+}
+
+std::string OscServer::summary() const {
+    if (messages_ == 0 && wrong_ == 0) {
+        return {};
+    }
+    return "OSC: " + std::to_string(messages_) + " messages, " + std::to_string(wrong_) + " wrong";
+}
+
+} // namespace OrvelTool

@@ -1,0 +1,91 @@
+#include "osc/OscInbox.h"
+#include "osc/OscScene.h"
+#include "osc/OscStream.h"
+
+#include <Orvel/Emitter.h>
+#include <Orvel/Server.h>
+#include <Orvel/SilentBackend.h>
+#include <Orvel/Source.h>
+#include <Orvel/World.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+
+using namespace OrvelTool;
+
+namespace {
+
+void require(bool condition) {
+    if (!condition) {
+        std::abort();
+    }
+}
+
+bool sound(const Orvel::Vec3f& v) {
+    return !std::isnan(v.x) && !std::isnan(v.y) && !std::isnan(v.z);
+}
+
+/// A world with something in it, and all that stands between it and the network.
+class Target {
+public:
+    Target() {
+        for (const int id : {1, 2}) {
+            world_.createSource(id);
+            world_.createEmitter({}, id + 10)->setSource(world_.getSource(id));
+        }
+    }
+    Target(const Target&) = delete;
+    Target& operator=(const Target&) = delete;
+    ~Target() { world_.clearWorld(); }
+
+    void packet(std::span<const std::byte> bytes) {
+        inbox_.add(bytes, now_);
+        now_ += std::chrono::seconds(1);
+    }
+    void check() {
+        inbox_.advance(OscInbox::Clock::time_point::max());
+        require(!inbox_.next());
+        for (const auto& [id, emitter] : world_.emitters()) {
+            require(id > 0 && sound(emitter->position()) && emitter->gain() >= 0.0F);
+        }
+        require(sound(world_.listenerPosition()));
+    }
+
+private:
+    Orvel::World world_;
+    Orvel::SilentBackend backend_{world_, nullptr};
+    OscScene scene_{world_, 10.0F, [this](Orvel::CommandEvent& event) {
+                        require(Orvel::Server::applyEvent(world_, &event));
+                    }};
+    OscInbox inbox_{
+        [this](std::span<const std::byte> message) {
+            require(scene_.take(message).find('\n') == std::string::npos);
+        },
+        [](const std::string& fault) { require(!fault.empty()); }};
+    OscInbox::Clock::time_point now_;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const auto all = std::as_bytes(std::span(data, size));
+    Target datagram;
+    datagram.packet(all);
+    datagram.check();
+    // The same as a connection, in pieces.
+    Target connection;
+    OscStream stream;
+    for (std::size_t at = 0; at < all.size() && !stream.broken(); at += 7) {
+        stream.feed(all.subspan(at, std::min<std::size_t>(7, all.size() - at)));
+        for (std::span<const std::byte> packet; stream.next(packet);) {
+            require(!packet.empty() && packet.size() <= OscStream::kMostBytes);
+            connection.packet(packet);
+        }
+    }
+    connection.check();
+    return 0;
+}

@@ -1,0 +1,389 @@
+// Open Sound Control: what messages do, in which order, and what of it is refused.
+#include "osc/OscInbox.h"
+#include "osc/OscScene.h"
+#include "osc/OscServer.h"
+#include "osc/OscStream.h"
+
+#include <Orvel/Emitter.h>
+#include <Orvel/Server.h>
+#include <Orvel/Source.h>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cmath>
+#include <cstring>
+#include <endian.h>
+#include <gtest/gtest.h>
+#include <limits>
+#include <lo/lo.h>
+#include <string>
+#include <support/Capture.h>
+#include <support/Loopback.h>
+#include <support/RecordingBackend.h>
+#include <support/WorldText.h>
+#include <vector>
+
+using namespace OrvelTool;
+using namespace Orvel::Test;
+using namespace std::chrono_literals;
+
+namespace {
+
+using Bytes = std::vector<std::byte>;
+using Numbers = std::vector<float>;
+
+Bytes message(const std::string& path, const Numbers& numbers, const char* text = nullptr) {
+    lo_message message = lo_message_new();
+    for (const float number : numbers) {
+        lo_message_add_float(message, number);
+    }
+    if (text != nullptr) {
+        lo_message_add_string(message, text);
+    }
+    Bytes bytes(lo_message_length(message, path.c_str()));
+    lo_message_serialise(message, path.c_str(), bytes.data(), nullptr);
+    lo_message_free(message);
+    return bytes;
+}
+
+template <class Value>
+void append(Bytes& bytes, Value value) {
+    const auto* begin = reinterpret_cast<const std::byte*>(&value);
+    bytes.insert(bytes.end(), begin, begin + sizeof value);
+}
+
+Bytes sized(const Bytes& packet) {
+    Bytes bytes;
+    append(bytes, htobe32(static_cast<std::uint32_t>(packet.size())));
+    bytes.insert(bytes.end(), packet.begin(), packet.end());
+    return bytes;
+}
+
+/// `seconds` since 1970; 0: at once.
+Bytes bundle(std::uint32_t seconds, const std::vector<Bytes>& elements) {
+    Bytes bytes;
+    for (const char c : std::string("#bundle") + '\0') {
+        append(bytes, c);
+    }
+    append(bytes, htobe32(seconds == 0 ? 0 : seconds + 2208988800U));
+    append(bytes, htobe32(seconds == 0 ? 1 : 0));
+    for (const Bytes& element : elements) {
+        const Bytes part = sized(element);
+        bytes.insert(bytes.end(), part.begin(), part.end());
+    }
+    return bytes;
+}
+
+/// A world with the emitters 11 and 12, the sources 1 and 2, and a scale of 10.
+class OscScenes : public testing::Test {
+protected:
+    OscScenes() {
+        for (const int id : {1, 2}) {
+            world.createSource(id);
+            emitter(id + 10, true).setSource(world.getSource(id));
+        }
+    }
+    Orvel::Emitter& emitter(int id, bool create = false) {
+        return *(create ? world.createEmitter({}, id) : world.getEmitter(id));
+    }
+
+    TidyWorld world;
+    OscScene scene{world, 10.0F, [this](Orvel::CommandEvent& event) {
+                       EXPECT_TRUE(Orvel::Server::applyEvent(world, &event));
+                   }};
+};
+
+} // namespace
+
+TEST_F(OscScenes, CoordinatesOfAdmBecomeThoseOfTheScene) {
+    const float half = 10.0F * std::sqrt(0.5F);
+    // One after the other; each begins where the former has led to.
+    const struct {
+        const char* path;
+        Numbers numbers;
+        Orvel::Vec3f place;
+    } rows[] = {
+        {"/adm/obj/11/xyz", {-1, 0.5F, 0.25F}, {-10, 2.5F, -5}},
+        {"/adm/obj/11/x", {1}, {10, 2.5F, -5}},
+        {"/adm/obj/11/y", {-1}, {10, 2.5F, 10}},
+        {"/adm/obj/*/z", {0}, {10, 0, 10}},
+        {"/adm/obj/11/azim", {90}, {-10 * std::sqrt(2.0F), 0, 0}},
+        {"/adm/obj/11/dist", {1}, {-10, 0, 0}},
+        {"/adm/obj/11/elev", {45}, {-half, half, 0}},
+        {"/adm/obj/11/dist", {0}, {0, 0, 0}}, // and the direction is not forgotten
+        {"/adm/obj/11/dist", {2}, {-2 * half, 2 * half, 0}},
+        {"/adm/obj/11/aed", {-90, 0, 1}, {10, 0, 0}},
+        {"/orvel/emitter/11/position", {1, 2, 3}, {1, 2, 3}},
+        {"/adm/obj/11/azim", {180}, {0, 2, std::sqrt(10.0F)}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(scene.take(message(row.path, row.numbers)), "") << row.path;
+        const Orvel::Vec3f& place = emitter(11).position();
+        EXPECT_NEAR(place.x, row.place.x, 1e-4) << row.path;
+        EXPECT_NEAR(place.y, row.place.y, 1e-4) << row.path;
+        EXPECT_NEAR(place.z, row.place.z, 1e-4) << row.path;
+    }
+    EXPECT_EQ(emitter(12).position(), Orvel::Vec3f{});
+}
+
+TEST_F(OscScenes, TurnsLeftThenUpThenToTheRight) {
+    // What is ahead and what is to the right, after the turn.
+    const struct {
+        const char* path;
+        Numbers numbers;
+        Orvel::Vec3f ahead;
+        Orvel::Vec3f right;
+    } rows[] = {
+        {"/adm/lis/ypr", {90, 0, 0}, {-1, 0, 0}, {0, 0, -1}},
+        {"/adm/lis/ypr", {0, 90, 0}, {0, 1, 0}, {1, 0, 0}},
+        {"/adm/lis/ypr", {0, 0, 90}, {0, 0, -1}, {0, -1, 0}},
+        {"/adm/lis/ypr", {90, 90, 0}, {0, 1, 0}, {0, 0, -1}},
+        {"/orvel/listener/orientation", {0, 5, 0, 5}, {-1, 0, 0}, {0, 0, -1}},
+        {"/orvel/emitter/11/orientation", {-90, 0, 0}, {1, 0, 0}, {0, 0, 1}},
+    };
+    for (const auto& row : rows) {
+        world.setEnabled(false);
+        EXPECT_EQ(scene.take(message(row.path, row.numbers)), "");
+        EXPECT_FALSE(world.enabled());
+        const bool emits = std::string(row.path).find("emitter") != std::string::npos;
+        const Orvel::Quaternion q = emits ? emitter(11).rotation() : world.listenerRotation();
+        const auto expectNear = [&](const Orvel::Vec3f& found, const Orvel::Vec3f& expected) {
+            EXPECT_NEAR(found.x, expected.x, 1e-5) << row.path;
+            EXPECT_NEAR(found.y, expected.y, 1e-5) << row.path;
+            EXPECT_NEAR(found.z, expected.z, 1e-5) << row.path;
+        };
+        expectNear(q.rotate({0, 0, -1}), row.ahead);
+        expectNear(q.rotate({1, 0, 0}), row.right);
+    }
+}
+
+TEST_F(OscScenes, PathsChangeWhatTheyName) {
+    using State = Orvel::WorldPart::State;
+    using Check = std::function<bool()>;
+    const struct {
+        const char* path;
+        Numbers numbers;
+        Check check;
+    } rows[] = {
+        {"/adm/obj/11/gain", {0.5F}, [&] { return emitter(11).gain() == 0.5F; }},
+        {"/adm/obj/11/mute", {1}, [&] { return emitter(11).gain() == 0.0F; }},
+        {"/adm/obj/11/mute", {1}, [&] { return emitter(11).gain() == 0.0F; }},
+        {"/adm/obj/11/gain", {0.75F}, [&] { return emitter(11).gain() == 0.0F; }},
+        {"/adm/obj/11/mute", {0}, [&] { return emitter(11).gain() == 0.75F; }},
+        {"/adm/obj/11/mute", {0}, [&] { return emitter(11).gain() == 0.75F; }},
+        {"/orvel/emitter/11/value", {3}, [&] { return emitter(11).paramValue() == 3.0F; }},
+        {"/orvel/emitter/11/hull", {4, 3, 2, 1}, [&] { return emitter(11).maxFront() == 3.0F; }},
+        {"/orvel/emitter/*/play", {}, [&] { return world.getSource(2)->state() == State::PLAY; }},
+        {"/orvel/emitter/11/stop", {0}, [&] { return emitter(11).state() == State::PLAY; }},
+        {"/orvel/emitter/11/source", {2}, [&] { return emitter(11).source()->id() == 2; }},
+        {"/orvel/emitter/11/pause", {1}, [&] { return emitter(12).state() == State::PAUSE; }},
+        {"/orvel/source/2/stop", {}, [&] { return emitter(11).state() == State::STOP; }},
+        {"/orvel/source/2/pitch", {2}, [&] { return world.getSource(2)->pitch() == 2.0F; }},
+        {"/orvel/source/2/loop", {1}, [&] { return world.getSource(2)->loop(); }},
+        {"/orvel/emitter/11/source", {0}, [&] { return emitter(11).source() == nullptr; }},
+        {"/orvel/listener/position", {1, 2, 3}, [&] { return world.listenerPosition().z == 3; }},
+        {"/adm/lis/xyz", {0, 1, 0}, [&] { return world.listenerPosition().z == -10; }},
+        {"/orvel/enabled", {0}, [&] { return !world.enabled(); }},
+        {"/orvel/emitter/11/destroy", {}, [&] { return world.getEmitter(11) == nullptr; }},
+        {"/orvel/emitter/11/create", {}, [&] { return world.getEmitter(11) != nullptr; }},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(scene.take(message(row.path, row.numbers)), "");
+        EXPECT_TRUE(row.check()) << row.path;
+    }
+    // What has ended begins again: a state that is equal would tell the back ends nothing.
+    auto& recorder = *new RecordingBackend(world);
+    scene.take(message("/orvel/emitter/12/play", {}));
+    recorder.take();
+    scene.take(message("/orvel/emitter/12/play", {}));
+    const Calls calls = recorder.take();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "setEmitterState 12"), 2);
+    EXPECT_EQ(scene.take(message("/orvel/emitter/20/create", {}, "front")), "");
+    EXPECT_EQ(emitter(20).labels(), std::vector<std::string>{"front"});
+}
+
+TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
+    const float none = std::numeric_limits<float>::quiet_NaN();
+    const float much = std::numeric_limits<float>::infinity();
+    const std::string before = describe(world);
+    for (const auto& [bytes, expected] : std::vector<std::pair<Bytes, std::string>>{
+             {message("/adm/obj/11/gain", {none}), "/adm/obj/11/gain: expected numbers, found one"},
+             {message("/adm/obj/11/xyz", {0, 0, much}), "infinite"},
+             {message("/adm/obj/11/gain", {-1}), "gain of at least 0"},
+             {message("/adm/obj/11/dist", {-1}), "distance of at least 0"},
+             {message("/adm/obj/11/xyz", {1, 1}), "expected 3 numbers, found 2"},
+             {message("/orvel/emitter/11/orientation", {1}), "expected 4 or 3 numbers, found 1"},
+             {message("/orvel/emitter/11/orientation", {0, 0, 0, 0}), "of length 0"},
+             {message("/orvel/emitter/11/hull", {1, 1, -1, 1}), "extents of at least 0"},
+             {message("/orvel/emitter/11/source", {1.5F}), "the id of a source"},
+             {message("/orvel/emitter/11/source", {3}), "the id of a source"},
+             {message("/orvel/emitter/11/create", {}), "an emitter 11 already"},
+             {message("/orvel/source/1/pitch", {0}), "pitch above 0"},
+             {message("/adm/obj/13/gain", {1}), "there is no emitter 13"},
+             {message("/orvel/source/9/play", {}), "there is no source 9"},
+             {message("/adm/obj/11/gain", {}, "loud"), "found a text"},
+             {message("/adm/obj/40000/gain", {1}), "no path that is known"},
+             {message("/adm/obj/1*/gain", {1}), "no path that is known"},
+             {message("/adm/obj/11/gains", {1}), "no path that is known"},
+             {message("/\x1b[2J\n", {}), "/?[2J?: is no path"},
+             {{std::byte{'/'}}, "no message of Open Sound Control"},
+             {{}, "no message of Open Sound Control"}}) {
+        const std::string wrong = scene.take(bytes);
+        EXPECT_NE(wrong.find(expected), std::string::npos) << wrong;
+    }
+    // Cut anywhere, it may be another message, but does no harm and nothing half.
+    const Bytes whole = message("/adm/obj/11/xyz", {1, 1, 1});
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        EXPECT_NE(scene.take(std::span(whole).first(size)), "") << size;
+    }
+    EXPECT_EQ(describe(world), before);
+}
+
+TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
+    std::vector<std::string> taken;
+    std::vector<std::string> faults;
+    OscInbox inbox(
+        [&](std::span<const std::byte> bytes) {
+            taken.emplace_back(reinterpret_cast<const char*>(bytes.data()));
+        },
+        [&](const std::string& fault) { faults.push_back(fault); });
+    const auto at = [](int seconds) { return OscInbox::Clock::time_point(seconds * 1s); };
+    const auto take = [&] { return std::exchange(taken, {}); };
+    const auto one = [](const char* path) { return message(path, {}); };
+    inbox.add(bundle(300, {one("/c"), one("/d")}), at(100));
+    inbox.add(bundle(200, {one("/b"), bundle(150, {one("/not before b")})}), at(100));
+    inbox.add(bundle(300, {one("/e")}), at(100));
+    EXPECT_EQ(inbox.next(), at(200));
+    inbox.add(bundle(0, {one("/now"), bundle(250, {one("/x")}), one("/too")}), at(100));
+    inbox.add(bundle(50, {one("/late")}), at(100));
+    EXPECT_EQ(take(), (Calls{"/now", "/too", "/late"}));
+    inbox.add(one("/after what was due"), at(299));
+    EXPECT_EQ(take(), (Calls{"/b", "/not before b", "/x", "/after what was due"}));
+    inbox.advance(at(300));
+    EXPECT_EQ(take(), (Calls{"/c", "/d", "/e"}));
+    EXPECT_EQ(inbox.next(), std::nullopt);
+    // A bundle that is cut: what is whole before the cut, one fault, and no more.
+    const Bytes whole = bundle(0, {one("/1"), one("/2")});
+    for (std::size_t size = 8; size < whole.size(); ++size) {
+        inbox.add(std::span(whole).first(size), at(300));
+        const bool between = size == 16 || size == 16 + 4 + one("/1").size();
+        EXPECT_EQ(faults.size(), between ? 0 : 1) << size;
+        EXPECT_EQ(taken.size(), size < 16 + 4 + one("/1").size() ? 0 : 1) << size;
+        taken.clear();
+        faults.clear();
+    }
+    Bytes deep = one("/deep");
+    for (int i = 0; i < OscInbox::kMostDepth; ++i) {
+        deep = bundle(0, {deep});
+    }
+    inbox.add(deep, at(300));
+    inbox.add(bundle(0, {deep}), at(300));
+    EXPECT_EQ(take(), Calls{"/deep"});
+    EXPECT_EQ(std::exchange(faults, {}).size(), 1);
+    // There is an end to what waits.
+    const std::vector<Bytes> hundred(100, one("/later"));
+    for (std::size_t i = 0; i <= OscInbox::kMostMessages / 100; ++i) {
+        inbox.add(bundle(400, hundred), at(300));
+    }
+    EXPECT_EQ(faults.size(), 100);
+    inbox.advance(at(400));
+    EXPECT_EQ(take().size(), OscInbox::kMostMessages);
+}
+
+TEST(OscStream, FindsPacketsHoweverTheyArrive) {
+    const Bytes first = message("/adm/obj/11/gain", {1});
+    Bytes second = message("/b", {});
+    second.push_back(std::byte{0xC0});
+    second.push_back(std::byte{0xDB});
+    Bytes slip{std::byte{0xC0}};
+    for (const Bytes& packet : {first, second}) {
+        for (const std::byte byte : packet) {
+            if (byte == std::byte{0xC0} || byte == std::byte{0xDB}) {
+                slip.push_back(std::byte{0xDB});
+                slip.push_back(byte == std::byte{0xC0} ? std::byte{0xDC} : std::byte{0xDD});
+            } else {
+                slip.push_back(byte);
+            }
+        }
+        slip.insert(slip.end(), 2, std::byte{0xC0});
+    }
+    Bytes sizes = sized(first);
+    const Bytes more = sized(second);
+    sizes.insert(sizes.end(), more.begin(), more.end());
+    for (const Bytes& all : {sizes, slip}) {
+        for (std::size_t cut = 0; cut <= all.size(); ++cut) {
+            OscStream stream;
+            std::vector<Bytes> found;
+            for (const auto part : {std::span(all).first(cut), std::span(all).subspan(cut)}) {
+                stream.feed(part);
+                for (std::span<const std::byte> packet; stream.next(packet);) {
+                    found.emplace_back(packet.begin(), packet.end());
+                }
+            }
+            EXPECT_EQ(found, (std::vector<Bytes>{first, second})) << cut;
+            EXPECT_FALSE(stream.broken());
+        }
+    }
+    for (const Bytes& bad :
+         {Bytes(4), Bytes(4, std::byte{0x01}), sized({}), Bytes(80'000, std::byte{0xC1}),
+          Bytes{std::byte{0xC0}, std::byte{0xDB}, std::byte{1}}}) {
+        OscStream stream;
+        stream.feed(bad);
+        std::span<const std::byte> packet;
+        EXPECT_FALSE(stream.next(packet));
+        EXPECT_TRUE(stream.broken());
+    }
+}
+
+TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
+    OutputCapture told(STDERR_FILENO);
+    int applied = 0;
+    OscServer server(world, {}, [&](Orvel::CommandEvent&) { ++applied; });
+    ASSERT_TRUE(server.open());
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(server.port());
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::vector<int> sockets;
+    for (std::size_t i = 0; i < OscServer::kMostConnections + 2; ++i) {
+        sockets.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+        ::connect(sockets.back(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+        server.serve(1ms);
+    }
+    Bytes many;
+    const Bytes one = sized(message("/adm/obj/11/gain", {1}));
+    constexpr int kMessages = 20'000;
+    for (int i = 0; i < kMessages; ++i) {
+        many.insert(many.end(), one.begin(), one.end());
+    }
+    std::size_t sent = 0;
+    EXPECT_TRUE(until(
+        [&] { return applied == kMessages; },
+        [&] {
+            const ssize_t done =
+                ::send(sockets[1], many.data() + sent, many.size() - sent, MSG_NOSIGNAL);
+            sent += done > 0 ? static_cast<std::size_t>(done) : 0;
+            server.serve(1ms);
+        }));
+    const Bytes stranger(100, std::byte{'G'}); // "GET / HTTP/1.1" would be one
+    EXPECT_EQ(::send(sockets[0], stranger.data(), 100, MSG_NOSIGNAL), 100);
+    char byte = 0;
+    EXPECT_TRUE(
+        until([&] { return ::recv(sockets[0], &byte, 1, 0) == 0; }, [&] { server.serve(1ms); }));
+    const int datagrams = ::socket(AF_INET, SOCK_DGRAM, 0);
+    for (int i = 0; i < 100; ++i) {
+        ::sendto(datagrams, &byte, 1, 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    }
+    EXPECT_TRUE(until(
+        [&] { return server.summary() == "OSC: 20100 messages, 103 wrong"; },
+        [&] { server.serve(1ms); }))
+        << server.summary();
+    const std::string text = told.take();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), OscServer::kMostLines + 1) << text;
+    EXPECT_NE(text.find("turned away"), std::string::npos) << text;
+    EXPECT_NE(text.find("no packets of at most 64 KiB"), std::string::npos) << text;
+    for (const int socket : sockets) {
+        ::close(socket);
+    }
+    ::close(datagrams);
+}

@@ -1,0 +1,90 @@
+"""Recording a live session and playing it again, as a user does:
+capture_test.py TOOL COMPARE DOCS [unittest arguments]."""
+
+import os
+import re
+import signal
+import subprocess
+import sys
+import unittest
+import wave
+
+from remote_case import RemoteCase
+from tool_case import DEADLINE, LEFT, changed, left_samples
+
+COMPARE, DOCS = (os.path.abspath(path) for path in sys.argv[2:4])
+RIGHT = changed(LEFT, sources=[{**LEFT["sources"][0], "id": 2}], emitters=[
+    {**LEFT["emitters"][0], "id": 12, "source": 2, "position": [2, 0, 0]}])
+
+
+class Capture(RemoteCase):
+    def record(self, *arguments):
+        recorder = self.background("record.log", "record", "s.orvelrec", "--port", self.port,
+                                   *self.here, *arguments)
+        self.wait_for_text("record.log", "orvel: serving")
+        return recorder
+
+    def test_what_was_heard_is_rendered_and_nothing_is_replaced(self):
+        bank = self.scene(changed(LEFT, sources=[*LEFT["sources"], *RIGHT["sources"]]))
+        recorder = self.record("--scene", bank, "--render", "live.wav")
+        first = self.play("first.log", self.scene(changed(LEFT, duration=30), "first.json"))
+        self.wait_for_text("first.log", "is connected")
+        second = self.play("second.log", self.scene(RIGHT, "second.json"))
+        self.assertEqual(second.wait(DEADLINE), 0)
+        first.kill()  # what it has made goes when that is noticed
+        self.wait_for_text("record.log", "is gone", 2)
+        self.end(recorder, "record.log", signal.SIGINT)
+        self.assertRegex(self.read("record.log"), r"s\.orvelrec: \d\.\d\d s, \d\d events")
+        os.remove(self.path(bank))  # the capture has its own copy
+        for name in ("once.wav", "twice.wav"):
+            self.run_tool("render", "s.orvelrec", name)
+        self.assertEqual(left_samples(self.path("once.wav")), left_samples(self.path("twice.wav")))
+        compared = subprocess.run(
+            [sys.executable, COMPARE, self.path("live.wav"), self.path("once.wav")],
+            capture_output=True, text=True, timeout=DEADLINE, check=False)
+        self.assertEqual(compared.returncode, 0, compared.stdout + compared.stderr)
+        before = os.stat(self.path("s.orvelrec")).st_size
+        for code, word, arguments in [
+                (1, "exists already", ["record", "s.orvelrec", *self.here]),
+                (2, "is a capture", ["render", "s.orvelrec", "o.wav", "--plot", "o.svg"]),
+                (1, "cannot be read|No such", ["record", "no/s.orvelrec", *self.here])]:
+            self.assertRegex(self.run_tool(*arguments, code=code)[1], word)
+        self.assertEqual(os.stat(self.path("s.orvelrec")).st_size, before)
+
+    def test_a_recorder_that_is_killed_leaves_what_it_had(self):
+        with wave.open(self.path("bell.wav"), "wb") as file:
+            file.setparams((1, 2, 8000, 0, "NONE", ""))
+            file.writeframes(bytes(1600))
+        bank = self.scene(changed(LEFT, sources=[
+            *LEFT["sources"], {"id": 2, "file": "bell.wav"}]), "bank.json")
+        recorder = self.record("--scene", bank)
+        player = self.play("play.log", self.scene(changed(LEFT, duration=0.5)))
+        self.assertEqual(player.wait(DEADLINE), 0)
+        self.wait_for_text("record.log", "is gone")
+        recorder.kill()
+        recorder.wait()
+        os.remove(self.path("bell.wav"))
+        err = self.run_tool("play", "s.orvelrec", "--backend", "silent", code=1)[1]
+        self.assertRegex(err, r"bank\.json:\d+: sources\[1\]\.file: .*bell\.wav.*does not exist")
+        self.assertEqual(err.count("is cut"), 1)
+        self.run_tool("render", "s.orvelrec", "o.wav", code=1)
+        self.assertTrue(any(left_samples(self.path("o.wav"))))
+
+    def test_the_commands_of_the_documentation_work(self):
+        self.scene(LEFT)
+        with open(os.path.join(DOCS, "capture.md"), encoding="utf-8") as page:
+            block = re.search(r"```sh\n(.*?)```", page.read(), re.S)[1]
+        commands = [line.split()[1:] for line in block.splitlines()]
+        self.assertEqual([command[0] for command in commands],
+                         ["record", "play", "render", "play"])
+        recorder = self.background("record.log", *commands[0], "--port", self.port)
+        self.wait_for_text("record.log", "orvel: serving")
+        self.run_tool(*[word.replace("client", "client:port=" + self.port)
+                        for word in commands[1]])
+        self.assertEqual(recorder.wait(DEADLINE), 0)
+        for command in commands[2:]:
+            self.assertEqual(self.run_tool(*command)[1], "")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[4:]])

@@ -1,0 +1,77 @@
+"""The doctor of the tool, on the loopback interface: doctor_test.py TOOL DOCS [unittest arguments]."""
+
+import json
+import os
+import re
+import socket
+import sys
+import unittest
+
+from remote_case import RemoteCase
+from tool_case import free_port
+
+DOCS = os.path.abspath(sys.argv[2])
+NULL = {"ALSOFT_DRIVERS": "null"}
+
+
+class Doctor(RemoteCase):
+    def examine(self, *arguments, code=0, env=None):
+        out = self.run_tool("doctor", "--json", "--port", self.port, *self.here, *arguments,
+                            code=code, env={**NULL, **(env or {})})[0]
+        found = json.loads(out)
+        self.assertEqual(found["verdict"] == "problem", code == 1)
+        for check in found["checks"]:
+            # Who is told of something bad is told what to do.
+            self.assertTrue(check["verdict"] == "ok" or check["advice"], check)
+        return {check["check"]: check for check in found["checks"]}
+
+    def test_a_sound_network_and_its_server_are_measured(self):
+        tcp = free_port(socket.SOCK_STREAM)
+        server = self.serve("serve.log", "--backend", "silent", "--id", "7", "--tcp-port", tcp)
+        found = self.examine()
+        self.assertEqual(found["multicast lo"]["verdict"], "ok")
+        self.assertLess(found["multicast lo"]["values"]["roundTripMs"], 500)
+        there = found[f"server 127.0.0.1:{tcp}"]
+        self.assertEqual((there["verdict"], there["values"]["id"]), ("ok", 7))
+        self.assertLess(there["values"]["connectMs"], 500)
+        self.assertIn("in use by servers", found["port " + self.port]["text"])
+        self.assertEqual(found["sound timing"]["values"]["rateHz"], 44100)
+        self.assertGreater(found["sounds at once"]["values"]["sources"], 100)
+        self.assertRegex(found["file formats"]["text"], r"\bflac\b.*\bwav\b")
+        # A device that goes nowhere is named as such.
+        self.assertEqual(found["sound output"]["verdict"], "warning")
+        self.end(server, "serve.log")
+        self.assertEqual(self.read("serve.log").count("\n"), 1)  # it has not noticed
+
+    def test_what_is_wrong_is_a_problem(self):
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as stranger, \
+                socket.socket(socket.AF_INET, socket.SOCK_STREAM) as other:
+            stranger.bind(("0.0.0.0", int(self.port)))
+            other.bind(("127.0.0.1", 0))
+            other.listen()
+            taken = str(other.getsockname()[1])
+            found = self.examine("--check-port", taken, code=1)
+            for check in ("port " + self.port, "port " + taken, "multicast lo"):
+                self.assertEqual(found[check]["verdict"], "problem", found[check])
+            self.assertIn("TCP: Address already in use", found["port " + taken]["text"])
+        found = self.examine(code=1, env={"ALSOFT_DRIVERS": "none-of-them"})
+        self.assertEqual(found["sound output"]["text"], "no sound device opens")
+        self.assertEqual(found["servers"]["verdict"], "ok")
+        found = json.loads(self.run_tool("doctor", "--json", "--interface", "192.0.2.1",
+                                         "--port", self.port, code=1, env=NULL)[0])
+        self.assertIn("no interface", json.dumps(found))
+
+    def test_the_documentation_names_each_check_and_value(self):
+        with open(os.path.join(DOCS, "doctor.md"), encoding="utf-8") as file:
+            page = file.read()
+        command = re.search(r"^orvel (doctor --interface.*)$", page, re.M)[1].split()
+        for check in json.loads(self.run_tool(*command, "--port", self.port, env=NULL)[0])["checks"]:
+            name = re.sub(r" (\d+|lo)$|s$" if check["check"] == "servers" else r" (\d+|lo)$", "",
+                          check["check"])
+            self.assertIn(f"\n| {name} |", page)
+            for value in check["values"]:
+                self.assertIn(f"`{value}`", page)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])

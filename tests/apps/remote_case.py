@@ -1,0 +1,28 @@
+"""What the tests of servers and players that meet on the loopback interface share."""
+
+import signal
+import time
+
+from tool_case import DEADLINE, ToolCase, free_port
+
+
+class RemoteCase(ToolCase):
+    def setUp(self):
+        super().setUp()
+        self.port = free_port()
+        self.here = ["--interface", "127.0.0.1"]
+
+    def serve(self, log, *arguments, env=None):
+        server = self.background(log, "serve", "--port", self.port, *self.here, *arguments, env=env)
+        self.wait_for_text(log, "orvel: serving")
+        return server
+
+    def play(self, log, scene, *arguments):
+        return self.background(log, "play", scene, "--backend", "client:port=" + self.port,
+                               *self.here, *arguments)
+
+    def end(self, process, log, number=signal.SIGTERM):
+        begin = time.monotonic()
+        process.send_signal(number)
+        self.assertEqual(process.wait(DEADLINE), 0, self.read(log))
+        self.assertLess(time.monotonic() - begin, 3)
