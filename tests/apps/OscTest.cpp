@@ -207,8 +207,10 @@ TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
     const float much = std::numeric_limits<float>::infinity();
     const std::string before = describe(world);
     for (const auto& [bytes, expected] : std::vector<std::pair<Bytes, std::string>>{
-             {message("/adm/obj/11/gain", {none}), "/adm/obj/11/gain: expected numbers, found one"},
-             {message("/adm/obj/11/xyz", {0, 0, much}), "infinite"},
+             {message("/adm/obj/11/gain", {none}), "/adm/obj/11/gain: expected numbers from -1e9"},
+             {message("/adm/obj/11/xyz", {0, 0, much}), "from -1e9 to 1e9"},
+             // Finite, but its angle would not be.
+             {message("/adm/obj/11/azim", {-2.9e38F}), "from -1e9 to 1e9"},
              {message("/adm/obj/11/gain", {-1}), "gain of at least 0"},
              {message("/adm/obj/11/dist", {-1}), "distance of at least 0"},
              {message("/adm/obj/11/xyz", {1, 1}), "expected 3 numbers, found 2"},

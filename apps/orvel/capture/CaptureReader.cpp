@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
 #include <utility>
@@ -25,6 +25,10 @@ constexpr std::size_t kMostBodyBytes = Corvid::Event::kMaxFrameBytes + 2 * kMost
 } // namespace
 
 bool CaptureReader::isCapture(const std::string& path) {
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(path, ignored)) {
+        return false; // what comes through a pipe would be gone
+    }
     const File file(std::fopen(path.c_str(), "rbe"));
     std::string beginning(kMagic.size(), '\0');
     return file != nullptr &&
@@ -107,7 +111,9 @@ void CaptureReader::rewind() {
 
 std::span<const std::byte> CaptureReader::peek(std::size_t count) {
     if (end_ - begin_ < count) {
-        std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+        std::copy(
+            buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
+            buffer_.begin() + static_cast<std::ptrdiff_t>(end_), buffer_.begin());
         end_ -= begin_;
         begin_ = 0;
         buffer_.resize(std::max({buffer_.size(), kBlock, count}));

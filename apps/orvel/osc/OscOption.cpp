@@ -4,7 +4,6 @@
 
 #include <Corvid/InetAddress.h>
 
-#include <cmath>
 #include <utility>
 
 namespace OrvelTool {
@@ -34,9 +33,9 @@ std::string checkPlace(const std::string& text) {
 
 std::string checkScale(const std::string& text) {
     float scale = 0.0F;
-    return CLI::detail::lexical_cast(text, scale) && std::isfinite(scale) && scale > 0.0F
+    return CLI::detail::lexical_cast(text, scale) && scale >= 1e-6F && scale <= 1e6F
                ? ""
-               : "expected a number above 0, found \"" + text + "\"";
+               : "expected a number from 1e-6 to 1e6, found \"" + text + "\"";
 }
 
 } // namespace

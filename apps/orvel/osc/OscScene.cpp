@@ -13,7 +13,6 @@
 #include <charconv>
 #include <cmath>
 #include <iterator>
-#include <limits>
 #include <lo/lo.h>
 #include <memory>
 #include <numbers>
@@ -26,6 +25,8 @@ namespace {
 
 constexpr std::string_view kAll = "*"; // in place of an id
 constexpr std::size_t kMostArguments = 64;
+/// Of either sign: beyond, what is made of a number may be infinite.
+constexpr double kMostNumber = 1e9;
 constexpr float kNear = 1e-4F;
 
 struct FreeMessage {
@@ -193,8 +194,8 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
             message.numbers.push_back(type == LO_TRUE ? 1.0F : 0.0F);
         } else if (lo_is_numerical_type(type) != 0) {
             const auto number = static_cast<double>(lo_hires_val(type, arguments[i]));
-            if (!(std::abs(number) <= static_cast<double>(std::numeric_limits<float>::max()))) {
-                return begin + "expected numbers, found one that is none, or infinite";
+            if (!(std::abs(number) <= kMostNumber)) {
+                return begin + "expected numbers from -1e9 to 1e9, found another, or none";
             }
             message.numbers.push_back(static_cast<float>(number));
         } else if (type == LO_STRING || type == LO_SYMBOL) {

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <system_error>
@@ -19,8 +20,9 @@ namespace {
 constexpr int kDatagramBytes = 4 << 20; // that the system keeps while we are busy
 constexpr int kDatagramsInARow = 256;   // before connections get their turn
 constexpr std::chrono::milliseconds kLongestFinish{100};
-constexpr int kAttempts = 20; // to find a port that is free for both
-constexpr int kLinger = 16;   // connections that wait to be accepted
+constexpr int kAttempts = 20;    // to find a port that is free for both
+constexpr int kIdleSeconds = 30; // before a silent peer is asked whether it is there
+constexpr int kLinger = 16;      // connections that wait to be accepted
 
 std::string nameOf(const sockaddr_in& address) {
     char text[INET_ADDRSTRLEN] = "";
@@ -143,6 +145,10 @@ void OscServer::accept() {
             close(socket);
             continue;
         }
+        // So that a peer that is gone without a word does not keep its place.
+        const int on = 1;
+        setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+        setsockopt(socket, IPPROTO_TCP, TCP_KEEPIDLE, &kIdleSeconds, sizeof kIdleSeconds);
         Connection& connection = connections_.emplace_back();
         connection.socket = socket;
         connection.peer = nameOf(address);
