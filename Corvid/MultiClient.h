@@ -31,8 +31,9 @@ public:
         InetAddress address; ///< of the latest answer
         std::uint16_t port = 0;
         double roundTripSeconds =
-            -1.0;              ///< of the latest answer; negative if it only announced itself
-        InetAddress interface; ///< where it was heard
+            -1.0;                  ///< of the latest answer; negative if it only announced itself
+        InetAddress interface;     ///< where it was heard
+        double clockSeconds = 0.0; ///< how long it had been open when it said so, by its own clock
         bool connected = false;
     };
     /// An interface that was searched.

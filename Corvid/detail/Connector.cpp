@@ -137,7 +137,7 @@ void Connector::search() {
     }
     const Greeting self = hub_.greeting();
     discovery_.send(
-        {self.version, DiscoveryDatagram::Kind::Query, self.instance, self.id, 0, nonce_});
+        {self.version, DiscoveryDatagram::Kind::Query, self.instance, self.id, 0, nonce_, 0});
     for (const auto& [target, named] : named_) {
         tryNamed(target);
     }
@@ -178,6 +178,7 @@ void Connector::heard(
     server.address = address;
     server.port = datagram.port;
     server.interface = link.address;
+    server.clockSeconds = static_cast<double>(datagram.clock) * 1e-6;
     if (datagram.kind == Kind::Answer && latest) {
         server.roundTripSeconds = std::chrono::duration<double>(found.heard - searched_).count();
     }

@@ -144,7 +144,16 @@ void Listener::waitToRefresh() {
 
 DiscoveryDatagram Listener::datagram(DiscoveryDatagram::Kind kind, std::uint32_t nonce) const {
     const Greeting self = hub_.greeting();
-    return {self.version, kind, self.instance, self.id, port_, nonce};
+    const auto clock = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - begin_);
+    return {
+        self.version,
+        kind,
+        self.instance,
+        self.id,
+        port_,
+        nonce,
+        static_cast<std::uint64_t>(clock.count())};
 }
 
 void Listener::answer(

@@ -8,6 +8,7 @@
 #include <boost/asio/steady_timer.hpp>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -46,6 +47,7 @@ private:
     boost::asio::steady_timer acceptTimer_;
     Discovery discovery_;
     std::atomic<std::uint16_t> port_ = 0;
+    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     bool announce_ = false;
     bool toldFull_ = false;
 };

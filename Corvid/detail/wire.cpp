@@ -88,7 +88,8 @@ std::array<std::byte, DiscoveryDatagram::kSize> DiscoveryDatagram::encode() cons
         .put(instance)
         .put(id)
         .put(port)
-        .put(nonce);
+        .put(nonce)
+        .put(clock);
     return bytes;
 }
 
@@ -104,7 +105,8 @@ std::optional<DiscoveryDatagram> DiscoveryDatagram::decode(std::span<const std::
         .get(datagram.instance)
         .get(datagram.id)
         .get(datagram.port)
-        .get(datagram.nonce);
+        .get(datagram.nonce)
+        .get(datagram.clock);
     datagram.kind = static_cast<Kind>(kind);
     const bool known = kind >= static_cast<std::uint16_t>(Kind::Query) &&
                        kind <= static_cast<std::uint16_t>(Kind::Announce);

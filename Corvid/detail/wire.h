@@ -32,7 +32,7 @@ struct Greeting {
 /// protocol version (16 bits), kind (16 bits), instance (64 bits), id (16 bits), TCP port
 /// (16 bits), nonce (32 bits).
 struct DiscoveryDatagram {
-    static constexpr std::size_t kSize = 28;
+    static constexpr std::size_t kSize = 36;
     enum class Kind : std::uint16_t {
         Query = 1,   ///< a client looks for servers; the port is 0
         Answer = 2,  ///< a server's answer, with the nonce of the query
@@ -45,6 +45,7 @@ struct DiscoveryDatagram {
     std::int16_t id = 0;
     std::uint16_t port = 0;
     std::uint32_t nonce = 0;
+    std::uint64_t clock = 0; ///< of a server: microseconds since it opened; 0 in a query
 
     [[nodiscard]] std::array<std::byte, kSize> encode() const;
     /// Nothing if that is no such datagram. The version may be any.

@@ -126,14 +126,14 @@ TEST_F(Net, IgnoresDatagramsThatMakeNoSense) {
     sockaddr_in group = loopback(port_);
     ::setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_IF, &group.sin_addr, sizeof group.sin_addr);
     group.sin_addr.s_addr = ::inet_addr(Corvid::Multicast::kDefaultAddress);
-    const std::string rest(18, '\x01'); // instance, id, port, nonce
+    const std::string rest(26, '\x01'); // instance, id, port, nonce, clock, and two more
     const std::vector<std::string> datagrams = {
         "",
         "ORVELFND",
-        std::string(28, 'x'),
-        "ORVELFND" + std::string("\x02\x00\x04\x00", 4) + rest.substr(0, 16),    // no such kind
-        "ORVELFND" + std::string("\x02\x00\x02\x00", 4) + rest.substr(0, 16),    // not asked for
-        "ORVELFND" + std::string("\x02\x00\x03\x00", 4) + std::string(16, '\0'), // port 0
+        std::string(36, 'x'),
+        "ORVELFND" + std::string("\x02\x00\x04\x00", 4) + rest.substr(0, 24),    // no such kind
+        "ORVELFND" + std::string("\x02\x00\x02\x00", 4) + rest.substr(0, 24),    // not asked for
+        "ORVELFND" + std::string("\x02\x00\x03\x00", 4) + std::string(24, '\0'), // port 0
         "ORVELFND" + std::string("\x02\x00\x03\x00", 4) + rest,                  // too long
         std::string(60000, 'O')};
     for (const std::string& datagram : datagrams) {

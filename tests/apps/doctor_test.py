@@ -30,10 +30,11 @@ class Doctor(RemoteCase):
         server = self.serve("serve.log", "--backend", "silent", "--id", "7", "--tcp-port", tcp)
         found = self.examine()
         self.assertEqual(found["multicast lo"]["verdict"], "ok")
-        self.assertLess(found["multicast lo"]["values"]["roundTripMs"], 500)
+        self.assertGreater(found["multicast lo"]["values"]["roundTripMs"], 0)
         there = found[f"server 127.0.0.1:{tcp}"]
         self.assertEqual((there["verdict"], there["values"]["id"]), ("ok", 7))
-        self.assertLess(there["values"]["connectMs"], 500)
+        for value in ("clockSeconds", "roundTripMs", "connectMs"):
+            self.assertGreater(there["values"][value], 0)
         self.assertIn("in use by servers", found["port " + self.port]["text"])
         self.assertEqual(found["sound timing"]["values"]["rateHz"], 44100)
         self.assertGreater(found["sounds at once"]["values"]["sources"], 100)

@@ -106,6 +106,7 @@ void ServersCommand::writeJson(const Servers& servers, const Corvid::MultiClient
         entry["roundTripMs"] = server.roundTripSeconds >= 0.0
                                    ? Json(milliseconds(server.roundTripSeconds))
                                    : Json(nullptr);
+        entry["clockSeconds"] = server.clockSeconds;
         entry["interface"] = server.interface.text();
         json["servers"].push_back(std::move(entry));
     }

@@ -8,6 +8,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -85,6 +86,16 @@ std::string reason() {
 std::string milliseconds(double seconds) {
     char text[32];
     std::snprintf(text, sizeof text, "%.2f ms", seconds * 1e3);
+    return text;
+}
+
+/// As hours, minutes and seconds.
+std::string clockText(double seconds) {
+    const double whole = std::floor(seconds / 60.0);
+    char text[48];
+    std::snprintf(
+        text, sizeof text, "%.0f:%02.0f:%06.3f", std::floor(whole / 60.0), std::fmod(whole, 60.0),
+        seconds - whole * 60.0);
     return text;
 }
 
@@ -254,7 +265,8 @@ Findings checkServers(const NetworkOptions& options) {
         Finding& finding = findings.emplace_back();
         finding.check = "server " + server.address.text() + ":" + std::to_string(server.port);
         finding.text = "id " + std::to_string(server.id);
-        finding.values = {{"id", server.id}};
+        finding.text += ", its clock at " + clockText(server.clockSeconds);
+        finding.values = {{"id", server.id}, {"clockSeconds", server.clockSeconds}};
         if (server.roundTripSeconds >= 0.0) {
             finding.text += ", answers in " + milliseconds(server.roundTripSeconds);
             finding.values.emplace_back("roundTripMs", server.roundTripSeconds * 1e3);
