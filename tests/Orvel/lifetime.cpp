@@ -13,7 +13,7 @@
 namespace {
 
 const char* library;
-void* loaded; // static, so that leak checkers find what is alive at the end
+void* loaded;
 void* world;
 void* server;
 
