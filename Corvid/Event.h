@@ -31,6 +31,7 @@ public:
     Event() = default;
     // Copies take the header field; an encoding or decoding under way stays with its own event.
     Event(const Event& other) noexcept : protocolTag(other.protocolTag) {}
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): the pointers stay, so it does no harm
     Event& operator=(const Event& other) noexcept {
         protocolTag = other.protocolTag;
         return *this;

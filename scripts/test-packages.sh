@@ -2,13 +2,12 @@
 # Tests the Debian packages as their users meet them: builds them from the source tarball, without
 # git, has lintian look at them, installs them in a clean Debian 12 without anything else, builds
 # other projects against them, runs the tool, and removes them again. Needs root, debootstrap and
-# Debian's mirror: test-packages.sh [FOLDER], where FOLDER (build/test-packages) keeps the clean
-# system for the next time.
+# Debian's mirror, for which ORVEL_DEBIAN_MIRROR may name another: test-packages.sh [FOLDER], where
+# FOLDER (build/test-packages) keeps the clean system for the next time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source_tree=$PWD
 work=$(realpath -m "${1:-build/test-packages}")
-mirror=${ORVEL_DEBIAN_MIRROR:-http://deb.debian.org/debian}
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "test-packages: a system of its own can only be made by root; run it with sudo" >&2
@@ -53,7 +52,8 @@ echo "== a clean system"
 root=$work/root
 if [ ! -e "$work/base/ready" ]; then
     rm -rf "$work/base"
-    debootstrap --variant=minbase bookworm "$work/base" "$mirror" >"$work/debootstrap.log" ||
+    debootstrap --variant=minbase bookworm "$work/base" ${ORVEL_DEBIAN_MIRROR:+"$ORVEL_DEBIAN_MIRROR"} \
+        >"$work/debootstrap.log" ||
         { tail -n 5 "$work/debootstrap.log"; exit 1; }
     printf '#!/bin/sh\nexit 101\n' >"$work/base/usr/sbin/policy-rc.d" # services do not start here
     chmod 755 "$work/base/usr/sbin/policy-rc.d"

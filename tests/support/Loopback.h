@@ -40,7 +40,7 @@ inline unsigned short testPort() {
 /// Calls `step` until `done` gives true; false if that takes more than ten seconds.
 template <class Done, class Step>
 bool until(Done done, Step step) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!done()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
