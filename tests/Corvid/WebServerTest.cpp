@@ -77,11 +77,6 @@ protected:
             return true;
         });
     }
-    void limit(const std::function<void(PolledWebServer::Limits&)>& change) {
-        auto limits = server.limits();
-        change(limits);
-        server.setLimits(limits);
-    }
     RawHttp client() {
         return RawHttp(server.port(), [this] { server.update(); });
     }
@@ -195,10 +190,7 @@ TEST_F(WebServer, ReadsRequestsThatArriveInAnyPieces) {
 }
 
 TEST_F(WebServer, EndsWhatReachesALimit) {
-    limit([](auto& limits) {
-        limits.patience = 100ms;
-        limits.requestsPerConnection = 3;
-    });
+    server.setLimits({.patience = 100ms, .requestsPerConnection = 3});
     RawHttp silent = client();
     RawHttp slow = client();
     RawHttp idle = client();
@@ -225,7 +217,7 @@ TEST_F(WebServer, EndsWhatReachesALimit) {
 }
 
 TEST_F(WebServer, GivesANewClientThePlaceOfTheOneThatWaitedLongest) {
-    limit([](auto& limits) { limits.connections = 3; });
+    server.setLimits({.patience = 1h, .connections = 3}); // nobody goes for being slow
     RawHttp oldest = client();
     ASSERT_TRUE(updateUntil([&] { return server.counters().connections == 1; }));
     RawHttp busy = client();
@@ -276,7 +268,7 @@ TEST_F(WebServer, MakesABigPagePieceByPieceAsTheClientTakesIt) {
 }
 
 TEST_F(WebServer, OutlivesPagesThatFail) {
-    limit([](auto& limits) { limits.replyBytes = 100'000; });
+    server.setLimits({.replyBytes = 100'000});
     add("/throws", [](const auto&, auto&) -> bool { throw std::runtime_error("no <luck>"); });
     add("/false", [](const auto&, auto&) { return false; });
     server.addPage("/huge", Corvid::WebPageStatic("text/plain", std::string(100'001, 'x')));
