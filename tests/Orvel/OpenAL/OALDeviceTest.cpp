@@ -26,15 +26,11 @@ TEST(OALDevice, TheWaveDriverWritesWhatIsHeardAndTheDestructorCompletesTheFile) 
     OutputCapture errors{STDERR_FILENO};
     TidyWorld world;
     world.addBackend("default", nullptr);
-    Emitter* emitter = play(world, {-1, 0, 0}, tone(20.0, 500, 500));
+    play(world, {-1, 0, 0}, tone(20.0, 500, 500));
     const auto written = [&path] { return std::filesystem::file_size(path); };
     // The file lags behind by at most 2000 frames of 8 bytes; 13230 frames are 0.3 s.
     const std::size_t placed = written();
     ASSERT_TRUE(until([&] { return written() > placed + 8 * 13230; }, [] {}));
-    const Vec3f right{1, 0, 0};
-    emitter->setTransform(&right, nullptr);
-    const std::size_t moved = written();
-    ASSERT_TRUE(until([&] { return written() > moved + 8 * 13230; }, [] {}));
     world.deleteAllBackends();
 
     std::ifstream file(path, std::ios::binary);
@@ -44,15 +40,11 @@ TEST(OALDevice, TheWaveDriverWritesWhatIsHeardAndTheDestructorCompletesTheFile) 
     EXPECT_EQ(size, bytes.size() - 8) << "the file was not closed";
     const std::size_t header = bytes.find("data") + 8;
     ASSERT_LT(header, 200U);
-    const auto after = [&](std::size_t time) {
-        Stereo sound(2 * 4410);
-        const std::size_t frame = (time - header) / 8 + 6000;
-        std::memcpy(sound.data(), bytes.data() + header + 8 * frame, 8 * 4410);
-        return sound;
-    };
-    EXPECT_GT(level(after(placed), 0), level(after(placed), 1) + 20.0);
-    EXPECT_NEAR(level(after(placed), 0), -9.03, 0.2);
-    EXPECT_GT(level(after(moved), 1), level(after(moved), 0) + 20.0);
+    Stereo sound(2 * 4410);
+    const std::size_t frame = (placed - header) / 8 + 6000;
+    std::memcpy(sound.data(), bytes.data() + header + 8 * frame, 8 * 4410);
+    EXPECT_GT(level(sound, 0), level(sound, 1) + 20.0);
+    EXPECT_NEAR(level(sound, 0), -9.03, 0.2);
     EXPECT_EQ(log.take(), Calls());
     EXPECT_EQ(errors.take(), "Source::setData call\n");
 }
