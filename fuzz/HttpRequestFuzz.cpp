@@ -1,6 +1,7 @@
 // Any bytes as what a browser sends: in pieces, whose size the first byte says, and at once. Both
 // ways must give the same requests; what is answered must begin as an answer does, keep markup that
 // the client chose out of the pages, and come to an end.
+#include <Corvid/WebPageObject.h>
 #include <Corvid/WebPageRedirection.h>
 #include <Corvid/WebPageStatic.h>
 #include <Corvid/detail/HttpSession.h>
@@ -22,32 +23,19 @@ void require(bool condition) {
     }
 }
 
-class LogPage : public WebPage {
-public:
-    explicit LogPage(WebSite& site) : site_(&site) {}
-    bool create(WebClient*, const ProtocolHTTP::Request&, ProtocolHTTP::Reply& reply) override {
-        site_->createLogPage(reply);
-        return true;
+/// What makes the pages.
+struct Maker {
+    void log(const ProtocolHTTP::Request& /*request*/, ProtocolHTTP::Reply& reply) {
+        site.createLogPage(reply);
     }
-    WebPage* clone() const override { return new LogPage(*this); }
-    std::string methods() const override { return "GET, HEAD, POST"; }
-
-private:
-    WebSite* site_;
-};
-
-class PiecesPage : public WebPage {
-public:
-    bool
-    create(WebClient*, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) override {
+    void pieces(const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) {
         const std::string* count = request.parameter("n");
         reply.setBody([left = count == nullptr ? 0U : count->size()](std::string& more) mutable {
             more = std::string(left, '.');
             return left-- > 0;
         });
-        return true;
     }
-    WebPage* clone() const override { return new PiecesPage(*this); }
+    WebSite& site;
 };
 
 /// The requests that bytes hold, fed in pieces. When a malformed one is refused may depend on the
@@ -85,8 +73,9 @@ void talk(std::string_view bytes, std::size_t step) {
     site.name = "fuzz";
     site.setLogSize(8);
     site.addPage("/", WebPageRedirection("/log"));
-    site.addPage("/log", LogPage(site));
-    site.addPage("/pieces", PiecesPage());
+    Maker maker{site};
+    site.addPage("/log", WebPageObject<Maker>(maker, &Maker::log));
+    site.addPage("/pieces", WebPageObject<Maker>(maker, &Maker::pieces));
     site.addPage("/Style.css", WebPageStatic("text/css", "a"));
     HttpSession::Clock::time_point now;
     HttpSession session(site, WebClient(InetAddress::fromBits(0x7F000001), 1), now);

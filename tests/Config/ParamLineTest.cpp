@@ -26,7 +26,8 @@ TEST(ParamLine, ReadsNamedValues) {
     };
     for (const auto& row : rows) {
         ParamLine line;
-        line.setParam("gone", "with the new line");
+        line.setParam("gone", nullptr);
+        EXPECT_STREQ(line.getParam("gone", "default"), "");
         ASSERT_NO_THROW(line.setParamLine(row.text)) << row.text;
         EXPECT_EQ(line.getParam("gone", nullptr), nullptr);
         for (const auto& [name, value] : row.params) {
@@ -36,10 +37,7 @@ TEST(ParamLine, ReadsNamedValues) {
 }
 
 TEST(ParamLine, NamesTheColumnOfAFault) {
-    const struct {
-        const char* text;
-        std::string message;
-    } rows[] = {
+    const std::pair<const char*, std::string> rows[] = {
         {"=1", "column 1: expected a parameter name, found \"=\""},
         {"good=1 2=3", "column 8: expected a parameter name, found \"2\""},
         {"good=1 a", "column 9: expected \"=\" after \"a\", found the end of the text"},
@@ -49,28 +47,19 @@ TEST(ParamLine, NamesTheColumnOfAFault) {
         {"good=1 a=\\",
          "column 10: expected a character after the backslash, found the end of the text"},
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, message] : rows) {
         ParamLine line;
         try {
-            line.setParamLine(row.text);
-            ADD_FAILURE() << "no exception for " << row.text;
+            line.setParamLine(text);
+            ADD_FAILURE() << "no exception for " << text;
         } catch (const ParamLine::Exception& fault) {
-            EXPECT_EQ(fault.what(), row.message);
-            EXPECT_EQ(row.message.find("column " + std::to_string(fault.column()) + ':'), 0U);
+            EXPECT_EQ(fault.what(), message);
+            EXPECT_EQ(message.find("column " + std::to_string(fault.column()) + ':'), 0U);
         }
         // What stands before the fault is kept; the faulty parameter is not there by halves.
-        EXPECT_STREQ(line.getParam("good", nullptr), row.text[0] == 'g' ? "1" : nullptr);
-        EXPECT_EQ(line.getParam("a", nullptr), nullptr) << row.text;
+        EXPECT_STREQ(line.getParam("good", nullptr), text[0] == 'g' ? "1" : nullptr);
+        EXPECT_EQ(line.getParam("a", nullptr), nullptr) << text;
     }
-}
-
-TEST(ParamLine, TakesNewValuesAndNamesAsTheyAre) {
-    ParamLine line;
-    line.setParam("any name =", "2 3\"");
-    line.setParam("b", nullptr);
-    EXPECT_STREQ(line.getParam("any name =", nullptr), "2 3\"");
-    EXPECT_STREQ(line.getParam("b", "default"), "");
-    EXPECT_STREQ(line.getParam("c", "default"), "default");
 }
 
 TEST(Base, ReadsYesAndNo) {

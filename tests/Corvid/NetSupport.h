@@ -1,22 +1,19 @@
 #pragma once
 
+#include "support/Loopback.h"
+
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <span>
 #include <string>
 #include <sys/socket.h>
-#include <sys/time.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -85,40 +82,14 @@ using Server = Noting<Corvid::MultiServer>;
 /// Polls all until the condition holds; false after a deadline that only a fault reaches.
 template <class... Peers>
 bool until(const std::function<bool()>& condition, Peers&... peers) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        (peers.poll(), ...);
-        std::this_thread::yield();
-    }
-    return true;
-}
-
-inline sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-inline std::uint16_t freePort(int kind) {
-    const int descriptor = ::socket(AF_INET, kind, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    ::bind(descriptor, reinterpret_cast<sockaddr*>(&address), size);
-    ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-    ::close(descriptor);
-    return ntohs(address.sin_port);
+    return Orvel::Test::until(condition, [&] { (peers.poll(), ...); });
 }
 
 /// A peer that does what it likes.
 class RawSocket {
 public:
     explicit RawSocket(std::uint16_t port) : descriptor_(::socket(AF_INET, SOCK_STREAM, 0)) {
-        const sockaddr_in address = loopback(port);
+        const sockaddr_in address = Orvel::Test::loopback(port);
         const int small = 4096; // so that few bytes fill it
         ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         EXPECT_EQ(

@@ -12,6 +12,8 @@
 namespace {
 
 using Corvid::Communicator;
+using Orvel::Test::freePort;
+using Orvel::Test::loopback;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
@@ -19,9 +21,6 @@ constexpr double kNever = 3600.0; // the search interval of tests in which no la
 
 class Net : public testing::Test {
 protected:
-    Net() {
-        Corvid::Multicast::setDefaultInterfaces({Corvid::InetAddress::getByAddress("127.0.0.1")});
-    }
     std::unique_ptr<Client> newClient(double interval = kNever) {
         auto client = std::make_unique<Client>();
         client->multicast().setPort(port_);
@@ -43,28 +42,17 @@ protected:
             [&] { return client_->connections() == 1 && server_->connections() == 1; }, *server_,
             *client_));
     }
+    /// Connects a peer that reads nothing.
+    std::unique_ptr<RawSocket> connectLazy() {
+        auto lazy = std::make_unique<RawSocket>(server_->port());
+        lazy->send(greeting());
+        EXPECT_TRUE(until([&] { return server_->connections() == 2; }, *server_, *client_));
+        return lazy;
+    }
     const std::uint16_t port_ = freePort(SOCK_DGRAM);
     std::unique_ptr<Server> server_;
     std::unique_ptr<Client> client_;
 };
-
-TEST_F(Net, FindsServersInBothOrdersAndAfterARestart) {
-    const auto first = newServer();
-    first->setId(7);
-    const auto client = newClient();
-    ASSERT_TRUE(until([&] { return client->connections() == 1; }, *first, *client));
-    EXPECT_EQ(client->counters().connections[0].peerId, 7);
-
-    auto second = newServer();
-    ASSERT_TRUE(until([&] { return client->connections() == 2; }, *first, *second, *client));
-    second = nullptr;
-    ASSERT_TRUE(until([&] { return client->lost == 1; }, *first, *client));
-    second = newServer();
-    ASSERT_TRUE(until([&] { return client->connections() == 2; }, *first, *second, *client));
-    const auto drops = client->counters().lastDrops;
-    ASSERT_EQ(drops.size(), 1U);
-    EXPECT_EQ(drops[0].reason, "the peer closed the connection");
-}
 
 TEST_F(Net, ConnectsOnceHoweverOftenAServerIsSeen) {
     const auto server = newServer();
@@ -94,6 +82,7 @@ TEST_F(Net, ReachesANamedServerAsSoonAsItIsThere) {
     client->removeServer("localhost", port);
     server = nullptr;
     ASSERT_TRUE(until([&] { return client->lost == 1; }, *client));
+    EXPECT_EQ(client->counters().lastDrops.at(0).reason, "the peer closed the connection");
     server = newServer(port, false);
     const auto other = newClient(0.05);
     other->connectToServer("127.0.0.1", port);
@@ -290,9 +279,7 @@ TEST_F(Net, DropsAPeerThatDoesNotReadAndNoOther) {
     constexpr std::size_t kLimit = 4U << 20U;
     connect();
     server_->setLagLimit(kLimit);
-    RawSocket lazy(server_->port());
-    lazy.send(greeting());
-    ASSERT_TRUE(until([&] { return server_->connections() == 2; }, *server_, *client_));
+    const auto lazy = connectLazy();
     constexpr std::uint32_t kCount = 40000;
     for (std::uint32_t i = 0; i < kCount; ++i) {
         ASSERT_TRUE(sendNumber(*server_, i, 1000));
@@ -313,16 +300,12 @@ TEST_F(Net, DropsAPeerThatDoesNotReadAndNoOther) {
 
 /// A listening socket that answers nobody: what connects waits. With its descriptors.
 std::vector<int> fullListener(std::uint16_t& port) {
-    std::vector<int> descriptors = {::socket(AF_INET, SOCK_STREAM, 0)};
-    sockaddr_in address = loopback(0);
-    socklen_t size = sizeof address;
-    ::bind(descriptors[0], reinterpret_cast<sockaddr*>(&address), size);
+    std::vector<int> descriptors = {Orvel::Test::boundSocket(SOCK_STREAM, port)};
     ::listen(descriptors[0], 0);
-    ::getsockname(descriptors[0], reinterpret_cast<sockaddr*>(&address), &size);
-    port = ntohs(address.sin_port);
+    const sockaddr_in address = loopback(port);
     for (int i = 0; i < 4; ++i) {
         descriptors.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
-        ::connect(descriptors.back(), reinterpret_cast<const sockaddr*>(&address), size);
+        ::connect(descriptors.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     }
     return descriptors;
 }
@@ -344,19 +327,11 @@ TEST_F(Net, ClosesPromptlyWhileItConnects) {
 }
 
 TEST_F(Net, ServesConnectionsInTurn) {
-    constexpr std::uint32_t kFlood = 0xFFFFFFFF;
     const auto server = newServer(0, false);
-    std::string flood = greeting();
-    std::string one = greeting();
-    const std::uint32_t frame[] = {8, 0, kFlood};
-    for (int i = 0; i < 5000; ++i) {
-        flood.append(reinterpret_cast<const char*>(frame), sizeof frame);
-    }
-    one.append(flood.substr(greeting().size(), 8)).append("\7\0\0\0", 4);
     RawSocket loud(server->port());
     RawSocket quiet(server->port());
-    loud.send(flood);
-    quiet.send(one);
+    loud.send(greetingAnd({8, 0, 0xFFFFFFFF}, 5000));
+    quiet.send(greetingAnd({8, 0, 7}));
     ASSERT_TRUE(until([&] { return server->numbers.size() == 5001; }, *server));
     const auto& numbers = server->numbers;
     EXPECT_LT(std::find(numbers.begin(), numbers.end(), 7U) - numbers.begin(), 600);
@@ -364,9 +339,7 @@ TEST_F(Net, ServesConnectionsInTurn) {
 
 TEST_F(Net, ClosesPromptlyWhateverPeersDo) {
     connect();
-    RawSocket lazy(server_->port());
-    lazy.send(greeting());
-    ASSERT_TRUE(until([&] { return server_->connections() == 2; }, *server_, *client_));
+    const auto lazy = connectLazy();
     for (std::uint32_t i = 0; i < 20000; ++i) {
         sendNumber(*server_, i, 1000);
     }
@@ -398,72 +371,68 @@ TEST_F(Net, BreaksAWaitBeforeAndDuring) {
     waiting.join();
 }
 
-/// A client whose own thread works the loop while the test's delivers. What it adds to a new
-/// connection is all that it sends, so nothing else wakes the loop for it.
-TEST_F(Net, SendsEachReplayAtOnceWhenDeferred) {
+/// A client whose own thread works the loop while the test's delivers.
+class DeferredNet : public Net {
+protected:
+    DeferredNet() {
+        client.setDiagnostic({}); // it would come on either thread
+        client.multicast().setPort(port_);
+        client.setDeferred(true);
+        client.onAdd = [](Communicator* communicator) { return sendNumber(*communicator, 0); };
+    }
+    void open(double interval) {
+        client.setSearchInterval(interval);
+        ASSERT_TRUE(client.open());
+        loop_ = std::jthread([this] { EXPECT_FALSE(client.waitForCommunicators()); });
+    }
+    ~DeferredNet() override { client.breakWait(); }
+    bool delivered(const std::function<bool()>& condition, Server& server) {
+        return until(
+            [&] {
+                client.deliver([this](Communicator* c) { client.take(c); });
+                return condition();
+            },
+            server);
+    }
     Client client;
-    client.setDiagnostic({}); // it would come on either thread
-    client.multicast().setPort(port_);
-    client.setDeferred(true);
-    client.setSearchInterval(kNever);
-    ASSERT_TRUE(client.open());
-    client.onAdd = [](Communicator* communicator) { return sendNumber(*communicator, 0); };
-    std::thread loop([&] { EXPECT_FALSE(client.waitForCommunicators()); });
+
+private:
+    std::jthread loop_; // joined at its end
+};
+
+/// What is added to a new connection is all that is sent, so nothing else wakes the loop for it.
+TEST_F(DeferredNet, SendsEachReplayAtOnce) {
+    open(kNever);
     bool all = true;
     for (int i = 0; all && i < 200; ++i) {
         const auto server = newServer();
-        all = until(
-            [&] {
-                client.deliver([&](Communicator* c) { client.take(c); });
-                return server->numbers.size() == 1;
-            },
-            *server);
+        all = delivered([&] { return server->numbers.size() == 1; }, *server);
     }
     EXPECT_TRUE(all);
-    client.breakWait();
-    loop.join();
 }
 
 /// Only the thread that delivers sees connections and frames, while others send and work the loop.
-TEST_F(Net, DeliversOnTheHostsThreadWhenDeferred) {
+TEST_F(DeferredNet, DeliversOnTheHostsThread) {
     constexpr std::uint32_t kCount = 3000;
-    auto client = std::make_unique<Client>();
-    client->setDiagnostic({}); // it would come on either thread
-    client->multicast().setPort(port_);
-    client->setDeferred(true);
-    client->setSearchInterval(0.05);
-    ASSERT_TRUE(client->open());
-    client->onAdd = [](Communicator* communicator) { return sendNumber(*communicator, 0); };
-    std::thread loop([&] { EXPECT_FALSE(client->waitForCommunicators()); });
-    const auto echo = [](Communicator* communicator, std::span<const std::byte> frame) {
+    open(0.05);
+    auto server = newServer();
+    server->onFrame = [](Communicator* communicator, std::span<const std::byte> frame) {
         communicator->sendFrame(frame.data(), frame.size());
     };
-    auto server = newServer();
-    server->onFrame = echo;
-    const auto delivered = [&](const std::function<bool()>& condition) {
-        return until(
-            [&] {
-                client->deliver([&](Communicator* c) { client->take(c); });
-                return condition();
-            },
-            *server);
-    };
-    ASSERT_TRUE(delivered([&] { return client->connections() == 1; }));
+    ASSERT_TRUE(delivered([&] { return client.connections() == 1; }, *server));
     for (std::uint32_t i = 1; i < kCount; ++i) {
-        sendNumber(*client, i);
+        sendNumber(client, i);
     }
-    ASSERT_TRUE(delivered([&] { return client->numbers.size() == kCount; }));
+    ASSERT_TRUE(delivered([&] { return client.numbers.size() == kCount; }, *server));
     std::vector<std::uint32_t> expected(kCount);
     std::iota(expected.begin(), expected.end(), 0);
-    EXPECT_EQ(client->numbers, expected);
+    EXPECT_EQ(client.numbers, expected);
     // Removed while the loop thread may be using it, then found again.
-    ASSERT_TRUE(client->removeCommunicator(client->newest));
-    delete client->newest;
-    ASSERT_TRUE(delivered([&] { return client->counters().connected == 2; }));
+    ASSERT_TRUE(client.removeCommunicator(client.newest));
+    delete client.newest;
+    ASSERT_TRUE(delivered([&] { return client.counters().connected == 2; }, *server));
     server->close();
-    ASSERT_TRUE(delivered([&] { return client->lost == 1; }));
-    client->breakWait();
-    loop.join();
+    ASSERT_TRUE(delivered([&] { return client.lost == 1; }, *server));
 }
 
 } // namespace

@@ -11,8 +11,7 @@ namespace Orvel::Test {
 TEST(Backend, ServesEmittersThatShareALabel) {
     const struct {
         const char* params;
-        Calls labels;
-        Calls emitters;
+        Calls labels, emitters;
         bool served;
     } rows[] = {
         {nullptr, {}, {"back"}, true},

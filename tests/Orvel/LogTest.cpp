@@ -33,10 +33,7 @@ protected:
 } // namespace
 
 TEST_F(Logging, WritesTheHeaderThatTheMaskAsksFor) {
-    const struct {
-        unsigned mask;
-        std::string line;
-    } rows[] = {
+    const std::pair<unsigned, std::string> rows[] = {
         {0, "m"},
         {Log::kHeaderBeginNewline, "\n m"},
         {Log::kHeaderLevel, "WARNING:  m"},
@@ -48,10 +45,10 @@ TEST_F(Logging, WritesTheHeaderThatTheMaskAsksFor) {
         {Log::kHeaderLine | Log::kHeaderColour | Log::kHeaderTabs, " m"},
         {0x60FB, "\n\x1b[33mWARNING\t\x1b[0mOrvel\tOrvel/World:12\tvoid f()\t\nm"},
     };
-    for (const auto& row : rows) {
-        Log::the().setHeader(row.mask);
+    for (const auto& [mask, line] : rows) {
+        Log::the().setHeader(mask);
         write("m");
-        EXPECT_EQ(log.take(), Lines{"WARNING: " + row.line}) << std::hex << row.mask;
+        EXPECT_EQ(log.take(), Lines{"WARNING: " + line}) << std::hex << mask;
     }
     Log::the().setHeader(Log::kHeaderLevel | Log::kHeaderTime | Log::kHeaderModule);
     write("m");

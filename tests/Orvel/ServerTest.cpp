@@ -4,10 +4,10 @@
 #include "support/Loopback.h"
 #include "support/RecordingBackend.h"
 #include "support/TemporaryFolder.h"
+#include "support/TidyServer.h"
 
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
-#include <Orvel/Server.h>
 
 #include <atomic>
 #include <filesystem>
@@ -20,15 +20,10 @@ namespace Orvel::Test {
 
 namespace {
 
-/// Leaves nothing behind, counts the events, and takes sources from its clients.
-class TestServer : public Server {
+/// Counts the events, and takes sources from its clients.
+class TestServer : public TidyServer {
 public:
-    TestServer() { setMulticastPort(testPort()); }
-    ~TestServer() override {
-        stop();
-        clearWorld();
-        deleteAllBackends();
-    }
+    ~TestServer() override { stop(); } // while it can still take events
     std::atomic<int> events = 0;
 
 protected:
@@ -138,11 +133,9 @@ TEST(Server, ApplyEachCommandOrRefuseIt) {
 
 TEST(Server, MakeAnIdOfAnyText) {
     const std::pair<const char*, short> rows[] = {
-        {nullptr, 0},        {"", 0},         {"0", 48},
-        {"ab", 195},         {"-3", -3},      {"12 metres", 12},
-        {" 7", 7},           {"70000", 4464}, {"65536", 0},
-        {"00", 96},          {"\xff", -1},    {"x1", 169},
-        {"4294967296", 538}, {"-", 45},       {"99999999999999999999", -1},
+        {nullptr, 0},  {"", 0},         {"ab", 195},         {"-3", -3},
+        {" 12 m", 12}, {"70000", 4464}, {"65536", 0},        {"00", 96},
+        {"\xff", -1},  {"-", 45},       {"4294967296", 538}, {"99999999999999999999", -1},
     };
     TestServer server;
     for (const auto& [text, id] : rows) {

@@ -48,10 +48,7 @@ TEST(LevelMeter, KeepsWindowsOfUnevenLengthApartHoweverItIsFed) {
 }
 
 TEST(Svg, WritesNothingThatXmlCannotHold) {
-    const struct {
-        const char* text;
-        const char* expected;
-    } rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         {"a<b>&\"c\"", "a&lt;b&gt;&amp;&quot;c&quot;"},
         {"K\xC3\xBC"
          "che",
@@ -64,8 +61,8 @@ TEST(Svg, WritesNothingThatXmlCannotHold) {
         {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"}, // surrogate
         {"\xEF\xBF\xBF", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"}, // no character
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(svgText(row.text), row.expected) << row.text;
+    for (const auto& [text, expected] : rows) {
+        EXPECT_EQ(svgText(text), expected) << text;
     }
     EXPECT_EQ(svgNumber(-0.001), "0");
     EXPECT_EQ(svgNumber(std::nan("")), "0");

@@ -168,10 +168,7 @@ TEST(ScenePlayer, TellsBackEndsWhatEachChangeNeeds) {
 TEST(ScenePlayer, EndsWhenTheLastSoundHas) {
     const std::string play = R"({"at":0.5,"emitter":11,"state":"play"})"; // a source of 2 s
     const std::string playLater = R"(,{"at":5,"emitter":11,"state":"play"})";
-    const struct {
-        std::string entries;
-        double end;
-    } rows[] = {
+    const std::pair<std::string, double> rows[] = {
         {"", 0.0},
         {play, 2.5},
         {play + R"(,{"at":9,"emitter":11,"gain":0,"over":1})", 10.0},
@@ -186,10 +183,10 @@ TEST(ScenePlayer, EndsWhenTheLastSoundHas) {
         // A loop counts until the end of its first round.
         {play + R"(,{"at":0,"source":1,"loop":true})", 2.5},
     };
-    for (const auto& row : rows) {
-        const Stage stage(timeline(row.entries));
-        EXPECT_NEAR(stage.player->end(), row.end, 1e-9) << row.entries;
+    for (const auto& [entries, end] : rows) {
+        const Stage stage(timeline(entries));
+        EXPECT_NEAR(stage.player->end(), end, 1e-9) << entries;
     }
-    const Stage stage("\"duration\":0.25," + timeline(rows[1].entries));
+    const Stage stage("\"duration\":0.25," + timeline(play));
     EXPECT_EQ(stage.player->end(), 0.25);
 }

@@ -10,7 +10,7 @@ import unittest
 import wave
 
 from remote_case import RemoteCase
-from tool_case import DEADLINE, LEFT, changed, left_samples
+from tool_case import DEADLINE, LEFT, changed, channels
 
 COMPARE, DOCS = (os.path.abspath(path) for path in sys.argv[2:4])
 RIGHT = changed(LEFT, sources=[{**LEFT["sources"][0], "id": 2}], emitters=[
@@ -38,7 +38,7 @@ class Capture(RemoteCase):
         os.remove(self.path(bank))  # the capture has its own copy
         for name in ("once.wav", "twice.wav"):
             self.run_tool("render", "s.orvelrec", name)
-        self.assertEqual(left_samples(self.path("once.wav")), left_samples(self.path("twice.wav")))
+        self.assertEqual(channels(self.path("once.wav")), channels(self.path("twice.wav")))
         compared = subprocess.run(
             [sys.executable, COMPARE, self.path("live.wav"), self.path("once.wav")],
             capture_output=True, text=True, timeout=DEADLINE, check=False)
@@ -68,7 +68,7 @@ class Capture(RemoteCase):
         self.assertRegex(err, r"bank\.json:\d+: sources\[1\]\.file: .*bell\.wav.*does not exist")
         self.assertEqual(err.count("is cut"), 1)
         self.run_tool("render", "s.orvelrec", "o.wav", code=1)
-        self.assertTrue(any(left_samples(self.path("o.wav"))))
+        self.assertTrue(any(channels(self.path("o.wav"))[0]))
 
     def test_the_commands_of_the_documentation_work(self):
         self.scene(LEFT)

@@ -29,19 +29,15 @@ def changed(scene, **keys):
 
 
 def channels(path):
-    """The samples of the left and the right channel of a 16-bit file."""
+    """The samples of both channels of a 16-bit file."""
     with wave.open(path) as file:
         samples = array.array("h", file.readframes(file.getnframes()))
     return samples[::2], samples[1::2]
 
 
 def levels(path):
-    """RMS of both channels of a 16-bit file, in dB."""
+    """RMS of both channels, in dB."""
     return [rms_dB(samples) for samples in channels(path)]
-
-
-def left_samples(path):
-    return channels(path)[0]
 
 
 def rms_dB(samples):
@@ -72,22 +68,20 @@ class ToolCase(unittest.TestCase):
         with open(self.path(name), encoding="utf-8") as file:
             return file.read()
 
-    def start(self, *arguments, env=None, **more):
-        return subprocess.Popen([TOOL, *arguments], cwd=self.folder, text=True,
-                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                stderr=subprocess.PIPE, env={**os.environ, **(env or {})}, **more)
+    def start(self, *arguments, prefix=(), env=None, **more):
+        files = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+        return subprocess.Popen([*prefix, TOOL, *arguments], cwd=self.folder, text=True,
+                                env={**os.environ, **(env or {})}, **{**files, **more})
 
     def finish(self, process, code):
         out, err = process.communicate(timeout=DEADLINE)
         self.assertEqual(process.returncode, code, f"{process.args}\n{out}\n{err}")
         return out, err
 
-    def background(self, log, *arguments, prefix=(), env=None):
+    def background(self, log, *arguments, **more):
         """Starts the tool with its output in a file, and makes sure that it ends."""
         with open(self.path(log), "w", encoding="utf-8") as file:
-            process = subprocess.Popen([*prefix, TOOL, *arguments], cwd=self.folder,
-                                       stdin=subprocess.DEVNULL, stdout=file, stderr=file,
-                                       env={**os.environ, **(env or {})})
+            process = self.start(*arguments, stdout=file, stderr=file, **more)
         self.addCleanup(process.wait)
         self.addCleanup(process.kill)
         return process

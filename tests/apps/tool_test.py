@@ -1,6 +1,5 @@
 """Runs the built tool as a user does: tool_test.py TOOL COMPLETION SCENES [unittest arguments]."""
 
-import array
 import json
 import math
 import os
@@ -14,7 +13,7 @@ import urllib.request
 import wave
 import xml.etree.ElementTree as ElementTree
 
-from tool_case import DEADLINE, LEFT, TOOL, ToolCase, changed, levels
+from tool_case import DEADLINE, LEFT, TOOL, ToolCase, changed, channels, levels
 
 COMMANDS = ["render", "play", "serve", "record", "servers", "plot", "check", "kinds",
             "doctor"]
@@ -81,11 +80,6 @@ class Messages(SoundCase):
         self.assertIn("gian", err)
         self.assertEqual(len(err.splitlines()), 2, "every mistake is told: " + err)
 
-    def test_help_and_version_are_everywhere(self):
-        for command in [[], *([command] for command in COMMANDS)]:
-            self.assertIn("Usage: orvel", self.run_tool(*command, "--help")[0])
-            self.assertRegex(self.run_tool(*command, "--version")[0], r"^orvel \d+\.\d+\.\d+\n$")
-
     def test_the_example_scenes_are_right(self):
         for name in sorted(os.listdir(SCENES)):
             with self.subTest(name):
@@ -111,7 +105,7 @@ class Render(ToolCase):
         self.run_tool("render", scene, "o.wav", "--rate", "48000", "--seconds", "0.25")
         with wave.open(self.path("o.wav")) as file:
             self.assertEqual((file.getnframes(), file.getframerate()), (12000, 48000))
-            samples = array.array("h", file.readframes(12000))[::2]
+        samples = channels(self.path("o.wav"))[0]
         first = next(i for i, sample in enumerate(samples) if sample != 0)
         self.assertIn(first - 5904, range(0, 4))  # the sine itself begins at zero
 
@@ -163,37 +157,32 @@ class Render(ToolCase):
 
 
 class Plot(SoundCase):
-    def test_it_is_xml_with_every_emitter_and_the_levels(self):
+    def test_it_is_xml_with_every_emitter_whatever_its_name(self):
         self.mono("a<b>&\".wav")
         scene = self.scene(changed(
-            LEFT,
-            sources=LEFT["sources"] + [{"id": 2, "file": "a<b>&\".wav"}],
-            emitters=LEFT["emitters"] + [{"id": 12, "source": 2, "position": [40, 0, 1]},
-                                         {"id": 13, "position": [1, 0, 2]}],
-            timeline=[{"at": 0.5, "emitter": 11, "position": [2, 0, 0], "over": 2},
-                      {"at": 1, "emitter": 14, "create": True, "position": [0, 0, 3]}]))
-        self.run_tool("plot", scene, "o.svg")
-        self.run_tool("render", scene, "o.wav", "--plot", "rendered.svg")
-        self.run_tool("plot", scene, "levels.svg", "--levels", "o.wav")
-        for name in ("o.svg", "rendered.svg", "levels.svg"):
-            with self.subTest(name):
-                root = ElementTree.parse(self.path(name)).getroot()
-                texts = [element.text for element in root.iter() if element.text]
-                for expected in ("11: 441 Hz", '12: a<b>&"', "13", "14", "listener"):
-                    self.assertIn(expected, texts)
-                self.assertEqual("RMS level in dBFS" in texts, name != "o.svg")
+            LEFT, sources=LEFT["sources"] + [{"id": 2, "file": "a<b>&\".wav"}],
+            emitters=LEFT["emitters"] + [{"id": 12, "source": 2, "position": [40, 0, 1]}],
+            timeline=[{"at": 1, "emitter": 14, "create": True, "position": [0, 0, 3]}]))
+        self.run_tool("render", scene, "o.wav")
+        self.run_tool("plot", scene, "o.svg", "--levels", "o.wav")
+        texts = [element.text for element in ElementTree.parse(self.path("o.svg")).iter()]
+        for expected in ("11: 441 Hz", '12: a<b>&"', "14", "listener", "RMS level in dBFS"):
+            self.assertIn(expected, texts)
 
 
 class Play(SoundCase):
+    def read_until(self, process, text):
+        """The line of the process's messages that has the text."""
+        line = next((line for line in process.stderr if text in line), None)
+        self.assertIsNotNone(line, "it has ended by itself")
+        return line
+
     def test_ctrl_c_and_termination_end_it_at_once(self):
         scene = self.scene(changed(LEFT, duration=1000, timeline=[
             {"at": 0.05, "emitter": 11, "state": "pause"}]))
         for number in (signal.SIGINT, signal.SIGTERM):
             process = self.start("play", scene, "--loop", "--backend", "log", "--backend", "silent")
-            line = "."
-            while "setEmitterState: pause" not in line:
-                self.assertNotEqual(line, "", "it has ended by itself")
-                line = process.stderr.readline()
+            self.read_until(process, "setEmitterState: pause")
             begin = time.monotonic()
             process.send_signal(number)
             _, rest = self.finish(process, 0)
@@ -225,10 +214,7 @@ class Play(SoundCase):
         for command in (["play", scene, "--backend", "log"],
                         ["serve", "--backend", "silent", "--interface", "127.0.0.1"]):
             process = self.start(*command, "--web")
-            line = "."
-            while not line.startswith("Web server open ok: "):
-                self.assertNotEqual(line, "", "it has ended by itself")
-                line = process.stderr.readline()
+            line = self.read_until(process, "Web server open ok: ")
             with urllib.request.urlopen(line.split()[-1], timeout=DEADLINE) as page:
                 self.assertIn("<TR><TD>Backend</TD><TD>2</TD>", page.read().decode())
             process.send_signal(signal.SIGINT)

@@ -54,24 +54,18 @@ def of_the_tool(words):
 
 
 def of_the_build(words):
-    """A word on what does not exist."""
-    kind = {"--build": "build", "--workflow": "workflow", "--install": "install"}.get(
-        words[1], "configure")
-    kind = "test" if words[0] == "ctest" else kind
-    if kind == "install":
-        names = [words[2].removeprefix("build/")]
-        kind = "configure"
-    else:
-        names = [words[i + 1] for i, word in enumerate(words) if word == "--preset"]
-    known = [preset["name"] for preset in presets[kind + "Presets"]]
-    return "" if names and names[0] in known else f"there is no {kind} preset {names}"
+    """A word on what does not exist: the preset that is named, or whose folder is."""
+    names = [words[i + 1].removeprefix("build/") for i, word in enumerate(words)
+             if word in ("--preset", "--install")]
+    known = {preset["name"] for key, group in presets.items() if key.endswith("Presets")
+             for preset in group}
+    return "" if names and known.issuperset(names) else f"there is no preset {names}"
 
 
 def of_a_program(path):
     if path.startswith("build/bench/bench/"):
         path = path.removeprefix("build/bench/") + ".cpp"
-    good = (root / path).exists() and (path.endswith(".cpp") or os.access(root / path, os.X_OK))
-    return "" if good else "there is no such program"
+    return "" if (root / path).exists() else "there is no such program"
 
 
 def command_fault(words):

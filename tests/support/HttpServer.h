@@ -1,9 +1,9 @@
 #pragma once
 
-#include <arpa/inet.h>
+#include "support/Loopback.h"
+
 #include <map>
 #include <mutex>
-#include <netinet/in.h>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
@@ -32,14 +32,9 @@ struct Answer {
 class HttpServer {
 public:
     explicit HttpServer(std::map<std::string, Answer> answers) : answers_(std::move(answers)) {
-        sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-        socklen_t length = sizeof(address);
-        auto* generic = reinterpret_cast<sockaddr*>(&address);
-        if (listener_ < 0 || ::bind(listener_, generic, length) != 0 ||
-            ::listen(listener_, 64) != 0 || ::getsockname(listener_, generic, &length) != 0) {
+        if (::listen(listener_, 64) != 0) {
             throw std::runtime_error("no HTTP server on loopback");
         }
-        port_ = ntohs(address.sin_port);
         thread_ = std::thread([this] { run(); });
     }
 
@@ -119,8 +114,8 @@ private:
     }
 
     const std::map<std::string, Answer> answers_;
-    const int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    unsigned port_ = 0;
+    std::uint16_t port_ = 0;
+    const int listener_ = boundSocket(SOCK_STREAM, port_);
     std::mutex mutex_;
     std::string lastRequest_; // guarded by mutex_
     std::thread thread_;

@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <chrono>
+#include <cstdint>
 #include <netinet/in.h>
 #include <poll.h>
 #include <stdexcept>
@@ -19,25 +20,38 @@ inline const bool staysOnLoopback = [] {
     return true;
 }();
 
-/// A multicast port that no other process used a moment ago, the same for the whole process.
-inline unsigned short testPort() {
-    static const unsigned short port = [] {
-        const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        socklen_t length = sizeof(address);
-        auto* generic = reinterpret_cast<sockaddr*>(&address);
-        if (socket < 0 || ::bind(socket, generic, length) != 0 ||
-            ::getsockname(socket, generic, &length) != 0) {
-            throw std::runtime_error("no UDP port on loopback");
-        }
-        ::close(socket);
-        return ntohs(address.sin_port);
-    }();
+inline sockaddr_in loopback(std::uint16_t port, std::uint32_t host = INADDR_LOOPBACK) {
+    return {AF_INET, htons(port), {htonl(host)}, {}};
+}
+
+/// A socket bound to a free loopback port, which it gives; the caller closes it.
+inline int boundSocket(int kind, std::uint16_t& port) {
+    const int descriptor = ::socket(AF_INET, kind | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopback(0);
+    socklen_t length = sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    if (descriptor < 0 || ::bind(descriptor, generic, length) != 0 ||
+        ::getsockname(descriptor, generic, &length) != 0) {
+        throw std::runtime_error("no free port on loopback");
+    }
+    port = ntohs(address.sin_port);
+    return descriptor;
+}
+
+/// A port that no other process used a moment ago.
+inline std::uint16_t freePort(int kind) {
+    std::uint16_t port = 0;
+    ::close(boundSocket(kind, port));
     return port;
 }
 
-/// Calls `step` until `done` gives true; false if that takes more than ten seconds.
+/// A multicast port of its own for the whole process.
+inline std::uint16_t testPort() {
+    static const std::uint16_t port = freePort(SOCK_DGRAM);
+    return port;
+}
+
+/// Calls `step` until `done` gives true; false if that takes more than half a minute.
 template <class Done, class Step>
 bool until(Done done, Step step) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);

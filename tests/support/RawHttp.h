@@ -29,11 +29,9 @@ public:
     /// `serve` is what lets the server make progress.
     RawHttp(std::uint16_t port, std::function<void()> serve, std::uint32_t host = INADDR_LOOPBACK)
         : serve_(std::move(serve)), socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(host);
-        connected_ = ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+        const sockaddr_in address = loopback(port, host);
+        connected_ =
+            ::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     }
     RawHttp(const RawHttp&) = delete;
     RawHttp& operator=(const RawHttp&) = delete;

@@ -2,14 +2,12 @@
 """Checks that includes between the folders of the library point down, never up.
 
 usage: include_direction.py ROOT PUBLIC-HEADER...   prints each forbidden pair; exits with 1 if any
-       include_direction.py --self-test             checks that it finds what it should
 
 Public headers are given relative to ROOT.
 """
 import pathlib
 import re
 import sys
-import tempfile
 
 LAYERS = ["Config", "Vessa", "Corvid", "Orvel", "examples"]
 POSIX = r"(sys|net|netinet|arpa|linux)/\w+\.h|" \
@@ -59,42 +57,21 @@ def faults(root, public):
     return found, len(files)
 
 
-def self_test():
-    public = ["Config/A.h", "Corvid/A.h", "Orvel/Backend.h", "Orvel/World.h", "Orvel/OALBackend.h"]
-    wrong = 0
-    for file, allowed, bad in [
-        ("Config/A.cpp", "<vector> <orvel_export.h>", "<unistd.h> <Orvel/World.h> <Corvid/A.h>"),
-        ("Vessa/A.cpp", "<sys/types.h>", "<boost/asio.hpp> <Corvid/A.h>"),
-        ("Corvid/A.cpp", "<boost/asio.hpp> <Vessa/Thread.h>", "<Config/A.h> <Orvel/Log.h>"),
-        ("Corvid/A.h", "<Corvid/A.h>", "<curl/curl.h> <Corvid/detail/B.h> <unistd.h>"),
-        ("Corvid/detail/B.h", "<unistd.h>", "<curl/curl.h>"),
-        ("Corvid/detail/deep/B.cpp", "<curl/curl.h>", "<Orvel/World.h>"),
-        ("Orvel/World.cpp", "<Orvel/Backend.h>", '<Orvel/OALBackend.h> "Orvel/Backend.h"'),
-        ("Orvel/World.h", "<Config/A.h> <stddef.h>", "<Orvel/detail/A.h>"),
-        ("Orvel/OALBackend.h", "<Orvel/World.h>", "<AL/al.h> <sys/socket.h>"),
-        ("Orvel/OALBackend.cpp", "<AL/al.h> <Orvel/OALBackend.h>", '"A.h"'),
-        ("Orvel/detail/A.h", "<AL/alc.h>", '"A.h"'),
-        ("Orvel/NotYetListed.h", "<Orvel/detail/A.h>", "<nlohmann/json.hpp>"),
-        ("examples/a.cpp", "<Orvel/World.h>", "<Orvel/detail/A.h> <Orvel/NotYetListed.h>"),
-    ]:
-        with tempfile.TemporaryDirectory() as folder:
-            path = pathlib.Path(folder, file)
-            path.parent.mkdir(parents=True)
-            lines = [f"  #  include {name} // why" for name in (bad + " " + allowed).split()]
-            path.write_text("\n".join(["// #include <Wrong/InAComment.h>", *lines]))
-            found, _ = faults(pathlib.Path(folder), public)
-            expected = [(file, 2 + i, name) for i, name in enumerate(bad.split())]
-            if found != expected:
-                wrong += 1
-                print(f"{file}: expected {expected}, found {found}")
-    return wrong == 0
+# Pairs that must be found, or the rules say nothing.
+PUBLIC = ["Orvel/World.h", "Corvid/A.h"]
+BAD = [
+    ("Config/A.cpp", "<unistd.h>"), ("Vessa/A.cpp", "<Corvid/A.h>"), ("Corvid/A.cpp", "<Config/A.h>"),
+    ("Corvid/A.h", "<curl/curl.h>"), ("Corvid/detail/B.h", "<curl/curl.h>"),
+    ("Orvel/World.cpp", "<Orvel/OALBackend.h>"), ("Orvel/World.h", "<Orvel/detail/A.h>"),
+    ("Orvel/A.cpp", '"A.h"'), ("Orvel/NotYetListed.h", "<AL/al.h>"),
+    ("examples/a.cpp", "<Orvel/detail/A.h>"),
+]
 
 
 def main():
-    if sys.argv[1:] == ["--self-test"]:
-        return 0 if self_test() else 1
     root, public = pathlib.Path(sys.argv[1]), sys.argv[2:]
     found, count = faults(root, public)
+    found += [(path, "is not found", name) for path, name in BAD if not forbidden(path, name, PUBLIC)]
     for path, line, include in found:
         print(f"{path}:{line}: must not include {include}")
     print(f"{count} files, {len(found)} forbidden includes")

@@ -2,12 +2,11 @@
 
 #include <AL/alext.h>
 #include <AL/alut.h>
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <sstream>
-#include <vector>
 
 using Orvel::Test::FakeAL;
 
@@ -28,46 +27,27 @@ ALCcontext* current = nullptr;
 
 /// The name of an AL constant, or its number.
 std::string name(ALenum value) {
-    static const std::vector<ALenum> kValues{
-        AL_GAIN,
-        AL_POSITION,
-        AL_ORIENTATION,
-        AL_VELOCITY,
-        AL_DIRECTION,
-        AL_PITCH,
-        AL_LOOPING,
-        AL_BUFFER,
-        AL_SOURCE_RELATIVE,
-        AL_CONE_INNER_ANGLE,
-        AL_CONE_OUTER_ANGLE,
-        AL_MAX_DISTANCE,
-        AL_ROLLOFF_FACTOR,
-        AL_REFERENCE_DISTANCE,
-        AL_FORMAT_MONO8,
-        AL_FORMAT_MONO16,
-        AL_FORMAT_STEREO8,
-        AL_FORMAT_STEREO16};
-    static const std::vector<const char*> kNames{
-        "GAIN",
-        "POSITION",
-        "ORIENTATION",
-        "VELOCITY",
-        "DIRECTION",
-        "PITCH",
-        "LOOPING",
-        "BUFFER",
-        "SOURCE_RELATIVE",
-        "CONE_INNER_ANGLE",
-        "CONE_OUTER_ANGLE",
-        "MAX_DISTANCE",
-        "ROLLOFF_FACTOR",
-        "REFERENCE_DISTANCE",
-        "MONO8",
-        "MONO16",
-        "STEREO8",
-        "STEREO16"};
-    const auto found = std::find(kValues.begin(), kValues.end(), value);
-    return found == kValues.end() ? std::to_string(value) : kNames[found - kValues.begin()];
+    static const std::map<ALenum, const char*> kNames{
+        {AL_GAIN, "GAIN"},
+        {AL_POSITION, "POSITION"},
+        {AL_ORIENTATION, "ORIENTATION"},
+        {AL_VELOCITY, "VELOCITY"},
+        {AL_DIRECTION, "DIRECTION"},
+        {AL_PITCH, "PITCH"},
+        {AL_LOOPING, "LOOPING"},
+        {AL_BUFFER, "BUFFER"},
+        {AL_SOURCE_RELATIVE, "SOURCE_RELATIVE"},
+        {AL_CONE_INNER_ANGLE, "CONE_INNER_ANGLE"},
+        {AL_CONE_OUTER_ANGLE, "CONE_OUTER_ANGLE"},
+        {AL_MAX_DISTANCE, "MAX_DISTANCE"},
+        {AL_ROLLOFF_FACTOR, "ROLLOFF_FACTOR"},
+        {AL_REFERENCE_DISTANCE, "REFERENCE_DISTANCE"},
+        {AL_FORMAT_MONO8, "MONO8"},
+        {AL_FORMAT_MONO16, "MONO16"},
+        {AL_FORMAT_STEREO8, "STEREO8"},
+        {AL_FORMAT_STEREO16, "STEREO16"}};
+    const auto found = kNames.find(value);
+    return found == kNames.end() ? std::to_string(value) : found->second;
 }
 
 std::string vector(ALenum parameter, const ALfloat* values) {
@@ -176,22 +156,10 @@ ALenum alGetError() {
     return current == nullptr ? AL_INVALID_OPERATION : std::exchange(current->error, AL_NO_ERROR);
 }
 
-void alListenerf(ALenum parameter, ALfloat value) {
-    act("alListenerf", name(parameter), value);
-}
-
-void alListenerfv(ALenum parameter, const ALfloat* values) {
-    act("alListenerfv", vector(parameter, values));
-}
-
 void alGenSources(ALsizei count, ALuint* names) {
     if (act("alGenSources", count)) {
         *names = ++current->sources;
     }
-}
-
-void alDeleteSources(ALsizei count, const ALuint* names) {
-    act("alDeleteSources", count, *names);
 }
 
 void alGenBuffers(ALsizei count, ALuint* names) {
@@ -200,38 +168,24 @@ void alGenBuffers(ALsizei count, ALuint* names) {
     }
 }
 
-void alDeleteBuffers(ALsizei count, const ALuint* names) {
-    act("alDeleteBuffers", count, *names);
-}
-
-void alBufferData(
-    ALuint buffer, ALenum format, const ALvoid* /*data*/, ALsizei size, ALsizei frequency) {
-    act("alBufferData", buffer, name(format), size, frequency);
-}
-
-void alSourcef(ALuint source, ALenum parameter, ALfloat value) {
-    act("alSourcef", source, name(parameter), value);
-}
-
-void alSourcefv(ALuint source, ALenum parameter, const ALfloat* values) {
-    act("alSourcefv", source, vector(parameter, values));
-}
-
-void alSourcei(ALuint source, ALenum parameter, ALint value) {
-    act("alSourcei", source, name(parameter), value);
-}
-
-void alSourcePlay(ALuint source) {
-    act("alSourcePlay", source);
-}
-
-void alSourcePause(ALuint source) {
-    act("alSourcePause", source);
-}
-
-void alSourceStop(ALuint source) {
-    act("alSourceStop", source);
-}
+// Those that do nothing but to be recorded: name, parameters, what is written down.
+#define ORVEL_RECORDED(function, parameters, ...)                                                  \
+    void function parameters {                                                                     \
+        act(#function, __VA_ARGS__);                                                               \
+    }
+ORVEL_RECORDED(alListenerf, (ALenum parameter, ALfloat value), name(parameter), value)
+ORVEL_RECORDED(alListenerfv, (ALenum parameter, const ALfloat* values), vector(parameter, values))
+ORVEL_RECORDED(alDeleteSources, (ALsizei count, const ALuint* names), count, *names)
+ORVEL_RECORDED(alDeleteBuffers, (ALsizei count, const ALuint* names), count, *names)
+ORVEL_RECORDED(
+    alBufferData, (ALuint buffer, ALenum format, const ALvoid*, ALsizei size, ALsizei frequency),
+    buffer, name(format), size, frequency)
+ORVEL_RECORDED(alSourcef, (ALuint source, ALenum key, ALfloat value), source, name(key), value)
+ORVEL_RECORDED(alSourcefv, (ALuint source, ALenum key, const ALfloat* v), source, vector(key, v))
+ORVEL_RECORDED(alSourcei, (ALuint source, ALenum key, ALint value), source, name(key), value)
+ORVEL_RECORDED(alSourcePlay, (ALuint source), source)
+ORVEL_RECORDED(alSourcePause, (ALuint source), source)
+ORVEL_RECORDED(alSourceStop, (ALuint source), source)
 
 ALboolean alutInitWithoutContext(int* /*argc*/, char** /*argv*/) {
     record("alutInitWithoutContext");
