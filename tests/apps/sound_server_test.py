@@ -16,14 +16,15 @@ class SoundServer(ToolCase):
         with open(self.path("alsoft.conf"), "w", encoding="utf-8") as file:
             file.write("[general]\nchannels = stereo\nsample-type = int16\n"
                        f"[wave]\nfile = {self.path('heard.wav')}\n")
-        with subprocess.Popen([sys.argv[2], "127.0.0.1", port], env={
-                **os.environ, "ALSOFT_DRIVERS": "wave",
-                "ALSOFT_CONF": self.path("alsoft.conf")}) as server:
-            self.addCleanup(server.kill)
-            # The server's own source 1 is a voice.
-            self.run_tool("play", self.scene(changed(LEFT, duration=2)), "--interface", "127.0.0.1",
-                          "--backend", "client:port=" + port)
-            server.terminate()
+        server = subprocess.Popen([sys.argv[2], "127.0.0.1", port], env={
+            **os.environ, "ALSOFT_DRIVERS": "wave", "ALSOFT_CONF": self.path("alsoft.conf")})
+        self.addCleanup(server.wait)
+        self.addCleanup(server.kill)
+        # The server's own source 1 is a voice.
+        self.run_tool("play", self.scene(changed(LEFT, duration=2)), "--interface", "127.0.0.1",
+                      "--backend", "client:port=" + port)
+        server.terminate()
+        server.wait(DEADLINE)
         with open(self.path("heard.wav"), "rb") as file:
             # The file's header is not complete, because nobody closed it.
             data = file.read().partition(b"data")[2][4:]

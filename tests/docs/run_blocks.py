@@ -65,7 +65,8 @@ def of_the_build(words):
 def of_a_program(path):
     if path.startswith("build/bench/bench/"):
         path = path.removeprefix("build/bench/") + ".cpp"
-    return "" if (root / path).exists() else "there is no such program"
+    good = (root / path).exists() and (path.endswith(".cpp") or os.access(root / path, os.X_OK))
+    return "" if good else "there is no such program"
 
 
 def command_fault(words):
