@@ -39,11 +39,23 @@ class TwoHosts(ToolCase):
     def on(self, host, log, *arguments):
         return self.background(log, *arguments, prefix=("ip", "netns", "exec", HOSTS[host]))
 
-    def test_a_cut_cable_is_noticed_on_both_ends_and_mended(self):
+    def meet(self):
         scene = self.scene(LOOPED)
         server = self.on(0, "serve.log", "serve", "--scene", scene, "--render", "o.wav")
         self.wait_for_text("serve.log", "serving")
         self.on(1, "play.log", "play", scene, "--backend", "client")
+        return server
+
+    def hear_the_left(self, server):
+        self.wait_for(lambda: os.times()[4] >= self.heard, "a second of sound")
+        server.terminate()
+        self.assertEqual(server.wait(DEADLINE), 0, self.read("serve.log"))
+        left, right = levels(self.path("o.wav"))
+        self.assertGreater(left, -30)
+        self.assertGreater(left, right + 20)
+
+    def test_a_cut_cable_is_noticed_on_both_ends_and_mended(self):
+        server = self.meet()
         self.wait_for_text("play.log", f"server {ADDRESSES[0]}:", within=2)
         self.assertNotIn("127.0.0.1", self.read("play.log"))
         self.on(1, "list.log", "servers", "--json", "--seconds", "0.5").wait(DEADLINE)
@@ -54,13 +66,22 @@ class TwoHosts(ToolCase):
             self.wait_for_text(log, "is gone", within=12)
         run("ip", "-n", HOSTS[0], "link", "set", HOSTS[0], "up")
         self.wait_for_text("play.log", "is connected", 2, within=8)
-        heard = os.times()[4] + 1
-        self.wait_for(lambda: os.times()[4] >= heard, "a second of sound")
-        server.terminate()
-        self.assertEqual(server.wait(DEADLINE), 0, self.read("serve.log"))
-        left, right = levels(self.path("o.wav"))
-        self.assertGreater(left, -30)
-        self.assertGreater(left, right + 20)
+        self.heard = os.times()[4] + 1
+        self.hear_the_left(server)
+
+    def test_delay_and_loss_do_not_stop_it(self):
+        for host in HOSTS:
+            delayed = subprocess.run(
+                ["tc", "-n", host, "qdisc", "add", "dev", host, "root", "netem", "delay", "100ms",
+                 "loss", "5%"], check=False, capture_output=True, text=True)
+            if delayed.returncode != 0:
+                self.skipTest("this kernel has no netem: " + delayed.stderr.strip())
+            self.addCleanup(run, "tc", "-n", host, "qdisc", "delete", "dev", host, "root")
+        server = self.meet()
+        self.wait_for_text("play.log", "is connected", within=10)
+        self.heard = os.times()[4] + 2
+        self.hear_the_left(server)
+        self.assertNotIn("is gone", self.read("play.log").split("is connected")[0])
 
 
 if __name__ == "__main__":
