@@ -10,10 +10,9 @@ import subprocess
 import sys
 import time
 
-root = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(root / "tests" / "apps"))
-from browser import Browser  # noqa: E402
+from browser import Browser
 
+root = pathlib.Path(__file__).resolve().parent.parent
 images = root / "docs" / "images"
 
 player = subprocess.Popen(

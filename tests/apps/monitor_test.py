@@ -1,12 +1,14 @@
 """The monitor in a headless Chromium, and its addresses: monitor_test.py TOOL [unittest arguments]."""
 
 import json
+import pathlib
 import re
 import signal
 import sys
 import unittest
 import urllib.request
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
 from browser import Browser, find_chromium
 from tool_case import DEADLINE, ToolCase, free_port
 
