@@ -97,4 +97,12 @@ bool WebServer::serve() {
     return loop_->serve();
 }
 
+int WebServer::pollDescriptor() const {
+    return loop_->descriptor();
+}
+
+std::chrono::steady_clock::time_point WebServer::nextServe() const {
+    return loop_->nextServe();
+}
+
 } // namespace Corvid

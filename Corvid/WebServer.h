@@ -119,6 +119,10 @@ protected:
     WebServer();
     /// Serves what is pending, without waiting. False when closed.
     bool serve();
+    /// Readable when a socket has something for serve(); -1 when closed.
+    [[nodiscard]] int pollDescriptor() const;
+    /// When serve() is due although no socket has anything for it.
+    [[nodiscard]] std::chrono::steady_clock::time_point nextServe() const;
 
 private:
     Multicast multicast_;

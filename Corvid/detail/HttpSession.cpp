@@ -75,7 +75,8 @@ void HttpSession::receive(std::string_view bytes, Clock::time_point now) {
 }
 
 bool HttpSession::wantsTurn() const {
-    return (state_ == State::Reading && hasNews_) || (state_ == State::Replying && producer_);
+    return (state_ == State::Reading && hasNews_) ||
+           (state_ == State::Replying && producer_ && outputBytes_ < kFewWaiting);
 }
 
 void HttpSession::turn(Clock::time_point now) {
@@ -158,9 +159,6 @@ void HttpSession::push(std::string bytes) {
 }
 
 void HttpSession::produce() {
-    if (outputBytes_ >= kFewWaiting) {
-        return;
-    }
     std::string piece;
     bool more = false;
     std::string fault;

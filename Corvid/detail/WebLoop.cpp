@@ -135,6 +135,20 @@ bool WebLoop::serve() {
     return true;
 }
 
+WebLoop::Clock::time_point WebLoop::nextServe() const {
+    Clock::time_point next = Clock::time_point::max();
+    if (isOpen() && !watchesListener_) {
+        next = acceptAgain_;
+    }
+    for (const Connection& connection : connections_) {
+        if (connection.session.wantsTurn()) {
+            return Clock::time_point::min();
+        }
+        next = std::min(next, connection.session.deadline());
+    }
+    return next;
+}
+
 void WebLoop::serveOnce() {
     std::array<epoll_event, kMostEvents> events; // filled by the kernel as far as it is read
     const int count = ::epoll_wait(poller_.get(), events.data(), kMostEvents, 0);

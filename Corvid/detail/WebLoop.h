@@ -26,6 +26,8 @@ public:
     [[nodiscard]] std::uint16_t port() const { return port_; }
 
     bool serve();
+    [[nodiscard]] int descriptor() const { return poller_.get(); }
+    [[nodiscard]] HttpSession::Clock::time_point nextServe() const;
 
     [[nodiscard]] std::size_t connections() const { return connections_.size(); }
     [[nodiscard]] std::size_t bytesWaiting() const;

@@ -74,12 +74,20 @@ bool announceMonitors(const Orvel::World& world) {
     return good;
 }
 
+std::vector<const Corvid::PolledWebServer*> webServers(const Orvel::World& world) {
+    std::vector<const Corvid::PolledWebServer*> servers;
+    for (const Orvel::Backend* backend : world.backends()) {
+        if (const auto* monitor = dynamic_cast<const MonitorBackend*>(backend)) {
+            servers.push_back(&monitor->server());
+        } else if (const auto* web = dynamic_cast<const Orvel::WebBackend*>(backend)) {
+            servers.push_back(web->webServer());
+        }
+    }
+    return servers;
+}
+
 bool isWatched(const Orvel::World& world) {
-    return std::any_of(
-        world.backends().begin(), world.backends().end(), [](const Orvel::Backend* backend) {
-            return dynamic_cast<const MonitorBackend*>(backend) != nullptr ||
-                   dynamic_cast<const Orvel::WebBackend*>(backend) != nullptr;
-        });
+    return !webServers(world).empty();
 }
 
 } // namespace OrvelTool

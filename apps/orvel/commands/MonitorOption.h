@@ -2,6 +2,7 @@
 
 #include "commands/BackendOption.h"
 
+#include <Corvid/PolledWebServer.h>
 #include <Orvel/World.h>
 
 #include <CLI/App.hpp>
@@ -29,6 +30,8 @@ private:
 /// Tells where the monitors of a world are. False if one of them could not be opened, which has
 /// been told.
 bool announceMonitors(const Orvel::World& world);
+/// The web servers of a world's back ends, owned by those: World::update() serves them.
+std::vector<const Corvid::PolledWebServer*> webServers(const Orvel::World& world);
 /// Whether somebody may look at the world: it then wants update() often.
 bool isWatched(const Orvel::World& world);
 
