@@ -42,6 +42,7 @@ class Messages(SoundCase):
              'unknown kind "tuba"; expected one of: client, default, log, monitor, openal, play, silent, web'),
             (["play", scene, "--backend", "loopback"], "orvel render scene.json OUT.wav"),
             (["play", scene, "--backend", 'log:labels="a'], "column 8"),
+            (["serve", "--backend", "openal:lables=a"], 'of: labels; did you mean "labels"?'),
             (["play", scene, "--server", "a:1"], "add --backend client"),
             (["play", scene, "--server", "a:65536"], "expected HOST:PORT"),
             (["serve", "--backend", "loopback"], "--render OUT.wav"),

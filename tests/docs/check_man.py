@@ -1,5 +1,6 @@
 """check_man.py TOOL FOLDER: every command has a manual page, which has exactly the options of the
-command's --help, and is well-formed as far as mandoc can tell."""
+command's --help, and is well-formed as far as mandoc can tell. The tool takes the parameters of back
+ends that the page on them names, and no others."""
 
 import pathlib
 import re
@@ -31,6 +32,13 @@ for name in sorted(wanted.keys() & pages.keys()):
     options += len(told & written)
 faults += [f"orvel: the page does not name {command}" for command in commands
            if f".It Cm {command}\n" not in pages.get("orvel", "")]
+kinds = subprocess.run([tool, "kinds"], capture_output=True, text=True, check=True).stdout
+taken = {(kind, name) for kind, names in re.findall(r"^(\w+) .*\[labels ?(.*)\]$", kinds, re.M)
+         for name in names.split()}
+documented = set(re.findall(r"^\| (\w+)(?: \(of the tool\))? \| `(\w+)` \|",
+                            (folder.parent / "parameters.md").read_text(), re.M))
+faults += [f"{kind}: {name} is {'not documented' if (kind, name) in taken else 'refused by the tool'}"
+           for kind, name in sorted(taken ^ documented)]
 if shutil.which("mandoc"):
     lint = subprocess.run(["mandoc", "-Tlint", "-Wwarning", *sorted(folder.glob("*.1"))],
                           capture_output=True, text=True, timeout=30, check=False)

@@ -2,12 +2,14 @@
 
 #include "commands/Command.h"
 #include "player/Kinds.h"
+#include "process/DidYouMean.h"
 
 #include <Config/ParamLine.h>
 #include <Orvel/OALBackend.h>
 
 #include <algorithm>
 #include <optional>
+#include <span>
 #include <utility>
 
 namespace OrvelTool {
@@ -21,6 +23,28 @@ bool opensDevice(const std::string& kind) {
 /// For looking at a scene, not for hearing it.
 bool isForLooking(const std::string& kind) {
     return kind == "monitor" || kind == "web";
+}
+
+/// Parameters whose names can be listed.
+class NamedParams : public Config::ParamLine {
+public:
+    /// The first of them that is not among `known`, or null.
+    [[nodiscard]] const std::string* findUnknown(std::span<const char* const> known) const {
+        for (const auto& [name, value] : params_) {
+            if (std::find(known.begin(), known.end(), name) == known.end()) {
+                return &name;
+            }
+        }
+        return nullptr;
+    }
+};
+
+std::string listed(std::span<const char* const> words) {
+    std::string text;
+    for (const char* word : words) {
+        text += (text.empty() ? "" : ", ") + std::string(word);
+    }
+    return text;
 }
 
 } // namespace
@@ -54,10 +78,19 @@ bool BackendOption::read(
                 "\"; expected one of: " + known);
             return false;
         }
+        NamedParams params;
         try {
-            Config::ParamLine().setParamLine(choice.params.c_str());
+            params.setParamLine(choice.params.c_str());
         } catch (const Config::ParamLine::Exception& fault) {
             complain("--backend " + text + ": in the parameters: " + fault.what());
+            return false;
+        }
+        const std::vector<const char*> known = parametersOf(choice.kind);
+        if (const std::string* unknown = params.findUnknown(known)) {
+            complain(
+                "--backend " + text + ": unknown parameter \"" + *unknown + "\" of the kind \"" +
+                choice.kind + "\"; expected one of: " + listed(known) +
+                didYouMean(*unknown, known));
             return false;
         }
         choices.push_back(std::move(choice));

@@ -6,26 +6,38 @@
 #include <algorithm>
 #include <map>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 namespace OrvelTool {
 
 namespace {
 
-const char* descriptionOf(const std::string& kind) {
-    static const std::map<std::string, const char*> descriptions{
-        {"client", "drives sound servers on other machines (orvel serve)"},
-        {"default", "the kind \"openal\""},
-        {"log", "writes each change of the scene to standard error"},
-        {"loopback", "renders into the program; what \"orvel render\" uses"},
-        {"monitor", "shows the scene to browsers as it plays; what --monitor adds"},
-        {"openal", "plays through this machine's sound device"},
-        {"play", "writes the command line that would play each sound (command=\"player -q\")"},
-        {"silent", "does nothing"},
-        {"web", "shows in a browser on this machine what runs (--web)"},
+/// A kind of back end as the tool's user sees it.
+struct Kind {
+    const char* description;
+    std::vector<const char*> parameters; // besides "labels", which every kind takes
+};
+
+/// The kinds of the library and of the tool.
+const std::map<std::string, Kind>& table() {
+    static const std::map<std::string, Kind> kinds{
+        {"client",
+         {"drives sound servers on other machines (orvel serve)",
+          {"deferred", "group", "interfaces", "port", "servers", "transferData", "ttl"}}},
+        {"default", {"the kind \"openal\"", {}}},
+        {"log", {"writes each change of the scene to standard error", {}}},
+        {"loopback", {"renders into the program; what \"orvel render\" uses", {"rate", "sources"}}},
+        {"monitor",
+         {"shows the scene to browsers as it plays; what --monitor adds", {"address", "port"}}},
+        {"openal", {"plays through this machine's sound device", {}}},
+        {"play",
+         {"writes the command line that would play each sound (command=\"player -q\")",
+          {"command"}}},
+        {"silent", {"does nothing", {}}},
+        {"web", {"shows in a browser on this machine what runs (--web)", {}}},
     };
-    const auto found = descriptions.find(kind);
-    return found == descriptions.end() ? "" : found->second;
+    return kinds;
 }
 
 } // namespace
@@ -47,16 +59,29 @@ bool isKind(const std::string& name) {
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
+std::vector<const char*> parametersOf(const std::string& kind) {
+    std::vector<const char*> names{"labels"};
+    if (const auto found = table().find(kind); found != table().end()) {
+        const auto& own = found->second.parameters;
+        names.insert(names.end(), own.begin(), own.end());
+    }
+    return names;
+}
+
 std::string describeKinds() {
     std::ostringstream text;
     for (const std::string& kind : kinds()) {
         constexpr std::size_t kColumn = 10;
-        const std::string description = descriptionOf(kind);
         text << kind;
-        if (!description.empty()) {
-            text << std::string(kColumn - std::min(kColumn - 1, kind.size()), ' ') << description;
+        if (const auto found = table().find(kind); found != table().end()) {
+            text << std::string(kColumn - std::min(kColumn - 1, kind.size()), ' ')
+                 << found->second.description;
         }
-        text << '\n';
+        std::string separator = " [";
+        for (const char* parameter : parametersOf(kind)) {
+            text << std::exchange(separator, " ") << parameter;
+        }
+        text << "]\n";
     }
     return text.str();
 }

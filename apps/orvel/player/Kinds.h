@@ -14,7 +14,10 @@ bool isKind(const std::string& name);
 /// The kinds, sorted.
 std::vector<std::string> kinds();
 
-/// All kinds, one per line with a description.
+/// The names of the parameters that a kind takes.
+std::vector<const char*> parametersOf(const std::string& kind);
+
+/// All kinds, one per line with a description and the names of its parameters.
 std::string describeKinds();
 
 } // namespace OrvelTool

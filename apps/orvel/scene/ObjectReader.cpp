@@ -1,10 +1,11 @@
 #include "scene/ObjectReader.h"
 
+#include "process/DidYouMean.h"
+
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <map>
-#include <numeric>
 #include <utility>
 
 namespace OrvelTool {
@@ -13,21 +14,6 @@ namespace {
 
 using Kind = JsonValue::Kind;
 using State = Orvel::WorldPart::State;
-
-/// How many letters must be added, dropped or replaced to make one word the other.
-std::size_t distance(std::string_view a, std::string_view b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i + 1);
-        for (std::size_t j = 0; j < b.size(); ++j) {
-            const std::size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
-        }
-    }
-    return row.back();
-}
 
 } // namespace
 
@@ -248,22 +234,8 @@ bool ObjectReader::isPlain(std::string_view text) {
 }
 
 void ObjectReader::reportUnknown(const JsonValue& member, Keys known) const {
-    const char* nearest = nullptr;
-    std::size_t least = 3; // further away is no slip of the hand
-    if (member.key.size() < 40) {
-        for (const char* key : known) {
-            const std::size_t steps = distance(member.key, key);
-            if (steps < least && steps < std::max<std::size_t>(2, member.key.size())) {
-                least = steps;
-                nearest = key;
-            }
-        }
-    }
-    std::string text =
-        "expected one of the keys " + listed(known) + ", found " + quoted(member.key);
-    if (nearest != nullptr) {
-        text += "; did you mean " + quoted(nearest) + "?";
-    }
+    std::string text = "expected one of the keys " + listed(known) + ", found " +
+                       quoted(member.key) + didYouMean(member.key, known);
     report_.add(member.line, place(member.key).str(), std::move(text));
 }
 
