@@ -1,6 +1,6 @@
 #include "monitor/JsonWriter.h"
 
-#include "monitor/ValidText.h"
+#include "process/ValidText.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 
 #include "monitor/MonitorBackend.h"
 #include "monitor/NetworkReading.h"
-#include "monitor/ValidText.h"
+#include "process/ValidText.h"
 
 #include <Orvel/BackendType.h>
 #include <Orvel/Emitter.h>

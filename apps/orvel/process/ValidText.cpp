@@ -1,6 +1,4 @@
-#include "monitor/ValidText.h"
-
-#include <cstddef>
+#include "process/ValidText.h"
 
 namespace OrvelTool {
 
@@ -10,8 +8,9 @@ unsigned byteAt(std::string_view text, std::size_t at) {
     return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
 }
 
-/// How many bytes the character takes that begins there; 0 if none does. The ranges are those of
-/// RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF.
+} // namespace
+
+// The ranges are those of RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF.
 std::size_t characterLength(std::string_view text, std::size_t at) {
     const unsigned first = byteAt(text, at);
     if (first < 0x80) {
@@ -34,8 +33,6 @@ std::size_t characterLength(std::string_view text, std::size_t at) {
     }
     return length;
 }
-
-} // namespace
 
 std::string validText(std::string_view text) {
     std::string out;
