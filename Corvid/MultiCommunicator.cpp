@@ -33,6 +33,14 @@ bool MultiCommunicator::waitForCommunicators(std::chrono::steady_clock::duration
     return hub_->wait(nullptr, std::chrono::steady_clock::now() + atMost);
 }
 
+bool MultiCommunicator::watch(int descriptor) {
+    return hub_->watch(descriptor);
+}
+
+bool MultiCommunicator::unwatch(int descriptor) {
+    return hub_->unwatch(descriptor);
+}
+
 bool MultiCommunicator::receiveCommunicator(Communicator*& communicator) {
     communicator = nullptr;
     return hub_->wait(&communicator);

@@ -81,6 +81,13 @@ public:
     bool waitForCommunicators();
     /// The same for `atMost`; false too when that is over.
     bool waitForCommunicators(std::chrono::steady_clock::duration atMost);
+    /// Makes waitForCommunicators() end, with false, also while this descriptor is readable or has
+    /// failed, so that one wait serves a host's other sockets too. The host keeps it and calls
+    /// unwatch() before closing it. False if it is none, or watched already. On the loop thread,
+    /// between waits.
+    bool watch(int descriptor);
+    /// False if it is not watched.
+    bool unwatch(int descriptor);
     /// Gives the next connection that has something to receive, in turn, one frame each; waits if
     /// there is none. A lost connection is given once, so that receiving from it fails. False, and
     /// null, after breakWait() or close().

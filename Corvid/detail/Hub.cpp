@@ -1,5 +1,6 @@
 #include <Corvid/detail/Hub.h>
 
+#include <boost/asio/error.hpp>
 #include <algorithm>
 #include <random>
 #include <sys/socket.h>
@@ -41,6 +42,7 @@ Hub::Hub(MultiCommunicator& owner, int protocolVersion)
 Hub::~Hub() {
     try {
         close();
+        watches_.clear();
         loop_->stop();
         while (loop_->io.poll() > 0) { // what was cancelled lets go of what it holds
         }
@@ -519,7 +521,51 @@ Connection* Hub::takeReady() {
     return current_.get();
 }
 
+bool Hub::watch(int descriptor) {
+    const auto watch = std::make_shared<Watch>(loop_->io);
+    boost::system::error_code error;
+    const bool known =
+        std::any_of(watches_.begin(), watches_.end(), [descriptor](const auto& other) {
+            return other->descriptor.native_handle() == descriptor;
+        });
+    if (known) {
+        return false;
+    }
+    watch->descriptor.assign(descriptor, error);
+    if (error) {
+        return false;
+    }
+    watches_.push_back(watch);
+    return true;
+}
+
+bool Hub::unwatch(int descriptor) {
+    return std::erase_if(watches_, [descriptor](const auto& watch) {
+               return watch->descriptor.native_handle() == descriptor;
+           }) > 0;
+}
+
+void Hub::armWatches() {
+    watchFired_ = false;
+    for (const auto& watch : watches_) {
+        if (!std::exchange(watch->armed, true)) {
+            watch->descriptor.async_wait(
+                boost::asio::posix::stream_descriptor::wait_read,
+                [this, weak = std::weak_ptr(watch)](const boost::system::error_code& error) {
+                    const auto fired = weak.lock();
+                    if (fired && error != boost::asio::error::operation_aborted) {
+                        fired->armed = false;
+                        watchFired_ = true;
+                    }
+                });
+        }
+    }
+}
+
 bool Hub::wait(Communicator** communicator, End end) {
+    if (communicator == nullptr) {
+        armWatches();
+    }
     while (open_) {
         if (break_ && break_.exchange(false)) {
             return false;
@@ -534,7 +580,7 @@ bool Hub::wait(Communicator** communicator, End end) {
                 return true;
             }
         }
-        if (end && Clock::now() >= *end) {
+        if ((communicator == nullptr && watchFired_) || (end && Clock::now() >= *end)) {
             return false;
         }
         turn(true, end);

@@ -4,6 +4,7 @@
 #include <Corvid/detail/Connection.h>
 #include <Corvid/detail/Loop.h>
 
+#include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
 
 #include <atomic>
@@ -56,6 +57,8 @@ public:
     using End = std::optional<std::chrono::steady_clock::time_point>;
     bool wait(Communicator** communicator, End end = std::nullopt);
     bool available(int& count);
+    bool watch(int descriptor);
+    bool unwatch(int descriptor);
     void breakWait();
     /// Makes the loop turn soon. Synchronised.
     void nudge();
@@ -79,7 +82,18 @@ public:
 
 private:
     using Pointer = std::shared_ptr<Connection>;
+    /// A descriptor of the host's.
+    struct Watch {
+        explicit Watch(boost::asio::io_context& io) : descriptor(io) {}
+        Watch(const Watch&) = delete;
+        Watch& operator=(const Watch&) = delete;
+        ~Watch() { descriptor.release(); } // it is not ours to close
 
+        boost::asio::posix::stream_descriptor descriptor;
+        bool armed = false;
+    };
+
+    void armWatches();
     void turn(bool block, End end = std::nullopt);
     void nap();
     void flush();
@@ -114,6 +128,8 @@ private:
     bool moreToWrite_ = false;
     bool napped_ = false; // a nap has just ended undisturbed
     boost::asio::steady_timer napTimer_;
+    std::vector<std::shared_ptr<Watch>> watches_;
+    bool watchFired_ = false;
     int refusalsTold_ = 0;
     std::chrono::steady_clock::time_point refusalsSince_;
     std::deque<Pointer> ungreeted_; // the oldest first

@@ -7,6 +7,7 @@
 #include <list>
 #include <memory>
 #include <numeric>
+#include <sys/eventfd.h>
 #include <thread>
 
 namespace {
@@ -364,6 +365,18 @@ TEST_F(Net, LetsWhatIsQueuedLeaveAtClosing) {
 
 TEST_F(Net, BreaksAWaitBeforeAndDuring) {
     const auto server = newServer(0, false);
+    const int event = ::eventfd(1, 0);
+    EXPECT_TRUE(server->watch(event));
+    EXPECT_FALSE(server->watch(event));
+    for (int i = 0; i < 2; ++i) { // for as long as it is readable
+        const auto begin = Clock::now();
+        EXPECT_FALSE(server->waitForCommunicators(1min));
+        EXPECT_LT(Clock::now() - begin, 30s);
+    }
+    EXPECT_TRUE(server->unwatch(event));
+    EXPECT_FALSE(server->unwatch(event));
+    EXPECT_FALSE(server->watch(-1));
+    ::close(event);
     server->breakWait();
     EXPECT_FALSE(server->waitForCommunicators());
     std::thread waiting([&] { EXPECT_FALSE(server->waitForCommunicators()); });

@@ -7,10 +7,12 @@ import re
 import shlex
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import time
 import unittest
+import urllib.request
 
 from remote_case import RemoteCase
 from tool_case import DEADLINE, LEFT, changed, channels, rms_dB
@@ -107,6 +109,26 @@ class Osc(RemoteCase):
         taken, wrong = re.search(r"OSC: (\d+) messages, (\d+) wrong", self.read("play.log")).groups()
         self.assertGreater(int(taken), 30000)  # TCP; how much of UDP the system keeps is its affair
         self.assertEqual(wrong, "0")
+
+    def test_an_idle_server_sleeps_and_wakes_for_each_that_comes(self):
+        server = self.start_taking("serve.log", "serve", "--backend", "log", "--monitor",
+                                   "127.0.0.1:0", "--port", self.port, *self.here)
+        self.wait_for_text("serve.log", "orvel: serving")
+
+        def wakes():
+            with open(f"/proc/{server.pid}/status", encoding="ascii") as status:
+                return int(re.search(r"\nvoluntary_ctxt_switches:\s+(\d+)", status.read())[1])
+        before = wakes()
+        time.sleep(1)  # of idleness
+        self.assertLess(wakes() - before, 30)
+        url = re.search(r"monitor is at (\S+)", self.read("serve.log"))[1]
+        deadline = time.monotonic() + DEADLINE
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+            for count in range(1, 201):  # at the turns of an idle loop they would take 40 s each
+                sender.sendto(b"/orvel/enabled\0\0,i\0\0\0\0\0\1", ("127.0.0.1", int(self.osc)))
+                self.wait_for_text("serve.log", "setEnabled", count)
+                urllib.request.urlopen(url + "api/status", timeout=DEADLINE).close()
+        self.assertLess(time.monotonic(), deadline)
 
     def test_the_port_is_for_this_machine_only_and_is_named_when_taken(self):
         scene = self.scene(LOOPED)

@@ -86,8 +86,4 @@ std::vector<const Corvid::PolledWebServer*> webServers(const Orvel::World& world
     return servers;
 }
 
-bool isWatched(const Orvel::World& world) {
-    return !webServers(world).empty();
-}
-
 } // namespace OrvelTool

@@ -32,7 +32,5 @@ private:
 bool announceMonitors(const Orvel::World& world);
 /// The web servers of a world's back ends, owned by those: World::update() serves them.
 std::vector<const Corvid::PolledWebServer*> webServers(const Orvel::World& world);
-/// Whether somebody may look at the world: it then wants update() often.
-bool isWatched(const Orvel::World& world);
 
 } // namespace OrvelTool

@@ -9,6 +9,7 @@
 
 #include <Corvid/InetAddress.h>
 #include <Corvid/MultiServer.h>
+#include <Corvid/PolledWebServer.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <poll.h>
 #include <sstream>
 
 namespace OrvelTool {
@@ -25,11 +27,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kLongestWait = 200ms;  // for a signal to be seen
-constexpr auto kWatchedWait = 10ms;   // for whoever looks on with a browser
 constexpr auto kLongestServing = 4ms; // before a recording or a signal gets its turn
 constexpr auto kChores = 20ms;        // between two looks at what is to be told
-constexpr auto kWatchedChores = 5ms;
-constexpr auto kOscInterval = 2ms; // between two looks at what has arrived
 constexpr const char* kOscClient = "OSC";
 /// A recording cannot know how many emitters will sound at once.
 constexpr const char* kRecordingParams = "sources=4096";
@@ -41,6 +40,11 @@ std::string fixed(double value) {
     text.precision(2);
     text << std::fixed << value;
     return text.str();
+}
+
+bool isReadable(int descriptor) {
+    pollfd entry{descriptor, POLLIN, 0};
+    return poll(&entry, 1, 0) > 0;
 }
 
 /// The text of a scene file that has just been read; empty without one.
@@ -217,22 +221,31 @@ bool ServeCommand::serve(
     PeerWatch clients(server.multiServer(), "client");
     ServiceManager manager;
     auto nextChores = begin;
-    const bool watched = isWatched(server);
+    bool choresWait = false;
+    const auto webs = webServers(server);
+    for (const auto* web : webs) {
+        server.multiServer().watch(web->descriptor());
+    }
+    if (osc != nullptr) {
+        server.multiServer().watch(osc->descriptor());
+    }
     server.serve(0ms); // takes part in discovery from here on
     announce(server);
     manager.ready();
     bool room = true;
     auto now = Clock::now();
     while (room && now < limit && !StopSignals::came()) {
-        // Browsers are served together with the chores.
-        auto until = std::min(limit, now + (watched ? kWatchedWait : kLongestWait));
+        auto until = std::min(limit, choresWait ? nextChores : now + kLongestWait);
         if (recording != nullptr) {
             until = std::min(until, recording->next());
         }
         if (osc != nullptr) {
-            until = std::min(until, now + kOscInterval); // which waits for nobody else
+            until = std::min(until, osc->next());
         }
-        server.multiServer().waitForCommunicators(std::max(until - now, Clock::duration::zero()));
+        for (const auto* web : webs) {
+            until = std::min(until, web->nextUpdate());
+        }
+        server.multiServer().waitForCommunicators(std::max(until, now) - now);
         now = Clock::now();
         if (recording != nullptr) {
             // First what was to be heard before that which has just arrived.
@@ -243,10 +256,14 @@ bool ServeCommand::serve(
             osc->serve(kLongestServing);
         }
         now = Clock::now();
-        if (now < nextChores) {
+        const bool asked = std::any_of(webs.begin(), webs.end(), [now](const auto* web) {
+            return isReadable(web->descriptor()) || web->nextUpdate() <= now;
+        });
+        choresWait = now < nextChores && !asked;
+        if (choresWait) {
             continue;
         }
-        nextChores = now + (watched ? kWatchedChores : kChores);
+        nextChores = now + kChores;
         server.update();
         const std::size_t before = clients.count();
         for (const std::string& client : clients.look()) {

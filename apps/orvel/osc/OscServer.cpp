@@ -8,6 +8,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <unistd.h>
@@ -40,7 +41,7 @@ OscServer::OscServer(Orvel::World& world, const Settings& settings, OscScene::Ap
       buffer_(OscStream::kMostBytes) {}
 
 OscServer::~OscServer() {
-    for (const int socket : {udp_, tcp_}) {
+    for (const int socket : {poller_, udp_, tcp_}) {
         if (socket >= 0) {
             close(socket);
         }
@@ -67,7 +68,7 @@ bool OscServer::open() {
 }
 
 bool OscServer::listen(unsigned short port) {
-    for (int* old : {&udp_, &tcp_}) {
+    for (int* old : {&poller_, &udp_, &tcp_}) {
         if (*old >= 0) {
             close(std::exchange(*old, -1));
         }
@@ -81,9 +82,11 @@ bool OscServer::listen(unsigned short port) {
     const int on = 1;
     tcp_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     udp_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    poller_ = epoll_create1(EPOLL_CLOEXEC);
     if (tcp_ < 0 || udp_ < 0 || setsockopt(tcp_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
         bind(tcp_, generic, size) != 0 || ::listen(tcp_, kLinger) != 0 ||
-        getsockname(tcp_, generic, &size) != 0 || bind(udp_, generic, size) != 0) {
+        getsockname(tcp_, generic, &size) != 0 || bind(udp_, generic, size) != 0 ||
+        !addToPoller(tcp_) || !addToPoller(udp_)) {
         return false;
     }
     // Less will do where the system gives no more.
@@ -92,20 +95,27 @@ bool OscServer::listen(unsigned short port) {
     return true;
 }
 
+bool OscServer::addToPoller(int socket) const {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    return epoll_ctl(poller_, EPOLL_CTL_ADD, socket, &event) == 0;
+}
+
+OscServer::Clock::time_point OscServer::next() const {
+    const auto due = inbox_.next();
+    return due ? Clock::now() +
+                     std::chrono::duration_cast<Clock::duration>(*due - OscInbox::Clock::now())
+               : Clock::time_point::max();
+}
+
 void OscServer::wait(Clock::time_point until) const {
-    std::vector<pollfd> sockets{{udp_, POLLIN, 0}, {tcp_, POLLIN, 0}};
-    for (const Connection& connection : connections_) {
-        sockets.push_back({connection.socket, POLLIN, 0});
-    }
-    auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(until - Clock::now());
-    if (const auto next = inbox_.next()) {
-        left = std::min(
-            left,
-            std::chrono::duration_cast<std::chrono::nanoseconds>(*next - OscInbox::Clock::now()));
-    }
-    left = std::max(left, std::chrono::nanoseconds(0));
+    const auto left = std::max(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(
+            std::min(until, next()) - Clock::now()),
+        std::chrono::nanoseconds(0));
     const timespec time{left.count() / 1'000'000'000, left.count() % 1'000'000'000};
-    ppoll(sockets.data(), sockets.size(), &time, nullptr); // a signal ends it, which is right
+    pollfd entry{poller_, POLLIN, 0};
+    ppoll(&entry, 1, &time, nullptr); // a signal ends it
 }
 
 void OscServer::serve(Clock::duration atMost) {
@@ -149,6 +159,10 @@ void OscServer::accept() {
         const int on = 1;
         setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
         setsockopt(socket, IPPROTO_TCP, TCP_KEEPIDLE, &kIdleSeconds, sizeof kIdleSeconds);
+        if (!addToPoller(socket)) {
+            close(socket);
+            continue;
+        }
         Connection& connection = connections_.emplace_back();
         connection.socket = socket;
         connection.peer = nameOf(address);

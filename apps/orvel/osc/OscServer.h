@@ -38,6 +38,11 @@ public:
     bool open();
     [[nodiscard]] unsigned short port() const noexcept { return port_; }
 
+    /// Readable (poll, epoll) while something has arrived; -1 before open().
+    [[nodiscard]] int descriptor() const noexcept { return poller_; }
+    /// When serve() is due although descriptor() is not readable; time_point::max() if no message
+    /// waits for its time.
+    [[nodiscard]] Clock::time_point next() const;
     /// Waits until something arrives, a message that waits is due, or it is `until`.
     void wait(Clock::time_point until) const;
     /// Applies what has arrived and what is due, for about `atMost`, however much there is.
@@ -56,6 +61,7 @@ private:
     };
 
     bool listen(unsigned short port);
+    [[nodiscard]] bool addToPoller(int socket) const;
     void accept();
     /// False when the connection has ended.
     bool read(Connection& connection);
@@ -66,6 +72,7 @@ private:
     Settings settings_;
     OscScene scene_;
     OscInbox inbox_;
+    int poller_ = -1; // of the sockets below
     int udp_ = -1;
     int tcp_ = -1;
     unsigned short port_ = 0;
