@@ -36,12 +36,7 @@ public:
         double clockSeconds = 0.0; ///< how long it had been open when it said so, by its own clock
         bool connected = false;
     };
-    /// An interface that was searched.
-    struct SearchedInterface {
-        std::string name;
-        InetAddress address;
-        std::string error; ///< why it could not be searched; empty if it was
-    };
+    using SearchedInterface = Multicast::UsedInterface;
 
     static constexpr double kDefaultSearchInterval = 3.0;
 

@@ -32,4 +32,8 @@ std::uint16_t MultiServer::port() const {
     return listener_->port();
 }
 
+std::vector<Multicast::UsedInterface> MultiServer::interfaces() const {
+    return listener_->interfaces();
+}
+
 } // namespace Corvid

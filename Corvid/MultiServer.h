@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <orvel_export.h>
 
@@ -30,6 +31,11 @@ public:
 
     /// The port listened to, 0 before opening.
     [[nodiscard]] std::uint16_t port() const;
+
+    /// The interfaces on which clients find it, and those on which they cannot, with the reason.
+    /// None before the first waiting or receiving call, or without taking part in discovery.
+    /// Synchronised.
+    [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const;
 
     [[nodiscard]] Multicast& multicast() { return multicast_; }
     [[nodiscard]] const Multicast& multicast() const { return multicast_; }

@@ -1,6 +1,7 @@
 #include <Corvid/Multicast.h>
 
 #include <algorithm>
+#include <net/if.h>
 #include <utility>
 
 namespace Corvid {
@@ -9,7 +10,8 @@ namespace {
 
 struct Defaults {
     std::mutex mutex;
-    std::vector<InetAddress> interfaces; // guarded by mutex
+    std::vector<InetAddress> interfaces; // guarded by mutex, as is the next
+    std::vector<std::string> names;
     std::atomic<std::uint64_t> revision = 0;
 };
 
@@ -74,9 +76,10 @@ int Multicast::ttl() const {
     return settings_.ttl;
 }
 
-void Multicast::setInterfaces(std::vector<InetAddress> interfaces) {
+void Multicast::setInterfaces(std::vector<InetAddress> addresses, std::vector<std::string> names) {
     const std::scoped_lock lock(mutex_);
-    settings_.interfaces = std::move(interfaces);
+    settings_.interfaces = std::move(addresses);
+    settings_.interfaceNames = std::move(names);
     ++revision_;
 }
 
@@ -85,9 +88,11 @@ std::vector<InetAddress> Multicast::interfaces() const {
     return settings_.interfaces;
 }
 
-void Multicast::setDefaultInterfaces(std::vector<InetAddress> interfaces) {
+void Multicast::setDefaultInterfaces(
+    std::vector<InetAddress> addresses, std::vector<std::string> names) {
     const std::scoped_lock lock(defaults().mutex);
-    defaults().interfaces = std::move(interfaces);
+    defaults().interfaces = std::move(addresses);
+    defaults().names = std::move(names);
     ++defaults().revision;
 }
 
@@ -96,14 +101,33 @@ std::vector<InetAddress> Multicast::defaultInterfaces() {
     return defaults().interfaces;
 }
 
+bool Multicast::readInterface(
+    const std::string& text, std::vector<InetAddress>& addresses, std::vector<std::string>& names) {
+    const InetAddress address = InetAddress::getByAddress(text);
+    if (address.isValid() && !address.isMulticast() && address.bits() != 0) {
+        addresses.push_back(address);
+        return true;
+    }
+    // As the kernel takes names; one of digits and dots alone is rather a mistyped address.
+    const bool name = !text.empty() && text.size() < IF_NAMESIZE &&
+                      text.find_first_of("/: \t\n") == std::string::npos &&
+                      text.find_first_not_of("0123456789.") != std::string::npos;
+    if (name) {
+        names.push_back(text);
+    }
+    return name;
+}
+
 Multicast::Settings Multicast::settings() const {
     Settings copy;
     {
         const std::scoped_lock lock(mutex_);
         copy = settings_;
     }
-    if (copy.interfaces.empty()) {
-        copy.interfaces = defaultInterfaces();
+    if (!copy.restricted()) {
+        const std::scoped_lock lock(defaults().mutex);
+        copy.interfaces = defaults().interfaces;
+        copy.interfaceNames = defaults().names;
     }
     return copy;
 }

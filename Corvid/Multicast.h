@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include <orvel_export.h>
@@ -22,6 +23,13 @@ public:
     static constexpr std::uint16_t kDefaultPort = 33780;
     static constexpr int kDefaultTtl = 1; ///< this network only
 
+    /// An interface as an open client or server uses it.
+    struct UsedInterface {
+        std::string name;    ///< empty if no interface has the address that was asked for
+        InetAddress address; ///< invalid if no interface has the name that was asked for
+        std::string error;   ///< why it cannot be used; empty if it is
+    };
+
     Multicast();
     Multicast(const Multicast& other);
     Multicast& operator=(const Multicast& other);
@@ -36,12 +44,19 @@ public:
     void setTtl(int ttl);
     [[nodiscard]] int ttl() const;
 
-    /// The interfaces, by their addresses; empty means the process-wide default, and if that is
-    /// empty too every usable one, loopback included.
-    void setInterfaces(std::vector<InetAddress> interfaces);
+    /// The interfaces, by their addresses, by their names ("eth0"), or some so and some so; none
+    /// means the process-wide default, and if that is none too every usable one, loopback included.
+    void setInterfaces(std::vector<InetAddress> addresses, std::vector<std::string> names = {});
     [[nodiscard]] std::vector<InetAddress> interfaces() const;
-    static void setDefaultInterfaces(std::vector<InetAddress> interfaces);
+    static void
+    setDefaultInterfaces(std::vector<InetAddress> addresses, std::vector<std::string> names = {});
     [[nodiscard]] static std::vector<InetAddress> defaultInterfaces();
+    /// Appends what a text means, an IPv4 address or the name of an interface, to one of the two
+    /// lists. False, and nothing is appended, if it can be neither. Nobody is asked whether there
+    /// is such an interface.
+    static bool readInterface(
+        const std::string& text, std::vector<InetAddress>& addresses,
+        std::vector<std::string>& names);
 
     /// All settings at one moment, the default interfaces resolved.
     struct Settings {
@@ -49,6 +64,12 @@ public:
         std::uint16_t port = kDefaultPort;
         int ttl = kDefaultTtl;
         std::vector<InetAddress> interfaces;
+        std::vector<std::string> interfaceNames;
+
+        /// Whether only some interfaces are to be used.
+        [[nodiscard]] bool restricted() const {
+            return !interfaces.empty() || !interfaceNames.empty();
+        }
     };
     [[nodiscard]] Settings settings() const;
     /// Grows with each change, of the process-wide default too, so that users see that there was

@@ -185,15 +185,13 @@ void ClientBackend::configure() {
         }
     }
     std::vector<Corvid::InetAddress> interfaces;
+    std::vector<std::string> names;
     for (const std::string& item : detail::splitList(text("interfaces"))) {
-        const auto address = Corvid::InetAddress::getByAddress(item);
-        if (address.isValid()) {
-            interfaces.push_back(address);
-        } else {
-            reportUnusable("interfaces", item, "the IPv4 address of an interface");
+        if (!Corvid::Multicast::readInterface(item, interfaces, names)) {
+            reportUnusable("interfaces", item, "the IPv4 address or the name of an interface");
         }
     }
-    multicast.setInterfaces(std::move(interfaces));
+    multicast.setInterfaces(std::move(interfaces), std::move(names));
     for (const std::string& item : detail::splitList(text("servers"))) {
         const auto colon = item.rfind(':');
         const auto port = colon == std::string::npos || colon == 0

@@ -31,7 +31,8 @@ class OrvelMultiClient;
 ///
 /// Parameters, beside "labels" (see docs/parameters.md): "transferData" (yes), "deferred" (no),
 /// "servers" (HOST:PORT, ... to connect to without multicast), and where to search: "interfaces"
-/// (addresses), "group", "port", "ttl". A value that cannot be is reported, and the default used.
+/// (addresses or names), "group", "port", "ttl". A value that cannot be is reported, and the
+/// default used.
 ///
 /// Threads: one receive thread, from construction to destruction. It brings new servers up to date,
 /// reading the world, and stores the playing times that servers report in the world's sources, both

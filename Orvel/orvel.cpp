@@ -567,18 +567,21 @@ bool orvel_server_set_multicast(
     });
 }
 
-bool orvel_server_set_interfaces(orvel_server* server, const char* addresses) {
+bool orvel_server_set_interfaces(orvel_server* server, const char* interfaces) {
     return done(__func__, [&] {
         PolledServer& world = get(server);
-        std::vector<Corvid::InetAddress> interfaces;
+        std::vector<Corvid::InetAddress> addresses;
+        std::vector<std::string> names;
         for (const std::string& text :
-             Orvel::detail::splitList(need(addresses, "the list of addresses"))) {
-            interfaces.push_back(Corvid::InetAddress::getByAddress(text));
-            if (!interfaces.back().isValid()) {
-                throw Refusal("\"" + text + "\" is no IPv4 address; use one such as 127.0.0.1");
+             Orvel::detail::splitList(need(interfaces, "the list of interfaces"))) {
+            if (!Corvid::Multicast::readInterface(text, addresses, names)) {
+                throw Refusal(
+                    "\"" + text +
+                    "\" is neither the IPv4 address nor the name of an interface; use one such as "
+                    "127.0.0.1 or lo");
             }
         }
-        world.multiServer().multicast().setInterfaces(std::move(interfaces));
+        world.multiServer().multicast().setInterfaces(std::move(addresses), std::move(names));
     });
 }
 

@@ -215,8 +215,8 @@ ORVEL_EXPORT bool orvel_server_set_id(orvel_server* server, const char* text);
 /// Where clients search: the group's address, its UDP port, and how many networks it may cross.
 ORVEL_EXPORT bool
 orvel_server_set_multicast(orvel_server* server, const char* group, unsigned short port, int ttl);
-/// Serves only on the interfaces with these addresses, separated by commas; empty: on all.
-ORVEL_EXPORT bool orvel_server_set_interfaces(orvel_server* server, const char* addresses);
+/// Serves only on the interfaces with these addresses or names, separated by commas; empty: on all.
+ORVEL_EXPORT bool orvel_server_set_interfaces(orvel_server* server, const char* interfaces);
 
 /// The TCP port that it listens to; 0 if it could not listen.
 ORVEL_EXPORT unsigned short orvel_server_port(orvel_server* server);

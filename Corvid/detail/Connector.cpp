@@ -88,10 +88,7 @@ void Connector::publish() {
         servers.push_back(found.server);
         servers.back().connected = connected_.contains(instance);
     }
-    std::vector<MultiClient::SearchedInterface> interfaces;
-    for (const auto& link : discovery_.links()) {
-        interfaces.push_back({link->name, link->address, link->error});
-    }
+    auto interfaces = discovery_.interfaces();
     const std::scoped_lock lock(mutex_);
     publishedServers_.swap(servers);
     publishedInterfaces_.swap(interfaces);

@@ -23,9 +23,14 @@ struct Interface {
     unsigned index;
 };
 
-/// The interfaces that are up and can multicast, or those of them that are asked for. Without being
-/// asked for, one address of each interface is enough.
-std::vector<Interface> findInterfaces(const std::vector<InetAddress>& wanted) {
+template <class Value>
+bool isIn(const std::vector<Value>& list, const Value& value) {
+    return std::find(list.begin(), list.end(), value) != list.end();
+}
+
+/// The interfaces that are up and can multicast, or those of them that are asked for. Unless its
+/// address is asked for, one address of each interface is enough.
+std::vector<Interface> findInterfaces(const Multicast::Settings& settings) {
     std::vector<Interface> found;
     ifaddrs* all = nullptr;
     if (::getifaddrs(&all) != 0) {
@@ -43,12 +48,12 @@ std::vector<Interface> findInterfaces(const std::vector<InetAddress>& wanted) {
         const Interface candidate = {
             one->ifa_name, InetAddress::fromBits(ntohl(address->sin_addr.s_addr)),
             ::if_nametoindex(one->ifa_name)};
+        const bool isFirst = std::none_of(found.begin(), found.end(), [&](const Interface& other) {
+            return other.index == candidate.index;
+        });
         const bool take =
-            wanted.empty()
-                ? std::none_of(
-                      found.begin(), found.end(),
-                      [&](const Interface& other) { return other.index == candidate.index; })
-                : std::find(wanted.begin(), wanted.end(), candidate.address) != wanted.end();
+            isIn(settings.interfaces, candidate.address) ||
+            (isFirst && (!settings.restricted() || isIn(settings.interfaceNames, candidate.name)));
         if (take) {
             found.push_back(candidate);
         }
@@ -69,6 +74,26 @@ void set(udp::socket& socket, int option, const T& value) {
 
 } // namespace
 
+bool mayUse(const Multicast::Settings& settings, const InetAddress& own) {
+    if (!settings.restricted() || isIn(settings.interfaces, own)) {
+        return true;
+    }
+    ifaddrs* all = nullptr;
+    if (settings.interfaceNames.empty() || ::getifaddrs(&all) != 0) {
+        return false;
+    }
+    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(all, &::freeifaddrs);
+    for (const ifaddrs* one = all; one != nullptr; one = one->ifa_next) {
+        if (one->ifa_addr != nullptr && one->ifa_addr->sa_family == AF_INET &&
+            reinterpret_cast<const sockaddr_in*>(one->ifa_addr)->sin_addr.s_addr ==
+                htonl(own.bits()) &&
+            isIn<std::string>(settings.interfaceNames, one->ifa_name)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 Discovery::Discovery(boost::asio::io_context& io, const Multicast& multicast, Handler handler)
     : io_(io), multicast_(multicast), handler_(std::move(handler)) {}
 
@@ -81,7 +106,7 @@ bool Discovery::refresh() {
             stop();
         }
     }
-    std::vector<Interface> interfaces = findInterfaces(settings_.interfaces);
+    std::vector<Interface> interfaces = findInterfaces(settings_);
     std::erase_if(links_, [&](const std::shared_ptr<Link>& link) {
         const auto same = [&](const Interface& one) {
             return one.address == link->address && one.index == link->index;
@@ -120,7 +145,24 @@ bool Discovery::refresh() {
             links_.push_back(link);
         }
     }
+    for (const std::string& name : settings_.interfaceNames) {
+        const auto same = [&](const auto& link) { return link->name == name; };
+        if (std::none_of(links_.begin(), links_.end(), same)) {
+            const auto link = std::make_shared<Link>(io_);
+            link->name = name;
+            link->error = "no interface of this name is up and has an IPv4 address";
+            links_.push_back(link);
+        }
+    }
     return opened;
+}
+
+std::vector<Multicast::UsedInterface> Discovery::interfaces() const {
+    std::vector<Multicast::UsedInterface> result;
+    for (const auto& link : links_) {
+        result.push_back({link->name, link->address, link->error});
+    }
+    return result;
 }
 
 void Discovery::openLink(Link& link) {

@@ -17,6 +17,10 @@
 
 namespace Corvid::detail {
 
+/// Whether an address of this machine belongs to the interfaces that the settings name; true if
+/// they name none.
+[[nodiscard]] bool mayUse(const Multicast::Settings& settings, const InetAddress& own);
+
 /// Datagrams to and from the multicast group, on each interface for itself: a socket that hears the
 /// group there and one that sends from the interface's own address and hears what comes back to it.
 /// Confined to the loop thread but for ignored().
@@ -53,7 +57,8 @@ public:
     /// Closes all sockets; nothing arrives any more.
     void stop();
 
-    [[nodiscard]] const std::vector<std::shared_ptr<Link>>& links() const { return links_; }
+    /// The interfaces as of the last refresh(), and those that were asked for and are not there.
+    [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const;
     /// Datagrams that were none of ours. Synchronised.
     [[nodiscard]] std::uint64_t ignored() const { return ignored_; }
     void countIgnored() { ++ignored_; }

@@ -1,6 +1,5 @@
 #include <Corvid/detail/Listener.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <memory>
@@ -74,7 +73,7 @@ void Listener::waitForClients() {
 }
 
 void Listener::acceptClients() {
-    const std::vector<InetAddress> interfaces = multicast_.settings().interfaces;
+    const Multicast::Settings settings = multicast_.settings();
     for (int i = 0; i < kMostAccepted; ++i) {
         boost::system::error_code error;
         tcp::socket socket(hub_.loop()->io);
@@ -101,10 +100,9 @@ void Listener::acceptClients() {
         }
         toldFull_ = false;
         const auto local = socket.local_endpoint(error);
-        const auto allowed = [&](const InetAddress& address) {
-            return !error && local.address().to_v4().to_uint() == address.bits();
-        };
-        if (!interfaces.empty() && std::none_of(interfaces.begin(), interfaces.end(), allowed)) {
+        if (settings.restricted() &&
+            (error ||
+             !mayUse(settings, InetAddress::fromBits(local.address().to_v4().to_uint())))) {
             hub_.countRefusal();
             hub_.reportRefusal("refused a client of an interface that is not to be used");
             continue;
@@ -130,6 +128,14 @@ void Listener::refresh() {
     if (discovery_.refresh()) {
         discovery_.send(datagram(DiscoveryDatagram::Kind::Announce, 0));
     }
+    auto interfaces = discovery_.interfaces();
+    const std::scoped_lock lock(mutex_);
+    interfaces_.swap(interfaces);
+}
+
+std::vector<Multicast::UsedInterface> Listener::interfaces() const {
+    const std::scoped_lock lock(mutex_);
+    return interfaces_;
 }
 
 void Listener::waitToRefresh() {

@@ -10,7 +10,9 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <string>
+#include <vector>
 
 namespace Corvid::detail {
 
@@ -22,6 +24,8 @@ public:
     /// Nothing if it listens now, else why not.
     std::string listen(const std::string& host, std::uint16_t port, bool announce);
     [[nodiscard]] std::uint16_t port() const { return port_; }
+    /// Synchronised.
+    [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const;
 
     void turn() override;
     bool accept(Connection& connection) override;
@@ -50,6 +54,8 @@ private:
     const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     bool announce_ = false;
     bool toldFull_ = false;
+    mutable std::mutex mutex_; // guards the rest
+    std::vector<Multicast::UsedInterface> interfaces_;
 };
 
 } // namespace Corvid::detail

@@ -67,7 +67,7 @@ TEST(CInterface, TurnsEveryMisuseIntoAnError) {
     ORVEL_REFUSES(orvel_backend_render, "no \"loopback\"", silent, frame.data(), 1);
     ORVEL_REFUSES(orvel_world_destroy, "orvel_server_destroy", orvel_server_world(server));
     ORVEL_REFUSES(orvel_server_set_multicast, "10.0.0.1", server, "10.0.0.1", 5, 1);
-    ORVEL_REFUSES(orvel_server_set_interfaces, "\"lo\"", server, "127.0.0.1, lo");
+    ORVEL_REFUSES(orvel_server_set_interfaces, "\"127.0.0\"", server, "lo, 127.0.0");
     ORVEL_REFUSES(orvel_server_poll, "seconds", server, std::numeric_limits<double>::quiet_NaN());
     ORVEL_REFUSES(orvel_log_set_level, "no level 6", 6);
     std::thread([] { EXPECT_STREQ(orvel_last_error(), ""); }).join(); // each thread has its own

@@ -225,7 +225,7 @@ TEST_F(ClientBackends, ReportParametersThatCannotBe) {
     LogCapture warnings(Log::Level::Warning);
     addClient(
         world, "transferData=perhaps deferred='' group=10.0.0.1 ttl=256 port=12x "
-               "interfaces=\"127.0.0.1, lo\" servers=\"host, host:70000\"");
+               "interfaces=\"127.0.0.1, lo, 127.0.0\" servers=\"host, host:70000\"");
     std::string lines;
     for (const std::string& line : warnings.lines()) {
         EXPECT_TRUE(line.starts_with("WARNING: ClientBackend: ")) << line;
@@ -238,7 +238,8 @@ TEST_F(ClientBackends, ReportParametersThatCannotBe) {
                "239.255.255.255 expected\n"
                "port=\"12x\" is not used: a number from 1 to 65535 expected\n"
                "ttl=\"256\" is not used: a number from 0 to 255 expected\n"
-               "interfaces=\"lo\" is not used: the IPv4 address of an interface expected\n"
+               "interfaces=\"127.0.0\" is not used: the IPv4 address or the name of an interface "
+               "expected\n"
                "servers=\"host\" is not used: HOST:PORT expected\n"
                "servers=\"host:70000\" is not used: HOST:PORT expected\n");
 }

@@ -10,7 +10,7 @@ class RemoteCase(ToolCase):
     def setUp(self):
         super().setUp()
         self.port = free_port()
-        self.here = ["--interface", "127.0.0.1"]
+        self.here = ["--interface", "lo"]
 
     def serve(self, log, *arguments, env=None):
         server = self.background(log, "serve", "--port", self.port, *self.here, *arguments, env=env)

@@ -110,6 +110,15 @@ class Remote(RemoteCase):
                 pass
             self.assertEqual(server.wait(DEADLINE), 0)
 
+    def test_it_says_whether_clients_find_it(self):
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
+            other.bind(("", int(self.port)))
+            self.serve("serve.log", "--backend", "silent", "--id", "ab", "--interface", "none0")
+            self.assertRegex(self.read("serve.log"),
+                             r"serving, id 195 \(ab\), at TCP port \d+; clients cannot find it on lo "
+                             r"127\.0\.0\.1 \(.*\), none0 \(no interface of .*end it, or")
+        self.wait_for_text("serve.log", "now clients find it through")
+
     def test_silence_is_explained(self):
         for arguments in ([], ["--json"]):
             out, err = self.run_tool("servers", "--port", self.port, *self.here, "--seconds", "0.1",

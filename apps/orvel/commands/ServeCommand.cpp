@@ -1,13 +1,13 @@
 #include "commands/ServeCommand.h"
 
 #include "capture/CaptureWriter.h"
+#include "network/DiscoveryWatch.h"
 #include "network/PeerWatch.h"
 #include "process/ServiceManager.h"
 #include "process/StopSignals.h"
 #include "render/LevelReport.h"
 #include "render/LiveRecording.h"
 
-#include <Corvid/InetAddress.h>
 #include <Corvid/MultiServer.h>
 #include <Corvid/PolledWebServer.h>
 
@@ -199,17 +199,12 @@ bool ServeCommand::finish(CaptureWriter& capture) const {
     return good;
 }
 
-void ServeCommand::announce(const SoundServer& server) const {
-    const Corvid::Multicast::Settings settings = server.multiServer().multicast().settings();
-    std::string interfaces;
-    for (const Corvid::InetAddress& address : settings.interfaces) {
-        interfaces += (interfaces.empty() ? " on " : ", ") + address.text();
-    }
+void ServeCommand::announce(const SoundServer& server, DiscoveryWatch& discovery) const {
+    const std::string id = std::to_string(server.id());
     complain(
-        "serving, id " + std::to_string(server.id()) + ", at TCP port " +
-        std::to_string(server.multiServer().port()) + "; clients find it through " +
-        settings.address.text() + ":" + std::to_string(settings.port) +
-        (interfaces.empty() ? " on all interfaces" : interfaces));
+        "serving, id " + id + (id_.empty() || id_ == id ? "" : " (" + id_ + ")") +
+        ", at TCP port " + std::to_string(server.multiServer().port()) + "; " +
+        discovery.describe());
 }
 
 bool ServeCommand::serve(
@@ -230,7 +225,8 @@ bool ServeCommand::serve(
         server.multiServer().watch(osc->descriptor());
     }
     server.serve(0ms); // takes part in discovery from here on
-    announce(server);
+    DiscoveryWatch discovery(server.multiServer());
+    announce(server, discovery);
     manager.ready();
     bool room = true;
     auto now = Clock::now();
@@ -272,6 +268,9 @@ bool ServeCommand::serve(
         if (clients.count() != before) {
             manager.status(
                 std::to_string(clients.count()) + (clients.count() == 1 ? " client" : " clients"));
+        }
+        if (const std::string found = discovery.look(now); !found.empty()) {
+            complain(found);
         }
         if (const std::string missing = server.takeMissing(); !missing.empty()) {
             complain(missing);

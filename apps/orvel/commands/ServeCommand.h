@@ -14,6 +14,7 @@
 namespace OrvelTool {
 
 class CaptureWriter;
+class DiscoveryWatch;
 class LiveRecording;
 
 /// `orvel serve`: a sound server that the client back ends of other programs drive.
@@ -37,7 +38,7 @@ private:
     bool serve(
         SoundServer& server, LiveRecording* recording, CaptureWriter* capture, OscServer* osc,
         Clock::time_point begin) const;
-    void announce(const SoundServer& server) const;
+    void announce(const SoundServer& server, DiscoveryWatch& discovery) const;
     void report(const LiveRecording& recording) const;
     /// Completes the capture and tells how long it is; false if not all is in it.
     bool finish(CaptureWriter& capture) const;

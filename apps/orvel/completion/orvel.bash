@@ -30,7 +30,7 @@ _orvel() {
         return
         ;;
     --interface)
-        _orvel_words "$(ip -4 -oneline address 2>/dev/null | sed 's|.* inet \([0-9.]*\).*|\1|')"
+        _orvel_words "$(ip -4 -oneline address 2>/dev/null | sed 's|^[0-9]*: *\([^ ]*\) .*inet \([0-9.]*\).*|\1 \2|')"
         return
         ;;
     --server)

@@ -25,11 +25,13 @@ std::string checkGroup(const std::string& text) {
 }
 
 std::string checkInterface(const std::string& text) {
-    const InetAddress address = InetAddress::getByAddress(text);
-    return address.isValid() && !address.isMulticast() && address.bits() != 0
+    std::vector<InetAddress> addresses;
+    std::vector<std::string> names;
+    return Corvid::Multicast::readInterface(text, addresses, names)
                ? ""
-               : "expected the IPv4 address of one of this machine's interfaces, found \"" + text +
-                     "\"";
+               : "expected the name or the IPv4 address of one of this machine's interfaces, found "
+                 "\"" +
+                     text + "\"";
 }
 
 bool isNumber(const std::string& text, int lowest, int highest) {
@@ -45,9 +47,16 @@ std::string checkTtl(const std::string& text) {
     return isNumber(text, 0, 255) ? "" : "expected 0 to 255, found \"" + text + "\"";
 }
 
-/// This machine's interfaces that are up: address and name.
-std::vector<std::pair<InetAddress, std::string>> ownInterfaces() {
-    std::vector<std::pair<InetAddress, std::string>> result;
+/// An interface's address and name.
+using Interface = std::pair<InetAddress, std::string>;
+
+bool isCalled(const Interface& interface, const std::string& text) {
+    return interface.first == InetAddress::getByAddress(text) || interface.second == text;
+}
+
+/// This machine's interfaces that are up.
+std::vector<Interface> ownInterfaces() {
+    std::vector<Interface> result;
     ifaddrs* list = nullptr;
     if (getifaddrs(&list) != 0) {
         return result;
@@ -92,8 +101,9 @@ CLI::Validator NetworkOptions::portValidator() {
 void NetworkOptions::declareInterface(CLI::App& app) {
     app.add_option(
            "--interface", interfaces_,
-           "Use only the interface with this address; may be given several times (default: all)")
-        ->type_name("ADDR")
+           "Use only the interface with this name or address; may be given several times (default: "
+           "all)")
+        ->type_name("NAME|ADDR")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check(CLI::Validator(checkInterface, "", "interface"));
@@ -102,10 +112,10 @@ void NetworkOptions::declareInterface(CLI::App& app) {
 void NetworkOptions::restrictInterfaces() const {
     const auto own = ownInterfaces();
     std::vector<InetAddress> addresses;
+    std::vector<std::string> names;
     for (const std::string& text : interfaces_) {
-        const InetAddress address = InetAddress::getByAddress(text);
-        addresses.push_back(address);
-        const auto isIt = [&](const auto& interface) { return interface.first == address; };
+        Corvid::Multicast::readInterface(text, addresses, names);
+        const auto isIt = [&](const auto& interface) { return isCalled(interface, text); };
         if (std::none_of(own.begin(), own.end(), isIt)) {
             std::string known;
             for (const auto& [other, name] : own) {
@@ -113,20 +123,21 @@ void NetworkOptions::restrictInterfaces() const {
             }
             complain(
                 "--interface " + text +
-                ": no interface of this machine that is up has this "
-                "address; it is used when one has. There are: " +
+                ": no interface of this machine that is up has this name or address; it is used "
+                "when one has. There are: " +
                 (known.empty() ? "none" : known));
         }
     }
-    Corvid::Multicast::setDefaultInterfaces(std::move(addresses));
+    Corvid::Multicast::setDefaultInterfaces(std::move(addresses), std::move(names));
 }
 
 std::vector<std::pair<InetAddress, std::string>> NetworkOptions::chosenInterfaces() const {
     auto interfaces = ownInterfaces();
     std::erase_if(interfaces, [this](const auto& interface) {
         return interfacesGiven() &&
-               std::find(interfaces_.begin(), interfaces_.end(), interface.first.text()) ==
-                   interfaces_.end();
+               std::none_of(interfaces_.begin(), interfaces_.end(), [&](const std::string& text) {
+                   return isCalled(interface, text);
+               });
     });
     return interfaces;
 }
