@@ -59,6 +59,14 @@ json readAll(SceneJson pieces) {
     return readAll(pieces, [](int, const std::string&) {});
 }
 
+std::string repeated(const std::string& text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) {
+        all += text;
+    }
+    return all;
+}
+
 std::vector<int> idsOf(const json& parts) {
     std::vector<int> ids;
     for (const json& part : parts) {
@@ -80,6 +88,8 @@ TEST(MonitorJson, AnyBytesAreReadBackAsText) {
         {"\xF4\x90\x80\x80", bad + bad + bad + bad}, // above U+10FFFF
         {"\xE2\x82", bad + bad},                     // cut off
         {"\xE2\x82\"", bad + bad + "\""},            // cut off by what must be escaped
+        {"a" + repeated("\xC3\xA9", 300), "a" + repeated("\xC3\xA9", 255) + "\xE2\x80\xA6"},
+        {std::string(5 << 20, '\xBF'), repeated(bad, 509) + "\xE2\x80\xA6"},
     };
     for (const auto& [bytes, text] : rows) {
         std::string out;
@@ -104,7 +114,7 @@ TEST(MonitorJson, NumbersSurviveAndWhatIsNoneBecomesNull) {
 TEST(MonitorScene, PartsThatComeAndGoBetweenPiecesSpoilNothing) {
     Watched watched;
     Orvel::World& world = watched.world;
-    const int count = static_cast<int>(4 * SceneJson::kPartsPerPiece);
+    const int count = static_cast<int>(4 * SceneJson::kMaxPieceParts);
     for (int id = 1; id <= count; ++id) {
         world.createEmitter({"<i>"}, 10 * id);
     }
@@ -138,7 +148,7 @@ TEST(MonitorScene, PartsThatComeAndGoBetweenPiecesSpoilNothing) {
 TEST(MonitorScene, EverythingMayVanishAtEveryPiece) {
     for (int when = 1; when <= 4; ++when) {
         Watched watched;
-        for (std::size_t i = 0; i < 2 * SceneJson::kPartsPerPiece; ++i) {
+        for (std::size_t i = 0; i < 2 * SceneJson::kMaxPieceParts; ++i) {
             watched.world.createSource();
             watched.world.createEmitter();
         }
@@ -150,8 +160,29 @@ TEST(MonitorScene, EverythingMayVanishAtEveryPiece) {
             });
         EXPECT_EQ(
             scene.at("sources").size() + scene.at("emitters").size(),
-            when * SceneJson::kPartsPerPiece);
+            when * SceneJson::kMaxPieceParts);
     }
+}
+
+TEST(MonitorScene, LargeTextsMakeNoLargePieces) {
+    Watched watched;
+    Orvel::World& world = watched.world;
+    const std::string large(1 << 20, '\x01'); // six times as long once it is escaped
+    for (int id = 1; id <= 20; ++id) {
+        world.createEmitter(std::vector<std::string>(100, std::string(600, 'l')), id);
+    }
+    for (int id = 1; id <= 3; ++id) {
+        world.createEmitter({large, large}, 100 + id);
+        world.createSource()->setDataFromURL("http://127.0.0.1:1/" + std::string(1 << 20, 'a'));
+    }
+    std::size_t read = 0;
+    const json scene = readAll(SceneJson(watched.monitor()), [&](int, const std::string& text) {
+        EXPECT_LT(text.size() - read, 300'000U);
+        read = text.size();
+    });
+    EXPECT_EQ(scene.at("emitters").size(), 23U);
+    EXPECT_EQ(scene.at("emitters").at(1).at("labels").size(), 32U);
+    EXPECT_EQ(scene.at("emitters").at(1).at("labelsLeftOut"), 68);
 }
 
 TEST(MonitorScene, TellsWhatAPartIsAndKeepsPasswordsBack) {
@@ -177,7 +208,7 @@ TEST(MonitorScene, TellsWhatAPartIsAndKeepsPasswordsBack) {
     json expected = json::parse(R"({"id": 7, "state": "pause", "over": false, "source": 3,
         "position": [1.25, null, -2], "rotation": [0, 0, 0, 1],
         "hull": {"minFront": 1, "minBack": 2, "maxFront": 30, "maxBack": 40},
-        "gain": 0.5, "placed": false, "value": 9, "labels": []})");
+        "gain": 0.5, "placed": false, "value": 9, "labels": [], "labelsLeftOut": 0})");
     EXPECT_EQ(scene.at("emitters").at(0), expected);
 }
 

@@ -12,6 +12,10 @@ bool isPlain(char c) {
     return c >= 0x20 && c < 0x7F && c != '"' && c != '\\';
 }
 
+bool isContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80;
+}
+
 } // namespace
 
 JsonWriter& JsonWriter::plain(std::string_view text) {
@@ -52,6 +56,14 @@ JsonWriter& JsonWriter::null() {
 }
 
 JsonWriter& JsonWriter::value(std::string_view text) {
+    const std::size_t size = text.size();
+    if (size > kMaxTextBytes) {
+        std::size_t end = kMaxTextBytes;
+        while (end > kMaxTextBytes - 3 && isContinuation(text[end])) { // of a character in UTF-8
+            --end;
+        }
+        text = text.substr(0, end);
+    }
     plain("\"");
     if (std::all_of(text.begin(), text.end(), isPlain)) { // nearly always
         out_ += text;
@@ -70,6 +82,10 @@ JsonWriter& JsonWriter::value(std::string_view text) {
                 out_ += c;
             }
         }
+    }
+    if (text.size() < size) {
+        omitted_ += size - text.size();
+        out_ += "\xE2\x80\xA6"; // an ellipsis
     }
     out_ += '"';
     return *this;

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <concepts>
+#include <cstddef>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -14,11 +15,17 @@ namespace OrvelTool {
 /// time.
 class JsonWriter {
 public:
+    /// A longer text is cut off and ends with an ellipsis: peers may choose it, and a page needs
+    /// no more of it.
+    static constexpr std::size_t kMaxTextBytes = 512;
+
     /// `continues`: the text goes on after a value, so that the first one needs a comma.
     explicit JsonWriter(std::string& out, bool continues = false) : out_(out), comma_(continues) {}
 
     /// Whether the next piece continues after a value.
     [[nodiscard]] bool continues() const { return comma_; }
+    /// How many bytes of texts were cut off.
+    [[nodiscard]] std::size_t omitted() const { return omitted_; }
 
     JsonWriter& open(char bracket);  ///< '{' or '['
     JsonWriter& close(char bracket); ///< '}' or ']'
@@ -68,6 +75,7 @@ private:
 
     std::string& out_;
     bool comma_; // before the next key or value
+    std::size_t omitted_ = 0;
 };
 
 } // namespace OrvelTool

@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <string>
+#include <vector>
 
 namespace OrvelTool {
 
@@ -83,18 +85,20 @@ void write(JsonWriter& json, const Orvel::Emitter& emitter, MonitorBackend& moni
     json.field("maxFront", emitter.maxFront()).field("maxBack", emitter.maxBack()).close('}');
     json.field("gain", emitter.gain()).field("placed", emitter.paramFlag());
     json.field("value", emitter.paramValue()).key("labels").open('[');
-    for (const std::string& label : emitter.labels()) {
-        json.value(label);
+    const std::vector<std::string>& labels = emitter.labels();
+    const std::size_t shown = std::min(labels.size(), SceneJson::kMaxLabels);
+    for (std::size_t i = 0; i < shown; ++i) {
+        json.value(labels[i]);
     }
-    json.close(']').close('}');
+    json.close(']').field("labelsLeftOut", labels.size() - shown).close('}');
 }
 
 } // namespace
 
 bool SceneJson::operator()(std::string& more) {
     constexpr std::size_t kUsualBytes = 300; // of an emitter
-    std::size_t left = kPartsPerPiece;
-    more.reserve(more.size() + kPartsPerPiece * kUsualBytes);
+    std::size_t left = kMaxPieceParts;
+    more.reserve(more.size() + kMaxPieceParts * kUsualBytes);
     JsonWriter json(more, continues_);
     const auto begin = [this, &json](Step step, const char* name) {
         step_ = step;
@@ -104,7 +108,8 @@ bool SceneJson::operator()(std::string& more) {
     // Goes on behind the last id that was written, whatever has come and gone since.
     const auto list = [&](const auto& parts) {
         auto part = parts.upper_bound(lastId_);
-        for (; part != parts.end() && left > 0; ++part, --left) {
+        for (; part != parts.end() && left > 0 && more.size() + json.omitted() < kMaxPieceBytes;
+             ++part, --left) {
             write(json, *part->second, *monitor_);
             lastId_ = part->first;
         }

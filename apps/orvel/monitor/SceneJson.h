@@ -15,7 +15,11 @@ class MonitorBackend;
 /// end must outlive it. On the world's thread.
 class SceneJson {
 public:
-    static constexpr std::size_t kPartsPerPiece = 250; ///< sources and emitters together
+    // A piece ends with the part that reaches one of these limits.
+    static constexpr std::size_t kMaxPieceParts = 250;        ///< sources and emitters together
+    static constexpr std::size_t kMaxPieceBytes = 64U << 10U; ///< those of texts cut off included
+
+    static constexpr std::size_t kMaxLabels = 32; ///< shown of an emitter
 
     explicit SceneJson(MonitorBackend& monitor) : monitor_(&monitor) {}
 

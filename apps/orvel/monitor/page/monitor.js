@@ -9,6 +9,7 @@ const kRetryPeriod = 1000;
 const kPatience = 5000; // for an answer
 const kPathSeconds = 10;
 const kMostRows = 200; // of a table
+const kMostCell = 200; // characters of a cell
 const kMostNames = 150; // on the map
 
 const byId = (id) => document.getElementById(id);
@@ -56,6 +57,14 @@ function stateText(part) {
   if (part.state === 'play') return part.over ? 'play, has ended' : 'play';
   return part.state;
 }
+
+function labelsText(emitter) {
+  return emitter.labels.join(', ') +
+    (emitter.labelsLeftOut ? ` and ${count(emitter.labelsLeftOut)} more` : '');
+}
+
+/// A text as far as a cell of a table shows it.
+const brief = (text) => (text.length > kMostCell ? `${text.slice(0, kMostCell)}…` : text);
 
 function dataText(source) {
   if (source.data === 'url') return source.url;
@@ -373,7 +382,7 @@ function drawEmitter(context, track, colour, size) {
 function nameOf(emitter) {
   const source = sources.get(emitter.source);
   const name = source && source.name ? ` ${source.name}` : '';
-  const labels = emitter.labels.length ? ` [${emitter.labels.join(', ')}]` : '';
+  const labels = emitter.labels.length ? ` [${labelsText(emitter)}]` : '';
   return `${emitter.id}${name}${labels}`;
 }
 
@@ -571,7 +580,7 @@ function valuesOf(emitter) {
       ['its sound', `${dataText(source)}; ${length}${source.loop ? ', looped' : ''}`],
       ['its pitch', number(source.pitch)]);
   }
-  rows.push(['labels', emitter.labels.join(', ') || 'none: every back end'],
+  rows.push(['labels', labelsText(emitter) || 'none: every back end'],
     ['position', numbers(emitter.position)],
     ['rotation', numbers(emitter.rotation)],
     ['heading', `${number(heading(emitter.rotation) * 180 / Math.PI, 1)}°`],
@@ -634,7 +643,7 @@ function fill(table, columns, rows, keys) {
     }
     cells.forEach((cell, j) => {
       const [text, className] = Array.isArray(cell) ? cell : [cell, ''];
-      setText(row.cells[j], text);
+      setText(row.cells[j], brief(text));
       row.cells[j].className = `${columns[j][1]} ${className}`.trim();
     });
     if (keys) {
@@ -663,7 +672,7 @@ function fillTables() {
       emitter.source === null ? 'none' : `${emitter.source} ${source ? source.name : ''}`,
       numbers(emitter.position), number(emitter.gain),
       number((hull.minFront + hull.minBack) / 2), number((hull.maxFront + hull.maxBack) / 2),
-      emitter.labels.join(', ')];
+      labelsText(emitter)];
   }), emitters.map(({ id }) => id));
   const some = scene.sources.slice(0, kMostRows);
   byId('sourceCount').textContent = some.length < scene.sources.length
