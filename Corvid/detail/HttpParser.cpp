@@ -76,6 +76,10 @@ HttpParser::Outcome HttpParser::read() {
     if (error && error != http::error::need_more) {
         return refuse(400);
     }
+    // A whole first line in which Beast still waits for the version.
+    if (headerSize_ == 0 && !parser_->is_header_done() && buffer_.find('\n') != std::string::npos) {
+        return refuse(400);
+    }
     if (!parser_->is_done()) {
         return askedToContinue ? Outcome::Continue : Outcome::Incomplete;
     }
