@@ -65,8 +65,9 @@ const std::string* find(const ProtocolHTTP::Fields& fields, Found found) {
 ProtocolHTTP::Request::Request(
     std::string method, std::string target, Fields headers, std::string body)
     : method_(std::move(method)), target_(std::move(target)), headers_(std::move(headers)),
-      body_(std::move(body)), valid_(readTarget()) {
+      body_(std::move(body)), valid_(readTarget() && readHost()) {
     if (!valid_) {
+        host_.clear();
         path_.clear();
         parameters_.clear();
     }
@@ -76,7 +77,12 @@ bool ProtocolHTTP::Request::readTarget() {
     std::string_view rest = target_;
     constexpr std::string_view kScheme = "http://";
     if (equalIgnoringCase(rest.substr(0, kScheme.size()), kScheme)) {
-        rest.remove_prefix(std::min(rest.find_first_of("/?#", kScheme.size()), rest.size()));
+        rest.remove_prefix(kScheme.size());
+        host_ = rest.substr(0, rest.find_first_of("/?#"));
+        rest.remove_prefix(host_.size());
+        if (host_.empty()) {
+            return false;
+        }
         if (!rest.starts_with('/')) {
             path_ += '/';
         }
@@ -104,6 +110,26 @@ bool ProtocolHTTP::Request::readTarget() {
         }
     }
     return true;
+}
+
+bool ProtocolHTTP::Request::readHost() {
+    if (host_.empty()) {
+        const std::string* field = header("Host");
+        if (field == nullptr) {
+            return true;
+        }
+        host_ = *field;
+    }
+    const std::size_t colon = host_.find_last_not_of("0123456789");
+    if (colon != std::string::npos && host_[colon] == ':') {
+        host_.erase(colon); // and the port
+    }
+    std::transform(host_.begin(), host_.end(), host_.begin(), lower);
+    if (host_.starts_with('[') && host_.ends_with(']')) {
+        return host_.find_first_not_of("0123456789abcdef:.", 1) == host_.size() - 1;
+    }
+    return !host_.empty() && host_.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789"
+                                                     "-._~!$&'()*+,;=%") == std::string::npos;
 }
 
 const std::string* ProtocolHTTP::Request::parameter(std::string_view name) const {

@@ -21,15 +21,19 @@ public:
     public:
         Request() = default;
         /// `target` as it was sent: a path with an optional query, or a whole http URL. Without
-        /// isValid(), path and parameters are empty.
+        /// isValid(), host, path and parameters are empty.
         Request(std::string method, std::string target, Fields headers, std::string body);
 
-        /// Whether the target could be read: a path with correct percent signs, and without control
-        /// characters.
+        /// Whether target and host could be read: a path with correct percent signs and without
+        /// control characters, and a host without a user's name.
         [[nodiscard]] bool isValid() const noexcept { return valid_; }
         /// In capitals, as sent. A page that serves GET gets HEAD too and need not tell them apart.
         [[nodiscard]] const std::string& method() const noexcept { return method_; }
         [[nodiscard]] const std::string& target() const noexcept { return target_; }
+        /// The host that the client calls, in lower case and without a port: that of the target, or
+        /// else of the header Host; empty if the request has neither. An IPv6 address has its
+        /// brackets.
+        [[nodiscard]] const std::string& host() const noexcept { return host_; }
         /// Decoded, without the query; begins with a slash.
         [[nodiscard]] const std::string& path() const noexcept { return path_; }
         /// The query, decoded, in the order sent; a name without '=' has an empty value.
@@ -44,9 +48,11 @@ public:
 
     private:
         bool readTarget();
+        bool readHost();
 
         std::string method_;
         std::string target_;
+        std::string host_; // with the port until readHost()
         std::string path_;
         Fields parameters_;
         Fields headers_;

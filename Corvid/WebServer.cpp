@@ -41,6 +41,10 @@ const std::string& WebServer::contact() const {
     return site_->contact;
 }
 
+void WebServer::addHostName(const std::string& name) {
+    site_->hostNames.push_back(name);
+}
+
 void WebServer::setLimits(const Limits& limits) {
     site_->limits = limits;
 }
@@ -68,6 +72,7 @@ std::string WebServer::createFrame(const std::string& title, const std::string& 
 
 void WebServer::open(const std::string& host, std::uint16_t port) {
     loop_->open(host, port);
+    site_->listeningHost = host;
 }
 
 void WebServer::close() {

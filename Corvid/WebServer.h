@@ -77,6 +77,13 @@ public:
     void setContact(const std::string& contact);
     [[nodiscard]] const std::string& contact() const;
 
+    /// Another name by which clients may call the server, such as that of a proxy before it; in any
+    /// case, without a port. Without it they use an address, "localhost", the machine's name with
+    /// or without its domain, that name with ".local", or what open() was given. A request for any
+    /// other host is answered with 421, so that no page elsewhere can read this server by making
+    /// its own name stand for this machine (DNS rebinding).
+    void addHostName(const std::string& name);
+
     void setLimits(const Limits& limits);
     [[nodiscard]] const Limits& limits() const;
 

@@ -72,7 +72,7 @@ struct Access {
 Access look(Scene& scene, const std::string& path) {
     const OrvelBench::Socket socket = OrvelBench::connectTo(scene.port());
     const std::string request =
-        "GET " + path + " HTTP/1.1\r\nHost: here\r\nConnection: close\r\n\r\n";
+        "GET " + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
     socket.sendAll(request.data(), request.size());
     Access access;
     std::string answer;

@@ -1,12 +1,17 @@
 #include <Corvid/detail/WebSite.h>
 
+#include <Corvid/InetAddress.h>
 #include <Corvid/escapeHtml.h>
 
+#include <boost/beast/core/string.hpp>
+
 #include <algorithm>
+#include <arpa/inet.h>
 #include <array>
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <netinet/in.h>
 #include <string_view>
 
 namespace Corvid::detail {
@@ -66,6 +71,24 @@ std::string httpDate(std::chrono::system_clock::time_point time) {
     return text.data();
 }
 
+bool WebSite::isCalled(std::string_view host) const {
+    std::array<unsigned char, sizeof(in6_addr)> address = {};
+    if (host.empty() || host.starts_with('[') ||
+        ::inet_pton(AF_INET, std::string(host).c_str(), address.data()) == 1) {
+        return true;
+    }
+    if (host.ends_with('.')) {
+        host.remove_suffix(1);
+    }
+    const std::string own = InetAddress::getLocalHostName();
+    const std::string first = own.substr(0, own.find('.'));
+    const auto is = [&host](const std::string& other) {
+        return boost::beast::iequals({host.data(), host.size()}, other);
+    };
+    return is("localhost") || is(own) || is(first) || is(first + ".local") ||
+           std::any_of(hostNames.begin(), hostNames.end(), is) || is(listeningHost);
+}
+
 bool WebSite::addPage(const std::string& path, const WebPage& page) {
     if (!path.starts_with('/')) {
         return false;
@@ -80,10 +103,18 @@ bool WebSite::addPage(const std::string& path, const WebPage& page) {
 
 void WebSite::answer(
     WebClient& client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) {
-    if (request.isValid()) {
-        fill(client, request, reply);
+    if (!request.isValid()) {
+        setError(
+            reply, 400,
+            "The address <tt>" + shown(request.target()) + "</tt> or its host is malformed.");
+    } else if (!isCalled(request.host())) {
+        setError(
+            reply, 421,
+            "This server is not called <tt>" + shown(request.host()) +
+                "</tt>. Use its address, <tt>localhost</tt> or <tt>" +
+                escapeHtml(InetAddress::getLocalHostName()) + "</tt>.");
     } else {
-        setError(reply, 400, "The address <tt>" + shown(request.target()) + "</tt> is malformed.");
+        fill(client, request, reply);
     }
     note(client, request.method() + ' ' + request.target(), reply.status());
 }

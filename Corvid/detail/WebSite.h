@@ -8,6 +8,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace Corvid::detail {
 
@@ -35,6 +37,8 @@ public:
     std::string name;
     std::string notice;
     std::string contact;
+    std::vector<std::string> hostNames; ///< that clients may use besides the machine's own
+    std::string listeningHost;          ///< given to open()
     WebServer::Limits limits;
     WebServer::Counters counters;
     WebServer::Diagnostic diagnostic;
@@ -47,6 +51,9 @@ private:
         int status;
     };
 
+    /// Whether `host`, as a request has it, stands for this server. A name that a stranger's page
+    /// has made stand for this machine does not: that page could read the answer.
+    [[nodiscard]] bool isCalled(std::string_view host) const;
     void
     fill(WebClient& client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) const;
     void setError(ProtocolHTTP::Reply& reply, int status, const std::string& text) const;

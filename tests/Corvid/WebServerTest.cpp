@@ -1,6 +1,7 @@
 #include "support/RawHttp.h"
 
 #include <Corvid/IOException.h>
+#include <Corvid/InetAddress.h>
 #include <Corvid/PolledWebServer.h>
 #include <Corvid/WebPageObject.h>
 #include <Corvid/WebPageRedirection.h>
@@ -20,7 +21,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr const char* kEnd = " HTTP/1.1\r\nHost: test\r\n\r\n";
+constexpr const char* kEnd = " HTTP/1.1\r\nHost: localhost\r\n\r\n";
 
 /// A page that a test writes down where it needs it.
 class Page : public Corvid::WebPage {
@@ -101,7 +102,7 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
     const std::string longLine(17000, 'a');
     const std::string body(65536, 'b');
     const auto post = [](const std::string& headers, const std::string& text) {
-        return "POST /echo HTTP/1.1\r\nHost: t\r\n" + headers + "\r\n\r\n" + text;
+        return "POST /echo HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n\r\n" + text;
     };
     const struct {
         std::string request;
@@ -112,7 +113,7 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
         {std::string("GET /echo?x=%41+b&y&=&x=2%26") + kEnd, 200, "Connection: keep-alive",
          "GET /echo[x=A b][y=][=][x=2&]"},
         {std::string("HEAD /echo") + kEnd, 200, "Content-Length: 10", ""},
-        {std::string("GET http://somewhere/%65cho#end") + kEnd, 200, "Content-Length: 9",
+        {std::string("GET http://[::1]:80/%65cho#end") + kEnd, 200, "Content-Length: 9",
          "GET /echo"},
         {"GET /echo HTTP/1.0\r\n\r\n", 200, "Connection: close", "GET /echo"},
         {"GET /echo HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", 200, "Connection: keep-alive", ""},
@@ -133,10 +134,12 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
         {std::string("GET /echo?x=%g1") + kEnd, 400, "", ""},
         {std::string("GET *") + kEnd, 400, "", ""},
         {"GET /echo HTTP/1.1\r\n\r\n", 400, "Connection: close", "no request"},
-        {"GET /echo HTTP/1.1\r\nHost: a\r\nHost: b\r\n\r\n", 400, "", ""},
-        {"GET /echo HTTP/2.0\r\nHost: a\r\n\r\n", 400, "", ""},
-        {"GET /echo HTTP/1.1\nHost: a\n\n", 400, "", ""},
-        {"GET /echo HTTP/1.1\r\nHost : a\r\n\r\n", 400, "", ""},
+        {"GET / \r\n\r\n", 400, "Connection: close", ""},
+        {"GET /\r\n", 400, "Connection: close", ""},
+        {"GET /echo HTTP/1.1\r\nHost: localhost\r\nHost: localhost\r\n\r\n", 400, "", ""},
+        {"GET /echo HTTP/2.0\r\nHost: localhost\r\n\r\n", 400, "", ""},
+        {"GET /echo HTTP/1.1\nHost: localhost\n\n", 400, "", ""},
+        {"GET /echo HTTP/1.1\r\nHost : localhost\r\n\r\n", 400, "", ""},
         {"\x16\x03\x01\x02", 400, "", ""}, // how an encrypted connection begins
         {post("Content-Length: 3\r\nTransfer-Encoding: chunked", "0\r\n\r\n"), 400, "", ""},
         {post("Content-Length: 3\r\nContent-Length: 4", "abc"), 400, "", ""},
@@ -147,9 +150,9 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
         {post("Transfer-Encoding: chunked", "8000\r\n" + body.substr(0, 0x8000) + "\r\n8001\r\n"),
          413, "Connection: close", ""},
         {"GET /" + longLine, 431, "Connection: close", "16384"},
-        {"GET /echo HTTP/1.1\r\nHost: t\r\nA: " + longLine + "\r\n\r\n", 431, "", ""},
+        {"GET /echo HTTP/1.1\r\nHost: localhost\r\nA: " + longLine + "\r\n\r\n", 431, "", ""},
         {"GET /" + longLine.substr(0, 9000) +
-             " HTTP/1.1\r\nHost: t\r\nA: " + longLine.substr(0, 9000) + "\r\n\r\n",
+             " HTTP/1.1\r\nHost: localhost\r\nA: " + longLine.substr(0, 9000) + "\r\n\r\n",
          431, "", ""}, // neither alone is too much
         {post("Transfer-Encoding: chunked", "1;" + longLine), 431, "", ""},
     };
@@ -166,13 +169,39 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
     EXPECT_TRUE(lines.empty());
 }
 
+TEST_F(WebServer, IsReadThroughNoNameThatItDoesNotHave) {
+    const std::string own = Corvid::InetAddress::getLocalHostName();
+    server.addHostName("Proxy.example");
+    const struct {
+        int status;
+        std::vector<std::string> hosts;
+    } rows[] = {
+        {200,
+         {"127.0.0.1", "192.0.2.1:80", "[::1]:1", "LocalHost.:99999", own, own + ":8080",
+          own.substr(0, own.find('.')) + ".local", "proxy.EXAMPLE:"}},
+        {421,
+         {"evil.example", "evil.example:80", "127.0.0.1.evil.example", "localhost.evil.example",
+          "x" + own, own + ".evil.example", "0x7f.1", "127.1"}},
+        {400, {"", "me@localhost", "a b", "localhost:x", "::1", "[::1", "[localhost]", "a|b"}},
+    };
+    for (const auto& row : rows) {
+        for (const std::string& host : row.hosts) {
+            RawHttp peer = client();
+            EXPECT_EQ(peer.get("/static", host).status, row.status) << host;
+            // Where the target has one, the header does not count.
+            EXPECT_EQ(peer.ask("GET http://" + host + "/static" + kEnd).status, row.status) << host;
+        }
+    }
+    EXPECT_EQ(client().ask("GET /static HTTP/1.0\r\n\r\n").status, 200) << "no host at all";
+}
+
 TEST_F(WebServer, ReadsRequestsThatArriveInAnyPieces) {
     const std::string requests =
-        "POST /echo HTTP/1.1\r\nHost: t\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "POST /echo HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n"
         "2\r\nab\r\n1\r\nc\r\n0\r\n\r\n\r\n"
-        "POST /echo?x HTTP/1.1\r\nHost: t\r\nContent-Length: 2\r\n\r\nde"
-        "HEAD /static HTTP/1.1\r\nHost: t\r\n\r\n"
-        "GET /echo HTTP/1.1\r\nHost: t\r\nConnection: close\r\n\r\n";
+        "POST /echo?x HTTP/1.1\r\nHost: localhost\r\nContent-Length: 2\r\n\r\nde"
+        "HEAD /static HTTP/1.1\r\nHost: localhost\r\n\r\n"
+        "GET /echo HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
     for (std::size_t split = 0; split <= requests.size(); ++split) {
         RawHttp peer = client();
         peer.send(requests.substr(0, split));
@@ -187,8 +216,8 @@ TEST_F(WebServer, ReadsRequestsThatArriveInAnyPieces) {
         EXPECT_TRUE(peer.ends()) << split;
     }
     RawHttp peer = client();
-    peer.send(
-        "POST /echo HTTP/1.1\r\nHost: t\r\nExpect: 100-continue\r\nContent-Length: 1\r\n\r\n");
+    peer.send("POST /echo HTTP/1.1\r\nHost: localhost\r\nExpect: 100-continue\r\nContent-Length: "
+              "1\r\n\r\n");
     EXPECT_EQ(peer.receive().status, 100);
     peer.send("z");
     EXPECT_EQ(peer.receive().body, "POST /echoz");
@@ -257,7 +286,7 @@ TEST_F(WebServer, MakesABigPagePieceByPieceAsTheClientTakesIt) {
         ASSERT_EQ(answer.body[i * kSize + i], static_cast<char>('a' + (kPieces - i) % 26));
     }
     EXPECT_EQ(made, kPieces);
-    EXPECT_EQ(peer.ask("HEAD /big HTTP/1.1\r\nHost: t\r\n\r\n").status, 200);
+    EXPECT_EQ(peer.ask("HEAD /big HTTP/1.1\r\nHost: localhost\r\n\r\n").status, 200);
     EXPECT_EQ(peer.get("/static").status, 200) << "a body after HEAD";
     EXPECT_EQ(made, kPieces);
     RawHttp old = client();

@@ -189,6 +189,19 @@ class Monitor(ToolCase):
         self.assertIn("the monitor is at http://127.0.0.1:", err)  # the scene is no address
         player.kill()
 
+    def test_a_name_must_be_the_machines_or_be_given(self):
+        process = self.background("names.log", "play", self.scene(SCENE), "--backend",
+                                  "monitor:port=0 names='proxy.example, other.example'")
+        self.wait_for_text("names.log", "the monitor is at ")
+        url = re.search("monitor is at (.*)", self.read("names.log")).group(1)
+        for host, code in [("other.example:80", 200), ("evil.example", 421)]:
+            request = urllib.request.Request(url + "metrics", headers={"Host": host})
+            try:
+                self.assertEqual(urllib.request.urlopen(request, timeout=DEADLINE).status, code)
+            except urllib.error.HTTPError as error:
+                self.assertEqual(error.code, code)
+        process.kill()
+
 
 if __name__ == "__main__":
     if find_chromium() is None:

@@ -55,8 +55,8 @@ public:
         send(request);
         return receive(!request.starts_with("HEAD"));
     }
-    HttpAnswer get(const std::string& path) {
-        return ask("GET " + path + " HTTP/1.1\r\nHost: test\r\n\r\n");
+    HttpAnswer get(const std::string& path, const std::string& host = "localhost") {
+        return ask("GET " + path + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n");
     }
     /// Whether the server ends the connection without another byte.
     bool ends() {

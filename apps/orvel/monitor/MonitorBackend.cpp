@@ -13,6 +13,7 @@
 #include <Orvel/Log.h>
 #include <Orvel/World.h>
 
+#include <algorithm>
 #include <charconv>
 #include <functional>
 #include <random>
@@ -79,6 +80,12 @@ MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
       address_(this->params()->getParam("address", "127.0.0.1")) {
     server_.setName("Orvel monitor");
     server_.setDiagnostic(&warn);
+    std::string_view names = this->params()->getParam("names", "");
+    while (!names.empty()) {
+        const std::string_view name = names.substr(0, names.find_first_of(", "));
+        server_.addHostName(std::string(name));
+        names.remove_prefix(std::min(name.size() + 1, names.size()));
+    }
     addPages();
     open();
 }

@@ -21,7 +21,9 @@ namespace OrvelTool {
 /// (docs/monitor.md).
 ///
 /// Parameters: "address" (127.0.0.1), an address or name of this machine, and "port" (33790, or a
-/// free one if that is taken; 0: a free one). There is no password: who reaches it can look.
+/// free one if that is taken; 0: a free one), and "names", host names, separated by commas, by
+/// which browsers may call it besides this machine's. There is no password: who reaches it can
+/// look.
 ///
 /// Everything happens inside update(), on the world's thread, in short pieces. If it cannot listen
 /// it logs a warning and stays in the list without a page; isOpen() tells.
