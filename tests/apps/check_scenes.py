@@ -30,7 +30,9 @@ SCENES = [
     ("orvel", [1.0], [True, 2]),
     ("comment", [], ["none"]),
     ("duration", [86400], [0, "9"]),
-    ("listener", [{"rotation": [0, 0, 1, 0]}], [[], {"position": [0, 0]}]),
+    ("$schema", ["scene.schema.json"], [1, ""]),
+    ("listener", [{"rotation": [0, 0, 1, 0]}, {"ypr": [-720, 90.5, 0]}],
+     [[], {"position": [0, 0]}, {"ypr": [0, 0]}, {"ypr": [0, 0, 0], "rotation": [0, 0, 0, 1]}]),
     ("sources", [
         [{"id": 2.0, "url": "https://example.org/a.wav", "pitch": 2}],
         [{**WAV, "channels": "keep", "loop": True, "state": "none"}],
@@ -46,11 +48,12 @@ SCENES = [
         [{"id": 3, key: value}] for key, value in [
             ("source", "1"), ("gain", -1), ("hull", {"maxBack": -1}), ("hull", {"maxLeft": 1}),
             ("labels", ["a,b"]), ("labels", [" a"]), ("labels", "a"), ("state", "playing"),
-            ("connect", 1)]
+            ("connect", 1), ("ypr", 90)]
     ]),
     ("timeline", [
         [{**GAIN, "position": [1, 2, 3], "state": "stop", "over": 2}],
         [{"at": 0, "emitter": 1, "connect": None}],
+        [{"at": 0, "emitter": 1, "ypr": [0, 0, 0], "over": 1}, {**CREATE, "ypr": [1, 2, 3]}],
         [{"at": 0, "emitter": 1, "destroy": True}, {**CREATE, "labels": ["a"], "state": "none"}],
         [{"at": 0, "source": 1, "pitch": 2, "over": 0}],
         [{"at": 0, "source": 1, "file": "there.wav", "channels": "mix"}],
@@ -62,6 +65,7 @@ SCENES = [
         [{"at": 0, "gain": 1}], [{"at": 0, "emitter": 1}], [{**GAIN, "source": 1}],
         [{"at": 0, "emitter": 1, "state": "play", "over": 1}], [{**GAIN, "state": "none"}],
         [{**GAIN, "labels": ["a"]}], [{**GAIN, "create": False}], [{**GAIN, "destroy": True}],
+        [{"at": 0, "emitter": 1, "ypr": [0, 0, 0], "rotation": [0, 0, 0, 1]}],
         [{**CREATE, "over": 1}], [{**CREATE, "source": 1}], [{**MOVED, "listener": 1}],
         [{"at": 0, "source": 1, "file": "there.wav", "tone": {}}],
         [{"at": 0, "source": 1, "channels": "mix", "loop": True}],

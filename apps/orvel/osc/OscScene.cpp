@@ -1,6 +1,7 @@
 #include "osc/OscScene.h"
 
 #include "scene/SceneFile.h"
+#include "scene/YawPitchRoll.h"
 
 #include <Orvel/CreateEmitterEvent.h>
 #include <Orvel/EmitterConnectionEvent.h>
@@ -42,29 +43,10 @@ float degrees(float radians) {
     return radians * 180.0F / std::numbers::pi_v<float>;
 }
 
-Orvel::Quaternion product(const Orvel::Quaternion& a, const Orvel::Quaternion& b) {
-    return {
-        a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y,
-        a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,
-        a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w,
-        a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
-}
-
-/// First the roll, clockwise as seen by whoever looks ahead, then the pitch, upwards, then the yaw,
-/// to the left.
-Orvel::Quaternion fromYpr(OscScene::Numbers n) {
-    const float yaw = radians(n[0]) / 2.0F;
-    const float pitch = radians(n[1]) / 2.0F;
-    const float roll = radians(n[2]) / 2.0F;
-    return product(
-        product({0, std::sin(yaw), 0, std::cos(yaw)}, {std::sin(pitch), 0, 0, std::cos(pitch)}),
-        {0, 0, -std::sin(roll), std::cos(roll)});
-}
-
 /// Three numbers are yaw, pitch and roll in degrees, four a quaternion of any length but 0.
 bool toRotation(OscScene::Numbers n, Orvel::Quaternion& rotation) {
     if (n.size() == 3) {
-        rotation = fromYpr(n);
+        rotation = fromYawPitchRoll(n[0], n[1], n[2]);
         return true;
     }
     const float length = std::hypot(std::hypot(n[0], n[1]), std::hypot(n[2], n[3]));

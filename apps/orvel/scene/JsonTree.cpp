@@ -1,5 +1,6 @@
 #include "scene/JsonTree.h"
 
+#include "scene/JsonMistake.h"
 #include "scene/SceneFile.h"
 
 #include <nlohmann/json.hpp>
@@ -63,8 +64,9 @@ public:
     /// `blanked`: where numbers that were too large have been overwritten by zeros, as the number
     /// of bytes consumed when the zero is reported.
     TreeBuilder(
-        const Progress& progress, const std::string& file, const std::set<std::size_t>& blanked)
-        : progress_(progress), file_(file), blanked_(blanked) {}
+        std::string_view text, const Progress& progress, const std::string& file,
+        const std::set<std::size_t>& blanked)
+        : text_(text), progress_(progress), file_(file), blanked_(blanked) {}
 
     bool null() override { return add(JsonValue::Kind::Null) != nullptr; }
     bool boolean(bool yes) override {
@@ -113,18 +115,19 @@ public:
         constexpr int kNumberOverflow = 406;
         if (error.id == kNumberOverflow) {
             overflow_ = Overflow{position, token.size(), {}};
-            overflow_->problem = {
-                file_, progress_.line, nextPath(),
-                "expected a number within the range of a double, found " + printable(token)};
+            overflow_->problem = problem(
+                nextPath(),
+                mistakeAt(
+                    text_, position - token.size(),
+                    "expected a number within the range of a double, found " + printable(token)));
             return false;
         }
-        // "[json.exception...] parse error at line 1, column 2: syntax error while ...": the number
-        // of the line is given otherwise.
-        std::string_view text = error.what();
-        const auto column = text.find(", column ");
-        text = text.substr(column == std::string_view::npos ? 0 : column + 2);
-        problems_.push_back(
-            {file_, progress_.line, path(), "expected JSON, found at " + printable(text, 200)});
+        const std::optional<JsonMistake> mistake = findMistake(text_);
+        problems_.push_back(problem(
+            path(), mistake ? *mistake
+                            : mistakeAt(
+                                  text_, std::min(progress_.consumed, text_.size()),
+                                  std::string("expected JSON, found ") + error.what())));
         return false;
     }
 
@@ -133,6 +136,13 @@ public:
     JsonValue& root() { return root_; }
 
 private:
+    [[nodiscard]] Problem problem(std::string field, const JsonMistake& mistake) const {
+        return {file_, mistake.line, std::move(field), mistake.text, mistake.column};
+    }
+    [[nodiscard]] JsonMistake mistakeHere(std::string words) const {
+        return mistakeAt(text_, progress_.consumed - 1, std::move(words));
+    }
+
     bool addNumber(double number) {
         const bool blank = blanked_.contains(progress_.consumed);
         JsonValue* value = add(blank ? JsonValue::Kind::Unreadable : JsonValue::Kind::Number);
@@ -144,9 +154,10 @@ private:
 
     JsonValue* add(JsonValue::Kind kind) {
         if (++values_ > kMaxSceneValues) {
-            problems_.push_back(
-                {file_, progress_.line, path(),
-                 "expected no more than " + std::to_string(kMaxSceneValues) + " values"});
+            problems_.push_back(problem(
+                path(),
+                mistakeHere(
+                    "expected no more than " + std::to_string(kMaxSceneValues) + " values")));
             return nullptr;
         }
         JsonValue* value = &root_;
@@ -164,10 +175,10 @@ private:
 
     bool open(JsonValue::Kind kind) {
         if (open_.size() == kMaxSceneDepth) {
-            problems_.push_back(
-                {file_, progress_.line, "",
-                 "expected no more than " + std::to_string(kMaxSceneDepth) +
-                     " arrays and objects within each other"});
+            problems_.push_back(problem(
+                "", mistakeHere(
+                        "expected no more than " + std::to_string(kMaxSceneDepth) +
+                        " arrays and objects within each other")));
             return false;
         }
         JsonValue* value = add(kind);
@@ -222,6 +233,7 @@ private:
         }
     }
 
+    std::string_view text_; // as it was given
     const Progress& progress_;
     const std::string& file_;
     const std::set<std::size_t>& blanked_;
@@ -275,6 +287,13 @@ std::string JsonPlace::str() const {
 
 std::optional<JsonValue>
 parseJson(std::string_view text, const std::string& file, std::vector<Problem>& problems) {
+    // The parser takes a null character for the end, and UTF-16 has those.
+    if (text.find('\0') != std::string_view::npos) {
+        if (const std::optional<JsonMistake> mistake = findMistake(text)) {
+            problems.push_back({file, mistake->line, "", mistake->text, mistake->column});
+            return std::nullopt;
+        }
+    }
     std::string copy(text);
     std::set<std::size_t> blanked;
     // The parser ends at a number too large for it. So that the rest is checked too, the number is
@@ -282,11 +301,11 @@ parseJson(std::string_view text, const std::string& file, std::vector<Problem>& 
     constexpr std::size_t kMaxOverflows = 10;
     for (;;) {
         Progress progress;
-        TreeBuilder builder(progress, file, blanked);
+        TreeBuilder builder(text, progress, file, blanked);
         const char* begin = copy.data();
         const bool good = nlohmann::json::sax_parse(
             CountingIterator(begin, progress), CountingIterator(begin + copy.size(), progress),
-            &builder);
+            &builder, nlohmann::json::input_format_t::json, true, true); // comments too
         if (builder.overflow() && blanked.size() < kMaxOverflows) {
             const TreeBuilder::Overflow& overflow = *builder.overflow();
             problems.push_back(overflow.problem);

@@ -46,9 +46,9 @@ struct JsonPlace {
     [[nodiscard]] std::string str() const;
 };
 
-/// Reads a JSON text, whose numbers are finite, whose keys are unique within their object, and
-/// which keeps to kMaxSceneDepth and kMaxSceneValues. What is not so becomes a problem, with `file`
-/// as its file's name. Empty if nothing can be made of the text.
+/// Reads a JSON text with comments (//... and /*...*/), whose numbers are finite, whose keys are
+/// unique within their object, and which keeps to kMaxSceneDepth and kMaxSceneValues. What is not
+/// so becomes a problem, with `file` as its file's name. Empty if nothing can be made of the text.
 std::optional<JsonValue>
 parseJson(std::string_view text, const std::string& file, std::vector<Problem>& problems);
 

@@ -1,6 +1,7 @@
 #include "scene/ObjectReader.h"
 
 #include "process/DidYouMean.h"
+#include "scene/YawPitchRoll.h"
 
 #include <algorithm>
 #include <cfloat>
@@ -183,6 +184,14 @@ std::optional<Orvel::Vec3f> ObjectReader::position() const {
 }
 
 std::optional<Orvel::Quaternion> ObjectReader::rotation() const {
+    if (find("ypr") != nullptr) {
+        if (find("rotation") != nullptr) {
+            expected("ypr", R"(only one of "rotation" and "ypr")");
+            return std::nullopt;
+        }
+        const auto v = reals<3>("ypr", "angles in degrees [yaw, pitch, roll]");
+        return v ? std::optional(fromYawPitchRoll((*v)[0], (*v)[1], (*v)[2])) : std::nullopt;
+    }
     constexpr const char* kWords = "a quaternion [x, y, z, w] of length 1";
     const auto v = reals<4>("rotation", kWords);
     if (!v) {

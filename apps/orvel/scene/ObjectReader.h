@@ -67,8 +67,8 @@ public:
     [[nodiscard]] std::optional<int> id(const char* key) const;
     /// A text as isPlain() has it.
     [[nodiscard]] std::optional<std::string> text(const char* key, const char* what) const;
-    /// The members "position", "rotation" (made a unit quaternion) and "state"; "none" is a state
-    /// only at first.
+    /// The members "position", "rotation" or "ypr" (a unit quaternion) and "state"; "none" is a
+    /// state only at first.
     [[nodiscard]] std::optional<Orvel::Vec3f> position() const;
     [[nodiscard]] std::optional<Orvel::Quaternion> rotation() const;
     [[nodiscard]] std::optional<Orvel::WorldPart::State> state(bool initial) const;

@@ -83,11 +83,12 @@ public:
         }
         const ObjectReader object(
             report_, root, top,
-            {"orvel", "duration", "listener", "sources", "emitters", "timeline"});
+            {"$schema", "orvel", "duration", "listener", "sources", "emitters", "timeline"});
+        static_cast<void>(object.text("$schema", "the address of the schema"));
         scene_.duration = object.number("duration", kLength);
         if (const JsonValue* listener = object.find("listener")) {
             const JsonPlace place = object.place("listener");
-            const ObjectReader reader(report_, *listener, place, {"position", "rotation"});
+            const ObjectReader reader(report_, *listener, place, {"position", "rotation", "ypr"});
             scene_.listenerPosition = reader.position().value_or(scene_.listenerPosition);
             scene_.listenerRotation = reader.rotation().value_or(scene_.listenerRotation);
         }
@@ -311,8 +312,8 @@ private:
     void readInitialEmitter(const JsonValue& value, const JsonPlace& place) {
         const ObjectReader object(
             report_, value, place,
-            {"id", "source", "position", "rotation", "hull", "gain", "spatial", "value", "labels",
-             "state"});
+            {"id", "source", "position", "rotation", "ypr", "hull", "gain", "spatial", "value",
+             "labels", "state"});
         const std::optional<int> id = readNewId(object, emitterLines_, unsureEmitters_);
         EmitterSpec emitter = readEmitter(object, {value.line, place.str()});
         emitter.id = id.value_or(0);
@@ -449,8 +450,8 @@ private:
         if (value.find("create") != nullptr) {
             const ObjectReader object(
                 report_, value, place,
-                {"at", "emitter", "create", "connect", "position", "rotation", "hull", "gain",
-                 "spatial", "value", "labels", "state"});
+                {"at", "emitter", "create", "connect", "position", "rotation", "ypr", "hull",
+                 "gain", "spatial", "value", "labels", "state"});
             object.mark("create");
             change.newEmitter = readEmitter(object, change.where);
             readConnect(object, entry);
@@ -461,12 +462,12 @@ private:
         }
         const ObjectReader object(
             report_, value, place,
-            {"at", "over", "emitter", "create", "destroy", "connect", "position", "rotation",
+            {"at", "over", "emitter", "create", "destroy", "connect", "position", "rotation", "ypr",
              "hull", "gain", "spatial", "value", "state"});
         requireChange(
-            object, {"create", "destroy", "connect", "position", "rotation", "hull", "gain",
+            object, {"create", "destroy", "connect", "position", "rotation", "ypr", "hull", "gain",
                      "spatial", "value", "state"});
-        checkOver(object, {"position", "rotation", "hull", "gain", "value"});
+        checkOver(object, {"position", "rotation", "ypr", "hull", "gain", "value"});
         change.position = object.position();
         change.rotation = object.rotation();
         if (object.find("hull") != nullptr) {
@@ -535,8 +536,8 @@ private:
     void readListenerEntry(const JsonValue& value, const JsonPlace& place, Entry& entry) {
         entry.change.target = Change::Target::Listener;
         const ObjectReader object(
-            report_, value, place, {"at", "over", "listener", "position", "rotation"});
-        requireChange(object, {"position", "rotation"});
+            report_, value, place, {"at", "over", "listener", "position", "rotation", "ypr"});
+        requireChange(object, {"position", "rotation", "ypr"});
         entry.change.position = object.position();
         entry.change.rotation = object.rotation();
         readCommon(object, entry, "listener");
@@ -635,9 +636,7 @@ std::optional<Scene> parse(
     std::vector<Problem>& problems) {
     std::vector<Problem> found;
     std::optional<Scene> scene;
-    if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) {
-        found.push_back({path, 0, "", "expected a scene, found an empty file"});
-    } else if (const std::optional<JsonValue> root = parseJson(text, path, found)) {
+    if (const std::optional<JsonValue> root = parseJson(text, path, found)) {
         scene = SceneReader(path, lookForFiles, found).read(*root);
     }
     std::stable_sort(found.begin(), found.end(), [](const Problem& a, const Problem& b) {
@@ -680,6 +679,9 @@ std::string Problem::str() const {
     std::string result = file;
     if (line > 0) {
         result += ':' + std::to_string(line);
+    }
+    if (column > 0) {
+        result += ':' + std::to_string(column);
     }
     if (!field.empty()) {
         result += ": " + field;

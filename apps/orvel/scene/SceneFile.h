@@ -15,8 +15,10 @@ struct Problem {
     int line = 0;      ///< from 1; 0 when it is about the file as a whole
     std::string field; ///< such as "emitters[0].gain"; may be empty
     std::string text;  ///< what was expected and what was found
+    int column = 0;    ///< from 1, where the file is no JSON; otherwise 0
 
-    /// One line: "scene.json:12: emitters[0].gain: expected ..., found ...".
+    /// One line: "scene.json:12: emitters[0].gain: expected ..., found ...". A column follows the
+    /// line: "scene.json:12:7: ...".
     [[nodiscard]] std::string str() const;
 };
 
