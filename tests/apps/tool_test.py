@@ -88,6 +88,52 @@ class Messages(SoundCase):
                 self.assertRegex(out, r": ok \(\d+ sources?, \d+ emitters?, [\d.]+ s\)\n$")
 
 
+class Outputs(SoundCase):
+    def contents(self):
+        return {name: open(self.path(name), "rb").read() for name in os.listdir(self.folder)}
+
+    def test_nothing_is_written_over_or_under_a_wrong_name(self):
+        for name in ("t.wav", "u.wav"):
+            self.mono(name)
+        os.link(self.path("t.wav"), self.path("hard.wav"))
+        os.symlink("t.wav", self.path("soft.wav"))
+        scene = self.scene(changed(LEFT, sources=LEFT["sources"] + [
+            {"id": 2, "file": "t.wav"}, {"id": 3, "url": "file://" + self.path("u.wav")}]))
+        before = self.contents()
+        record = ["record", "--scene", scene]
+        for arguments, expected in [
+            (["render", scene, scene], "scene.json is the scene itself"),
+            (["render", scene, "o.wav", "--plot", "./" + scene], "is the scene itself"),
+            (["plot", scene, scene], "is the scene itself"),
+            (["plot", scene, "o.wav", "--levels", "o.wav"], "cannot read o.wav"),
+            (["plot", scene, "hard.wav"], "is a sound of the scene"),
+            (["render", scene, "u.wav"], "is a sound of the scene"),
+            (["render", scene, "hard.wav"], "is a sound of the scene"),
+            (["serve", "--scene", scene, "--render", "soft.wav"], "is a sound of the scene"),
+            ([*record, "s.orvelrec", "--render", "t.wav"], "is a sound of the scene"),
+            ([*record, "o.wav"], "only captures (.orvelrec)"),
+            (["render", scene, "o.mp3"], "only WAV files (.wav)"),
+            (["plot", scene, "o.png"], "only SVG pictures (.svg)"),
+            (["render", scene, "o", "--plot", "./o"], "written twice"),
+            (["render", scene, "-", "--plot", "-"], "written twice"),
+        ]:
+            with self.subTest(arguments):
+                self.assertIn(expected, self.run_tool(
+                    *arguments, code=1 if "--levels" in arguments else 2)[1])
+                self.assertEqual(self.contents(), before)
+
+    def test_a_stream_has_a_header_that_is_true(self):
+        scene = self.scene(LEFT)
+        self.assertEqual(self.run_tool("render", scene, "o.wav")[1], "")
+        with open(self.path("pipe.wav"), "wb") as pipe:
+            process = self.start("render", scene, "-", stdout=subprocess.PIPE, text=False)
+            out, err = process.communicate(timeout=DEADLINE)
+            pipe.write(out)
+        self.assertIn(b"standard output: 1.00 s", err)
+        self.assertEqual(self.contents()["pipe.wav"], self.contents()["o.wav"])
+        self.assertTrue(self.run_tool("plot", scene, "-")[0].endswith("</svg>\n"))
+
+
 class Render(ToolCase):
     def test_the_same_scene_gives_the_same_bytes_and_the_left_is_left(self):
         scene = self.scene(changed(LEFT, timeline=[

@@ -18,6 +18,7 @@ public:
     [[nodiscard]] std::unique_ptr<Stage> makeStage(LibraryMessages& messages) const override;
     [[nodiscard]] std::unique_ptr<Player> makePlayer(Stage& stage) const override;
     [[nodiscard]] std::size_t emitters() const override;
+    [[nodiscard]] const Scene& sources() const override { return bank_.scene; }
     [[nodiscard]] bool incomplete() const override { return incomplete_; }
 
 private:

@@ -1,5 +1,6 @@
 #include "commands/PlotCommand.h"
 
+#include "commands/OutputGuard.h"
 #include "plot/ScenePlot.h"
 #include "process/OutputFile.h"
 #include "scene/LoadedScene.h"
@@ -46,7 +47,7 @@ std::optional<LevelMeter> measure(const std::string& path) {
 PlotCommand::PlotCommand(CLI::App& parent) {
     declare(parent, "plot", "Draw a scene from above as an SVG picture");
     declareScene();
-    app().add_option("OUT.svg", output_, "The picture to write")->required();
+    app().add_option("OUT.svg", output_, "The picture to write; - is standard output")->required();
     app()
         .add_option(
             "--levels", levels_,
@@ -66,6 +67,13 @@ int PlotCommand::run() {
     std::optional<LevelMeter> meter;
     if (!levels_.empty() && !(meter = measure(levels_))) {
         return kFailure;
+    }
+    OutputGuard guard;
+    guard.reads(scenePath_, "the scene itself");
+    guard.readsSounds(loaded->scene);
+    guard.reads(levels_, "what --levels reads");
+    if (!guard.accept(output_, OutputGuard::kPicture)) {
+        return kWrongUse;
     }
     OutputFile picture(output_);
     picture.write(drawScene(*loaded, meter ? &*meter : nullptr));

@@ -1,6 +1,7 @@
 #include "commands/RenderCommand.h"
 
 #include "capture/Capture.h"
+#include "commands/OutputGuard.h"
 #include "plot/ScenePlot.h"
 #include "process/LibraryMessages.h"
 #include "process/Progress.h"
@@ -12,6 +13,8 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -58,7 +61,9 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
     declare(
         parent, "render", "Write what a scene sounds like to a WAV file, faster than real time");
     declareScene("The scene file (JSON), or a capture of orvel record");
-    app().add_option("OUT.wav", output_, "The WAV file to write, stereo")->required();
+    app()
+        .add_option("OUT.wav", output_, "The WAV file to write, stereo; - is standard output")
+        ->required();
     declareSeconds("How much to render, in seconds (default: until the scene ends)");
     app()
         .add_option("--rate", rate_, "Frames a second, in Hz, 8000 to 192000")
@@ -86,7 +91,17 @@ int RenderCommand::run() {
         complain("--plot draws scenes, and " + scenePath_ + " is a capture; leave it out");
         return kWrongUse;
     }
-    return what == nullptr ? kFailure : render(*what);
+    if (what == nullptr) {
+        return kFailure;
+    }
+    OutputGuard guard;
+    guard.reads(scenePath_, what->scene() != nullptr ? "the scene itself" : "the capture itself");
+    guard.readsSounds(what->sources());
+    if (!guard.accept(output_, OutputGuard::kSound) ||
+        (!plot_.empty() && !guard.accept(plot_, OutputGuard::kPicture))) {
+        return kWrongUse;
+    }
+    return render(*what);
 }
 
 int RenderCommand::render(const Playable& what) {
@@ -120,7 +135,7 @@ int RenderCommand::render(const Playable& what) {
 
     // From here on there is a file to remove.
     const StopSignals signals;
-    WavWriter writer(output_, rate_, format);
+    WavWriter writer(output_, rate_, format, static_cast<std::uint64_t>(std::llround(end * rate_)));
     LevelMeter perSecond(rate_, 1.0);
     LevelMeter forPlot(rate_, plotWindow(end));
     Progress progress("rendering");
@@ -131,7 +146,9 @@ int RenderCommand::render(const Playable& what) {
         }
         if (StopSignals::came()) {
             progress.clear();
-            complain("interrupted; " + output_ + " is not written");
+            complain(
+                "interrupted; " + nameOfOutput(output_) +
+                (isStandardOutput(output_) ? " is not whole" : " is not written"));
             return kFailure;
         }
         writer.write(samples);
@@ -159,13 +176,16 @@ int RenderCommand::render(const Playable& what) {
     }
     report(result);
     if (result.lost != 0 || what.incomplete()) {
-        complain(output_ + " is written, but not all of the sounds are in it (see above)");
+        complain(
+            nameOfOutput(output_) + " is written, but not all of the sounds are in it (see above)");
         return kFailure;
     }
     return kSuccess;
 }
 
 void RenderCommand::report(const Result& result) const {
+    std::ostream& out =
+        isStandardOutput(output_) || isStandardOutput(plot_) ? std::cerr : std::cout;
     if (json_) {
         nlohmann::ordered_json json;
         json["file"] = output_;
@@ -178,17 +198,17 @@ void RenderCommand::report(const Result& result) const {
         json["lost"] = result.lost;
         json.update(toJson(result.perSecond));
         using Json = nlohmann::ordered_json;
-        std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+        out << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
         return;
     }
-    writeTable(std::cout, result.perSecond);
+    writeTable(out, result.perSecond);
     if (result.clipped != 0) {
-        std::cout << result.clipped << " samples were too loud and are clipped; lower the gains, "
-                  << "or use --format f32\n";
+        out << result.clipped << " samples were too loud and are clipped; lower the gains, "
+            << "or use --format f32\n";
     }
-    std::cout << output_ << ": " << fixed(result.seconds, 2) << " s, rendered in "
-              << fixed(result.renderSeconds, 2) << " s, " << fixed(result.speed(), 0)
-              << " times as fast as real time\n";
+    out << nameOfOutput(output_) << ": " << fixed(result.seconds, 2) << " s, rendered in "
+        << fixed(result.renderSeconds, 2) << " s, " << fixed(result.speed(), 0)
+        << " times as fast as real time\n";
 }
 
 } // namespace OrvelTool

@@ -1,6 +1,7 @@
 #include "commands/ServeCommand.h"
 
 #include "capture/CaptureWriter.h"
+#include "commands/OutputGuard.h"
 #include "network/DiscoveryWatch.h"
 #include "network/PeerWatch.h"
 #include "process/ServiceManager.h"
@@ -114,6 +115,9 @@ int ServeCommand::run() {
     if (bank == nullptr) {
         return kFailure;
     }
+    if (!checkOutputs(bank->scene)) {
+        return kWrongUse;
+    }
     const std::string text = capturePath_.empty() ? "" : sceneText(scenePath_);
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
@@ -187,14 +191,34 @@ int ServeCommand::run() {
         report(*recording);
     }
     if (!room) {
-        complain(output_ + ": a WAV file holds no more than 4 GiB; the server has stopped");
+        complain(
+            nameOfOutput(output_) +
+            ": a WAV file holds no more than 4 GiB; the server has stopped");
     }
     return room && captured ? kSuccess : kFailure;
 }
 
+bool ServeCommand::checkOutputs(const Scene& bank) const {
+    if (isStandardOutput(capturePath_)) {
+        complain("a capture is written to a file, not to standard output; give it a name");
+        return false;
+    }
+    OutputGuard guard;
+    if (!scenePath_.empty()) {
+        guard.reads(scenePath_, "the scene itself");
+        guard.readsSounds(bank);
+    }
+    return (output_.empty() || guard.accept(output_, OutputGuard::kSound)) &&
+           (capturePath_.empty() || guard.accept(capturePath_, OutputGuard::kCapture));
+}
+
+std::ostream& ServeCommand::results() const {
+    return isStandardOutput(output_) ? std::cerr : std::cout;
+}
+
 bool ServeCommand::finish(CaptureWriter& capture) const {
     const bool good = capture.finish();
-    std::cout << capturePath_ << ": " << fixed(capture.seconds()) << " s, " << capture.events()
+    results() << capturePath_ << ": " << fixed(capture.seconds()) << " s, " << capture.events()
               << " events" << (good ? "" : "; not all of the session is in it") << '\n';
     return good;
 }
@@ -289,16 +313,16 @@ bool ServeCommand::serve(
 }
 
 void ServeCommand::report(const LiveRecording& recording) const {
-    writeTable(std::cout, recording.levels());
+    std::ostream& out = results();
+    writeTable(out, recording.levels());
     if (recording.clipped() != 0) {
-        std::cout << recording.clipped()
-                  << " samples were too loud and are clipped; lower the gains\n";
+        out << recording.clipped() << " samples were too loud and are clipped; lower the gains\n";
     }
     if (recording.worstLag() > kLagToTell) {
-        std::cout << "this machine was too slow at times: up to " << fixed(recording.worstLag())
-                  << " s behind\n";
+        out << "this machine was too slow at times: up to " << fixed(recording.worstLag())
+            << " s behind\n";
     }
-    std::cout << output_ << ": " << fixed(recording.seconds()) << " s\n";
+    out << nameOfOutput(output_) << ": " << fixed(recording.seconds()) << " s\n";
 }
 
 } // namespace OrvelTool

@@ -8,6 +8,7 @@
 #include "osc/OscOption.h"
 
 #include <chrono>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,10 @@ private:
         SoundServer& server, LiveRecording* recording, CaptureWriter* capture, OscServer* osc,
         Clock::time_point begin) const;
     void announce(const SoundServer& server, DiscoveryWatch& discovery) const;
+    /// Refuses outputs that would replace what is read, with a message.
+    [[nodiscard]] bool checkOutputs(const Scene& bank) const;
+    /// Where results are printed: not into the recording.
+    [[nodiscard]] std::ostream& results() const;
     void report(const LiveRecording& recording) const;
     /// Completes the capture and tells how long it is; false if not all is in it.
     bool finish(CaptureWriter& capture) const;

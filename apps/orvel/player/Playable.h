@@ -23,6 +23,8 @@ public:
     [[nodiscard]] virtual std::unique_ptr<Player> makePlayer(Stage& stage) const = 0;
     /// How many emitters there are at most.
     [[nodiscard]] virtual std::size_t emitters() const = 0;
+    /// The sources that it has, with their sounds.
+    [[nodiscard]] virtual const Scene& sources() const = 0;
     /// The scene that it is, or null if it is something else.
     [[nodiscard]] virtual const LoadedScene* scene() const { return nullptr; }
     /// Whether something of it could not be had, which has been told.

@@ -22,6 +22,7 @@ public:
         return std::make_unique<ScenePlayer>(loaded_->scene, loaded_->sounds, stage);
     }
     [[nodiscard]] std::size_t emitters() const override { return countEmitters(loaded_->scene); }
+    [[nodiscard]] const Scene& sources() const override { return loaded_->scene; }
     [[nodiscard]] const LoadedScene* scene() const override { return loaded_.get(); }
 
 private:

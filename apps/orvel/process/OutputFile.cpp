@@ -18,7 +18,22 @@ OutputError cannotWrite(const std::string& path, int error) {
 
 } // namespace
 
-OutputFile::OutputFile(const std::string& path) : path_(path) {
+bool isStandardOutput(const std::string& path) {
+    return path == "-";
+}
+
+std::string nameOfOutput(const std::string& path) {
+    return isStandardOutput(path) ? "standard output" : path;
+}
+
+OutputFile::OutputFile(const std::string& path) : path_(nameOfOutput(path)) {
+    if (isStandardOutput(path)) {
+        descriptor_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+        if (descriptor_ < 0) {
+            throw cannotWrite(path_, errno);
+        }
+        return;
+    }
     struct stat status {};
     const bool exists = stat(path_.c_str(), &status) == 0;
     if (exists && S_ISDIR(status.st_mode)) {

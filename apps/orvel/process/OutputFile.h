@@ -11,13 +11,19 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// Whether a path stands for standard output: "-".
+bool isStandardOutput(const std::string& path);
+/// The name for people of a path to write to.
+std::string nameOfOutput(const std::string& path);
+
 /// A file that comes into being whole or not at all: it is written under another name in the same
 /// folder, which keep() changes into the real one, and which the destructor removes otherwise.
-/// A path that exists and is no regular file, such as /dev/null or a pipe, is written directly.
+/// Standard output, and a path that exists and is no regular file, such as /dev/null or a pipe, are
+/// streams: they are written directly.
 /// Confined to one thread at a time.
 class OutputFile {
 public:
-    /// Creates the temporary file. Throws OutputError.
+    /// Creates the temporary file, or opens the stream. Throws OutputError.
     explicit OutputFile(const std::string& path);
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
@@ -26,6 +32,9 @@ public:
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
     /// The open file, for reading and writing; it stays this object's. -1 after keep().
     [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+
+    /// Whether what is written cannot be changed any more.
+    [[nodiscard]] bool isStream() const noexcept { return temporary_.empty(); }
 
     /// Writes a text. Throws OutputError.
     void write(const std::string& text);

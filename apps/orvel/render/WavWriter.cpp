@@ -33,15 +33,56 @@ std::int16_t toInteger(float sample) {
     return static_cast<std::int16_t>(std::clamp(scaled, -32768.0F, 32767.0F));
 }
 
+unsigned bytesPerFrame(SampleFormat format) {
+    return WavWriter::kChannels * (format == SampleFormat::s16 ? 2U : 4U);
+}
+
+/// The header of a stream: libsndfile writes WAV only where it can go back.
+std::string streamHeader(unsigned rate, SampleFormat format, std::optional<std::uint64_t> frames) {
+    constexpr std::uint32_t kUnknown = std::numeric_limits<std::uint32_t>::max();
+    std::string header;
+    const auto put = [&header](std::uint32_t value, unsigned bytes) {
+        for (unsigned i = 0; i < bytes; ++i) {
+            header += static_cast<char>((value >> (8U * i)) & 0xffU);
+        }
+    };
+    const bool floats = format == SampleFormat::f32;
+    const std::uint32_t count = static_cast<std::uint32_t>(frames.value_or(0));
+    const std::uint32_t bytes = count * bytesPerFrame(format);
+    header = "RIFF";
+    put(frames ? bytes + (floats ? 48 : 36) : kUnknown, 4);
+    header += "WAVEfmt ";
+    put(16, 4);
+    put(floats ? 3 : 1, 2);
+    put(WavWriter::kChannels, 2);
+    put(rate, 4);
+    put(rate * bytesPerFrame(format), 4);
+    put(bytesPerFrame(format), 2);
+    put(floats ? 32 : 16, 2);
+    if (floats) {
+        header += "fact";
+        put(4, 4);
+        put(frames ? count : kUnknown, 4);
+    }
+    header += "data";
+    put(frames ? bytes : kUnknown, 4);
+    return header;
+}
+
 } // namespace
 
-WavWriter::WavWriter(const std::string& path, unsigned rate, SampleFormat format)
+WavWriter::WavWriter(
+    const std::string& path, unsigned rate, SampleFormat format,
+    std::optional<std::uint64_t> frames)
     : file_(path), format_(format), sound_(std::make_unique<Sound>()) {
     SF_INFO info{};
     info.samplerate = static_cast<int>(rate);
     info.channels = kChannels;
-    info.format =
-        SF_FORMAT_WAV | (format == SampleFormat::s16 ? SF_FORMAT_PCM_16 : SF_FORMAT_FLOAT);
+    info.format = file_.isStream() ? SF_FORMAT_RAW | SF_ENDIAN_LITTLE : SF_FORMAT_WAV;
+    info.format |= format == SampleFormat::s16 ? SF_FORMAT_PCM_16 : SF_FORMAT_FLOAT;
+    if (file_.isStream()) {
+        file_.write(streamHeader(rate, format, frames));
+    }
     sound_->handle = sf_open_fd(file_.descriptor(), SFM_WRITE, &info, SF_FALSE);
     if (sound_->handle == nullptr) {
         throw cannotWrite(path, nullptr);
@@ -53,10 +94,8 @@ WavWriter::WavWriter(const std::string& path, unsigned rate, SampleFormat format
 WavWriter::~WavWriter() = default;
 
 std::uint64_t WavWriter::mostFrames(SampleFormat format) {
-    constexpr std::uint64_t kRoomForHeaders = 1024;
-    const std::uint64_t bytesPerFrame =
-        std::uint64_t{kChannels} * (format == SampleFormat::s16 ? 2U : 4U);
-    return (std::numeric_limits<std::uint32_t>::max() - kRoomForHeaders) / bytesPerFrame;
+    constexpr std::uint32_t kRoomForHeaders = 1024;
+    return (std::numeric_limits<std::uint32_t>::max() - kRoomForHeaders) / bytesPerFrame(format);
 }
 
 void WavWriter::write(std::span<const float> samples) {

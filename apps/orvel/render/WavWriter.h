@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -16,14 +17,18 @@ enum class SampleFormat {
     f32, ///< 32-bit floats, as they are
 };
 
-/// Writes a stereo WAV file as a stream. The same samples give the same bytes. A file that is not
-/// finished leaves nothing behind. Confined to one thread at a time.
+/// Writes a stereo WAV file or stream, see OutputFile. The same samples give the same bytes. A file
+/// that is not finished leaves nothing behind. Confined to one thread at a time.
 class WavWriter {
 public:
     static constexpr unsigned kChannels = 2;
 
-    /// Creates the file, `rate` in Hz. Throws OutputError.
-    WavWriter(const std::string& path, unsigned rate, SampleFormat format);
+    /// Creates the file, `rate` in Hz. `frames` is how many will be written, if that is known: the
+    /// header of a stream cannot be corrected at the end, and has the largest sizes without it,
+    /// which readers take for unknown. Throws OutputError.
+    WavWriter(
+        const std::string& path, unsigned rate, SampleFormat format,
+        std::optional<std::uint64_t> frames = {});
     WavWriter(const WavWriter&) = delete;
     WavWriter& operator=(const WavWriter&) = delete;
     ~WavWriter();
