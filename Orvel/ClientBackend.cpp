@@ -17,6 +17,7 @@
 #include <Orvel/detail/SplitList.h>
 #include <Vessa/ObjectThread.h>
 
+#include <algorithm>
 #include <charconv>
 #include <iostream>
 #include <optional>
@@ -91,6 +92,29 @@ void sendState(Sender* to, CommandEvent& event, short command, int id) {
     }
 }
 
+/// The state that servers have of a part: going back to NONE is not told.
+WorldPart::State toldState(const WorldPart& part) {
+    return part.state() == WorldPart::NONE ? part.previousState() : part.state();
+}
+
+/// Whether a server that is sent each part with its state has those states afterwards. It has not
+/// where a state was not told, and where one spreads from an emitter to its source, and on to the
+/// source's other emitters.
+bool statesArrive(World& world) {
+    const auto untold = [](const auto& entry) {
+        return entry.second->state() == WorldPart::NONE &&
+               toldState(*entry.second) != WorldPart::NONE;
+    };
+    const auto spreads = [](const auto& entry) {
+        const auto& [id, emitter] = entry;
+        return emitter->state() != WorldPart::NONE && emitter->source() != nullptr &&
+               emitter->source()->state() != emitter->state();
+    };
+    return std::ranges::none_of(world.sources(), untold) &&
+           std::ranges::none_of(world.emitters(), untold) &&
+           std::ranges::none_of(world.emitters(), spreads);
+}
+
 std::optional<int> wholeNumber(std::string_view text, int lowest, int highest) {
     int value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -130,6 +154,7 @@ void reportInvalid(const CommandEvent& event) {
 ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, params) {
     transferData_ = yesOrNo(*this->params(), "transferData", true);
     deferred_ = yesOrNo(*this->params(), "deferred", false);
+    followEnabled_ = yesOrNo(*this->params(), "followEnabled", false);
     communicator_ = std::make_unique<OrvelMultiClient>(CommandEvent::kProtocolVersion, *this);
     communicator_->setNoDelay(true);
     communicator_->setSearchInterval(kSearchSeconds);
@@ -213,11 +238,16 @@ void ClientBackend::sendCommand(Command command, int id) {
 }
 
 void ClientBackend::resetBackend() {
+    destroyedSources_.clear();
     sendCommand(CmdResetBackend, 0);
 }
 
+bool ClientBackend::tellsEnabled() {
+    return enabled() && (!followEnabled_ || world().enabled());
+}
+
 void ClientBackend::setEnabled() {
-    sendCommand(enabled() ? CmdEnable : CmdDisable, 0);
+    sendCommand(tellsEnabled() ? CmdEnable : CmdDisable, 0);
 }
 
 void ClientBackend::setListenerTransform() {
@@ -233,6 +263,7 @@ void ClientBackend::createSource(Source& source) {
 }
 
 void ClientBackend::destroySource(Source& source) {
+    destroyedSources_.insert(static_cast<short>(source.id()));
     sendCommand(CmdDestroySource, source.id());
 }
 
@@ -308,6 +339,30 @@ Corvid::MultiClient& ClientBackend::multiClient() const {
 }
 
 bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
+    sendScene(connection, false);
+    const auto isBack = [this](const auto& entry) {
+        return destroyedSources_.contains(static_cast<short>(entry.first));
+    };
+    CommandEvent command;
+    if (!statesArrive(world()) || std::ranges::any_of(world().sources(), isBack)) {
+        sendScene(connection, true);
+    } else {
+        for (const short id : destroyedSources_) {
+            command.address(CmdDestroySource, id);
+            command.send(connection);
+        }
+    }
+    // A server is enabled unless a client has disabled it, maybe an earlier one.
+    if (followEnabled_ || !tellsEnabled()) {
+        command.address(tellsEnabled() ? CmdEnable : CmdDisable, 0);
+        command.send(connection);
+    }
+    return true;
+}
+
+/// Sends what a server needs to have the scene. `exactly` means with those states that the other
+/// servers have, none of which spreads, and without the sources that they have no more.
+void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
     // One event of each class, refilled for each part.
     CommandEvent command;
     TransformEvent transform;
@@ -323,10 +378,17 @@ bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
     sendTransform(
         connection, transform, CmdSetListenerTransform, 0, world().listenerPosition(),
         world().listenerRotation());
+    if (exactly) {
+        for (const short id : destroyedSources_) {
+            command.address(CmdDestroySource, id);
+            command.send(connection);
+        }
+    }
     for (const auto& [id, source] : world().sources()) {
         sendSource(connection, sourceData, *source, transferData_);
         sendParam(connection, sourceParam, *source);
-        sendState(connection, command, sourceState2Command(source->state()), id);
+        const auto state = exactly ? toldState(*source) : source->state();
+        sendState(connection, command, sourceState2Command(state), id);
     }
     for (const auto& [id, emitter] : world().emitters()) {
         sendEmitter(connection, createEmitterEvent, *emitter);
@@ -335,10 +397,19 @@ bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
             emitter->rotation());
         sendHull(connection, hull, *emitter);
         sendParam(connection, emitterParam, *emitter);
+        const auto state = exactly ? toldState(*emitter) : emitter->state();
+        // A state that differs from the source's comes first, so that it does not spread. One that
+        // is equal comes last: a connection would silence what plays.
+        const bool stateFirst =
+            exactly && emitter->source() != nullptr && toldState(*emitter->source()) != state;
+        if (stateFirst) {
+            sendState(connection, command, emitterState2Command(state), id);
+        }
         sendConnection(connection, connectionEvent, *emitter);
-        sendState(connection, command, emitterState2Command(emitter->state()), id);
+        if (!stateFirst) {
+            sendState(connection, command, emitterState2Command(state), id);
+        }
     }
-    return true;
 }
 
 int ClientBackend::receiveThread() {

@@ -6,6 +6,7 @@
 #include <Orvel/WorldPart.h>
 
 #include <memory>
+#include <set>
 
 #include <orvel_export.h>
 
@@ -27,12 +28,13 @@ class OrvelMultiClient;
 /// Sending never waits for the network, and nothing is kept for servers that are not there.
 ///
 /// Ids travel as their low 16 bits, so use ids from 1 to 32767. What sources play does not travel:
-/// a server plays its own sources, by their ids. A state that goes back to NONE is not told.
+/// a server plays its own sources, by their ids. A state that goes back to NONE is not told, and
+/// unless "followEnabled" is set, servers stay enabled when the world is disabled.
 ///
 /// Parameters, beside "labels" (see docs/parameters.md): "transferData" (yes), "deferred" (no),
-/// "servers" (HOST:PORT, ... to connect to without multicast), and where to search: "interfaces"
-/// (addresses or names), "group", "port", "ttl". A value that cannot be is reported, and the
-/// default used.
+/// "followEnabled" (no), "servers" (HOST:PORT, ... to connect to without multicast), and where to
+/// search: "interfaces" (addresses or names), "group", "port", "ttl". A value that cannot be is
+/// reported, and the default used.
 ///
 /// Threads: one receive thread, from construction to destruction. It brings new servers up to date,
 /// reading the world, and stores the playing times that servers report in the world's sources, both
@@ -76,7 +78,8 @@ public:
     /// must not be asked of a copy.
     [[nodiscard]] Corvid::MultiClient& multiClient() const;
 
-    /// Sends the whole scene over one connection; called for each new one.
+    /// Sends the whole scene over one connection, so that the server's becomes equal to those of
+    /// the servers that were there before; called for each new one.
     bool addCommunicator(Corvid::Communicator* connection);
     /// Applies what a server sent; false, and logged, if it means nothing to a client. The event
     /// stays with the caller.
@@ -93,6 +96,8 @@ public:
 
 private:
     void configure();
+    [[nodiscard]] bool tellsEnabled();
+    void sendScene(Corvid::Communicator* connection, bool exactly);
     /// Takes one event from a connection that has something, or gives up a lost one.
     void receiveFrom(Corvid::Communicator* connection);
     void sendCommand(Command command, int id);
@@ -101,6 +106,8 @@ private:
     std::unique_ptr<Vessa::Thread> thread_;
     bool transferData_ = true;
     bool deferred_ = false;
+    bool followEnabled_ = false;
+    std::set<short> destroyedSources_; // since the last reset; servers have had them of their own
 };
 
 } // namespace Orvel

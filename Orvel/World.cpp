@@ -127,6 +127,7 @@ bool World::enabled() {
 
 void World::setEnabled(bool enabled) {
     enabled_ = enabled;
+    listenerMoved_ = false;
     setEnabled();
 }
 
@@ -152,6 +153,7 @@ void World::setListenerTransform(const Vec3f& position, const Quaternion& rotati
     }
     listenerPosition_ = position;
     listenerRotation_ = rotation;
+    listenerMoved_ = true;
     setListenerTransform();
 }
 
@@ -248,6 +250,9 @@ void World::initBackendState(Backend& backend) {
             backend.setEmitterConnection(*emitter);
             backend.setEmitterState(*emitter);
         }
+    }
+    if (!enabled_ && !listenerMoved_) {
+        backend.setEnabled();
     }
 }
 

@@ -99,7 +99,8 @@ public:
     /// the host, which deletes it or calls deleteAllBackends().
     Backend* addBackend(const char* type, const char* params);
 
-    /// Tells one back end the whole scene. Durations are not told.
+    /// Tells one back end the whole scene. Durations are not told. Ends with setEnabled() if the
+    /// world is disabled and the listener has not moved since: moving it unmutes some back ends.
     void initBackendState(Backend& backend);
 
     /// Deletes the back ends, the first added first.
@@ -130,6 +131,7 @@ private:
     int lastId_ = 0;
     bool enabled_ = true;
     bool spatialize_ = true;
+    bool listenerMoved_ = false; // since enabled_ was set
     std::map<int, Emitter*> emitters_;
     Emitter* latest_ = nullptr; // that getEmitter() was asked for
     std::map<int, Source*> sources_;

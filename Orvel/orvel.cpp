@@ -127,10 +127,12 @@ protected:
         }
         Source* source = getSource(command->objectId);
         if (source != nullptr && command->command == Orvel::CmdDestroySource) {
-            source->setState(Source::STOP);
+            // As if it were a new one; its emitters keep their states, as elsewhere.
             while (!source->connectedEmitters().empty()) {
                 source->connectedEmitters().begin()->second->setSource(nullptr);
             }
+            source->setState(Source::STOP);
+            source->setParam(false, 1.0F);
         }
         return source != nullptr;
     }

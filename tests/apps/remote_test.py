@@ -19,6 +19,8 @@ LOOPED = changed(LEFT, sources=[{**LEFT["sources"][0], "loop": True}], duration=
 MOVING = changed(
     LEFT, duration=2.2, sources=[{"id": 1, "tone": {"hertz": 441, "seconds": 2}}],
     timeline=[{"at": 0.8, "emitter": 11, "position": [2, 0, 0], "over": 0.3},
+              {"at": 1.1, "world": True, "enabled": False},
+              {"at": 1.5, "world": True, "enabled": True},
               {"at": 1.5, "emitter": 11, "gain": 0.3}])
 
 

@@ -10,25 +10,28 @@
 
 namespace Orvel::Test {
 
-/// All that travels, for comparing two worlds.
-inline std::string describe(World& world) {
+/// All that travels, for comparing two worlds; without `history` not the states before the last.
+inline std::string describe(World& world, bool history = true) {
     using testing::PrintToString;
+    const auto previous = [history](const WorldPart& part) {
+        return history ? part.previousState() : WorldPart::NONE;
+    };
     const auto place = [](const Vec3f& p, const Quaternion& r) {
         return PrintToString(std::tuple(p.x, p.y, p.z, r.x, r.y, r.z, r.w));
     };
     std::string text = place(world.listenerPosition(), world.listenerRotation());
     for (const auto& [id, s] : world.sources()) {
         text += "\nsource " + PrintToString(std::tuple(
-                                  id, s->state(), s->previousState(), s->loop(), s->pitch(),
+                                  id, s->state(), previous(*s), s->loop(), s->pitch(),
                                   s->connectedEmitters().size()));
     }
     for (const auto& [id, e] : world.emitters()) {
         const int sourceId = e->source() == nullptr ? 0 : e->source()->id();
-        text += "\nemitter " + place(e->position(), e->rotation()) +
-                PrintToString(std::tuple(
-                    id, e->state(), e->previousState(), sourceId, e->maxBack(), e->maxFront(),
-                    e->minBack(), e->minFront(), e->gain(), e->paramValue(), e->paramFlag(),
-                    e->labels()));
+        text +=
+            "\nemitter " + place(e->position(), e->rotation()) +
+            PrintToString(std::tuple(
+                id, e->state(), previous(*e), sourceId, e->maxBack(), e->maxFront(), e->minBack(),
+                e->minFront(), e->gain(), e->paramValue(), e->paramFlag(), e->labels()));
     }
     return text;
 }
