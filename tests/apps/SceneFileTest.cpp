@@ -39,8 +39,6 @@ TEST(SceneFile, NamesLineFieldAndExpectation) {
          ":2: orvel: expected 1, the version of the format, found 2"},
         {"// a\n{\"orvel\": 1,\n\"sources\": [", ":3:13: sources: expected \"]\" for the \"[\" in "
                                                  "line 3, column 12, found the end of the file"},
-        {"{\"orvel\":1,\n\n\"orvel\":1}",
-         ":3: orvel: expected each key once, found it in line 1 already"},
         {R"({"orvel":1,"listener":{"ypr":[0,0,0],"rotation":[0,0,0,1]}})",
          R"(:1: listener.ypr: expected only one of "rotation" and "ypr", found an array of 3)"},
         {R"({"orvel":1,"listener":{"postion":[0,0,0]}})",
@@ -57,16 +55,14 @@ TEST(SceneFile, ChecksThePartsAndTheTimelineInTheOrderOfTime) {
         {R"("listener":{"rotation":[0,0,0,0.9989]})",
          "listener.rotation: expected a quaternion [x, y, z, w] of length 1, found one of length "
          "0.9989"},
-        {R"("sources":[{"id":1,"file":"a","url":"http://b/"}])",
-         R"(sources[0].url: expected only one of "file", "url" and "tone" beside "file", found )"
-         R"("http://b/")"},
         {R"("sources":[{"id":1,"tone":{}},{"id":1,"tone":{}}])",
          "sources[1].id: expected an id of its own, found 1, which line 1 has already"},
         {R"("emitters":[{"id":1,"source":7}])",
          R"(emitters[0].source: expected the id of one of "sources" or null, found 7)"},
-        {R"("emitters":[{"id":1,"labels":["a","b,c"]}])",
-         "emitters[0].labels[1]: expected a text without commas and without blanks at its ends, "
-         R"(found "b,c")"},
+        {R"("emitters":[{"id":32768},{"id":70000,"source":5e9},{"id":0.5}])",
+         "emitters[2].id: expected a whole number from 1 to 32767, found 0.5"
+         "emitters[0].id: expected a whole number from 1 to 32767, found 32768 and 2 more above "
+         "it"},
         {R"("sources":[{"id":1,"tone":{},"state":"stop"}],
             "emitters":[{"id":1,"source":1,"state":"play"}])",
          "emitters[0].state: expected the state of sources[0], because what plays one source "
@@ -76,9 +72,6 @@ TEST(SceneFile, ChecksThePartsAndTheTimelineInTheOrderOfTime) {
          "timeline[0].emitter: expected the id of an emitter that exists at 1 s, found 5"},
         {timeline(R"({"at":0,"source":1,"destroy":true},{"at":1,"emitter":11,"connect":1})"),
          "timeline[1].connect: expected the id of a source that exists at 1 s, found 1"},
-        {timeline(R"({"at":1,"emitter":11,"source":1})"),
-         R"(timeline[0]: expected exactly one of the keys "emitter", "source", "listener" and )"
-         R"("world", found "emitter", "source"; an emitter's source is given by "connect")"},
     };
     for (const auto& [scene, problem] : cases) {
         std::string found; // without the files and the lines
@@ -136,7 +129,6 @@ TEST(SceneFile, TakesJsonWithCommentsAndNothingElse) {
             const std::string problem = problems[0].str();
             EXPECT_TRUE(problem.starts_with("f:" + row.at(2).get<std::string>() + ":")) << problem;
             EXPECT_NE(problem.find(row.at(3).get<std::string>()), std::string::npos) << problem;
-            EXPECT_EQ(problem.find("syntax error"), std::string::npos) << problem;
             EXPECT_FALSE(problemsOf(text).empty()) << name;
         }
     }

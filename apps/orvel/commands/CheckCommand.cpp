@@ -1,11 +1,11 @@
 #include "commands/CheckCommand.h"
 
+#include "check/SceneWarnings.h"
 #include "player/ScenePlayer.h"
 #include "scene/LoadedScene.h"
 
 #include <cstdio>
 #include <iostream>
-#include <string>
 
 namespace OrvelTool {
 
@@ -15,31 +15,60 @@ std::string counted(std::size_t count, const std::string& what) {
     return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
+/// When a scene is over, in seconds, as far as is known without its URLs.
+double endOf(const LoadedScene& loaded) {
+    Orvel::World world;
+    ScenePlayer player(loaded.scene, loaded.sounds, world, [](Orvel::Source&, const Sound&) {});
+    player.start();
+    const double end = player.end();
+    world.clearWorld();
+    return end;
+}
+
 } // namespace
 
 CheckCommand::CheckCommand(CLI::App& parent) {
-    declare(parent, "check", "Report every mistake in a scene file and its sounds");
-    declareScene();
+    declare(parent, "check", "Report every mistake in scene files, and warn of what is not heard");
+    app()
+        .add_option("SCENE", paths_, "The scene files (JSON); - is standard input")
+        ->required()
+        ->expected(1, -1);
+    app().add_flag("--strict", strict_, "Let warnings count as mistakes: exit with 1");
     app().footer(
         "Each mistake is a line FILE:LINE: FIELD: what was expected and what was found.\n"
+        "What is right but will hardly be heard as meant is a warning.\n"
         "Sound files are decoded; URLs are not fetched, and count nothing in the duration.");
 }
 
-int CheckCommand::run() {
-    const auto loaded = loadScene(scenePath_);
+bool CheckCommand::check(const std::string& path) const {
+    const bool fromInput = path == "-";
+    const auto loaded = fromInput ? loadScene(std::cin, "standard input") : loadScene(path);
     if (loaded == nullptr) {
-        return kFailure;
+        return false;
+    }
+    const std::vector<Problem> warnings = findWarnings(*loaded);
+    for (const Problem& warning : warnings) {
+        std::cerr << warning.str() << '\n';
     }
     const Scene& scene = loaded->scene;
-    Orvel::World world;
-    ScenePlayer player(scene, loaded->sounds, world, [](Orvel::Source&, const Sound&) {});
-    player.start();
+    if (strict_ && !warnings.empty()) {
+        return false;
+    }
     char end[32];
-    std::snprintf(end, sizeof end, "%g", player.end());
-    world.clearWorld();
-    std::cout << scenePath_ << ": ok (" << counted(countSources(scene), "source") << ", "
+    std::snprintf(end, sizeof end, "%g", endOf(*loaded));
+    std::cout << scene.path << ": ok"
+              << (warnings.empty() ? "" : ", " + counted(warnings.size(), "warning")) << " ("
+              << counted(countSources(scene), "source") << ", "
               << counted(countEmitters(scene), "emitter") << ", " << end << " s)\n";
-    return kSuccess;
+    return true;
+}
+
+int CheckCommand::run() {
+    bool good = true;
+    for (const std::string& path : paths_) {
+        good = check(path) && good;
+    }
+    return good ? kSuccess : kFailure;
 }
 
 } // namespace OrvelTool

@@ -87,7 +87,8 @@ _orvel() {
         servers) _orvel_words "--seconds --json $search $common" ;;
         doctor) _orvel_words "--check-port --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
-        check | kinds) _orvel_words "$common" ;;
+        check) _orvel_words "--strict $common" ;;
+        kinds) _orvel_words "$common" ;;
         esac
         return
     fi
@@ -110,7 +111,7 @@ _orvel() {
         _orvel_files .orvelrec
         COMPREPLY=($(printf '%s\n' "${scenes[@]}" "${COMPREPLY[@]}" | sort -u))
         ;;
-    plot:0 | check:0) _orvel_files .json ;;
+    plot:0 | check:*) _orvel_files .json ;;
     record:0) _orvel_files .orvelrec ;;
     render:1) _orvel_files .wav ;;
     plot:1) _orvel_files .svg ;;

@@ -1,6 +1,7 @@
 #include "render/OfflineRenderer.h"
 
 #include "player/ScenePlayer.h"
+#include "scene/LoadedScene.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,8 +10,6 @@ namespace OrvelTool {
 
 namespace {
 
-/// How many can sound at once by default; the device is asked for more only where needed.
-constexpr std::size_t kUsualEmitters = 256;
 /// How long a block may be while nothing changes, in seconds.
 constexpr double kBlock = 0.1;
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <optional>
+#include <utility>
 
 namespace OrvelTool {
 
@@ -19,12 +21,10 @@ std::string stem(std::string text) {
     return text;
 }
 
-} // namespace
-
-std::unique_ptr<const LoadedScene> loadScene(const std::string& path) {
+std::unique_ptr<const LoadedScene>
+load(std::optional<Scene> scene, std::vector<Problem>& problems) {
     auto loaded = std::make_unique<LoadedScene>();
-    std::vector<Problem> problems;
-    if (auto scene = readScene(path, problems)) {
+    if (scene) {
         loaded->scene = std::move(*scene);
         loaded->sounds.load(loaded->scene, problems);
     }
@@ -32,6 +32,18 @@ std::unique_ptr<const LoadedScene> loadScene(const std::string& path) {
         std::cerr << problem.str() << '\n';
     }
     return problems.empty() ? std::move(loaded) : nullptr;
+}
+
+} // namespace
+
+std::unique_ptr<const LoadedScene> loadScene(const std::string& path) {
+    std::vector<Problem> problems;
+    return load(readScene(path, problems), problems);
+}
+
+std::unique_ptr<const LoadedScene> loadScene(std::istream& in, const std::string& name) {
+    std::vector<Problem> problems;
+    return load(readScene(in, name, problems), problems);
 }
 
 std::size_t countEmitters(const Scene& scene) {

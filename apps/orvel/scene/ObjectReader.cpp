@@ -16,6 +16,10 @@ namespace {
 using Kind = JsonValue::Kind;
 using State = Orvel::WorldPart::State;
 
+std::string idWords() {
+    return "a whole number from 1 to " + std::to_string(kMaxId);
+}
+
 } // namespace
 
 std::string quoted(std::string_view text) {
@@ -46,6 +50,23 @@ void Report::expected(const JsonValue& value, const JsonPlace& place, std::strin
         std::string text = "expected ";
         text += what;
         add(value.line, place.str(), text + ", found " + value.describe());
+    }
+}
+
+void Report::idTooLarge(const JsonValue& value, const JsonPlace& place) {
+    if (++largeIds_ == 1) {
+        firstLargeId_ = {
+            file_, value.line, place.str(),
+            "expected " + idWords() + ", found " + value.describe()};
+    }
+}
+
+void Report::finish() {
+    if (firstLargeId_) {
+        if (largeIds_ > 1) {
+            firstLargeId_->text += " and " + std::to_string(largeIds_ - 1) + " more above it";
+        }
+        add(firstLargeId_->line, firstLargeId_->field, firstLargeId_->text);
     }
 }
 
@@ -132,9 +153,13 @@ std::optional<int> ObjectReader::id(const char* key) const {
     if (member == nullptr) {
         return std::nullopt;
     }
-    if (member->kind != Kind::Number || member->number < 1.0 || member->number > kMaxId ||
+    if (member->kind != Kind::Number || member->number < 1.0 ||
         member->number != std::floor(member->number)) {
-        expected(key, "a whole number from 1 to " + std::to_string(kMaxId));
+        expected(key, idWords());
+        return std::nullopt;
+    }
+    if (member->number > kMaxId) {
+        report_.idTooLarge(*member, place(key));
         return std::nullopt;
     }
     return static_cast<int>(member->number);

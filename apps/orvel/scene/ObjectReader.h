@@ -23,10 +23,15 @@ public:
     void add(int line, std::string field, std::string text);
     /// "expected WHAT, found VALUE".
     void expected(const JsonValue& value, const JsonPlace& place, std::string_view what);
+    /// An id that is above kMaxId. One problem stands for all of them, and comes with finish().
+    void idTooLarge(const JsonValue& value, const JsonPlace& place);
+    void finish();
 
 private:
     std::string file_;
     std::vector<Problem>& problems_;
+    std::optional<Problem> firstLargeId_;
+    std::size_t largeIds_ = 0;
 };
 
 /// The numbers that a key takes, and the words for them.

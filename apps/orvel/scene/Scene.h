@@ -69,6 +69,8 @@ struct EmitterSpec {
     Orvel::Vec3f position;
     Orvel::Quaternion rotation; ///< of unit length
     Hull hull;
+    bool oneInner = false; ///< only one of the two inner extents is given
+    bool oneOuter = false; ///< only one of the two outer extents is given
     float gain = 1.0F;
     bool spatial = true;
     float value = 0.0F;

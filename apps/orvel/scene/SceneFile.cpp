@@ -106,6 +106,7 @@ public:
             return a.change.at < b.change.at;
         });
         checkReferences();
+        report_.finish();
         for (Entry& entry : entries_) {
             scene_.timeline.push_back(std::move(entry.change));
         }
@@ -238,6 +239,9 @@ private:
             emitter.hull.maxFront = extent(hull, "maxFront").value_or(emitter.hull.maxFront);
             emitter.hull.minBack = extent(hull, "minBack").value_or(emitter.hull.minBack);
             emitter.hull.minFront = extent(hull, "minFront").value_or(emitter.hull.minFront);
+            const auto given = [&](const char* key) { return hull.find(key) != nullptr; };
+            emitter.oneInner = given("minBack") != given("minFront");
+            emitter.oneOuter = given("maxBack") != given("maxFront");
         }
         emitter.gain = object.real("gain", kNotNegative).value_or(emitter.gain);
         emitter.spatial = object.flag("spatial").value_or(emitter.spatial);
@@ -704,21 +708,26 @@ std::optional<Scene> readScene(const std::string& path, std::vector<Problem>& pr
         return std::nullopt;
     }
     std::ifstream file(path, std::ios::binary);
+    return readScene(file, path, problems);
+}
+
+std::optional<Scene>
+readScene(std::istream& in, const std::string& name, std::vector<Problem>& problems) {
     std::string text;
     std::vector<char> block(std::size_t{1} << 16U);
-    while (file && text.size() <= kMaxSceneBytes) {
-        file.read(block.data(), static_cast<std::streamsize>(block.size()));
-        text.append(block.data(), static_cast<std::size_t>(file.gcount()));
+    while (in && text.size() <= kMaxSceneBytes) {
+        in.read(block.data(), static_cast<std::streamsize>(block.size()));
+        text.append(block.data(), static_cast<std::size_t>(in.gcount()));
     }
-    if (!file.eof() && text.size() <= kMaxSceneBytes) {
-        problems.push_back({path, 0, "", "expected a scene file, but it cannot be read"});
+    if (!in.eof() && text.size() <= kMaxSceneBytes) {
+        problems.push_back({name, 0, "", "expected a scene file, but it cannot be read"});
         return std::nullopt;
     }
     if (text.size() > kMaxSceneBytes) {
-        problems.push_back({path, 0, "", "expected a scene of at most 64 MiB, found a larger one"});
+        problems.push_back({name, 0, "", "expected a scene of at most 64 MiB, found a larger one"});
         return std::nullopt;
     }
-    return parse(text, path, true, problems);
+    return parse(text, name, true, problems);
 }
 
 } // namespace OrvelTool

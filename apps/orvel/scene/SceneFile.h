@@ -2,6 +2,7 @@
 
 #include "scene/Scene.h"
 
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,6 +27,11 @@ struct Problem {
 /// kMaxProblems of them; the result is empty if and only if there are any. Sound files are only
 /// looked for, see SoundBank.
 std::optional<Scene> readScene(const std::string& path, std::vector<Problem>& problems);
+
+/// The same for what a stream holds. `name` is what the problems name; relative sound files are
+/// looked for in its folder, which for a mere word is the current one.
+std::optional<Scene>
+readScene(std::istream& in, const std::string& name, std::vector<Problem>& problems);
 
 /// The same for a text in memory. `path` is what the problems name and what relative sound files
 /// are relative to; nothing is looked for on disk.

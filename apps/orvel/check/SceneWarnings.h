@@ -1,0 +1,16 @@
+#pragma once
+
+#include "scene/LoadedScene.h"
+#include "scene/SceneFile.h"
+
+#include <vector>
+
+namespace OrvelTool {
+
+/// What a scene without mistakes does that is hardly meant: above all what is never heard, or not
+/// as the file says. The scene is played through for that, without sound, and levels are those of
+/// the back end "openal"; sounds given by URL count as audible. Sorted by line. Of many emitters
+/// with the same fault the first are named, the others counted.
+std::vector<Problem> findWarnings(const LoadedScene& loaded);
+
+} // namespace OrvelTool
