@@ -39,6 +39,7 @@ public:
     using SearchedInterface = Multicast::UsedInterface;
 
     static constexpr double kDefaultSearchInterval = 3.0;
+    static constexpr int kMaxDelivered = 65536; ///< frames and losses in one deliver()
 
     /// `protocolVersion`: servers of another version are not connected to.
     explicit MultiClient(int protocolVersion);
@@ -66,7 +67,8 @@ public:
     /// Only when deferred, on the host's thread: calls addCommunicator() for each new connection,
     /// then `receive` once for each frame that has arrived and each loss. `receive` may call
     /// removeCommunicator() and delete the connection that it was given. Never waits for the
-    /// network. Returns the number of calls of `receive`.
+    /// network. Returns the number of calls of `receive`, at most kMaxDelivered; the rest is for
+    /// the next call. A call from within `receive` or addCommunicator() does nothing.
     int deliver(const std::function<void(Communicator*)>& receive);
 
     [[nodiscard]] Multicast& multicast() { return multicast_; }

@@ -71,7 +71,8 @@ public:
 
     /// In deferred mode: brings new servers up to date and applies what servers have sent, on the
     /// calling thread, which is the one that changes the world. Never waits for the network.
-    /// Returns how many events and losses there were; 0 in the default mode.
+    /// Returns how many events and losses there were; 0 in the default mode, and in a call from
+    /// within, such as by an override of setSourceDuration() that updates the world.
     int deliver();
 
     /// The connections: counters, servers to connect to, where to search. Lives as long as this;

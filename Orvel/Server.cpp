@@ -230,8 +230,11 @@ int Server::receive(bool block) {
     int count = 0;
     int waiting = 0;
     Corvid::Communicator* client = nullptr;
-    while (!stopping_ && (block || (multiServer_->communicatorsAvail(waiting) && waiting > 0)) &&
-           multiServer_->receiveCommunicator(client)) {
+    auto hasMore = [&, taken = 0]() mutable {
+        return taken++ < kMaxEventsPerReceive && multiServer_->communicatorsAvail(waiting) &&
+               waiting > 0;
+    };
+    while (!stopping_ && (block || hasMore()) && multiServer_->receiveCommunicator(client)) {
         if (receiveFrom(client)) {
             ++count;
             // At once, because a blocking call ends only with the thread. Nobody else writes.

@@ -78,9 +78,13 @@ public:
     /// The receive thread's body.
     int receiveThread();
 
+    /// The events and losses after which receive(false) returns; the rest is for the next call.
+    static constexpr int kMaxEventsPerReceive = 16384;
+
     /// Applies the events that have arrived, accepts clients and sends what is due; returns how
     /// many events there were. With `block` it goes on until stop(), and returns then; without, it
-    /// never waits.
+    /// never waits, and takes at most kMaxEventsPerReceive, so that a client that sends without a
+    /// pause does not hold the caller.
     int receive(bool block);
 
     /// Applies one event; false, and logged, if it cannot be. The event stays with the caller.

@@ -223,8 +223,8 @@ ORVEL_EXPORT unsigned short orvel_server_port(orvel_server* server);
 /// How many clients are connected.
 ORVEL_EXPORT size_t orvel_server_clients(orvel_server* server);
 /// Accepts clients, applies what they have sent, and sends what is due. First waits up to `seconds`
-/// for something to arrive; 0 never waits. Gives the number of events, -1 on failure. To be called
-/// at least every few seconds.
+/// for something to arrive; 0 never waits. Gives the number of events, at most 16,384 (the rest is
+/// for the next call), or -1 on failure. To be called at least every few seconds.
 ORVEL_EXPORT int orvel_server_poll(orvel_server* server, double seconds);
 
 #ifdef __cplusplus

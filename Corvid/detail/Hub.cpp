@@ -1,6 +1,9 @@
 #include <Corvid/detail/Hub.h>
 
+#include <Corvid/MultiClient.h>
+
 #include <boost/asio/error.hpp>
+
 #include <algorithm>
 #include <random>
 #include <sys/socket.h>
@@ -18,7 +21,6 @@ constexpr auto kTimeToGreet = 5s;
 constexpr auto kTimeToLeave = 200ms; // what is queued at closing
 constexpr int kServedPerTurn = 256;  // events between two looks at the sockets
 constexpr auto kNap = 200us;
-constexpr int kMostDelivered = 1 << 16;
 constexpr std::size_t kMostInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
 constexpr int kMostRefusalsTold = 20;
@@ -611,9 +613,13 @@ void Hub::breakWait() {
 }
 
 int Hub::deliver(const std::function<void(Communicator*)>& receive) {
-    if (!open_ || !deferred_) {
+    if (!open_ || !deferred_ || delivering_) {
         return 0;
     }
+    delivering_ = true;
+    const std::unique_ptr<bool, void (*)(bool*)> end(
+        &delivering_, [](bool* delivering) { *delivering = false; });
+    finishCurrent(); // left behind if `receive` has thrown
     for (;;) {
         Pointer connection;
         {
@@ -627,7 +633,7 @@ int Hub::deliver(const std::function<void(Communicator*)>& receive) {
         introduce(connection);
     }
     int count = 0;
-    while (count < kMostDelivered) {
+    while (count < MultiClient::kMaxDelivered) {
         const Connection* connection = takeReady();
         if (connection == nullptr) {
             break;

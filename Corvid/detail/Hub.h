@@ -124,6 +124,7 @@ private:
     std::atomic<bool> break_ = false;
     bool opened_ = false;
     bool deferred_ = false; // not changed once open
+    bool delivering_ = false;
     int served_ = 0;        // since the system was last asked
     bool moreToWrite_ = false;
     bool napped_ = false; // a nap has just ended undisturbed

@@ -433,6 +433,9 @@ TEST_F(DeferredNet, DeliversOnTheHostsThread) {
         communicator->sendFrame(frame.data(), frame.size());
     };
     ASSERT_TRUE(delivered([&] { return client.connections() == 1; }, *server));
+    client.onFrame = [&](auto...) {
+        EXPECT_EQ(client.deliver([](auto...) { FAIL() << "nested"; }), 0);
+    };
     for (std::uint32_t i = 1; i < kCount; ++i) {
         sendNumber(client, i);
     }

@@ -14,6 +14,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
+#include <thread>
 #include <tuple>
 
 namespace Orvel::Test {
@@ -169,6 +170,26 @@ TEST(Server, NameStoredDataAfterTheSource) {
         EXPECT_EQ(std::filesystem::exists(name), !stored.empty());
     }
     std::filesystem::current_path(before);
+}
+
+TEST(ServerNetwork, ReturnBesideAClientThatNeverPauses) {
+    TestServer server;
+    PlainClient client(server);
+    ASSERT_TRUE(until([&] { return client.connected(); }, [&] { server.receive(false); }));
+    constexpr int kSent = 5 * Server::kMaxEventsPerReceive;
+    for (int i = 0; i < kSent; ++i) {
+        CommandEvent(CmdEnable, 0).send(&client);
+    }
+    const std::jthread sending([&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+            client.waitForCommunicators(std::chrono::milliseconds(1));
+        }
+    });
+    int most = 0;
+    ASSERT_TRUE(until(
+        [&] { return server.events == kSent; },
+        [&] { most = std::max(most, server.receive(false)); }));
+    EXPECT_LE(most, Server::kMaxEventsPerReceive);
 }
 
 TEST(ServerNetwork, DropOnlyBadClientsAndApplyNothingOnceStopped) {
