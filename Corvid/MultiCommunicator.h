@@ -98,8 +98,9 @@ public:
     /// False when closed or not opened.
     bool communicatorsAvail(int& count);
 
-    /// Ends everything and deletes the connections that are left. What is queued is given up to
-    /// 200 ms to leave. Further calls do nothing.
+    /// Ends everything and deletes the connections that are left. First waits until what is queued
+    /// has arrived, until peers have taken nothing of it for half a second, and for 2 s at most.
+    /// Further calls do nothing.
     void close();
 
     /// The id that peers are told; 0 at first.

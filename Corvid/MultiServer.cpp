@@ -28,6 +28,10 @@ bool MultiServer::open(const std::string& host, unsigned short port, bool announ
     return true;
 }
 
+void MultiServer::discardLeftovers(const Communicator* client) {
+    hub().discardLeftovers(client);
+}
+
 std::uint16_t MultiServer::port() const {
     return listener_->port();
 }

@@ -16,7 +16,8 @@ namespace detail {
 class Listener;
 }
 
-/// Accepts clients and lets them find it by multicast. See MultiCommunicator for threads.
+/// Accepts clients and lets them find it by multicast. A client that connects anew ends its former
+/// connection, of which nothing more is given. See MultiCommunicator for threads.
 class ORVEL_EXPORT MultiServer : public MultiCommunicator {
 public:
     /// `protocolVersion`: clients of another version are refused.
@@ -28,6 +29,11 @@ public:
     /// waiting or receiving call. False, with a diagnostic, if that is impossible. When the
     /// multicast settings name interfaces, clients of other interfaces are turned away.
     bool open(const std::string& host, unsigned short port, bool announce);
+
+    /// To be called when a client has begun a scene anew: connections made before that client's,
+    /// whose peers are gone, are given as lost without what they have left unread. On the loop
+    /// thread.
+    void discardLeftovers(const Communicator* client);
 
     /// The port listened to, 0 before opening.
     [[nodiscard]] std::uint16_t port() const;

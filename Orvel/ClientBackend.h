@@ -46,7 +46,9 @@ public:
     /// Exists only to report misuse: logs, and makes a back end that reaches nobody.
     ClientBackend(const ClientBackend& other);
     ClientBackend& operator=(const ClientBackend&) = delete;
-    /// Resets the servers, then ends the thread and the connections.
+    /// Resets the servers, then ends the thread and the connections. Waits until the servers have
+    /// what was sent to them, until they have taken nothing of it for half a second, and for 2 s at
+    /// most.
     ~ClientBackend() override;
 
     void resetBackend() override;

@@ -260,6 +260,9 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
         return true;
     }
     if (auto* command = asCommand(received)) {
+        if (command->command == CmdResetBackend) {
+            multiServer_->discardLeftovers(client);
+        }
         dispatchEvent(command);
     } else {
         ORVEL_LOG(Fatal, "Orvel::Server got Corvid::Event which is not a Orvel::Event\n");

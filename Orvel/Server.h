@@ -30,7 +30,9 @@ class SourceDataEvent;
 ///
 /// Clients create no sources here: create those that they play beforehand, under the same ids, and
 /// again after each reset, for which resetWorld() is overridden. The parts that a client made stay
-/// when it is lost. All clients drive the one scene.
+/// when it is lost. All clients drive the one scene. Once a client has begun it with a reset,
+/// nothing is applied that connections made before, whose peers are gone, have left unread; a
+/// client that connects anew ends its former connection likewise.
 ///
 /// Threads: after run() everything that arrives is applied on a thread of this object, without any
 /// lock, until stop() or destruction; a host that wants the world for itself calls receive(false)
@@ -48,9 +50,10 @@ public:
     Server(const std::string& host, unsigned short port);
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
-    /// Stops the thread and closes the connections, within half a second. Parts and back ends stay:
-    /// stop(), clearWorld() and deleteAllBackends() come first, as for any world. A derived class
-    /// with overrides calls stop() in its own destructor.
+    /// Stops the thread and closes the connections: at once when clients have everything, and in
+    /// half a second, or 2 s while they still take what is queued for them, when not. Parts and
+    /// back ends stay: stop(), clearWorld() and deleteAllBackends() come first, as for any world. A
+    /// derived class with overrides calls stop() in its own destructor.
     ~Server() override;
 
     /// Where clients search for servers, see Corvid::Multicast.

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <linux/sockios.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <system_error>
@@ -146,6 +147,11 @@ Connection::Status Connection::write() {
     return Status::More;
 }
 
+bool Connection::isPeerGone() {
+    pollfd descriptor = {socket_.native_handle(), POLLRDHUP, 0};
+    return ::poll(&descriptor, 1, 0) > 0;
+}
+
 void Connection::end(const std::string& reason) {
     const std::scoped_lock lock(mutex_);
     if (!ended_) {
@@ -219,12 +225,19 @@ Communicator::Counters Connection::counters() const {
     return counters;
 }
 
-bool Connection::isAcknowledged() {
-    std::array<std::byte, 4096> unwanted;
-    while (::recv(socket_.native_handle(), unwanted.data(), unwanted.size(), MSG_DONTWAIT) > 0) {
+std::size_t Connection::finish(bool sent) {
+    constexpr int kMaxReads = 64; // beside a peer that sends without a pause
+    if (sent && !std::exchange(isFinished_, true)) {
+        ::shutdown(socket_.native_handle(), SHUT_WR);
     }
-    int unsent = 0;
-    return ::ioctl(socket_.native_handle(), SIOCOUTQ, &unsent) != 0 || unsent == 0;
+    std::array<std::byte, 4096> unwanted;
+    for (int i = 0; i<kMaxReads&& ::recv(
+             socket_.native_handle(), unwanted.data(), unwanted.size(), MSG_DONTWAIT)> 0;
+         ++i) {
+    }
+    int unacknowledged = 0;
+    const bool known = ::ioctl(socket_.native_handle(), SIOCOUTQ, &unacknowledged) == 0;
+    return known ? static_cast<std::size_t>(unacknowledged) : 0;
 }
 
 } // namespace Corvid::detail

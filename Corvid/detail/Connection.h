@@ -45,6 +45,12 @@ public:
     /// Sends what waits; More if there is more but it is another connection's turn.
     Status write();
 
+    /// Whether the peer has closed the connection, or it is broken, even if there is input to read
+    /// before that shows.
+    [[nodiscard]] bool isPeerGone();
+    /// Discards what has arrived.
+    void discardInput() { input_.clear(); }
+
     /// Ends the connection; the first reason counts. Synchronised.
     void end(const std::string& reason);
     [[nodiscard]] bool isEnded() const { return ended_; }
@@ -72,8 +78,10 @@ public:
     [[nodiscard]] boost::asio::steady_timer& deadline() { return deadline_; }
     [[nodiscard]] OutgoingStream::Outlet& outlet() { return outlet_; }
     [[nodiscard]] std::size_t inputCapacity() const { return input_.capacity(); }
-    /// Whether the peer has acknowledged all that was sent. Discards what it sends meanwhile.
-    bool isAcknowledged();
+    /// While closing: says that nothing more will follow if all has been `sent`, and discards what
+    /// the peer sends, because a socket that closes with unread input cuts off what is on its way.
+    /// Gives the bytes that the peer has not acknowledged.
+    std::size_t finish(bool sent);
 
     // The hub's notes about this connection, guarded as the hub says.
     enum class Input {
@@ -100,6 +108,7 @@ private:
     Greeting peer_; // written once, before the connection is shown to anyone
     InputBuffer input_;
     bool isDry_ = true;
+    bool isFinished_ = false;
     OutgoingStream::Outlet outlet_;
     std::atomic<std::thread::id> replayThread_; // none but during the replay
     std::size_t replayBytes_ = 0;               // since the last part of it was sent

@@ -5,8 +5,8 @@
 #include <boost/asio/error.hpp>
 
 #include <algorithm>
+#include <limits>
 #include <random>
-#include <sys/socket.h>
 #include <utility>
 
 namespace Corvid::detail {
@@ -18,8 +18,12 @@ using Clock = std::chrono::steady_clock;
 using Severity = MultiCommunicator::Severity;
 
 constexpr auto kTimeToGreet = 5s;
-constexpr auto kTimeToLeave = 200ms; // what is queued at closing
-constexpr int kServedPerTurn = 256;  // events between two looks at the sockets
+// What is queued at closing may leave as long as the peers take something of it, within limits. A
+// segment that got lost is sent again after a round trip and 200 ms.
+constexpr auto kTimeToLeave = 500ms;
+constexpr auto kMaxTimeToLeave = 2s;
+constexpr auto kDrainInterval = 2ms;
+constexpr int kServedPerTurn = 256; // events between two looks at the sockets
 constexpr auto kNap = 200us;
 constexpr std::size_t kMostInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
@@ -321,6 +325,45 @@ void Hub::lose(const Pointer& connection) {
     if (connection->input == Connection::Input::Reading) {
         connection->input = Connection::Input::Ready;
         ready_.push_back(connection);
+    }
+}
+
+/// Ends a connection and discards what it has left unread.
+void Hub::abandon(const Pointer& connection, const std::string& reason) {
+    connection->end(reason);
+    connection->discardInput();
+    lose(connection);
+}
+
+void Hub::replaceBy(const Connection& newer) {
+    std::vector<Pointer> older;
+    {
+        const std::scoped_lock lock(mutex_);
+        older = registered_;
+    }
+    for (const Pointer& connection : older) {
+        if (connection->peer().instance == newer.peer().instance) {
+            abandon(connection, "the peer has connected anew");
+        }
+    }
+}
+
+void Hub::discardLeftovers(const Communicator* since) {
+    std::vector<Pointer> earlier;
+    {
+        const std::scoped_lock lock(mutex_);
+        const auto self =
+            std::find_if(registered_.begin(), registered_.end(), [since](const Pointer& other) {
+                return other->communicator == since;
+            });
+        if (self != registered_.end()) { // a nested call may have removed it
+            earlier.assign(registered_.begin(), self);
+        }
+    }
+    for (const Pointer& connection : earlier) {
+        if (connection->isEnded() || connection->isPeerGone()) {
+            abandon(connection, "the peer closed the connection");
+        }
     }
 }
 
@@ -669,34 +712,28 @@ MultiCommunicator::Counters Hub::counters() const {
 
 /// Gives what is queued its time to leave, and to arrive.
 void Hub::drain() {
-    const auto deadline = Clock::now() + kTimeToLeave;
+    const auto end = Clock::now() + kMaxTimeToLeave;
+    auto deadline = Clock::now() + kTimeToLeave;
+    std::uint64_t least = std::numeric_limits<std::uint64_t>::max();
     resumeAndForget();
     for (;;) {
         flush();
-        const bool drained =
-            std::all_of(active_.begin(), active_.end(), [this](const Pointer& connection) {
-                return connection->lossNoted || loop_->stream.isDrained(connection->outlet());
-            });
-        if (drained || Clock::now() >= deadline) {
-            break;
+        std::uint64_t left = 0;
+        for (const Pointer& connection : active_) {
+            if (!connection->lossNoted) {
+                left += loop_->stream.counts(connection->outlet()).bytesWaiting;
+                left += connection->finish(loop_->stream.isDrained(connection->outlet()));
+            }
         }
-        loop_->io.run_one_until(deadline);
-    }
-    for (const Pointer& connection : active_) {
-        ::shutdown(connection->socket().native_handle(), SHUT_WR);
-    }
-    // A socket that closes with unread input cuts off what is still on its way to the peer.
-    boost::asio::steady_timer pause(loop_->io);
-    const auto acknowledged = [](const Pointer& connection) {
-        return connection->lossNoted || connection->isAcknowledged();
-    };
-    while (!std::all_of(active_.begin(), active_.end(), acknowledged) && Clock::now() < deadline) {
-        pause.expires_after(2ms);
-        bool over = false;
-        pause.async_wait([&over](const boost::system::error_code&) { over = true; });
-        while (!over) {
-            loop_->io.run_one();
+        const auto now = Clock::now();
+        if (left < least) {
+            least = left;
+            deadline = std::min(end, now + kTimeToLeave);
         }
+        if (left == 0 || now >= deadline) {
+            return;
+        }
+        loop_->io.run_one_until(now + kDrainInterval);
     }
 }
 

@@ -67,6 +67,12 @@ public:
 
     /// Takes a new socket; the greetings follow.
     void adopt(boost::asio::ip::tcp::socket socket, const std::string& target);
+    /// Ends the registered connections of a peer that has come back on this new one, and discards
+    /// what they have left unread. Not when deferred.
+    void replaceBy(const Connection& newer);
+    /// The same for connections registered before that of `since`, if their peers are gone.
+    void discardLeftovers(const Communicator* since);
+
     /// Tells the host a line.
     void report(MultiCommunicator::Severity severity, const std::string& text) const;
     /// The same for what a stranger can cause as often as it likes.
@@ -106,6 +112,7 @@ private:
     void introduce(const Pointer& connection);
     void refuse(const Pointer& connection, const std::string& reason);
     void lose(const Pointer& connection);
+    void abandon(const Pointer& connection, const std::string& reason);
     void noteLoss(Connection& connection);
     void resumeAndForget();
     void finishCurrent();
@@ -125,7 +132,7 @@ private:
     bool opened_ = false;
     bool deferred_ = false; // not changed once open
     bool delivering_ = false;
-    int served_ = 0;        // since the system was last asked
+    int served_ = 0; // since the system was last asked
     bool moreToWrite_ = false;
     bool napped_ = false; // a nap has just ended undisturbed
     boost::asio::steady_timer napTimer_;

@@ -21,6 +21,9 @@ public:
     /// Tells how much has been put there.
     void commit(std::size_t bytes);
 
+    /// Discards what has arrived; a frame given before stays valid.
+    void clear() { begin_ = end_; }
+
     [[nodiscard]] Next next() const;
     /// Takes the next frame, which must be whole. It is valid until room().
     std::span<const std::byte> take();

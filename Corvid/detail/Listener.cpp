@@ -112,7 +112,9 @@ void Listener::acceptClients() {
     waitForClients();
 }
 
-bool Listener::accept(Connection& /*connection*/) {
+bool Listener::accept(Connection& connection) {
+    // The peer keeps one connection, and has given up the former ones.
+    hub_.replaceBy(connection);
     return true;
 }
 

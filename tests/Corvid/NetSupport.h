@@ -113,8 +113,8 @@ private:
     const int descriptor_;
 };
 
-/// A greeting as a client of that version sends it.
-inline std::string greeting(char version = 2) {
-    return std::string("ORVELNET") + version + std::string(3, '\0') + std::string(8, 'i') +
+/// A greeting as a client of that version and instance sends it.
+inline std::string greeting(char version = 2, char instance = 'i') {
+    return std::string("ORVELNET") + version + std::string(3, '\0') + std::string(8, instance) +
            std::string("\x05\x00", 2);
 }

@@ -224,8 +224,12 @@ TEST_P(HostilePeer, DoesNotDisturbAGoodOne) {
     };
     const std::size_t step = hostile.drip ? 1 : hostile.bytes.size() + 1;
     for (std::size_t at = 0; at <= hostile.bytes.size(); at += step) {
-        for (RawSocket& socket : sockets) {
-            socket.send(hostile.bytes.substr(at, step));
+        for (std::uint16_t peer = 0; RawSocket & socket : sockets) {
+            std::string bytes = hostile.bytes.substr(at, step);
+            if (++peer > 1 && !bytes.empty()) { // each is a peer of its own
+                std::memcpy(&bytes[12], &peer, sizeof peer);
+            }
+            socket.send(bytes);
         }
         ASSERT_TRUE(exchange());
     }
@@ -332,7 +336,7 @@ TEST_F(Net, ServesConnectionsInTurn) {
     RawSocket loud(server->port());
     RawSocket quiet(server->port());
     loud.send(greetingAnd({8, 0, 0xFFFFFFFF}, 5000));
-    quiet.send(greetingAnd({8, 0, 7}));
+    quiet.send(greeting(2, 'q') + greetingAnd({8, 0, 7}).substr(greeting().size()));
     ASSERT_TRUE(until([&] { return server->numbers.size() == 5001; }, *server));
     const auto& numbers = server->numbers;
     EXPECT_LT(std::find(numbers.begin(), numbers.end(), 7U) - numbers.begin(), 600);
@@ -346,21 +350,22 @@ TEST_F(Net, ClosesPromptlyWhateverPeersDo) {
     }
     const auto start = Clock::now();
     server_->close();
-    EXPECT_LT(Clock::now() - start, 2s); // 0.2 s, and what a busy machine adds
+    EXPECT_LT(Clock::now() - start, 2s); // 0.5 s, and what a busy machine adds
     EXPECT_FALSE(sendNumber(*server_, 0));
 }
 
 TEST_F(Net, LetsWhatIsQueuedLeaveAtClosing) {
     connect();
-    for (std::uint32_t i = 0; i < 1000; ++i) {
-        sendNumber(*client_, i, 100);
+    for (std::uint32_t i = 0; i < 200; ++i) { // more than the system takes at once
+        sendNumber(*client_, i, 100'000);
     }
+    server_->onFrame = [](auto...) { std::this_thread::sleep_for(3ms); };
     sendNumber(*server_, 1); // unread input must not cut off what is sent
     server_->poll();
     std::thread closing([&] { client_->close(); });
     EXPECT_TRUE(until([&] { return server_->lost == 1; }, *server_));
     closing.join();
-    EXPECT_EQ(server_->numbers.size(), 1000U);
+    EXPECT_EQ(server_->numbers.size(), 200U);
 }
 
 TEST_F(Net, BreaksAWaitBeforeAndDuring) {

@@ -1,4 +1,5 @@
 // The server: what each command does to its world, and how clients come, go and misbehave.
+#include "Corvid/NetSupport.h"
 #include "support/Capture.h"
 #include "support/EventText.h"
 #include "support/Loopback.h"
@@ -190,6 +191,51 @@ TEST(ServerNetwork, ReturnBesideAClientThatNeverPauses) {
         [&] { return server.events == kSent; },
         [&] { most = std::max(most, server.receive(false)); }));
     EXPECT_LE(most, Server::kMaxEventsPerReceive);
+}
+
+template <class Event = CommandEvent>
+std::string frame(Command command, short id = 0) {
+    Event event;
+    event.address(command, id);
+    std::vector<std::byte> bytes;
+    EXPECT_TRUE(event.encode(bytes));
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+/// A peer that comes back while the server does not receive, with the same instance or another.
+TEST(ServerNetwork, ApplyNothingThatAnEarlierConnectionLeftUnread) {
+    for (const auto& [instance, threaded] :
+         {std::pair{'i', false}, std::pair{'j', false}, std::pair{'j', true}}) {
+        TestServer server;
+        const auto serve = [&](const auto& done) {
+            if (threaded) {
+                server.run();
+            }
+            EXPECT_TRUE(until(done, [&] { threaded ? 0 : server.receive(false); }));
+            server.stop();
+        };
+        const std::uint16_t port = server.multiServer().port();
+        auto old = std::make_unique<RawSocket>(port);
+        old->send(greeting() + frame(CmdResetBackend));
+        serve([&] { return server.events == 1; });
+        std::string left;
+        for (short id = 1000; id < 6000; ++id) {
+            left += frame<CreateEmitterEvent>(CmdCreateEmitter, id);
+        }
+        old->send(left);
+        if (instance != 'i') {
+            old = nullptr; // it is gone; with the same instance that does not matter
+        }
+        RawSocket anew(port);
+        anew.send(
+            greeting(2, instance) + frame(CmdResetBackend) +
+            frame<CreateEmitterEvent>(CmdCreateEmitter, 1));
+        serve([&] {
+            const auto connections = server.multiServer().counters().connections;
+            return connections.size() == 1 && connections[0].eventsIn == 2;
+        });
+        EXPECT_EQ(server.emitters().size(), 1U) << instance;
+    }
 }
 
 TEST(ServerNetwork, DropOnlyBadClientsAndApplyNothingOnceStopped) {
