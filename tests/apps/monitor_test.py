@@ -18,10 +18,10 @@ SCENE = {
     "sources": [{"id": 1, "tone": {"hertz": 441, "seconds": 1.0}, "loop": True}],
     "emitters": [
         {"id": 11, "source": 1, "position": [-4, 0, 0], "state": "play", "gain": 0.25,
-         "hull": {"minBack": 1, "minFront": 1}, "labels": ["<b>bold</b>", "front"]},
+         "rotation": [0, 1, 0, 0], "hull": {"minBack": 0.5, "minFront": 1.5}, "labels": ["<b>bold</b>", "front"]},
         {"id": 12, "position": [4, 0, 0]}],
     "timeline": [{"at": 0.01 if k == 0 else 3.0 * k, "emitter": 12,
-                  "position": [4, 0, 3 if k % 2 == 0 else -3], "over": 2.9} for k in range(100)],
+                  "position": [4, 0, 2 if k % 2 == 0 else -2], "over": 2.9} for k in range(100)],
 }
 
 
@@ -61,8 +61,9 @@ class Monitor(ToolCase):
     def colour(self, x, y):
         return self.browser.value(
             "(() => { const map = document.getElementById('map'); const box ="
-            " map.getBoundingClientRect(); return [...map.getContext('2d').getImageData("
-            f"{x} - box.x, {y} - box.y, 1, 1).data]; }})()")
+            " map.getBoundingClientRect(); const spot = new OffscreenCanvas(1, 1).getContext('2d');"
+            f" spot.drawImage(map, box.x - {x}, box.y - {y});"
+            " return [...spot.getImageData(0, 0, 1, 1).data]; })()")
 
     def wait_until_live(self, emitters):
         self.wait_for_value("document.getElementById('link').textContent", "live")
@@ -79,11 +80,26 @@ class Monitor(ToolCase):
         self.wait_for_value("document.getElementById('chosen').textContent", "Emitter 11")
         values = self.text("#values")
         for wanted in ["play", "1 441 Hz", "<b>bold</b>, front", "−4, 0, 0", "0.25",
-                       "1 in front, 1 behind", "10 in front, 10 behind", "4 from the listener"]:
+                       "up to 1", "4 from the listener"]:
             self.assertIn(wanted, values)
+        # Its hull is drawn as it is heard, the same on all sides.
+        sides = [self.colour(*self.place(-4 + side * far, side * far))
+                 for side in (-1, 1) for far in (0.6, 0.8)]
+        self.assertEqual(sides[:2], sides[2:])
+        self.assertNotEqual(sides[0], sides[1])
         # Names are texts, whatever they look like.
         self.assertIn("<b>bold</b>, front", self.text("#emitters"))
         self.assertEqual(self.browser.value("document.querySelectorAll('b').length"), 0)
+        # What is silent has a sign of its own.
+        part = {**self.browser.value("tracks.get(11).part"), "hull": {
+            "minFront": 6, "minBack": 6, "maxFront": 2, "maxBack": 4}}
+        for changes, sign in [({}, "play"), ({"gain": 0}, "muted"), ({"source": None}, "muted"),
+                              ({"state": "none"}, "stop"), ({"state": "pause"}, "pause"),
+                              ({"over": True}, "over"), ({"placed": False}, "play")]:
+            text = json.dumps({**part, **changes})
+            self.assertEqual(self.browser.value(f"hearing({text}).sign"), sign, changes)
+            self.assertEqual(self.browser.value(f"heardHull({text})"), {"inner": 2.997, "outer": 3}
+                             if changes != {"placed": False} else None)
         # One that moves is followed, on the map and among the values, and leaves a path.
         self.browser.value("document.querySelector('tr[data-id=\"12\"]').click()")
         seen = set()
@@ -95,7 +111,7 @@ class Monitor(ToolCase):
         self.wait_for(moved, f"positions {seen}")
         self.assertGreater(self.browser.value("tracks.get(12).path.length"), 4)
         drawn = self.browser.value("tracks.get(12).z")
-        self.assertTrue(-3 <= drawn <= 3, drawn)
+        self.assertTrue(-2 <= drawn <= 2, drawn)
         # The wheel zooms around the pointer, a drag pans, and the button shows all again.
         scale = float(self.browser.value("document.getElementById('map').dataset.scale"))
         self.browser.wheel(x, y, -300)

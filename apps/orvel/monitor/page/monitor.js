@@ -53,9 +53,9 @@ function span(seconds) {
 const clock = (unix) => new Date(unix * 1000).toLocaleTimeString('en-GB');
 const plural = (n, word) => `${count(n)} ${word}${n === 1 ? '' : 's'}`;
 
-function stateText(part) {
-  if (part.state === 'play') return part.over ? 'play, has ended' : 'play';
-  return part.state;
+function stateText(emitter) {
+  const { reason } = hearing(emitter);
+  return emitter.state === 'play' && reason ? `play, ${reason}` : emitter.state;
 }
 
 function labelsText(emitter) {
@@ -83,6 +83,35 @@ let chosen = null; // the id of the chosen emitter, 0 for the listener
 let status = null;
 let oldStatus = null; // the one before, for rates
 
+/// Whether an emitter is heard: the sign that stands for it, and the reason if it is not.
+function hearing(emitter) {
+  const source = sources.get(emitter.source);
+  if (emitter.state === 'pause') return { sign: 'pause', reason: 'paused' };
+  if (emitter.state !== 'play') return { sign: 'stop', reason: 'not playing' };
+  if (emitter.source === null) return { sign: 'muted', reason: 'no source' };
+  if (source && source.data === 'none') return { sign: 'muted', reason: 'no sound' };
+  if (emitter.over) return { sign: 'over', reason: 'has ended' };
+  if (emitter.gain === 0) return { sign: 'muted', reason: 'gain 0' };
+  if (!scene.enabled) return { sign: 'muted', reason: 'scene switched off' };
+  return { sign: 'play', reason: '' };
+}
+
+/// Whether an emitter is heard where it stands; the others are heard at the listener.
+const isPlaced = (emitter) => scene.spatialize && emitter.placed;
+
+/// The hull as OpenAL renders it: full level up to `inner`, no softer than at `outer`, the same in
+/// all directions. Null if distance has no effect or an extent is no number.
+function heardHull(emitter) {
+  const { minFront, minBack, maxFront, maxBack } = emitter.hull;
+  const mean = (front, back) => ((front + back) / 2 > 0 ? (front + back) / 2 : 0.001);
+  if (!isPlaced(emitter) || ![minFront, minBack, maxFront, maxBack].every(Number.isFinite)) {
+    return null;
+  }
+  const outer = mean(maxFront, maxBack);
+  const inner = mean(minFront, minBack);
+  return { inner: inner < outer ? inner : 0.999 * outer, outer };
+}
+
 /// Where "ahead" points on the map: the angle clockwise from up, in radians. The axes are those of
 /// the scene seen from above: x to the right, z downwards.
 function heading([x, y, z, w]) {
@@ -92,7 +121,7 @@ function heading([x, y, z, w]) {
 }
 
 const isPlace = (part) => part.position.every(Number.isFinite) &&
-  part.rotation.every(Number.isFinite);
+  (part.hull !== undefined || part.rotation.every(Number.isFinite));
 
 function follow(id, part, now) {
   if (!isPlace(part)) {
@@ -143,7 +172,8 @@ function takeScene(next) {
 // ---------------------------------------------------------------- the map
 
 const map = byId('map');
-const view = { x: 0, z: 0, scale: 50, moved: false, fitted: false }; // scale: pixels a unit
+// scale: pixels a unit; box: what is shown unless the user moved the view
+const view = { x: 0, z: 0, scale: 50, box: null, moved: false, fitted: false };
 const colours = {};
 
 function readColours() {
@@ -193,8 +223,8 @@ function fit(force = false) {
     box.bottom += listener.toZ;
   }
   for (const track of tracks.values()) {
-    const { hull } = track.part;
-    const reach = hull ? Math.max(0, Math.min(3, Math.max(hull.minFront, hull.minBack))) : 0;
+    const hull = track.part.hull && heardHull(track.part);
+    const reach = hull ? Math.min(3, hull.inner) : 0;
     box.left = Math.min(box.left, track.toX - reach);
     box.right = Math.max(box.right, track.toX + reach);
     box.top = Math.min(box.top, track.toZ - reach);
@@ -202,14 +232,20 @@ function fit(force = false) {
   }
   const width = map.clientWidth;
   const height = map.clientHeight;
-  const scale = Math.min(
+  const scale = () => Math.min(
     0.8 * width / (box.right - box.left), 0.8 * height / (box.bottom - box.top));
   const outside = toX(box.left) < 0 || toX(box.right) > width || toY(box.top) < 0 ||
     toY(box.bottom) > height;
-  if (force || !view.fitted || outside || scale > 3 * view.scale) {
+  const anew = force || !view.fitted || scale() > 3 * view.scale;
+  if (anew || outside) {
+    if (!anew) { // what goes to and fro moves the view once
+      for (const side of ['left', 'top']) box[side] = Math.min(box[side], view.box[side]);
+      for (const side of ['right', 'bottom']) box[side] = Math.max(box[side], view.box[side]);
+    }
+    view.box = box;
     view.x = (box.left + box.right) / 2;
     view.z = (box.top + box.bottom) / 2;
-    view.scale = scale;
+    view.scale = scale();
     view.fitted = tracks.size > 0;
   }
 }
@@ -263,34 +299,27 @@ function drawGrid(context, width, height) {
   context.fillText('−z ↑', 4, 14);
 }
 
-/// A closed line with one extent ahead, one behind, and their mean to the sides, which is what
-/// sound is attenuated by.
-function outline(context, front, back) {
-  const ahead = Math.max(0, front) * view.scale;
-  const behind = Math.max(0, back) * view.scale;
-  const side = (ahead + behind) / 2;
-  context.beginPath();
-  context.ellipse(0, 0, side, ahead, 0, Math.PI, 2 * Math.PI);
-  context.ellipse(0, 0, side, behind, 0, 0, Math.PI);
-  context.closePath();
-}
-
-function drawHull(context, track, colour, outer) {
-  const { hull, rotation, placed } = track.part;
-  if (!placed || !Object.values(hull).every(Number.isFinite)) return;
+/// The hull of an emitter that is heard: filled as far as its level is full, dashed where it gets no
+/// softer. That of the chosen one is drawn as lines if it is not heard.
+function drawHull(context, track, colour, isChosen, outer) {
+  const hull = heardHull(track.part);
+  const heard = hearing(track.part).sign === 'play';
+  if (!hull || (!heard && !isChosen)) return;
+  const circle = (radius) => {
+    context.beginPath();
+    context.arc(toX(track.x), toY(track.z), radius * view.scale, 0, 2 * Math.PI);
+  };
   context.save();
-  context.translate(toX(track.x), toY(track.z));
-  context.rotate(heading(rotation));
   context.strokeStyle = colour;
   context.fillStyle = colour;
   context.lineWidth = 1;
-  outline(context, hull.minFront, hull.minBack);
+  circle(hull.inner);
   context.globalAlpha = 0.13;
-  context.fill();
+  if (heard) context.fill();
   context.globalAlpha = 0.55;
   context.stroke();
   if (outer) {
-    outline(context, hull.maxFront, hull.maxBack);
+    circle(hull.outer);
     context.setLineDash([5, 5]);
     context.globalAlpha = 0.4;
     context.stroke();
@@ -343,39 +372,33 @@ function drawListener(context, track) {
   context.restore();
 }
 
+/// A disc, or a square if the emitter is heard at the listener, with the sign of its state.
 function drawEmitter(context, track, colour, size) {
-  const { state, over, rotation } = track.part;
+  const { sign } = hearing(track.part);
   context.save();
   context.translate(toX(track.x), toY(track.z));
   context.scale(size, size);
   context.fillStyle = colour;
   context.strokeStyle = colour;
   context.lineWidth = 2;
-  if (over) context.globalAlpha = 0.45;
-  context.save();
-  context.rotate(heading(rotation));
   context.beginPath();
-  context.moveTo(0, -13.5);
-  context.lineTo(4.5, -8);
-  context.lineTo(-4.5, -8);
+  if (isPlaced(track.part)) context.arc(0, 0, 6.5, 0, 2 * Math.PI);
+  else context.rect(-6, -6, 12, 12);
+  context.fillStyle = colours.panel;
   context.fill();
-  context.restore();
-  context.beginPath();
-  context.arc(0, 0, 6.5, 0, 2 * Math.PI);
-  if (state === 'play') {
-    context.fill();
-  } else {
-    context.save();
-    context.globalAlpha = 1;
-    context.fillStyle = colours.panel;
-    context.fill();
-    context.restore();
-    if (state === 'pause') {
-      context.fillRect(-3.5, -3, 2.5, 6);
-      context.fillRect(1, -3, 2.5, 6);
-    }
-  }
+  context.fillStyle = colour;
+  if (sign === 'over') context.globalAlpha = 0.45;
+  if (sign === 'play' || sign === 'over') context.fill();
   context.stroke();
+  if (sign === 'pause') {
+    context.fillRect(-3.5, -3, 2.5, 6);
+    context.fillRect(1, -3, 2.5, 6);
+  } else if (sign === 'muted') {
+    context.beginPath();
+    context.moveTo(-4.6, 4.6);
+    context.lineTo(4.6, -4.6);
+    context.stroke();
+  }
   context.restore();
 }
 
@@ -431,13 +454,15 @@ function drawMap(now) {
   }
   // The listener on top of the emitters, and the chosen one on top of all; names the other way.
   const shown = [...tracks].filter(([, track]) => {
-    const reach = 40 + view.scale * (track.part.hull ? Math.max(track.part.hull.maxFront, 1) : 0);
+    const hull = track.part.hull && heardHull(track.part);
+    const reach = 40 + view.scale * (hull ? hull.outer : 0);
     return Math.abs(toX(track.x) - width / 2) < width / 2 + reach &&
       Math.abs(toY(track.z) - height / 2) < height / 2 + reach;
   }).sort(([a], [b]) => (a === chosen) - (b === chosen) || (a === 0) - (b === 0));
   if (byId('hulls').checked) {
     for (const [id, track] of shown) {
-      if (id !== 0) drawHull(context, track, colourOf(id), id === chosen || shown.length <= 30);
+      if (id === 0) continue;
+      drawHull(context, track, colourOf(id), id === chosen, id === chosen || shown.length <= 30);
     }
   }
   if (byId('paths').checked) {
@@ -534,7 +559,7 @@ map.addEventListener('keydown', (event) => {
   const action = {
     ArrowLeft: () => pan(40, 0), ArrowRight: () => pan(-40, 0), ArrowUp: () => pan(0, 40),
     ArrowDown: () => pan(0, -40), '+': () => zoom(1.25), '-': () => zoom(0.8), 0: showAll,
-    Escape: () => choose(null),
+    n: () => chooseNext(1), p: () => chooseNext(-1), Escape: () => choose(null),
   }[event.key];
   if (!action || event.ctrlKey || event.altKey || event.metaKey) return;
   event.preventDefault();
@@ -564,12 +589,23 @@ function choose(id) {
   draw();
 }
 
+/// The next or the previous part by id; the listener stands before the emitters.
+function chooseNext(step) {
+  if (!scene) return;
+  const ids = [0, ...scene.emitters.map(({ id }) => id)];
+  const at = ids.indexOf(chosen) + step;
+  choose(ids[at < 0 ? ids.length - 1 : at % ids.length]);
+}
+
 function valuesOf(emitter) {
   const source = sources.get(emitter.source);
   const listener = scene.listener.position;
   const distance = Math.hypot(...emitter.position.map((value, i) => value - listener[i]));
   const { hull } = emitter;
-  const rows = [['state', stateText(emitter)]];
+  const heard = heardHull(emitter);
+  const { reason } = hearing(emitter);
+  const rows = [['state', emitter.state],
+    ['heard', reason ? `no: ${reason}` : isPlaced(emitter) ? 'yes' : 'at the listener']];
   if (emitter.source === null) {
     rows.push(['source', 'none']);
   } else if (!source) {
@@ -587,8 +623,10 @@ function valuesOf(emitter) {
     ['distance', `${number(distance)} from the listener`],
     ['placed', emitter.placed ? 'yes' : 'no: heard at the listener'],
     ['gain', number(emitter.gain)],
-    ['full level', `${number(hull.minFront)} in front, ${number(hull.minBack)} behind`],
-    ['softest from', `${number(hull.maxFront)} in front, ${number(hull.maxBack)} behind`],
+    ['full level', heard ? `up to ${number(heard.inner)}` : 'at any distance'],
+    ['softest from', heard ? number(heard.outer) : 'nowhere'],
+    ['hull', `${number(hull.minFront)} to ${number(hull.maxFront)} in front, ` +
+      `${number(hull.minBack)} to ${number(hull.maxBack)} behind; OpenAL takes the means`],
     ['value', number(emitter.value)]);
   return rows;
 }
@@ -667,11 +705,11 @@ function fillTables() {
     ['gain', n], ['full level', n], ['softest', n], ['labels', 'long']],
   emitters.map((emitter) => {
     const source = sources.get(emitter.source);
-    const { hull } = emitter;
+    const hull = heardHull(emitter);
     return [String(emitter.id), stateText(emitter),
       emitter.source === null ? 'none' : `${emitter.source} ${source ? source.name : ''}`,
       numbers(emitter.position), number(emitter.gain),
-      number((hull.minFront + hull.minBack) / 2), number((hull.maxFront + hull.maxBack) / 2),
+      hull ? number(hull.inner) : '', hull ? number(hull.outer) : '',
       labelsText(emitter)];
   }), emitters.map(({ id }) => id));
   const some = scene.sources.slice(0, kMostRows);
@@ -707,6 +745,7 @@ function networkPart(i) {
   if (!part) {
     part = make('div');
     part.append(make('h3'), make('p', 'nothing'), make('div', 'scroll'), make('ul', 'drops'));
+    Object.assign(part.children[2], { tabIndex: 0, role: 'group', ariaLabel: 'Connections' });
     part.children[2].append(make('table'));
     section.append(part);
   }
@@ -833,12 +872,16 @@ function showLink(state) {
   setText(link, { live: 'live', lost: 'not reachable, trying again', rest: 'resting' }[state]);
   link.className = `pill ${state === 'rest' ? 'waiting' : state}`;
   map.classList.toggle('away', lost);
-  byId('notice').hidden = !lost;
+  let notice = '';
   if (lost) {
-    setText(byId('notice'), lastAnswer === 0 ? 'The server has not answered yet.'
+    notice = lastAnswer === 0 ? 'The server has not answered yet.'
       : `No answer for ${span((performance.now() - lastAnswer) / 1000)}: ` +
-        'this is how the scene was.');
+        'this is how the scene was.';
+  } else if (scene && !scene.enabled) {
+    notice = 'The scene is switched off: nothing is heard.';
   }
+  byId('notice').hidden = !notice;
+  setText(byId('notice'), notice);
 }
 
 async function ask(path) {
