@@ -1,6 +1,7 @@
 #include <Corvid/detail/WebSite.h>
 
 #include <Corvid/InetAddress.h>
+#include <Corvid/WebPageStatic.h>
 #include <Corvid/escapeHtml.h>
 
 #include <boost/beast/core/string.hpp>
@@ -20,6 +21,20 @@ namespace {
 
 constexpr std::size_t kMostLogged = 10'000;
 constexpr std::size_t kMostShown = 256; // of a text that a client chose
+
+/// Of the pages that the server makes; a host's own /Style.css may override it.
+constexpr const char* kFrameStyle =
+    "body { margin: 0; font-family: sans-serif; color: black; background-color: white }\n"
+    "header, footer { display: flex; flex-wrap: wrap; justify-content: space-between;\n"
+    "  min-height: 1.5em; padding: 3px 10px; font-style: italic;\n"
+    "  color: white; background-color: #003399 }\n"
+    "main { padding: 0 10px }\n"
+    "h1.title { color: inherit }\n"
+    "h1, p, td { overflow-wrap: anywhere }\n"
+    "th { text-align: left }\n"
+    "@media (prefers-color-scheme: dark) {\n"
+    "  body { color: #e5eaf0; background-color: #10151c }\n"
+    "}\n";
 
 /// A text that a client chose, shortened and escaped.
 std::string shown(const std::string& text) {
@@ -69,6 +84,10 @@ std::string httpDate(std::chrono::system_clock::time_point time) {
         kMonths[static_cast<std::size_t>(parts.tm_mon)], parts.tm_year + 1900, parts.tm_hour,
         parts.tm_min, parts.tm_sec);
     return text.data();
+}
+
+WebSite::WebSite() {
+    addPage("/frame.css", WebPageStatic("text/css; charset=utf-8", kFrameStyle));
 }
 
 bool WebSite::isCalled(std::string_view host) const {
@@ -178,21 +197,17 @@ void WebSite::tell(const std::string& line) const {
 }
 
 std::string WebSite::createFrame(const std::string& title, const std::string& content) const {
-    const std::string bar =
-        "    <table class=\"header\" cellspacing=\"0\" cellpadding=\"3\" width=\"100%\">"
-        "<tr class=\"header\">\n";
     return "<!DOCTYPE html>\n<html lang=\"en\">\n  <head>\n    <meta charset=\"utf-8\">\n"
            "    <meta name=\"viewport\" content=\"width=device-width\">\n    <title>" +
-           escapeHtml(title) + "</title>\n" +
+           escapeHtml(title) +
+           "</title>\n    <link rel=\"stylesheet\" type=\"text/css\" href=\"/frame.css\">\n" +
            (pages_.contains("/Style.css")
                 ? "    <link rel=\"stylesheet\" type=\"text/css\" href=\"/Style.css\">\n"
                 : "") +
-           "  </head>\n  <body>\n" + bar + "    <td class=\"header\"><div class=\"lHeader\">" +
-           escapeHtml(name) + "</div></td>\n    <td class=\"header\"><div class=\"rHeader\">" +
-           escapeHtml(notice) + "</div></td>\n    </tr></table>\n    <h1>" + escapeHtml(title) +
-           "</h1>\n" + content + bar + "    <td class=\"header\"><div class=\"footer\">" +
-           (contact.empty() ? "&nbsp;" : escapeHtml(contact)) +
-           "</div></td>\n    </tr></table>\n  </body>\n</html>\n";
+           "  </head>\n  <body>\n    <header><div>" + escapeHtml(name) + "</div><div>" +
+           escapeHtml(notice) + "</div></header>\n    <main>\n    <h1 class=\"title\">" +
+           escapeHtml(title) + "</h1>\n" + content + "    </main>\n    <footer>" +
+           escapeHtml(contact) + "</footer>\n  </body>\n</html>\n";
 }
 
 void WebSite::setLogSize(std::size_t size) {

@@ -17,6 +17,8 @@ namespace Corvid::detail {
 /// and the log. Confined.
 class WebSite {
 public:
+    WebSite();
+
     /// Nothing if the page was kept.
     bool addPage(const std::string& path, const WebPage& page);
 
