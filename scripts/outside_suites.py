@@ -1,0 +1,197 @@
+#!/usr/bin/env python3
+"""Tries the pages with suites that others wrote: outside_suites.py TOOL [FOLDER [SUITE...]].
+
+axe        axe-core: accessibility of every page, wide and narrow, light and dark
+promtool   "promtool check metrics" of /metrics
+slowhttp   slowhttptest: slow clients, which must lock nobody out
+
+What is not installed is fetched into FOLDER (build/outside), axe-core by npm, the others by apt-get, which
+puts nothing on the system. Exits with 77 if a suite cannot be had. There is no suite for the conformance
+of HTTP/1.1 servers among Debian's packages or npm's; the tests of the web server hold it to RFC 9112.
+"""
+import json
+import os
+import pathlib
+import re
+import shutil
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.request
+
+from browser import Browser, find_chromium
+
+AXE = "axe-core@4.14.1"
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+SCENE = ROOT / "examples/scenes/voices.json"
+DEADLINE = 30
+WIDE, PHONE = (1200, 900), (390, 844, True)
+
+# The index page's markup and style sheet are fixed to the byte, for programs that read them.
+FIXED_PAGE = {"color-contrast", "html-has-lang", "landmark-one-main", "region"}
+
+
+class Unavailable(Exception):
+    """A suite, or what it needs, cannot be had here."""
+
+
+def fetch(command, folder):
+    folder.mkdir(parents=True, exist_ok=True)
+    try:
+        run = subprocess.run(command, cwd=folder, capture_output=True, text=True, timeout=120,
+                             check=False)
+    except FileNotFoundError as error:
+        raise Unavailable(f"{command[0]} is not installed") from error
+    except subprocess.TimeoutExpired as error:
+        raise Unavailable(f"no answer to {' '.join(command)}") from error
+    if run.returncode != 0:
+        raise Unavailable(f"{' '.join(command)}: {' '.join(run.stderr.splitlines()[:3])}")
+
+
+def program(name, package, folder):
+    """The path of a program, from the Debian package if it is not installed."""
+    if shutil.which(name):
+        return shutil.which(name)
+    path = folder / package / "usr/bin" / name
+    if not path.exists():
+        with tempfile.TemporaryDirectory() as download:
+            fetch(["apt-get", "download", "-qq", package], pathlib.Path(download))
+            archive = next(pathlib.Path(download).glob("*.deb"))
+            fetch(["dpkg-deb", "-x", str(archive), str(path.parents[2])], folder)
+    return str(path)
+
+
+class Server:
+    """A sound server with a monitor and the back end "web", and a player that drives it."""
+
+    def __init__(self, tool):
+        self.processes = []
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+            probe.bind(("127.0.0.1", 0))
+            port = str(probe.getsockname()[1])
+        here = ["--interface", "127.0.0.1"]
+        log = self.start([tool, "serve", "--scene", SCENE, "--backend", "silent", "--monitor",
+                          "127.0.0.1:0", "--web", "--port", port, *here],
+                         ["the monitor is at", "Web server", "TCP port"])
+        self.monitor = re.search(r"monitor is at (\S+)/", log).group(1)
+        self.web = "http://127.0.0.1:" + re.search(r"open ok: http://.*:(\d+)", log).group(1)
+        self.start([tool, "play", SCENE, "--loop", "--backend", "client:port=" + port, *here], [])
+
+    def start(self, command, expected):
+        process = subprocess.Popen(command, stderr=subprocess.PIPE, text=True)
+        self.processes.append(process)
+        log = ""
+        while not all(text in log for text in expected):
+            line = process.stderr.readline()
+            if not line:
+                self.__exit__()
+                raise RuntimeError(f"{command} has ended:\n{log}")
+            log += line
+        return log
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        for process in self.processes:
+            process.kill()
+            process.wait()
+            process.stderr.close()
+
+
+def axe(tool, folder):
+    if find_chromium() is None:
+        raise Unavailable("Chromium is not installed")
+    script = folder / "node_modules/axe-core/axe.min.js"
+    if not script.exists():
+        fetch(["npm", "install", "--no-save", "--ignore-scripts", "--no-audit", "--no-fund",
+               "--fetch-retries=0", "--prefix", str(folder), AXE], folder)
+    source = script.read_text(encoding="utf-8")
+    findings = []
+    with Server(tool) as server:
+        browser = Browser()
+        try:
+            for url, allowed in [(server.monitor + "/", set()), (server.monitor + "/none", set()),
+                                 (server.web + "/index.html", FIXED_PAGE),
+                                 (server.web + "/log.html", set()), (server.web + "/Backends", set())]:
+                for size in (WIDE, PHONE):
+                    for dark in (False, True):
+                        browser.resize(*size)
+                        browser.set_dark(dark)
+                        browser.open(url)
+                        if url == server.monitor + "/":
+                            wait_for_rows(browser)
+                        browser.value(source + "; 0")
+                        result = browser.value("axe.run()")
+                        if not result["passes"]:
+                            raise RuntimeError(f"axe found nothing to look at in {url}")
+                        findings += [
+                            f"{url} at {size[0]} px, {'dark' if dark else 'light'}: {rule['id']}: "
+                            f"{rule['help']}: {[node['html'] for node in rule['nodes']][:3]}"
+                            for rule in result["violations"] if rule["id"] not in allowed]
+        finally:
+            browser.close()
+    return findings
+
+
+def wait_for_rows(browser):
+    """Until the page shows emitters and the player's connection; chooses an emitter."""
+    deadline = time.monotonic() + DEADLINE
+    while not browser.value("document.querySelector('#emitters tbody tr') !== null &&"
+                            " document.querySelector('#network tbody tr') !== null"):
+        if time.monotonic() > deadline:
+            raise RuntimeError("the monitor shows no emitter or no connection")
+        time.sleep(0.1)
+    browser.value("choose(Number(document.querySelector('#emitters tbody tr').dataset.id))")
+
+
+def promtool(tool, folder):
+    checker = program("promtool", "prometheus", folder)
+    with Server(tool) as server:
+        with urllib.request.urlopen(server.monitor + "/metrics", timeout=DEADLINE) as answer:
+            metrics = answer.read()
+    run = subprocess.run([checker, "check", "metrics"], input=metrics, capture_output=True, timeout=60,
+                         check=False)
+    lines = (run.stdout + run.stderr).decode().splitlines()
+    return lines or ([] if run.returncode == 0 else [f"promtool ended with {run.returncode}"])
+
+
+def slowhttp(tool, folder):
+    client = program("slowhttptest", "slowhttptest", folder)
+    findings = []
+    with Server(tool) as server:
+        for mode in ["-H", "-B", "-X"]:  # headers, bodies, and answers that are hardly read
+            run = subprocess.run(
+                [client, mode, "-c", "300", "-r", "300", "-l", "6", "-i", "2", "-p", "3", "-u",
+                 server.monitor + "/api/scene"], capture_output=True, text=True, timeout=60, check=False)
+            said = re.sub(r"\x1b\[[0-9;]*m", "", run.stdout)
+            if set(re.findall(r"service available: *(\w+)", said)) != {"YES"}:
+                findings.append(f"slowhttptest {mode}: {said[-500:]}")
+    return findings
+
+
+SUITES = {"axe": axe, "promtool": promtool, "slowhttp": slowhttp}
+
+
+def main():
+    if len(sys.argv) < 2:
+        sys.exit(__doc__)
+    tool = os.path.abspath(sys.argv[1])
+    folder = pathlib.Path(sys.argv[2] if len(sys.argv) > 2 else ROOT / "build/outside").resolve()
+    code = 0
+    for name in sys.argv[3:] or SUITES:
+        try:
+            findings = SUITES[name](tool, folder)
+        except Unavailable as reason:
+            print(f"{name}: skipped: {reason}")
+            code = code or 77
+            continue
+        print(f"{name}: {len(findings) or 'no'} findings", *findings, sep="\n    ")
+        code = 1 if findings else code
+    sys.exit(code)
+
+
+if __name__ == "__main__":
+    main()
