@@ -40,7 +40,8 @@ public:
     [[nodiscard]] const InetAddress& address() const;
     void setPort(std::uint16_t port);
     [[nodiscard]] std::uint16_t port() const;
-    /// 0 (this machine) to 255; values outside are clamped.
+    /// 0 (this machine) to 255; values outside are clamped. With 1 or less, what comes from outside
+    /// an interface's networks is ignored.
     void setTtl(int ttl);
     [[nodiscard]] int ttl() const;
 

@@ -31,9 +31,9 @@ std::string targetOf(const std::string& host, std::uint16_t port) {
     return host + ":" + std::to_string(port);
 }
 
+/// Not to be guessed by who has not heard the query. 0 stands for none.
 std::uint32_t newNonce() {
-    static thread_local std::mt19937 generator{std::random_device()()};
-    return static_cast<std::uint32_t>(generator()) | 1U; // 0 stands for none
+    return std::random_device()() | 1U;
 }
 
 std::chrono::steady_clock::duration seconds(double value) {
@@ -45,11 +45,9 @@ std::chrono::steady_clock::duration seconds(double value) {
 
 Connector::Connector(Hub& hub, const Multicast& multicast)
     : hub_(hub), searchTimer_(hub.loop()->io),
-      discovery_(
-          hub.loop()->io, multicast,
-          [this](
-              const DiscoveryDatagram& datagram, const InetAddress& address, std::uint16_t,
-              Discovery::Link& link) { heard(datagram, address, link); }) {}
+      discovery_(hub.loop()->io, multicast, [this](const Discovery::Arrival& arrival) {
+          heard(arrival);
+      }) {}
 
 // From any thread
 
@@ -141,17 +139,28 @@ void Connector::search() {
     publish();
 }
 
-void Connector::heard(
-    const DiscoveryDatagram& datagram, const InetAddress& address, Discovery::Link& link) {
+/// Only an answer to a query of ours comes to this side's own address, and only an announcement
+/// comes to the group: a stranger must not have the scene sent to it with a datagram.
+bool Connector::isAskedFor(const Discovery::Arrival& arrival) const {
+    const DiscoveryDatagram& datagram = arrival.datagram;
+    if (arrival.toGroup) {
+        return datagram.kind == DiscoveryDatagram::Kind::Announce && discovery_.isInReach(arrival);
+    }
+    return datagram.kind == DiscoveryDatagram::Kind::Answer && datagram.nonce != 0 &&
+           (datagram.nonce == nonce_ || datagram.nonce == lastNonce_);
+}
+
+void Connector::heard(const Discovery::Arrival& arrival) {
     using Kind = DiscoveryDatagram::Kind;
-    if (datagram.kind == Kind::Query) {
+    const auto& [datagram, address, port, toGroup, link] = arrival;
+    if (datagram.kind == Kind::Query && toGroup) {
         return; // another client's, or our own
     }
-    const bool latest = datagram.nonce == nonce_;
-    if (datagram.kind == Kind::Answer && !latest && datagram.nonce != lastNonce_) {
-        discovery_.countIgnored(); // nobody has asked for it
+    if (!isAskedFor(arrival)) {
+        discovery_.countIgnored();
         return;
     }
+    const bool latest = datagram.nonce == nonce_;
     const Greeting self = hub_.greeting();
     if (datagram.version != self.version) {
         if (otherVersions_.size() < kMostFound && otherVersions_.insert(datagram.instance).second) {

@@ -79,8 +79,8 @@ private:
 
     void search();
     void waitToSearch();
-    void
-    heard(const DiscoveryDatagram& datagram, const InetAddress& address, Discovery::Link& link);
+    void heard(const Discovery::Arrival& arrival);
+    [[nodiscard]] bool isAskedFor(const Discovery::Arrival& arrival) const;
     void tryNext(std::uint64_t instance);
     void tryNamed(const std::string& target);
     void lookUp(Named& named);

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <ifaddrs.h>
+#include <map>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -21,6 +22,7 @@ struct Interface {
     std::string name;
     InetAddress address;
     unsigned index;
+    std::vector<Discovery::Network> networks;
 };
 
 template <class Value>
@@ -28,10 +30,20 @@ bool isIn(const std::vector<Value>& list, const Value& value) {
     return std::find(list.begin(), list.end(), value) != list.end();
 }
 
+Discovery::Network networkOf(const ifaddrs& one, const InetAddress& address) {
+    if ((one.ifa_flags & IFF_POINTOPOINT) != 0) {
+        return {0, 0}; // there is nobody but the one peer, and what that passes on
+    }
+    const auto* mask = reinterpret_cast<const sockaddr_in*>(one.ifa_netmask);
+    const std::uint32_t bits = mask == nullptr ? ~0U : ntohl(mask->sin_addr.s_addr);
+    return {address.bits() & bits, bits};
+}
+
 /// The interfaces that are up and can multicast, or those of them that are asked for. Unless its
 /// address is asked for, one address of each interface is enough.
 std::vector<Interface> findInterfaces(const Multicast::Settings& settings) {
     std::vector<Interface> found;
+    std::map<unsigned, std::vector<Discovery::Network>> networks; // by the interface's index
     ifaddrs* all = nullptr;
     if (::getifaddrs(&all) != 0) {
         return found;
@@ -46,8 +58,11 @@ std::vector<Interface> findInterfaces(const Multicast::Settings& settings) {
         }
         const auto* address = reinterpret_cast<const sockaddr_in*>(one->ifa_addr);
         const Interface candidate = {
-            one->ifa_name, InetAddress::fromBits(ntohl(address->sin_addr.s_addr)),
-            ::if_nametoindex(one->ifa_name)};
+            one->ifa_name,
+            InetAddress::fromBits(ntohl(address->sin_addr.s_addr)),
+            ::if_nametoindex(one->ifa_name),
+            {}};
+        networks[candidate.index].push_back(networkOf(*one, candidate.address));
         const bool isFirst = std::none_of(found.begin(), found.end(), [&](const Interface& other) {
             return other.index == candidate.index;
         });
@@ -57,6 +72,9 @@ std::vector<Interface> findInterfaces(const Multicast::Settings& settings) {
         if (take) {
             found.push_back(candidate);
         }
+    }
+    for (Interface& one : found) {
+        one.networks = networks[one.index];
     }
     return found;
 }
@@ -115,6 +133,7 @@ bool Discovery::refresh() {
         // What could not be opened is tried again.
         const bool keep = found != interfaces.end() && link->error.empty();
         if (keep) {
+            link->networks = std::move(found->networks); // they may change
             interfaces.erase(found);
             setTtl(*link, settings_.ttl);
         } else {
@@ -128,6 +147,7 @@ bool Discovery::refresh() {
         link->name = one.name;
         link->address = one.address;
         link->index = one.index;
+        link->networks = one.networks;
         links_.push_back(link);
         openLink(*link);
         if (link->error.empty()) {
@@ -228,12 +248,22 @@ void Discovery::receive(Link& link, udp::socket& socket) {
         const auto datagram = DiscoveryDatagram::decode(std::span(bytes).first(size));
         if (datagram && sender.address().is_v4()) {
             handler_(
-                *datagram, InetAddress::fromBits(sender.address().to_v4().to_uint()), sender.port(),
-                link);
+                {*datagram, InetAddress::fromBits(sender.address().to_v4().to_uint()),
+                 sender.port(), &socket == &link.group, link});
         } else {
             countIgnored();
         }
     }
+}
+
+bool Discovery::Link::isNear(const InetAddress& other) const {
+    return std::any_of(networks.begin(), networks.end(), [&other](const Network& network) {
+        return (other.bits() & network.mask) == network.address;
+    });
+}
+
+bool Discovery::isInReach(const Arrival& arrival) const {
+    return multicast_.ttl() > 1 || arrival.link.isNear(arrival.address);
 }
 
 void Discovery::send(const DiscoveryDatagram& datagram) {

@@ -26,6 +26,11 @@ namespace Corvid::detail {
 /// Confined to the loop thread but for ignored().
 class Discovery {
 public:
+    /// The addresses that an interface reaches without a router.
+    struct Network {
+        std::uint32_t address;
+        std::uint32_t mask;
+    };
     /// One interface. `error` tells why it cannot be used; empty if it can.
     struct Link {
         explicit Link(boost::asio::io_context& io) : group(io), own(io) {}
@@ -33,13 +38,23 @@ public:
         std::string name;
         InetAddress address;
         unsigned index = 0;
+        std::vector<Network> networks;
         std::string error;
         boost::asio::ip::udp::socket group;
         boost::asio::ip::udp::socket own;
+
+        /// Whether an address is in one of the interface's networks.
+        [[nodiscard]] bool isNear(const InetAddress& other) const;
     };
-    /// Gets what arrives: the datagram, its sender's address and port, and where it arrived.
-    using Handler =
-        std::function<void(const DiscoveryDatagram&, const InetAddress&, std::uint16_t, Link&)>;
+    /// A datagram, its sender, and where it has arrived.
+    struct Arrival {
+        DiscoveryDatagram datagram;
+        InetAddress address;
+        std::uint16_t port;
+        bool toGroup; ///< or else to the interface's own address
+        Link& link;
+    };
+    using Handler = std::function<void(const Arrival&)>;
 
     Discovery(boost::asio::io_context& io, const Multicast& multicast, Handler handler);
 
@@ -59,6 +74,9 @@ public:
 
     /// The interfaces as of the last refresh(), and those that were asked for and are not there.
     [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const;
+    /// Whether a datagram has come no further than this side would send one: with a TTL of 1 or
+    /// less, from a network of the interface.
+    [[nodiscard]] bool isInReach(const Arrival& arrival) const;
     /// Datagrams that were none of ours. Synchronised.
     [[nodiscard]] std::uint64_t ignored() const { return ignored_; }
     void countIgnored() { ++ignored_; }

@@ -24,11 +24,9 @@ constexpr int kBacklog = 128;
 Listener::Listener(Hub& hub, const Multicast& multicast)
     : hub_(hub), multicast_(multicast), acceptor_(hub.loop()->io), refreshTimer_(hub.loop()->io),
       acceptTimer_(hub.loop()->io),
-      discovery_(
-          hub.loop()->io, multicast,
-          [this](
-              const DiscoveryDatagram& query, const InetAddress& address, std::uint16_t port,
-              Discovery::Link& link) { answer(query, address, port, link); }) {}
+      discovery_(hub.loop()->io, multicast, [this](const Discovery::Arrival& arrival) {
+          answer(arrival);
+      }) {}
 
 std::string Listener::listen(const std::string& host, std::uint16_t port, bool announce) {
     tcp::endpoint endpoint(tcp::v4(), port);
@@ -164,14 +162,18 @@ DiscoveryDatagram Listener::datagram(DiscoveryDatagram::Kind kind, std::uint32_t
         static_cast<std::uint64_t>(clock.count())};
 }
 
-void Listener::answer(
-    const DiscoveryDatagram& query, const InetAddress& address, std::uint16_t port,
-    Discovery::Link& link) {
-    if (query.kind == DiscoveryDatagram::Kind::Query) {
-        // Clients of another version are answered too, so that they can tell what is wrong.
-        Discovery::answer(
-            link, datagram(DiscoveryDatagram::Kind::Answer, query.nonce), address, port);
+void Listener::answer(const Discovery::Arrival& query) {
+    if (query.datagram.kind != DiscoveryDatagram::Kind::Query) {
+        return; // another server's
     }
+    if (!query.toGroup || !discovery_.isInReach(query)) { // nobody searches so
+        discovery_.countIgnored();
+        return;
+    }
+    // Clients of another version are answered too, so that they can tell what is wrong.
+    Discovery::answer(
+        query.link, datagram(DiscoveryDatagram::Kind::Answer, query.datagram.nonce), query.address,
+        query.port);
 }
 
 void Listener::stop() {

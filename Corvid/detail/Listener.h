@@ -38,9 +38,7 @@ private:
     void acceptClients();
     void waitToRefresh();
     void refresh();
-    void answer(
-        const DiscoveryDatagram& query, const InetAddress& address, std::uint16_t port,
-        Discovery::Link& link);
+    void answer(const Discovery::Arrival& query);
     [[nodiscard]] DiscoveryDatagram
     datagram(DiscoveryDatagram::Kind kind, std::uint32_t nonce) const;
 

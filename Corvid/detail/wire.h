@@ -28,9 +28,9 @@ struct Greeting {
     [[nodiscard]] static bool canBegin(std::span<const std::byte> bytes);
 };
 
-/// What clients and servers send each other to be found: 28 bytes, little-endian. "ORVELFND",
+/// What clients and servers send each other to be found: 36 bytes, little-endian. "ORVELFND",
 /// protocol version (16 bits), kind (16 bits), instance (64 bits), id (16 bits), TCP port
-/// (16 bits), nonce (32 bits).
+/// (16 bits), nonce (32 bits), clock (64 bits).
 struct DiscoveryDatagram {
     static constexpr std::size_t kSize = 36;
     enum class Kind : std::uint16_t {

@@ -135,12 +135,13 @@ void ServersCommand::explainSilence(const Corvid::MultiClient& client) const {
                 (interface.error.empty() ? "" : ": not possible: " + interface.error);
     }
     text += searched.empty() ? "\n  no interface: none that is to be used is up" : "";
-    text += "\nCheck that \"orvel serve\" runs there, with the same --group and --port; that no "
-            "firewall drops UDP port " +
-            port +
-            " on either machine; that both are in one network, else give a --ttl above 1. Where "
-            "multicast does not work: orvel play SCENE --backend client --server HOST:PORT, with "
-            "the TCP port that the server tells when it starts.";
+    text +=
+        "\nCheck that \"orvel serve\" runs there, with the same --group and --port; that no "
+        "firewall drops UDP port " +
+        port +
+        " on either machine; that both are in one network, else give both a --ttl above 1. Where "
+        "multicast does not work: orvel play SCENE --backend client --server HOST:PORT, with "
+        "the TCP port that the server tells when it starts.";
     complain(text);
 }
 
