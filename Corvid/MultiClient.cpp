@@ -21,6 +21,10 @@ void MultiClient::setSearchInterval(double seconds) {
     connector_->setSearchInterval(seconds);
 }
 
+void MultiClient::setMaxFoundServers(std::size_t count) {
+    connector_->setMaxFound(count);
+}
+
 void MultiClient::setConnecting(bool connecting) {
     connector_->setConnecting(connecting);
 }

@@ -39,6 +39,7 @@ public:
     using SearchedInterface = Multicast::UsedInterface;
 
     static constexpr double kDefaultSearchInterval = 3.0;
+    static constexpr std::size_t kMaxFoundServers = 1024;
     static constexpr int kMaxDelivered = 65536; ///< frames and losses in one deliver()
 
     /// `protocolVersion`: servers of another version are not connected to.
@@ -52,6 +53,10 @@ public:
     /// Seconds between searches; also between attempts to reach a server named with
     /// connectToServer(). At least 0.05; 3.0 at first. Synchronised.
     void setSearchInterval(double seconds);
+    /// How many servers that were found are remembered, and connected to, at a time;
+    /// kMaxFoundServers at first. Those that no longer answer, or cannot be reached, give way.
+    /// Servers that are named do not count. Synchronised.
+    void setMaxFoundServers(std::size_t count);
     /// Whether servers that are found are connected to; true at first. Synchronised.
     void setConnecting(bool connecting);
 

@@ -74,6 +74,10 @@ void MultiCommunicator::setLagLimit(std::size_t bytes) {
     hub_->loop()->stream.setLagLimit(bytes);
 }
 
+void MultiCommunicator::setMaxPerAddress(std::size_t count) {
+    hub_->maxPerAddress = count;
+}
+
 void MultiCommunicator::setDiagnostic(Diagnostic diagnostic) {
     hub_->setDiagnostic(std::move(diagnostic));
 }

@@ -59,6 +59,11 @@ public:
     /// Connections in all, and those of them that have not shown yet who they are.
     static constexpr std::size_t kMaxConnections = 1024;
     static constexpr std::size_t kMaxUngreeted = 64;
+    /// A client that has sent nothing for so long after it came gives way to others.
+    static constexpr std::chrono::seconds kTimeToBegin{1};
+    /// File descriptors that are left to the process when peers connect, or a quarter of what it
+    /// may have if that is less.
+    static constexpr std::size_t kKeptDescriptors = 64;
     static constexpr std::size_t kDefaultLagLimit = std::size_t{64} << 20U; ///< 64 MiB
 
     MultiCommunicator(const MultiCommunicator&) = delete;
@@ -111,6 +116,11 @@ public:
     void setNoDelay(bool noDelay);
     /// Bytes by which a connection may lag before it is dropped.
     void setLagLimit(std::size_t bytes);
+    /// How many connections, and with a client how many servers that were found, one address may
+    /// have at a time; kMaxConnections at first, which is no limit. When a server's connections are
+    /// too many, in all or of one address, the oldest gives way that has sent nothing for
+    /// kTimeToBegin; without one the newcomer is refused. Synchronised.
+    void setMaxPerAddress(std::size_t count);
     void setDiagnostic(Diagnostic diagnostic);
     [[nodiscard]] Counters counters() const;
     /// A random number that tells this object from all others.

@@ -30,13 +30,6 @@ void set(int descriptor, int level, int option, T value) {
     ::setsockopt(descriptor, level, option, &value, sizeof value);
 }
 
-std::string describe(const boost::asio::ip::tcp::socket& socket) {
-    boost::system::error_code error;
-    const auto endpoint = socket.remote_endpoint(error);
-    return error ? "a peer that is gone"
-                 : endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
-}
-
 std::string errorText(int code) {
     return std::generic_category().message(code);
 }
@@ -51,8 +44,14 @@ Connection::Connection(
     std::shared_ptr<Loop> loop, boost::asio::ip::tcp::socket socket, bool noDelay,
     std::string target)
     : loop_(std::move(loop)), socket_(std::move(socket)), deadline_(loop_->io),
-      peerName_(describe(socket_)), target_(std::move(target)),
+      peerName_("a peer that is gone"), target_(std::move(target)),
       since_(std::chrono::system_clock::now()) {
+    boost::system::error_code error;
+    const auto peer = socket_.remote_endpoint(error);
+    if (!error) {
+        peerName_ = peer.address().to_string() + ":" + std::to_string(peer.port());
+        peerAddress_ = peer.address().to_v4().to_uint();
+    }
     boost::system::error_code ignored;
     socket_.non_blocking(true, ignored);
     const int descriptor = socket_.native_handle();
@@ -108,6 +107,7 @@ Connection::Status Connection::read() {
         return Status::Failed;
     }
     input_.commit(static_cast<std::size_t>(size));
+    hasBegun_ = true;
     isDry_ = static_cast<std::size_t>(size) < room.size();
     return Status::Done;
 }
@@ -145,6 +145,12 @@ Connection::Status Connection::write() {
         }
     }
     return Status::More;
+}
+
+bool Connection::isIdle(std::chrono::steady_clock::duration atLeast) {
+    int unread = 0;
+    return target_.empty() && !hasBegun_ && std::chrono::steady_clock::now() - begin_ >= atLeast &&
+           ::ioctl(socket_.native_handle(), FIONREAD, &unread) == 0 && unread == 0;
 }
 
 bool Connection::isPeerGone() {

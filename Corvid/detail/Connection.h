@@ -38,6 +38,8 @@ public:
     /// Reads what is there of the peer's greeting; Done when that is complete. Reads no byte more.
     Status readGreeting();
     [[nodiscard]] bool hasSaidAnything() const { return greetingSize_ > 0; }
+    /// Whether it is a client that has sent no part of an event since it came, `atLeast` ago.
+    [[nodiscard]] bool isIdle(std::chrono::steady_clock::duration atLeast);
     /// Reads once.
     Status read();
     /// Whether the last read() took all that was there.
@@ -72,6 +74,8 @@ public:
     [[nodiscard]] Communicator::Counters counters() const;
 
     [[nodiscard]] const std::string& peerName() const { return peerName_; }
+    [[nodiscard]] std::chrono::steady_clock::time_point since() const { return begin_; }
+    [[nodiscard]] std::uint32_t peerAddress() const { return peerAddress_; }
     [[nodiscard]] const Greeting& peer() const { return peer_; }
     [[nodiscard]] const std::string& target() const { return target_; }
     [[nodiscard]] boost::asio::ip::tcp::socket& socket() { return socket_; }
@@ -102,6 +106,9 @@ private:
     boost::asio::ip::tcp::socket socket_;
     boost::asio::steady_timer deadline_;
     std::string peerName_;
+    std::uint32_t peerAddress_ = 0;
+    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    bool hasBegun_ = false; // has sent something after its greeting
     std::string target_;
     std::array<std::byte, Greeting::kSize> greetingBytes_ = {};
     std::size_t greetingSize_ = 0;

@@ -18,8 +18,8 @@ using Severity = MultiCommunicator::Severity;
 constexpr auto kTimeToConnect = 3s;
 constexpr double kLeastInterval = 0.05;
 constexpr double kMostInterval = 86400.0;
-constexpr std::size_t kMostFound = 1024;
-constexpr std::size_t kMostEndpoints = 8; // of one server
+constexpr std::size_t kMaxOtherVersions = 1024; // that are reported
+constexpr std::size_t kMostEndpoints = 8;       // of one server
 constexpr std::size_t kMostAttempts = 64;
 constexpr int kIntervalsRemembered = 3;
 
@@ -150,6 +150,29 @@ bool Connector::isAskedFor(const Discovery::Arrival& arrival) const {
            (datagram.nonce == nonce_ || datagram.nonce == lastNonce_);
 }
 
+/// Makes room for one more server at this address by forgetting one that has not answered the
+/// latest search, or that cannot be reached. False if there is none.
+bool Connector::makeRoom(const InetAddress& address) {
+    const auto isThere = [&](const auto& entry) { return entry.second.server.address == address; };
+    const bool many =
+        static_cast<std::size_t>(std::count_if(found_.begin(), found_.end(), isThere)) >=
+        hub_.maxPerAddress;
+    if (!many && found_.size() < maxFound_) {
+        return true;
+    }
+    for (auto entry = found_.begin(); entry != found_.end(); ++entry) {
+        const Found& found = entry->second;
+        const bool lost =
+            found.heard < searched_ || (found.tried > 0 && found.tried == found.endpoints.size());
+        if (lost && !found.busy && !connected_.contains(entry->first) &&
+            (!many || isThere(*entry))) {
+            found_.erase(entry);
+            return true;
+        }
+    }
+    return false;
+}
+
 void Connector::heard(const Discovery::Arrival& arrival) {
     using Kind = DiscoveryDatagram::Kind;
     const auto& [datagram, address, port, toGroup, link] = arrival;
@@ -163,7 +186,8 @@ void Connector::heard(const Discovery::Arrival& arrival) {
     const bool latest = datagram.nonce == nonce_;
     const Greeting self = hub_.greeting();
     if (datagram.version != self.version) {
-        if (otherVersions_.size() < kMostFound && otherVersions_.insert(datagram.instance).second) {
+        if (otherVersions_.size() < kMaxOtherVersions &&
+            otherVersions_.insert(datagram.instance).second) {
             hub_.reportRefusal(
                 "the server at " + address.text() + ":" + std::to_string(datagram.port) +
                 " speaks version " + std::to_string(datagram.version) +
@@ -172,7 +196,7 @@ void Connector::heard(const Discovery::Arrival& arrival) {
         }
         return;
     }
-    if (found_.size() >= kMostFound && !found_.contains(datagram.instance)) {
+    if (!found_.contains(datagram.instance) && !makeRoom(address)) {
         discovery_.countIgnored();
         return;
     }

@@ -30,6 +30,7 @@ public:
 
     // Synchronised.
     void setSearchInterval(double seconds);
+    void setMaxFound(std::size_t count) { maxFound_ = count; }
     void setConnecting(bool connecting) { connecting_ = connecting; }
     void want(const std::string& host, std::uint16_t port, bool wanted);
     [[nodiscard]] std::vector<MultiClient::FoundServer> foundServers() const;
@@ -80,6 +81,7 @@ private:
     void search();
     void waitToSearch();
     void heard(const Discovery::Arrival& arrival);
+    bool makeRoom(const InetAddress& address);
     [[nodiscard]] bool isAskedFor(const Discovery::Arrival& arrival) const;
     void tryNext(std::uint64_t instance);
     void tryNamed(const std::string& target);
@@ -105,6 +107,7 @@ private:
     bool stopped_ = false;
 
     std::atomic<double> interval_ = MultiClient::kDefaultSearchInterval;
+    std::atomic<std::size_t> maxFound_ = MultiClient::kMaxFoundServers;
     std::atomic<bool> connecting_ = true;
     std::atomic<bool> wantedChanged_ = false;
     mutable std::mutex mutex_; // guards the rest

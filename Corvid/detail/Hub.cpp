@@ -5,8 +5,10 @@
 #include <boost/asio/error.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <random>
+#include <sys/resource.h>
 #include <utility>
 
 namespace Corvid::detail {
@@ -33,6 +35,16 @@ constexpr auto kRefusalsPeriod = 10s;
 std::uint64_t randomNumber() {
     std::random_device device;
     return std::uint64_t{device()} << 32U | device();
+}
+
+/// Whether a descriptor that has just been opened is none of the last that the process may have.
+bool leavesDescriptors(int descriptor) {
+    rlimit limit = {};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return true;
+    }
+    const rlim_t kept = std::min<rlim_t>(MultiCommunicator::kKeptDescriptors, limit.rlim_cur / 4);
+    return static_cast<rlim_t>(descriptor) < limit.rlim_cur - kept; // the lowest is taken first
 }
 
 std::string nameOf(const Connection& connection) {
@@ -126,15 +138,65 @@ bool Hub::sendFrame(const std::byte* frame, std::size_t size) {
 
 // Coming
 
-std::size_t Hub::connectionCount() {
-    const auto lock = lockInput();
-    return ungreeted_.size() + active_.size() + new_.size();
+/// Has an idle connection give way if there are too many; the result says why the newcomer may not
+/// stay, if it may not.
+std::string Hub::makeRoom(const Pointer& newcomer) {
+    std::vector<Pointer> others(ungreeted_.begin(), ungreeted_.end());
+    {
+        const auto lock = lockInput();
+        others.insert(others.end(), new_.begin(), new_.end());
+    }
+    {
+        const std::scoped_lock lock(mutex_);
+        others.insert(others.end(), registered_.begin(), registered_.end());
+    }
+    std::erase_if(others, [](const Pointer& other) { return other->isEnded(); });
+    std::vector<Pointer> neighbours;
+    if (newcomer->target().empty()) { // servers have a limit of their own
+        std::copy_if(
+            others.begin(), others.end(), std::back_inserter(neighbours),
+            [&](const Pointer& other) { return other->peerAddress() == newcomer->peerAddress(); });
+    }
+    if (neighbours.size() >= maxPerAddress && !endIdle(neighbours)) {
+        return "there are too many connections from its address";
+    }
+    if (others.size() >= MultiCommunicator::kMaxConnections && !endIdle(others)) {
+        return "there are too many connections";
+    }
+    if (!leavesDescriptors(newcomer->socket().native_handle())) {
+        endIdle(others); // which closes later, and makes room for the next
+        return "the last file descriptors are for the process itself";
+    }
+    return {};
+}
+
+/// Ends the oldest connection that has sent nothing; false if there is none.
+bool Hub::endIdle(const std::vector<Pointer>& connections) {
+    Pointer oldest;
+    for (const Pointer& connection : connections) {
+        if (!connection->isEnded() && connection->isIdle(MultiCommunicator::kTimeToBegin) &&
+            (!oldest || connection->since() < oldest->since())) {
+            oldest = connection;
+        }
+    }
+    if (!oldest) {
+        return false;
+    }
+    const std::string reason = "it has sent nothing, and another needs its place";
+    if (oldest->communicator == nullptr) {
+        refuse(oldest, reason);
+    } else {
+        oldest->end(reason);
+        lose(oldest);
+    }
+    return true;
 }
 
 void Hub::adopt(boost::asio::ip::tcp::socket socket, const std::string& target) {
     const auto connection = std::make_shared<Connection>(loop_, std::move(socket), noDelay, target);
-    if (connectionCount() >= MultiCommunicator::kMaxConnections) {
-        refuse(connection, "there are too many connections");
+    if (const std::string reason = makeRoom(connection); !reason.empty()) {
+        reportRefusal("refused " + connection->peerName() + ": " + reason);
+        refuse(connection, reason);
         return;
     }
     ungreeted_.push_back(connection);

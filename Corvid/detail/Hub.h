@@ -85,6 +85,7 @@ public:
 
     std::atomic<short> id = 0;
     std::atomic<bool> noDelay = true;
+    std::atomic<std::size_t> maxPerAddress = MultiCommunicator::kMaxConnections;
 
 private:
     using Pointer = std::shared_ptr<Connection>;
@@ -111,6 +112,8 @@ private:
     void greeted(const Pointer& connection);
     void introduce(const Pointer& connection);
     void refuse(const Pointer& connection, const std::string& reason);
+    std::string makeRoom(const Pointer& newcomer);
+    bool endIdle(const std::vector<Pointer>& connections);
     void lose(const Pointer& connection);
     void abandon(const Pointer& connection, const std::string& reason);
     void noteLoss(Connection& connection);
@@ -118,7 +121,6 @@ private:
     void finishCurrent();
     Connection* takeReady();
     bool forgetUngreeted(const Pointer& connection);
-    [[nodiscard]] std::size_t connectionCount();
     void drain();
     [[nodiscard]] std::unique_lock<std::mutex> lockInput();
 
