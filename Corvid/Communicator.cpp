@@ -17,6 +17,10 @@ bool Communicator::sendFrame(const std::byte* frame, std::size_t size) {
     return connection_->sendFrame(frame, size);
 }
 
+void Communicator::refuseEvent(const std::string& reason) {
+    connection_->report(reason);
+}
+
 bool Communicator::receiveFrame(std::span<const std::byte>& frame) {
     return connection_->receiveFrame(frame);
 }

@@ -50,6 +50,8 @@ public:
     /// everything that is sent to all after the registration; later frames arrive in the order in
     /// which they and those to all were sent.
     bool sendFrame(const std::byte* frame, std::size_t size) override;
+    /// Makes a diagnostic of it.
+    void refuseEvent(const std::string& reason) override;
     /// Call once for each time that the connection is handed out; more calls give further frames
     /// that have arrived, or false if there are none. The bytes stay valid until the next call here
     /// or of the MultiCommunicator's waiting and receiving functions.

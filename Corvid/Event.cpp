@@ -58,6 +58,11 @@ bool Event::send(Sender* sender) {
     std::array<std::byte, kSmallBytes> small;
     std::vector<std::byte> large;
     const std::span<const std::byte> frame = encodeInto(small, large);
+    if (frame.empty()) {
+        sender->refuseEvent(
+            type()->name() + " is larger than " + std::to_string(kMaxFrameBytes >> 20U) +
+            " MiB and is not sent");
+    }
     const bool sent = !frame.empty() && sender->sendFrame(frame.data(), frame.size());
     giveBack(large);
     return sent;

@@ -7,7 +7,9 @@ namespace Corvid {
 
 MultiClient::MultiClient(int protocolVersion)
     : MultiCommunicator(protocolVersion),
-      connector_(std::make_shared<detail::Connector>(hub(), multicast_)) {}
+      connector_(std::make_shared<detail::Connector>(hub(), multicast_)) {
+    multicast_.report_ = [this](const std::string& text) { hub().report(Severity::Warning, text); };
+}
 
 MultiClient::~MultiClient() {
     close();

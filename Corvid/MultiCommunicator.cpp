@@ -17,6 +17,10 @@ bool MultiCommunicator::sendFrame(const std::byte* frame, std::size_t size) {
     return hub_->sendFrame(frame, size);
 }
 
+void MultiCommunicator::refuseEvent(const std::string& reason) {
+    hub_->report(Severity::Warning, reason);
+}
+
 bool MultiCommunicator::addCommunicator(Communicator* communicator) {
     return hub_->add(communicator);
 }
@@ -79,7 +83,7 @@ void MultiCommunicator::setMaxPerAddress(std::size_t count) {
 }
 
 void MultiCommunicator::setDiagnostic(Diagnostic diagnostic) {
-    hub_->setDiagnostic(std::move(diagnostic));
+    hub_->loop()->setDiagnostic(std::move(diagnostic));
 }
 
 MultiCommunicator::Counters MultiCommunicator::counters() const {

@@ -28,8 +28,9 @@ public:
         Notice, ///< a peer comes or goes
         Warning ///< a peer is refused or dropped, or the system refuses something
     };
-    /// Takes one line without a line break. Called on the loop thread, or on the thread that opens
-    /// or closes, with no lock held; the last call is during close(). Must not throw.
+    /// Takes one line without a line break. Called on the loop thread, or on the thread that opens,
+    /// closes, makes a setting that cannot be, or sends what is too large, with no lock held; the
+    /// last call is during close(). Must not throw.
     using Diagnostic = std::function<void(Severity, const std::string&)>;
 
     /// A connection that ended other than by close().
@@ -64,6 +65,10 @@ public:
     /// File descriptors that are left to the process when peers connect, or a quarter of what it
     /// may have if that is less.
     static constexpr std::size_t kKeptDescriptors = 64;
+    /// Diagnostics about refused peers, and about peers that come and go, in 10 s; the rest is
+    /// counted, and a further one says how many there were.
+    static constexpr unsigned kMaxRefusalLines = 20;
+    static constexpr unsigned kMaxVisitLines = 1000;
     static constexpr std::size_t kDefaultLagLimit = std::size_t{64} << 20U; ///< 64 MiB
 
     MultiCommunicator(const MultiCommunicator&) = delete;
@@ -73,6 +78,9 @@ public:
     /// Queues a frame for every registered connection, and never waits. True also when there is
     /// none; false when closed or not opened, or for what is no frame.
     bool sendFrame(const std::byte* frame, std::size_t size) override;
+
+    /// Makes a diagnostic of it.
+    void refuseEvent(const std::string& reason) override;
 
     /// Registers a new connection: it gets what is sent to all from here on. Called when the peer
     /// has shown who it is, on the loop thread (or in MultiClient::deliver()); a derived class

@@ -7,7 +7,9 @@ namespace Corvid {
 
 MultiServer::MultiServer(int protocolVersion)
     : MultiCommunicator(protocolVersion),
-      listener_(std::make_shared<detail::Listener>(hub(), multicast_)) {}
+      listener_(std::make_shared<detail::Listener>(hub(), multicast_)) {
+    multicast_.report_ = [this](const std::string& text) { hub().report(Severity::Warning, text); };
+}
 
 MultiServer::~MultiServer() {
     close();

@@ -42,6 +42,10 @@ Multicast& Multicast::operator=(const Multicast& other) {
 
 bool Multicast::setAddress(const InetAddress& address) {
     if (!address.isMulticast()) {
+        report(
+            (address.isValid() ? address.text() : "an invalid address") +
+            " is no multicast address, from 224.0.0.0 to 239.255.255.255; the group stays " +
+            this->address().text());
         return false;
     }
     const std::scoped_lock lock(mutex_);
@@ -65,9 +69,20 @@ std::uint16_t Multicast::port() const {
     return settings_.port;
 }
 
+void Multicast::report(const std::string& text) const {
+    if (report_) {
+        report_(text);
+    }
+}
+
 void Multicast::setTtl(int ttl) {
+    if (ttl < 0 || ttl > kMaxTtl) {
+        report(
+            "the TTL " + std::to_string(ttl) + " is not from 0 to " + std::to_string(kMaxTtl) +
+            "; " + std::to_string(std::clamp(ttl, 0, kMaxTtl)) + " is used");
+    }
     const std::scoped_lock lock(mutex_);
-    settings_.ttl = std::clamp(ttl, 0, 255);
+    settings_.ttl = std::clamp(ttl, 0, kMaxTtl);
     ++revision_;
 }
 

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -22,6 +23,7 @@ public:
     static constexpr const char* kDefaultAddress = "239.255.77.90"; ///< administratively scoped
     static constexpr std::uint16_t kDefaultPort = 33780;
     static constexpr int kDefaultTtl = 1; ///< this network only
+    static constexpr int kMaxTtl = 255;
 
     /// An interface as an open client or server uses it.
     struct UsedInterface {
@@ -34,14 +36,15 @@ public:
     Multicast(const Multicast& other);
     Multicast& operator=(const Multicast& other);
 
-    /// Sets the group; false, and it stays, if the address is not a valid multicast address.
+    /// Sets the group; false, and it stays, if the address is not a valid multicast address. The
+    /// object that holds this makes a diagnostic of it.
     bool setAddress(const InetAddress& address);
     /// The reference is for the thread that calls setAddress(); others use settings().
     [[nodiscard]] const InetAddress& address() const;
     void setPort(std::uint16_t port);
     [[nodiscard]] std::uint16_t port() const;
-    /// 0 (this machine) to 255; values outside are clamped. With 1 or less, what comes from outside
-    /// an interface's networks is ignored.
+    /// 0 (this machine) to 255; values outside are clamped, with a diagnostic likewise. With 1 or
+    /// less, what comes from outside an interface's networks is ignored.
     void setTtl(int ttl);
     [[nodiscard]] int ttl() const;
 
@@ -78,6 +81,11 @@ public:
     [[nodiscard]] std::uint64_t revision() const;
 
 private:
+    friend class MultiClient;
+    friend class MultiServer;
+    void report(const std::string& text) const;
+
+    std::function<void(const std::string&)> report_; // set once, by the holder; not copied
     mutable std::mutex mutex_;
     Settings settings_; // guarded by mutex_
     std::atomic<std::uint64_t> revision_ = 1;

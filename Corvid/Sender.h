@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 #include <orvel_export.h>
 
@@ -15,6 +16,9 @@ public:
     /// Takes a copy of one encoded frame (see docs/protocol.md) and never waits for the network.
     /// False when nobody will get it because the sender is closed. Synchronised.
     virtual bool sendFrame(const std::byte* frame, std::size_t size) = 0;
+
+    /// Told when an event cannot be sent, with the reason, for people to read. Synchronised.
+    virtual void refuseEvent(const std::string& /*reason*/) {}
 };
 
 } // namespace Corvid

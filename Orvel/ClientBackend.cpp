@@ -13,6 +13,7 @@
 #include <Orvel/TransformEvent.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/PeerLines.h>
 #include <Orvel/detail/RouteDiagnostics.h>
 #include <Orvel/detail/SplitList.h>
 #include <Vessa/ObjectThread.h>
@@ -144,9 +145,9 @@ void reportUnusable(const char* name, const std::string& text, const char* expec
 }
 
 void reportInvalid(const CommandEvent& event) {
-    ORVEL_LOG(
-        Fatal, "Got invalid Event: %s/%d/%d/%d\n", event.type()->name().c_str(), event.command,
-        event.objectId, event.protocolTag);
+    ORVEL_LOG_PEER(
+        InvalidEvent, Fatal, "Got invalid Event: %s/%d/%d/%d\n", event.type()->name().c_str(),
+        event.command, event.objectId, event.protocolTag);
 }
 
 } // namespace
@@ -174,6 +175,7 @@ ClientBackend::ClientBackend(const ClientBackend& other) : Backend(other) {}
 
 ClientBackend::~ClientBackend() {
     resetBackend();
+    detail::reportPeerLinesLeftOut(true);
     if (thread_ != nullptr) {
         communicator_->breakWait();
         thread_->join();
@@ -191,9 +193,12 @@ void ClientBackend::configure() {
         return std::string(params()->getParam(name, ""));
     };
     Corvid::Multicast& multicast = communicator_->multicast();
-    if (const std::string group = text("group");
-        !group.empty() && !multicast.setAddress(Corvid::InetAddress::getByAddress(group))) {
-        reportUnusable("group", group, "a multicast address from 224.0.0.0 to 239.255.255.255");
+    if (const std::string group = text("group"); !group.empty()) {
+        if (const auto address = Corvid::InetAddress::getByAddress(group); address.isMulticast()) {
+            multicast.setAddress(address);
+        } else {
+            reportUnusable("group", group, "a multicast address from 224.0.0.0 to 239.255.255.255");
+        }
     }
     if (const std::string port = text("port"); !port.empty()) {
         if (const auto number = wholeNumber(port, 1, 65535)) {
@@ -425,7 +430,7 @@ int ClientBackend::receiveThread() {
 void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
     Corvid::Event* received = nullptr;
     if (!Corvid::Event::receive(connection, received) || received == nullptr) {
-        ORVEL_LOG(Fatal, "ClientBackend: Lost server\n");
+        ORVEL_LOG_PEER(LostPeer, Fatal, "ClientBackend: Lost server\n");
         communicator_->removeCommunicator(connection);
         connection->close();
         delete connection;
@@ -435,7 +440,9 @@ void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
     if (auto* command = dynamic_cast<CommandEvent*>(event.get())) {
         dispatchEvent(command);
     } else {
-        ORVEL_LOG(Fatal, "Orvel::ClientBackend got Corvid::Event which is not a Orvel::Event\n");
+        ORVEL_LOG_PEER(
+            ForeignEvent, Fatal,
+            "Orvel::ClientBackend got Corvid::Event which is not a Orvel::Event\n");
     }
 }
 
@@ -451,7 +458,7 @@ bool ClientBackend::dispatchEvent(CommandEvent* event) {
             return true;
         }
     } else {
-        ORVEL_LOG(Fatal, "Unkown command ID: %d\n", event->command);
+        ORVEL_LOG_PEER(UnknownCommand, Fatal, "Unkown command ID: %d\n", event->command);
     }
     reportInvalid(*event);
     return false;

@@ -13,6 +13,7 @@
 #include <Orvel/SourceParamEvent.h>
 #include <Orvel/TransformEvent.h>
 #include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/PeerLines.h>
 #include <Orvel/detail/RouteDiagnostics.h>
 #include <Vessa/ObjectThread.h>
 
@@ -146,6 +147,7 @@ Server::Server(const std::string& host, unsigned short port)
 
 Server::~Server() {
     stop();
+    detail::reportPeerLinesLeftOut(true);
 }
 
 const Corvid::InetAddress& Server::multicastAddress() const {
@@ -227,6 +229,7 @@ int Server::receiveThread() {
 }
 
 int Server::receive(bool block) {
+    detail::reportPeerLinesLeftOut();
     int count = 0;
     int waiting = 0;
     Corvid::Communicator* client = nullptr;
@@ -249,7 +252,7 @@ int Server::receive(bool block) {
 bool Server::receiveFrom(Corvid::Communicator* client) {
     Corvid::Event* received = nullptr;
     if (!Corvid::Event::receive(client, received) || received == nullptr) {
-        ORVEL_LOG(Fatal, "Orvel::Server lost client\n");
+        ORVEL_LOG_PEER(LostPeer, Fatal, "Orvel::Server lost client\n");
         multiServer_->removeCommunicator(client);
         client->close();
         delete client;
@@ -265,7 +268,8 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
         }
         dispatchEvent(command);
     } else {
-        ORVEL_LOG(Fatal, "Orvel::Server got Corvid::Event which is not a Orvel::Event\n");
+        ORVEL_LOG_PEER(
+            ForeignEvent, Fatal, "Orvel::Server got Corvid::Event which is not a Orvel::Event\n");
     }
     return true;
 }
@@ -284,10 +288,10 @@ bool Server::applyEvent(World& world, CommandEvent* event) {
     }
     const Outcome outcome = apply(world, *event);
     if (outcome == Outcome::Unknown) {
-        ORVEL_LOG(Fatal, "Unkown command ID: %d\n", event->command);
+        ORVEL_LOG_PEER(UnknownCommand, Fatal, "Unkown command ID: %d\n", event->command);
     } else if (outcome == Outcome::Invalid) {
-        ORVEL_LOG(
-            Fatal, "Got invalid Event: %s/%d/%d/%d\n", event->type()->name().c_str(),
+        ORVEL_LOG_PEER(
+            InvalidEvent, Fatal, "Got invalid Event: %s/%d/%d/%d\n", event->type()->name().c_str(),
             event->command, event->objectId, event->protocolTag);
     }
     return outcome == Outcome::Applied;

@@ -5,6 +5,7 @@
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/PeerLines.h>
 #include <Orvel/detail/SameTransform.h>
 
 #include <algorithm>
@@ -170,7 +171,7 @@ Emitter* World::createEmitter(const std::vector<std::string>& labels, int id) {
             return nullptr;
         }
     } else if (getEmitter(id) != nullptr) {
-        ORVEL_LOG(Fatal, "There is already a Orvel emitter with the ID %d", id);
+        ORVEL_LOG_PEER(UsedId, Fatal, "There is already a Orvel emitter with the ID %d", id);
         return nullptr;
     } else {
         lastId_ = std::max(lastId_, id);

@@ -214,6 +214,10 @@ bool Connection::sendFrame(const std::byte* frame, std::size_t size) {
     return taken;
 }
 
+void Connection::report(const std::string& text) const {
+    loop_->report(MultiCommunicator::Severity::Warning, "for " + peerName_ + ": " + text);
+}
+
 Communicator::Counters Connection::counters() const {
     const OutgoingStream::Counts out = loop_->stream.counts(outlet_);
     Communicator::Counters counters;

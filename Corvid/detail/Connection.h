@@ -70,6 +70,8 @@ public:
 
     /// Queues a frame for this peer. Synchronised.
     bool sendFrame(const std::byte* frame, std::size_t size);
+    /// Tells the host a line about what could not be sent. Synchronised.
+    void report(const std::string& text) const;
     /// Synchronised.
     [[nodiscard]] Communicator::Counters counters() const;
 

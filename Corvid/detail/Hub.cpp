@@ -29,8 +29,6 @@ constexpr int kServedPerTurn = 256; // events between two looks at the sockets
 constexpr auto kNap = 200us;
 constexpr std::size_t kMostInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
-constexpr int kMostRefusalsTold = 20;
-constexpr auto kRefusalsPeriod = 10s;
 
 std::uint64_t randomNumber() {
     std::random_device device;
@@ -83,34 +81,28 @@ Greeting Hub::greeting() const {
     return {version_, instance_, id};
 }
 
-void Hub::setDiagnostic(MultiCommunicator::Diagnostic diagnostic) {
-    const std::scoped_lock lock(mutex_);
-    diagnostic_ = std::move(diagnostic);
-}
-
-void Hub::report(Severity severity, const std::string& text) const {
-    MultiCommunicator::Diagnostic diagnostic;
-    {
-        const std::scoped_lock lock(mutex_);
-        diagnostic = diagnostic_;
-    }
-    if (diagnostic) {
-        diagnostic(severity, text);
-    }
-}
-
 void Hub::reportRefusal(const std::string& text) {
-    const auto now = Clock::now();
-    if (now - refusalsSince_ > kRefusalsPeriod) {
-        refusalsSince_ = now;
-        refusalsTold_ = 0;
-    }
-    if (++refusalsTold_ <= kMostRefusalsTold) {
+    if (refusalLines_.admit()) {
         report(Severity::Warning, text);
-    } else if (refusalsTold_ == kMostRefusalsTold + 1) {
+    }
+}
+
+void Hub::reportVisit(const std::string& text) {
+    if (visitLines_.admit()) {
+        report(Severity::Notice, text);
+    }
+}
+
+void Hub::reportLeftOut(bool final) {
+    if (const auto count = refusalLines_.takeLeftOut(final); count != 0) {
         report(
-            Severity::Warning, "more peers are being refused than are worth telling; the next "
-                               "are only counted");
+            Severity::Warning,
+            std::to_string(count) + " more lines about refused peers were left out");
+    }
+    if (const auto count = visitLines_.takeLeftOut(final); count != 0) {
+        report(
+            Severity::Notice,
+            std::to_string(count) + " more lines about peers that came and went were left out");
     }
 }
 
@@ -276,7 +268,7 @@ void Hub::readGreeting(const Pointer& connection) {
 }
 
 void Hub::introduce(const Pointer& connection) {
-    report(Severity::Notice, "connected with " + nameOf(*connection));
+    reportVisit("connected with " + nameOf(*connection));
     std::unique_ptr<Communicator> communicator(new Communicator(connection));
     connection->communicator = communicator.get();
     connection->input = Connection::Input::Out;
@@ -378,7 +370,7 @@ void Hub::noteLoss(Connection& connection) {
         drops.push_back(drop);
     }
     role_->lost(connection);
-    report(Severity::Notice, "lost " + nameOf(connection) + ": " + drop.reason);
+    reportVisit("lost " + nameOf(connection) + ": " + drop.reason);
 }
 
 void Hub::lose(const Pointer& connection) {
@@ -564,6 +556,7 @@ void Hub::turn(bool block, End end) {
     // First of all: what is handed over from here on asks for work anew, and so for another turn.
     const bool work = loop_->stream.takeWork();
     role_->turn();
+    reportLeftOut();
     resumeAndForget();
     moreToWrite_ = false;
     if (work) {
@@ -832,6 +825,7 @@ void Hub::close() {
     resume_.clear();
     removed_.clear();
     current_ = nullptr;
+    reportLeftOut(true);
 }
 
 } // namespace Corvid::detail

@@ -2,6 +2,7 @@
 
 #include <Corvid/MultiCommunicator.h>
 #include <Corvid/detail/Connection.h>
+#include <Corvid/detail/LineLimit.h>
 #include <Corvid/detail/Loop.h>
 
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -74,14 +75,15 @@ public:
     void discardLeftovers(const Communicator* since);
 
     /// Tells the host a line.
-    void report(MultiCommunicator::Severity severity, const std::string& text) const;
+    void report(MultiCommunicator::Severity severity, const std::string& text) const {
+        loop_->report(severity, text);
+    }
     /// The same for what a stranger can cause as often as it likes.
     void reportRefusal(const std::string& text);
     void countRefusal() { ++refused_; }
 
     [[nodiscard]] const std::shared_ptr<Loop>& loop() const { return loop_; }
     [[nodiscard]] Greeting greeting() const;
-    void setDiagnostic(MultiCommunicator::Diagnostic diagnostic);
 
     std::atomic<short> id = 0;
     std::atomic<bool> noDelay = true;
@@ -101,6 +103,8 @@ private:
     };
 
     void armWatches();
+    void reportVisit(const std::string& text);
+    void reportLeftOut(bool final = false);
     void turn(bool block, End end = std::nullopt);
     void nap();
     void flush();
@@ -140,8 +144,8 @@ private:
     boost::asio::steady_timer napTimer_;
     std::vector<std::shared_ptr<Watch>> watches_;
     bool watchFired_ = false;
-    int refusalsTold_ = 0;
-    std::chrono::steady_clock::time_point refusalsSince_;
+    LineLimit refusalLines_{MultiCommunicator::kMaxRefusalLines};
+    LineLimit visitLines_{MultiCommunicator::kMaxVisitLines};
     std::deque<Pointer> ungreeted_; // the oldest first
     std::vector<Pointer> active_;
     std::size_t inputBytes_ = 0; // memory of all input buffers
@@ -158,7 +162,6 @@ private:
     mutable std::mutex mutex_; // guards the rest
     std::vector<Pointer> registered_;
     MultiCommunicator::Counters totals_; // of the connections that are gone
-    MultiCommunicator::Diagnostic diagnostic_;
     std::atomic<std::uint64_t> refused_ = 0;
 };
 

@@ -84,9 +84,7 @@ void Listener::acceptClients() {
         }
         if (error) { // no descriptor or memory is left; asking again at once would not help
             if (!std::exchange(toldFull_, true)) {
-                hub_.report(
-                    MultiCommunicator::Severity::Warning,
-                    "cannot accept a client: " + error.message() + "; trying again");
+                hub_.reportRefusal("cannot accept a client: " + error.message() + "; trying again");
             }
             acceptTimer_.expires_after(kFullPause);
             acceptTimer_.async_wait([this](const boost::system::error_code& cancelled) {

@@ -39,6 +39,22 @@ void Loop::listen() {
         });
 }
 
+void Loop::setDiagnostic(MultiCommunicator::Diagnostic diagnostic) {
+    const std::scoped_lock lock(mutex_);
+    diagnostic_ = std::move(diagnostic);
+}
+
+void Loop::report(MultiCommunicator::Severity severity, const std::string& text) const {
+    MultiCommunicator::Diagnostic diagnostic;
+    {
+        const std::scoped_lock lock(mutex_);
+        diagnostic = diagnostic_;
+    }
+    if (diagnostic) {
+        diagnostic(severity, text);
+    }
+}
+
 void Loop::wake() {
     const std::uint64_t one = 1;
     // It can fail only when so many wake-ups are waiting that one more makes no difference.

@@ -1,16 +1,20 @@
 #pragma once
 
+#include <Corvid/MultiCommunicator.h>
 #include <Corvid/detail/OutgoingStream.h>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 
+#include <mutex>
+#include <string>
 #include <utility>
 
 namespace Corvid::detail {
 
 /// What connections share and keep alive: the queue of events, what waits to be sent, and the
-/// means to wake whoever is inside the queue. wake() is synchronised, and so is the stream.
+/// means to wake whoever is inside the queue. wake() is synchronised, and so are the stream and the
+/// diagnostics.
 class Loop {
 public:
     /// Throws std::system_error when the system has no descriptor left.
@@ -18,6 +22,10 @@ public:
 
     boost::asio::io_context io;
     OutgoingStream stream;
+
+    void setDiagnostic(MultiCommunicator::Diagnostic diagnostic);
+    /// Tells the host a line.
+    void report(MultiCommunicator::Severity severity, const std::string& text) const;
 
     /// Ends the current wait or the next.
     void wake();
@@ -29,6 +37,8 @@ public:
 private:
     void listen();
 
+    mutable std::mutex mutex_;
+    MultiCommunicator::Diagnostic diagnostic_; // guarded by mutex_
     bool woken_ = false;
 
     boost::asio::posix::stream_descriptor wakeUp_;

@@ -1,14 +1,12 @@
 #include "network/PeerWatch.h"
 
-#include "process/Complaint.h"
-
 #include <algorithm>
 #include <utility>
 
 namespace OrvelTool {
 
 PeerWatch::PeerWatch(const Corvid::MultiCommunicator& peers, std::string what)
-    : peers_(peers), what_(std::move(what)) {}
+    : peers_(peers), what_(std::move(what)), complaints_(what_ + "s") {}
 
 std::vector<std::string> PeerWatch::look() {
     const auto counters = peers_.counters();
@@ -31,7 +29,7 @@ std::vector<std::string> PeerWatch::look() {
             std::find_if(drops.rbegin(), drops.rend(), [&name = peer](const auto& other) {
                 return other.peer == name;
             });
-        complain(
+        complaints_.complain(
             describe(peer, id) + " is gone" +
             (drop == drops.rend() || drop->reason.empty() ? "" : ": " + drop->reason));
         gone.push_back(peer);
@@ -40,10 +38,11 @@ std::vector<std::string> PeerWatch::look() {
     for (const auto& [peer, id] : now) {
         if (!known_.contains(peer)) {
             someCame_ = true;
-            complain(describe(peer, id) + " is connected");
+            complaints_.complain(describe(peer, id) + " is connected");
         }
     }
     known_ = std::move(now);
+    complaints_.reportLeftOut();
     return gone;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "process/PeerComplaints.h"
+
 #include <Corvid/MultiCommunicator.h>
 
 #include <map>
@@ -8,8 +10,8 @@
 
 namespace OrvelTool {
 
-/// Tells the user, on standard error, which peers come and go. The peers must outlive it. Confined
-/// to one thread at a time.
+/// Tells the user, on standard error, which peers come and go, within the limit of
+/// PeerComplaints. The peers must outlive it. Confined to one thread at a time.
 class PeerWatch {
 public:
     /// `what` the peers are: "server" or "client".
@@ -26,6 +28,7 @@ public:
 private:
     const Corvid::MultiCommunicator& peers_;
     std::string what_;
+    PeerComplaints complaints_;
     std::map<std::string, short> known_; // ids by name
     bool someCame_ = false;
 };

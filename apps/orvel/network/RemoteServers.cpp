@@ -19,6 +19,9 @@ constexpr std::chrono::seconds kPatience{2};
 
 } // namespace
 
+RemoteServers::Client::Client(Orvel::ClientBackend& client)
+    : backend(client), watch(client.multiClient(), "server") {}
+
 RemoteServers::RemoteServers(Orvel::World& world, const std::vector<std::string>& servers)
     : world_(world), begin_(Clock::now()) {
     for (Orvel::Backend* backend : world.backends()) {
@@ -27,7 +30,7 @@ RemoteServers::RemoteServers(Orvel::World& world, const std::vector<std::string>
                 const auto [host, port] = hostAndPort(server);
                 client->multiClient().connectToServer(host, port);
             }
-            clients_.push_back({*client, PeerWatch(client->multiClient(), "server")});
+            clients_.emplace_back(*client);
         }
     }
     if (!clients_.empty()) {

@@ -32,6 +32,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
     struct Client {
+        explicit Client(Orvel::ClientBackend& client);
         Orvel::ClientBackend& backend;
         PeerWatch watch;
     };

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+
+namespace Corvid::detail {
+
+/// Limits the lines of one kind that peers can cause in a period, and counts those that are left
+/// out. Synchronised.
+class LineLimit {
+public:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::seconds kPeriod{10};
+
+    explicit LineLimit(unsigned most) : most_(most) {}
+
+    /// Whether one more line may be written.
+    bool admit() {
+        const std::scoped_lock lock(mutex_);
+        const auto now = Clock::now();
+        if (now - begin_ >= kPeriod) {
+            begin_ = now;
+            lines_ = 0;
+        }
+        if (lines_ < most_) {
+            ++lines_;
+            return true;
+        }
+        ++leftOut_;
+        return false;
+    }
+    /// How many lines were left out since the last call; 0 while the period in which that began is
+    /// not over, unless it is `final`.
+    std::uint64_t takeLeftOut(bool final = false) {
+        if (leftOut_ == 0) { // as nearly always
+            return 0;
+        }
+        const std::scoped_lock lock(mutex_);
+        return final || Clock::now() - begin_ >= kPeriod ? leftOut_.exchange(0) : 0;
+    }
+
+private:
+    const unsigned most_;
+    std::atomic<std::uint64_t> leftOut_ = 0;
+    std::mutex mutex_;
+    Clock::time_point begin_; // guarded by mutex_
+    unsigned lines_ = 0;      // guarded by mutex_; written since `begin_`
+};
+
+} // namespace Corvid::detail

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <Orvel/detail/LogLine.h>
+
+namespace Orvel::detail {
+
+/// Kinds of log lines that peers can cause as often as they like.
+enum class PeerLine { InvalidEvent, UnknownCommand, ForeignEvent, LostPeer, UsedId, OpenAL };
+
+constexpr unsigned kMaxPeerLines = 1000; // of each kind, in LineLimit::kPeriod
+
+/// Whether one more line of a kind may be written; those that may not are counted. Synchronised.
+bool admitPeerLine(PeerLine kind);
+/// Reports how many lines were left out in periods that are over, or in all if it is `final`. To be
+/// called regularly where peers are served. Synchronised.
+void reportPeerLinesLeftOut(bool final = false);
+
+} // namespace Orvel::detail
+
+/// ORVEL_LOG for a line that peers can cause.
+#define ORVEL_LOG_PEER(kind, level, ...)                                                           \
+    do {                                                                                           \
+        if (::Orvel::detail::logPasses(::Orvel::Log::Level::level) &&                              \
+            ::Orvel::detail::admitPeerLine(::Orvel::detail::PeerLine::kind)) {                     \
+            ORVEL_LOG(level, __VA_ARGS__);                                                         \
+        }                                                                                          \
+    } while (false)

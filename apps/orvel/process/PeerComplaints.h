@@ -1,0 +1,41 @@
+#pragma once
+
+#include "process/Complaint.h"
+
+#include <Corvid/detail/LineLimit.h>
+
+#include <string>
+#include <utility>
+
+namespace OrvelTool {
+
+/// Messages about peers, of which there are at most kMaxPeerComplaints in 10 s; the rest is
+/// counted. Confined to one thread at a time.
+class PeerComplaints {
+public:
+    static constexpr unsigned kMaxPeerComplaints = 100;
+
+    /// `what` they are about, in the plural.
+    explicit PeerComplaints(std::string what) : what_(std::move(what)) {}
+    ~PeerComplaints() { reportLeftOut(true); }
+    PeerComplaints(const PeerComplaints&) = delete;
+
+    void complain(const std::string& message) {
+        if (limit_.admit()) {
+            OrvelTool::complain(message);
+        }
+    }
+    /// Reports how many were left out, once 10 s are over or it is `final`. To be called regularly.
+    void reportLeftOut(bool final = false) {
+        if (const auto count = limit_.takeLeftOut(final); count != 0) {
+            OrvelTool::complain(
+                std::to_string(count) + " more messages about " + what_ + " were left out");
+        }
+    }
+
+private:
+    std::string what_;
+    Corvid::detail::LineLimit limit_{kMaxPeerComplaints};
+};
+
+} // namespace OrvelTool
