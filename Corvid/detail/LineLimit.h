@@ -32,13 +32,17 @@ public:
         return false;
     }
     /// How many lines were left out since the last call; 0 while the period in which that began is
-    /// not over, unless it is `final`.
+    /// not over. `final`: ends the period.
     std::uint64_t takeLeftOut(bool final = false) {
         if (leftOut_ == 0) { // as nearly always
             return 0;
         }
         const std::scoped_lock lock(mutex_);
-        return final || Clock::now() - begin_ >= kPeriod ? leftOut_.exchange(0) : 0;
+        if (!final && Clock::now() - begin_ < kPeriod) {
+            return 0;
+        }
+        begin_ = {};
+        return leftOut_.exchange(0);
     }
 
 private:

@@ -43,6 +43,7 @@ PlayCommand::PlayCommand(CLI::App& parent) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check(CLI::Validator(checkHostAndPort, "", "server"));
     network_.declareInterface(app());
+    network_.declareLimits(app(), true);
     monitor_.declare(app());
     osc_.declare(app());
     declareSeconds(
@@ -99,6 +100,7 @@ int PlayCommand::run() {
         !announceMonitors(stage)) {
         return kFailure;
     }
+    network_.limitClients(stage);
     if (backends_.web() && !addWeb(stage, messages)) {
         return kFailure;
     }

@@ -84,6 +84,7 @@ void ServeCommand::declareOptions(const std::string& playing) {
         ->type_name("OUT.wav");
     declareSeconds("How long to serve, in seconds (default: until Ctrl-C or SIGTERM)");
     network_.declare(app());
+    network_.declareLimits(app(), false);
     monitor_.declare(app());
     osc_.declare(app());
     app()
@@ -128,6 +129,7 @@ int ServeCommand::run() {
         return kFailure;
     }
     network_.apply(server.multiServer().multicast());
+    network_.limit(server.multiServer());
     server.setId(id_.c_str());
     if (!server.fetch()) {
         return kFailure;

@@ -35,6 +35,7 @@ ServersCommand::ServersCommand(CLI::App& parent) {
     declareSeconds("How long to wait for answers, in seconds (default: 1)");
     app().add_flag("--json", json_, "Print JSON instead of a table");
     network_.declare(app());
+    network_.declareLimits(app(), true);
     app().footer("The exit code is 1 when no server answers.");
 }
 
@@ -49,6 +50,7 @@ int ServersCommand::run() {
         }
     });
     network_.apply(client.multicast());
+    network_.limit(client);
     client.setConnecting(false);
     client.setSearchInterval(std::min(seconds / kQueries, kLongestInterval));
     const StopSignals signals;

@@ -69,7 +69,7 @@ _orvel() {
         fi
         ;;
     --seconds | --group | --port | --ttl | --id | --tcp-port | --osc | --osc-scale | \
-        --check-port)
+        --check-port | --max-per-address | --max-servers)
         return
         ;;
     esac
@@ -77,14 +77,14 @@ _orvel() {
         case $command in
         render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
         play)
-            _orvel_words "--backend --web --monitor --server --interface --osc --osc-scale --seconds \
-                --loop $common"
+            _orvel_words "--backend --web --monitor --server --interface --max-per-address \
+                --max-servers --osc --osc-scale --seconds --loop $common"
             ;;
         serve | record)
             _orvel_words "--scene --backend --web --monitor --render --seconds --id --tcp-port --osc \
-                --osc-scale $search $common"
+                --osc-scale --max-per-address $search $common"
             ;;
-        servers) _orvel_words "--seconds --json $search $common" ;;
+        servers) _orvel_words "--seconds --json --max-per-address --max-servers $search $common" ;;
         doctor) _orvel_words "--check-port --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check) _orvel_words "--strict $common" ;;
@@ -97,7 +97,7 @@ _orvel() {
     for ((i = 2; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
         --backend | --server | --interface | --format | --rate | --plot | --levels | --seconds | \
-            --osc | --osc-scale)
+            --osc | --osc-scale | --max-per-address | --max-servers)
             ((i++))
             ;;
         -*) ;;

@@ -3,6 +3,10 @@
 #include "process/Complaint.h"
 
 #include <Corvid/InetAddress.h>
+#include <Corvid/MultiClient.h>
+#include <Corvid/MultiServer.h>
+#include <Orvel/ClientBackend.h>
+#include <Orvel/World.h>
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -92,6 +96,40 @@ void NetworkOptions::declare(CLI::App& app) {
         ->check(CLI::Validator(checkTtl, "", "ttl"))
         ->capture_default_str();
     declareInterface(app);
+}
+
+void NetworkOptions::declareLimits(CLI::App& app, bool client) {
+    const auto range = CLI::Range(std::size_t{1}, Corvid::MultiCommunicator::kMaxConnections);
+    app.add_option(
+           "--max-per-address", maxPerAddress_,
+           client ? "How many servers at one address may be found"
+                  : "How many clients of one address may be connected")
+        ->type_name("N")
+        ->check(range)
+        ->capture_default_str();
+    if (client) {
+        app.add_option("--max-servers", maxServers_, "How many servers may be found in all")
+            ->type_name("N")
+            ->check(range)
+            ->capture_default_str();
+    }
+}
+
+void NetworkOptions::limit(Corvid::MultiServer& server) const {
+    server.setMaxPerAddress(maxPerAddress_);
+}
+
+void NetworkOptions::limit(Corvid::MultiClient& client) const {
+    client.setMaxPerAddress(maxPerAddress_);
+    client.setMaxFoundServers(maxServers_);
+}
+
+void NetworkOptions::limitClients(const Orvel::World& world) const {
+    for (Orvel::Backend* backend : world.backends()) {
+        if (const auto* client = dynamic_cast<Orvel::ClientBackend*>(backend)) {
+            limit(client->multiClient());
+        }
+    }
 }
 
 CLI::Validator NetworkOptions::portValidator() {

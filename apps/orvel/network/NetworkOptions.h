@@ -10,6 +10,15 @@
 #include <utility>
 #include <vector>
 
+namespace Corvid {
+class MultiClient;
+class MultiServer;
+} // namespace Corvid
+
+namespace Orvel {
+class World;
+}
+
 namespace OrvelTool {
 
 /// The options that say where servers and clients look for each other. Wrong values are refused
@@ -18,6 +27,8 @@ class NetworkOptions {
 public:
     /// --group, --port, --ttl and --interface.
     void declare(CLI::App& app);
+    /// --max-per-address, and for clients --max-servers.
+    void declareLimits(CLI::App& app, bool client);
     /// --interface alone.
     void declareInterface(CLI::App& app);
 
@@ -33,12 +44,19 @@ public:
     [[nodiscard]] std::vector<std::pair<Corvid::InetAddress, std::string>> chosenInterfaces() const;
     /// Sets group, port and TTL where they were given.
     void apply(Corvid::Multicast& multicast) const;
+    /// Sets the limits on what one address may take.
+    void limit(Corvid::MultiServer& server) const;
+    void limit(Corvid::MultiClient& client) const;
+    /// The same for all client back ends of a world.
+    void limitClients(const Orvel::World& world) const;
 
 private:
     std::string group_;
     unsigned port_ = Corvid::Multicast::kDefaultPort;
     int ttl_ = Corvid::Multicast::kDefaultTtl;
     std::vector<std::string> interfaces_;
+    std::size_t maxPerAddress_ = 16;
+    std::size_t maxServers_ = 64;
 };
 
 /// Accepts "HOST:PORT" while a command line is parsed; else the result says what was expected.
