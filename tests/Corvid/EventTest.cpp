@@ -67,6 +67,7 @@ public:
     }
     void refuseFrame(const std::string& reason) override { refused = reason; }
     bool sendFrame(const std::byte* /*frame*/, std::size_t /*size*/) override { return ++sent > 0; }
+    void refuseEvent(const std::string& reason) override { refused = reason; }
     Bytes next;
     std::string refused;
     int sent = 0;
@@ -144,6 +145,7 @@ TEST(Event, IsNotSentWhenItIsLargerThanAFrame) {
         EXPECT_EQ(event.encode(frame), fits);
         EXPECT_EQ(frame.size(), fits ? kMost : 0);
         EXPECT_EQ(event.send(&line), fits);
+        EXPECT_EQ(line.refused, fits ? "" : "EveryField is larger than 64 MiB and is not sent");
     }
     EXPECT_EQ(line.sent, 1);
 }

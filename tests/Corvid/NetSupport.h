@@ -88,17 +88,22 @@ bool until(const std::function<bool()>& condition, Peers&... peers) {
 /// A peer that does what it likes.
 class RawSocket {
 public:
-    explicit RawSocket(std::uint16_t port) : descriptor_(::socket(AF_INET, SOCK_STREAM, 0)) {
+    explicit RawSocket(std::uint16_t port, const std::string& bytes = {})
+        : descriptor_(::socket(AF_INET, SOCK_STREAM, 0)) {
         const sockaddr_in address = Orvel::Test::loopback(port);
         const int small = 4096; // so that few bytes fill it
         ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         EXPECT_EQ(
             ::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        send(bytes);
     }
     RawSocket(const RawSocket&) = delete;
     ~RawSocket() { ::close(descriptor_); }
-    void send(const std::string& bytes) {
-        ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    /// Gives how many of the bytes the system has taken.
+    std::size_t send(const std::string& bytes) {
+        const auto size =
+            ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        return size > 0 ? static_cast<std::size_t>(size) : 0;
     }
     /// Whether the other side has ended the connection; discards what it has sent.
     bool isClosed() {
