@@ -106,7 +106,7 @@ void writeNetwork(Metrics& metrics, const Orvel::World& world) {
     struct Sums {
         std::uint64_t connections = 0, connected = 0, refused = 0, dropped = 0, kept = 0;
         std::uint64_t eventsIn = 0, eventsOut = 0, bytesIn = 0, bytesOut = 0;
-        std::uint64_t waiting = 0, mostWaiting = 0, ignored = 0;
+        std::uint64_t leftOut = 0, waiting = 0, mostWaiting = 0, ignored = 0;
     };
     std::map<std::string_view, Sums> roles;
     for (const NetworkEnd& end : readNetwork(world)) {
@@ -123,6 +123,7 @@ void writeNetwork(Metrics& metrics, const Orvel::World& world) {
         sums.kept += c.bytesKept;
         sums.eventsIn += c.eventsIn;
         sums.eventsOut += c.eventsOut;
+        sums.leftOut += c.eventsLeftOut;
         sums.bytesIn += c.bytesIn;
         sums.bytesOut += c.bytesOut;
         sums.ignored += c.datagramsIgnored;
@@ -152,6 +153,9 @@ void writeNetwork(Metrics& metrics, const Orvel::World& world) {
     both(
         "orvel_network_events_total", "Events over all connections.", &Sums::eventsIn,
         &Sums::eventsOut);
+    each(
+        "orvel_network_left_out_events_total", "counter",
+        "Events that were superseded before they left.", &Sums::leftOut);
     both(
         "orvel_network_bytes_total", "Bytes over all connections.", &Sums::bytesIn,
         &Sums::bytesOut);

@@ -58,6 +58,7 @@ void writeHead(JsonWriter& json, const NetworkEnd& end) {
     json.field("connected", c.connected).field("refused", c.refused).field("dropped", c.dropped);
     json.field("eventsIn", c.eventsIn).field("bytesIn", c.bytesIn);
     json.field("eventsOut", c.eventsOut).field("bytesOut", c.bytesOut);
+    json.field("eventsLeftOut", c.eventsLeftOut);
     json.field("bytesKept", c.bytesKept).field("datagramsIgnored", c.datagramsIgnored);
     json.key("lastDrops").open('[');
     for (const auto& drop : c.lastDrops) {
@@ -72,6 +73,7 @@ void write(JsonWriter& json, const Corvid::Communicator::Counters& c) {
     json.field("since", unixTime(c.connectedSince));
     json.field("eventsIn", c.eventsIn).field("bytesIn", c.bytesIn);
     json.field("eventsOut", c.eventsOut).field("bytesOut", c.bytesOut);
+    json.field("eventsLeftOut", c.eventsLeftOut);
     json.field("bytesWaiting", c.bytesWaiting).field("lost", c.lost).close('}');
 }
 

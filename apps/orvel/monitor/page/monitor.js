@@ -766,6 +766,7 @@ function fillNetwork() {
       `${count(end.refused)} refused; in ${plural(end.eventsIn, 'event')}, ${bytes(end.bytesIn)}; ` +
       `out ${plural(end.eventsOut, 'event')}, ${bytes(end.bytesOut)}; ` +
       `${bytes(end.bytesKept)} kept to be sent` +
+      (end.eventsLeftOut ? `; ${plural(end.eventsLeftOut, 'event')} superseded and left out` : '') +
       (end.datagramsIgnored ? `; ${plural(end.datagramsIgnored, 'strange datagram')}` : ''));
     const before = new Map(((oldStatus && oldStatus.network[i]) || { connections: [] })
       .connections.map((connection) => [connection.peer, connection]));
