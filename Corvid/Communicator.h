@@ -36,6 +36,8 @@ public:
         std::uint64_t eventsOut = 0;    ///< given to this connection, sent or waiting
         std::uint64_t bytesOut = 0;     ///< given to the system's socket
         std::uint64_t bytesWaiting = 0; ///< not yet given to the system's socket
+        /// Of eventsOut: superseded before they left, see MultiCommunicator::setNewestOnly().
+        std::uint64_t eventsLeftOut = 0;
         std::chrono::system_clock::time_point connectedSince;
         bool lost = false;
         std::string lossReason; ///< empty unless lost

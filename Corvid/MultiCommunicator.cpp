@@ -82,6 +82,11 @@ void MultiCommunicator::setMaxPerAddress(std::size_t count) {
     hub_->maxPerAddress = count;
 }
 
+void MultiCommunicator::setNewestOnly(
+    std::function<FrameRole(std::span<const std::byte> frame)> classify) {
+    hub_->loop()->stream.setNewestOnly(std::move(classify));
+}
+
 void MultiCommunicator::setDiagnostic(Diagnostic diagnostic) {
     hub_->loop()->setDiagnostic(std::move(diagnostic));
 }

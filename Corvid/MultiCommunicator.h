@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Corvid/Communicator.h>
+#include <Corvid/FrameRole.h>
 #include <Corvid/Sender.h>
 
 #include <chrono>
@@ -8,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -47,10 +49,11 @@ public:
         std::uint64_t connected = 0;                     ///< connections registered so far
         std::uint64_t refused = 0;  ///< connections that ended before they were registered
         std::uint64_t dropped = 0;  ///< registered connections that were lost
-        std::uint64_t eventsIn = 0; ///< these four over all connections, lost ones included
+        std::uint64_t eventsIn = 0; ///< these five over all connections, lost ones included
         std::uint64_t bytesIn = 0;
         std::uint64_t eventsOut = 0;
         std::uint64_t bytesOut = 0;
+        std::uint64_t eventsLeftOut = 0;
         std::uint64_t bytesKept = 0;        ///< memory in use for what waits to be sent
         std::uint64_t datagramsIgnored = 0; ///< discovery datagrams that made no sense
         std::vector<Drop> lastDrops;        ///< the newest last, at most kMaxDrops
@@ -129,6 +132,11 @@ public:
     /// too many, in all or of one address, the oldest gives way that has sent nothing for
     /// kTimeToBegin; without one the newcomer is refused. Synchronised.
     void setMaxPerAddress(std::size_t count);
+    /// Before open(): a connection that lags by more than 256 KiB or a quarter of a second gets
+    /// only the newest values until it has caught up; the others get every frame. `classify` says
+    /// how a frame relates to others; it is called on the loop thread, only while a connection
+    /// lags, and must not throw. Each frame is sent if it is empty, as at first.
+    void setNewestOnly(std::function<FrameRole(std::span<const std::byte> frame)> classify);
     void setDiagnostic(Diagnostic diagnostic);
     [[nodiscard]] Counters counters() const;
     /// A random number that tells this object from all others.

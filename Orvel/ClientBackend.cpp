@@ -161,6 +161,9 @@ ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, 
     communicator_->setSearchInterval(kSearchSeconds);
     communicator_->setDiagnostic(detail::routeDiagnostics("ClientBackend"));
     communicator_->setDeferred(deferred_);
+    if (yesOrNo(*this->params(), "newestOnly", false)) {
+        communicator_->setNewestOnly(OrvelMultiClient::roleOf);
+    }
     configure();
     communicator_->open();
     thread_ =

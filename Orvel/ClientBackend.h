@@ -32,9 +32,10 @@ class OrvelMultiClient;
 /// unless "followEnabled" is set, servers stay enabled when the world is disabled.
 ///
 /// Parameters, beside "labels" (see docs/parameters.md): "transferData" (yes), "deferred" (no),
-/// "followEnabled" (no), "servers" (HOST:PORT, ... to connect to without multicast), and where to
-/// search: "interfaces" (addresses or names), "group", "port", "ttl". A value that cannot be is
-/// reported, and the default used.
+/// "followEnabled" (no), "newestOnly" (no: a server gets every change; yes: one that lags gets only
+/// the newest transform, hull and parameter of each part, see docs/network.md), "servers"
+/// (HOST:PORT, ... to connect to without multicast), and where to search: "interfaces" (addresses
+/// or names), "group", "port", "ttl". A value that cannot be is reported, and the default used.
 ///
 /// Threads: one receive thread, from construction to destruction. It brings new servers up to date,
 /// reading the world, and stores the playing times that servers report in the world's sources, both

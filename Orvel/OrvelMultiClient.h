@@ -2,6 +2,9 @@
 
 #include <Corvid/MultiClient.h>
 
+#include <cstddef>
+#include <span>
+
 #include <orvel_export.h>
 
 namespace Orvel {
@@ -16,6 +19,10 @@ public:
 
     /// Registers the connection, then has the back end send it the whole scene.
     bool addCommunicator(Corvid::Communicator* connection) override;
+
+    /// What setNewestOnly() takes: transforms, hulls and parameters are values, of their emitter or
+    /// source or of the listener. Frames that are no command of this library are barriers.
+    static Corvid::FrameRole roleOf(std::span<const std::byte> frame);
 
 private:
     ClientBackend& backend_;

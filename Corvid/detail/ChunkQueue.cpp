@@ -1,11 +1,15 @@
 #include <Corvid/detail/ChunkQueue.h>
 
+#include <Corvid/detail/wire.h>
+
 #include <algorithm>
 #include <utility>
 
 namespace Corvid::detail {
 
 void ChunkQueue::appendAcross(const std::byte* bytes, std::size_t size) {
+    const std::uint64_t begin = end_;
+    const std::uint64_t end = begin + size;
     while (size > 0) {
         if (room_ == 0) {
             if (spares_.empty()) {
@@ -14,7 +18,8 @@ void ChunkQueue::appendAcross(const std::byte* bytes, std::size_t size) {
                 chunks_.push_back(std::move(spares_.back()));
                 spares_.pop_back();
             }
-            tail_ = chunks_.back()->data();
+            chunks_.back()->firstFrame = end_ == begin ? begin : end;
+            tail_ = chunks_.back()->bytes.data();
             room_ = kChunkBytes;
         }
         const std::size_t part = std::min(size, room_);
@@ -34,10 +39,30 @@ ChunkQueue::gather(std::uint64_t from, std::uint64_t to, iovec* pieces, std::siz
         const std::size_t offset = static_cast<std::size_t>(from - first_);
         const std::size_t inChunk = offset % kChunkBytes;
         const std::size_t size = std::min<std::size_t>(to - from, kChunkBytes - inChunk);
-        pieces[count++] = {chunks_[offset / kChunkBytes]->data() + inChunk, size};
+        pieces[count++] = {chunks_[offset / kChunkBytes]->bytes.data() + inChunk, size};
         from += size;
     }
     return count;
+}
+
+std::uint64_t ChunkQueue::frameStart(std::uint64_t position) const {
+    if (position == end_) {
+        return end_;
+    }
+    std::uint64_t start = chunks_[(position - first_) / kChunkBytes]->firstFrame;
+    while (start < position) {
+        std::array<std::byte, kFrameHeaderBytes> header; // may cross from one chunk to the next
+        std::array<iovec, 2> pieces;
+        const std::size_t count =
+            gather(start, start + header.size(), pieces.data(), pieces.size());
+        std::size_t size = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            std::memcpy(header.data() + size, pieces[i].iov_base, pieces[i].iov_len);
+            size += pieces[i].iov_len;
+        }
+        start += *frameSize(header);
+    }
+    return start;
 }
 
 void ChunkQueue::trim(std::uint64_t position) {
@@ -55,7 +80,8 @@ void ChunkQueue::trim(std::uint64_t position) {
         room_ = 0;
     } else if (begin_ == end_ && chunks_.size() == 1) {
         first_ = end_;
-        tail_ = chunks_.front()->data();
+        chunks_.front()->firstFrame = end_;
+        tail_ = chunks_.front()->bytes.data();
         room_ = kChunkBytes;
     }
 }

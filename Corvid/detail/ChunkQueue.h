@@ -11,7 +11,7 @@
 
 namespace Corvid::detail {
 
-/// A stream of bytes, kept in chunks from begin() to end(); positions count from its first byte on
+/// A stream of frames, kept in chunks from begin() to end(); positions count from its first byte on
 /// and only grow. Bytes once written are never moved, so that they can be read while more are
 /// appended. Not synchronised.
 class ChunkQueue {
@@ -27,7 +27,8 @@ public:
         return (chunks_.size() + spares_.size()) * kChunkBytes;
     }
 
-    /// True if a new chunk was begun, which is the time to look for what can go.
+    /// Appends a whole frame. True if a new chunk was begun, which is the time to look for what can
+    /// go.
     bool append(const std::byte* bytes, std::size_t size) {
         if (size <= room_) { // nearly always
             std::memcpy(tail_, bytes, size);
@@ -43,11 +44,18 @@ public:
     /// Lists the memory of [from, to) in at most `most` pieces; gives the number of pieces.
     std::size_t gather(std::uint64_t from, std::uint64_t to, iovec* pieces, std::size_t most) const;
 
+    /// The position from begin() to end() at which the first frame begins that does not begin
+    /// before `position`.
+    [[nodiscard]] std::uint64_t frameStart(std::uint64_t position) const;
+
     /// Forgets what lies before the position.
     void trim(std::uint64_t position);
 
 private:
-    using Chunk = std::array<std::byte, kChunkBytes>;
+    struct Chunk {
+        std::uint64_t firstFrame; // position of the first frame that begins here or later
+        std::array<std::byte, kChunkBytes> bytes;
+    };
 
     void appendAcross(const std::byte* bytes, std::size_t size);
 

@@ -2,6 +2,7 @@
 
 #include <Corvid/Event.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <linux/sockios.h>
 #include <netinet/tcp.h>
@@ -22,12 +23,17 @@ constexpr int kKeepAliveIntervalSeconds = 2;
 constexpr int kKeepAliveProbes = 3;
 constexpr unsigned kUserTimeoutMilliseconds = 9000;
 
+// Where only the newest values are sent: what the system holds and has not sent once is lag as
+// well.
+constexpr unsigned kUnsentLimit = 4096;
+constexpr char kCongestionControl[] = "bbr";
+
 constexpr std::size_t kReplayPart = std::size_t{64} << 10U;
 
 template <class T>
-void set(int descriptor, int level, int option, T value) {
+bool set(int descriptor, int level, int option, T value) {
     // A system that lacks an option notices a dead peer later, which is no reason to refuse it.
-    ::setsockopt(descriptor, level, option, &value, sizeof value);
+    return ::setsockopt(descriptor, level, option, &value, sizeof value) == 0;
 }
 
 std::string errorText(int code) {
@@ -61,6 +67,13 @@ Connection::Connection(
     set(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     set(descriptor, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
     set(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, kUserTimeoutMilliseconds);
+    if (loop_->stream.newestOnly()) {
+        hasUnsentLimit_ = set(descriptor, IPPROTO_TCP, TCP_NOTSENT_LOWAT, kUnsentLimit);
+        // Its rate does not fall with each packet that is lost. Not every system has it.
+        ::setsockopt(
+            descriptor, IPPROTO_TCP, TCP_CONGESTION, kCongestionControl,
+            sizeof kCongestionControl - 1);
+    }
 }
 
 bool Connection::sendGreeting(const Greeting& greeting) {
@@ -116,6 +129,7 @@ Connection::Status Connection::write() {
     constexpr std::size_t kMostPieces = 64;
     constexpr int kMostCalls = 4; // then it is another connection's turn
     std::array<iovec, kMostPieces> pieces;
+    loop_->stream.moveLag(outlet_);
     for (int call = 0; call < kMostCalls; ++call) {
         const OutgoingStream::Batch batch =
             loop_->stream.gather(outlet_, pieces.data(), pieces.size());
@@ -126,6 +140,15 @@ Connection::Status Connection::write() {
         if (batch.pieces == 0) {
             return Status::Done;
         }
+        std::size_t bytes = batch.bytes;
+        if (batch.backlog && hasUnsentLimit_) {
+            bytes = std::min(bytes, unsentRoom());
+            pieces[0].iov_len = bytes;
+        }
+        if (bytes == 0) {
+            loop_->stream.advance(outlet_, 0, true);
+            return Status::Blocked;
+        }
         msghdr message = {};
         message.msg_iov = pieces.data();
         message.msg_iovlen = batch.pieces;
@@ -134,7 +157,7 @@ Connection::Status Connection::write() {
         const int reason = size < 0 ? errno : 0;
         const std::size_t sent = size < 0 ? 0 : static_cast<std::size_t>(size);
         const bool failed = size < 0 && !wouldBlock(reason);
-        const bool blocked = !failed && sent < batch.bytes;
+        const bool blocked = !failed && sent < bytes;
         loop_->stream.advance(outlet_, sent, blocked);
         if (failed) {
             end(errorText(reason));
@@ -156,6 +179,13 @@ bool Connection::isIdle(std::chrono::steady_clock::duration atLeast) {
 bool Connection::isPeerGone() {
     pollfd descriptor = {socket_.native_handle(), POLLRDHUP, 0};
     return ::poll(&descriptor, 1, 0) > 0;
+}
+
+/// Bytes that the system may take until it holds as many as it should that were never sent.
+std::size_t Connection::unsentRoom() {
+    unsigned unsent = 0;
+    ::ioctl(socket_.native_handle(), SIOCOUTQNSD, &unsent);
+    return kUnsentLimit - std::min(unsent, kUnsentLimit);
 }
 
 void Connection::end(const std::string& reason) {
@@ -229,6 +259,7 @@ Communicator::Counters Connection::counters() const {
     counters.eventsOut = out.frames;
     counters.bytesOut = out.bytesOut;
     counters.bytesWaiting = out.bytesWaiting;
+    counters.eventsLeftOut = out.framesLeftOut;
     counters.connectedSince = since_;
     counters.lost = ended_;
     counters.lossReason = endReason();

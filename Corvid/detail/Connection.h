@@ -104,6 +104,8 @@ public:
     bool waitingToWrite = false;
 
 private:
+    [[nodiscard]] std::size_t unsentRoom();
+
     const std::shared_ptr<Loop> loop_; // before the socket, which needs it to the end
     boost::asio::ip::tcp::socket socket_;
     boost::asio::steady_timer deadline_;
@@ -121,6 +123,7 @@ private:
     OutgoingStream::Outlet outlet_;
     std::atomic<std::thread::id> replayThread_; // none but during the replay
     std::size_t replayBytes_ = 0;               // since the last part of it was sent
+    bool hasUnsentLimit_ = false;
     std::chrono::system_clock::time_point since_;
     std::atomic<std::uint64_t> eventsIn_ = 0;
     std::atomic<std::uint64_t> bytesIn_ = 0;

@@ -329,6 +329,7 @@ bool Hub::remove(Communicator* communicator) {
         totals_.bytesIn += counters.bytesIn;
         totals_.eventsOut += counters.eventsOut;
         totals_.bytesOut += counters.bytesOut;
+        totals_.eventsLeftOut += counters.eventsLeftOut;
     }
     {
         const auto lock = lockInput();
@@ -756,6 +757,7 @@ MultiCommunicator::Counters Hub::counters() const {
         counters.bytesIn += one.bytesIn;
         counters.eventsOut += one.eventsOut;
         counters.bytesOut += one.bytesOut;
+        counters.eventsLeftOut += one.eventsLeftOut;
     }
     counters.refused = refused_;
     counters.bytesKept = loop_->stream.bytesKept();

@@ -67,7 +67,7 @@ bool OutgoingStream::append(Outlet& outlet, const std::byte* frame, std::size_t 
 
 std::uint64_t OutgoingStream::lagOf(const Outlet& outlet) const {
     return stream_.end() - outlet.position + outlet.own.end() -
-           std::max(outlet.own.begin(), outlet.replayEnd);
+           std::max(outlet.own.begin(), outlet.replayEnd) + outlet.backlogCounts.lag;
 }
 
 /// Called once per chunk, so that an append costs the same however many connections there are.
@@ -87,6 +87,7 @@ void OutgoingStream::join(Outlet& outlet) {
     outlet.joined = true;
     outlet.joining = true;
     outlet.position = stream_.end();
+    outlet.mark = outlet.position;
     outlet.framesBefore = frames_;
     outlets_.push_back(&outlet);
 }
@@ -113,11 +114,99 @@ void OutgoingStream::leaveLocked(Outlet& outlet) {
     trimLocked();
 }
 
+/// Whether it lags too much to get every value.
+bool OutgoingStream::isLate(Outlet& outlet) {
+    if (!outlet.stuck) {
+        return false;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (outlet.position >= outlet.mark) {
+        outlet.mark = stream_.end();
+        outlet.markTime = now;
+    }
+    return lagOf(outlet) > kLateBytes ||
+           (outlet.position < outlet.mark && now - outlet.markTime > kLateTime);
+}
+
+/// Lists all that waits for an outlet, in its order. Gives where its own part ends.
+std::uint64_t OutgoingStream::listPending(Outlet& outlet) {
+    std::uint64_t position = outlet.position;
+    std::uint64_t own = outlet.own.begin();
+    std::uint64_t rest = 0;
+    pending_.clear();
+    const auto add = [&](const ChunkQueue& queue, std::uint64_t& from, std::uint64_t to) {
+        if (from == to) {
+            return;
+        }
+        if (pending_.empty()) {
+            rest = queue.frameStart(from) - from;
+        }
+        const std::size_t count = pending_.size();
+        pending_.resize(count + (to - from) / ChunkQueue::kChunkBytes + 2);
+        iovec* pieces = pending_.data() + count;
+        pending_.resize(count + queue.gather(from, to, pieces, pending_.size() - count));
+        from = to;
+    };
+    for (const Outlet::Run& run : outlet.runs) {
+        add(stream_, position, run.position);
+        add(outlet.own, own, run.end);
+    }
+    add(stream_, position, stream_.end());
+    if (outlet.backlog.empty()) {
+        const std::uint64_t begin = outlet.own.begin();
+        outlet.backlog.begin(rest, std::max(outlet.replayEnd, begin) - begin);
+    }
+    return own;
+}
+
+void OutgoingStream::moveLag(Outlet& outlet) {
+    if (!newestOnly()) {
+        return;
+    }
+    std::uint64_t position = 0;
+    std::uint64_t own = 0;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (!outlet.joined || outlet.joining || outlet.overrun ||
+            (outlet.backlog.empty() && !isLate(outlet))) {
+            return;
+        }
+        position = stream_.end();
+        own = listPending(outlet);
+        outlet.writing = true;
+    }
+    for (const iovec& piece : pending_) {
+        outlet.backlog.add(
+            classify_, {static_cast<const std::byte*>(piece.iov_base), piece.iov_len});
+    }
+    const std::scoped_lock lock(mutex_);
+    outlet.writing = false;
+    if (outlet.leaving) {
+        leaveLocked(outlet);
+        return;
+    }
+    outlet.position = position;
+    outlet.own.trim(own);
+    while (!outlet.runs.empty() && outlet.runs.front().end <= own) {
+        outlet.runs.pop_front();
+    }
+    outlet.backlogCounts = outlet.backlog.counts();
+}
+
 OutgoingStream::Batch OutgoingStream::gather(Outlet& outlet, iovec* pieces, std::size_t most) {
     const std::scoped_lock lock(mutex_);
     Batch batch;
     batch.overrun = outlet.overrun;
     if (!outlet.joined || outlet.overrun || outlet.blocked) {
+        return batch;
+    }
+    if (!outlet.backlog.empty() && most > 0) {
+        const std::span<std::byte> next = outlet.backlog.next();
+        pieces[0] = {next.data(), next.size()};
+        batch.pieces = 1;
+        batch.bytes = next.size();
+        batch.backlog = true;
+        outlet.writing = true;
         return batch;
     }
     std::uint64_t own = outlet.own.begin();
@@ -140,19 +229,29 @@ OutgoingStream::Batch OutgoingStream::gather(Outlet& outlet, iovec* pieces, std:
         add(stream_, position, stream_.end());
     }
     outlet.writing = batch.pieces > 0;
+    outlet.stuck = outlet.stuck && outlet.writing;
     return batch;
 }
 
 void OutgoingStream::advance(Outlet& outlet, std::size_t bytes, bool blocked) {
+    const bool fromBacklog = !outlet.backlog.empty();
+    if (fromBacklog) {
+        outlet.backlog.advance(bytes);
+    }
     const std::scoped_lock lock(mutex_);
     outlet.writing = false;
     outlet.blocked = blocked;
+    outlet.stuck = outlet.stuck || blocked;
     outlet.bytesOut += bytes;
     if (outlet.leaving) {
         leaveLocked(outlet);
         return;
     }
     std::uint64_t left = bytes;
+    if (fromBacklog) {
+        outlet.backlogCounts = outlet.backlog.counts();
+        left = 0;
+    }
     while (left > 0) { // in the order in which gather() listed them
         if (outlet.runs.empty()) {
             outlet.position += left;
@@ -219,10 +318,11 @@ OutgoingStream::Counts OutgoingStream::counts(const Outlet& outlet) const {
     Counts counts;
     counts.bytesOut = outlet.bytesOut;
     counts.frames = outlet.framesOwn;
+    counts.framesLeftOut = outlet.backlogCounts.leftOut;
     if (outlet.joined) {
         counts.frames += frames_ - outlet.framesBefore;
-        counts.bytesWaiting =
-            stream_.end() - outlet.position + outlet.own.end() - outlet.own.begin();
+        counts.bytesWaiting = stream_.end() - outlet.position + outlet.own.end() -
+                              outlet.own.begin() + outlet.backlogCounts.waiting;
     }
     return counts;
 }
@@ -230,14 +330,15 @@ OutgoingStream::Counts OutgoingStream::counts(const Outlet& outlet) const {
 bool OutgoingStream::isDrained(const Outlet& outlet) const {
     const std::scoped_lock lock(mutex_);
     return !outlet.joined || outlet.overrun ||
-           (outlet.runs.empty() && outlet.position == stream_.end());
+           (outlet.runs.empty() && outlet.position == stream_.end() &&
+            outlet.backlogCounts.waiting == 0);
 }
 
 std::size_t OutgoingStream::bytesKept() const {
     const std::scoped_lock lock(mutex_);
     std::size_t bytes = stream_.bytesKept();
     for (const Outlet* outlet : outlets_) {
-        bytes += outlet->own.bytesKept();
+        bytes += outlet->own.bytesKept() + outlet->backlogCounts.kept;
     }
     return bytes;
 }

@@ -65,7 +65,7 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
     for (BackendOption::Choice& choice : choices) {
         if (choice.kind == "client") {
             // The tool changes its world on one thread only, so servers are served on it as well.
-            choice.params += " deferred=yes followEnabled=yes";
+            choice.params = "newestOnly=yes " + choice.params + " deferred=yes followEnabled=yes";
             remote = true;
         }
     }
