@@ -1,7 +1,6 @@
 // What events look like on the wire, and what the decoder makes of everything else.
 #include <Corvid/Event.h>
 #include <Corvid/EventType.h>
-#include <Corvid/Receiver.h>
 #include <Corvid/Sender.h>
 
 #include <gtest/gtest.h>
@@ -58,17 +57,11 @@ Bytes encoded(Event& event) {
     return frame;
 }
 
-/// Hands out one frame, and counts those that it is sent.
-class Line : public Receiver, public Sender {
+/// Counts the frames that it is sent.
+class Line : public Sender {
 public:
-    bool receiveFrame(std::span<const std::byte>& frame) override {
-        frame = next;
-        return !next.empty();
-    }
-    void refuseFrame(const std::string& reason) override { refused = reason; }
     bool sendFrame(const std::byte* /*frame*/, std::size_t /*size*/) override { return ++sent > 0; }
     void refuseEvent(const std::string& reason) override { refused = reason; }
-    Bytes next;
     std::string refused;
     int sent = 0;
 };
@@ -148,18 +141,6 @@ TEST(Event, IsNotSentWhenItIsLargerThanAFrame) {
         EXPECT_EQ(line.refused, fits ? "" : "EveryField is larger than 64 MiB and is not sent");
     }
     EXPECT_EQ(line.sent, 1);
-}
-
-TEST(Event, ReceivingTellsTheReceiverWhatItRefuses) {
-    EveryField event;
-    for (const Bytes& frame : {Bytes(), Bytes(9), encoded(event)}) {
-        Line line;
-        line.next = frame;
-        Event* result = &event;
-        EXPECT_EQ(Event::receive(&line, result), frame.size() > 9);
-        EXPECT_EQ(line.refused.empty(), frame.size() != 9) << "a lost connection sent nothing";
-        delete result;
-    }
 }
 
 } // namespace Corvid
