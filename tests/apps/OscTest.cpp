@@ -21,6 +21,7 @@
 #include <support/Loopback.h>
 #include <support/RecordingBackend.h>
 #include <support/WorldText.h>
+#include <thread>
 #include <vector>
 
 using namespace OrvelTool;
@@ -282,6 +283,19 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     inbox.add(bundle(0, {deep}), at(300));
     EXPECT_EQ(take(), Calls{"/deep"});
     EXPECT_EQ(std::exchange(faults, {}).size(), 1);
+    // What is left for later stays in order.
+    int left = 0;
+    const auto stop = [&left] { return left-- <= 0; };
+    for (const char* path : {"/1", "/2"}) {
+        inbox.add(bundle(0, {one(path), one(path)}), at(300), stop);
+        inbox.add(one("/3"), at(300), stop);
+    }
+    EXPECT_EQ(take(), Calls{});
+    left = 4;
+    EXPECT_FALSE(inbox.advance(at(300), stop));
+    EXPECT_EQ(take(), (Calls{"/1", "/1", "/3", "/2"}));
+    EXPECT_TRUE(inbox.advance(at(300)));
+    EXPECT_EQ(take(), (Calls{"/2", "/3"}));
     // There is an end to what waits.
     const std::vector<Bytes> hundred(100, one("/later"));
     for (std::size_t i = 0; i <= OscInbox::kMostMessages / 100; ++i) {
@@ -340,7 +354,11 @@ TEST(OscStream, FindsPacketsHoweverTheyArrive) {
 TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
     OutputCapture told(STDERR_FILENO);
     int applied = 0;
-    OscServer server(world, {}, [&](Orvel::CommandEvent&) { ++applied; });
+    std::chrono::milliseconds pause{0};
+    OscServer server(world, {}, [&](Orvel::CommandEvent&) {
+        ++applied;
+        std::this_thread::sleep_for(pause);
+    });
     ASSERT_TRUE(server.open());
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -363,15 +381,17 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
         [&] { return applied == kMessages; },
         [&] {
             const ssize_t done =
-                ::send(sockets[1], many.data() + sent, many.size() - sent, MSG_NOSIGNAL);
+                ::send(sockets.back(), many.data() + sent, many.size() - sent, MSG_NOSIGNAL);
             sent += done > 0 ? static_cast<std::size_t>(done) : 0;
             server.serve(1ms);
         }));
     const Bytes stranger(100, std::byte{'G'}); // "GET / HTTP/1.1" would be one
-    EXPECT_EQ(::send(sockets[0], stranger.data(), 100, MSG_NOSIGNAL), 100);
+    EXPECT_EQ(::send(sockets[2], stranger.data(), 100, MSG_NOSIGNAL), 100);
     char byte = 0;
-    EXPECT_TRUE(
-        until([&] { return ::recv(sockets[0], &byte, 1, 0) == 0; }, [&] { server.serve(1ms); }));
+    for (const int i : {0, 1, 2}) { // two have given way, and one is a stranger
+        EXPECT_TRUE(until(
+            [&] { return ::recv(sockets[i], &byte, 1, 0) == 0; }, [&] { server.serve(1ms); }));
+    }
     const int datagrams = ::socket(AF_INET, SOCK_DGRAM, 0);
     for (int i = 0; i < 100; ++i) {
         ::sendto(datagrams, &byte, 1, 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
@@ -380,9 +400,25 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
         [&] { return server.summary() == "OSC: 20100 messages, 103 wrong"; },
         [&] { server.serve(1ms); }))
         << server.summary();
+    // However long each message takes, others get their turn.
+    for (const Bytes& packet :
+         {bundle(0, std::vector<Bytes>(100, message("/adm/obj/11/y", {1}))),
+          message("/adm/obj/11/y", {1})}) {
+        for (int i = 0; i < (packet.size() > 1000 ? 1 : 100); ++i) {
+            ::sendto(
+                datagrams, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr*>(&address),
+                sizeof address);
+        }
+        pause = 1ms;
+        const int before = applied;
+        EXPECT_TRUE(until([&] { return applied > before; }, [&] { server.serve(1ms); }));
+        EXPECT_LT(applied, before + 50);
+        pause = 0ms;
+        EXPECT_TRUE(until([&] { return applied == before + 100; }, [&] { server.serve(1ms); }));
+    }
     const std::string text = told.take();
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), OscServer::kMostLines + 1) << text;
-    EXPECT_NE(text.find("turned away"), std::string::npos) << text;
+    EXPECT_NE(text.find("gives way to"), std::string::npos) << text;
     EXPECT_NE(text.find("no packets of at most 64 KiB"), std::string::npos) << text;
     for (const int socket : sockets) {
         ::close(socket);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <endian.h>
+#include <iterator>
 
 namespace OrvelTool {
 
@@ -40,14 +41,26 @@ OscInbox::Clock::time_point timeOf(std::uint64_t tag) {
 OscInbox::OscInbox(Take take, Complain complain)
     : take_(std::move(take)), complain_(std::move(complain)) {}
 
-void OscInbox::add(std::span<const std::byte> packet, Clock::time_point now) {
-    advance(now);
+void OscInbox::add(std::span<const std::byte> packet, Clock::time_point now, const Stop& stop) {
+    const bool inTime = advance(now, stop);
+    // Behind everything that was left for later.
+    const auto after = waiting_.upper_bound({now, UINT64_MAX});
+    const auto least =
+        after == waiting_.begin() ? Clock::time_point() : std::prev(after)->first.first;
     if (isBundle(packet)) {
-        addBundle(packet, {}, 1, now);
-        advance(now);
-    } else {
+        addBundle(packet, least, 1, now);
+        advance(now, stop);
+    } else if (inTime) {
         take_(packet);
+    } else {
+        addMessage(packet, least);
     }
+}
+
+void OscInbox::addMessage(std::span<const std::byte> message, Clock::time_point time) {
+    waiting_.emplace(
+        std::pair(time, count_++), std::vector<std::byte>(message.begin(), message.end()));
+    bytes_ += message.size();
 }
 
 void OscInbox::addBundle(
@@ -74,19 +87,21 @@ void OscInbox::addBundle(
             complain_("a message for later, while too many wait already");
         } else {
             // Those that are due take the same way, to keep the order of one bundle's times.
-            waiting_.emplace(
-                std::pair(time, count_++), std::vector<std::byte>(element.begin(), element.end()));
-            bytes_ += size;
+            addMessage(element, time);
         }
     }
 }
 
-void OscInbox::advance(Clock::time_point now) {
+bool OscInbox::advance(Clock::time_point now, const Stop& stop) {
     while (!waiting_.empty() && waiting_.begin()->first.first <= now) {
+        if (stop && stop()) {
+            return false;
+        }
         const auto message = waiting_.extract(waiting_.begin());
         bytes_ -= message.mapped().size();
         take_(message.mapped());
     }
+    return true;
 }
 
 std::optional<OscInbox::Clock::time_point> OscInbox::next() const {

@@ -23,6 +23,9 @@ public:
     using Take = std::function<void(std::span<const std::byte>)>;
     /// Is told in a few words of what makes no sense.
     using Complain = std::function<void(const std::string&)>;
+    /// Whether to leave the rest for later; asked between two messages. One may take long: it can
+    /// be for all emitters.
+    using Stop = std::function<bool()>;
 
     /// What waits for its time at most.
     static constexpr std::size_t kMostMessages = 10'000;
@@ -32,17 +35,19 @@ public:
 
     OscInbox(Take take, Complain complain);
 
-    /// Takes a packet, a message or a bundle.
-    void add(std::span<const std::byte> packet, Clock::time_point now);
-    /// Gives what is due.
-    void advance(Clock::time_point now);
-    /// When the next message that waits is due; nothing if none waits.
+    /// Takes a packet, a message or a bundle, and gives what is due until it is stopped.
+    void add(std::span<const std::byte> packet, Clock::time_point now, const Stop& stop = {});
+    /// Gives what is due. False if it was stopped before the end.
+    bool advance(Clock::time_point now, const Stop& stop = {});
+    /// When the next message that waits is due, in the past if it was left for later; nothing if
+    /// none waits.
     [[nodiscard]] std::optional<Clock::time_point> next() const;
 
 private:
     void addBundle(
         std::span<const std::byte> bundle, Clock::time_point least, int depth,
         Clock::time_point now);
+    void addMessage(std::span<const std::byte> message, Clock::time_point time);
 
     Take take_;
     Complain complain_;

@@ -102,10 +102,19 @@ bool OscServer::addToPoller(int socket) const {
 }
 
 OscServer::Clock::time_point OscServer::next() const {
+    if (isAnyBehind()) {
+        return Clock::time_point::min();
+    }
     const auto due = inbox_.next();
     return due ? Clock::now() +
                      std::chrono::duration_cast<Clock::duration>(*due - OscInbox::Clock::now())
                : Clock::time_point::max();
+}
+
+bool OscServer::isAnyBehind() const {
+    return std::any_of(connections_.begin(), connections_.end(), [](const Connection& connection) {
+        return connection.behind;
+    });
 }
 
 void OscServer::wait(Clock::time_point until) const {
@@ -120,19 +129,25 @@ void OscServer::wait(Clock::time_point until) const {
 
 void OscServer::serve(Clock::duration atMost) {
     const auto end = Clock::now() + atMost;
-    inbox_.advance(OscInbox::Clock::now());
+    const auto stop = [end] { return Clock::now() >= end; };
     accept();
-    readDatagrams(end);
+    // What is due comes before what has arrived after it.
+    if (!inbox_.advance(OscInbox::Clock::now(), stop)) {
+        return;
+    }
+    readDatagrams(stop);
     bool more = true;
-    while (more && Clock::now() < end) {
+    while (more && !stop()) {
         more = false;
+        // Each time another one first, so that none takes all the time.
+        if (!connections_.empty()) {
+            connections_.splice(connections_.end(), connections_, connections_.begin());
+        }
         for (auto entry = connections_.begin(); entry != connections_.end();) {
-            errno = 0;
-            if (!read(*entry)) {
+            if (!read(*entry, stop, more)) {
                 close(entry->socket);
                 entry = connections_.erase(entry);
             } else {
-                more = more || errno != EAGAIN;
                 ++entry;
             }
         }
@@ -149,11 +164,15 @@ void OscServer::accept() {
             return;
         }
         if (connections_.size() >= kMostConnections) {
+            const auto idlest = std::min_element(
+                connections_.begin(), connections_.end(),
+                [](const Connection& a, const Connection& b) { return a.heard < b.heard; });
             tell(
-                nameOf(address) + " is turned away; there are " + std::to_string(kMostConnections) +
-                " connections already");
-            close(socket);
-            continue;
+                idlest->peer + " has been silent for longest of " +
+                std::to_string(kMostConnections) + " connections, and gives way to " +
+                nameOf(address));
+            close(idlest->socket);
+            connections_.erase(idlest);
         }
         // So that a peer that is gone without a word does not keep its place.
         const int on = 1;
@@ -169,33 +188,49 @@ void OscServer::accept() {
     }
 }
 
-bool OscServer::read(Connection& connection) {
-    const ssize_t got = recv(connection.socket, buffer_.data(), buffer_.size(), 0);
-    if (got <= 0) {
-        return got < 0 && (errno == EAGAIN || errno == EINTR);
+bool OscServer::read(Connection& connection, const OscInbox::Stop& stop, bool& more) {
+    const auto takeWhole = [&] {
+        const auto now = OscInbox::Clock::now();
+        connection.behind = false;
+        for (std::span<const std::byte> packet; connection.stream.next(packet);) {
+            inbox_.add(packet, now, stop);
+            if (stop()) {
+                connection.behind = true; // there may be more
+                return;
+            }
+        }
+    };
+    if (stop()) {
+        return true;
     }
-    connection.stream.feed({buffer_.data(), static_cast<std::size_t>(got)});
-    const auto now = OscInbox::Clock::now();
-    for (std::span<const std::byte> packet; connection.stream.next(packet);) {
-        inbox_.add(packet, now);
+    takeWhole();
+    if (!connection.behind) {
+        const ssize_t got = recv(connection.socket, buffer_.data(), buffer_.size(), 0);
+        if (got <= 0) {
+            return got < 0 && (errno == EAGAIN || errno == EINTR);
+        }
+        more = true;
+        connection.heard = Clock::now();
+        connection.stream.feed({buffer_.data(), static_cast<std::size_t>(got)});
+        takeWhole();
     }
     if (connection.stream.broken()) {
         tell(connection.peer + " sends no packets of at most 64 KiB; its connection is closed");
     }
-    errno = 0;
     return !connection.stream.broken();
 }
 
-void OscServer::readDatagrams(Clock::time_point end) {
+void OscServer::readDatagrams(const OscInbox::Stop& stop) {
     do {
-        for (int i = 0; i < kDatagramsInARow; ++i) {
+        for (int i = 0; i < kDatagramsInARow && !stop(); ++i) {
             const ssize_t got = recv(udp_, buffer_.data(), buffer_.size(), 0);
             if (got < 0) {
                 return;
             }
-            inbox_.add({buffer_.data(), static_cast<std::size_t>(got)}, OscInbox::Clock::now());
+            inbox_.add(
+                {buffer_.data(), static_cast<std::size_t>(got)}, OscInbox::Clock::now(), stop);
         }
-    } while (connections_.empty() && Clock::now() < end);
+    } while (connections_.empty() && !stop());
 }
 
 void OscServer::take(std::span<const std::byte> packet) {

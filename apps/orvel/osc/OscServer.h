@@ -58,14 +58,17 @@ private:
         int socket = -1;
         std::string peer;
         OscStream stream;
+        Clock::time_point heard = Clock::now();
+        bool behind = false; ///< whole packets may be left in the stream
     };
 
     bool listen(unsigned short port);
     [[nodiscard]] bool addToPoller(int socket) const;
     void accept();
-    /// False when the connection has ended.
-    bool read(Connection& connection);
-    void readDatagrams(Clock::time_point end);
+    /// False when the connection has ended. Sets `more` if something has come.
+    bool read(Connection& connection, const OscInbox::Stop& stop, bool& more);
+    void readDatagrams(const OscInbox::Stop& stop);
+    [[nodiscard]] bool isAnyBehind() const;
     void take(std::span<const std::byte> packet);
     void tell(const std::string& fault);
 
