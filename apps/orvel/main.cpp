@@ -11,6 +11,7 @@
 #include "commands/ServersCommand.h"
 #include "player/Kinds.h"
 #include "process/OutputFile.h"
+#include "process/VisibleText.h"
 
 #include <Orvel/Version.h>
 
@@ -80,6 +81,9 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // Everything that the tool prints goes through here.
+    const VisibleOutput out(std::cout);
+    const VisibleOutput err(std::cerr);
     int code = kFailure;
     try {
         code = run(argc, argv);

@@ -42,7 +42,7 @@ int DoctorCommand::run() {
     }
     if (json_) {
         using Json = nlohmann::ordered_json;
-        std::cout << toJson(findings).dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+        std::cout << toJson(findings).dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
     } else {
         writeFindings(std::cout, findings);
     }

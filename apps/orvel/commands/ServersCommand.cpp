@@ -123,7 +123,7 @@ void ServersCommand::writeJson(const Servers& servers, const Corvid::MultiClient
         entry["error"] = interface.error.empty() ? Json(nullptr) : Json(interface.error);
         json["searched"].push_back(std::move(entry));
     }
-    std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    std::cout << json.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
 }
 
 void ServersCommand::explainSilence(const Corvid::MultiClient& client) const {

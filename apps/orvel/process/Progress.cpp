@@ -1,15 +1,16 @@
 #include "process/Progress.h"
 
+#include "process/VisibleText.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <unistd.h>
-#include <utility>
 
 namespace OrvelTool {
 
-Progress::Progress(std::string what)
-    : what_(std::move(what)), terminal_(isatty(STDERR_FILENO) == 1),
+Progress::Progress(const std::string& what)
+    : what_(visible(what)), terminal_(isatty(STDERR_FILENO) == 1),
       nextDrawing_(Clock::now() + std::chrono::seconds(1)) {}
 
 Progress::~Progress() {

@@ -9,7 +9,7 @@ namespace OrvelTool {
 /// has taken longer than a second. Confined to one thread at a time.
 class Progress {
 public:
-    explicit Progress(std::string what);
+    explicit Progress(const std::string& what);
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
     /// Takes the bar away.

@@ -1,5 +1,6 @@
 #include "scene/SceneFile.h"
 
+#include "process/VisibleText.h"
 #include "scene/ObjectReader.h"
 
 #include <Corvid/URL.h>
@@ -690,7 +691,7 @@ std::string Problem::str() const {
     if (!field.empty()) {
         result += ": " + field;
     }
-    return result + ": " + text;
+    return visible(result + ": " + text);
 }
 
 std::string soundFileFault(const std::string& path) {
