@@ -5,6 +5,7 @@
 #include "capture/CaptureWriter.h"
 #include "network/SoundServer.h"
 #include "player/Kinds.h"
+#include "process/VisibleText.h"
 #include "render/OfflineRenderer.h"
 
 #include <Corvid/Communicator.h>
@@ -17,6 +18,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -285,6 +287,21 @@ TEST_F(Captures, DamageEndsThePlayAndIsToldOnce) {
     }
 }
 
+TEST(VisibleText, LetsNoControlCharacterThrough) {
+    std::ostringstream out;
+    {
+        const VisibleOutput filter(out);
+        out << "\x1b[2J\r\t"
+            << "\xC2\x9B\x9B\x7F"
+            << "\xE2\x80\xAE"
+            << "h\u00F6rt \u2026\n"
+            << '\a';
+    }
+    EXPECT_EQ(
+        out.str(), "\\x1b[2J\\x0d\t\\xc2\\x9b\\x9b\\x7f\\xe2\\x80\\xaeh\u00F6rt \u2026\n\\x07");
+    EXPECT_EQ(visible("a\nb\t"), "a\\nb\\x09");
+}
+
 TEST_F(Captures, AnHourOfAThousandMovementsASecondStaysBelow200Megabytes) {
     CaptureWriter writer(path, "", "");
     Orvel::TransformEvent event;
@@ -298,4 +315,20 @@ TEST_F(Captures, AnHourOfAThousandMovementsASecondStaysBelow200Megabytes) {
     // A millisecond takes one byte more than the short times of this loop.
     EXPECT_LT((static_cast<double>(bytes().size()) / kEvents + 1) * 3.6e6, 200e6);
     EXPECT_THROW(CaptureWriter(path, "", ""), std::exception); // replaces nothing
+    const std::string small = folder.file("small.orvelrec");
+    CaptureWriter limited(small, "", "", 4000);
+    for (std::size_t i = 0; i < kEvents; ++i) {
+        limited.received(event, "127.0.0.1:65535");
+    }
+    EXPECT_FALSE(limited.finish());
+    std::string fault;
+    const auto reader = CaptureReader::open(small, fault);
+    std::size_t events = 0;
+    for (CaptureReader::Record record; reader->next(record);) {
+        events += record.kind == CaptureReader::Kind::Event ? 1 : 0;
+    }
+    EXPECT_FALSE(reader->damaged());
+    EXPECT_EQ(events, limited.events());
+    EXPECT_GT(reader->offset(), 3000);
+    EXPECT_LE(std::filesystem::file_size(small), 4000);
 }

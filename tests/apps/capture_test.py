@@ -1,11 +1,15 @@
 """Recording a live session and playing it again, as a user does:
 capture_test.py TOOL COMPARE DOCS [unittest arguments]."""
 
+import functools
+import http.server
 import os
 import re
 import signal
+import socket
 import subprocess
 import sys
+import threading
 import unittest
 import wave
 
@@ -33,7 +37,7 @@ class Capture(RemoteCase):
         self.assertEqual(second.wait(DEADLINE), 0)
         first.kill()  # what it has made goes when that is noticed
         self.wait_for_text("record.log", "is gone", 2)
-        self.end(recorder, "record.log", signal.SIGINT)
+        self.end(recorder, "record.log", signal.SIGHUP)
         self.assertRegex(self.read("record.log"), r"s\.orvelrec: \d\.\d\d s, \d\d events")
         os.remove(self.path(bank))  # the capture has its own copy
         for name in ("once.wav", "twice.wav"):
@@ -52,23 +56,62 @@ class Capture(RemoteCase):
         self.assertEqual(os.stat(self.path("s.orvelrec")).st_size, before)
 
     def test_a_recorder_that_is_killed_leaves_what_it_had(self):
-        with wave.open(self.path("bell.wav"), "wb") as file:
+        bell = "be\u009bll.wav"  # with a control character
+        with wave.open(self.path(bell), "wb") as file:
             file.setparams((1, 2, 8000, 0, "NONE", ""))
             file.writeframes(bytes(1600))
+        asked = []
+
+        class Web(http.server.SimpleHTTPRequestHandler):
+            def log_message(self, *_):
+                asked.append(self.path)
+
+        web = http.server.ThreadingHTTPServer(
+            ("127.0.0.1", 0), functools.partial(Web, directory=self.folder))
+        self.addCleanup(web.server_close)
+        self.addCleanup(web.shutdown)
+        threading.Thread(target=web.serve_forever, daemon=True).start()
+        url = f"http://127.0.0.1:{web.server_port}/be%C2%9Bll.wav"
         bank = self.scene(changed(LEFT, sources=[
-            *LEFT["sources"], {"id": 2, "file": "bell.wav"}]), "bank.json")
-        recorder = self.record("--scene", bank)
+            *LEFT["sources"], {"id": 2, "file": bell}, {"id": 3, "url": url}]), "bank.json")
+        recorder = self.record("--scene", bank, "--render", "live.wav")
         player = self.play("play.log", self.scene(changed(LEFT, duration=0.5)))
         self.assertEqual(player.wait(DEADLINE), 0)
         self.wait_for_text("record.log", "is gone")
+        self.wait_for(lambda: any(channels(self.path("live.wav"))[0]), "sound in live.wav")
         recorder.kill()
         recorder.wait()
-        os.remove(self.path("bell.wav"))
+        self.assertTrue(any(channels(self.path("live.wav"))[0]))
+        os.remove(self.path(bell))
         err = self.run_tool("play", "s.orvelrec", "--backend", "silent", code=1)[1]
-        self.assertRegex(err, r"bank\.json:\d+: sources\[1\]\.file: .*bell\.wav.*does not exist")
+        self.assertRegex(err, r"bank\.json:\d+: sources\[1\]\.file: .*be\\xc2\\x9bll\.wav.*does not exist")
         self.assertEqual(err.count("is cut"), 1)
+        # A capture comes from anybody, and this machine asks nobody because of it.
         self.run_tool("render", "s.orvelrec", "o.wav", code=1)
         self.assertTrue(any(channels(self.path("o.wav"))[0]))
+        self.assertIn("unless --fetch is given", err)
+        self.assertEqual(len(asked), 1)
+        self.run_tool("render", "--fetch", "s.orvelrec", "o.wav", code=1)
+        self.assertGreater(len(asked), 1)
+
+    def test_a_recording_ends_before_the_disk_is_full(self):
+        alone = ["unshare", "-rm", "sh", "-c"]
+        if subprocess.run([*alone, "mount -t tmpfs none /tmp"], check=False).returncode != 0:
+            self.skipTest("no namespaces here")
+        os.mkdir(self.path("disk"))
+        recorder = self.background(
+            "record.log", "record", "disk/s.orvelrec", "--osc", "0", "--port", self.port,
+            *self.here, prefix=[*alone, """mount -t tmpfs -o size=8m none disk &&
+                head -c 7m /dev/zero > disk/other && { "$@";
+                "$1" play disk/s.orvelrec --backend silent && df --output=avail disk; }""", "sh"])
+        self.wait_for_text("record.log", "orvel: serving")
+        osc = re.search(r"Control at 127\.0\.0\.1:(\d+)", self.read("record.log"))[1]
+        message = b"/orvel/enabled\0\0,i\0\0\0\0\0\1"
+        with socket.create_connection(("127.0.0.1", int(osc))) as sender:
+            sender.sendall((len(message).to_bytes(4, "big") + message) * 100000)
+        self.assertEqual(recorder.wait(DEADLINE), 0, self.read("record.log"))
+        self.assertRegex(self.read("record.log"), r"disk is almost full; the recording ends here "
+                         r"and can be played\n(?s:.*) events; not all.*\nAvail\n +[1-9]\d+\n$")
 
     def test_the_commands_of_the_documentation_work(self):
         self.scene(LEFT)

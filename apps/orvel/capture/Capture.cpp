@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace OrvelTool {
@@ -29,9 +30,34 @@ std::string scenePath(const CaptureReader& reader, const std::string& capture) {
                : (std::filesystem::path(capture).parent_path() / scene.filename()).string();
 }
 
+using Urls = std::pair<std::size_t, std::string>;
+
+/// Takes the sounds by URL out of a scene; gives how many there were, and the first.
+Urls takeUrls(Scene& scene) {
+    Urls urls;
+    const auto take = [&urls](Sound& sound) {
+        if (const auto* url = std::get_if<SoundUrl>(&sound)) {
+            if (urls.first++ == 0) {
+                urls.second = url->text;
+            }
+            sound = {};
+        }
+    };
+    for (SourceSpec& source : scene.sources) {
+        take(source.sound);
+    }
+    for (Change& change : scene.timeline) {
+        take(change.sound);
+        if (change.newSource) {
+            take(change.newSource->sound);
+        }
+    }
+    return urls;
+}
+
 } // namespace
 
-std::unique_ptr<const Capture> Capture::load(const std::string& path) {
+std::unique_ptr<const Capture> Capture::load(const std::string& path, bool fetch) {
     std::string fault;
     const auto reader = CaptureReader::open(path, fault);
     if (reader == nullptr) {
@@ -44,6 +70,15 @@ std::unique_ptr<const Capture> Capture::load(const std::string& path) {
         auto scene = parseScene(reader->sceneText(), scenePath(*reader, path), problems);
         if (scene) {
             capture->bank_.scene = std::move(*scene);
+            if (const auto [count, first] = fetch ? Urls() : takeUrls(capture->bank_.scene);
+                count > 0) {
+                capture->incomplete_ = true;
+                complain(
+                    path + ": names " + std::to_string(count) +
+                    (count == 1 ? " sound by URL (" : " sounds by URL (the first is ") + first +
+                    "). Nothing is fetched because of a capture unless --fetch is given; what "
+                    "plays them stays silent");
+            }
             capture->bank_.sounds.load(capture->bank_.scene, problems);
         }
         for (const Problem& problem : problems) {
@@ -82,9 +117,9 @@ std::size_t Capture::emitters() const {
     return kMostEmitters;
 }
 
-std::unique_ptr<const Playable> loadPlayable(const std::string& path) {
+std::unique_ptr<const Playable> loadPlayable(const std::string& path, bool fetch) {
     if (CaptureReader::isCapture(path)) {
-        return Capture::load(path);
+        return Capture::load(path, fetch);
     }
     auto scene = loadScene(path);
     return scene == nullptr ? nullptr : std::make_unique<ScenePlayable>(std::move(scene));

@@ -12,8 +12,11 @@ namespace OrvelTool {
 class Capture : public Playable {
 public:
     /// Opens a capture and decodes its sounds; what cannot be had is written to standard error, and
-    /// so is where the file is cut. Null, with a message, if nothing can be played.
-    [[nodiscard]] static std::unique_ptr<const Capture> load(const std::string& path);
+    /// so is where the file is cut. Sounds by URL stay silent, with a message, without `fetch`: it
+    /// is for captures from people that the user trusts. Null, with a message, if nothing can be
+    /// played.
+    [[nodiscard]] static std::unique_ptr<const Capture>
+    load(const std::string& path, bool fetch = false);
 
     [[nodiscard]] std::unique_ptr<Stage> makeStage(LibraryMessages& messages) const override;
     [[nodiscard]] std::unique_ptr<Player> makePlayer(Stage& stage) const override;
@@ -30,7 +33,7 @@ private:
 };
 
 /// Loads what `play` and `render` take, a scene or a capture, whichever the file is. Null, with
-/// messages, if it cannot be played.
-std::unique_ptr<const Playable> loadPlayable(const std::string& path);
+/// messages, if it cannot be played. `fetch` is for captures, see there.
+std::unique_ptr<const Playable> loadPlayable(const std::string& path, bool fetch);
 
 } // namespace OrvelTool

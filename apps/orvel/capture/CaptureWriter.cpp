@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/statvfs.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -21,6 +22,8 @@ using Microseconds = std::chrono::microseconds;
 
 constexpr std::size_t kMostWaiting = std::size_t{256} << 10U;
 constexpr std::size_t kFrameLengthBytes = 4;
+constexpr std::uint64_t kCheckedBytes = std::uint64_t{64} << 10U; // between two looks at the disk
+constexpr std::uint64_t kMinFreePart = 20;                        // of the disk
 
 std::string reason(int error) {
     return std::generic_category().message(error);
@@ -29,8 +32,10 @@ std::string reason(int error) {
 } // namespace
 
 CaptureWriter::CaptureWriter(
-    const std::string& path, const std::string& scenePath, const std::string& sceneText)
-    : path_(path), descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)) {
+    const std::string& path, const std::string& scenePath, const std::string& sceneText,
+    std::uint64_t maxBytes)
+    : path_(path), maxBytes_(maxBytes),
+      descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)) {
     if (descriptor_ < 0) {
         const int error = errno;
         throw OutputError(
@@ -49,6 +54,14 @@ CaptureWriter::CaptureWriter(
     put(waiting_, static_cast<std::uint32_t>(sceneText.size()));
     waiting_ += scenePath + sceneText;
     put(waiting_, sum(waiting_.data(), waiting_.size()));
+    const bool fits = waiting_.size() + kEndMarkBytes <= maxBytes_;
+    if (!fits || !diskHasRoom()) {
+        close(descriptor_);
+        unlink(path_.c_str());
+        throw OutputError(
+            "cannot record to " + path + ": " +
+            (fits ? "the disk is almost full" : "--max-size has no room for the scene"));
+    }
     flush();
 }
 
@@ -63,11 +76,16 @@ std::uint64_t CaptureWriter::now() const {
 }
 
 double CaptureWriter::seconds() const {
-    return static_cast<double>(std::max(last_, now())) / 1e6;
+    return static_cast<double>(ended_ ? last_ : std::max(last_, now())) / 1e6;
 }
 
 void CaptureWriter::record(std::uint64_t what, const void* data, std::size_t size) {
-    if (failed_) {
+    if (ended_) {
+        return;
+    }
+    constexpr std::uint64_t kMostHeadBytes = 3 * kMostVarintBytes + kSumBytes;
+    if (written_ + waiting_.size() + kMostHeadBytes + size + kEndMarkBytes > maxBytes_) {
+        endWithMark("--max-size is reached");
         return;
     }
     const std::uint64_t time = now();
@@ -111,7 +129,7 @@ void CaptureWriter::received(Corvid::Event& event, const std::string& client) {
     record(
         number << kKindBits | kEvent, frame_.data() + kFrameLengthBytes,
         frame_.size() - kFrameLengthBytes);
-    ++events_;
+    events_ += ended_ ? 0 : 1;
 }
 
 void CaptureWriter::lost(const std::string& client) {
@@ -121,31 +139,76 @@ void CaptureWriter::lost(const std::string& client) {
     }
 }
 
-void CaptureWriter::flush() {
+bool CaptureWriter::diskHasRoom() const {
+    struct statvfs disk {};
+    if (fstatvfs(descriptor_, &disk) != 0 || disk.f_blocks == 0) {
+        return true; // writing will show it
+    }
+    const std::uint64_t block = disk.f_frsize;
+    return disk.f_bavail * block >= std::min(kMinFreeBytes, disk.f_blocks * block / kMinFreePart);
+}
+
+int CaptureWriter::writeWaiting() {
+    int error = 0;
     std::size_t done = 0;
-    while (!failed_ && done < waiting_.size()) {
+    while (error == 0 && done < waiting_.size()) {
         const ssize_t written = write(descriptor_, waiting_.data() + done, waiting_.size() - done);
         if (written >= 0) {
             done += static_cast<std::size_t>(written);
         } else if (errno != EINTR) {
-            failed_ = true;
-            complain(
-                "cannot record to " + path_ + ": " + reason(errno) +
-                "; the recording ends here and can be played, and the server goes on");
+            error = errno;
         }
     }
+    written_ += done;
     waiting_.clear();
+    return error;
 }
 
-bool CaptureWriter::finish() {
+void CaptureWriter::end(const std::string& why) {
+    ended_ = true;
+    complain(
+        "cannot record any more to " + path_ + ": " + why +
+        "; the recording ends here and can be played");
+}
+
+void CaptureWriter::endWithMark(const std::string& why) {
     last_ = std::max(last_, now());
+    putEndMark();
+    writeWaiting(); // without the mark, the file plays as well
+    end(why);
+}
+
+void CaptureWriter::putEndMark() {
     const std::size_t begin = waiting_.size();
     put(waiting_, std::uint8_t{0});
     put(waiting_, last_);
     put(waiting_, records_);
     put(waiting_, sum(waiting_.data() + begin, waiting_.size() - begin));
-    flush();
-    return !failed_ && (fsync(descriptor_) == 0 || errno == EINVAL); // which is no file's
+}
+
+void CaptureWriter::flush() {
+    unchecked_ += waiting_.size();
+    if (unchecked_ >= kCheckedBytes) {
+        unchecked_ = 0;
+        if (!diskHasRoom()) {
+            endWithMark("the disk is almost full");
+            return;
+        }
+    }
+    if (const int error = writeWaiting(); error != 0) {
+        end(reason(error));
+    }
+}
+
+bool CaptureWriter::finish() {
+    const bool whole = !ended_;
+    if (whole) {
+        last_ = std::max(last_, now());
+        putEndMark();
+        flush();
+    }
+    const bool stored = fsync(descriptor_) == 0 || errno == EINVAL; // which is no file's
+    return whole && !ended_ && stored;
 }
 
 } // namespace OrvelTool

@@ -34,6 +34,13 @@ void Command::declareScene(const std::string& description) {
     app_->add_option("SCENE", scenePath_, description)->required();
 }
 
+void Command::declareFetch() {
+    app_->add_flag(
+        "--fetch", fetch_,
+        "Fetch the sounds that a capture names by URL. For captures from people that you trust: "
+        "this machine then asks other hosts for them");
+}
+
 void Command::declareSeconds(const std::string& description) {
     app_->add_option("--seconds", seconds_, description)
         ->type_name("S")

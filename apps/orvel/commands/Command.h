@@ -30,6 +30,8 @@ protected:
     void declare(CLI::App& parent, const std::string& name, const std::string& description);
     /// The argument SCENE, which stands first.
     void declareScene(const std::string& description = "The scene file (JSON)");
+    /// The option --fetch, for what may be a capture.
+    void declareFetch();
     /// The option --seconds.
     void declareSeconds(const std::string& description);
 
@@ -38,6 +40,7 @@ protected:
     std::string scenePath_;
     double seconds_ = 0.0; // 0 when not given
     bool verbose_ = false;
+    bool fetch_ = false;
 
 private:
     CLI::App* app_ = nullptr; // owned by its parent

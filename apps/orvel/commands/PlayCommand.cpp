@@ -48,6 +48,7 @@ PlayCommand::PlayCommand(CLI::App& parent) {
     osc_.declare(app());
     declareSeconds(
         "How long to play, in seconds (default: until the scene ends; with --osc until Ctrl-C)");
+    declareFetch();
     app().add_flag("--loop", loop_, "Begin again when the scene ends");
     app().footer("Parameters are key=value, separated by blanks, such as\n"
                  "  orvel play scene.json --backend 'openal:labels=\"front, back\"'\n"
@@ -85,7 +86,7 @@ int PlayCommand::run() {
     if (!choose(choices)) {
         return kWrongUse;
     }
-    const auto what = loadPlayable(scenePath_);
+    const auto what = loadPlayable(scenePath_, fetch_);
     if (what == nullptr) {
         return kFailure;
     }

@@ -78,6 +78,7 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
     app()
         .add_option("--plot", plot_, "Draw the scene and the levels as an SVG picture")
         ->type_name("OUT.svg");
+    declareFetch();
     app().add_flag("--json", json_, "Print the levels as JSON instead of a table");
     app().footer(
         "The levels are peak and RMS per second of the scene, in dB below full scale (dBFS).\n"
@@ -86,7 +87,7 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
 }
 
 int RenderCommand::run() {
-    const auto what = loadPlayable(scenePath_);
+    const auto what = loadPlayable(scenePath_, fetch_);
     if (what != nullptr && what->scene() == nullptr && !plot_.empty()) {
         complain("--plot draws scenes, and " + scenePath_ + " is a capture; leave it out");
         return kWrongUse;
@@ -198,7 +199,7 @@ void RenderCommand::report(const Result& result) const {
         json["lost"] = result.lost;
         json.update(toJson(result.perSecond));
         using Json = nlohmann::ordered_json;
-        out << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+        out << json.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
         return;
     }
     writeTable(out, result.perSecond);
