@@ -8,7 +8,7 @@ import sys
 import unittest
 
 from remote_case import RemoteCase
-from tool_case import free_port
+from tool_case import DEADLINE, LEFT, free_port
 
 DOCS = os.path.abspath(sys.argv[2])
 NULL = {"ALSOFT_DRIVERS": "null"}
@@ -61,6 +61,27 @@ class Doctor(RemoteCase):
         found = json.loads(self.run_tool("doctor", "--json", "--interface", "192.0.2.1",
                                          "--port", self.port, code=1, env=NULL)[0])
         self.assertIn("no interface", json.dumps(found))
+
+    def test_a_service_waits_for_what_is_missing(self):
+        with open(self.path("alsoft.conf"), "w", encoding="ascii") as file:
+            file.write(f"drivers=wave\n[wave]\nfile={self.path('card')}/out.raw\n")
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as systemd:
+            systemd.bind(self.path("notify"))
+            systemd.settimeout(DEADLINE)
+            server = self.background(
+                "serve.log", "serve", "--wait-for-device", "--scene", "later.json",
+                "--port", self.port, *self.here, env={
+                    "ALSOFT_CONF": self.path("alsoft.conf"), "ALSOFT_DRIVERS": "",
+                    "NOTIFY_SOCKET": self.path("notify")})
+            self.assertIn(b"EXTEND_TIMEOUT_USEC=", systemd.recv(4096))
+            self.wait_for_text("serve.log", "waiting for later.json")
+            os.rename(self.path(self.scene(LEFT)), self.path("later.json"))
+            self.wait_for_text("serve.log", "waiting for a sound device")
+            os.mkdir(self.path("card"))
+            while b"READY=1" not in systemd.recv(4096):
+                pass
+        self.end(server, "serve.log")
+        self.assertEqual(self.read("serve.log").count("\n"), 3)
 
     def test_the_documentation_names_each_check_and_value(self):
         with open(os.path.join(DOCS, "doctor.md"), encoding="utf-8") as file:

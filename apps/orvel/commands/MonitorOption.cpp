@@ -49,6 +49,10 @@ void MonitorOption::separate(std::vector<std::string>& words) {
     std::rotate(option, option + 1, end); // to where no word follows
 }
 
+std::string MonitorOption::host() const {
+    return text_.empty() ? "" : hostAndPort(text_).first;
+}
+
 void MonitorOption::addTo(std::vector<BackendOption::Choice>& choices) const {
     if (option_->count() == 0) {
         return;

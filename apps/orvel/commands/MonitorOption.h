@@ -19,6 +19,8 @@ public:
     /// Keeps a word that is no address, such as the scene's path, from being taken for the option's
     /// value. To be called with all words of the command line, before they are parsed.
     static void separate(std::vector<std::string>& words);
+    /// The address or name at which browsers look; empty without one.
+    [[nodiscard]] std::string host() const;
     /// Adds the back end to those that were chosen, if the option was given.
     void addTo(std::vector<BackendOption::Choice>& choices) const;
 

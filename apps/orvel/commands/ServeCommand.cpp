@@ -82,11 +82,12 @@ void ServeCommand::declareOptions(const std::string& playing) {
             "--render", output_,
             "Write what is heard to a WAV file, in real time, without a device")
         ->type_name("OUT.wav");
-    declareSeconds("How long to serve, in seconds (default: until Ctrl-C or SIGTERM)");
+    declareSeconds("How long to serve, in seconds (default: until Ctrl-C, SIGTERM or SIGHUP)");
     network_.declare(app());
     network_.declareLimits(app(), false);
     monitor_.declare(app());
     osc_.declare(app());
+    wait_.declare(app());
     app()
         .add_option(
             "--tcp-port", tcpPort_,
@@ -109,6 +110,23 @@ int ServeCommand::run() {
     }
     if (choices.empty() && output_.empty() && capturePath_.empty()) {
         choices.push_back({"default", ""});
+    }
+    if (!wait_.wait(
+            {[this] {
+                 return network_.chosenInterfaces().empty() ? std::string("a network interface")
+                                                            : missingAddress(monitor_.host());
+             },
+             [this] { return missingAddress(osc_.given() ? osc_.address() : ""); },
+             [this] { return missingFile(scenePath_); },
+             [&choices] {
+                 const bool there = choices.empty() || worksElsewhere([&choices] {
+                                        Orvel::World world;
+                                        LibraryMessages messages(false);
+                                        return addBackends(world, messages, choices, "", false);
+                                    });
+                 return std::string(there ? "" : "a sound device that opens");
+             }})) {
+        return kSuccess;
     }
     monitor_.addTo(choices);
     const auto bank =
@@ -173,7 +191,7 @@ int ServeCommand::run() {
     if (!capturePath_.empty()) {
         capture.emplace(
             capturePath_, scenePath_.empty() ? "" : std::filesystem::absolute(scenePath_).string(),
-            text);
+            text, maxCaptureBytes_);
         server.setTap(&*capture);
     }
     const auto begin = Clock::now();
@@ -255,8 +273,10 @@ bool ServeCommand::serve(
     announce(server, discovery);
     manager.ready();
     bool room = true;
+    const bool onlyRecords = server.backends().empty();
     auto now = Clock::now();
-    while (room && now < limit && !StopSignals::came()) {
+    while (room && now < limit && !StopSignals::came() &&
+           !(onlyRecords && capture != nullptr && capture->ended())) {
         auto until = std::min(limit, choresWait ? nextChores : now + kLongestWait);
         if (recording != nullptr) {
             until = std::min(until, recording->next());

@@ -3,11 +3,13 @@
 #include "commands/BackendOption.h"
 #include "commands/Command.h"
 #include "commands/MonitorOption.h"
+#include "commands/WaitOption.h"
 #include "network/NetworkOptions.h"
 #include "network/SoundServer.h"
 #include "osc/OscOption.h"
 
 #include <chrono>
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -31,6 +33,7 @@ protected:
     void declareOptions(const std::string& playing);
 
     std::string capturePath_; // empty: nothing is recorded
+    std::uint64_t maxCaptureBytes_ = UINT64_MAX;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -52,6 +55,7 @@ private:
     MonitorOption monitor_;
     NetworkOptions network_;
     OscOption osc_;
+    WaitOption wait_;
     std::string output_; // empty: no recording
     std::string id_;
     unsigned short tcpPort_ = 0;

@@ -69,20 +69,22 @@ _orvel() {
         fi
         ;;
     --seconds | --group | --port | --ttl | --id | --tcp-port | --osc | --osc-scale | \
-        --check-port | --max-per-address | --max-servers)
+        --check-port | --max-per-address | --max-servers | --max-size)
         return
         ;;
     esac
     if [[ $cur == -* ]]; then
         case $command in
-        render) _orvel_words "--seconds --rate --format --plot --json $common" ;;
+        render) _orvel_words "--seconds --rate --format --plot --json --fetch $common" ;;
         play)
             _orvel_words "--backend --web --monitor --server --interface --max-per-address \
-                --max-servers --osc --osc-scale --seconds --loop $common"
+                --max-servers --osc --osc-scale --seconds --loop --fetch $common"
             ;;
         serve | record)
-            _orvel_words "--scene --backend --web --monitor --render --seconds --id --tcp-port --osc \
-                --osc-scale --max-per-address $search $common"
+            local more=
+            [[ $command == serve ]] || more=--max-size
+            _orvel_words "$more --scene --backend --web --monitor --render --seconds --id --tcp-port \
+                --wait-for-device --osc --osc-scale --max-per-address $search $common"
             ;;
         servers) _orvel_words "--seconds --json --max-per-address --max-servers $search $common" ;;
         doctor) _orvel_words "--check-port --json $search $common" ;;

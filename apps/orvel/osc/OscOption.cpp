@@ -54,6 +54,12 @@ void OscOption::declare(CLI::App& app) {
         ->capture_default_str();
 }
 
+std::string OscOption::address() const {
+    OscServer::Settings settings;
+    parse(text_, settings);
+    return settings.address;
+}
+
 std::unique_ptr<OscServer> OscOption::open(Orvel::World& world, OscScene::Apply apply) const {
     OscServer::Settings settings;
     parse(text_, settings);

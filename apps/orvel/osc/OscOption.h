@@ -15,6 +15,8 @@ public:
     void declare(CLI::App& app);
     [[nodiscard]] bool given() const noexcept { return !text_.empty(); }
 
+    /// The address of the interface.
+    [[nodiscard]] std::string address() const;
     /// Opens what was asked for and tells where; null, with a message, if that is impossible.
     std::unique_ptr<OscServer> open(Orvel::World& world, OscScene::Apply apply) const;
 

@@ -139,16 +139,16 @@ void OscServer::serve(Clock::duration atMost) {
     bool more = true;
     while (more && !stop()) {
         more = false;
-        // Each time another one first, so that none takes all the time.
-        if (!connections_.empty()) {
-            connections_.splice(connections_.end(), connections_, connections_.begin());
-        }
         for (auto entry = connections_.begin(); entry != connections_.end();) {
             if (!read(*entry, stop, more)) {
                 close(entry->socket);
                 entry = connections_.erase(entry);
             } else {
                 ++entry;
+            }
+            if (stop()) { // the others come first in the next turn
+                connections_.splice(connections_.end(), connections_, connections_.begin(), entry);
+                break;
             }
         }
     }

@@ -26,8 +26,10 @@ std::string nameOfOutput(const std::string& path) {
     return isStandardOutput(path) ? "standard output" : path;
 }
 
-OutputFile::OutputFile(const std::string& path) : path_(nameOfOutput(path)) {
+OutputFile::OutputFile(const std::string& path, Unfinished unfinished)
+    : path_(nameOfOutput(path)), unfinished_(unfinished) {
     if (isStandardOutput(path)) {
+        stream_ = true;
         descriptor_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
         if (descriptor_ < 0) {
             throw cannotWrite(path_, errno);
@@ -40,6 +42,7 @@ OutputFile::OutputFile(const std::string& path) : path_(nameOfOutput(path)) {
         throw cannotWrite(path_, EISDIR);
     }
     if (exists && !S_ISREG(status.st_mode)) {
+        stream_ = true;
         descriptor_ = open(path_.c_str(), O_RDWR | O_CLOEXEC);
         if (descriptor_ < 0) {
             throw cannotWrite(path_, errno);
@@ -48,6 +51,12 @@ OutputFile::OutputFile(const std::string& path) : path_(nameOfOutput(path)) {
     }
     if (exists && access(path_.c_str(), W_OK) != 0) {
         throw cannotWrite(path_, errno);
+    }
+    if (!exists && unfinished_ == Unfinished::Kept) {
+        descriptor_ = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (descriptor_ >= 0) {
+            return;
+        }
     }
     temporary_ = path_ + ".XXXXXX";
     descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
@@ -65,7 +74,11 @@ OutputFile::~OutputFile() {
     if (descriptor_ >= 0) {
         close(descriptor_);
     }
-    removeTemporary();
+    if (unfinished_ == Unfinished::Removed) {
+        removeTemporary();
+    } else if (!temporary_.empty()) {
+        std::rename(temporary_.c_str(), path_.c_str());
+    }
 }
 
 void OutputFile::write(const std::string& text) {

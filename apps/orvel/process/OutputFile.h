@@ -23,8 +23,15 @@ std::string nameOfOutput(const std::string& path);
 /// Confined to one thread at a time.
 class OutputFile {
 public:
-    /// Creates the temporary file, or opens the stream. Throws OutputError.
-    explicit OutputFile(const std::string& path);
+    enum class Unfinished {
+        Removed,
+        /// For what cannot be made again: the file is kept as far as it has come, and has its real
+        /// name from the beginning if there is none of that name yet.
+        Kept
+    };
+
+    /// Creates the file, or opens the stream. Throws OutputError.
+    explicit OutputFile(const std::string& path, Unfinished unfinished = Unfinished::Removed);
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
     ~OutputFile();
@@ -34,7 +41,7 @@ public:
     [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
 
     /// Whether what is written cannot be changed any more.
-    [[nodiscard]] bool isStream() const noexcept { return temporary_.empty(); }
+    [[nodiscard]] bool isStream() const noexcept { return stream_; }
 
     /// Writes a text. Throws OutputError.
     void write(const std::string& text);
@@ -45,6 +52,8 @@ private:
     void removeTemporary() noexcept;
 
     std::string path_;
+    Unfinished unfinished_;
+    bool stream_ = false;
     std::string temporary_; // empty when there is none
     int descriptor_ = -1;
 };

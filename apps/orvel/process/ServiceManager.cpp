@@ -1,5 +1,7 @@
 #include "process/ServiceManager.h"
 
+#include "process/VisibleText.h"
+
 #include <charconv>
 #include <cstddef>
 #include <cstdlib>
@@ -32,6 +34,10 @@ ServiceManager::ServiceManager() : socket_(environment("NOTIFY_SOCKET")) {
     if (time > 0 && (process.empty() || number(process) == getpid())) {
         interval_ = std::chrono::microseconds(time / 2);
     }
+}
+
+void ServiceManager::waiting(const std::string& missing) const {
+    status("waiting for " + visible(missing) + "\nEXTEND_TIMEOUT_USEC=10000000");
 }
 
 void ServiceManager::alive(Clock::time_point now) {

@@ -15,6 +15,8 @@ public:
     ServiceManager();
 
     void ready() const { notify("READY=1"); }
+    /// Something that the start needs is not there yet; to be called every few seconds.
+    void waiting(const std::string& missing) const;
     void stopping() const { notify("STOPPING=1"); }
     /// What the service is doing, for `systemctl status`.
     void status(const std::string& text) const { notify("STATUS=" + text); }

@@ -18,11 +18,16 @@ StopSignals::StopSignals() {
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     sigaction(SIGINT, &action, &formerInterrupt_);
     sigaction(SIGTERM, &action, &formerTerminate_);
+    sigaction(SIGHUP, nullptr, &formerHangUp_);
+    if (formerHangUp_.sa_handler != SIG_IGN) {
+        sigaction(SIGHUP, &action, nullptr);
+    }
 }
 
 StopSignals::~StopSignals() {
     sigaction(SIGINT, &formerInterrupt_, nullptr);
     sigaction(SIGTERM, &formerTerminate_, nullptr);
+    sigaction(SIGHUP, &formerHangUp_, nullptr);
 }
 
 bool StopSignals::came() noexcept {

@@ -4,8 +4,9 @@
 
 namespace OrvelTool {
 
-/// Turns Ctrl-C and SIGTERM into a flag for as long as it lives, so that work can end in order. A
-/// second signal ends the process at once. One at a time; made and destroyed on the main thread.
+/// Turns Ctrl-C, SIGTERM and SIGHUP into a flag for as long as it lives, so that work can end in
+/// order. A second one ends the process at once. SIGHUP stays ignored where it is (nohup). One at a
+/// time; made and destroyed on the main thread.
 class StopSignals {
 public:
     StopSignals();
@@ -19,6 +20,7 @@ public:
 private:
     struct sigaction formerInterrupt_ {};
     struct sigaction formerTerminate_ {};
+    struct sigaction formerHangUp_ {};
 };
 
 } // namespace OrvelTool

@@ -17,7 +17,10 @@ using Seconds = std::chrono::duration<double>;
 LiveRecording::LiveRecording(
     Orvel::OALLoopbackBackend& backend, const std::string& path, Clock::time_point begin)
     : backend_(backend), rate_(backend.rate()), begin_(begin),
-      writer_(path, backend.rate(), SampleFormat::s16), perSecond_(rate_, 1.0) {}
+      writer_(path, backend.rate(), SampleFormat::s16, {}, WavWriter::Unfinished::Kept),
+      perSecond_(rate_, 1.0) {
+    writer_.updateHeader();
+}
 
 std::uint64_t LiveRecording::framesUntil(Clock::time_point time) const {
     const double seconds = std::max(0.0, Seconds(time - begin_).count());
@@ -31,7 +34,11 @@ void LiveRecording::render(std::uint64_t frames) {
     backend_.render(samples_.data(), static_cast<unsigned>(frames));
     writer_.write(samples_);
     perSecond_.add(samples_);
+    const double before = std::floor(seconds());
     frames_ += frames;
+    if (std::floor(seconds()) != before) {
+        writer_.updateHeader();
+    }
 }
 
 bool LiveRecording::advance(Clock::time_point now) {

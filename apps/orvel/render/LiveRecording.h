@@ -14,7 +14,8 @@ namespace OrvelTool {
 
 /// Writes what a loopback back end plays to a 16-bit WAV file in real time, as a sound card would
 /// pull it. When the machine was too slow for a while it catches up, so the file is never shorter
-/// than the time that went by. The back end must outlive it. Confined to the back end's thread.
+/// than the time that went by. The file can be read at any moment, up to the last full second. The
+/// back end must outlive it. Confined to the back end's thread.
 class LiveRecording {
 public:
     using Clock = std::chrono::steady_clock;

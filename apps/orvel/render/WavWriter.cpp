@@ -73,8 +73,8 @@ std::string streamHeader(unsigned rate, SampleFormat format, std::optional<std::
 
 WavWriter::WavWriter(
     const std::string& path, unsigned rate, SampleFormat format,
-    std::optional<std::uint64_t> frames)
-    : file_(path), format_(format), sound_(std::make_unique<Sound>()) {
+    std::optional<std::uint64_t> frames, Unfinished unfinished)
+    : file_(path, unfinished), format_(format), sound_(std::make_unique<Sound>()) {
     SF_INFO info{};
     info.samplerate = static_cast<int>(rate);
     info.channels = kChannels;
@@ -112,6 +112,12 @@ void WavWriter::write(std::span<const float> samples) {
     }
     if (written != frames) {
         throw cannotWrite(file_.path(), sound_->handle);
+    }
+}
+
+void WavWriter::updateHeader() {
+    if (!file_.isStream()) {
+        sf_command(sound_->handle, SFC_UPDATE_HEADER_NOW, nullptr, 0);
     }
 }
 

@@ -17,18 +17,20 @@ enum class SampleFormat {
     f32, ///< 32-bit floats, as they are
 };
 
-/// Writes a stereo WAV file or stream, see OutputFile. The same samples give the same bytes. A file
-/// that is not finished leaves nothing behind. Confined to one thread at a time.
+/// Writes a stereo WAV file or stream, see OutputFile. The same samples give the same bytes.
+/// Confined to one thread at a time.
 class WavWriter {
 public:
     static constexpr unsigned kChannels = 2;
+
+    using Unfinished = OutputFile::Unfinished;
 
     /// Creates the file, `rate` in Hz. `frames` is how many will be written, if that is known: the
     /// header of a stream cannot be corrected at the end, and has the largest sizes without it,
     /// which readers take for unknown. Throws OutputError.
     WavWriter(
         const std::string& path, unsigned rate, SampleFormat format,
-        std::optional<std::uint64_t> frames = {});
+        std::optional<std::uint64_t> frames = {}, Unfinished unfinished = Unfinished::Removed);
     WavWriter(const WavWriter&) = delete;
     WavWriter& operator=(const WavWriter&) = delete;
     ~WavWriter();
@@ -38,6 +40,8 @@ public:
 
     /// Appends whole frames, left and right in turn. Throws OutputError.
     void write(std::span<const float> samples);
+    /// Makes the file one that can be read as far as it has come, whatever happens from here on.
+    void updateHeader();
     /// Completes the file and gives it its name. Throws OutputError.
     void finish();
 
