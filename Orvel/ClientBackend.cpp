@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <exception>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -168,6 +169,7 @@ ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, 
     communicator_->open();
     thread_ =
         std::make_unique<Vessa::ObjectThread<ClientBackend>>(this, &ClientBackend::receiveThread);
+    thread_->setFailureHandler(detail::routeFailure("ClientBackend"));
     if (!thread_->start()) {
         ORVEL_LOG(
             Fatal, "ClientBackend: the system has no thread left; no server will be reached\n");
@@ -431,13 +433,28 @@ int ClientBackend::receiveThread() {
 }
 
 void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
+    try {
+        if (takeEvent(connection)) {
+            return;
+        }
+        ORVEL_LOG_PEER(LostPeer, Fatal, "ClientBackend: Lost server\n");
+    } catch (const std::exception& fault) {
+        ORVEL_LOG_PEER(
+            LostPeer, Fatal, "ClientBackend: drops a server whose event failed: %s\n",
+            fault.what());
+    } catch (...) {
+        ORVEL_LOG_PEER(LostPeer, Fatal, "ClientBackend: drops a server whose event failed\n");
+    }
+    communicator_->removeCommunicator(connection);
+    connection->close();
+    delete connection;
+}
+
+/// False if the server is lost.
+bool ClientBackend::takeEvent(Corvid::Communicator* connection) {
     Corvid::Event* received = nullptr;
     if (!Corvid::Event::receive(connection, received) || received == nullptr) {
-        ORVEL_LOG_PEER(LostPeer, Fatal, "ClientBackend: Lost server\n");
-        communicator_->removeCommunicator(connection);
-        connection->close();
-        delete connection;
-        return;
+        return false;
     }
     const std::unique_ptr<Corvid::Event> event(received);
     if (auto* command = dynamic_cast<CommandEvent*>(event.get())) {
@@ -447,6 +464,7 @@ void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
             ForeignEvent, Fatal,
             "Orvel::ClientBackend got Corvid::Event which is not a Orvel::Event\n");
     }
+    return true;
 }
 
 bool ClientBackend::dispatchEvent(CommandEvent* event) {

@@ -104,6 +104,7 @@ private:
     void sendScene(Corvid::Communicator* connection, bool exactly);
     /// Takes one event from a connection that has something, or gives up a lost one.
     void receiveFrom(Corvid::Communicator* connection);
+    bool takeEvent(Corvid::Communicator* connection);
     void sendCommand(Command command, int id);
 
     std::unique_ptr<OrvelMultiClient> communicator_; // null in a copy

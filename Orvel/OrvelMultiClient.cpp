@@ -9,8 +9,10 @@
 #include <Orvel/SourceDataEvent.h>
 #include <Orvel/SourceParamEvent.h>
 #include <Orvel/TransformEvent.h>
+#include <Orvel/detail/LogLine.h>
 
 #include <cstring>
+#include <exception>
 
 namespace Orvel {
 
@@ -37,7 +39,13 @@ OrvelMultiClient::OrvelMultiClient(int protocolVersion, ClientBackend& backend)
     : MultiClient(protocolVersion), backend_(backend) {}
 
 bool OrvelMultiClient::addCommunicator(Corvid::Communicator* connection) {
-    return MultiCommunicator::addCommunicator(connection) && backend_.addCommunicator(connection);
+    try {
+        return MultiCommunicator::addCommunicator(connection) &&
+               backend_.addCommunicator(connection);
+    } catch (const std::exception& fault) { // the connection is closed, and made anew later
+        ORVEL_LOG(Fatal, "ClientBackend: cannot send the scene: %s\n", fault.what());
+        return false;
+    }
 }
 
 FrameRole OrvelMultiClient::roleOf(std::span<const std::byte> frame) {

@@ -18,6 +18,7 @@
 #include <Vessa/ObjectThread.h>
 
 #include <cstdlib>
+#include <exception>
 #include <typeinfo>
 
 namespace Orvel {
@@ -203,6 +204,7 @@ void Server::run() {
         return;
     }
     thread_ = std::make_unique<Vessa::ObjectThread<Server>>(this, &Server::receiveThread);
+    thread_->setFailureHandler(detail::routeFailure("Orvel::Server"));
     if (!thread_->start()) {
         ORVEL_LOG(Fatal, "Orvel::Server: the system has no thread left; nothing is received\n");
         thread_.reset();
@@ -248,14 +250,29 @@ int Server::receive(bool block) {
     return count;
 }
 
-/// Takes one event from a client and applies it; false, and the client is gone, if there is none.
+/// Takes one event from a client and applies it; false, and the client is gone, if that cannot be.
 bool Server::receiveFrom(Corvid::Communicator* client) {
+    try {
+        if (takeEvent(client)) {
+            return true;
+        }
+        ORVEL_LOG_PEER(LostPeer, Fatal, "Orvel::Server lost client\n");
+    } catch (const std::exception& fault) {
+        ORVEL_LOG_PEER(
+            LostPeer, Fatal, "Orvel::Server drops a client whose event failed: %s\n", fault.what());
+    } catch (...) {
+        ORVEL_LOG_PEER(LostPeer, Fatal, "Orvel::Server drops a client whose event failed\n");
+    }
+    multiServer_->removeCommunicator(client);
+    client->close();
+    delete client;
+    return false;
+}
+
+/// False if the client is lost.
+bool Server::takeEvent(Corvid::Communicator* client) {
     Corvid::Event* received = nullptr;
     if (!Corvid::Event::receive(client, received) || received == nullptr) {
-        ORVEL_LOG_PEER(LostPeer, Fatal, "Orvel::Server lost client\n");
-        multiServer_->removeCommunicator(client);
-        client->close();
-        delete client;
         return false;
     }
     const std::unique_ptr<Corvid::Event> event(received);

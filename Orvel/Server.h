@@ -69,6 +69,8 @@ public:
     /// Makes an id of a text: the number that it begins with, or the sum of its characters if that
     /// is none or 0, each cut to 16 bits; 0 for an empty text or null.
     void setId(const char* text);
+    /// The low 16 bits of a number; without it, setId(0) could mean a null text.
+    void setId(int id) { setId(static_cast<short>(id)); }
 
     /// The connections: port, counters, settings. Lives as long as this.
     [[nodiscard]] Corvid::MultiServer& multiServer() const noexcept { return *multiServer_; }
@@ -87,7 +89,7 @@ public:
     /// Applies the events that have arrived, accepts clients and sends what is due; returns how
     /// many events there were. With `block` it goes on until stop(), and returns then; without, it
     /// never waits, and takes at most kMaxEventsPerReceive, so that a client that sends without a
-    /// pause does not hold the caller.
+    /// pause does not hold the caller. A client whose event makes anything throw is dropped.
     int receive(bool block);
 
     /// Applies one event; false, and logged, if it cannot be. The event stays with the caller.
@@ -115,6 +117,7 @@ protected:
 
 private:
     bool receiveFrom(Corvid::Communicator* client);
+    bool takeEvent(Corvid::Communicator* client);
 
     std::unique_ptr<Corvid::MultiServer> multiServer_;
     std::atomic<std::int64_t> receivedEvents_ = 0;

@@ -1,11 +1,17 @@
 #include <Vessa/Thread.h>
 
+#include <exception>
 #include <system_error>
+#include <utility>
 
 namespace Vessa {
 
 Thread::~Thread() {
     join();
+}
+
+void Thread::setFailureHandler(std::function<void(const std::string& reason)> handler) {
+    onFailure_ = std::move(handler);
 }
 
 bool Thread::start() {
@@ -16,14 +22,23 @@ bool Thread::start() {
         thread_ = std::thread([this] {
             try {
                 result_ = main();
-            } catch (...) { // nothing may leave a thread's main function
-                result_ = -1;
+            } catch (const std::exception& fault) { // nothing may leave a thread's main function
+                fail(fault.what());
+            } catch (...) {
+                fail("an unknown exception");
             }
         });
     } catch (const std::system_error&) {
         return false;
     }
     return true;
+}
+
+void Thread::fail(const char* reason) noexcept {
+    result_ = -1;
+    if (onFailure_) {
+        onFailure_(reason);
+    }
 }
 
 int Thread::join() {

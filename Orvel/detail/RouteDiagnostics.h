@@ -18,4 +18,13 @@ inline Corvid::MultiCommunicator::Diagnostic routeDiagnostics(const char* who) {
     };
 }
 
+/// For Vessa::Thread::setFailureHandler: the end of a receive thread, as a line of `who`.
+inline auto routeFailure(const char* who) {
+    return [who](const std::string& reason) {
+        ORVEL_LOG(
+            Fatal, "%s: the receive thread has failed, nothing is received any more: %s\n", who,
+            reason.c_str());
+    };
+}
+
 } // namespace Orvel::detail

@@ -1,0 +1,92 @@
+// Exceptions on the receive threads: they cost the peer whose event caused them, and leave a line.
+#include "support/Capture.h"
+#include "support/Loopback.h"
+#include "support/RecordingBackend.h"
+#include "support/TidyServer.h"
+
+#include <Corvid/MultiServer.h>
+#include <Orvel/CommandEvent.h>
+#include <Vessa/Thread.h>
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <new>
+
+namespace Orvel::Test {
+
+namespace {
+
+class FailingServer : public TidyServer {
+public:
+    ~FailingServer() override { stop(); }
+
+protected:
+    bool interceptEvent(Corvid::Event& event, Corvid::Communicator& /*from*/) override {
+        switch (dynamic_cast<const CommandEvent&>(event).objectId) {
+        case 666:
+            throw std::bad_alloc();
+        case 667:
+            throw 7; // NOLINT: nothing that has a text
+        default:
+            return false;
+        }
+    }
+};
+
+class FailingWorld : public TidyWorld {
+public:
+    ~FailingWorld() override { deleteAllBackends(); } // while the override is in force
+    void setSourceDuration(Source& /*source*/) override { throw std::bad_alloc(); }
+};
+
+void addClient(World& world, const Server& server) {
+    const std::string port = std::to_string(server.multiServer().port());
+    world.addBackend("client", ("port=1 servers=127.0.0.1:" + port).c_str());
+}
+
+} // namespace
+
+TEST(Failure, CostsThePeerWhoseEventFailed) {
+    LogCapture log(Log::Level::Fatal);
+    const auto logged = [&](const std::string& line) {
+        return until([&] { return std::ranges::count(log.lines(), line) == 1; }, [] {});
+    };
+    {
+        FailingServer server;
+        server.run();
+        TidyWorld worlds[2];
+        for (int i = 0; i < 2; ++i) {
+            addClient(worlds[i], server);
+            worlds[i].createEmitter({}, 666 + i);
+            EXPECT_TRUE(logged(
+                std::string("FATAL: Orvel::Server drops a client whose event failed") +
+                (i == 0 ? ": std::bad_alloc\n" : "\n")))
+                << "the thread serves the next client";
+        }
+    }
+    FailingServer server;
+    FailingWorld world;
+    world.createSource(1);
+    addClient(world, server);
+    const auto connections = [&] { return server.multiServer().counters().connections.size(); };
+    const auto receive = [&] { server.receive(false); };
+    ASSERT_TRUE(until([&] { return connections() == 1; }, receive));
+    (new RecordingBackend(server))->setSourceDuration(*server.createSource(1), 2);
+    EXPECT_TRUE(until([&] { return connections() == 0; }, receive));
+    EXPECT_TRUE(
+        logged("FATAL: ClientBackend: drops a server whose event failed: std::bad_alloc\n"));
+}
+
+TEST(Failure, OfAThreadIsReported) {
+    struct Failing : Vessa::Thread {
+        ~Failing() override { join(); }
+        int main() override { throw std::bad_alloc(); }
+    } thread;
+    std::string reason;
+    thread.setFailureHandler([&](const std::string& text) { reason = text; });
+    ASSERT_TRUE(thread.start());
+    EXPECT_EQ(thread.join(), -1);
+    EXPECT_EQ(reason, "std::bad_alloc");
+}
+
+} // namespace Orvel::Test
