@@ -4,22 +4,30 @@
 
 namespace Orvel {
 
-/// A rotation as a quaternion x, y, z, w, meant to be of unit length; the default is no rotation.
-/// A plain value; nothing normalises it behind its owner's back.
+/// A rotation as a quaternion x, y, z, w; the default is no rotation. Any length but 0 means the
+/// same rotation. A plain value, which keeps the length that it was given.
 struct Quaternion {
     float x = 0.0F;
     float y = 0.0F;
     float z = 0.0F;
     float w = 1.0F;
 
-    /// The vector v rotated by this unit quaternion q, that is q v q^-1, in the form
-    /// v + w t + u x t with u = (x, y, z) and t = 2 u x v. 90 degrees about +y turn -z into -x.
+    /// The vector v rotated by this quaternion q, that is q v q^-1, in the form v + w t + u x t
+    /// with u = (x, y, z) and t = 2 u x v / |q|^2. 90 degrees about +y turn -z into -x. The
+    /// quaternion 0 rotates nothing.
     [[nodiscard]] constexpr Vec3f rotate(const Vec3f& v) const {
-        const Vec3f t{
-            2.0F * (y * v.z - z * v.y), 2.0F * (z * v.x - x * v.z), 2.0F * (x * v.y - y * v.x)};
+        // In double precision, in which the square of no float is 0 or infinite.
+        const double q[] = {x, y, z, w};
+        const double from[] = {v.x, v.y, v.z};
+        const double square = q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3];
+        const double scale = square == 0.0 ? 0.0 : 2.0 / square;
+        const double t[] = {
+            scale * (q[1] * from[2] - q[2] * from[1]), scale * (q[2] * from[0] - q[0] * from[2]),
+            scale * (q[0] * from[1] - q[1] * from[0])};
         return {
-            v.x + w * t.x + (y * t.z - z * t.y), v.y + w * t.y + (z * t.x - x * t.z),
-            v.z + w * t.z + (x * t.y - y * t.x)};
+            static_cast<float>(from[0] + q[3] * t[0] + (q[1] * t[2] - q[2] * t[1])),
+            static_cast<float>(from[1] + q[3] * t[1] + (q[2] * t[0] - q[0] * t[2])),
+            static_cast<float>(from[2] + q[3] * t[2] + (q[0] * t[1] - q[1] * t[0]))};
     }
 
     friend constexpr bool operator==(const Quaternion&, const Quaternion&) = default;
