@@ -4,7 +4,7 @@
 
 namespace Corvid {
 
-URL::URL(const std::string& text) : impl_(URLImpl::create(text, URLFile())) {}
+URL::URL(const std::string& text) : impl_(URLImpl::create(text)) {}
 
 std::string URL::text() const {
     return impl_ ? impl_->text() : URLFile().text();

@@ -25,6 +25,10 @@ std::string currentDirectory() {
         throw URLImpl::Exception(
             "Cannot tell the current directory: " + error.message() + "; change to another one");
     }
+    if (std::any_of(path.begin(), path.end(), isControl)) {
+        throw URLImpl::Exception(
+            "The current directory has control characters in its name; change to another one");
+    }
     // The slash says that this is a directory: names are resolved below it, not beside it.
     return path.ends_with('/') ? path : path + '/';
 }

@@ -11,7 +11,7 @@ namespace Corvid {
 /// A file of this machine. The default, for URLs without an implementation of their own and as the
 /// base of relative texts, is the current directory at the time of construction. Immutable.
 /// Constructors throw Exception: "Cannot parse URL" for an empty path or one with control
-/// characters, another text when there is no current directory (any more).
+/// characters, another text when there is no current directory (any more) or it has such a name.
 class ORVEL_EXPORT URLFile : public URLImpl {
 public:
     /// The current directory.

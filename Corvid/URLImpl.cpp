@@ -135,4 +135,9 @@ std::unique_ptr<URLImpl> URLImpl::create(const std::string& text, const URLImpl&
     return std::make_unique<detail::URLRemote>(normal);
 }
 
+std::unique_ptr<URLImpl> URLImpl::create(const std::string& text) {
+    const bool absolute = text.starts_with('/') || (!text.empty() && hasScheme(text));
+    return create(text, absolute ? URLFile("/") : URLFile());
+}
+
 } // namespace Corvid

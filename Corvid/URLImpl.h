@@ -60,6 +60,8 @@ public:
     /// file URLs that name another host, are errors. Throws Exception with the text "Cannot parse
     /// URL".
     static std::unique_ptr<URLImpl> create(const std::string& text, const URLImpl& base);
+    /// The same relative to the current directory, which only relative texts need.
+    static std::unique_ptr<URLImpl> create(const std::string& text);
 
     virtual ~URLImpl() = default;
     URLImpl(const URLImpl&) = delete;

@@ -145,6 +145,11 @@ TEST_F(URLTest, UsesALocalFileWhereItStandsOrSaysWhyNot) {
     fs::current_path("folder.wav");
     fs::remove(folder_.file("folder.wav"));
     expectFailure("b.wav", "Cannot tell the current directory");
+    EXPECT_EQ(URL("/a b.wav").text() + URL("http://h/x").text(), "file:///a%20b.wavhttp://h/x");
+    fs::create_directory(folder_.file("a\nb"));
+    fs::current_path(folder_.file("a\nb"));
+    expectFailure("b.wav", "control characters");
+    EXPECT_EQ(URL("file:///x").text() + URL("/x").text(), "file:///xfile:///x");
 }
 
 TEST_F(URLTest, KeepsTheExtensionOfADownloadAndRemovesItsFile) {
