@@ -234,6 +234,19 @@ bool OALBackend::checkALError(const char* message) const {
     return true;
 }
 
+bool OALBackend::reportRefusedSound(const Source& source) {
+    const std::string name = source.url() == nullptr ? "" : source.url()->text();
+    const std::string message = "OpenAL refuses the sound \"" + name + "\"\n";
+    bool refused = false;
+    for (Backend* backend : source.world().backends()) {
+        const auto* openAL = dynamic_cast<const OALBackend*>(backend);
+        if (openAL != nullptr && openAL->working()) {
+            refused = openAL->checkALError(message.c_str()) || refused;
+        }
+    }
+    return refused;
+}
+
 void OALBackend::resetBackend() {
     if (!selectContext()) {
         return;
@@ -326,7 +339,7 @@ void OALBackend::setSourceData(Source& source) {
         }
         // ALUT refuses to load while an AL error is pending, and swallows it; so it is reported
         // first.
-        checkALError(nullptr);
+        checkALError("left by an earlier operation, before a wav file load\n");
         const LoadedSound sound = load(file->name());
         if (sound.samples == nullptr) {
             std::cerr << "AOLError: " << alutGetErrorString(sound.error) << std::endl;

@@ -53,6 +53,12 @@ public:
     /// when there was one, and for an inert back end, which logs nothing.
     bool checkALError(const char* message) const;
 
+    /// For a host after Source::setDataFromURL(): a file that ALUT reads and AL refuses, such as
+    /// one with an impossible rate, leaves an AL error, for which the next operation would fail in
+    /// its place. Takes it from each OpenAL back end of the source's world and logs it with the
+    /// name of the file. True when there was one.
+    static bool reportRefusedSound(const Source& source);
+
     static Backend* createMethod(World& world, const char* params);
     static BackendType _type;
 

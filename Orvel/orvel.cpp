@@ -428,6 +428,7 @@ bool orvel_source_set_url(orvel_source* source, const char* url) {
         } catch (const Corvid::URLImpl::Exception& fault) {
             throw Refusal(std::string(fault.what()) + " \"" + url + "\"; use a path or an URL");
         }
+        OALBackend::reportRefusedSound(sound);
     });
 }
 

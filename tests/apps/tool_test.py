@@ -184,15 +184,18 @@ class Render(ToolCase):
         scene = self.scene(LEFT)
         self.run_tool("render", scene, "tone.wav")
         self.scene("no sound at all", "no.wav")
-        sources = [{"id": i, "url": "file://" + self.path(name)}
-                   for i, name in enumerate(["tone.wav", "gone.wav", "no.wav"], 1)]
+        with open(self.path("tone.wav"), "rb") as tone, open(self.path("rate.wav"), "wb") as rate:
+            rate.write(tone.read(24) + b"\0\x28\x6b\xee" + tone.read()[4:])  # 4 GHz
+        sources = [{"id": i, "url": "file://" + self.path(name)} for i, name in
+                   enumerate(["gone.wav", "no.wav", "rate.wav", "tone.wav"], 1)]
         self.scene(changed(LEFT, sources=sources, emitters=[
             {**LEFT["emitters"][0], "id": 10 + i, "source": i, "spatial": False}
-            for i in (1, 2, 3)]))
+            for i in (1, 2, 3, 4)]))
         out, err = self.run_tool("render", scene, "o.wav", code=1)
-        self.assertRegex(err, r'scene\.json:1: sources\[1\]\.url: cannot fetch ".*gone\.wav"')
-        self.assertRegex(err, r'scene\.json:1: sources\[2\]\.url: cannot play ".*no\.wav"')
-        self.assertEqual(len(err.splitlines()), 3, err)
+        self.assertRegex(err, r'scene\.json:1: sources\[0\]\.url: cannot fetch ".*gone\.wav"')
+        self.assertRegex(err, r'scene\.json:1: sources\[1\]\.url: cannot play ".*no\.wav"')
+        self.assertRegex(err, r'scene\.json:1: sources\[2\]\.url: OpenAL refuses .*rate\.wav"')
+        self.assertEqual(len(err.splitlines()), 4, err)
         self.assertIn("o.wav is written, but not all", err)
         self.assertGreater(levels(self.path("o.wav"))[0], -20)
         self.assertIn("1.00 s", out)  # as long as the sound that was fetched

@@ -3,6 +3,7 @@
 #include "process/HiddenLine.h"
 
 #include <Orvel/Emitter.h>
+#include <Orvel/OALBackend.h>
 #include <Orvel/Source.h>
 
 #include <iostream>
@@ -73,6 +74,9 @@ template <class Base>
 void StageOn<Base>::setSourceData(Orvel::Source& source) {
     const Subject subject(messages_, this->subject(source));
     Base::setSourceData(source);
+    if (source.dataKind() == Orvel::Source::URL_SD) {
+        Orvel::OALBackend::reportRefusedSound(source);
+    }
 }
 
 template <class Base>
