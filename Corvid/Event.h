@@ -74,6 +74,7 @@ public:
 
 protected:
     void addField(const std::string& value);
+    void addField(const char* value) { addField(std::string(value)); } // else it would be a bool
     void addField(float value) { addFixed(FieldType::Float, value); }
     void addField(unsigned int value) { addFixed(FieldType::UnsignedInt, value); }
     void addField(unsigned long value) { addFixed(FieldType::UnsignedLong, value); }

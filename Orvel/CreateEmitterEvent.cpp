@@ -15,8 +15,8 @@ void CreateEmitterEvent::getFields() {
     CommandEvent::getFields();
     constexpr std::size_t kSmallestLabel = 5; // an empty text on the wire
     unsigned int count = 0;
-    if (!getField(count) || count > bytesLeft() / kSmallestLabel) {
-        failRead(); // before memory is taken for labels that cannot be there
+    if (!getField(count) || count > kMaxLabels || count > bytesLeft() / kSmallestLabel) {
+        failRead(); // before memory is taken for labels
         return;
     }
     labels.resize(count);

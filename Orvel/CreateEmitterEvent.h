@@ -12,6 +12,9 @@ namespace Orvel {
 /// A new emitter with its labels: CmdCreateEmitter.
 class ORVEL_EXPORT CreateEmitterEvent : public CommandEvent {
 public:
+    /// The most labels that are taken from a peer.
+    static constexpr unsigned kMaxLabels = 65535;
+
     void addFields() override;
     void getFields() override;
     [[nodiscard]] const Corvid::EventType* type() const override;

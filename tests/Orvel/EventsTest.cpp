@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <sstream>
+#include <sys/stat.h>
 
 namespace Orvel::Test {
 
@@ -102,6 +103,25 @@ TEST(Events, TravelWholeAndAreRefusedWhenDamaged) {
     }
 }
 
+TEST(Events, CarryNoMoreLabelsThanTheLimit) {
+    CreateEmitterEvent create;
+    for (const std::size_t count : {65535U, 65536U}) {
+        create.labels.assign(count, "");
+        EXPECT_EQ(decoded(encoded(create)) != nullptr, count == 65535) << count;
+    }
+}
+
+TEST(Events, SendALiteralAsText) {
+    struct Labelled : CreateEmitterEvent {
+        void addFields() override {
+            CommandEvent::addFields();
+            addField(1U);
+            addField("front");
+        }
+    } event;
+    EXPECT_EQ(values(*decoded(encoded(event))), R"({ "front" })");
+}
+
 TEST(Events, AreWhatTheDocumentationSays) {
     std::stringstream text;
     text << std::ifstream(ORVEL_SOURCE_DIR "/docs/protocol.md").rdbuf();
@@ -138,6 +158,7 @@ TEST(SourceDataEvent, ReadsAndWritesWholeFilesOrSaysWhyNot) {
     std::ofstream(folder.file("full")) << "some bytes";
     std::ofstream(folder.file("old")) << "something longer than the new bytes";
     const std::ofstream made(folder.file("empty"));
+    ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
     const std::string noWrite = "FATAL: Could not write local Orvel::Source data: >";
     const std::string noSeek = "FATAL: Could not seek Orvel::Source data: >";
     const struct {
@@ -151,6 +172,7 @@ TEST(SourceDataEvent, ReadsAndWritesWholeFilesOrSaysWhyNot) {
         {true, "/dev/full", noWrite},
         {false, folder.file("empty"), noSeek},
         {false, folder.path(), noSeek},
+        {false, folder.file("pipe"), noSeek},
         {false, "/dev/zero", noSeek},
         {false, folder.file("missing"), ""},
         {true, folder.file("none"), ""},
