@@ -134,6 +134,9 @@ protected:
         server.forget(peer);
         EXPECT_EQ(server.emitters().size(), 2);
         server.setTap(nullptr);
+        EXPECT_FALSE(server.enabled()) << "another client has disabled it";
+        server.forget("elsewhere");
+        EXPECT_TRUE(server.enabled());
         EXPECT_TRUE(writer.finish());
         return describe(server);
     }

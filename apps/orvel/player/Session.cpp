@@ -106,12 +106,22 @@ bool Session::intercept(const Corvid::Event& event, const std::function<std::str
     case Orvel::CmdDestroyEmitter:
         makers_.erase(id);
         return false;
+    case Orvel::CmdEnable:
+        disabledBy_.clear();
+        return false;
+    case Orvel::CmdDisable:
+        disabledBy_ = client();
+        return false;
     default:
         return false;
     }
 }
 
 void Session::forget(const std::string& client) {
+    if (!disabledBy_.empty() && disabledBy_ == client) {
+        disabledBy_.clear();
+        world_.setEnabled(true);
+    }
     for (auto entry = makers_.begin(); entry != makers_.end();) {
         if (entry->second == client) {
             delete world_.getEmitter(entry->first);

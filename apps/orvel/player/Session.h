@@ -36,7 +36,7 @@ public:
     /// Sees each event before it is applied to the world; true if it is dealt with. `client` gives
     /// a name by which forget() knows who has sent it.
     bool intercept(const Corvid::Event& event, const std::function<std::string()>& client);
-    /// Destroys the emitters that a client has made.
+    /// Destroys the emitters that a client has made, and enables the world if it has disabled it.
     void forget(const std::string& client);
     /// The ids of the sources that clients want and that are not here, since the last call, as a
     /// list for people; empty if there are none.
@@ -52,6 +52,7 @@ private:
     std::map<int, const SourceSpec*> specs_; // by id, the timeline's included
     std::map<std::string, std::unique_ptr<Corvid::URLImpl::File>> files_; // by URL
     std::map<int, std::string> makers_; // the clients that have made the emitters, by id
+    std::string disabledBy_; // the client that has disabled the world; empty if none
     std::set<int> missing_;
     std::vector<int> newMissing_;
 };
