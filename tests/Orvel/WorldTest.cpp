@@ -102,23 +102,6 @@ TEST(World, NumbersPartsFromOneCounter) {
     EXPECT_EQ(world.createEmitter()->id(), 1);
 }
 
-TEST(World, LetsADerivedWorldIntercept) {
-    class Interceptor : public TidyWorld {
-    public:
-        using World::setEnabled;
-        void setEnabled() override { seen.emplace_back("setEnabled"); }
-        void setSourceDuration(Source& source) override {
-            seen.push_back(std::to_string(source.duration()));
-        }
-        Calls seen;
-    } world;
-    auto* backend = new RecordingBackend(world);
-    world.setEnabled(false);
-    backend->setSourceDuration(*world.createSource(), 2.5F);
-    EXPECT_EQ(world.seen, (Calls{"setEnabled", "2.500000"}));
-    EXPECT_EQ(backend->take(), Calls{"createSource 1"});
-}
-
 TEST(World, SaysWhatIsWrongAndCounts) {
     static Source* orphan = nullptr; // cannot be deleted: its world is gone
     TidyWorld world;

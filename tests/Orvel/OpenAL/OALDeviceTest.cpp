@@ -26,7 +26,7 @@ TEST(OALDevice, TheWaveDriverWritesWhatIsHeardAndTheDestructorCompletesTheFile) 
     OutputCapture errors{STDERR_FILENO};
     TidyWorld world;
     world.addBackend("default", nullptr);
-    play(world, {-1, 0, 0}, tone(20.0, 500, 500));
+    play(world, {-1, 0, 0}, tone(20.0, 500));
     const auto written = [&path] { return std::filesystem::file_size(path); };
     // The file lags behind by at most 2000 frames of 8 bytes; 13230 frames are 0.3 s.
     const std::size_t placed = written();

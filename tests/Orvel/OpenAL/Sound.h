@@ -11,11 +11,11 @@
 
 namespace Orvel::Test {
 
-/// 16-bit samples of a tone of peak 0.5 that glides from one frequency to another.
-inline std::vector<unsigned char> tone(double seconds, double hertz, double lastHertz) {
+/// 16-bit samples of a tone of peak 0.5.
+inline std::vector<unsigned char> tone(double seconds, double hertz) {
     std::vector<unsigned char> bytes;
     for (double t = 0.0; t < seconds - 1e-9; t = static_cast<double>(bytes.size()) / 88200.0) {
-        const double cycles = hertz * t + (lastHertz - hertz) * t * t / (2.0 * seconds);
+        const double cycles = hertz * t;
         const auto value =
             static_cast<unsigned>(std::lround(16384.0 * std::sin(2.0 * std::numbers::pi * cycles)));
         bytes.push_back(static_cast<unsigned char>(value));
@@ -35,15 +35,6 @@ inline double level(const Stereo& sound, std::size_t channel) {
     }
     const double mean = 2.0 * sum / static_cast<double>(sound.size());
     return mean > 1e-20 ? 10.0 * std::log10(mean) : -200.0;
-}
-
-/// Of the left channel, by the upward crossings of zero.
-inline double frequency(const Stereo& sound, unsigned rate) {
-    int crossings = 0;
-    for (std::size_t i = 2; i < sound.size(); i += 2) {
-        crossings += sound[i - 2] < 0.0F && sound[i] >= 0.0F ? 1 : 0;
-    }
-    return 2.0 * crossings * rate / static_cast<double>(sound.size());
 }
 
 /// A tone that is heard from a place.
