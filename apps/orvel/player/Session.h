@@ -52,7 +52,7 @@ private:
     std::map<int, const SourceSpec*> specs_; // by id, the timeline's included
     std::map<std::string, std::unique_ptr<Corvid::URLImpl::File>> files_; // by URL
     std::map<int, std::string> makers_; // the clients that have made the emitters, by id
-    std::string disabledBy_; // the client that has disabled the world; empty if none
+    std::string disabledBy_;            // the client that has disabled the world; empty if none
     std::set<int> missing_;
     std::vector<int> newMissing_;
 };
