@@ -236,7 +236,7 @@ struct OwnWorld : Orvel::World {
 
 } // namespace
 
-std::vector<Problem> findWarnings(const LoadedScene& loaded) {
+std::vector<Problem> findWarnings(const LoadedScene& loaded, double& end) {
     const Scene& scene = loaded.scene;
     Warnings warnings(scene.path);
     OwnWorld world;
@@ -246,7 +246,7 @@ std::vector<Problem> findWarnings(const LoadedScene& loaded) {
     });
     player.start();
     listener->listen(true);
-    const double end = player.end();
+    end = player.end();
     std::vector<Moment> moments = momentsOf(scene, end);
     limitWork(moments, scene);
     for (const Moment& moment : moments) {
