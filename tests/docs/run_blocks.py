@@ -38,7 +38,7 @@ presets = json.loads((root / "CMakePresets.json").read_text())
 
 def run(command, text=None):
     result = subprocess.run(command, cwd=work, input=text, capture_output=True, text=True,
-                            timeout=60, check=False)
+                            errors="replace", timeout=60, check=False)
     return "" if result.returncode == 0 else f"exit code {result.returncode}: {result.stderr}"
 
 
@@ -50,7 +50,15 @@ def of_the_tool(words):
             words += ["--seconds", "0.2"]
     if words[1] == "record":
         (work / words[2]).unlink(missing_ok=True)  # another page has made it, and it replaces none
-    return run([tool, *words[1:]])
+    text = None
+    if "|" in words:  # into a player
+        del words[words.index("|"):]
+    if "<" in words:
+        at = words.index("<")
+        text = (work / words[at + 1]).read_text()
+        del words[at:at + 2]
+    return run([tool, *(path for word in words[1:]
+                        for path in (sorted(work.glob(word)) if "*" in word else [word]))], text)
 
 
 def of_the_build(words):
