@@ -14,7 +14,7 @@ checks=(
     ccache clang clang-format clang-tidy libclang-rt-14-dev
     libgtest-dev libbenchmark-dev libzmq3-dev
     libglm-dev               # an example
-    liblo-tools python3-liblo # clients of Open Sound Control
+    liblo-tools # a client of Open Sound Control
     binutils iproute2 librsvg2-bin python3-jsonschema
     chromium                  # what looks at the monitor
     doxygen mandoc systemd    # documentation and service

@@ -1,8 +1,7 @@
-"""The doctor of the tool, on the loopback interface: doctor_test.py TOOL DOCS [unittest arguments]."""
+"""The doctor of the tool, on the loopback interface: doctor_test.py TOOL [unittest arguments]."""
 
 import json
 import os
-import re
 import socket
 import sys
 import unittest
@@ -10,7 +9,6 @@ import unittest
 from remote_case import RemoteCase
 from tool_case import DEADLINE, LEFT, free_port
 
-DOCS = os.path.abspath(sys.argv[2])
 NULL = {"ALSOFT_DRIVERS": "null"}
 
 
@@ -36,8 +34,6 @@ class Doctor(RemoteCase):
         for value in ("clockSeconds", "roundTripMs", "connectMs"):
             self.assertGreater(there["values"][value], 0)
         self.assertIn("in use by servers", found["port " + self.port]["text"])
-        self.assertEqual(found["sound timing"]["values"]["rateHz"], 44100)
-        self.assertGreater(found["sounds at once"]["values"]["sources"], 100)
         self.assertRegex(found["file formats"]["text"], r"\bflac\b.*\bwav\b")
         # A device that goes nowhere is named as such.
         self.assertEqual(found["sound output"]["verdict"], "warning")
@@ -83,17 +79,6 @@ class Doctor(RemoteCase):
         self.end(server, "serve.log")
         self.assertEqual(self.read("serve.log").count("\n"), 3)
 
-    def test_the_documentation_names_each_check_and_value(self):
-        with open(os.path.join(DOCS, "doctor.md"), encoding="utf-8") as file:
-            page = file.read()
-        command = re.search(r"^orvel (doctor --interface.*)$", page, re.M)[1].split()
-        for check in json.loads(self.run_tool(*command, "--port", self.port, env=NULL)[0])["checks"]:
-            name = re.sub(r" (\d+|lo)$|s$" if check["check"] == "servers" else r" (\d+|lo)$", "",
-                          check["check"])
-            self.assertIn(f"\n| {name} |", page)
-            for value in check["values"]:
-                self.assertIn(f"`{value}`", page)
-
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
+    unittest.main(argv=[sys.argv[0], *sys.argv[2:]])

@@ -1,10 +1,9 @@
-"""Open Sound Control from clients that are not ours: oscsend and Python's bindings of liblo.
+"""Open Sound Control from a client that is not ours, oscsend:
 osc_test.py TOOL DOCS [unittest arguments]."""
 
 import itertools
 import os
 import re
-import shlex
 import shutil
 import signal
 import socket
@@ -18,17 +17,13 @@ from remote_case import RemoteCase
 from tool_case import DEADLINE, LEFT, changed, channels, rms_dB
 
 DOCS = os.path.abspath(sys.argv[2])
-# The interpreter that runs the tests may not be the system's, which has the bindings.
-PYTHON = next((python for python in (sys.executable, "/usr/bin/python3") if subprocess.run(
-    [python, "-c", "import liblo"], capture_output=True, check=False).returncode == 0), None)
 LOOPED = changed(LEFT, sources=[{**LEFT["sources"][0], "loop": True}])
 
 
 class Osc(RemoteCase):
     def setUp(self):
         super().setUp()
-        self.assertTrue(PYTHON and shutil.which("oscsend"),
-                        "install python3-liblo and liblo-tools: scripts/install-deps.sh")
+        self.assertTrue(shutil.which("oscsend"), "install liblo-tools: scripts/install-deps.sh")
 
     def start_taking(self, log, *arguments):
         process = self.background(log, *arguments, "--osc", "0")
@@ -39,12 +34,6 @@ class Osc(RemoteCase):
     def send(self, path, *arguments, protocol="tcp"):
         subprocess.run(["oscsend", f"osc.{protocol}://127.0.0.1:{self.osc}", path, *arguments],
                        check=True, timeout=DEADLINE)
-
-    def python(self, code):
-        prelude = ("import liblo, time\n"
-                   f"tcp = liblo.Address('127.0.0.1', {self.osc}, liblo.TCP)\n"
-                   f"udp = liblo.Address('127.0.0.1', {self.osc})\n")
-        subprocess.run([PYTHON, "-c", prelude + code], check=True, timeout=DEADLINE)
 
     def test_a_scene_is_heard_where_messages_put_it(self):
         scene = self.scene(LOOPED)
@@ -83,33 +72,6 @@ class Osc(RemoteCase):
             heard = [kind for kind in held if kind != "silent"]
             self.assertEqual(heard, ["left", "right", "ahead", "soft"], name)
 
-    def test_bundles_come_in_the_order_of_their_time_tags(self):
-        player = self.start_taking("play.log", "play", self.scene(LOOPED), "--backend", "log")
-        self.wait_for_text("play.log", "setEmitterTransform(-2")
-        self.python("now = liblo.time()\n"
-                    "for delay, x in [(0.6, 5), (0.2, 3), (0.4, 4), (-5, 2)]:\n"
-                    "    liblo.send(tcp, liblo.Bundle(now + delay,\n"
-                    "        liblo.Message('/orvel/emitter/11/position', x, 0, 0),\n"
-                    "        liblo.Message('/orvel/emitter/11/position', x, 1, 0)))\n")
-        self.wait_for_text("play.log", "Transform(5.000000, 1")
-        self.end(player, "play.log")
-        places = re.findall(r"setEmitterTransform\((\d)\.0+, (\d)", self.read("play.log"))
-        self.assertEqual(places, [(x, y) for x in "2345" for y in "01"])
-
-    def test_ten_thousand_a_second_are_taken(self):
-        player = self.start_taking("play.log", "play", self.scene(LOOPED), "--backend", "silent")
-        self.python("begin = time.time()\n"
-                    "for i in range(30000):\n"
-                    "    liblo.send(tcp, '/adm/obj/11/x', float(i % 100))\n"
-                    "for i in range(30000):\n"
-                    "    liblo.send(udp, '/adm/obj/11/y', float(i % 100))\n"
-                    "assert time.time() - begin < 6, time.time() - begin\n")
-        self.send("/adm/obj/11/gain", "f", "0.5")
-        self.end(player, "play.log", signal.SIGINT)
-        taken, wrong = re.search(r"OSC: (\d+) messages, (\d+) wrong", self.read("play.log")).groups()
-        self.assertGreater(int(taken), 30000)  # TCP; how much of UDP the system keeps is its affair
-        self.assertEqual(wrong, "0")
-
     def test_an_idle_server_sleeps_and_wakes_for_each_that_comes(self):
         server = self.start_taking("serve.log", "serve", "--backend", "log", "--monitor",
                                    "127.0.0.1:0", "--port", self.port, *self.here)
@@ -140,26 +102,12 @@ class Osc(RemoteCase):
             self.assertEqual(bound, [f"0100007F:{int(self.osc):04X}"])
         err = self.run_tool("play", scene, "--backend", "silent", "--osc", self.osc, code=1)[1]
         self.assertRegex(err, f"127.0.0.1:{self.osc}: Address already in use; choose another --osc")
-        for wrong in ("loud", "1.2.3.4", "70000", "localhost:9000", "224.0.0.1:9000"):
-            err = self.run_tool("play", scene, "--osc", wrong, code=2)[1]
-            self.assertIn("expected PORT or ADDR:PORT", err)
 
-    def test_every_path_and_command_of_the_documentation_is_taken(self):
+    def test_every_path_of_the_documentation_is_taken(self):
         with open(os.path.join(DOCS, "osc.md"), encoding="utf-8") as file:
             page = file.read()
-        for block in re.findall(r"```sh\n(.*?)```", page, re.S):
-            commands = [shlex.split(line) for line in block.splitlines()]
-            self.scene(LOOPED)
-            more = ["--port", self.port, *self.here] if commands[0][1] == "serve" else []
-            process = self.start_taking("doc.log", *commands[0][1:-2], "--backend", "silent", *more)
-            for command in commands[1:]:
-                self.assertRegex(command[1], r"^osc\.(tcp|udp)://127\.0\.0\.1:9000$")
-                subprocess.run([word.replace("9000", self.osc) for word in command],
-                               check=True, timeout=DEADLINE)
-            self.end(process, "doc.log")
-            self.assertIn(f"OSC: {len(commands) - 1} messages, 0 wrong", self.read("doc.log"))
         rows = [row for row in page.splitlines() if row.startswith(("| `/adm/", "| `/orvel/"))]
-        player = self.start_taking("doc.log", "play", "scene.json", "--backend", "silent")
+        player = self.start_taking("doc.log", "play", self.scene(LOOPED), "--backend", "silent")
         paths = 0
         for row in rows:
             numbers = row.split("|")[2].split(",")[0].strip()
