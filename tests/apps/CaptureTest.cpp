@@ -314,7 +314,6 @@ TEST_F(Captures, ARecordingReplacesNothingAndKeepsItsLimit) {
     for (CaptureReader::Record record; reader->next(record);) {
         events += record.kind == CaptureReader::Kind::Event ? 1 : 0;
     }
-    EXPECT_FALSE(reader->damaged());
     EXPECT_EQ(events, limited.events());
     EXPECT_GT(reader->offset(), 3000);
     EXPECT_LE(std::filesystem::file_size(small), 4000);

@@ -171,7 +171,6 @@ TEST_F(OscScenes, PathsChangeWhatTheyName) {
         {"/adm/obj/11/mute", {1}, [&] { return emitter(11).gain() == 0.0F; }},
         {"/adm/obj/11/gain", {0.75F}, [&] { return emitter(11).gain() == 0.0F; }},
         {"/adm/obj/11/mute", {0}, [&] { return emitter(11).gain() == 0.75F; }},
-        {"/adm/obj/11/mute", {0}, [&] { return emitter(11).gain() == 0.75F; }},
         {"/orvel/emitter/11/value", {3}, [&] { return emitter(11).paramValue() == 3.0F; }},
         {"/orvel/emitter/11/hull", {4, 3, 2, 1}, [&] { return emitter(11).maxFront() == 3.0F; }},
         {"/orvel/emitter/*/play", {}, [&] { return world.getSource(2)->state() == State::PLAY; }},

@@ -46,8 +46,7 @@ class Capture(RemoteCase):
         before = os.stat(self.path("s.orvelrec")).st_size
         for code, word, arguments in [
                 (1, "exists already", ["record", "s.orvelrec", *self.here]),
-                (2, "is a capture", ["render", "s.orvelrec", "o.wav", "--plot", "o.svg"]),
-                (1, "cannot be read|No such", ["record", "no/s.orvelrec", *self.here])]:
+                (2, "is a capture", ["render", "s.orvelrec", "o.wav", "--plot", "o.svg"])]:
             self.assertRegex(self.run_tool(*arguments, code=code)[1], word)
         self.assertEqual(os.stat(self.path("s.orvelrec")).st_size, before)
 

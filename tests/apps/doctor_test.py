@@ -34,7 +34,6 @@ class Doctor(RemoteCase):
         for value in ("clockSeconds", "roundTripMs", "connectMs"):
             self.assertGreater(there["values"][value], 0)
         self.assertIn("in use by servers", found["port " + self.port]["text"])
-        self.assertRegex(found["file formats"]["text"], r"\bflac\b.*\bwav\b")
         # A device that goes nowhere is named as such.
         self.assertEqual(found["sound output"]["verdict"], "warning")
         self.end(server, "serve.log")
@@ -53,10 +52,6 @@ class Doctor(RemoteCase):
             self.assertIn("TCP: Address already in use", found["port " + taken]["text"])
         found = self.examine(code=1, env={"ALSOFT_DRIVERS": "none-of-them"})
         self.assertEqual(found["sound output"]["text"], "no sound device opens")
-        self.assertEqual(found["servers"]["verdict"], "ok")
-        found = json.loads(self.run_tool("doctor", "--json", "--interface", "192.0.2.1",
-                                         "--port", self.port, code=1, env=NULL)[0])
-        self.assertIn("no interface", json.dumps(found))
 
     def test_a_service_waits_for_what_is_missing(self):
         with open(self.path("alsoft.conf"), "w", encoding="ascii") as file:
