@@ -14,10 +14,8 @@ std::span<std::byte> InputBuffer::room() {
         resize(kLeast);
     } else if (used == 0 && capacity_ > kUsual) {
         resize(kUsual); // a large frame is through
-    } else if (wasFull_ && capacity_ < kUsual) {
-        resize(2 * capacity_);
-    } else if (used > capacity_ / 2) {
-        resize(2 * capacity_); // the rest of a large frame
+    } else if ((wasFull_ && capacity_ < kUsual) || used > capacity_ / 2) {
+        resize(2 * capacity_); // the peer sends a lot, or the rest of a large frame follows
     } else if (begin_ > 0) {
         std::memmove(bytes_.get(), bytes_.get() + begin_, used);
         begin_ = 0;
