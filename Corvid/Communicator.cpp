@@ -37,6 +37,10 @@ short Communicator::id() const {
     return connection_->peer().id;
 }
 
+std::uint16_t Communicator::features() const {
+    return connection_->peer().features;
+}
+
 Communicator::Counters Communicator::counters() const {
     return connection_->counters();
 }

@@ -68,6 +68,9 @@ public:
 
     /// The id that the peer gave itself.
     [[nodiscard]] short id() const;
+    /// What the peer gave to setFeatures(): bits that say what its program understands. 0 from a
+    /// peer that sets none.
+    [[nodiscard]] std::uint16_t features() const;
     [[nodiscard]] Counters counters() const;
 
 private:

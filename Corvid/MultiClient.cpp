@@ -3,6 +3,8 @@
 #include <Corvid/detail/Connector.h>
 #include <Corvid/detail/Hub.h>
 
+#include <utility>
+
 namespace Corvid {
 
 MultiClient::MultiClient(int protocolVersion)
@@ -29,6 +31,10 @@ void MultiClient::setMaxFoundServers(std::size_t count) {
 
 void MultiClient::setConnecting(bool connecting) {
     connector_->setConnecting(connecting);
+}
+
+void MultiClient::setServerIds(std::vector<short> ids) {
+    connector_->setServerIds(std::move(ids));
 }
 
 void MultiClient::connectToServer(const std::string& host, unsigned short port) {

@@ -60,6 +60,10 @@ public:
     /// Whether servers that are found are connected to; true at first. Synchronised.
     void setConnecting(bool connecting);
 
+    /// Connects only to found servers with one of these ids; none: to all, as at first. Connections
+    /// stay, and servers named with connectToServer() are not concerned. Synchronised.
+    void setServerIds(std::vector<short> ids);
+
     /// Keeps a connection with a server that multicast does not find, trying again at the search
     /// interval until removeServer(). A name is looked up anew for each attempt. Servers stay
     /// connected when they are removed. Synchronised.

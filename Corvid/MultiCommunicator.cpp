@@ -70,6 +70,10 @@ void MultiCommunicator::setId(short id) {
     hub_->id = id;
 }
 
+void MultiCommunicator::setFeatures(std::uint16_t features) {
+    hub_->features = static_cast<std::uint16_t>(features & ~detail::Greeting::kNotAdmitted);
+}
+
 void MultiCommunicator::setNoDelay(bool noDelay) {
     hub_->noDelay = noDelay;
 }

@@ -122,6 +122,9 @@ public:
     /// The id that peers are told; 0 at first.
     [[nodiscard]] short id() const;
     void setId(short id);
+    /// Bits that this object's peers see, see Communicator::features(); the highest is not free.
+    /// For connections made from now on. 0 at first. Synchronised.
+    void setFeatures(std::uint16_t features);
     /// Whether small frames leave at once instead of being collected by the system (TCP_NODELAY);
     /// for connections made from now on. True at first.
     void setNoDelay(bool noDelay);

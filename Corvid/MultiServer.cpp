@@ -3,6 +3,8 @@
 #include <Corvid/detail/Hub.h>
 #include <Corvid/detail/Listener.h>
 
+#include <utility>
+
 namespace Corvid {
 
 MultiServer::MultiServer(int protocolVersion)
@@ -32,6 +34,10 @@ bool MultiServer::open(const std::string& host, unsigned short port, bool announ
 
 void MultiServer::discardLeftovers(const Communicator* client) {
     hub().discardLeftovers(client);
+}
+
+void MultiServer::setAdmission(Admission admission) {
+    listener_->setAdmission(std::move(admission));
 }
 
 std::uint16_t MultiServer::port() const {

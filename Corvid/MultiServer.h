@@ -1,9 +1,11 @@
 #pragma once
 
+#include <Corvid/InetAddress.h>
 #include <Corvid/MultiCommunicator.h>
 #include <Corvid/Multicast.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,6 +36,12 @@ public:
     /// whose peers are gone, are given as lost without what they have left unread. On the loop
     /// thread.
     void discardLeftovers(const Communicator* client);
+
+    /// Which peers may connect, by their addresses; all at first. One that may not is told so and
+    /// disconnected before anything else is exchanged. Called on the loop thread; set before the
+    /// first waiting or receiving call. Must not throw.
+    using Admission = std::function<bool(const InetAddress& peer)>;
+    void setAdmission(Admission admission);
 
     /// The port listened to, 0 before opening.
     [[nodiscard]] std::uint16_t port() const;

@@ -1,11 +1,13 @@
 #include <Orvel/ClientBackend.h>
 
 #include <Orvel/CreateEmitterEvent.h>
+#include <Orvel/DriverEvent.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/EmitterConnectionEvent.h>
 #include <Orvel/EmitterHullEvent.h>
 #include <Orvel/EmitterParamEvent.h>
 #include <Orvel/OrvelMultiClient.h>
+#include <Orvel/Server.h>
 #include <Orvel/Source.h>
 #include <Orvel/SourceDataEvent.h>
 #include <Orvel/SourceDurationEvent.h>
@@ -165,6 +167,7 @@ ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, 
     if (yesOrNo(*this->params(), "newestOnly", false)) {
         communicator_->setNewestOnly(OrvelMultiClient::roleOf);
     }
+    communicator_->setFeatures(DriverEvent::kFeature);
     configure();
     communicator_->open();
     thread_ =
@@ -227,6 +230,11 @@ void ClientBackend::configure() {
         }
     }
     multicast.setInterfaces(std::move(interfaces), std::move(names));
+    std::vector<short> ids;
+    for (const std::string& item : detail::splitList(text("only"))) {
+        ids.push_back(Server::idOf(item.c_str()));
+    }
+    communicator_->setServerIds(std::move(ids));
     for (const std::string& item : detail::splitList(text("servers"))) {
         const auto colon = item.rfind(':');
         const auto port = colon == std::string::npos || colon == 0
@@ -457,7 +465,9 @@ bool ClientBackend::takeEvent(Corvid::Communicator* connection) {
         return false;
     }
     const std::unique_ptr<Corvid::Event> event(received);
-    if (auto* command = dynamic_cast<CommandEvent*>(event.get())) {
+    if (const auto* driver = dynamic_cast<const DriverEvent*>(event.get())) {
+        takeDriver(*driver, *connection);
+    } else if (auto* command = dynamic_cast<CommandEvent*>(event.get())) {
         dispatchEvent(command);
     } else {
         ORVEL_LOG_PEER(
@@ -465,6 +475,30 @@ bool ClientBackend::takeEvent(Corvid::Communicator* connection) {
             "Orvel::ClientBackend got Corvid::Event which is not a Orvel::Event\n");
     }
     return true;
+}
+
+void ClientBackend::setDriverHandler(DriverHandler handler) {
+    const std::scoped_lock lock(handlerMutex_);
+    driverHandler_ = std::move(handler);
+}
+
+void ClientBackend::takeDriver(const DriverEvent& event, Corvid::Communicator& server) {
+    const std::string name = server.counters().peer;
+    DriverHandler handler;
+    {
+        const std::scoped_lock lock(handlerMutex_);
+        handler = driverHandler_;
+    }
+    if (handler) {
+        handler(event, name);
+    } else if (event.state == DriverEvent::Replaced || event.state == DriverEvent::Refused) {
+        ORVEL_LOG(
+            Warning, "ClientBackend: does not drive the server %s: %s\n", name.c_str(),
+            event.text.c_str());
+    }
+    if (event.state == DriverEvent::Free) {
+        addCommunicator(&server);
+    }
 }
 
 bool ClientBackend::dispatchEvent(CommandEvent* event) {

@@ -5,8 +5,11 @@
 #include <Orvel/CommandEvent.h>
 #include <Orvel/WorldPart.h>
 
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <set>
+#include <string>
 
 #include <orvel_export.h>
 
@@ -21,6 +24,7 @@ class Thread;
 
 namespace Orvel {
 
+class DriverEvent;
 class OrvelMultiClient;
 
 /// Sends every change of its world to all sound servers that are connected: the kind "client".
@@ -34,8 +38,9 @@ class OrvelMultiClient;
 /// Parameters, beside "labels" (see docs/parameters.md): "transferData" (yes), "deferred" (no),
 /// "followEnabled" (no), "newestOnly" (no: a server gets every change; yes: one that lags gets only
 /// the newest transform, hull and parameter of each part, see docs/network.md), "servers"
-/// (HOST:PORT, ... to connect to without multicast), and where to search: "interfaces" (addresses
-/// or names), "group", "port", "ttl". A value that cannot be is reported, and the default used.
+/// (HOST:PORT, ... to connect to without multicast), "only" (ids or names of the servers to use of
+/// those that are found), and where to search: "interfaces" (addresses or names), "group", "port",
+/// "ttl". A value that cannot be is reported, and the default used.
 ///
 /// Threads: one receive thread, from construction to destruction. It brings new servers up to date,
 /// reading the world, and stores the playing times that servers report in the world's sources, both
@@ -82,6 +87,14 @@ public:
     /// must not be asked of a copy.
     [[nodiscard]] Corvid::MultiClient& multiClient() const;
 
+    /// Takes what a server that has one driver at a time says about who drives it, with the
+    /// server's "address:port". On the thread that receives (in deferred mode: that delivers).
+    using DriverHandler = std::function<void(const DriverEvent& event, const std::string& server)>;
+    /// Has the handler called instead of the log, which gets a warning when another client drives a
+    /// server now. The back end stays connected meanwhile, and sends the whole scene, so as to
+    /// drive again, when the server says that nobody drives it. Synchronised.
+    void setDriverHandler(DriverHandler handler);
+
     /// Sends the whole scene over one connection, so that the server's becomes equal to those of
     /// the servers that were there before; called for each new one.
     bool addCommunicator(Corvid::Communicator* connection);
@@ -106,6 +119,7 @@ private:
     void receiveFrom(Corvid::Communicator* connection);
     bool takeEvent(Corvid::Communicator* connection);
     void sendCommand(Command command, int id);
+    void takeDriver(const DriverEvent& event, Corvid::Communicator& server);
 
     std::unique_ptr<OrvelMultiClient> communicator_; // null in a copy
     std::unique_ptr<Vessa::Thread> thread_;
@@ -113,6 +127,8 @@ private:
     bool deferred_ = false;
     bool followEnabled_ = false;
     std::set<short> destroyedSources_; // since the last reset; servers have had them of their own
+    std::mutex handlerMutex_;
+    DriverHandler driverHandler_; // guarded by handlerMutex_
 };
 
 } // namespace Orvel

@@ -7,8 +7,9 @@
 
 namespace Orvel {
 
-/// What an event asks for, in its field `command`. All but CmdSetSourceDuration travel from client
-/// to server. docs/protocol.md tells which class carries which command.
+/// What an event asks for, in its field `command`. All but CmdSetSourceDuration and
+/// CmdReportDriver travel from client to server. docs/protocol.md tells which class carries which
+/// command.
 enum Command : short {
     CmdResetBackend = 10,
     CmdEnable = 11,
@@ -30,6 +31,7 @@ enum Command : short {
     CmdPlayEmitter = 36,
     CmdPauseEmitter = 37,
     CmdStopEmitter = 38,
+    CmdReportDriver = 40,
 };
 
 /// A command without values of its own, and the base of those that carry some. Events are plain

@@ -184,6 +184,10 @@ void Server::setId(short id) {
 }
 
 void Server::setId(const char* text) {
+    setId(idOf(text));
+}
+
+short Server::idOf(const char* text) {
     int value = 0;
     if (text != nullptr && *text != '\0') {
         value = static_cast<int>(std::strtol(text, nullptr, 10));
@@ -195,7 +199,7 @@ void Server::setId(const char* text) {
             value = static_cast<int>(sum);
         }
     }
-    setId(static_cast<short>(value));
+    return static_cast<short>(value);
 }
 
 void Server::run() {
@@ -263,6 +267,7 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
     } catch (...) {
         ORVEL_LOG_PEER(LostPeer, Fatal, "Orvel::Server drops a client whose event failed\n");
     }
+    clientLost(*client);
     multiServer_->removeCommunicator(client);
     client->close();
     delete client;
@@ -294,6 +299,8 @@ bool Server::takeEvent(Corvid::Communicator* client) {
 bool Server::interceptEvent(Corvid::Event& /*event*/, Corvid::Communicator& /*from*/) {
     return false;
 }
+
+void Server::clientLost(Corvid::Communicator& /*client*/) {}
 
 bool Server::dispatchEvent(CommandEvent* event) {
     return applyEvent(*this, event);

@@ -71,6 +71,8 @@ public:
     void setId(const char* text);
     /// The low 16 bits of a number; without it, setId(0) could mean a null text.
     void setId(int id) { setId(static_cast<short>(id)); }
+    /// The id that setId() makes of a text.
+    [[nodiscard]] static short idOf(const char* text);
 
     /// The connections: port, counters, settings. Lives as long as this.
     [[nodiscard]] Corvid::MultiServer& multiServer() const noexcept { return *multiServer_; }
@@ -114,6 +116,10 @@ protected:
     /// over, so that nothing more happens to it. Neither the event nor the connection may be kept
     /// or deleted. On the thread that receives.
     virtual bool interceptEvent(Corvid::Event& event, Corvid::Communicator& from);
+
+    /// A client is gone; its connection is deleted after this. On the thread that receives. Does
+    /// nothing. Must not throw.
+    virtual void clientLost(Corvid::Communicator& client);
 
 private:
     bool receiveFrom(Corvid::Communicator* client);

@@ -6,8 +6,8 @@
 
 namespace Orvel {
 
-/// How long a source plays, in seconds, as a server measured it: CmdSetSourceDuration, the one
-/// command that travels from server to client.
+/// How long a source plays, in seconds, as a server measured it: CmdSetSourceDuration, from
+/// server to client.
 class ORVEL_EXPORT SourceDurationEvent : public CommandEvent {
 public:
     void addFields() override;

@@ -6,6 +6,7 @@
 #include <Orvel/ClientBackend.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/CreateEmitterEvent.h>
+#include <Orvel/DriverEvent.h>
 #include <Orvel/EmitterConnectionEvent.h>
 #include <Orvel/EmitterHullEvent.h>
 #include <Orvel/EmitterParamEvent.h>
@@ -42,5 +43,6 @@ EventType SourceDataEvent::_type("SourceDataEvent", 207, &SourceDataEvent::creat
 EventType SourceParamEvent::_type("SourceParamEvent", 206, &SourceParamEvent::create);
 EventType SourceDurationEvent::_type("SourceDurationEvent", 208, &SourceDurationEvent::create);
 EventType TransformEvent::_type("TransformEvent", 201, &TransformEvent::create);
+EventType DriverEvent::_type("DriverEvent", 209, &DriverEvent::create);
 
 } // namespace Orvel

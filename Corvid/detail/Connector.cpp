@@ -57,6 +57,17 @@ void Connector::setSearchInterval(double seconds) {
     hub_.nudge();
 }
 
+void Connector::setServerIds(std::vector<short> ids) {
+    const std::scoped_lock lock(mutex_);
+    serverIds_ = std::move(ids);
+}
+
+bool Connector::isWanted(short id) const {
+    const std::scoped_lock lock(mutex_);
+    return serverIds_.empty() ||
+           std::find(serverIds_.begin(), serverIds_.end(), id) != serverIds_.end();
+}
+
 void Connector::want(const std::string& host, std::uint16_t port, bool wanted) {
     {
         const std::scoped_lock lock(mutex_);
@@ -229,7 +240,8 @@ void Connector::heard(const Discovery::Arrival& arrival) {
 
 void Connector::tryNext(std::uint64_t instance) {
     const auto entry = found_.find(instance);
-    if (entry == found_.end() || !connecting_ || connected_.contains(instance)) {
+    if (entry == found_.end() || !connecting_ || connected_.contains(instance) ||
+        closed_.contains(instance) || !isWanted(entry->second.server.id)) {
         return;
     }
     Found& found = entry->second;
@@ -387,6 +399,14 @@ bool Connector::accept(Connection& connection) {
     }
     for (auto& [other, found] : found_) {
         found.busy = found.busy && targetOf(other) != target;
+    }
+    if ((connection.peer().features & Greeting::kNotAdmitted) != 0) {
+        if (closed_.size() < kMostFound && closed_.insert(instance).second) {
+            hub_.report(
+                Severity::Warning, "the server at " + connection.peerName() +
+                                       " does not take connections from this machine's address");
+        }
+        return false;
     }
     // A socket may connect to itself when nobody listens at a local port.
     if (instance == hub_.greeting().instance || connected_.contains(instance)) {

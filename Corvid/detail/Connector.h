@@ -32,6 +32,7 @@ public:
     void setSearchInterval(double seconds);
     void setMaxFound(std::size_t count) { maxFound_ = count; }
     void setConnecting(bool connecting) { connecting_ = connecting; }
+    void setServerIds(std::vector<short> ids);
     void want(const std::string& host, std::uint16_t port, bool wanted);
     [[nodiscard]] std::vector<MultiClient::FoundServer> foundServers() const;
     [[nodiscard]] std::vector<MultiClient::SearchedInterface> searchedInterfaces() const;
@@ -84,6 +85,7 @@ private:
     bool makeRoom(const InetAddress& address);
     [[nodiscard]] bool isAskedFor(const Discovery::Arrival& arrival) const;
     void tryNext(std::uint64_t instance);
+    [[nodiscard]] bool isWanted(short id) const;
     void tryNamed(const std::string& target);
     void lookUp(Named& named);
     void takeLookUps();
@@ -100,6 +102,7 @@ private:
     std::map<std::string, Named> named_; // by "host:port"
     std::set<std::shared_ptr<Attempt>> attempts_;
     std::set<std::uint64_t> otherVersions_; // told already
+    std::set<std::uint64_t> closed_;        // instances that do not admit this machine's address
     std::uint32_t nonce_ = 0;
     std::uint32_t lastNonce_ = 0;
     Clock::time_point searched_;
@@ -112,6 +115,7 @@ private:
     std::atomic<bool> wantedChanged_ = false;
     mutable std::mutex mutex_; // guards the rest
     std::set<std::pair<std::string, std::uint16_t>> wanted_;
+    std::vector<short> serverIds_; // empty: all
     std::vector<MultiClient::FoundServer> publishedServers_;
     std::vector<MultiClient::SearchedInterface> publishedInterfaces_;
 };

@@ -78,7 +78,7 @@ bool Hub::open(Role& role) {
 }
 
 Greeting Hub::greeting() const {
-    return {version_, instance_, id};
+    return {version_, instance_, id, features};
 }
 
 void Hub::reportRefusal(const std::string& text) {

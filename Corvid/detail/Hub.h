@@ -86,6 +86,7 @@ public:
     [[nodiscard]] Greeting greeting() const;
 
     std::atomic<short> id = 0;
+    std::atomic<std::uint16_t> features = 0; // of the greeting
     std::atomic<bool> noDelay = true;
     std::atomic<std::size_t> maxPerAddress = MultiCommunicator::kMaxConnections;
 

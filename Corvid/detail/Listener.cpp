@@ -5,6 +5,7 @@
 #include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
 #include <utility>
 
 namespace Corvid::detail {
@@ -95,17 +96,42 @@ void Listener::acceptClients() {
             return;
         }
         toldFull_ = false;
-        const auto local = socket.local_endpoint(error);
-        if (settings.restricted() &&
-            (error ||
-             !mayUse(settings, InetAddress::fromBits(local.address().to_v4().to_uint())))) {
-            hub_.countRefusal();
-            hub_.reportRefusal("refused a client of an interface that is not to be used");
-            continue;
+        if (admit(socket, settings)) {
+            hub_.adopt(std::move(socket), {});
         }
-        hub_.adopt(std::move(socket), {});
     }
     waitForClients();
+}
+
+bool Listener::admit(tcp::socket& socket, const Multicast::Settings& settings) {
+    boost::system::error_code error;
+    const auto local = socket.local_endpoint(error);
+    if (settings.restricted() &&
+        (error || !mayUse(settings, InetAddress::fromBits(local.address().to_v4().to_uint())))) {
+        hub_.countRefusal();
+        hub_.reportRefusal("refused a client of an interface that is not to be used");
+        return false;
+    }
+    if (!admission_) {
+        return true;
+    }
+    const auto remote = socket.remote_endpoint(error);
+    if (error) {
+        return false;
+    }
+    const auto peer = InetAddress::fromBits(remote.address().to_v4().to_uint());
+    if (admission_(peer)) {
+        return true;
+    }
+    Greeting refusal = hub_.greeting();
+    refusal.features = Greeting::kNotAdmitted;
+    const auto bytes = refusal.encode();
+    // A client that hears nothing finds the connection closed all the same.
+    ::send(socket.native_handle(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    socket.shutdown(tcp::socket::shutdown_send, error);
+    hub_.countRefusal();
+    hub_.reportRefusal("refused a client at " + peer.text() + ": its address is not allowed");
+    return false;
 }
 
 bool Listener::accept(Connection& connection) {

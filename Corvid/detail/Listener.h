@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Corvid/MultiServer.h>
 #include <Corvid/Multicast.h>
 #include <Corvid/detail/Discovery.h>
 #include <Corvid/detail/Hub.h>
@@ -12,6 +13,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Corvid::detail {
@@ -24,6 +26,8 @@ public:
     /// Nothing if it listens now, else why not.
     std::string listen(const std::string& host, std::uint16_t port, bool announce);
     [[nodiscard]] std::uint16_t port() const { return port_; }
+    /// Before the first turn.
+    void setAdmission(MultiServer::Admission admission) { admission_ = std::move(admission); }
     /// Synchronised.
     [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const;
 
@@ -36,6 +40,8 @@ public:
 private:
     void waitForClients();
     void acceptClients();
+    /// Whether the settings allow a connection; one that they do not is told so.
+    bool admit(boost::asio::ip::tcp::socket& socket, const Multicast::Settings& settings);
     void waitToRefresh();
     void refresh();
     void answer(const Discovery::Arrival& query);
@@ -48,6 +54,7 @@ private:
     boost::asio::steady_timer refreshTimer_;
     boost::asio::steady_timer acceptTimer_;
     Discovery discovery_;
+    MultiServer::Admission admission_; // empty: all
     std::atomic<std::uint16_t> port_ = 0;
     const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     bool announce_ = false;

@@ -57,7 +57,7 @@ bool beginsWith(std::span<const std::byte> bytes, std::string_view magic) {
 
 std::array<std::byte, Greeting::kSize> Greeting::encode() const {
     std::array<std::byte, kSize> bytes;
-    Writer(bytes).magic(kGreetingMagic).put(version).put(std::uint16_t{0}).put(instance).put(id);
+    Writer(bytes).magic(kGreetingMagic).put(version).put(features).put(instance).put(id);
     return bytes;
 }
 
@@ -70,10 +70,9 @@ std::optional<Greeting> Greeting::decode(std::span<const std::byte, kSize> bytes
         return std::nullopt;
     }
     Greeting greeting;
-    std::uint16_t flags = 0;
     Reader(bytes.subspan(kGreetingMagic.size()))
         .get(greeting.version)
-        .get(flags)
+        .get(greeting.features)
         .get(greeting.instance)
         .get(greeting.id);
     return greeting;

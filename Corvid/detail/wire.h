@@ -13,13 +13,16 @@ namespace Corvid::detail {
 
 /// What both sides send first on a connection, the server at once and the client when it has seen
 /// that it will stay: 22 bytes, little-endian. "ORVELNET", protocol
-/// version (16 bits), flags (16 bits, 0; not looked at), instance (64 bits), id (16 bits).
+/// version (16 bits), features (16 bits), instance (64 bits), id (16 bits).
 struct Greeting {
     static constexpr std::size_t kSize = 22;
+    /// The feature of a server that turns the address away; no other is meant by it.
+    static constexpr std::uint16_t kNotAdmitted = 0x8000;
 
     std::uint16_t version = 0;
     std::uint64_t instance = 0;
     std::int16_t id = 0;
+    std::uint16_t features = 0;
 
     [[nodiscard]] std::array<std::byte, kSize> encode() const;
     /// Nothing if that is no greeting. The version may be any.

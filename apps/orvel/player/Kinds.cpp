@@ -24,8 +24,8 @@ const std::map<std::string, Kind>& table() {
     static const std::map<std::string, Kind> kinds{
         {"client",
          {"drives sound servers on other machines (orvel serve)",
-          {"deferred", "followEnabled", "group", "interfaces", "newestOnly", "port", "servers",
-           "transferData", "ttl"}}},
+          {"deferred", "followEnabled", "group", "interfaces", "newestOnly", "only", "port",
+           "servers", "transferData", "ttl"}}},
         {"default", {"the kind \"openal\"", {}}},
         {"log", {"writes each change of the scene to standard error", {}}},
         {"loopback", {"renders into the program; what \"orvel render\" uses", {"rate", "sources"}}},
