@@ -13,6 +13,7 @@
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
 #include <Orvel/ClientBackend.h>
+#include <Orvel/CreateEmitterEvent.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/TransformEvent.h>
@@ -65,7 +66,8 @@ struct Client {
 
 class Captures : public testing::Test {
 protected:
-    /// Records a session of two clients; gives the description of the server's world at its end.
+    /// Records a session of two clients, one after the other, and local input; gives the
+    /// description of the server's world at its end.
     std::string record() {
         std::ofstream(bankPath) << kSources;
         const auto bank = loadScene(bankPath);
@@ -75,65 +77,51 @@ protected:
         server.fill();
         CaptureWriter writer(path, bankPath, kSources);
         server.setTap(&writer);
-        Client first;
-        Client second;
-        Client third;
-        const std::vector<Client*> clients{&first, &second, &third};
+        std::vector<std::unique_ptr<Client>> clients;
         const auto serve = [&](auto done) {
             EXPECT_TRUE(until(done, [&] {
-                for (Client* client : clients) {
+                for (const auto& client : clients) {
                     client->world.update();
                 }
                 server.serve(std::chrono::milliseconds(4));
             }));
         };
-        // Each client that comes resets the server, so all have to be there before it begins.
-        serve([&] {
-            std::uint64_t sent = 0;
-            for (const Client* client : clients) {
-                const auto counters = client->client->multiClient().counters();
-                if (counters.connections.empty()) {
-                    return false;
-                }
-                sent += counters.eventsOut;
-            }
-            return static_cast<std::uint64_t>(server.receivedEvents()) == sent;
-        });
-        Orvel::Emitter* a = first.emitter(11, 1);
-        Orvel::Emitter* b = second.emitter(12, 2);
-        third.emitter(13, 1);
-        third.world.createSource(3);
-        third.world.createSource(9); // which the server has not
+        clients.push_back(std::make_unique<Client>());
+        clients[0]->emitter(14, 1);
+        serve([&] { return server.emitters().size() == 1; });
+        Orvel::CommandEvent off(Orvel::CmdDisable);
+        off.send(&clients[0]->client->multiClient());
+        serve([&] { return !server.enabled(); });
+        // It goes, and what it has made and done goes with it.
+        clients.clear();
+        serve([&] { return server.emitters().empty() && server.enabled(); });
+        clients.push_back(std::make_unique<Client>());
+        Client& player = *clients[0];
+        Orvel::Emitter* a = player.emitter(11, 1);
+        Orvel::Emitter* b = player.emitter(12, 2);
+        player.emitter(13, 1)->setParam(true, 0, 0.125F);
+        player.world.createSource(3);
+        player.world.createSource(9); // which the server has not
+        Orvel::CreateEmitterEvent local;
+        local.address(Orvel::CmdCreateEmitter, 13);
+        EXPECT_TRUE(server.apply(local)); // first, so that it is not the client's
         serve([&] { return server.emitters().size() == 3 && server.getSource(3) != nullptr; });
         for (int i = 0; i < 200; ++i) {
             Client::move(a, static_cast<float>(std::sin(i * 0.1)));
             Client::move(b, static_cast<float>(std::cos(i * 0.1)));
             server.serve(std::chrono::milliseconds(1));
-            first.world.update();
-            second.world.update();
+            player.world.update();
         }
         a->setParam(true, 0.25F, 0.5F);
         b->setState(Orvel::WorldPart::PAUSE);
-        second.world.setListenerTransform({1, 2, 3}, {0, 1, 0, 0});
-        delete third.world.getSource(3);
-        serve([&] {
-            return server.listenerPosition().y > 1 && server.getEmitter(11)->gain() < 1 &&
-                   server.getSource(3) == nullptr;
-        });
-        Orvel::CommandEvent off(Orvel::CmdDisable);
-        EXPECT_TRUE(server.apply(off, "elsewhere"));
+        player.world.setListenerTransform({1, 2, 3}, {0, 1, 0, 0});
+        player.world.getSource(3)->setParam(true, 2);
+        delete player.world.getSource(3);
+        serve([&] { return server.listenerPosition().y > 1 && server.getEmitter(11)->gain() < 1; });
+        EXPECT_EQ(server.getSource(3)->pitch(), 1.0F); // kept, as it was at first
+        EXPECT_EQ(server.getEmitter(13)->gain(), 1.0F);
+        EXPECT_TRUE(server.apply(off));
         EXPECT_FALSE(server.enabled());
-        // The third client goes, and what it has made goes with it.
-        const std::string peer = [&] {
-            for (const auto& connection : server.multiServer().counters().connections) {
-                if (connection.peerInstance == third.client->multiClient().instanceId()) {
-                    return connection.peer;
-                }
-            }
-            return std::string();
-        }();
-        server.forget(peer);
-        EXPECT_EQ(server.emitters().size(), 2);
         server.setTap(nullptr);
         EXPECT_FALSE(server.enabled()) << "another client has disabled it";
         server.forget("elsewhere");
@@ -179,7 +167,7 @@ std::vector<float> render(const Playable& what) {
 
 } // namespace
 
-TEST_F(Captures, ASessionOfSeveralClientsIsTheSameAgain) {
+TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
     const std::string live = record();
     EXPECT_EQ(replay(), live);
     const auto capture = Capture::load(path);

@@ -5,6 +5,7 @@ import json
 import os
 import signal
 import socket
+import struct
 import subprocess
 import sys
 import time
@@ -98,6 +99,73 @@ class Remote(RemoteCase):
         # Only what the bank has not is told of, once.
         self.assertEqual(self.read("serve.log").count("not here: 5;"), 1)
         self.assertNotIn("invalid", self.read("serve.log"))
+
+    def test_one_player_drives_at_a_time(self):
+        scene = self.scene(LOOPED)
+        self.serve("serve.log", "--scene", scene, "--backend", "silent", "--id", "stage")
+        first = self.play("first.log", scene)
+        self.wait_for_text("serve.log", "is connected")
+        waiting = self.play("waiting.log", scene, "--wait", "--only", "stage")
+        self.assertEqual(first.wait(DEADLINE), 1)
+        self.assertIn("replaced: client", self.read("first.log"))
+        self.assertRegex(self.read("serve.log"), r"client \S+ drives now, in place of client ")
+        # It neither takes over by itself nor ends, until the third one leaves.
+        third = self.play("third.log", scene, "--seconds", "1.5")
+        self.assertEqual(third.wait(DEADLINE), 0)
+        self.wait_for_text("waiting.log", "driving it now")
+        self.end(waiting, "waiting.log", signal.SIGINT)
+        self.assertEqual(self.read("waiting.log").count("replaced"), 1)
+        self.assertEqual(self.read("serve.log").count("drives now"), 3)
+        self.assertNotIn("sense", self.read("serve.log"))
+
+    def test_players_are_turned_away(self):
+        scene = self.scene(LOOPED)
+        for options, arguments, code, reason in [
+                (["--keep-player"], [], 1, "refused: client"),
+                (["--allow", "10.0.0.0/8", "--allow", "127.0.0.2"], ["--seconds", "1"], 0,
+                 "does not take connections from"),
+                (["--id", "a", "--allow", "127.0.0.0/8"], ["--only", "b", "--seconds", "1"], 0, "")]:
+            self.port = free_port()
+            server = self.serve("serve.log", "--backend", "silent", *options)
+            first = self.play("first.log", scene)
+            if code:
+                self.wait_for_text("serve.log", "is connected")
+            player = self.play("play.log", scene, *arguments)
+            self.assertEqual(player.wait(DEADLINE), code, self.read("play.log"))
+            self.assertIn(reason, self.read("play.log"))
+            self.assertEqual("connected" in self.read("play.log"), bool(code))
+            self.assertEqual(first.poll(), None)
+            first.kill()
+            self.end(server, "serve.log")
+
+    def test_a_hostile_client_is_held_to_limits(self):
+        def event(kind, command, number, fields=b""):
+            body = struct.pack("<hhBhBh", kind, 3378, 5, command, 5, number) + fields
+            return struct.pack("<I", len(body)) + body
+
+        def create(number, *labels):
+            return event(202, 30, number, struct.pack("<BI", 3, len(labels)) + b"".join(
+                struct.pack("<BI", 1, len(label)) + label for label in labels))
+
+        scene = self.scene(LOOPED)
+        port = free_port(socket.SOCK_STREAM)
+        self.serve("serve.log", "--scene", scene, "--backend", "log", "--tcp-port", port)
+        reset = event(200, 10, 0)
+        with socket.create_connection(("127.0.0.1", int(port))) as client:
+            client.sendall(b"ORVELNET" + struct.pack("<HHQh", 2, 0, 7, 0) + reset)
+            for number, labels in [(0, []), (-1, []), (7, [b"x"] * 65), (8, [b"x" * 4097]),
+                                   (9, [b"x"] * 64), (10, [b"x" * 4096])]:
+                client.sendall(create(number, *labels) + event(200, 36, number))
+            for _ in range(500):
+                client.sendall(create(11) + event(200, 21, 1) + reset)
+            self.wait_for_text("serve.log", "is dropped: more than 100 resets in 10 s")
+        log = self.read("serve.log")
+        for number, reason in [(0, "ids"), (-1, "ids"), (7, "it has"), (8, "it has")]:
+            self.assertEqual(log.count(f"refused emitter {number} of a client: {reason}"), 1, log)
+        self.assertEqual(log.count("refused emitter"), 4)
+        self.assertEqual(log.count("createSource"), 1)  # its sound is kept
+        self.assertLess(log.count("createEmitter"), 110)
+        self.assertNotIn("sense", log)
 
     def test_systemd_is_told(self):
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:

@@ -20,12 +20,6 @@ double inSeconds(std::uint64_t microseconds) {
 
 } // namespace
 
-void ReplayStage::resetWorld() {
-    session_.forgetAll();
-    Stage::resetWorld();
-    session_.fill();
-}
-
 ReplayPlayer::ReplayPlayer(
     std::string path, std::unique_ptr<CaptureReader> reader, ReplayStage& stage)
     : path_(std::move(path)), reader_(std::move(reader)), stage_(stage) {}
@@ -85,8 +79,11 @@ void ReplayPlayer::apply() {
         const std::unique_ptr<Corvid::Event> event(Corvid::Event::decode(frame_, &fault));
         if (event == nullptr) {
             warn("holds " + fault + ", which is left out");
-        } else if (!stage_.session().intercept(*event, [&client] { return client; })) {
-            Orvel::Server::applyEvent(stage_, dynamic_cast<Orvel::CommandEvent*>(event.get()));
+        } else if (auto* command = dynamic_cast<Orvel::CommandEvent*>(event.get());
+                   command != nullptr &&
+                   !stage_.session().intercept(
+                       *command, [&client] { return client; }, client == Session::kLocalInput)) {
+            Orvel::Server::applyEvent(stage_, command);
         }
         break;
     }

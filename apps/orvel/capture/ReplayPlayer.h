@@ -20,7 +20,6 @@ public:
         : Stage(bank.scene, messages), session_(*this, bank) {}
 
     [[nodiscard]] Session& session() noexcept { return session_; }
-    void resetWorld() override;
 
 private:
     Session session_;

@@ -42,6 +42,17 @@ PlayCommand::PlayCommand(CLI::App& parent) {
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check(CLI::Validator(checkHostAndPort, "", "server"));
+    app()
+        .add_option(
+            "--only", only_,
+            "With the kind \"client\": of the servers that are found, drive only those with this "
+            "id or name (serve --id); may be given several times")
+        ->type_name("ID")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app().add_flag(
+        "--wait", wait_,
+        "With the kind \"client\": where another player drives, wait until it leaves, and go on");
     network_.declareInterface(app());
     network_.declareLimits(app(), true);
     monitor_.declare(app());
@@ -67,11 +78,20 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
         if (choice.kind == "client") {
             // The tool changes its world on one thread only, so servers are served on it as well.
             choice.params = "newestOnly=yes " + choice.params + " deferred=yes followEnabled=yes";
+            if (!only_.empty()) {
+                std::string ids;
+                for (const std::string& id : only_) {
+                    ids +=
+                        (ids.empty() ? "" : ",") + std::to_string(Orvel::Server::idOf(id.c_str()));
+                }
+                choice.params += " only=\"" + ids + "\"";
+            }
             remote = true;
         }
     }
-    if (!remote && (!servers_.empty() || network_.interfacesGiven())) {
-        complain("--server and --interface are for servers on the network; add --backend client");
+    if (!remote && (!servers_.empty() || !only_.empty() || wait_ || network_.interfacesGiven())) {
+        complain("--server, --only, --wait and --interface are for servers on the network; add "
+                 "--backend client");
         return false;
     }
     if (choices.empty()) {
@@ -114,17 +134,17 @@ int PlayCommand::run() {
             return kFailure;
         }
     }
-    play(*what, stage, osc.get());
+    const bool alone = play(*what, stage, osc.get());
     if (osc != nullptr) {
         osc->finish();
     }
-    return messages.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
+    return alone && messages.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
 }
 
-void PlayCommand::play(const Playable& what, Stage& stage, OscServer* osc) {
+bool PlayCommand::play(const Playable& what, Stage& stage, OscServer* osc) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
-    RemoteServers servers(stage, servers_);
+    RemoteServers servers(stage, servers_, wait_);
     const auto made = what.makePlayer(stage);
     Player& player = *made;
     // Fetching may take long; until there is something to end in order, Ctrl-C just ends all.
@@ -141,8 +161,12 @@ void PlayCommand::play(const Playable& what, Stage& stage, OscServer* osc) {
         return endless ? std::numeric_limits<double>::infinity() : player.end() + kDeviceDelay;
     };
     double end = endOf();
-    while (!StopSignals::came() && Clock::now() < limit) {
-        const double now = Seconds(Clock::now() - begin).count();
+    auto last = begin;
+    while (!StopSignals::came() && !servers.isGivenUp() && Clock::now() < limit) {
+        const auto moment = Clock::now();
+        begin += servers.isHeld() ? moment - last : Clock::duration::zero();
+        last = moment;
+        const double now = Seconds(moment - begin).count();
         if (now >= end) {
             if (!loop_) {
                 break;
@@ -171,6 +195,7 @@ void PlayCommand::play(const Playable& what, Stage& stage, OscServer* osc) {
             std::this_thread::sleep_until(std::min(wake, limit));
         }
     }
+    return !servers.wasHindered();
 }
 
 } // namespace OrvelTool

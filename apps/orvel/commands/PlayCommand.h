@@ -22,13 +22,16 @@ public:
 private:
     /// Reads the back ends of the command line; writes what is wrong. False for wrong use.
     bool choose(std::vector<BackendOption::Choice>& choices) const;
-    void play(const Playable& what, Stage& stage, OscServer* osc);
+    /// False if another player drove a server, and this one was not heard there.
+    bool play(const Playable& what, Stage& stage, OscServer* osc);
 
     BackendOption backends_;
     MonitorOption monitor_;
     NetworkOptions network_;
     OscOption osc_;
     std::vector<std::string> servers_;
+    std::vector<std::string> only_;
+    bool wait_ = false;
     bool loop_ = false;
 };
 

@@ -2,6 +2,7 @@
 
 #include "capture/CaptureWriter.h"
 #include "commands/OutputGuard.h"
+#include "network/AddressRange.h"
 #include "network/DiscoveryWatch.h"
 #include "network/PeerWatch.h"
 #include "process/ServiceManager.h"
@@ -30,7 +31,6 @@ using namespace std::chrono_literals;
 constexpr auto kLongestWait = 200ms;  // for a signal to be seen
 constexpr auto kLongestServing = 4ms; // before a recording or a signal gets its turn
 constexpr auto kChores = 20ms;        // between two looks at what is to be told
-constexpr const char* kOscClient = "OSC";
 /// A recording cannot know how many emitters will sound at once.
 constexpr const char* kRecordingParams = "sources=4096";
 /// Behind the clock by more seconds than this, a recording is worth a word.
@@ -54,6 +54,14 @@ std::string sceneText(const std::string& path) {
     std::ostringstream text;
     text << file.rdbuf();
     return path.empty() ? "" : text.str();
+}
+
+std::string checkRange(const std::string& text) {
+    return AddressRange::parse(text)
+               ? ""
+               : "expected an IPv4 address, or one with a number of bits from 0 to 32, such as "
+                 "192.168.1.0/24, found \"" +
+                     text + "\"";
 }
 
 } // namespace
@@ -95,6 +103,18 @@ void ServeCommand::declareOptions(const std::string& playing) {
             "the system chooses one)")
         ->type_name("N")
         ->check(NetworkOptions::portValidator());
+    app()
+        .add_option(
+            "--allow", allowed_,
+            "Take connections only from this address, or from those that begin with the same bits; "
+            "may be given several times (default: from all)")
+        ->type_name("ADDR[/BITS]")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(CLI::Validator(checkRange, "", "allow"));
+    app().add_flag(
+        "--keep-player", keepPlayer_,
+        "Turn players away while one drives (default: the one that comes last takes over)");
     app()
         .add_option(
             "--id", id_, "A number or a name that becomes one, by which people tell servers apart")
@@ -149,6 +169,18 @@ int ServeCommand::run() {
     network_.apply(server.multiServer().multicast());
     network_.limit(server.multiServer());
     server.setId(id_.c_str());
+    server.setKeepPlayer(keepPlayer_);
+    if (!allowed_.empty()) {
+        std::vector<AddressRange> ranges;
+        for (const std::string& range : allowed_) {
+            ranges.push_back(*AddressRange::parse(range)); // it was checked
+        }
+        server.multiServer().setAdmission([ranges](const Corvid::InetAddress& peer) {
+            return std::any_of(ranges.begin(), ranges.end(), [&peer](const AddressRange& range) {
+                return range.contains(peer);
+            });
+        });
+    }
     if (!server.fetch()) {
         return kFailure;
     }
@@ -179,8 +211,7 @@ int ServeCommand::run() {
 
     std::unique_ptr<OscServer> osc;
     if (osc_.given()) {
-        osc = osc_.open(
-            server, [&server](Orvel::CommandEvent& event) { server.apply(event, kOscClient); });
+        osc = osc_.open(server, [&server](Orvel::CommandEvent& event) { server.apply(event); });
         if (osc == nullptr) {
             return kFailure;
         }
@@ -308,8 +339,9 @@ bool ServeCommand::serve(
         nextChores = now + kChores;
         server.update();
         const std::size_t before = clients.count();
-        for (const std::string& client : clients.look()) {
-            server.forget(client);
+        clients.look();
+        for (const std::string& text : server.takeReports()) {
+            complain(text);
         }
         if (clients.count() != before) {
             manager.status(

@@ -59,6 +59,8 @@ private:
     std::string output_; // empty: no recording
     std::string id_;
     unsigned short tcpPort_ = 0;
+    std::vector<std::string> allowed_; // empty: all may connect
+    bool keepPlayer_ = false;
 };
 
 } // namespace OrvelTool

@@ -68,7 +68,7 @@ _orvel() {
             return
         fi
         ;;
-    --seconds | --group | --port | --ttl | --id | --tcp-port | --osc | --osc-scale | \
+    --seconds | --group | --port | --ttl | --id | --only | --allow | --tcp-port | --osc | --osc-scale | \
         --check-port | --max-per-address | --max-servers | --max-size)
         return
         ;;
@@ -77,14 +77,14 @@ _orvel() {
         case $command in
         render) _orvel_words "--seconds --rate --format --plot --json --fetch $common" ;;
         play)
-            _orvel_words "--backend --web --monitor --server --interface --max-per-address \
+            _orvel_words "--backend --web --monitor --server --only --wait --interface --max-per-address \
                 --max-servers --osc --osc-scale --seconds --loop --fetch $common"
             ;;
         serve | record)
             local more=
             [[ $command == serve ]] || more=--max-size
             _orvel_words "$more --scene --backend --web --monitor --render --seconds --id --tcp-port \
-                --wait-for-device --osc --osc-scale --max-per-address $search $common"
+                --allow --keep-player --wait-for-device --osc --osc-scale --max-per-address $search $common"
             ;;
         servers) _orvel_words "--seconds --json --max-per-address --max-servers $search $common" ;;
         doctor) _orvel_words "--check-port --json $search $common" ;;
@@ -98,7 +98,7 @@ _orvel() {
     local i arguments=0
     for ((i = 2; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-        --backend | --server | --interface | --format | --rate | --plot | --levels | --seconds | \
+        --backend | --server | --only | --interface | --format | --rate | --plot | --levels | --seconds | \
             --osc | --osc-scale | --max-per-address | --max-servers)
             ((i++))
             ;;

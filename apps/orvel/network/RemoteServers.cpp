@@ -6,36 +6,74 @@
 
 #include <Corvid/MultiClient.h>
 #include <Orvel/ClientBackend.h>
+#include <Orvel/DriverEvent.h>
 #include <Orvel/Emitter.h>
+#include <Orvel/OALBackend.h>
 #include <Orvel/Source.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace OrvelTool {
 
 namespace {
 
 constexpr std::chrono::seconds kPatience{2};
+/// How long another server may take to answer when all that have answered have another player.
+constexpr std::chrono::milliseconds kGrace{500};
 
 } // namespace
 
 RemoteServers::Client::Client(Orvel::ClientBackend& client)
     : backend(client), watch(client.multiClient(), "server") {}
 
-RemoteServers::RemoteServers(Orvel::World& world, const std::vector<std::string>& servers)
-    : world_(world), begin_(Clock::now()) {
+RemoteServers::RemoteServers(
+    Orvel::World& world, const std::vector<std::string>& servers, bool wait)
+    : world_(world), begin_(Clock::now()), last_(begin_), wait_(wait) {
     for (Orvel::Backend* backend : world.backends()) {
         if (auto* client = dynamic_cast<Orvel::ClientBackend*>(backend)) {
             for (const std::string& server : servers) {
                 const auto [host, port] = hostAndPort(server);
                 client->multiClient().connectToServer(host, port);
             }
-            clients_.emplace_back(*client);
+            Client& entry = clients_.emplace_back(*client);
+            client->setDriverHandler([this, &entry](const auto& event, const std::string& server) {
+                take(entry, event, server);
+            });
         }
+        sounds_ = sounds_ || dynamic_cast<Orvel::OALBackend*>(backend) != nullptr;
     }
     if (!clients_.empty()) {
         clock_ = new PlayClock(world); // the world deletes it
     }
+}
+
+RemoteServers::~RemoteServers() {
+    for (const Client& client : clients_) {
+        client.backend.setDriverHandler({});
+    }
+}
+
+void RemoteServers::take(
+    Client& client, const Orvel::DriverEvent& event, const std::string& server) {
+    using Event = Orvel::DriverEvent;
+    if (event.state == Event::Driving) {
+        if (othersDrive_.erase(server) != 0) {
+            client.regained = true;
+            complain("server " + server + ": driving it now");
+        }
+    } else if (event.state == Event::Replaced || event.state == Event::Refused) {
+        othersDrive_.insert(server);
+        hindered_ = true;
+        complain(
+            "server " + server + (event.state == Event::Replaced ? ": replaced: " : ": refused: ") +
+            event.text +
+            (wait_ ? "; waiting until it leaves" : "; what is played here is not heard there"));
+    }
+}
+
+bool RemoteServers::isGivenUp() const {
+    return held_ && !wait_ && Clock::now() >= heldSince_ + kGrace;
 }
 
 void RemoteServers::look() {
@@ -43,13 +81,23 @@ void RemoteServers::look() {
         return;
     }
     const auto now = Clock::now();
+    begin_ += isHeld() ? now - last_ : Clock::duration::zero();
+    last_ = now;
+    std::size_t connected = 0;
     clock_->passTo(std::chrono::duration<double>(now - begin_).count(), {});
     for (Client& client : clients_) {
-        client.watch.look();
-        if (client.watch.someCame()) {
-            told_ = true;
+        for (const std::string& server : client.watch.look()) {
+            othersDrive_.erase(server);
+        }
+        told_ = told_ || client.watch.someCame();
+        if (client.watch.someCame() || std::exchange(client.regained, false)) {
             stopWhatIsOver(client);
         }
+        connected += client.watch.count();
+    }
+    if (const bool held = !othersDrive_.empty() && othersDrive_.size() == connected && !sounds_;
+        std::exchange(held_, held) != held) {
+        heldSince_ = now;
     }
     if (!told_ && now >= begin_ + kPatience) {
         told_ = true;

@@ -3,6 +3,7 @@
 #include "process/Complaint.h"
 
 #include <Corvid/URL.h>
+#include <Orvel/CreateEmitterEvent.h>
 #include <Orvel/Emitter.h>
 
 #include <exception>
@@ -76,13 +77,109 @@ void Session::fill() {
     }
 }
 
-bool Session::intercept(const Corvid::Event& event, const std::function<std::string()>& client) {
-    const auto* command = dynamic_cast<const Orvel::CommandEvent*>(&event);
-    if (command == nullptr) {
-        return false;
+void Session::forgetAll() {
+    makers_.clear();
+    local_.clear();
+    refused_.clear();
+    disabledBy_.clear();
+    fresh_ = true;
+}
+
+void Session::restore(Orvel::Source& source) {
+    std::vector<Orvel::Emitter*> ofClients;
+    for (const auto& [id, emitter] : source.connectedEmitters()) {
+        if (!local_.contains(id)) {
+            ofClients.push_back(emitter);
+        }
     }
-    const int id = command->objectId;
-    switch (command->command) {
+    for (Orvel::Emitter* emitter : ofClients) {
+        emitter->setSource(nullptr);
+    }
+    if (!source.connectedEmitters().empty()) {
+        return;
+    }
+    source.setState(Orvel::WorldPart::NONE);
+    const auto spec = specs_.find(source.id());
+    if (spec != specs_.end() &&
+        (source.loop() != spec->second->loop || source.pitch() != spec->second->pitch)) {
+        source.setParam(spec->second->loop, spec->second->pitch);
+    }
+}
+
+void Session::restoreEnabled() {
+    disabledBy_.clear();
+    world_.setEnabled(true);
+}
+
+void Session::reset(const std::string& client) {
+    if (!disabledBy_.empty() && disabledBy_ != client) {
+        restoreEnabled();
+    }
+    if (std::exchange(fresh_, true)) {
+        return;
+    }
+    for (auto entry = world_.emitters().begin(); entry != world_.emitters().end();) {
+        Orvel::Emitter* emitter = (entry++)->second; // which leaves the map when it goes
+        if (!local_.contains(emitter->id())) {
+            delete emitter;
+        }
+    }
+    for (const auto& [id, source] : world_.sources()) {
+        restore(*source);
+    }
+    makers_.clear();
+    refused_.clear();
+}
+
+const char* Session::whyRefused(const Orvel::CommandEvent& event) const {
+    if (event.objectId < kMinEmitterId) {
+        return "ids begin at 1";
+    }
+    if (local_.contains(event.objectId)) {
+        return "Open Sound Control has made one with this id; give one of them another";
+    }
+    const auto* create = dynamic_cast<const Orvel::CreateEmitterEvent*>(&event);
+    if (create == nullptr) {
+        return nullptr;
+    }
+    std::size_t bytes = 0;
+    for (const std::string& label : create->labels) {
+        bytes += label.size();
+    }
+    return create->labels.size() > kMaxLabels || bytes > kMaxLabelBytes
+               ? "it has more than 64 labels, or more than 4096 bytes of them"
+               : nullptr;
+}
+
+void Session::refuse(int id, const char* reason) {
+    refused_.insert(id);
+    if (reported_.size() < kMaxReportedRefusals && reported_.emplace(id, reason).second) {
+        newRefusals_.push_back("refused emitter " + std::to_string(id) + " of a client: " + reason);
+        if (reported_.size() == kMaxReportedRefusals) {
+            newRefusals_.emplace_back("further refusals are not reported");
+        }
+    }
+}
+
+bool Session::isRefused(int id) const {
+    return (!local_.empty() && local_.contains(id)) || (!refused_.empty() && refused_.contains(id));
+}
+
+bool Session::intercept(
+    const Orvel::CommandEvent& event, const std::function<std::string()>& client, bool local) {
+    const int id = event.objectId;
+    if (!local) {
+        if (event.command == Orvel::CmdResetBackend) {
+            reset(client());
+            return true;
+        }
+        fresh_ = false;
+    }
+    switch (event.command) {
+    case Orvel::CmdEnable:
+    case Orvel::CmdDisable:
+        disabledBy_ = local || event.command == Orvel::CmdEnable ? "" : client();
+        return false;
     case Orvel::CmdCreateSource:
         if (!provide(id) && missing_.insert(id).second) {
             newMissing_.push_back(id);
@@ -90,7 +187,7 @@ bool Session::intercept(const Corvid::Event& event, const std::function<std::str
         return true;
     case Orvel::CmdDestroySource:
         if (Orvel::Source* source = world_.getSource(id)) {
-            destroySource(*source);
+            restore(*source);
         }
         return true;
     case Orvel::CmdSetSourceParam:
@@ -99,19 +196,36 @@ bool Session::intercept(const Corvid::Event& event, const std::function<std::str
     case Orvel::CmdStopSource:
         return world_.getSource(id) == nullptr && missing_.contains(id); // that has been told
     case Orvel::CmdCreateEmitter:
+        if (local) {
+            if (world_.getEmitter(id) == nullptr) {
+                local_.insert(id);
+            }
+            return false;
+        }
+        if (const char* reason = whyRefused(event)) {
+            refuse(id, reason);
+            return true;
+        }
+        refused_.erase(id);
         if (world_.getEmitter(id) == nullptr) {
             makers_[id] = client();
         }
         return false;
     case Orvel::CmdDestroyEmitter:
+        if (!local && isRefused(id)) {
+            return true;
+        }
         makers_.erase(id);
+        local_.erase(id);
         return false;
-    case Orvel::CmdEnable:
-        disabledBy_.clear();
-        return false;
-    case Orvel::CmdDisable:
-        disabledBy_ = client();
-        return false;
+    case Orvel::CmdSetEmitterParam:
+    case Orvel::CmdSetEmitterConnection:
+    case Orvel::CmdSetEmitterTransform:
+    case Orvel::CmdSetEmitterHull:
+    case Orvel::CmdPlayEmitter:
+    case Orvel::CmdPauseEmitter:
+    case Orvel::CmdStopEmitter:
+        return !local && isRefused(id);
     default:
         return false;
     }
@@ -119,8 +233,7 @@ bool Session::intercept(const Corvid::Event& event, const std::function<std::str
 
 void Session::forget(const std::string& client) {
     if (!disabledBy_.empty() && disabledBy_ == client) {
-        disabledBy_.clear();
-        world_.setEnabled(true);
+        restoreEnabled();
     }
     for (auto entry = makers_.begin(); entry != makers_.end();) {
         if (entry->second == client) {
