@@ -18,8 +18,9 @@ using Severity = MultiCommunicator::Severity;
 constexpr auto kTimeToConnect = 3s;
 constexpr double kLeastInterval = 0.05;
 constexpr double kMostInterval = 86400.0;
-constexpr std::size_t kMaxOtherVersions = 1024; // that are reported
-constexpr std::size_t kMostEndpoints = 8;       // of one server
+constexpr std::size_t kMaxOtherVersions = 1024; // that are reported, and so for the next
+constexpr std::size_t kMaxClosed = 1024;
+constexpr std::size_t kMostEndpoints = 8; // of one server
 constexpr std::size_t kMostAttempts = 64;
 constexpr int kIntervalsRemembered = 3;
 
@@ -401,7 +402,7 @@ bool Connector::accept(Connection& connection) {
         found.busy = found.busy && targetOf(other) != target;
     }
     if ((connection.peer().features & Greeting::kNotAdmitted) != 0) {
-        if (closed_.size() < kMostFound && closed_.insert(instance).second) {
+        if (closed_.size() < kMaxClosed && closed_.insert(instance).second) {
             hub_.report(
                 Severity::Warning, "the server at " + connection.peerName() +
                                        " does not take connections from this machine's address");
