@@ -34,7 +34,12 @@ std::size_t levelIndex(Log::Level level) noexcept {
     return static_cast<std::size_t>(std::clamp(static_cast<int>(level), 0, 5));
 }
 
-std::string_view withoutExtension(std::string_view file) {
+/// The file as it stands in the source tree, without its extension. A compiler cache with a base
+/// directory names it relative to the build folder.
+std::string_view nameInTree(std::string_view file) {
+    while (file.starts_with("../")) {
+        file.remove_prefix(3);
+    }
     const auto dot = file.rfind('.');
     const auto slash = file.rfind('/');
     const bool inName =
@@ -114,7 +119,7 @@ void Log::State::appendHeader(const Site& site) {
         line += separator;
     }
     if ((mask & kHeaderFile) != 0) {
-        line += withoutExtension(site.file);
+        line += nameInTree(site.file);
         if ((mask & kHeaderLine) != 0) {
             line += ':';
             line += std::to_string(site.line);
