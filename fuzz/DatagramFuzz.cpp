@@ -1,14 +1,13 @@
 // Any bytes as a datagram of the discovery: what is accepted must be written again as it came.
+#include "require.h"
+
 #include <Corvid/detail/wire.h>
 
 #include <algorithm>
-#include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto bytes = std::as_bytes(std::span(data, size));
     const auto datagram = Corvid::detail::DiscoveryDatagram::decode(bytes);
-    if (datagram && !std::ranges::equal(datagram->encode(), bytes)) {
-        std::abort();
-    }
+    require(!datagram || std::ranges::equal(datagram->encode(), bytes));
     return 0;
 }

@@ -1,10 +1,11 @@
 // Decodes any bytes as an event. What is accepted must be written again as it came, so nothing that
 // was sent is lost, and nothing reads or takes memory beyond the input.
+#include "require.h"
+
 #include <Corvid/Event.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -19,8 +20,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string fault;
     const std::unique_ptr<Corvid::Event> event(Corvid::Event::decode(frame, &fault));
     std::vector<std::byte> again;
-    if (event == nullptr ? fault.empty() : !event->encode(again) || again != frame) {
-        std::abort();
-    }
+    require(event == nullptr ? !fault.empty() : event->encode(again) && again == frame);
     return 0;
 }

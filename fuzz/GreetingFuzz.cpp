@@ -1,9 +1,10 @@
 // Any bytes as the beginning of a connection: they arrive in pieces, and whoever could still become
 // a greeting with each piece must be one at its end, and be written again as it came.
+#include "require.h"
+
 #include <Corvid/detail/wire.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -16,24 +17,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     bool possible = true;
     for (std::size_t i = 0; i <= used; ++i) {
         const bool now = Greeting::canBegin(std::span(bytes).first(i));
-        if (now && !possible) {
-            std::abort(); // more bytes cannot mend a wrong beginning
-        }
+        require(possible || !now); // more bytes cannot mend a wrong beginning
         possible = now;
     }
     if (used < bytes.size()) {
         return 0;
     }
     const auto greeting = Greeting::decode(bytes);
-    if (greeting.has_value() != possible) {
-        std::abort();
-    }
+    require(greeting.has_value() == possible);
     if (greeting) {
         auto again = greeting->encode();
         std::copy_n(bytes.begin() + 10, 2, again.begin() + 10); // the flags are not looked at
-        if (again != bytes) {
-            std::abort();
-        }
+        require(again == bytes);
     }
     return 0;
 }

@@ -1,6 +1,8 @@
 // Any bytes as what a browser sends: in pieces, whose size the first byte says, and at once. Both
 // ways must give the same requests; what is answered must begin as an answer does, keep markup that
 // the client chose out of the pages, and come to an end.
+#include "require.h"
+
 #include <Corvid/WebPageObject.h>
 #include <Corvid/WebPageRedirection.h>
 #include <Corvid/WebPageStatic.h>
@@ -8,7 +10,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <vector>
 
 using namespace Corvid;
@@ -16,12 +17,6 @@ using namespace Corvid::detail;
 using namespace std::chrono_literals;
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 /// What makes the pages.
 struct Maker {

@@ -1,6 +1,7 @@
 #include "osc/OscInbox.h"
 #include "osc/OscScene.h"
 #include "osc/OscStream.h"
+#include "require.h"
 
 #include <Orvel/Emitter.h>
 #include <Orvel/Server.h>
@@ -12,18 +13,11 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <span>
 
 using namespace OrvelTool;
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 bool sound(const Orvel::Vec3f& v) {
     return !std::isnan(v.x) && !std::isnan(v.y) && !std::isnan(v.z);

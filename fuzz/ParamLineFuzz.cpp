@@ -1,8 +1,9 @@
+#include "require.h"
+
 #include <Config/ParamLine.h>
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -13,9 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         line.setParamLine(text.c_str());
     } catch (const Config::ParamLine::Exception& fault) {
         good = false;
-        if (fault.column() < 1 || fault.column() > text.size() + 1 || *fault.what() == '\0') {
-            std::abort();
-        }
+        require(fault.column() >= 1 && fault.column() <= text.size() + 1 && *fault.what() != '\0');
     }
     // A parameter added behind a good line is read as what it is, and takes nothing else away.
     if (good) {
@@ -25,9 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         longer.setParamLine((std::string(text.c_str()) + " zz_added=\"a 'b' \\\"c\"").c_str());
         const char* added = longer.getParam("zz_added", nullptr);
         const char* after = longer.getParam("labels", "");
-        if (added == nullptr || std::string(added) != "a 'b' \"c" || labels != after) {
-            std::abort();
-        }
+        require(added != nullptr && std::string(added) == "a 'b' \"c" && labels == after);
     }
     return 0;
 }

@@ -1,4 +1,5 @@
 #include "player/ScenePlayer.h"
+#include "require.h"
 #include "scene/SceneFile.h"
 
 #include <Orvel/SilentBackend.h>
@@ -7,18 +8,11 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
 using namespace OrvelTool;
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 /// What has been read without a problem must play, without any sound being given.
 void play(const Scene& scene) {

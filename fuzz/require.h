@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstdlib>
+
+/// Ends the process, which the fuzzer takes for a fault, unless the condition holds.
+inline void require(bool condition) {
+    if (!condition) {
+        std::abort();
+    }
+}
