@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <memory>
+#include <tuple>
 
 namespace Corvid {
 
@@ -15,32 +16,19 @@ using Bytes = std::vector<std::byte>;
 /// One field of each kind; it reads a block of as many bytes as `big` says.
 class EveryField : public Event {
 public:
-    std::string text;
-    float single = 0;
-    unsigned int number = 0;
-    unsigned long big = 0;
-    short small = 0;
-    bool flag = false;
+    std::tuple<std::string, float, unsigned int, unsigned long, short, bool> fields;
     std::string block;
+    std::string& text = std::get<0>(fields);
+    unsigned long& big = std::get<3>(fields);
 
     void addFields() override {
         Event::addFields();
-        addField(text);
-        addField(single);
-        addField(number);
-        addField(big);
-        addField(small);
-        addField(flag);
+        std::apply([this](auto&... field) { (addField(field), ...); }, fields);
         addData(block.data(), static_cast<long>(block.size()));
     }
     void getFields() override {
         Event::getFields();
-        getField(text);
-        getField(single);
-        getField(number);
-        getField(big);
-        getField(small);
-        getField(flag);
+        std::apply([this](auto&... field) { (getField(field), ...); }, fields);
         block.resize(big);
         getData(block.data(), static_cast<long>(big));
     }
@@ -71,12 +59,7 @@ public:
 TEST(Event, IsWrittenByteForByteAsDocumented) {
     EveryField event;
     event.protocolTag = 3378;
-    event.text = "h\xc3\xa9";
-    event.single = 1.5F;
-    event.number = 0x01020304;
-    event.big = 0x1112131415161718;
-    event.small = -2;
-    event.flag = true;
+    event.fields = {"h\xc3\xa9", 1.5F, 0x01020304, 0x1112131415161718, -2, true};
     event.block = "xyz";
     const Bytes frame = encoded(event);
     using namespace std::string_literals;

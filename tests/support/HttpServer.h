@@ -3,7 +3,6 @@
 #include "support/Loopback.h"
 
 #include <map>
-#include <mutex>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
@@ -14,24 +13,25 @@
 
 namespace Orvel::Test {
 
-/// What a server answers, byte by byte, so that it may break every rule, and what it does then.
+/// What a server answers, byte by byte, so that it may break every rule. Then it sends `count`
+/// bytes of `more`, again and again, with a pause before each, in ms, and closes.
 struct Answer {
-    enum Then {
-        Close,
-        Stall,  ///< sends nothing more and waits until the client has had enough
-        Repeat, ///< sends `more` again and again, 64 MiB at most
-        Drip,   ///< sends `more` byte by byte with pauses of 0.3 s, then closes
-    };
     std::string bytes;
-    Then then = Close;
     std::string more = {};
+    int count = 0;
+    int pause = 0;
 };
 
 /// An HTTP server on a free loopback port with one thread, serving one connection after another.
-/// Paths that it does not know get status 404. Nothing keeps it busy for more than 20 s.
+/// Paths that it does not know and clients without the library's name get status 404.
 class HttpServer {
 public:
-    explicit HttpServer(std::map<std::string, Answer> answers) : answers_(std::move(answers)) {
+    /// The rows have a path and its answer.
+    template <class Rows>
+    explicit HttpServer(const Rows& rows) {
+        for (const auto& row : rows) {
+            answers_[row.path] = row.answer;
+        }
         if (::listen(listener_, 64) != 0) {
             throw std::runtime_error("no HTTP server on loopback");
         }
@@ -49,12 +49,6 @@ public:
 
     [[nodiscard]] std::string url(const std::string& path) const {
         return "http://127.0.0.1:" + std::to_string(port_) + path;
-    }
-
-    /// The head of the last request.
-    [[nodiscard]] std::string lastRequest() {
-        const std::scoped_lock lock(mutex_);
-        return lastRequest_;
     }
 
 private:
@@ -76,26 +70,15 @@ private:
             }
             request.append(buffer, static_cast<std::size_t>(size));
         }
-        {
-            const std::scoped_lock lock(mutex_);
-            lastRequest_ = request;
-        }
         const std::size_t path = request.find(' ') + 1;
         const auto found = answers_.find(request.substr(path, request.find(' ', path) - path));
         const Answer none{"HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone"};
-        const Answer& answer = found == answers_.end() ? none : found->second;
+        const bool known = request.find("\r\nUser-Agent: orvel/") != std::string::npos;
+        const Answer& answer = found == answers_.end() || !known ? none : found->second;
         bool open = send(client, answer.bytes);
-        if (answer.then == Answer::Stall) {
-            waitFor(client, 20000);
-        } else if (answer.then == Answer::Repeat) {
-            for (std::size_t sent = 0; open && sent < (64U << 20U); sent += answer.more.size()) {
-                open = send(client, answer.more);
-            }
-        } else if (answer.then == Answer::Drip) {
-            for (std::size_t i = 0; open && i < answer.more.size(); ++i) {
-                waitFor(client, 300);
-                open = send(client, answer.more.substr(i, 1));
-            }
+        for (int i = 0; open && i < answer.count; ++i) {
+            open = !waitFor(client, answer.pause) &&
+                   send(client, answer.more.substr(i % answer.more.size(), 1));
         }
     }
 
@@ -113,11 +96,9 @@ private:
         return size >= 0;
     }
 
-    const std::map<std::string, Answer> answers_;
+    std::map<std::string, Answer> answers_;
     std::uint16_t port_ = 0;
     const int listener_ = boundSocket(SOCK_STREAM, port_);
-    std::mutex mutex_;
-    std::string lastRequest_; // guarded by mutex_
     std::thread thread_;
 };
 
