@@ -22,6 +22,24 @@ std::string n(double value) {
     return svgNumber(value);
 }
 
+/// How far a sound is heard at its full level, and from where on it gets no softer: in all
+/// directions the same, for the OpenAL back end averages front and back.
+struct Reach {
+    double full;
+    double softest;
+};
+
+Reach reachOf(const Hull& hull) {
+    constexpr double kSmallest = 0.001; // as in the back end
+    const auto mean = [](float back, float front) {
+        const double radius = (static_cast<double>(back) + static_cast<double>(front)) / 2.0;
+        return radius > 0.0 ? radius : kSmallest;
+    };
+    const double softest = mean(hull.maxBack, hull.maxFront);
+    const double full = mean(hull.minBack, hull.minFront);
+    return {full < softest ? full : 0.999 * softest, softest};
+}
+
 /// Scene units seen from above to pixels, the same scale both ways.
 class View {
 public:
@@ -34,8 +52,9 @@ public:
         const double reach = std::max({right_ - left_, bottom_ - top_, 2.0});
         for (const Track& track : paths.emitters) {
             if (track.placed) {
-                include(track, extent(track.hull.minFront, track.hull.minBack, reach));
-                include(track, extent(track.hull.maxFront, track.hull.maxBack, 0.6 * reach));
+                const Reach heard = reachOf(track.hull);
+                include(track, heard.full <= reach ? heard.full : 0.0);
+                include(track, heard.softest <= 0.6 * reach ? heard.softest : 0.0);
             }
         }
         const double width = std::max(right_ - left_, 1e-3);
@@ -60,11 +79,6 @@ public:
     [[nodiscard]] double scale() const { return scale_; }
 
 private:
-    static double extent(float front, float back, double most) {
-        const double larger = std::max(static_cast<double>(front), static_cast<double>(back));
-        return larger <= most ? larger : 0.0;
-    }
-
     void include(const Track& track, double around) {
         for (const Place& place : track.places) {
             const auto px = static_cast<double>(place.position.x);
@@ -93,12 +107,8 @@ double headingOf(const Orvel::Quaternion& rotation) {
            std::numbers::pi;
 }
 
-/// A closed line with one extent ahead, one behind, and their mean to the sides, which is the
-/// radius that sound is attenuated by.
-std::string outline(double front, double back, const std::string& style) {
-    const double side = (front + back) / 2.0;
-    return "<path d=\"M" + n(-side) + " 0A" + n(side) + " " + n(front) + " 0 0 1 " + n(side) +
-           " 0A" + n(side) + " " + n(back) + " 0 0 1 " + n(-side) + " 0Z\" " + style + "/>\n";
+std::string circle(double radius, const std::string& style) {
+    return "<circle r=\"" + n(radius) + "\" " + style + "/>\n";
 }
 
 std::string text(
@@ -123,11 +133,8 @@ std::string listenerSign() {
            "<rect x=\"9\" y=\"-4\" width=\"4\" height=\"8\" rx=\"1.5\" fill=\"#1f2937\"/>\n";
 }
 
-std::string emitterSign(const std::string& colour, double heading) {
-    return "<g transform=\"rotate(" + n(heading) +
-           ")\"><path d=\"M0 -12L4.5 -5L-4.5 -5Z\" fill=\"" + colour +
-           "\"/></g>\n<circle r=\"6.5\" fill=\"" + colour +
-           "\" stroke=\"#ffffff\" stroke-width=\"1.5\"/>\n";
+std::string emitterSign(const std::string& colour) {
+    return "<circle r=\"6.5\" fill=\"" + colour + "\" stroke=\"#ffffff\" stroke-width=\"1.5\"/>\n";
 }
 
 std::string at(double x, double y, const std::string& content) {
@@ -217,22 +224,18 @@ private:
             return {};
         }
         const Place& place = track.places.front();
-        const double s = view_.scale();
-        const Hull& h = track.hull;
-        const auto d = [s](float extent) { return s * std::max(0.0, static_cast<double>(extent)); };
-        std::string out = outline(
-            d(h.maxFront), d(h.maxBack),
+        const Reach heard = reachOf(track.hull);
+        std::string out = circle(
+            heard.softest * view_.scale(),
             "fill=\"none\" stroke=\"" + colour +
                 "\" stroke-opacity=\"0.4\" stroke-dasharray=\"5 5\"");
-        if (h.minFront > 0.0F || h.minBack > 0.0F) {
-            out += outline(
-                d(h.minFront), d(h.minBack),
-                "fill=\"" + colour + "\" fill-opacity=\"0.12\" stroke=\"" + colour +
-                    "\" stroke-opacity=\"0.6\"");
+        if (track.hull.minFront + track.hull.minBack > 0.0F) {
+            out += circle(
+                heard.full * view_.scale(), "fill=\"" + colour +
+                                                "\" fill-opacity=\"0.12\" stroke=\"" + colour +
+                                                "\" stroke-opacity=\"0.6\"");
         }
-        return at(
-            x(place), y(place),
-            "<g transform=\"rotate(" + n(headingOf(place.rotation)) + ")\">\n" + out + "</g>\n");
+        return at(x(place), y(place), out);
     }
 
     std::string path(const Track& track, const std::string& colour) {
@@ -258,8 +261,7 @@ private:
         const Place& place = track.places.front();
         return at(
             x(place), y(place),
-            "<title>" + svgText(title(track)) + "</title>\n" +
-                emitterSign(colour, headingOf(place.rotation)));
+            "<title>" + svgText(title(track)) + "</title>\n" + emitterSign(colour));
     }
 
     static std::string title(const Track& track) {
@@ -343,13 +345,13 @@ std::string drawLegend(double x, double y) {
     const std::array<std::pair<std::string, const char*>, 5> rows{{
         {"<g transform=\"scale(0.8)\">" + listenerSign() + "</g>",
          "listener; the nose points ahead"},
-        {emitterSign(colour, 0.0), "emitter: id and sound"},
+        {emitterSign(colour), "emitter: id and sound"},
         {"<circle r=\"9\" fill=\"" + colour + "\" fill-opacity=\"0.12\" stroke=\"" + colour +
              "\" stroke-opacity=\"0.6\"/>",
-         "inner hull: full loudness"},
+         "inner hull: full level"},
         {"<circle r=\"9\" fill=\"none\" stroke=\"" + colour +
              "\" stroke-opacity=\"0.5\" stroke-dasharray=\"4 3\"/>",
-         "outer hull: softest from here"},
+         "outer hull: no softer beyond"},
         {"<path d=\"M-13 5Q0 -8 13 -4\" fill=\"none\" stroke=\"" + colour +
              "\" stroke-width=\"2\"/><circle cy=\"-2.5\" r=\"3\" fill=\"#ffffff\" stroke=\"" +
              colour + "\" stroke-width=\"1.5\"/>",
