@@ -47,6 +47,12 @@ public:
     /// rendering stops until the next change of state.
     void setSource(Source* source);
 
+    /// Where the sound begins each time that it is told to play, in seconds of the sound; 0 at
+    /// first. It is for a host that comes into a scene in the middle. Tells nobody, is not sent to
+    /// other machines, and back ends other than OpenAL pay no heed to it. Beyond the end a sound
+    /// that does not loop stays silent.
+    void setStartOffset(double seconds) noexcept { startOffset_ = seconds; }
+
     [[nodiscard]] const Vec3f& position() const noexcept { return position_; }
     [[nodiscard]] const Quaternion& rotation() const noexcept { return rotation_; }
     [[nodiscard]] float maxBack() const noexcept { return maxBack_; }
@@ -58,6 +64,7 @@ public:
     [[nodiscard]] bool paramFlag() const noexcept { return paramFlag_; }
     /// The connected source, not owned; null when there is none.
     [[nodiscard]] Source* source() const noexcept { return source_; }
+    [[nodiscard]] double startOffset() const noexcept { return startOffset_; }
     [[nodiscard]] const std::vector<std::string>& labels() const noexcept { return labels_; }
 
 private:
@@ -70,6 +77,7 @@ private:
     float gain_ = 1.0F;
     float paramValue_ = 0.0F;
     bool paramFlag_ = true;
+    double startOffset_ = 0.0;
     Source* source_ = nullptr;
     std::vector<std::string> labels_;
 };

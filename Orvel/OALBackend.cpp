@@ -12,6 +12,7 @@
 #include <AL/alc.h>
 #include <AL/alut.h>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -122,6 +123,25 @@ LoadedSound load(const std::string& fileName) {
 
 bool isSpatialized(World& world, const Emitter& emitter) {
     return world.spatialize() && emitter.paramFlag();
+}
+
+/// Has an AL source begin where the emitter's host wants it. False if the sound is over there.
+bool seek(ALuint name, const Emitter& emitter) {
+    const Source* source = emitter.source();
+    double offset = emitter.startOffset();
+    if (!(offset > 0.0) || source == nullptr || !(source->duration() > 0.0F)) {
+        return true;
+    }
+    const auto duration = static_cast<double>(source->duration());
+    if (offset >= duration) {
+        if (!source->loop()) {
+            return false;
+        }
+        offset = std::fmod(offset, duration);
+    }
+    // AL keeps it for the next time that the source plays, if it does not.
+    alSourcef(name, AL_SEC_OFFSET, static_cast<ALfloat>(offset));
+    return true;
 }
 
 } // namespace
@@ -516,10 +536,14 @@ void OALBackend::setEmitterState(Emitter& emitter) {
     }
     switch (emitter.state()) {
     case WorldPart::PLAY:
+        if (!seek(*name, emitter)) {
+            break;
+        }
         alSourcePlay(*name);
         checkALError("Cannot play sound\n");
         break;
     case WorldPart::PAUSE:
+        seek(*name, emitter);
         alSourcePause(*name);
         checkALError("Cannot pause sound\n");
         break;
