@@ -10,6 +10,7 @@
 #include "commands/ServeCommand.h"
 #include "commands/ServersCommand.h"
 #include "player/Kinds.h"
+#include "process/DidYouMean.h"
 #include "process/OutputFile.h"
 #include "process/VisibleText.h"
 
@@ -29,20 +30,75 @@ using namespace OrvelTool;
 
 namespace {
 
+std::vector<std::string> namesOf(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : app.get_subcommands({})) {
+        names.push_back(command->get_name());
+    }
+    return names;
+}
+
+std::string list(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : ", ") + word;
+    }
+    return text;
+}
+
+/// The nearest of the known words, as the end of a message.
+std::string suggest(const std::string& word, const std::vector<std::string>& known) {
+    std::vector<const char*> texts(known.size());
+    std::transform(
+        known.begin(), known.end(), texts.begin(), [](const auto& text) { return text.c_str(); });
+    return didYouMean(word, texts);
+}
+
+/// The option among the words that a command did not understand; empty if there is none.
+std::string unknownOption(const CLI::App& command) {
+    for (const std::string& word : command.remaining()) {
+        if (word.starts_with('-') && word != "-" && word != "--") {
+            return word.substr(0, word.find('='));
+        }
+    }
+    return {};
+}
+
+/// What is wrong about an option that a command does not have.
+std::string explainOption(const CLI::App& command, const std::string& option) {
+    std::vector<std::string> names;
+    for (const CLI::Option* known : command.get_options()) {
+        for (const std::string& name : known->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return "unknown option \"" + option + "\"" + suggest(option, names);
+}
+
 /// What the user did wrong, and where help is.
 std::string explain(const CLI::App* app, const CLI::Error& fault) {
     std::string command = "orvel";
     std::string message = fault.what();
-    if (app->get_subcommands().empty()) {
-        const auto words = app->remaining();
-        message = words.empty() ? "no command" : "unknown command \"" + words.front() + "\"";
-        std::string separator = "; expected one of: ";
-        for (const CLI::App* known : app->get_subcommands({})) {
-            message += separator + known->get_name();
-            separator = ", ";
-        }
+    const auto chosen = app->get_subcommands();
+    const std::string option = unknownOption(chosen.empty() ? *app : *chosen.front());
+    if (!option.empty()) {
+        message = explainOption(chosen.empty() ? *app : *chosen.front(), option);
+        command += chosen.empty() ? "" : " " + chosen.front()->get_name();
+    } else if (!chosen.empty()) {
+        command += " " + chosen.front()->get_name();
+    } else if (const auto words = app->remaining(); words.empty()) {
+        message = "no command; expected one of: " + list(namesOf(*app));
     } else {
-        command += " " + app->get_subcommands().front()->get_name();
+        const std::string& word = words.front();
+        const std::string suggestion = suggest(word, namesOf(*app));
+        message = "unknown command \"" + word + "\"";
+        if (word.ends_with(".json") || word.ends_with(".orvelrec")) {
+            message += "; to hear that file: orvel play " + word;
+        } else if (!suggestion.empty()) {
+            message += suggestion;
+        } else {
+            message += "; expected one of: " + list(namesOf(*app));
+        }
     }
     return "orvel: " + message + "\nTry \"" + command + " --help\".\n";
 }
@@ -50,10 +106,11 @@ std::string explain(const CLI::App* app, const CLI::Error& fault) {
 int run(int argc, char** argv) {
     CLI::App app{"Hear scenes of placed sounds: play them, or render them to files.", "orvel"};
     app.set_help_flag("-h,--help", "Show this text");
-    app.set_version_flag("--version", std::string("orvel ") + Orvel::version(), "Show the version");
+    app.set_version_flag(
+        "-V,--version", std::string("orvel ") + Orvel::version(), "Show the version");
     app.failure_message(explain);
     app.require_subcommand(1);
-    app.footer("\"orvel COMMAND --help\" tells more. "
+    app.footer("\"orvel help COMMAND\" tells more. "
                "Exit codes: 0 all went well, 1 failure, 2 wrong use.");
     const std::array<std::unique_ptr<Command>, 9> commands{
         std::make_unique<RenderCommand>(app),  std::make_unique<PlayCommand>(app),
@@ -63,6 +120,14 @@ int run(int argc, char** argv) {
         std::make_unique<DoctorCommand>(app)};
     try {
         std::vector<std::string> words(argv + 1, argv + argc);
+        if (!words.empty() && words.front() == "help") {
+            words.erase(words.begin());
+            words.resize(std::min<std::size_t>(words.size(), 1));
+            const auto names = namesOf(app);
+            if (words.empty() || std::count(names.begin(), names.end(), words.front()) != 0) {
+                words.emplace_back("--help");
+            }
+        }
         MonitorOption::separate(words);
         std::reverse(words.begin(), words.end()); // as the parser wants them
         app.parse(std::move(words));

@@ -1,11 +1,7 @@
 #include "render/LevelMeter.h"
 
-#include "plot/Svg.h"
-
 #include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
-#include <string>
 #include <vector>
 
 using namespace OrvelTool;
@@ -43,43 +39,5 @@ TEST(LevelMeter, KeepsWindowsOfUnevenLengthApartHoweverItIsFed) {
         EXPECT_EQ(windows[0][1].peak, 0.0);
         EXPECT_DOUBLE_EQ(meter.all()[0].peak, 0.5);
         EXPECT_NEAR(meter.all()[0].rms, std::sqrt((1103 * 0.25 + 1102 * 0.0625) / 2205.0), 1e-12);
-    }
-    EXPECT_EQ(toDecibels(0.0), -std::numeric_limits<double>::infinity());
-}
-
-TEST(Svg, WritesNothingThatXmlCannotHold) {
-    const std::pair<const char*, const char*> rows[] = {
-        {"a<b>&\"c\"", "a&lt;b&gt;&amp;&quot;c&quot;"},
-        {"K\xC3\xBC"
-         "che",
-         "K\xC3\xBC"
-         "che"},
-        {"\xF0\x9F\x94\x94", "\xF0\x9F\x94\x94"},
-        {"a\x01z", "a\xEF\xBF\xBDz"},
-        {"cut \xC3", "cut \xEF\xBF\xBD"},
-        {"\xC0\xAF", "\xEF\xBF\xBD\xEF\xBF\xBD"},                 // overlong
-        {"\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"}, // surrogate
-        {"\xEF\xBF\xBF", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"}, // no character
-    };
-    for (const auto& [text, expected] : rows) {
-        EXPECT_EQ(svgText(text), expected) << text;
-    }
-    EXPECT_EQ(svgNumber(-0.001), "0");
-    EXPECT_EQ(svgNumber(std::nan("")), "0");
-    EXPECT_EQ(svgNumber(1234567.891), "1234567.89");
-}
-
-TEST(Svg, PutsLabelsWhereNothingElseIs) {
-    Labels labels({0, 0, 200, 100});
-    std::vector<Box> boxes;
-    for (int i = 0; i < 4; ++i) {
-        const Labels::Spot spot = labels.place(100, 50, "label", 10, 8);
-        boxes.push_back({spot.x, spot.y - 9.2, textWidth("label", 10), 12});
-    }
-    for (std::size_t i = 0; i < boxes.size(); ++i) {
-        EXPECT_NEAR(boxes[i].overlap({0, 0, 200, 100}), boxes[i].width * 12, 1e-6) << i;
-        for (std::size_t k = 0; k < i; ++k) {
-            EXPECT_NEAR(boxes[i].overlap(boxes[k]), 0.0, 1e-6) << i << ' ' << k;
-        }
     }
 }

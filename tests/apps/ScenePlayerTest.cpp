@@ -4,6 +4,7 @@
 #include <Orvel/OALLoopbackBackend.h>
 #include <Orvel/Source.h>
 
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
@@ -158,7 +159,11 @@ TEST(ScenePlayer, TellsBackEndsWhatEachChangeNeeds) {
     for (const auto& row : rows) {
         EXPECT_EQ(stage.advance(static_cast<double>(&row - rows + 1)), row.calls) << row.change;
     }
+    stage.recorder.take();
     stage.player->start();
+    const Calls again = stage.recorder.take();
+    EXPECT_EQ(std::count(again.begin(), again.end(), "setSourceData 1"), 0) << "it was there";
+    EXPECT_EQ(std::count(again.begin(), again.end(), "setSourceData 2"), 1) << "it had another";
     EXPECT_EQ(log.lines(), Calls{});
     EXPECT_EQ(errors.take(), "");
     EXPECT_TRUE(stage.world.enabled() && stage.world.spatialize());

@@ -69,9 +69,8 @@ class ToolCase(unittest.TestCase):
             return file.read()
 
     def start(self, *arguments, prefix=(), env=None, **more):
-        files = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
-                 "text": True}
-        return subprocess.Popen([*prefix, TOOL, *arguments], cwd=self.folder,
+        files = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+        return subprocess.Popen([*prefix, TOOL, *arguments], cwd=self.folder, text=True,
                                 env={**os.environ, **(env or {})}, **{**files, **more})
 
     def finish(self, process, code):

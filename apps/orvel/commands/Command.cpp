@@ -5,19 +5,29 @@
 #include <Orvel/Version.h>
 
 #include <cmath>
+#include <sstream>
 
 namespace OrvelTool {
 
 namespace {
 
+bool readSeconds(const std::string& text, double& value) {
+    return CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value <= kMaxSeconds;
+}
+
+std::string expected(const char* what, const std::string& text) {
+    return std::string("expected seconds ") + what + ", at most " +
+           std::to_string(std::lround(kMaxSeconds)) + ", found \"" + text + "\"";
+}
+
 std::string checkSeconds(const std::string& text) {
     double value = 0.0;
-    if (!CLI::detail::lexical_cast(text, value) || !std::isfinite(value) || value <= 0.0 ||
-        value > kMaxSeconds) {
-        return "expected seconds above 0, at most " + std::to_string(std::lround(kMaxSeconds)) +
-               ", found \"" + text + "\"";
-    }
-    return {};
+    return readSeconds(text, value) && value > 0.0 ? "" : expected("above 0", text);
+}
+
+std::string checkFrom(const std::string& text) {
+    double value = 0.0;
+    return readSeconds(text, value) && value >= 0.0 ? "" : expected("from 0 on", text);
 }
 
 } // namespace
@@ -26,7 +36,7 @@ void Command::declare(CLI::App& parent, const std::string& name, const std::stri
     app_ = parent.add_subcommand(name, description);
     app_->set_help_flag("-h,--help", "Show this text");
     app_->set_version_flag(
-        "--version", std::string("orvel ") + Orvel::version(), "Show the version");
+        "-V,--version", std::string("orvel ") + Orvel::version(), "Show the version");
     app_->add_flag("-v,--verbose", verbose_, "Show all that the library and its devices report");
 }
 
@@ -39,6 +49,18 @@ void Command::declareFetch() {
         "--fetch", fetch_,
         "Fetch the sounds that a capture names by URL. For captures from people that you trust: "
         "this machine then asks other hosts for them");
+}
+
+void Command::declareFrom(const std::string& description) {
+    app_->add_option("--from", from_, description)
+        ->type_name("S")
+        ->check(CLI::Validator(checkFrom, "", "from"));
+}
+
+std::string Command::tooLate(double end) const {
+    std::ostringstream text;
+    text << scenePath_ << ": --from " << from_ << " is not before its end, at " << end << " s";
+    return text.str();
 }
 
 void Command::declareSeconds(const std::string& description) {

@@ -32,12 +32,18 @@ protected:
     void declareScene(const std::string& description = "The scene file (JSON)");
     /// The option --fetch, for what may be a capture.
     void declareFetch();
+    /// The option --from.
+    void declareFrom(const std::string& description);
     /// The option --seconds.
     void declareSeconds(const std::string& description);
+
+    /// What to say if --from is not before the end.
+    [[nodiscard]] std::string tooLate(double end) const;
 
     [[nodiscard]] CLI::App& app() const noexcept { return *app_; }
 
     std::string scenePath_;
+    double from_ = 0.0;    // 0 when not given
     double seconds_ = 0.0; // 0 when not given
     bool verbose_ = false;
     bool fetch_ = false;

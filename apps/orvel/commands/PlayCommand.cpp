@@ -2,8 +2,10 @@
 
 #include "capture/Capture.h"
 #include "network/RemoteServers.h"
+#include "player/PlayClock.h"
 #include "player/ScenePlayer.h"
 #include "process/LibraryMessages.h"
+#include "process/ShortPeriods.h"
 #include "process/StopSignals.h"
 
 #include <algorithm>
@@ -11,6 +13,7 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <thread>
 
 namespace OrvelTool {
@@ -19,8 +22,25 @@ namespace {
 
 /// A device plays what it was given a moment later; a scene is over when that is heard.
 constexpr double kDeviceDelay = 0.1;
+/// A loop's rounds are at least that long, in seconds: a scene may be over at once.
+constexpr double kShortestRound = 0.01;
 /// How long messages from elsewhere may hold up the scene's own movement.
 constexpr std::chrono::milliseconds kLongestOsc{4};
+
+/// Starts a player and brings its world to a time at once. Emitters then begin as far into their
+/// sounds as they would have come.
+void skipTo(double seconds, Player& player, Stage& stage) {
+    const auto clock = std::make_unique<PlayClock>(stage);
+    player.start();
+    for (double now = 0.0; now < seconds;) {
+        now = std::min(player.nextChange(now), seconds);
+        clock->passTo(now, player.pitchRamps());
+        player.advance(now);
+    }
+    for (const auto& [id, emitter] : stage.emitters()) {
+        emitter->setStartOffset(clock->played(*emitter));
+    }
+}
 
 } // namespace
 
@@ -57,6 +77,7 @@ PlayCommand::PlayCommand(CLI::App& parent) {
     network_.declareLimits(app(), true);
     monitor_.declare(app());
     osc_.declare(app());
+    declareFrom("Where to begin, in seconds of the scene, with its sounds at their place");
     declareSeconds(
         "How long to play, in seconds (default: until the scene ends; with --osc until Ctrl-C)");
     declareFetch();
@@ -98,7 +119,35 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
         choices.push_back({"default", ""});
     }
     monitor_.addTo(choices);
+    if (remote && from_ > 0.0) {
+        complain("--from: on servers, sounds that have begun earlier play from their beginnings");
+    }
     return true;
+}
+
+bool PlayCommand::addAll(
+    const std::vector<BackendOption::Choice>& choices, Player& player, Stage& stage,
+    LibraryMessages& messages) const {
+    const std::string advice =
+        "to hear the scene through a file: orvel render " + scenePath_ + " OUT.wav";
+    if (from_ <= 0.0) {
+        return addBackends(stage, messages, choices, advice, verbose_);
+    }
+    // Monitors learn the names of sounds while these are given. The others come when the scene is
+    // at its time, so that nothing is heard on the way.
+    std::vector<BackendOption::Choice> monitors;
+    std::vector<BackendOption::Choice> others;
+    for (const BackendOption::Choice& choice : choices) {
+        (choice.kind == "monitor" ? monitors : others).push_back(choice);
+    }
+    const bool seen = addBackends(stage, messages, monitors, advice, verbose_);
+    skipTo(from_, player, stage);
+    const bool heard =
+        others.empty() ? seen : addBackends(stage, messages, others, advice, verbose_);
+    for (const auto& [id, emitter] : stage.emitters()) {
+        emitter->setStartOffset(0.0);
+    }
+    return heard;
 }
 
 int PlayCommand::run() {
@@ -114,14 +163,19 @@ int PlayCommand::run() {
     LibraryMessages messages(verbose_);
     const auto made = what->makeStage(messages);
     Stage& stage = *made;
-    if (!addBackends(
-            stage, messages, choices,
-            "to hear the scene through a file: orvel render " + scenePath_ + " OUT.wav",
-            verbose_) ||
-        !announceMonitors(stage)) {
+    std::optional<ShortPeriods> shortPeriods;
+    if (loop_) {
+        shortPeriods.emplace();
+    }
+    const auto player = what->makePlayer(stage);
+    if (!addAll(choices, *player, stage, messages) || !announceMonitors(stage)) {
         return kFailure;
     }
     network_.limitClients(stage);
+    if (from_ > 0.0 && from_ >= player->end()) {
+        complain(tooLate(player->end()));
+        return kWrongUse;
+    }
     if (backends_.web() && !addWeb(stage, messages)) {
         return kFailure;
     }
@@ -134,34 +188,39 @@ int PlayCommand::run() {
             return kFailure;
         }
     }
-    const bool alone = play(*what, stage, osc.get());
+    const bool alone = play(*player, stage, osc.get());
     if (osc != nullptr) {
         osc->finish();
     }
     return alone && messages.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
 }
 
-bool PlayCommand::play(const Playable& what, Stage& stage, OscServer* osc) {
+bool PlayCommand::play(Player& player, Stage& stage, OscServer* osc) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_, wait_);
-    const auto made = what.makePlayer(stage);
-    Player& player = *made;
     // Fetching may take long; until there is something to end in order, Ctrl-C just ends all.
-    player.start();
+    if (from_ <= 0.0) {
+        player.start();
+    }
     const StopSignals signals;
-    auto begin = Clock::now();
-    const auto limit = seconds_ > 0.0
-                           ? begin + std::chrono::duration_cast<Clock::duration>(Seconds(seconds_))
-                           : Clock::time_point::max();
+    const auto duration = [](double seconds) {
+        return std::chrono::duration_cast<Clock::duration>(Seconds(seconds));
+    };
+    const auto limit =
+        seconds_ > 0.0 ? Clock::now() + duration(seconds_) : Clock::time_point::max();
+    auto begin = Clock::now() - duration(from_); // of the round
     stage.tell();
     // Who drives a scene from elsewhere also says when it is over.
     const bool endless = osc != nullptr && !loop_;
     const auto endOf = [&] {
-        return endless ? std::numeric_limits<double>::infinity() : player.end() + kDeviceDelay;
+        if (endless) {
+            return std::numeric_limits<double>::infinity();
+        }
+        return loop_ ? std::max(player.end(), kShortestRound) : player.end() + kDeviceDelay;
     };
     double end = endOf();
-    auto last = begin;
+    auto last = Clock::now();
     while (!StopSignals::came() && !servers.isGivenUp() && Clock::now() < limit) {
         const auto moment = Clock::now();
         begin += servers.isHeld() ? moment - last : Clock::duration::zero();
@@ -171,8 +230,10 @@ bool PlayCommand::play(const Playable& what, Stage& stage, OscServer* osc) {
             if (!loop_) {
                 break;
             }
+            // By the first round's clock, so that delays do not add up; a machine that was asleep
+            // leaves out the rounds that it has missed.
+            begin += duration(end * std::floor(now / end));
             player.start();
-            begin = Clock::now();
             end = endOf();
             continue;
         }
@@ -188,7 +249,7 @@ bool PlayCommand::play(const Playable& what, Stage& stage, OscServer* osc) {
         }
         const double tick = (std::floor(now / ScenePlayer::kTick) + 1.0) * ScenePlayer::kTick;
         const double next = std::min({tick, player.nextChange(now), end});
-        const auto wake = begin + std::chrono::duration_cast<Clock::duration>(Seconds(next));
+        const auto wake = begin + duration(next);
         if (osc != nullptr) {
             osc->wait(std::min(wake, limit));
         } else {

@@ -22,8 +22,13 @@ public:
 private:
     /// Reads the back ends of the command line; writes what is wrong. False for wrong use.
     bool choose(std::vector<BackendOption::Choice>& choices) const;
+    /// Adds the back ends, with --from when the scene has come to its time. False if nothing would
+    /// play.
+    bool addAll(
+        const std::vector<BackendOption::Choice>& choices, Player& player, Stage& stage,
+        LibraryMessages& messages) const;
     /// False if another player drove a server, and this one was not heard there.
-    bool play(const Playable& what, Stage& stage, OscServer* osc);
+    bool play(Player& player, Stage& stage, OscServer* osc);
 
     BackendOption backends_;
     MonitorOption monitor_;

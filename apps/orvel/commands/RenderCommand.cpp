@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <limits>
 
 namespace OrvelTool {
 
@@ -64,6 +65,7 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
     app()
         .add_option("OUT.wav", output_, "The WAV file to write, stereo; - is standard output")
         ->required();
+    declareFrom("Where to begin, in seconds of the scene, with its sounds at their place");
     declareSeconds("How much to render, in seconds (default: until the scene ends)");
     app()
         .add_option("--rate", rate_, "Frames a second, in Hz, 8000 to 192000")
@@ -79,6 +81,7 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
         .add_option("--plot", plot_, "Draw the scene and the levels as an SVG picture")
         ->type_name("OUT.svg");
     declareFetch();
+    app().add_flag("--all", all_, "Print a row for each second, however many there are");
     app().add_flag("--json", json_, "Print the levels as JSON instead of a table");
     app().footer(
         "The levels are peak and RMS per second of the scene, in dB below full scale (dBFS).\n"
@@ -118,17 +121,22 @@ int RenderCommand::render(const Playable& what) {
         complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
         return kFailure;
     }
-    const double end = seconds_ > 0.0 ? seconds_ : renderer.end();
-    if (end * rate_ < 1.0) {
+    const double end = seconds_ > 0.0 ? from_ + seconds_ : renderer.end();
+    const double length = end - from_;
+    if (from_ > 0.0 && length <= 0.0) {
+        complain(tooLate(end));
+        return kWrongUse;
+    }
+    if (length * rate_ < 1.0) {
         complain(
             scenePath_ + ": nothing to render: no sound plays; give the scene a \"duration\", or "
                          "use --seconds");
         return kFailure;
     }
     const SampleFormat format = format_ == "f32" ? SampleFormat::f32 : SampleFormat::s16;
-    if (end * rate_ > static_cast<double>(WavWriter::mostFrames(format))) {
+    if (length * rate_ > static_cast<double>(WavWriter::mostFrames(format))) {
         complain(
-            output_ + ": " + fixed(end, 0) +
+            output_ + ": " + fixed(length, 0) +
             " s do not fit into a WAV file of 4 GiB; use --seconds, a lower --rate or --format "
             "s16");
         return kFailure;
@@ -136,13 +144,17 @@ int RenderCommand::render(const Playable& what) {
 
     // From here on there is a file to remove.
     const StopSignals signals;
-    WavWriter writer(output_, rate_, format, static_cast<std::uint64_t>(std::llround(end * rate_)));
+    WavWriter writer(
+        output_, rate_, format,
+        static_cast<std::uint64_t>(std::llround(end * rate_) - std::llround(from_ * rate_)));
     LevelMeter perSecond(rate_, 1.0);
-    LevelMeter forPlot(rate_, plotWindow(end));
+    LevelMeter forPlot(rate_, plotWindow(length));
     Progress progress("rendering");
     for (;;) {
-        const auto samples = renderer.next(end);
-        if (samples.empty()) {
+        // What comes before the beginning is rendered too, so that every sound is at its place.
+        const bool skipping = renderer.seconds() < from_;
+        const auto samples = renderer.next(skipping ? from_ : end);
+        if (samples.empty() && !skipping) {
             break;
         }
         if (StopSignals::came()) {
@@ -152,12 +164,14 @@ int RenderCommand::render(const Playable& what) {
                 (isStandardOutput(output_) ? " is not whole" : " is not written"));
             return kFailure;
         }
-        writer.write(samples);
-        perSecond.add(samples);
-        if (!plot_.empty()) {
-            forPlot.add(samples);
+        if (!skipping) {
+            writer.write(samples);
+            perSecond.add(samples);
+            if (!plot_.empty()) {
+                forPlot.add(samples);
+            }
         }
-        progress.show(static_cast<double>(renderer.frames()) / rate_ / end);
+        progress.show(renderer.seconds() / end);
         if (messages.pending()) {
             progress.clear();
             renderer.stage().tell();
@@ -168,7 +182,7 @@ int RenderCommand::render(const Playable& what) {
     writer.finish();
     const std::chrono::duration<double> taken = Clock::now() - begin;
     const Result result{
-        static_cast<double>(renderer.frames()) / rate_, taken.count(), writer.clipped(),
+        static_cast<double>(perSecond.frames()) / rate_, taken.count(), writer.clipped(),
         messages.lost(), perSecond};
     if (!plot_.empty()) {
         OutputFile picture(plot_);
@@ -192,6 +206,7 @@ void RenderCommand::report(const Result& result) const {
         json["file"] = output_;
         json["rate"] = rate_;
         json["format"] = format_;
+        json["from"] = from_;
         json["seconds"] = result.seconds;
         json["renderSeconds"] = result.renderSeconds;
         json["speed"] = result.speed();
@@ -202,7 +217,7 @@ void RenderCommand::report(const Result& result) const {
         out << json.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
         return;
     }
-    writeTable(out, result.perSecond);
+    writeTable(out, result.perSecond, all_ ? std::numeric_limits<std::size_t>::max() : kMostRows);
     if (result.clipped != 0) {
         out << result.clipped << " samples were too loud and are clipped; lower the gains, "
             << "or use --format f32\n";

@@ -24,6 +24,7 @@ private:
     unsigned rate_;
     std::string format_ = "s16";
     std::string plot_; // empty: no picture
+    bool all_ = false;
     bool json_ = false;
 };
 

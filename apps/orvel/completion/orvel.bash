@@ -19,7 +19,11 @@ _orvel() {
     local command=${COMP_WORDS[1]}
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        _orvel_words "render play serve record servers plot check kinds doctor --help --version"
+        _orvel_words "render play serve record servers plot check kinds doctor help --help --version"
+        return
+    fi
+    if [[ $command == help ]]; then
+        ((COMP_CWORD == 2)) && _orvel_words "render play serve record servers plot check kinds doctor"
         return
     fi
     case $prev in
@@ -68,17 +72,17 @@ _orvel() {
             return
         fi
         ;;
-    --seconds | --group | --port | --ttl | --id | --only | --allow | --tcp-port | --osc | --osc-scale | \
+    --from | --seconds | --group | --port | --ttl | --id | --only | --allow | --tcp-port | --osc | --osc-scale | \
         --check-port | --max-per-address | --max-servers | --max-size)
         return
         ;;
     esac
     if [[ $cur == -* ]]; then
         case $command in
-        render) _orvel_words "--seconds --rate --format --plot --json --fetch $common" ;;
+        render) _orvel_words "--from --seconds --rate --format --plot --all --json --fetch $common" ;;
         play)
             _orvel_words "--backend --web --monitor --server --only --wait --interface --max-per-address \
-                --max-servers --osc --osc-scale --seconds --loop --fetch $common"
+                --max-servers --osc --osc-scale --from --seconds --loop --fetch $common"
             ;;
         serve | record)
             local more=
@@ -98,8 +102,8 @@ _orvel() {
     local i arguments=0
     for ((i = 2; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-        --backend | --server | --only | --interface | --format | --rate | --plot | --levels | --seconds | \
-            --osc | --osc-scale | --max-per-address | --max-servers)
+        --backend | --server | --only | --interface | --format | --rate | --plot | --levels | --from | \
+            --seconds | --osc | --osc-scale | --max-per-address | --max-servers)
             ((i++))
             ;;
         -*) ;;

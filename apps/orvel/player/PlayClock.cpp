@@ -36,6 +36,16 @@ double PlayClock::end() {
     return latest;
 }
 
+double PlayClock::played(const Orvel::Emitter& emitter) {
+    const auto found = voices_.find(emitter.id());
+    if (found == voices_.end() || emitter.source() == nullptr) {
+        return 0.0;
+    }
+    const Voice& voice = found->second;
+    return voice.playing ? clockAt(emitter.source()->id(), now_).played - voice.begin
+                         : voice.position;
+}
+
 bool PlayClock::isOver(const Orvel::Emitter& emitter) {
     const auto voice = voices_.find(emitter.id());
     if (voice == voices_.end() || !voice->second.playing || emitter.source() == nullptr ||
@@ -70,9 +80,10 @@ void PlayClock::setEmitterState(Orvel::Emitter& emitter) {
     case Orvel::WorldPart::PAUSE:
         if (voice.playing) {
             voice.position = clock.played - voice.begin;
-            if (voice.position >= clock.length) { // it had ended, or is in a later round
-                const bool loop = emitter.source()->loop() && clock.length > 0.0;
-                voice.position = loop ? std::fmod(voice.position, clock.length) : 0.0;
+            if (clock.length > 0.0 &&
+                voice.position >= clock.length) { // it had ended, or is in a later round
+                voice.position =
+                    emitter.source()->loop() ? std::fmod(voice.position, clock.length) : 0.0;
             }
         }
         voice.playing = false;

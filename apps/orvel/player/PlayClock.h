@@ -24,6 +24,8 @@ public:
 
     /// When the last of the sounds that play now will have ended, a looped one having played once.
     double end();
+    /// How many seconds of an emitter's sound have been played; those of all rounds, if it loops.
+    double played(const Orvel::Emitter& emitter);
     /// Whether an emitter's sound is one that began, does not loop, and is over.
     bool isOver(const Orvel::Emitter& emitter);
 

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "scene/Ramp.h"
+
+#include <map>
+
 namespace OrvelTool {
 
 /// What moves a world through time. It keeps no time itself: the caller says how late it is, so the
@@ -25,6 +29,9 @@ public:
 
     /// Whether something moves between such times, so that regular calls make a difference.
     [[nodiscard]] virtual bool moving() const = 0;
+
+    /// The pitches that are changing, by the id of their source.
+    [[nodiscard]] virtual std::map<int, Ramp<float>> pitchRamps() const { return {}; }
 
     /// When all is over, in seconds; to be called after start().
     [[nodiscard]] virtual double end() const = 0;

@@ -83,21 +83,51 @@ ScenePlayer::ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::Wor
 
 ScenePlayer::ScenePlayer(
     const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give)
-    : scene_(scene), sounds_(sounds), world_(world), give_(std::move(give)) {}
+    : scene_(scene), sounds_(sounds), world_(world),
+      give_([this, give = std::move(give)](Orvel::Source& source, const Sound& sound) {
+          given_[source.id()] = sound;
+          give(source, sound);
+      }) {}
+
+void ScenePlayer::clear() {
+    while (!world_.emitters().empty()) {
+        delete world_.emitters().begin()->second;
+    }
+    const std::map<int, Sound> given = std::exchange(given_, {});
+    for (const SourceSpec& spec : scene_.sources) {
+        const auto found = given.find(spec.id);
+        if (found != given.end() && found->second == spec.sound) {
+            given_.insert(*found);
+        }
+    }
+    const std::map<int, Orvel::Source*> sources = world_.sources();
+    for (const auto& [id, source] : sources) {
+        if (!given_.contains(id)) {
+            delete source;
+        }
+    }
+}
 
 void ScenePlayer::start() {
     next_ = 0;
     listener_ = {};
     emitters_.clear();
     pitches_.clear();
-    world_.clearWorld();
+    clear();
     world_.setSpatialize(true);
     if (!world_.enabled()) {
         world_.setEnabled(true);
     }
     setListener(scene_.listenerPosition, scene_.listenerRotation);
     for (const SourceSpec& source : scene_.sources) {
-        createSource(world_, source, give_);
+        if (Orvel::Source* kept = world_.getSource(source.id)) {
+            kept->setParam(source.loop, source.pitch);
+            if (kept->state() != State::NONE) {
+                kept->setState(State::STOP);
+            }
+        } else {
+            createSource(world_, source, give_);
+        }
     }
     for (const EmitterSpec& emitter : scene_.emitters) {
         createEmitter(emitter);

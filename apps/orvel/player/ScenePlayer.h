@@ -28,6 +28,8 @@ public:
     /// where a source gets its sound; end() takes the lengths from `sounds`.
     ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give);
 
+    /// Starting over keeps the sources that still have the sound they begin with, because loading
+    /// it takes time in which nothing is heard.
     void start() override;
     void advance(double seconds) override;
     /// An entry of the timeline or the end of a movement.
@@ -40,8 +42,7 @@ public:
     /// start(): the lengths of URLs are known then, if a back end has fetched them.
     [[nodiscard]] double end() const override;
 
-    /// The pitches that are changing, by the id of their source.
-    [[nodiscard]] const std::map<int, Ramp<float>>& pitchRamps() const noexcept { return pitches_; }
+    [[nodiscard]] std::map<int, Ramp<float>> pitchRamps() const override { return pitches_; }
 
 private:
     template <class Value>
@@ -64,6 +65,7 @@ private:
     template <class Visit>
     void visitRamps(Visit visit) const;
 
+    void clear();
     void createEmitter(const EmitterSpec& spec);
     void destroyEmitter(Orvel::Emitter& emitter);
     void apply(const Change& change);
@@ -80,7 +82,8 @@ private:
     const SoundBank& sounds_;
     Orvel::World& world_;
     GiveSound give_;
-    std::size_t next_ = 0; // in the timeline
+    std::map<int, Sound> given_; // by id of the source
+    std::size_t next_ = 0;       // in the timeline
     PlaceRamps listener_;
     std::map<int, EmitterRamps> emitters_; // by id; those without any ramp are removed
     std::map<int, Ramp<float>> pitches_;   // by id of the source

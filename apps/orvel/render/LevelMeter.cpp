@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace OrvelTool {
 
@@ -42,7 +43,7 @@ void LevelMeter::add(std::span<const float> samples) {
     for (std::size_t i = 0; i + 1 < samples.size(); i += kChannels) {
         // A window shorter than a frame holds nothing; it stands for silence.
         while (frames() >= windowEnd_) {
-            done_.push_back(current_.levels());
+            done_.push_back(current_);
             all_.add(current_);
             current_ = {};
             windowEnd_ = endOfWindow(done_.size(), windowSeconds_, rate_);
@@ -56,10 +57,18 @@ void LevelMeter::add(std::span<const float> samples) {
     }
 }
 
-std::vector<LevelMeter::Levels> LevelMeter::windows() const {
-    std::vector<Levels> windows = done_;
-    if (current_.frames != 0) {
-        windows.push_back(current_.levels());
+std::vector<LevelMeter::Levels> LevelMeter::windows(std::size_t each) const {
+    std::vector<Levels> windows;
+    Sum sum;
+    for (std::size_t i = 0; i < done_.size(); ++i) {
+        sum.add(done_[i]);
+        if ((i + 1) % each == 0) {
+            windows.push_back(std::exchange(sum, {}).levels());
+        }
+    }
+    sum.add(current_);
+    if (sum.frames != 0) {
+        windows.push_back(sum.levels());
     }
     return windows;
 }

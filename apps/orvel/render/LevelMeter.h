@@ -31,8 +31,8 @@ public:
     /// Takes the next frames, left and right in turn; an odd sample at the end is ignored.
     void add(std::span<const float> samples);
 
-    /// The windows up to now, the last one as far as it is filled.
-    [[nodiscard]] std::vector<Levels> windows() const;
+    /// The windows up to now, the last one as far as it is filled; `each` of them made one.
+    [[nodiscard]] std::vector<Levels> windows(std::size_t each = 1) const;
     /// Everything up to now; silence when nothing was added.
     [[nodiscard]] Levels all() const;
 
@@ -52,7 +52,7 @@ private:
     double rate_;
     double windowSeconds_;
     std::uint64_t windowEnd_; // the first frame after the current window
-    std::vector<Levels> done_;
+    std::vector<Sum> done_;
     Sum current_;
     Sum all_; // of the windows that are done
 };

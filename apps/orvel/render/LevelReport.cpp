@@ -41,11 +41,22 @@ nlohmann::ordered_json channels(const LevelMeter::Levels& levels) {
 
 } // namespace
 
-void writeTable(std::ostream& out, const LevelMeter& meter) {
-    out << "  second   left peak       RMS  right peak       RMS   (dBFS)\n";
-    int second = 0;
-    for (const LevelMeter::Levels& levels : meter.windows()) {
-        writeRow(out, std::to_string(second++), levels);
+void writeTable(std::ostream& out, const LevelMeter& meter, std::size_t mostRows) {
+    constexpr std::array<std::size_t, 13> kRows{1,   2,   5,   10,  15,   30,  60,
+                                                120, 300, 600, 900, 1800, 3600};
+    const std::size_t seconds = meter.windows().size();
+    const auto* const each = std::find_if(kRows.begin(), kRows.end() - 1, [&](std::size_t row) {
+        return (seconds + row - 1) / row <= mostRows;
+    });
+    out << "  second   left peak       RMS  right peak       RMS   (dBFS";
+    if (*each > 1) {
+        out << "; a row is " << *each << " s";
+    }
+    out << ")\n";
+    std::size_t second = 0;
+    for (const LevelMeter::Levels& levels : meter.windows(*each)) {
+        writeRow(out, std::to_string(second), levels);
+        second += *each;
     }
     writeRow(out, "all", meter.all());
 }

@@ -7,6 +7,9 @@ namespace OrvelTool {
 
 namespace {
 
+/// The least that is rendered in one go, in seconds. It is less than a block, so that an event that
+/// comes between two blocks is heard when it came.
+constexpr double kLeastAtOnce = 0.001;
 /// The most that is rendered in one go, in seconds; then others get their turn.
 constexpr double kMostAtOnce = 0.05;
 
@@ -42,8 +45,8 @@ void LiveRecording::render(std::uint64_t frames) {
 }
 
 bool LiveRecording::advance(Clock::time_point now) {
-    if (now >= next()) {
-        const std::uint64_t due = framesUntil(now) - frames_;
+    const std::uint64_t due = framesUntil(now) - frames_;
+    if (static_cast<double>(due) >= kLeastAtOnce * rate_) {
         worstLag_ = std::max(worstLag_, static_cast<double>(due) / rate_);
         render(std::min(due, static_cast<std::uint64_t>(kMostAtOnce * rate_)));
     }

@@ -27,10 +27,10 @@ public:
     LiveRecording(
         Orvel::OALLoopbackBackend& backend, const std::string& path, Clock::time_point begin);
 
-    /// Renders what is due, if that makes a block, and not too much in one call. False when there
+    /// Renders what is due, neither very little nor too much in one call. False when there
     /// is no room in the file. Throws OutputError.
     bool advance(Clock::time_point now);
-    /// When advance() has something to do.
+    /// When advance() is to be called if nothing else happens.
     [[nodiscard]] Clock::time_point next() const;
     /// Renders up to `end` and completes the file. Throws OutputError.
     void finish(Clock::time_point end);

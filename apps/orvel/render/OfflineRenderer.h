@@ -28,7 +28,8 @@ public:
     /// reached. Valid until the next call.
     std::span<const float> next(double end);
 
-    [[nodiscard]] std::uint64_t frames() const noexcept { return frames_; }
+    /// Up to where the sound is rendered.
+    [[nodiscard]] double seconds() const noexcept { return now_; }
     [[nodiscard]] Stage& stage() noexcept { return *stage_; }
 
 private:
