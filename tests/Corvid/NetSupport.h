@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/Loopback.h"
+#include "support/RawSocket.h"
 
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
@@ -84,39 +84,6 @@ template <class... Peers>
 bool until(const std::function<bool()>& condition, Peers&... peers) {
     return Orvel::Test::until(condition, [&] { (peers.poll(), ...); });
 }
-
-/// A peer that does what it likes.
-class RawSocket {
-public:
-    explicit RawSocket(std::uint16_t port, const std::string& bytes = {})
-        : descriptor_(::socket(AF_INET, SOCK_STREAM, 0)) {
-        const sockaddr_in address = Orvel::Test::loopback(port);
-        const int small = 4096; // so that few bytes fill it
-        ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
-        EXPECT_EQ(
-            ::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        send(bytes);
-    }
-    RawSocket(const RawSocket&) = delete;
-    ~RawSocket() { ::close(descriptor_); }
-    /// Gives how many of the bytes the system has taken.
-    std::size_t send(const std::string& bytes) {
-        const auto size =
-            ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        return size > 0 ? static_cast<std::size_t>(size) : 0;
-    }
-    /// Whether the other side has ended the connection; discards what it has sent.
-    bool isClosed() {
-        char buffer[4096];
-        ssize_t size = 0;
-        while ((size = ::recv(descriptor_, buffer, sizeof buffer, MSG_DONTWAIT)) > 0) {
-        }
-        return size == 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
-    }
-
-private:
-    const int descriptor_;
-};
 
 /// A greeting as a client of that version and instance sends it.
 inline std::string greeting(char version = 2, char instance = 'i') {

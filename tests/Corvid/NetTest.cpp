@@ -16,6 +16,8 @@ namespace {
 using Corvid::Communicator;
 using Orvel::Test::freePort;
 using Orvel::Test::loopback;
+using Orvel::Test::RawSocket;
+using Orvel::Test::sendTo;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
@@ -133,12 +135,6 @@ int groupSocket(std::uint32_t address, std::uint16_t port) {
     ::setsockopt(descriptor, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group);
     EXPECT_EQ(::bind(descriptor, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
     return descriptor;
-}
-
-void sendTo(int descriptor, const std::string& bytes, const sockaddr_in& to) {
-    ::sendto(
-        descriptor, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-        sizeof to);
 }
 
 std::string datagram(char kind, const std::string& nonce, char instance = 1) {

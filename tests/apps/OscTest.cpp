@@ -9,16 +9,16 @@
 #include <Orvel/Source.h>
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cmath>
 #include <cstring>
+#include <deque>
 #include <endian.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <lo/lo.h>
 #include <string>
 #include <support/Capture.h>
-#include <support/Loopback.h>
+#include <support/RawSocket.h>
 #include <support/RecordingBackend.h>
 #include <support/WorldText.h>
 #include <thread>
@@ -58,6 +58,10 @@ Bytes sized(const Bytes& packet) {
     append(bytes, htobe32(static_cast<std::uint32_t>(packet.size())));
     bytes.insert(bytes.end(), packet.begin(), packet.end());
     return bytes;
+}
+
+std::string_view text(std::span<const std::byte> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 /// `seconds` since 1970; 0: at once.
@@ -239,9 +243,7 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     std::vector<std::string> taken;
     std::vector<std::string> faults;
     OscInbox inbox(
-        [&](std::span<const std::byte> bytes) {
-            taken.emplace_back(reinterpret_cast<const char*>(bytes.data()));
-        },
+        [&](std::span<const std::byte> bytes) { taken.emplace_back(text(bytes).data()); },
         [&](const std::string& fault) { faults.push_back(fault); });
     const auto at = [](int seconds) { return OscInbox::Clock::time_point(seconds * 1s); };
     const auto take = [&] { return std::exchange(taken, {}); };
@@ -353,41 +355,30 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
         std::this_thread::sleep_for(pause);
     });
     ASSERT_TRUE(server.open());
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(server.port());
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    std::vector<int> sockets;
+    std::deque<RawSocket> sockets;
     for (std::size_t i = 0; i < OscServer::kMostConnections + 2; ++i) {
-        sockets.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
-        ::connect(sockets.back(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+        sockets.emplace_back(server.port());
         server.serve(1ms);
     }
-    Bytes many;
-    const Bytes one = sized(message("/adm/obj/11/gain", {1}));
+    std::string many;
     constexpr int kMessages = 20'000;
     for (int i = 0; i < kMessages; ++i) {
-        many.insert(many.end(), one.begin(), one.end());
+        many += text(sized(message("/adm/obj/11/gain", {1})));
     }
     std::size_t sent = 0;
     EXPECT_TRUE(until(
         [&] { return applied == kMessages; },
         [&] {
-            const ssize_t done =
-                ::send(sockets.back(), many.data() + sent, many.size() - sent, MSG_NOSIGNAL);
-            sent += done > 0 ? static_cast<std::size_t>(done) : 0;
+            sent += sockets.back().send(std::string_view(many).substr(sent));
             server.serve(1ms);
         }));
-    const Bytes stranger(100, std::byte{'G'}); // "GET / HTTP/1.1" would be one
-    EXPECT_EQ(::send(sockets[2], stranger.data(), 100, MSG_NOSIGNAL), 100);
-    char byte = 0;
-    for (const int i : {0, 1, 2}) { // two have given way, and one is a stranger
-        EXPECT_TRUE(until(
-            [&] { return ::recv(sockets[i], &byte, 1, 0) == 0; }, [&] { server.serve(1ms); }));
+    sockets[2].send(std::string(100, 'G')); // "GET / HTTP/1.1" would be one
+    for (const int i : {0, 1, 2}) {         // two have given way, and one is a stranger
+        EXPECT_TRUE(until([&] { return sockets[i].isClosed(); }, [&] { server.serve(1ms); }));
     }
     const int datagrams = ::socket(AF_INET, SOCK_DGRAM, 0);
     for (int i = 0; i < 100; ++i) {
-        ::sendto(datagrams, &byte, 1, 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        sendTo(datagrams, "x", loopback(server.port()));
     }
     EXPECT_TRUE(until(
         [&] { return server.summary() == "OSC: 20100 messages, 103 wrong"; },
@@ -395,20 +386,15 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
         << server.summary();
     // However long each message takes, others get their turn.
     const Bytes packet = bundle(0, std::vector<Bytes>(100, message("/adm/obj/11/y", {1})));
-    ::sendto(
-        datagrams, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr*>(&address),
-        sizeof address);
+    sendTo(datagrams, text(packet), loopback(server.port()));
     pause = 1ms;
     const int before = applied;
     EXPECT_TRUE(until([&] { return applied > before; }, [&] { server.serve(1ms); }));
     EXPECT_LT(applied, before + 50);
     EXPECT_TRUE(until([&] { return applied == before + 100; }, [&] { server.serve(1ms); }));
-    const std::string text = told.take();
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), OscServer::kMostLines + 1) << text;
-    EXPECT_NE(text.find("gives way to"), std::string::npos) << text;
-    EXPECT_NE(text.find("no packets of at most 64 KiB"), std::string::npos) << text;
-    for (const int socket : sockets) {
-        ::close(socket);
-    }
+    const std::string lines = told.take();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), OscServer::kMostLines + 1) << lines;
+    EXPECT_NE(lines.find("gives way to"), std::string::npos) << lines;
+    EXPECT_NE(lines.find("no packets of at most 64 KiB"), std::string::npos) << lines;
     ::close(datagrams);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/Loopback.h"
+#include "support/RawSocket.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -24,24 +24,11 @@ struct HttpAnswer {
 };
 
 /// A client of a polled web server that sends any bytes and shows what came back. Only 127/8.
-class RawHttp {
+class RawHttp : public RawSocket {
 public:
     /// `serve` is what lets the server make progress.
     RawHttp(std::uint16_t port, std::function<void()> serve, std::uint32_t host = INADDR_LOOPBACK)
-        : serve_(std::move(serve)), socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        const sockaddr_in address = loopback(port, host);
-        connected_ =
-            ::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    }
-    RawHttp(const RawHttp&) = delete;
-    RawHttp& operator=(const RawHttp&) = delete;
-    ~RawHttp() { ::close(socket_); }
-
-    [[nodiscard]] bool connected() const { return connected_; }
-    void send(std::string_view bytes) const {
-        ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    }
-    void endSending() const { ::shutdown(socket_, SHUT_WR); }
+        : RawSocket(port, {}, 0, host), serve_(std::move(serve)) {}
 
     /// The next answer; one that is not whole if the connection ends before or nothing comes.
     HttpAnswer receive(bool withBody = true) {
@@ -52,7 +39,7 @@ public:
         return answer;
     }
     HttpAnswer ask(std::string_view request) {
-        send(request);
+        send(request, 0);
         return receive(!request.starts_with("HEAD"));
     }
     HttpAnswer get(const std::string& path, const std::string& host = "localhost") {
@@ -67,14 +54,9 @@ public:
 private:
     void read() {
         serve_();
-        char block[65536];
-        const ssize_t size = ::recv(socket_, block, sizeof block, MSG_DONTWAIT);
-        more_ = size > 0;
-        if (more_) {
-            input_.append(block, static_cast<std::size_t>(size));
-        } else if (size == 0 || (errno != EAGAIN && errno != EINTR)) {
-            ended_ = true;
-        }
+        const std::size_t before = input_.size();
+        ended_ = !RawSocket::receive(input_);
+        more_ = input_.size() != before;
     }
     bool parse(HttpAnswer& answer, bool withBody) {
         const std::size_t headEnd = input_.find("\r\n\r\n");
@@ -120,8 +102,6 @@ private:
     }
 
     std::function<void()> serve_;
-    int socket_;
-    bool connected_ = false;
     bool ended_ = false;
     bool more_ = false; // may be waiting
     std::string input_;
