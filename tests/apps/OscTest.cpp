@@ -27,13 +27,15 @@
 using namespace OrvelTool;
 using namespace Orvel::Test;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 namespace {
 
-using Bytes = std::vector<std::byte>;
+using Packets = std::vector<std::string>;
 using Numbers = std::vector<float>;
 
-Bytes message(const std::string& path, const Numbers& numbers, const char* text = nullptr) {
+std::string
+message(const std::string& path, const Numbers& numbers = {}, const char* text = nullptr) {
     lo_message message = lo_message_new();
     for (const float number : numbers) {
         lo_message_add_float(message, number);
@@ -41,42 +43,36 @@ Bytes message(const std::string& path, const Numbers& numbers, const char* text 
     if (text != nullptr) {
         lo_message_add_string(message, text);
     }
-    Bytes bytes(lo_message_length(message, path.c_str()));
+    std::string bytes(lo_message_length(message, path.c_str()), '\0');
     lo_message_serialise(message, path.c_str(), bytes.data(), nullptr);
     lo_message_free(message);
     return bytes;
 }
 
-template <class Value>
-void append(Bytes& bytes, Value value) {
-    const auto* begin = reinterpret_cast<const std::byte*>(&value);
-    bytes.insert(bytes.end(), begin, begin + sizeof value);
-}
-
-Bytes sized(const Bytes& packet) {
-    Bytes bytes;
-    append(bytes, htobe32(static_cast<std::uint32_t>(packet.size())));
-    bytes.insert(bytes.end(), packet.begin(), packet.end());
-    return bytes;
-}
-
-std::string_view text(std::span<const std::byte> bytes) {
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+std::string sized(const std::string& packet) {
+    const std::uint32_t size = htobe32(static_cast<std::uint32_t>(packet.size()));
+    return std::string(reinterpret_cast<const char*>(&size), sizeof size) + packet;
 }
 
 /// `seconds` since 1970; 0: at once.
-Bytes bundle(std::uint32_t seconds, const std::vector<Bytes>& elements) {
-    Bytes bytes;
-    for (const char c : std::string("#bundle") + '\0') {
-        append(bytes, c);
-    }
-    append(bytes, htobe32(seconds == 0 ? 0 : seconds + 2208988800U));
-    append(bytes, htobe32(seconds == 0 ? 1 : 0));
-    for (const Bytes& element : elements) {
-        const Bytes part = sized(element);
-        bytes.insert(bytes.end(), part.begin(), part.end());
+std::string bundle(std::uint32_t seconds, const Packets& elements) {
+    const std::uint32_t time[] = {
+        htobe32(seconds == 0 ? 0 : seconds + 2208988800U), htobe32(seconds == 0 ? 1 : 0)};
+    std::string bytes =
+        "#bundle\0"s + std::string(reinterpret_cast<const char*>(time), sizeof time);
+    for (const std::string& element : elements) {
+        bytes += sized(element);
     }
     return bytes;
+}
+
+std::span<const std::byte> bytes(const std::string& packet) {
+    return std::as_bytes(std::span(packet));
+}
+
+void expectNear(const Orvel::Vec3f& found, const Orvel::Vec3f& expected, const char* what) {
+    EXPECT_LT(std::hypot(found.x - expected.x, found.y - expected.y, found.z - expected.z), 1e-4F)
+        << what << ": " << found.x << ' ' << found.y << ' ' << found.z;
 }
 
 /// A world with the emitters 11 and 12, the sources 1 and 2, and a scale of 10.
@@ -122,11 +118,8 @@ TEST_F(OscScenes, CoordinatesOfAdmBecomeThoseOfTheScene) {
         {"/adm/obj/11/azim", {180}, {0, 2, std::sqrt(10.0F)}},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(scene.take(message(row.path, row.numbers)), "") << row.path;
-        const Orvel::Vec3f& place = emitter(11).position();
-        EXPECT_NEAR(place.x, row.place.x, 1e-4) << row.path;
-        EXPECT_NEAR(place.y, row.place.y, 1e-4) << row.path;
-        EXPECT_NEAR(place.z, row.place.z, 1e-4) << row.path;
+        EXPECT_EQ(scene.take(bytes(message(row.path, row.numbers))), "") << row.path;
+        expectNear(emitter(11).position(), row.place, row.path);
     }
     EXPECT_EQ(emitter(12).position(), Orvel::Vec3f{});
 }
@@ -148,17 +141,12 @@ TEST_F(OscScenes, TurnsLeftThenUpThenToTheRight) {
     };
     for (const auto& row : rows) {
         world.setEnabled(false);
-        EXPECT_EQ(scene.take(message(row.path, row.numbers)), "");
+        EXPECT_EQ(scene.take(bytes(message(row.path, row.numbers))), "");
         EXPECT_FALSE(world.enabled());
         const bool emits = std::string(row.path).find("emitter") != std::string::npos;
         const Orvel::Quaternion q = emits ? emitter(11).rotation() : world.listenerRotation();
-        const auto expectNear = [&](const Orvel::Vec3f& found, const Orvel::Vec3f& expected) {
-            EXPECT_NEAR(found.x, expected.x, 1e-5) << row.path;
-            EXPECT_NEAR(found.y, expected.y, 1e-5) << row.path;
-            EXPECT_NEAR(found.z, expected.z, 1e-5) << row.path;
-        };
-        expectNear(q.rotate({0, 0, -1}), row.ahead);
-        expectNear(q.rotate({1, 0, 0}), row.right);
+        expectNear(q.rotate({0, 0, -1}), row.ahead, row.path);
+        expectNear(q.rotate({1, 0, 0}), row.right, row.path);
     }
 }
 
@@ -192,17 +180,17 @@ TEST_F(OscScenes, PathsChangeWhatTheyName) {
         {"/orvel/emitter/11/create", {}, [&] { return world.getEmitter(11) != nullptr; }},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(scene.take(message(row.path, row.numbers)), "");
+        EXPECT_EQ(scene.take(bytes(message(row.path, row.numbers))), "");
         EXPECT_TRUE(row.check()) << row.path;
     }
     // What has ended begins again: a state that is equal would tell the back ends nothing.
     auto& recorder = *new RecordingBackend(world);
-    scene.take(message("/orvel/emitter/12/play", {}));
+    scene.take(bytes(message("/orvel/emitter/12/play", {})));
     recorder.take();
-    scene.take(message("/orvel/emitter/12/play", {}));
+    scene.take(bytes(message("/orvel/emitter/12/play", {})));
     const Calls calls = recorder.take();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "setEmitterState 12"), 2);
-    EXPECT_EQ(scene.take(message("/orvel/emitter/20/create", {}, "front")), "");
+    EXPECT_EQ(scene.take(bytes(message("/orvel/emitter/20/create", {}, "front"))), "");
     EXPECT_EQ(emitter(20).labels(), std::vector<std::string>{"front"});
 }
 
@@ -210,7 +198,7 @@ TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
     const float none = std::numeric_limits<float>::quiet_NaN();
     const float much = std::numeric_limits<float>::infinity();
     const std::string before = describe(world);
-    for (const auto& [bytes, expected] : std::vector<std::pair<Bytes, std::string>>{
+    for (const auto& [packet, expected] : std::vector<std::pair<std::string, std::string>>{
              {message("/adm/obj/11/gain", {none}), "/adm/obj/11/gain: expected numbers from -1e9"},
              {message("/adm/obj/11/xyz", {0, 0, much}), "from -1e9 to 1e9"},
              // Finite, but its angle would not be.
@@ -226,15 +214,15 @@ TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
              {message("/adm/obj/11/gain", {}, "loud"), "found a text"},
              {message("/adm/obj/11/gains", {1}), "no path that is known"},
              {message("/\x1b[2J\n", {}), "/?[2J?: is no path"},
-             {{std::byte{'/'}}, "no message of Open Sound Control"},
+             {"/", "no message of Open Sound Control"},
              {{}, "no message of Open Sound Control"}}) {
-        const std::string wrong = scene.take(bytes);
+        const std::string wrong = scene.take(bytes(packet));
         EXPECT_NE(wrong.find(expected), std::string::npos) << wrong;
     }
     // Cut anywhere, it may be another message, but does no harm and nothing half.
-    const Bytes whole = message("/adm/obj/11/xyz", {1, 1, 1});
+    const std::string whole = message("/adm/obj/11/xyz", {1, 1, 1});
     for (std::size_t size = 0; size < whole.size(); ++size) {
-        EXPECT_NE(scene.take(std::span(whole).first(size)), "") << size;
+        EXPECT_NE(scene.take(bytes(whole).first(size)), "") << size;
     }
     EXPECT_EQ(describe(world), before);
 }
@@ -243,47 +231,52 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     std::vector<std::string> taken;
     std::vector<std::string> faults;
     OscInbox inbox(
-        [&](std::span<const std::byte> bytes) { taken.emplace_back(text(bytes).data()); },
+        [&](std::span<const std::byte> path) {
+            taken.emplace_back(reinterpret_cast<const char*>(path.data()));
+        },
         [&](const std::string& fault) { faults.push_back(fault); });
     const auto at = [](int seconds) { return OscInbox::Clock::time_point(seconds * 1s); };
     const auto take = [&] { return std::exchange(taken, {}); };
-    const auto one = [](const char* path) { return message(path, {}); };
-    inbox.add(bundle(300, {one("/c"), one("/d")}), at(100));
-    inbox.add(bundle(200, {one("/b"), bundle(150, {one("/not before b")})}), at(100));
-    inbox.add(bundle(300, {one("/e")}), at(100));
+    const auto one = [](const char* path) { return message(path); };
+    const auto add = [&inbox](const std::string& packet, auto... more) {
+        inbox.add(bytes(packet), more...);
+    };
+    add(bundle(300, {one("/c"), one("/d")}), at(100));
+    add(bundle(200, {one("/b"), bundle(150, {one("/not before b")})}), at(100));
+    add(bundle(300, {one("/e")}), at(100));
     EXPECT_EQ(inbox.next(), at(200));
-    inbox.add(bundle(0, {one("/now"), bundle(250, {one("/x")}), one("/too")}), at(100));
-    inbox.add(bundle(50, {one("/late")}), at(100));
+    add(bundle(0, {one("/now"), bundle(250, {one("/x")}), one("/too")}), at(100));
+    add(bundle(50, {one("/late")}), at(100));
     EXPECT_EQ(take(), (Calls{"/now", "/too", "/late"}));
-    inbox.add(one("/after what was due"), at(299));
+    add(one("/after what was due"), at(299));
     EXPECT_EQ(take(), (Calls{"/b", "/not before b", "/x", "/after what was due"}));
     inbox.advance(at(300));
     EXPECT_EQ(take(), (Calls{"/c", "/d", "/e"}));
     EXPECT_EQ(inbox.next(), std::nullopt);
     // A bundle that is cut: what is whole before the cut, one fault, and no more.
-    const Bytes whole = bundle(0, {one("/1"), one("/2")});
+    const std::string whole = bundle(0, {one("/1"), one("/2")});
     for (std::size_t size = 8; size < whole.size(); ++size) {
-        inbox.add(std::span(whole).first(size), at(300));
+        inbox.add(bytes(whole).first(size), at(300));
         const bool between = size == 16 || size == 16 + 4 + one("/1").size();
         EXPECT_EQ(faults.size(), between ? 0 : 1) << size;
         EXPECT_EQ(taken.size(), size < 16 + 4 + one("/1").size() ? 0 : 1) << size;
         taken.clear();
         faults.clear();
     }
-    Bytes deep = one("/deep");
+    std::string deep = one("/deep");
     for (int i = 0; i < OscInbox::kMostDepth; ++i) {
         deep = bundle(0, {deep});
     }
-    inbox.add(deep, at(300));
-    inbox.add(bundle(0, {deep}), at(300));
+    add(deep, at(300));
+    add(bundle(0, {deep}), at(300));
     EXPECT_EQ(take(), Calls{"/deep"});
     EXPECT_EQ(std::exchange(faults, {}).size(), 1);
     // What is left for later stays in order.
     int left = 0;
     const auto stop = [&left] { return left-- <= 0; };
     for (const char* path : {"/1", "/2"}) {
-        inbox.add(bundle(0, {one(path), one(path)}), at(300), stop);
-        inbox.add(one("/3"), at(300), stop);
+        add(bundle(0, {one(path), one(path)}), at(300), stop);
+        add(one("/3"), at(300), stop);
     }
     EXPECT_EQ(take(), Calls{});
     left = 4;
@@ -292,9 +285,9 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     EXPECT_TRUE(inbox.advance(at(300)));
     EXPECT_EQ(take(), (Calls{"/2", "/3"}));
     // There is an end to what waits.
-    const std::vector<Bytes> hundred(100, one("/later"));
+    const Packets hundred(100, one("/later"));
     for (std::size_t i = 0; i <= OscInbox::kMostMessages / 100; ++i) {
-        inbox.add(bundle(400, hundred), at(300));
+        add(bundle(400, hundred), at(300));
     }
     EXPECT_EQ(faults.size(), 100);
     inbox.advance(at(400));
@@ -302,44 +295,33 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
 }
 
 TEST(OscStream, FindsPacketsHoweverTheyArrive) {
-    const Bytes first = message("/adm/obj/11/gain", {1});
-    Bytes second = message("/b", {});
-    second.push_back(std::byte{0xC0});
-    second.push_back(std::byte{0xDB});
-    Bytes slip{std::byte{0xC0}};
-    for (const Bytes& packet : {first, second}) {
-        for (const std::byte byte : packet) {
-            if (byte == std::byte{0xC0} || byte == std::byte{0xDB}) {
-                slip.push_back(std::byte{0xDB});
-                slip.push_back(byte == std::byte{0xC0} ? std::byte{0xDC} : std::byte{0xDD});
-            } else {
-                slip.push_back(byte);
-            }
+    const std::string first = message("/adm/obj/11/gain", {1});
+    const std::string second = message("/b") + "\xC0\xDB";
+    std::string slip = "\xC0";
+    for (const std::string& packet : {first, second}) {
+        for (const char c : packet) {
+            slip += c == '\xC0' ? "\xDB\xDC" : c == '\xDB' ? "\xDB\xDD" : std::string(1, c);
         }
-        slip.insert(slip.end(), 2, std::byte{0xC0});
+        slip += "\xC0\xC0";
     }
-    Bytes sizes = sized(first);
-    const Bytes more = sized(second);
-    sizes.insert(sizes.end(), more.begin(), more.end());
-    for (const Bytes& all : {sizes, slip}) {
+    for (const std::string& all : {sized(first) + sized(second), slip}) {
         for (std::size_t cut = 0; cut <= all.size(); ++cut) {
             OscStream stream;
-            std::vector<Bytes> found;
-            for (const auto part : {std::span(all).first(cut), std::span(all).subspan(cut)}) {
+            Packets found;
+            for (const auto part : {bytes(all).first(cut), bytes(all).subspan(cut)}) {
                 stream.feed(part);
                 for (std::span<const std::byte> packet; stream.next(packet);) {
-                    found.emplace_back(packet.begin(), packet.end());
+                    found.emplace_back(reinterpret_cast<const char*>(packet.data()), packet.size());
                 }
             }
-            EXPECT_EQ(found, (std::vector<Bytes>{first, second})) << cut;
+            EXPECT_EQ(found, (Packets{first, second})) << cut;
             EXPECT_FALSE(stream.broken());
         }
     }
-    for (const Bytes& bad :
-         {Bytes(4), Bytes(4, std::byte{0x01}), sized({}), Bytes(80'000, std::byte{0xC1}),
-          Bytes{std::byte{0xC0}, std::byte{0xDB}, std::byte{1}}}) {
+    for (const std::string& bad :
+         {"\0\0\0\0"s, "\1\1\1\1"s, sized({}), std::string(80'000, '\xC1'), "\xC0\xDB\1"s}) {
         OscStream stream;
-        stream.feed(bad);
+        stream.feed(bytes(bad));
         std::span<const std::byte> packet;
         EXPECT_FALSE(stream.next(packet));
         EXPECT_TRUE(stream.broken());
@@ -363,7 +345,7 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
     std::string many;
     constexpr int kMessages = 20'000;
     for (int i = 0; i < kMessages; ++i) {
-        many += text(sized(message("/adm/obj/11/gain", {1})));
+        many += sized(message("/adm/obj/11/gain", {1}));
     }
     std::size_t sent = 0;
     EXPECT_TRUE(until(
@@ -385,8 +367,8 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
         [&] { server.serve(1ms); }))
         << server.summary();
     // However long each message takes, others get their turn.
-    const Bytes packet = bundle(0, std::vector<Bytes>(100, message("/adm/obj/11/y", {1})));
-    sendTo(datagrams, text(packet), loopback(server.port()));
+    const std::string packet = bundle(0, Packets(100, message("/adm/obj/11/y", {1})));
+    sendTo(datagrams, packet, loopback(server.port()));
     pause = 1ms;
     const int before = applied;
     EXPECT_TRUE(until([&] { return applied > before; }, [&] { server.serve(1ms); }));
