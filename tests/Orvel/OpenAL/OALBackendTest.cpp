@@ -1,259 +1,321 @@
-// What the back end does to OpenAL, and how it reports what that refuses. Device and context are
-// real, but render on demand only.
-#include "Sound.h"
+// What the back end asks of OpenAL and ALUT, call by call, and what it logs. Linked with FakeAL.
+#include "FakeAL.h"
 
+#include <Corvid/URLImpl.h>
 #include <Orvel/OALLoopbackBackend.h>
-#include <Orvel/detail/OALDevice.h>
 
-#define AL_ALEXT_PROTOTYPES
-#include <AL/al.h>
-#include <AL/alc.h>
-#include <AL/alext.h>
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <numeric>
 #include <support/Capture.h>
 #include <support/RecordingBackend.h>
+#include <support/TemporaryFolder.h>
 
 namespace Orvel::Test {
 
 namespace {
 
 const std::string kStateMachine = "FATAL: OpenAL state machine error: ";
+const std::string kInjected = kStateMachine + "Invalid enum parameter value\n"; // AL_INVALID_VALUE
+
+/// A world, and what its back ends did since the last expectation.
+struct Scene {
+    Scene() { al = {}; }
+    /// A back end with AL buffer 1 for source 1 and AL source 1 for emitter 11.
+    OALBackend& add() {
+        auto* backend = new OALBackend(world, nullptr);
+        source = world.createSource(1);
+        emitter = world.createEmitter({}, 11);
+        forget();
+        return *backend;
+    }
+    void forget() {
+        al.take();
+        log.take();
+    }
+    void expect(const std::string& calls, const std::string& lines) {
+        EXPECT_EQ(al.take(), calls);
+        const Calls logged = log.take();
+        EXPECT_EQ(std::accumulate(logged.begin(), logged.end(), std::string()), lines) << calls;
+    }
+
+    FakeAL& al = FakeAL::the();
+    LogCapture log;
+    const OutputCapture errors{STDERR_FILENO};
+    TidyWorld world;
+    Source* source = nullptr;
+    Emitter* emitter = nullptr;
+};
 
 void fill(Source& source, unsigned rate, unsigned bits, unsigned channels, std::size_t bytes) {
     const std::vector<unsigned char> data(bytes);
     source.setData(rate, bits, channels, data.data(), static_cast<unsigned>(bytes));
 }
 
-/// A world with a source, AL buffer 1, and an emitter, AL source 1.
-struct Scene {
-    explicit Scene(const char* params = nullptr) : backend(*new OALLoopbackBackend(world, params)) {
-        fill(source, 8000, 8, 1, 8000);
-    }
-    /// What OpenAL has for AL source 1; of a vector the first.
-    float value(ALenum key) const {
-        EXPECT_FALSE(backend.checkALError(nullptr)); // which makes the context current as well
-        ALfloat values[3] = {};
-        ALint number = 0;
-        switch (key) {
-        case AL_POSITION:
-            alGetSourcefv(1, key, values);
-            return values[0];
-        case AL_SOURCE_RELATIVE:
-        case AL_LOOPING:
-        case AL_BUFFER:
-        case AL_SOURCE_STATE:
-            alGetSourcei(1, key, &number);
-            return static_cast<float>(number);
-        default:
-            alGetSourcef(1, key, values);
-            return values[0];
-        }
-    }
-
-    OutputCapture errors{STDERR_FILENO};
-    TidyWorld world;
-    OALLoopbackBackend& backend;
-    Source& source = *world.createSource(1);
-    Emitter& emitter = *world.createEmitter({}, 11);
-};
-
-std::string joined(const Calls& lines) {
-    return std::accumulate(lines.begin(), lines.end(), std::string());
-}
-
-/// Opens a device that refuses a context without a format.
-class DeviceWithoutContext : public detail::OALDevice {
-public:
-    ALCdevice* open(const Config::ParamBag& /*params*/) override {
-        return alcLoopbackOpenDeviceSOFT(nullptr);
-    }
-};
-
-class BackendWithoutContext : public OALBackend {
-public:
-    explicit BackendWithoutContext(World& world)
-        : OALBackend(world, nullptr, std::make_unique<DeviceWithoutContext>()) {}
-};
-
 } // namespace
 
-TEST(OALBackend, SetsInItsOwnContextWhatTheSceneSays) {
-    const LogCapture log(Log::Level::Warning);
-    Scene t;
-    const Scene other; // whose objects have the same names
-    const auto place = [&](bool world, bool flag, float x) {
-        t.world.setSpatialize(world);
-        t.emitter.setParam(flag, 0, 0.25F);
-        const Vec3f position{x, -2, 3.5F};
-        t.emitter.setTransform(&position, nullptr);
-    };
-    const auto hull = [&](bool flag, float maxBack, float maxFront, float minBack, float minFront) {
-        place(true, flag, 1);
-        t.emitter.setHull(maxBack, maxFront, minBack, minFront);
-    };
-    const auto state = [&](WorldPart::State next) { t.emitter.setState(next); };
+TEST(OALBackend, OpensAndClosesInOrderAndStaysInertWithoutDeviceOrContext) {
+    const std::string open = "alcOpenDevice(null); ";
+    const std::string create = open + "alcCreateContext(1, null); ";
+    const std::string close = "alcCloseDevice(1); ";
     const struct {
-        std::function<void()> change;
-        std::vector<std::pair<ALenum, float>> expected;
+        const char* failing;
+        std::string construction, line, destruction;
     } rows[] = {
-        {[&] { place(true, true, 1); },
-         {{AL_POSITION, 1}, {AL_SOURCE_RELATIVE, 0}, {AL_GAIN, 0.25F}}},
-        {[&] { place(true, false, 2); }, {{AL_POSITION, 0}, {AL_SOURCE_RELATIVE, 1}}},
-        {[&] { place(false, true, 3); }, {{AL_POSITION, 0}, {AL_SOURCE_RELATIVE, 1}}},
-        {[&] { hull(false, 9, 9, 5, 5); },
-         {{AL_REFERENCE_DISTANCE, 1}, {AL_MAX_DISTANCE, 2}, {AL_ROLLOFF_FACTOR, 0}}},
-        {[&] { hull(true, 30, 50, 2, 4); },
-         {{AL_REFERENCE_DISTANCE, 3}, {AL_MAX_DISTANCE, 40}, {AL_ROLLOFF_FACTOR, 1}}},
-        {[&] { hull(true, 4, 2, 6, 6); }, // inside out
-         {{AL_REFERENCE_DISTANCE, 2.997F}, {AL_MAX_DISTANCE, 3}}},
-        {[&] { hull(true, NAN, 1, -1, -1); },
-         {{AL_REFERENCE_DISTANCE, 0.000999F}, {AL_MAX_DISTANCE, 0.001F}}},
-        {[&] { t.source.setParam(true, 1.5F); }, {{AL_PITCH, 1}, {AL_LOOPING, 0}}}, // no emitter
-        {[&] { t.emitter.setSource(&t.source); },
-         {{AL_BUFFER, 1}, {AL_PITCH, 1.5F}, {AL_LOOPING, 1}}},
-        {[&] {
-             t.world.createEmitter({}, 5)->setSource(&t.source); // another one, told first
-             t.source.setParam(false, 2);
-         },
-         {{AL_PITCH, 2}, {AL_LOOPING, 0}}},
-        {[&] { state(WorldPart::PLAY); }, {{AL_SOURCE_STATE, AL_PLAYING}}},
-        {[&] { state(WorldPart::PAUSE); }, {{AL_SOURCE_STATE, AL_PAUSED}}},
-        {[&] { state(WorldPart::NONE); }, {{AL_SOURCE_STATE, AL_PAUSED}}},
-        {[&] { state(WorldPart::STOP); }, {{AL_SOURCE_STATE, AL_STOPPED}}},
-        {[&] { state(WorldPart::PLAY); }, {{AL_SOURCE_STATE, AL_PLAYING}}},
-        {[&] { t.emitter.setSource(nullptr); }, {{AL_SOURCE_STATE, AL_STOPPED}, {AL_BUFFER, 0}}},
-    };
+        {"none", create + "alcMakeContextCurrent(1); ",
+         "NOTICE: OpenAL device & context open: ok\n",
+         "alGetError(); alcDestroyContext(1); " + close},
+        {"alcOpen", open, "FATAL: Open OpenAL device failed\n", ""},
+        {"alcCreate", create + close, "FATAL: Cannot create OpenAL context\n", ""}};
     for (const auto& row : rows) {
-        other.backend.checkALError(nullptr); // makes its context current
-        row.change();
-        for (const auto& [key, expected] : row.expected) {
-            EXPECT_FLOAT_EQ(t.value(key), expected) << &row - rows << std::hex << ", " << key;
+        Scene t;
+        t.al.failing = row.failing;
+        auto* backend = new OALBackend(t.world, nullptr);
+        t.expect(row.construction + "alutInitWithoutContext()", row.line);
+        if (!backend->working()) {
+            fill(*t.world.createSource(1), 8000, 8, 1, 100);
+            t.world.createEmitter()->setSource(t.world.getSource(1));
+            t.world.getSource(1)->setState(WorldPart::PLAY);
+            t.world.reset();
+            EXPECT_TRUE(backend->checkALError("not to be logged\n"));
+            EXPECT_FALSE(OALBackend::reportRefusedSound(*t.world.createSource()));
+            EXPECT_EQ(t.al.take(), "");
+            t.log.take();
+        }
+        delete backend;
+        t.expect(row.destruction + "alutExit()", "");
+    }
+    Scene t;
+    OALLoopbackBackend none(t.world, nullptr);
+    t.expect(
+        "alcIsExtensionPresent(ALC_SOFT_loopback); alutInitWithoutContext()",
+        "FATAL: This OpenAL library has no loopback device\nFATAL: Open OpenAL device failed\n");
+    EXPECT_FALSE(none.render(nullptr, 0));
+}
+
+TEST(OALBackend, ResetDeletesSourcesBeforeBuffersByAscendingId) {
+    Scene t;
+    OALBackend& backend = t.add();
+    t.world.createSource(-3);      // buffer 2
+    t.world.createEmitter({}, -3); // AL source 2
+    t.forget();
+    t.al.failing = "alSourceStop"; // which ends neither loop
+    backend.resetBackend();
+    t.expect(
+        "alSourceStop(2); alDeleteSources(1, 2); alSourceStop(1); alDeleteSources(1, 1); "
+        "alDeleteBuffers(1, 2); alDeleteBuffers(1, 1); alGetError()",
+        "FATAL: Cannot reset backend\n" + kInjected);
+    backend.resetBackend();
+    t.expect("alGetError()", "");
+}
+
+TEST(OALBackend, MakesItsCallsInItsOwnContextAndReportsTheirErrors) {
+    for (const bool disturbed : {false, true}) {
+        Scene t;
+        const OALBackend& backend = t.add();
+        t.al.failing = "alGenBuffers";
+        Source* unmade = t.world.createSource();
+        World elsewhere;
+        const OALBackend other(elsewhere, nullptr); // names repeat there, so a call would hit
+        float x = 0;
+        const auto param = [&](bool world, bool flag) {
+            t.world.setSpatialize(world);
+            t.emitter->setParam(flag, 9, 0.25F);
+        };
+        const auto move = [&] {
+            const Vec3f position{++x, -2, 3.5F};
+            t.emitter->setTransform(&position, nullptr);
+        };
+        const auto hull = [&](float maxBack, float maxFront, float minBack, float minFront) {
+            t.emitter->setHull(maxBack, maxFront, minBack, minFront);
+        };
+        const auto state = [&](WorldPart::State next) { t.emitter->setState(next); };
+        const auto attenuation = [](const std::string& least, const char* most,
+                                    const char* rolloff) {
+            return "alSourcefv(1, DIRECTION, 1, 0, 0); alSourcef(1, CONE_INNER_ANGLE, 360); "
+                   "alSourcef(1, CONE_OUTER_ANGLE, 360); alSourcef(1, REFERENCE_DISTANCE, " +
+                   least + "); alSourcef(1, MAX_DISTANCE, " + most +
+                   "); alSourcef(1, ROLLOFF_FACTOR, " + rolloff + ")";
+        };
+        const std::string transform = "set emitter transformation";
+        const std::string gain = "alSourcef(1, GAIN, 0.25)";
+        const std::string placed =
+            "alSourcefv(1, POSITION, 3, -2, 3.5); alSourcei(1, SOURCE_RELATIVE, 0)";
+        const std::string unplaced =
+            "alSourcefv(1, POSITION, 0, 0, 0); alSourcei(1, SOURCE_RELATIVE, 1)";
+        const std::string detached = "alSourceStop(1); alSourcei(1, BUFFER, 0)";
+        const struct {
+            std::function<void()> change;
+            std::string calls, operation;
+        } rows[] = {
+            {[&] { t.world.setEnabled(true); }, "alListenerf(GAIN, 1)", "set listener gain"},
+            {[&] { t.world.setEnabled(false); }, "alListenerf(GAIN, 0)", "set listener gain"},
+            {[&] { // looks up, by a rotation whose length is not 1
+                 t.world.setListenerTransform({4, 5, 6}, {0.5F, 0, 0, 0.5F});
+             },
+             "alListenerf(GAIN, 1); alListenerfv(POSITION, 4, 5, 6); "
+             "alListenerfv(ORIENTATION, 0, 1, 0, 0, 0, 1); alListenerfv(VELOCITY, 0, 0, 0)",
+             "set listener transformation"},
+            {[&] { param(false, true); }, gain, "set emitter parameters"},
+            {[&] { move(); }, unplaced, transform},
+            {[&] { hull(9, 9, 5, 5); }, attenuation("1", "2", "0"), "set emitter hull"},
+            {[&] { param(true, false); }, gain, "set emitter parameters"},
+            {[&] { move(); }, unplaced, transform},
+            {[&] { hull(8, 8, 5, 5); }, attenuation("1", "2", "0"), "set emitter hull"},
+            {[&] { param(true, true); }, gain, "set emitter parameters"},
+            {[&] { move(); }, placed, transform},
+            {[&] { hull(30, 50, 2, 4); }, attenuation("3", "40", "1"), "set emitter hull"},
+            {[&] { hull(4, 2, 6, 6); }, attenuation("2.997", "3", "1"), "set emitter hull"},
+            {[&] { hull(NAN, 1, -1, -1); }, attenuation("0.000999", "0.001", "1"),
+             "set emitter hull"},
+            {[&] { state(WorldPart::PLAY); }, "alSourcePlay(1)", "play sound"},
+            {[&] { state(WorldPart::PAUSE); }, "alSourcePause(1)", "pause sound"},
+            {[&] { state(WorldPart::STOP); }, "alSourceStop(1)", "stop sound"},
+            {[&] {
+                 t.source->setParam(true, 1.5F); // nothing plays it: no call
+                 t.emitter->setSource(t.source);
+             },
+             "alSourceStop(1); alSourcei(1, BUFFER, 1); alSourcef(1, PITCH, 1.5); "
+             "alSourcei(1, LOOPING, 1)",
+             "connect emitter and source"},
+            {[&] { t.source->setParam(false, 2); },
+             "alSourcef(1, PITCH, 2); alSourcei(1, LOOPING, 0)", "set source parameters"},
+            {[&] { t.emitter->setSource(nullptr); }, detached, "disconnect emitter and source"},
+            {[&] { t.emitter->setSource(unmade); }, detached, "connect emitter and source"},
+            {[&] { delete unmade; }, detached, "disconnect emitter and source"},
+            {[&] { delete t.emitter; }, "alSourceStop(1); alDeleteSources(1, 1)",
+             "destroy emitter"},
+            {[&] { delete t.source; }, "alDeleteBuffers(1, 1)", "destroy source"}};
+        for (const auto& row : rows) {
+            // With the own context current and no errors, or neither.
+            t.al.failing = disturbed ? "al" : "none";
+            (disturbed ? other : backend).checkALError(nullptr);
+            t.forget();
+            row.change();
+            t.expect(
+                (disturbed ? "alcMakeContextCurrent(1); " : "") + row.calls + "; alGetError()",
+                disturbed ? "FATAL: Cannot " + row.operation + "\n" + kInjected : "");
         }
     }
-    EXPECT_FLOAT_EQ(other.value(AL_GAIN), 1);
-    EXPECT_EQ(joined(log.lines()), "");
-    t.backend.resetBackend();
-    EXPECT_FALSE(alIsSource(1) == AL_TRUE || alIsBuffer(1) == AL_TRUE);
-    EXPECT_GT(other.value(AL_MAX_DISTANCE), 0) << "the other's are still there";
 }
 
-TEST(OALBackend, ReportsWhatOpenALRefuses) {
-    const std::string value = "Invalid enum parameter value"; // for AL_INVALID_VALUE
-    const struct {
-        std::function<void(Scene&)> change;
-        std::string line, reason;
-    } rows[] = {
-        {[](Scene& t) {
-             t.world.setListenerTransform({NAN, 0, 0}, {});
-         },
-         "Cannot set listener transformation", value},
-        {[](Scene& t) {
-             const Vec3f position{NAN, 0, 0};
-             t.emitter.setTransform(&position, nullptr);
-         },
-         "Cannot set emitter transformation", value},
-        {[](Scene& t) { t.emitter.setParam(true, 0, -1); }, "Cannot set emitter parameters", value},
-        {[](Scene& t) {
-             t.source.setParam(true, -1);
-             t.emitter.setSource(&t.source);
-         },
-         "Cannot connect emitter and source", value},
-        {[](Scene& t) {
-             t.emitter.setSource(&t.source);
-             t.source.setParam(true, -1);
-         },
-         "Cannot set source parameters", value},
-        {[](Scene& t) {
-             t.emitter.setSource(&t.source);
-             delete &t.source;
-         },
-         "Cannot destroy source", "Illegal call"},
-        {[](Scene& t) { fill(t.source, 8000, 16, 2, 7); }, "alBufferData() call failed", value},
-        {[](Scene& t) {
-             for (int i = 0; i < 256; ++i) { // beside the one that is there
-                 t.world.createEmitter()->setState(WorldPart::PLAY);
-             }
-             delete t.world.emitters().rbegin()->second; // which was not made
-         },
-         "Cannot create emitter", "Out of memory"},
-    };
-    for (const auto& row : rows) {
-        Scene t;
-        const LogCapture log(Log::Level::Warning);
-        row.change(t);
-        const std::string expected =
-            "FATAL: " + row.line + "\n" + kStateMachine + row.reason + "\n";
-        EXPECT_EQ(joined(log.lines()), expected);
-        EXPECT_FALSE(t.backend.checkALError("still pending\n")) << row.line;
-    }
-}
-
-TEST(OALBackend, NamesErrorsOfOthersAndStatesThatAreNone) {
+TEST(OALBackend, ErrorsAndStatesHaveTheirTexts) {
     Scene t;
-    LogCapture log(Log::Level::Warning);
-    const std::pair<std::function<void()>, std::string> rows[] = {
-        {[] { alSourcePlay(999); }, "Invalid Name parameter passed to AL call"},
-        {[] { alListenerf(999, 0); }, "Invalid parameter passed to AL call"},
-        {[] { alDistanceModel(999); }, "Invalid enum parameter value"}};
-    for (const auto& [fail, text] : rows) {
-        fail();
-        EXPECT_TRUE(t.backend.checkALError("100 %d\n"));
-        EXPECT_EQ(joined(log.take()), "FATAL: 100 %d\n" + kStateMachine + text + "\n");
+    const OALBackend& backend = t.add();
+    const std::pair<ALenum, const char*> rows[] = {
+        {0xA001, "Invalid Name parameter passed to AL call"},
+        {0xA002, "Invalid parameter passed to AL call"},
+        {0xA003, "Invalid enum parameter value"},
+        {0xA004, "Illegal call"},
+        {0xA005, "Out of memory"},
+        {0xB001, "0xb001"}};
+    for (const auto& [error, text] : rows) {
+        FakeAL::setPendingError(error);
+        EXPECT_TRUE(backend.checkALError("100 %d\n"));
+        t.expect("alGetError()", "FATAL: 100 %d\n" + kStateMachine + text + "\n");
     }
-    t.emitter.setState(static_cast<WorldPart::State>(7));
-    EXPECT_EQ(
-        joined(log.take()), "FATAL: OALBackend::setEmitterState(): Bad Orvel::Emitter::state 7 \n");
+    EXPECT_FALSE(backend.checkALError("nothing is wrong\n"));
+    t.expect("alGetError()", "");
+    t.emitter->setState(static_cast<WorldPart::State>(7));
+    t.expect("", "FATAL: OALBackend::setEmitterState(): Bad Orvel::Emitter::state 7 \n");
 }
 
-TEST(OALBackend, StaysInertWithoutDeviceOrContext) {
-    for (const bool device : {false, true}) {
-        TidyWorld world;
-        const OutputCapture errors(STDERR_FILENO);
-        LogCapture log(Log::Level::Warning);
-        const OALBackend& backend =
-            device ? *new BackendWithoutContext(world) : *new OALBackend(world, nullptr);
-        EXPECT_EQ(
-            joined(log.take()), device ? "FATAL: Cannot create OpenAL context\n"
-                                       : "FATAL: Open OpenAL device failed\n");
-        EXPECT_FALSE(backend.working());
-        fill(*world.createSource(1), 8000, 8, 1, 100);
-        world.createEmitter()->setSource(world.getSource(1));
-        world.getSource(1)->setState(WorldPart::PLAY);
-        world.reset();
-        EXPECT_TRUE(backend.checkALError("not to be logged\n"));
-        EXPECT_EQ(joined(log.take()), "");
+TEST(OALBackend, PartsThatWereNotMadeOrAreNotServedAreIgnored) {
+    Scene t;
+    t.world.addBackend("openal", "labels=\"a, c\"");
+    t.forget();
+    t.world.createEmitter({"b", "c"});
+    t.expect("alGenSources(1); alGetError()", "");
+    Emitter* unserved = t.world.createEmitter({"b"});
+    t.expect("", "");
+    t.al.failing = "alGen";
+    Emitter* unmade = t.world.createEmitter({"a"});
+    t.expect("alGenSources(1); alGetError()", "FATAL: Cannot create emitter\n" + kInjected);
+    t.source = t.world.createSource();
+    t.expect("alGenBuffers(1); alGetError()", "FATAL: Cannot create source\n" + kInjected);
+    for (Emitter* emitter : {unserved, unmade}) {
+        emitter->setSource(t.source);
+        emitter->setState(WorldPart::PLAY);
+        t.source->setParam(true, 1);
+        fill(*t.source, 8000, 8, 1, 80);
+        delete emitter;
     }
+    delete t.source;
+    t.expect("", "");
 }
 
-TEST(OALBackend, BuffersSamplesOfTheFourLayouts) {
+TEST(OALBackend, SamplesOfTheFourLayoutsAreBufferedAndOthersRefused) {
     const struct {
         unsigned rate, bits, channels, bytes;
-        float duration; // 0: refused
-        std::string line = {};
+        std::string buffered, refusal;
+        float duration;
+        const char* failing = "none";
     } rows[] = {
-        {8000, 8, 1, 4000, 0.5F},
-        {22050, 16, 1, 11025 * 2, 0.5F},
-        {8000, 8, 2, 4000, 0.25F},
-        {44100, 16, 2, 176400, 1.0F},
-        {44100, 24, 1, 300, 0, "FATAL: Invalid source bits/channels: 24/1\n"},
-        {44100, 16, 3, 600, 0, "FATAL: Invalid source bits/channels: 16/3\n"},
-        {0, 16, 1, 200, 0},
-        {44100, 0, 1, 200, 0},
-        {44100, 16, 0, 200, 0}};
+        {8000, 8, 1, 4000, "1, MONO8, 4000, 8000", "", 0.5F},
+        {22050, 16, 1, 11025, "1, MONO16, 11025, 22050", "", 0.25F},
+        {8000, 8, 2, 4000, "1, STEREO8, 4000, 8000", "", 0.25F},
+        {44100, 16, 2, 176400, "1, STEREO16, 176400, 44100", "", 1},
+        {8000, 8, 1, 99, "1, MONO8, 99, 8000", "FATAL: alBufferData() call failed\n" + kInjected, 0,
+         "alBufferData"},
+        {44100, 24, 1, 300, "", "FATAL: Invalid source bits/channels: 24/1\n", 0},
+        {44100, 16, 3, 600, "", "FATAL: Invalid source bits/channels: 16/3\n", 0},
+        {0, 16, 1, 200, "", "", 0},
+        {44100, 0, 1, 200, "", "", 0},
+        {44100, 16, 0, 200, "", "", 0}};
     for (const auto& row : rows) {
         Scene t;
-        Source& source = *t.world.createSource(2); // AL buffer 2
-        const LogCapture log(Log::Level::Warning);
-        fill(source, row.rate, row.bits, row.channels, row.bytes);
-        EXPECT_EQ(joined(log.lines()), row.line);
-        EXPECT_FLOAT_EQ(source.duration(), row.duration) << &row - rows;
-        ALint size = -1;
-        alGetBufferi(2, AL_SIZE, &size);
-        EXPECT_EQ(size, row.duration > 0 ? static_cast<ALint>(row.bytes) : 0) << &row - rows;
+        t.add();
+        t.al.failing = row.failing;
+        fill(*t.source, row.rate, row.bits, row.channels, row.bytes);
+        const std::string numbers = std::to_string(row.rate) + ", " + std::to_string(row.bits) +
+                                    ", " + std::to_string(row.channels) + "\n";
+        t.expect(
+            row.buffered.empty() ? "" : "alBufferData(" + row.buffered + "); alGetError()",
+            "NOTICE: Set alBufferData from PCM data: " + numbers + row.refusal);
+        EXPECT_FLOAT_EQ(t.source->duration(), row.duration) << numbers;
     }
+}
+
+TEST(OALBackend, ErrorsAroundTheLoadingOfAFileAreReportedByTheirOwnNames) {
+    const TemporaryFolder folder;
+    std::ofstream(folder.file("x.wav")) << "any content: the stand-in says what is read";
+    const std::string url = "file://" + folder.file("x.wav");
+    const std::string load = "alGetError(); alutGetError(); alutLoadMemoryFromFile(); alGetError()";
+    const std::string buffer = load + "; alBufferData(1, STEREO16, 176400, 44100)";
+    const std::string set = "NOTICE: Set alBufferData from URL data: 4355, 44100, 176400\n";
+    const std::string left = "FATAL: left by an earlier operation, before a wav file load\n";
+    const struct {
+        ALenum format;
+        std::string failing, calls, lines;
+        float duration;
+    } rows[] = {
+        {0x10010, "none", load, "FATAL: Unkown sound format: 65552\n", 0},
+        {AL_FORMAT_STEREO16, "alutLoad", load, "FATAL: wav file load error\n" + kInjected, 0},
+        {AL_FORMAT_STEREO16, "alBufferData", buffer, set, 1},
+        {AL_FORMAT_STEREO16, "alBufferData", buffer, left + kInjected + set, 1}};
+    Scene t;
+    t.add();
+    for (const auto& row : rows) {
+        t.al.fileFormat = row.format;
+        t.al.failing = row.failing;
+        t.source->setDataFromURL(folder.file("x.wav"));
+        t.expect(row.calls, "LOG: loading: >" + url + "<\n" + row.lines);
+        EXPECT_FLOAT_EQ(t.source->duration(), row.duration);
+    }
+    EXPECT_TRUE(OALBackend::reportRefusedSound(*t.source));
+    t.expect("alGetError()", "FATAL: OpenAL refuses the sound \"" + url + "\"\n" + kInjected);
+    EXPECT_FALSE(OALBackend::reportRefusedSound(*t.source));
+    t.forget();
+    std::filesystem::remove(folder.file("x.wav"));
+    t.source->setDataFromURL(folder.file("x.wav"));
+    EXPECT_EQ(t.log.lines()[1], "FATAL: OALBackend: Cannot download file \"" + url + "\"\n");
+    EXPECT_THROW(t.source->setDataFromURL("http://["), Corvid::URLImpl::Exception);
+    t.forget();
+    t.world.setSourceData(*t.source);
+    t.expect("", "FATAL: source.url() not set in Source::URL_SD set\n");
 }
 
 } // namespace Orvel::Test

@@ -6,7 +6,6 @@
 
 #include <cmath>
 #include <numbers>
-#include <string>
 #include <vector>
 
 namespace Orvel::Test {
@@ -15,9 +14,8 @@ namespace Orvel::Test {
 inline std::vector<unsigned char> tone(double seconds, double hertz) {
     std::vector<unsigned char> bytes;
     for (double t = 0.0; t < seconds - 1e-9; t = static_cast<double>(bytes.size()) / 88200.0) {
-        const double cycles = hertz * t;
-        const auto value =
-            static_cast<unsigned>(std::lround(16384.0 * std::sin(2.0 * std::numbers::pi * cycles)));
+        const double phase = 2.0 * std::numbers::pi * hertz * t;
+        const auto value = static_cast<unsigned>(std::lround(16384.0 * std::sin(phase)));
         bytes.push_back(static_cast<unsigned char>(value));
         bytes.push_back(static_cast<unsigned char>(value >> 8U));
     }
@@ -40,10 +38,10 @@ inline double level(const Stereo& sound, std::size_t channel) {
 /// A tone that is heard from a place.
 inline Emitter* play(
     World& world, const Vec3f& position, const std::vector<unsigned char>& samples,
-    const std::vector<std::string>& labels = {}, unsigned channels = 1) {
+    unsigned channels = 1) {
     Source* source = world.createSource();
     source->setData(44100, 16, channels, samples.data(), static_cast<unsigned>(samples.size()));
-    Emitter* emitter = world.createEmitter(labels);
+    Emitter* emitter = world.createEmitter();
     emitter->setTransform(&position, nullptr);
     emitter->setHull(1000, 1000, 1, 1);
     emitter->setSource(source);
