@@ -19,6 +19,8 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <support/Loopback.h>
+#include <support/RecordingBackend.h>
 #include <utility>
 #include <vector>
 
@@ -29,15 +31,9 @@ using nlohmann::json;
 
 struct Watched {
     Watched() { world.addBackend("monitor", "address=127.0.0.1 port=0"); }
-    Watched(const Watched&) = delete;
-    Watched& operator=(const Watched&) = delete;
-    ~Watched() {
-        world.clearWorld();
-        world.deleteAllBackends();
-    }
     MonitorBackend& monitor() { return dynamic_cast<MonitorBackend&>(*world.backends().front()); }
 
-    Orvel::World world;
+    Orvel::Test::TidyWorld world;
 };
 
 /// Reads all pieces; `between` is called after each but the last, with all that came so far.
@@ -56,24 +52,17 @@ json readAll(Pieces pieces, Between between) {
     }
 }
 
-json readAll(SceneJson pieces) {
-    return readAll(pieces, [](int, const std::string&) {});
+template <class Pieces>
+json readAll(Pieces pieces) {
+    return readAll(std::move(pieces), [](int, const std::string&) {});
 }
 
 std::string repeated(const std::string& text, int times) {
     std::string all;
-    for (int i = 0; i < times; ++i) {
+    while (times-- > 0) {
         all += text;
     }
     return all;
-}
-
-std::vector<int> idsOf(const json& parts) {
-    std::vector<int> ids;
-    for (const json& part : parts) {
-        ids.push_back(part.at("id"));
-    }
-    return ids;
 }
 
 TEST(MonitorJson, AnyBytesAreReadBackAsText) {
@@ -133,7 +122,10 @@ TEST(MonitorScene, PartsThatComeAndGoBetweenPiecesSpoilNothing) {
             world.createEmitter({}, 1 + piece); // before what was written: the next time
             late.insert(world.createEmitter({}, next + 5)->id());
         });
-    const std::vector<int> ids = idsOf(scene.at("emitters"));
+    std::vector<int> ids;
+    for (const json& emitter : scene.at("emitters")) {
+        ids.push_back(emitter.at("id"));
+    }
     EXPECT_TRUE(std::adjacent_find(ids.begin(), ids.end(), std::greater_equal<>()) == ids.end());
     EXPECT_GT(gone.size(), 8U);
     for (int id = 10; id <= 10 * count; id += 10) {
@@ -207,10 +199,7 @@ TEST(MonitorScene, KnowsWhenASoundIsOver) {
     emitter->setSource(source);
     const auto begin = std::chrono::steady_clock::now(); // no turn has been yet
     emitter->setState(Orvel::Emitter::PLAY);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!over()) {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
-    }
+    ASSERT_TRUE(Orvel::Test::until(over, [] {}));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
     source->setParam(true, 1.0F); // a looped one never is
     EXPECT_FALSE(over());
@@ -219,48 +208,44 @@ TEST(MonitorScene, KnowsWhenASoundIsOver) {
 TEST(MonitorStatus, ManyConnectionsComeInPiecesWithoutLossOrRepetition) {
     Watched watched;
     std::vector<NetworkEnd> ends(4);
-    const std::vector<int> counts{250, 0, 100, 1}; // pieces end within, between and at an end
-    int number = 0;
+    const std::vector<std::size_t> counts{
+        250, 0, 100, 1}; // pieces end within, between and at an end
+    std::vector<std::string> peers;
     for (std::size_t i = 0; i < ends.size(); ++i) {
         ends[i].role = i == 0 ? "server" : "client";
-        for (int k = 0; k < counts[i]; ++k) {
-            Corvid::Communicator::Counters connection;
-            connection.peer = "<" + std::to_string(number++) + ">";
-            ends[i].counters.connections.push_back(connection);
+        ends[i].counters.connections.resize(counts[i]);
+        for (auto& connection : ends[i].counters.connections) {
+            connection.peer = peers.emplace_back("<" + std::to_string(peers.size()) + ">");
         }
     }
     ends[3].counters.lastDrops.push_back({"a", 1, {}, "\xFF gone"});
-    const json status =
-        readAll(StatusJson(watched.monitor(), ends), [](int, const std::string&) {});
+    const json status = readAll(StatusJson(watched.monitor(), ends));
     EXPECT_EQ(status.at("backends").at(0).at("kind"), "monitor");
-    ASSERT_EQ(status.at("network").size(), 4U);
-    number = 0;
+    std::vector<std::string> found;
     for (std::size_t i = 0; i < ends.size(); ++i) {
-        const json& connections = status.at("network").at(i).at("connections");
-        ASSERT_EQ(connections.size(), static_cast<std::size_t>(counts[i]));
-        for (const json& connection : connections) {
-            EXPECT_EQ(connection.at("peer"), "<" + std::to_string(number++) + ">");
+        for (const json& connection : status.at("network").at(i).at("connections")) {
+            found.push_back(connection.at("peer"));
         }
+        EXPECT_EQ(status.at("network").at(i).at("connections").size(), counts[i]);
     }
+    EXPECT_EQ(found, peers);
     EXPECT_EQ(status.at("network").at(3).at("lastDrops").at(0).at("reason"), "\xEF\xBF\xBD gone");
 }
 
 TEST(MonitorStatus, ChangesAreCountedByKindAndReplayedOnes) {
-    Orvel::World world;
+    Orvel::Test::TidyWorld world;
     world.createEmitter({}, 1)->setHull(1, 1, 1, 1);
-    auto* monitor =
-        dynamic_cast<MonitorBackend*>(world.addBackend("monitor", "address=127.0.0.1 port=0"));
-    ASSERT_NE(monitor, nullptr);
-    const auto before = monitor->rates().total(ChangeKind::Transform);
+    world.addBackend("monitor", "address=127.0.0.1 port=0");
+    const ChangeRates& rates = dynamic_cast<MonitorBackend&>(*world.backends().front()).rates();
+    const auto before = rates.total(ChangeKind::Transform);
     for (int i = 1; i <= 5; ++i) {
         const Orvel::Vec3f position{static_cast<float>(i), 0.0F, 0.0F};
         world.getEmitter(1)->setTransform(&position, nullptr);
     }
-    EXPECT_EQ(monitor->rates().total(ChangeKind::Transform), before + 5);
-    EXPECT_EQ(monitor->rates().total(ChangeKind::Emitter), 1U);
+    EXPECT_EQ(rates.total(ChangeKind::Transform), before + 5);
+    EXPECT_EQ(rates.total(ChangeKind::Emitter), 1U);
     world.clearWorld();
-    EXPECT_EQ(monitor->rates().total(ChangeKind::Emitter), 2U);
-    world.deleteAllBackends();
+    EXPECT_EQ(rates.total(ChangeKind::Emitter), 2U);
 }
 
 TEST(MonitorRates, EachSecondKeepsItsOwnCount) {
