@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 using Corvid::PolledWebServer;
@@ -18,10 +19,11 @@ using Orvel::Test::HttpAnswer;
 using Orvel::Test::RawHttp;
 using Orvel::Test::until;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 namespace {
 
-constexpr const char* kEnd = " HTTP/1.1\r\nHost: localhost\r\n\r\n";
+const std::string kEnd = " HTTP/1.1\r\nHost: localhost\r\n\r\n";
 
 /// A page that a test writes down where it needs it.
 class Page : public Corvid::WebPage {
@@ -110,42 +112,24 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
         std::string header;
         std::string body; // part of it
     } rows[] = {
-        {std::string("GET /echo?x=%41+b&y&=&x=2%26") + kEnd, 200, "Connection: keep-alive",
+        {"GET /echo?x=%41+b&y&=&x=2%26" + kEnd, 200, "Connection: keep-alive",
          "GET /echo[x=A b][y=][=][x=2&]"},
-        {std::string("HEAD /echo") + kEnd, 200, "Content-Length: 10", ""},
-        {std::string("GET http://[::1]:80/%65cho#end") + kEnd, 200, "Content-Length: 9",
-         "GET /echo"},
+        {"HEAD /echo" + kEnd, 200, "Content-Length: 10", ""},
+        {"GET http://[::1]:80/%65cho#end" + kEnd, 200, "Content-Length: 9", "GET /echo"},
         {"GET /echo HTTP/1.0\r\n\r\n", 200, "Connection: close", "GET /echo"},
         {"GET /echo HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", 200, "Connection: keep-alive", ""},
-        {std::string("\r\n\r\nGET /static") + kEnd, 200, "Content-Type: text/css",
-         std::string("a\0b", 3)},
-        {std::string("GET /moved") + kEnd, 301, "Location: /echo?a=1&b=2",
-         "<a href=\"/echo?a=1&amp;b=2\">"},
+        {"\r\n\r\nGET /static" + kEnd, 200, "Content-Type: text/css", std::string("a\0b", 3)},
+        {"GET /moved" + kEnd, 301, "Location: /echo?a=1&b=2", "<a href=\"/echo?a=1&amp;b=2\">"},
         {post("Content-Length: 65536", body), 200, "Content-Length: 65546", body},
         {post("Transfer-Encoding: chunked", "3;x=y\r\nabc\r\n1\r\nd\r\n0\r\nT: r\r\n\r\n"), 200,
          "Content-Length: 14", "POST /echoabcd"},
-        {std::string("GET /<i>&%22'") + kEnd, 404, "X-Content-Type-Options: nosniff",
+        {"GET /<i>&%22'" + kEnd, 404, "X-Content-Type-Options: nosniff",
          "<tt>/&lt;i&gt;&amp;&quot;&#39;</tt>"},
-        {std::string("DELETE /static") + kEnd, 405, "Allow: GET, HEAD", "<tt>DELETE</tt>"},
-        {std::string("GE /static") + kEnd, 405, "Allow: GET, HEAD", "<tt>GE</tt>"},
-        {std::string("GET /%4") + kEnd, 400, "", "malformed"},
-        {std::string("GET /%<b>") + kEnd, 400, "", "<tt>/%&lt;b&gt;</tt>"},
-        {std::string("GET /%00") + kEnd, 400, "", ""},
-        {std::string("GET /echo?x=%g1") + kEnd, 400, "", ""},
-        {std::string("GET *") + kEnd, 400, "", ""},
+        {"DELETE /static" + kEnd, 405, "Allow: GET, HEAD", "<tt>DELETE</tt>"},
+        {"GE /static" + kEnd, 405, "Allow: GET, HEAD", "<tt>GE</tt>"},
+        {"GET /%4" + kEnd, 400, "", "malformed"},
+        {"GET /%<b>" + kEnd, 400, "", "<tt>/%&lt;b&gt;</tt>"},
         {"GET /echo HTTP/1.1\r\n\r\n", 400, "Connection: close", "no request"},
-        {"GET / \r\n\r\n", 400, "Connection: close", ""},
-        {"GET /\r\n", 400, "Connection: close", ""},
-        {"GET /echo HTTP/1.1\r\nHost: localhost\r\nHost: localhost\r\n\r\n", 400, "", ""},
-        {"GET /echo HTTP/2.0\r\nHost: localhost\r\n\r\n", 400, "", ""},
-        {"GET /echo HTTP/1.1\nHost: localhost\n\n", 400, "", ""},
-        {"GET /echo HTTP/1.1\r\nHost : localhost\r\n\r\n", 400, "", ""},
-        {"\x16\x03\x01\x02", 400, "", ""}, // how an encrypted connection begins
-        {post("Content-Length: 3\r\nTransfer-Encoding: chunked", "0\r\n\r\n"), 400, "", ""},
-        {post("Content-Length: 3\r\nContent-Length: 4", "abc"), 400, "", ""},
-        {post("Content-Length: -1", ""), 400, "", ""},
-        {post("Transfer-Encoding: gzip", "abc"), 400, "", ""},
-        {post("Transfer-Encoding: chunked", "q\r\n"), 400, "", ""},
         {post("Content-Length: 65537", ""), 413, "Connection: close", "65536"},
         {post("Transfer-Encoding: chunked", "8000\r\n" + body.substr(0, 0x8000) + "\r\n8001\r\n"),
          413, "Connection: close", ""},
@@ -156,6 +140,19 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
          431, "", ""}, // neither alone is too much
         {post("Transfer-Encoding: chunked", "1;" + longLine), 431, "", ""},
     };
+    const std::string host = "Host: localhost\r\n";
+    for (const std::string& request :
+         {"GET /%00" + kEnd, "GET /echo?x=%g1" + kEnd, "GET *" + kEnd, "GET / \r\n\r\n"s,
+          "GET /\r\n"s, "GET /echo HTTP/1.1\r\n" + host + host + "\r\n",
+          "GET /echo HTTP/2.0\r\n" + host + "\r\n", "GET /echo HTTP/1.1\nHost: localhost\n\n"s,
+          "GET /echo HTTP/1.1\r\nHost : localhost\r\n\r\n"s,
+          "\x16\x03\x01\x02"s, // how an encrypted connection begins
+          post("Content-Length: 3\r\nTransfer-Encoding: chunked", "0\r\n\r\n"),
+          post("Content-Length: 3\r\nContent-Length: 4", "abc"), post("Content-Length: -1", ""),
+          post("Transfer-Encoding: gzip", "abc"), post("Transfer-Encoding: chunked", "q\r\n")}) {
+        const HttpAnswer answer = client().ask(request);
+        EXPECT_TRUE(answer.status == 400 && answer.whole) << request;
+    }
     for (const auto& row : rows) {
         RawHttp peer = client();
         const HttpAnswer answer = peer.ask(row.request);
@@ -172,10 +169,7 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
 TEST_F(WebServer, IsReadThroughNoNameThatItDoesNotHave) {
     const std::string own = Corvid::InetAddress::getLocalHostName();
     server.addHostName("Proxy.example");
-    const struct {
-        int status;
-        std::vector<std::string> hosts;
-    } rows[] = {
+    const std::pair<int, std::vector<std::string>> rows[] = {
         {200,
          {"127.0.0.1", "192.0.2.1:80", "[::1]:1", "LocalHost.:99999", own, own + ":8080",
           own.substr(0, own.find('.')) + ".local", "proxy.EXAMPLE:"}},
@@ -184,12 +178,12 @@ TEST_F(WebServer, IsReadThroughNoNameThatItDoesNotHave) {
           "x" + own, own + ".evil.example", "0x7f.1", "127.1"}},
         {400, {"", "me@localhost", "a b", "localhost:x", "::1", "[::1", "[localhost]", "a|b"}},
     };
-    for (const auto& row : rows) {
-        for (const std::string& host : row.hosts) {
+    for (const auto& [status, hosts] : rows) {
+        for (const std::string& host : hosts) {
             RawHttp peer = client();
-            EXPECT_EQ(peer.get("/static", host).status, row.status) << host;
+            EXPECT_EQ(peer.get("/static", host).status, status) << host;
             // Where the target has one, the header does not count.
-            EXPECT_EQ(peer.ask("GET http://" + host + "/static" + kEnd).status, row.status) << host;
+            EXPECT_EQ(peer.ask("GET http://" + host + "/static" + kEnd).status, status) << host;
         }
     }
     EXPECT_EQ(client().ask("GET /static HTTP/1.0\r\n\r\n").status, 200) << "no host at all";
@@ -238,15 +232,15 @@ TEST_F(WebServer, EndsWhatReachesALimit) {
 
     addPieces("/big", 1000, 100'000);
     RawHttp deaf = client();
-    deaf.send(std::string("GET /big") + kEnd);
+    deaf.send("GET /big" + kEnd);
     EXPECT_TRUE(updateUntil([&] { return server.counters().dropped == 3; }));
     EXPECT_TRUE(producer.expired());
     EXPECT_LT(made, 200) << "the sockets' buffers hold some of it";
 
     RawHttp frequent = client();
-    EXPECT_TRUE(frequent.get("/static").has("Connection: keep-alive"));
-    EXPECT_TRUE(frequent.get("/static").has("Connection: keep-alive"));
-    EXPECT_TRUE(frequent.get("/static").has("Connection: close"));
+    for (const char* connection : {"keep-alive", "keep-alive", "close"}) {
+        EXPECT_TRUE(frequent.get("/static").has("Connection: "s + connection));
+    }
     EXPECT_TRUE(frequent.ends());
 }
 
@@ -256,12 +250,11 @@ TEST_F(WebServer, GivesANewClientThePlaceOfTheOneThatWaitedLongest) {
     ASSERT_TRUE(updateUntil([&] { return server.counters().connections == 1; }));
     RawHttp busy = client();
     RawHttp third = client();
-    EXPECT_EQ(busy.get("/static").status, 200);
-    EXPECT_EQ(third.get("/static").status, 200);
     RawHttp newest = client();
-    EXPECT_EQ(newest.get("/static").status, 200);
+    for (RawHttp* peer : {&busy, &third, &newest, &busy}) {
+        EXPECT_EQ(peer->get("/static").status, 200);
+    }
     EXPECT_TRUE(oldest.ends());
-    EXPECT_EQ(busy.get("/static").status, 200);
     EXPECT_EQ(server.counters().connections, 3U);
 }
 
@@ -270,7 +263,7 @@ TEST_F(WebServer, MakesABigPagePieceByPieceAsTheClientTakesIt) {
     constexpr std::size_t kSize = 100'000;
     addPieces("/big", kPieces, kSize);
     RawHttp peer = client();
-    peer.send(std::string("GET /big") + kEnd);
+    peer.send("GET /big" + kEnd);
     ASSERT_TRUE(updateUntil([this] { return made > 0; }));
     for (int before = made; before < 10; before = made) {
         server.update();
@@ -293,7 +286,7 @@ TEST_F(WebServer, MakesABigPagePieceByPieceAsTheClientTakesIt) {
     EXPECT_EQ(old.ask("GET /big HTTP/1.0\r\n\r\n").body, answer.body);
     {
         RawHttp gone = client();
-        gone.send(std::string("GET /big") + kEnd);
+        gone.send("GET /big" + kEnd);
         ASSERT_TRUE(updateUntil([&] { return !producer.expired(); }));
     }
     EXPECT_TRUE(updateUntil([&] { return producer.expired(); }));
@@ -350,7 +343,7 @@ TEST_F(WebServer, OutlivesPagesThatFail) {
         return true;
     });
     RawHttp last = client();
-    last.send(std::string("GET /close") + kEnd);
+    last.send("GET /close" + kEnd);
     EXPECT_TRUE(updateUntil([this] { return !server.isOpen(); }));
     EXPECT_FALSE(server.update());
     EXPECT_EQ(server.counters().connections, 0U);
@@ -368,23 +361,15 @@ TEST_F(WebServer, ListensWhereItIsToldTo) {
     everyLocal.open("", 0);
     EXPECT_EQ(answer(everyLocal, INADDR_LOOPBACK), 404);
     EXPECT_EQ(answer(everyLocal, kOther), 404);
-    const struct {
-        const char* host;
-        std::uint16_t port;
-        std::string what;
-    } rows[] = {
-        {"127.0.0.1", server.port(),
-         "cannot listen on \"127.0.0.1\", port " + std::to_string(server.port()) +
-             ": Address already in use"},
-        {"192.0.2.1", 0, "cannot listen on \"192.0.2.1\", port 0: Cannot assign"},
-        {"a name/that cannot be", 0, "cannot look up \"a name/that cannot be\", port 0: "},
-    };
-    for (const auto& row : rows) {
+    for (const auto& [host, port, what] :
+         {std::tuple("127.0.0.1", server.port(), "Address already in use"),
+          std::tuple("192.0.2.1", std::uint16_t{0}, "Cannot assign"),
+          std::tuple("a name/that cannot be", std::uint16_t{0}, "cannot look up \"a name/that")}) {
         try {
-            everyLocal.open(row.host, row.port);
-            ADD_FAILURE() << row.host;
+            everyLocal.open(host, port);
+            ADD_FAILURE() << host;
         } catch (const Corvid::IOException& exception) {
-            EXPECT_EQ(std::string(exception.what()).substr(0, row.what.size()), row.what);
+            EXPECT_NE(std::string(exception.what()).find(what), std::string::npos);
         }
         EXPECT_FALSE(everyLocal.isOpen());
     }
@@ -396,8 +381,6 @@ TEST_F(WebServer, ShowsTheLastRequestsInItsLog) {
         "/log",
         Corvid::WebPageObject<Corvid::WebServer>(server, &Corvid::WebServer::createLogPage));
     server.setName("<name>");
-    server.setNotice("<notice>");
-    server.setContact("<contact>");
     RawHttp peer = client();
     EXPECT_NE(peer.get("/log").body.find("the size of the log is 0"), std::string::npos);
     server.setLogSize(2);
@@ -407,8 +390,8 @@ TEST_F(WebServer, ShowsTheLastRequestsInItsLog) {
     other.ask("rubbish\r\n\r\n");
     const std::string log = peer.get("/log").body;
     for (const char* text :
-         {"GET /&lt;script&gt;</td><td>404", ">-</td><td>400", "&lt;name&gt;", "&lt;notice&gt;",
-          "&lt;contact&gt;", "The last 2 of at most 2"}) {
+         {"GET /&lt;script&gt;</td><td>404", ">-</td><td>400", "&lt;name&gt;",
+          "The last 2 of at most 2"}) {
         EXPECT_NE(log.find(text), std::string::npos) << text << '\n' << log;
     }
     EXPECT_EQ(log.find("/first"), std::string::npos);
