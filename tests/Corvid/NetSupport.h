@@ -64,9 +64,8 @@ public:
     }
     std::size_t connections() const { return this->counters().connections.size(); }
     bool hasLine(const std::string& part) const {
-        return std::any_of(lines.begin(), lines.end(), [&part](const std::string& line) {
-            return line.find(part) != std::string::npos;
-        });
+        return std::ranges::any_of(
+            lines, [&](const auto& line) { return line.find(part) != std::string::npos; });
     }
 
     std::function<bool(Corvid::Communicator*)> onAdd;

@@ -23,6 +23,12 @@ using namespace std::chrono_literals;
 
 constexpr double kNever = 3600.0; // the search interval of tests in which no later search may help
 
+std::vector<std::uint32_t> upTo(std::uint32_t count) {
+    std::vector<std::uint32_t> numbers(count);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
+}
+
 class Net : public testing::Test {
 protected:
     std::unique_ptr<Client> newClient(double interval = kNever) {
@@ -262,19 +268,15 @@ TEST_F(Net, SendsReplayFirstThenEverythingInOrder) {
     for (const auto& server : servers) {
         const auto& numbers = server->numbers;
         ASSERT_TRUE(until([&] { return numbers.back() == last - 1; }, *server, *client));
-        for (std::uint32_t i = 0; i < kReplay; ++i) {
-            ASSERT_EQ(numbers[i], i);
-        }
-        for (std::size_t i = kReplay; i < numbers.size(); ++i) {
-            ASSERT_EQ(numbers[i], numbers[kReplay] + i - kReplay);
+        for (std::size_t i = 0; i < numbers.size(); ++i) {
+            ASSERT_EQ(numbers[i], i < kReplay ? i : numbers[kReplay] + i - kReplay);
         }
     }
 }
 
 TEST_F(Net, KeepsOrderBetweenFramesForOneAndForAll) {
     connect();
-    const std::vector<std::uint32_t> expected = {0, 1, 2, 3, 4, 5};
-    for (const std::uint32_t number : expected) {
+    for (std::uint32_t number = 0; number < 6; ++number) {
         // Large enough to be cut by the chunks, the pieces of a call and the socket's buffer.
         const std::uint32_t size = 12 + number * 1'500'000;
         EXPECT_TRUE(
@@ -282,7 +284,7 @@ TEST_F(Net, KeepsOrderBetweenFramesForOneAndForAll) {
                             : sendNumber(*client_->newest, number, size));
     }
     ASSERT_TRUE(until([&] { return server_->numbers.size() == 6; }, *server_, *client_));
-    EXPECT_EQ(server_->numbers, expected);
+    EXPECT_EQ(server_->numbers, upTo(6));
     EXPECT_EQ(server_->counters().bytesIn, 72U + 15 * 1'500'000);
     EXPECT_EQ(client_->counters().bytesOut, 72U + 15 * 1'500'000);
 }
@@ -309,10 +311,8 @@ TEST_P(HostilePeer, DoesNotDisturbAGoodOne) {
     const auto exchange = [&] {
         sendNumber(*client_, number++);
         return until(
-            [&] {
-                return std::count(server_->numbers.begin(), server_->numbers.end(), number - 1) > 0;
-            },
-            *server_, *client_);
+            [&] { return std::ranges::count(server_->numbers, number - 1) > 0; }, *server_,
+            *client_);
     };
     const std::size_t step = hostile.drip ? 1 : hostile.bytes.size() + 1;
     for (std::size_t at = 0; at <= hostile.bytes.size(); at += step) {
@@ -326,13 +326,7 @@ TEST_P(HostilePeer, DoesNotDisturbAGoodOne) {
         ASSERT_TRUE(exchange());
     }
     if (!hostile.staysOpen) {
-        ASSERT_TRUE(until(
-            [&] {
-                return std::all_of(sockets.begin(), sockets.end(), [](RawSocket& socket) {
-                    return socket.isClosed();
-                });
-            },
-            *server_, *client_));
+        ASSERT_TRUE(until([&] { return sockets.front().isClosed(); }, *server_, *client_));
     }
     ASSERT_TRUE(exchange());
     EXPECT_EQ(client_->lost, 0);
@@ -377,9 +371,7 @@ TEST_F(Net, DropsAPeerThatDoesNotReadAndNoOther) {
         }
     }
     ASSERT_TRUE(until([&] { return client_->numbers.size() == kCount; }, *server_, *client_));
-    for (std::uint32_t i = 0; i < kCount; ++i) {
-        ASSERT_EQ(client_->numbers[i], i);
-    }
+    EXPECT_EQ(client_->numbers, upTo(kCount));
     EXPECT_EQ(server_->lost, 1);
     ASSERT_EQ(server_->counters().lastDrops.size(), 1U);
     EXPECT_NE(server_->counters().lastDrops[0].reason.find("too slowly"), std::string::npos);
@@ -391,8 +383,7 @@ TEST_F(Net, ServesConnectionsInTurn) {
     const RawSocket quiet(
         server->port(), greeting(2, 'q') + greetingAnd({8, 0, 7}).substr(greeting().size()));
     ASSERT_TRUE(until([&] { return server->numbers.size() == 5001; }, *server));
-    const auto& numbers = server->numbers;
-    EXPECT_LT(std::find(numbers.begin(), numbers.end(), 7U) - numbers.begin(), 600);
+    EXPECT_LT(std::ranges::find(server->numbers, 7U) - server->numbers.begin(), 600);
 }
 
 TEST_F(Net, ClosesPromptlyWhateverPeersDo) {
@@ -453,12 +444,10 @@ private:
 /// What is added to a new connection is all that is sent, so nothing else wakes the loop for it.
 TEST_F(DeferredNet, SendsEachReplayAtOnce) {
     open(kNever);
-    bool all = true;
-    for (int i = 0; all && i < 200; ++i) {
+    for (int i = 0; i < 200; ++i) {
         const auto server = newServer();
-        all = delivered([&] { return server->numbers.size() == 1; }, *server);
+        ASSERT_TRUE(delivered([&] { return server->numbers.size() == 1; }, *server));
     }
-    EXPECT_TRUE(all);
 }
 
 /// Only the thread that delivers sees connections and frames, while others send and work the loop.
@@ -477,9 +466,7 @@ TEST_F(DeferredNet, DeliversOnTheHostsThread) {
         sendNumber(client, i);
     }
     ASSERT_TRUE(delivered([&] { return client.numbers.size() == kCount; }, *server));
-    std::vector<std::uint32_t> expected(kCount);
-    std::iota(expected.begin(), expected.end(), 0);
-    EXPECT_EQ(client.numbers, expected);
+    EXPECT_EQ(client.numbers, upTo(kCount));
     // Removed while the loop thread may be using it, then found again.
     ASSERT_TRUE(client.removeCommunicator(client.newest));
     delete client.newest;
