@@ -17,8 +17,8 @@ struct Quaternion {
     /// quaternion 0 rotates nothing.
     [[nodiscard]] constexpr Vec3f rotate(const Vec3f& v) const {
         // In double precision, in which the square of no float is 0 or infinite.
-        const double q[] = {x, y, z, w};
-        const double from[] = {v.x, v.y, v.z};
+        const double q[] = {double{x}, double{y}, double{z}, double{w}};
+        const double from[] = {double{v.x}, double{v.y}, double{v.z}};
         const double square = q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3];
         const double scale = square == 0.0 ? 0.0 : 2.0 / square;
         const double t[] = {
