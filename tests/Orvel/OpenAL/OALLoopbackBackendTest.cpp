@@ -65,11 +65,6 @@ TEST(OALLoopbackHearing, DirectionAndDistanceAreHeard) {
     room.world.setListenerTransform({0, 0, -19}, {0, half, 0, half}); // faces left
     const auto turned = room.levels();
     EXPECT_GT(turned.second, turned.first + 20.0) << "what was ahead is now on the right";
-
-    room.world.setEnabled(false);
-    EXPECT_LT(room.levels().second, -150.0);
-    room.world.setListenerTransform({0, 0, -19.01F}, {0, half, 0, half}); // hears again
-    EXPECT_NEAR(room.levels().second, turned.second, 0.5);
 }
 
 TEST(OALLoopbackHearing, StereoIsNotPlaced) {
