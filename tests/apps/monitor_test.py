@@ -6,6 +6,7 @@ import re
 import signal
 import sys
 import unittest
+import urllib.error
 import urllib.request
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
@@ -32,16 +33,16 @@ class Monitor(ToolCase):
         self.addCleanup(self.browser.close)
         self.runs = 0
 
-    def watch(self, *arguments, monitor="127.0.0.1:0"):
-        """Starts the tool with a monitor; gives the process and the monitor's address."""
+    def watch(self, *arguments):
+        """Starts the tool, with a monitor; gives the process and the monitor's address."""
         self.runs += 1
         log = f"{self.runs}.log"
-        process = self.background(log, *arguments, "--monitor", monitor)
+        process = self.background(log, *arguments)
         self.wait_for_text(log, "the monitor is at ")
         return process, re.search("monitor is at (.*)", self.read(log)).group(1)
 
-    def play(self, scene, **more):
-        return self.watch("play", self.scene(scene), "--backend", "silent", **more)
+    def play(self, scene, monitor="127.0.0.1:0"):
+        return self.watch("play", self.scene(scene), "--backend", "silent", "--monitor", monitor)
 
     def wait_for_value(self, expression, wanted=True):
         self.wait_for(lambda: self.browser.value(expression) == wanted,
@@ -50,20 +51,29 @@ class Monitor(ToolCase):
     def text(self, selector):
         return self.browser.value(f"document.querySelector('{selector}').innerText")
 
+    def of_the_map(self, expression):
+        return self.browser.value(
+            "(() => { const map = document.getElementById('map'), { x, z, scale } = map.dataset, box ="
+            " map.getBoundingClientRect(), spot = new OffscreenCanvas(1, 1).getContext('2d');"
+            f" return {expression}; }})()")
+
     def place(self, x, z):
         """Where a place of the scene is in the window."""
-        return self.browser.value(
-            "(() => { const map = document.getElementById('map'); const { x, z, scale } ="
-            " map.dataset; const box = map.getBoundingClientRect(); return"
-            f" [box.x + box.width / 2 + ({x} - x) * scale,"
-            f" box.y + box.height / 2 + ({z} - z) * scale]; }})()")
+        return self.of_the_map(f"[box.x + box.width / 2 + ({x} - x) * scale,"
+                               f" box.y + box.height / 2 + ({z} - z) * scale]")
 
     def colour(self, x, y):
-        return self.browser.value(
-            "(() => { const map = document.getElementById('map'); const box ="
-            " map.getBoundingClientRect(); const spot = new OffscreenCanvas(1, 1).getContext('2d');"
-            f" spot.drawImage(map, box.x - {x}, box.y - {y});"
-            " return [...spot.getImageData(0, 0, 1, 1).data]; })()")
+        return self.of_the_map(f"spot.drawImage(map, box.x - {x}, box.y - {y}),"
+                               " [...spot.getImageData(0, 0, 1, 1).data]")
+
+    def address(self, url, **headers):
+        """The status, the headers and the text that an address answers with."""
+        try:
+            answer = urllib.request.urlopen(urllib.request.Request(url, headers=headers), timeout=DEADLINE)
+        except urllib.error.HTTPError as error:
+            answer = error
+        with answer:
+            return answer.status, answer.headers, answer.read().decode()
 
     def wait_until_live(self, emitters):
         self.wait_for_value("document.getElementById('link').textContent", "live")
@@ -147,7 +157,7 @@ class Monitor(ToolCase):
 
     def test_connections_are_shown(self):
         port = free_port()
-        here = ["--interface", "127.0.0.1"]
+        here = ["--interface", "127.0.0.1", "--monitor", "127.0.0.1:0"]
         scene = self.scene(SCENE)
         _, served = self.watch("serve", "--scene", scene, "--backend", "silent", "--port", port,
                                *here)
@@ -155,27 +165,23 @@ class Monitor(ToolCase):
         for url, role in [(served, "Server, id 0"), (played, "Client")]:
             self.browser.open(url)
             self.wait_for_value("document.querySelectorAll('#network tbody tr').length", 1)
-            self.assertIn(f"{role}", self.text("#network"))
+            self.assertIn(role, self.text("#network"))
         self.browser.open(served)
         self.wait_until_live(2)
         player.send_signal(signal.SIGINT)
         self.wait_for_value("document.querySelectorAll('#network tbody tr').length", 0)
         self.wait_until_live(0)  # what the client has made goes with it
         self.assertEqual(self.browser.complaints, [])
-        with urllib.request.urlopen(served + "api/status", timeout=DEADLINE) as answer:
-            status = json.load(answer)
+        status = json.loads(self.address(served + "api/status")[2])
         self.assertEqual(status["network"][0]["connected"], 1)
-        with urllib.request.urlopen(served + "metrics", timeout=DEADLINE) as answer:
-            self.assertEqual(answer.headers["Content-Type"],
-                             "text/plain; version=0.0.4; charset=utf-8")
-            self.assertIn("\norvel_network_connected_total{role=\"server\"} 1\n",
-                          answer.read().decode())
+        _, headers, text = self.address(served + "metrics")
+        self.assertEqual(headers["Content-Type"], "text/plain; version=0.0.4; charset=utf-8")
+        self.assertIn("\norvel_network_connected_total{role=\"server\"} 1\n", text)
 
     def test_nothing_foreign_is_loaded_and_phones_need_not_scroll_sideways(self):
         _, url = self.play(SCENE)
-        with urllib.request.urlopen(url, timeout=DEADLINE) as answer:
-            self.assertTrue(answer.headers["Content-Security-Policy"].startswith(
-                "default-src 'none'; script-src 'self';"))
+        self.assertTrue(self.address(url)[1]["Content-Security-Policy"].startswith(
+            "default-src 'none'; script-src 'self';"))
         self.browser.resize(390, 844, phone=True)
         for dark in (False, True):
             self.browser.set_dark(dark)
@@ -196,27 +202,18 @@ class Monitor(ToolCase):
         taken = url.split("/")[2]
         scene = self.scene(SCENE)
         for address, code, words in [
-                (taken, 1, "Address already in use"), ("nonsense:", 2, "expected ADDR:PORT"),
-                ("127.0.0.1:65536", 2, "expected ADDR:PORT")]:
-            _, err = self.run_tool("play", scene, "--backend", "silent", "--seconds", "0.1",
-                                   "--monitor", address, code=code)
-            self.assertIn(words, err)
-        _, err = self.run_tool("play", "--monitor", scene, "--backend", "silent", "--seconds", "0.1")
-        self.assertIn("the monitor is at http://127.0.0.1:", err)  # the scene is no address
+                ([taken], 1, "Address already in use"), (["nonsense:"], 2, "expected ADDR:PORT"),
+                (["127.0.0.1:65536"], 2, "expected ADDR:PORT"),
+                ([], 0, "the monitor is at http://127.0.0.1:")]:  # the scene is no address
+            self.assertIn(words, self.run_tool("play", "--monitor", *address, scene, "--backend",
+                                               "silent", "--seconds", "0.1", code=code)[1])
         player.kill()
 
     def test_a_name_must_be_the_machines_or_be_given(self):
-        process = self.background("names.log", "play", self.scene(SCENE), "--backend",
-                                  "monitor:port=0 names='proxy.example, other.example'")
-        self.wait_for_text("names.log", "the monitor is at ")
-        url = re.search("monitor is at (.*)", self.read("names.log")).group(1)
+        _, url = self.watch("play", self.scene(SCENE), "--backend",
+                            "monitor:port=0 names='proxy.example, other.example'")
         for host, code in [("other.example:80", 200), ("evil.example", 421)]:
-            request = urllib.request.Request(url + "metrics", headers={"Host": host})
-            try:
-                self.assertEqual(urllib.request.urlopen(request, timeout=DEADLINE).status, code)
-            except urllib.error.HTTPError as error:
-                self.assertEqual(error.code, code)
-        process.kill()
+            self.assertEqual(self.address(url + "metrics", Host=host)[0], code)
 
 
 if __name__ == "__main__":
