@@ -10,6 +10,7 @@
 #include <vector>
 
 using namespace OrvelTool;
+using nlohmann::json;
 
 namespace {
 
@@ -96,11 +97,8 @@ TEST(SceneFile, ReportsEveryMistakeOnceAndInOrder) {
         fields, "s.json:2:36: timeline[0].gain: s.json:3: sources[0].pitch: "
                 "s.json:4:42: sources[1].tone.hertz: s.json:4:58: sources[1].tone.seconds: "
                 "s.json:5: emitters[0].gain: s.json:5: emitters[0].gain: ");
-    std::string many = R"({"orvel":1,"emitters":[{})";
-    for (int i = 0; i < 1000; ++i) {
-        many += ",{}";
-    }
-    const std::vector<std::string> most = problemsOf(many + "]}");
+    const std::vector<std::string> most = problemsOf(
+        R"({"orvel":1,"emitters":)" + json(std::vector<json>(1000, json::object())).dump() + "}");
     EXPECT_EQ(most.size(), kMaxProblems);
     EXPECT_EQ(most.back(), "s.json: too many mistakes; correct the ones above to see the others");
 }
@@ -108,18 +106,16 @@ TEST(SceneFile, ReportsEveryMistakeOnceAndInOrder) {
 // The cases are rows [name, text, position, words, times], in whose text each character is a byte.
 // What begins with y_ must be accepted, with n_ be refused there in these words; i_ may be either.
 TEST(SceneFile, TakesJsonWithCommentsAndNothingElse) {
-    for (const nlohmann::json& row : nlohmann::json::parse(std::ifstream(ORVEL_JSON_CASES))) {
+    for (const json& row : json::parse(std::ifstream(ORVEL_JSON_CASES))) {
         const auto name = row.at(0).get<std::string>();
         const auto encoded = row.at(1).get<std::string>();
-        std::string once;
-        for (std::size_t i = 0; i < encoded.size(); ++i) {
-            const auto c = static_cast<unsigned char>(encoded[i]);
-            once += c < 0x80 ? encoded[i]
-                             : static_cast<char>((c & 3U) << 6U | (encoded.at(++i) & 0x3F));
-        }
         std::string text;
-        for (int i = 0; i < (row.size() > 4 ? row[4].get<int>() : 1); ++i) {
-            text += once;
+        for (int times = row.size() > 4 ? row[4].get<int>() : 1; times > 0; --times) {
+            for (std::size_t i = 0; i < encoded.size(); ++i) {
+                const auto c = static_cast<unsigned char>(encoded[i]);
+                text += c < 0x80 ? encoded[i]
+                                 : static_cast<char>((c & 3U) << 6U | (encoded.at(++i) & 0x3F));
+            }
         }
         std::vector<Problem> problems;
         const bool accepted = parseJson(text, "f", problems).has_value() && problems.empty();
@@ -135,11 +131,11 @@ TEST(SceneFile, TakesJsonWithCommentsAndNothingElse) {
 }
 
 TEST(SceneFile, AnyTruncationIsOneProblem) {
-    const std::string entry = R"({"at":1,"emitter":11,"connect":null,"gain":2.5e3,"over":0.5})";
-    const std::string text = "{\"orvel\":1," + timeline(entry) + "}";
-    ASSERT_EQ(problemsOf(text), std::vector<std::string>{});
-    for (std::size_t length = 0; length < text.size(); ++length) {
-        EXPECT_EQ(problemsOf(text.substr(0, length)).size(), 1U) << length;
+    const std::string text =
+        "{\"orvel\":1," + timeline(R"({"at":1,"emitter":11,"gain":2.5e3})") + "}";
+    for (std::size_t length = 0; length <= text.size(); ++length) {
+        EXPECT_EQ(problemsOf(text.substr(0, length)).size(), length < text.size() ? 1U : 0U)
+            << length;
     }
 }
 

@@ -42,6 +42,12 @@ def run(command, text=None):
     return "" if result.returncode == 0 else f"exit code {result.returncode}: {result.stderr}"
 
 
+def count(kind, what, fault):
+    done[kind] += 1
+    if fault:
+        faults.append(f"{what}: {fault}")
+
+
 def of_the_tool(words):
     if words[1] in ("serve", "play", "record"):  # for a moment
         if "--seconds" in words:
@@ -73,7 +79,7 @@ def of_the_build(words):
 def of_a_program(path):
     if path.startswith("build/bench/bench/"):
         path = path.removeprefix("build/bench/") + ".cpp"
-    good = (root / path).exists() and (path.endswith(".cpp") or os.access(root / path, os.X_OK))
+    good = path.endswith(".cpp") and (root / path).exists() or os.access(root / path, os.X_OK)
     return "" if good else "there is no such program"
 
 
@@ -89,15 +95,12 @@ def command_fault(words):
     return of_a_program(words[0])
 
 
-def numbers(svg):
-    return [float(n) for n in re.findall(r"-?\d+(?:\.\d+)?", svg)]
-
-
-def same_picture(one, other):
+def same_picture(*pictures):
     """Processors may round differently, so by a pixel."""
-    a, b = numbers(one), numbers(other)
-    return re.sub(r"[-\d.]+", "", one) == re.sub(r"[-\d.]+", "", other) and len(a) == len(b) and \
-        all(abs(x - y) <= 1 for x, y in zip(a, b))
+    number = r"-?\d+(?:\.\d+)?"
+    one, other = (re.sub(number, "0", picture) for picture in pictures)
+    return one == other and all(abs(float(x) - float(y)) <= 1 for x, y in zip(
+        *(re.findall(number, picture) for picture in pictures)))
 
 
 with tempfile.TemporaryDirectory() as name:
@@ -117,30 +120,24 @@ with tempfile.TemporaryDirectory() as name:
             text = page.read_text()
             for quoted, language, block in re.findall(
                     r"(<!-- from: \S+ -->\n+)?^```(\w*)\n(.*?)^```", text, re.S | re.M):
-                where = f"{page.relative_to(root)}: "
+                where = f"{page.relative_to(root)}"
                 if quoted or language in ("text", "hex"):
                     continue
                 if language == "sh":
                     for line in block.replace("\\\n", " ").splitlines():
                         for command in re.split(r"&&", line):
                             if words := shlex.split(command, comments=True):
-                                done["commands"] += 1
-                                if fault := command_fault(words):
-                                    faults.append(f"{where}{command.strip()}: {fault}")
+                                count("commands", f"{where}: {command.strip()}", command_fault(words))
                 elif language == "cpp":
-                    done["C++"] += 1
-                    folders = [part for folder in includes for part in ("-I", folder)]
-                    if fault := run([compiler, "-std=c++20", "-fsyntax-only", *folders, "-xc++", "-"],
-                                    PRELUDE + block + "}\n"):
-                        faults.append(where + fault)
+                    count("C++", where, run([compiler, "-std=c++20", "-fsyntax-only", "-xc++", "-",
+                                             *("-I" + folder for folder in includes)],
+                                            PRELUDE + block + "}\n"))
                 elif language == "json":
-                    done["scenes"] += 1
                     (work / "block.json").write_text(block)
-                    if fault := run([tool, "check", "block.json"]):
-                        faults.append(where + fault)
+                    count("scenes", where, run([tool, "check", "block.json"]))
                 else:
-                    faults.append(f"{where}a block of the language \"{language}\": quote it, or say "
-                                  "\"text\" if there is nothing to run")
+                    faults.append(f"{where}: a block of the language \"{language}\": quote it, or "
+                                  "say \"text\" if there is nothing to run")
     finally:
         server.terminate()
         server.communicate(timeout=10)
@@ -149,12 +146,10 @@ with tempfile.TemporaryDirectory() as name:
         kept = picture.with_suffix(".svg").read_text()
         command = ["render", picture, "drawn.wav", "--plot", drawn] if "RMS" in kept else [
             "plot", picture, drawn]
-        done["pictures"] += 1
-        if fault := run([tool, *command]):
-            faults.append(f"{picture.name}: {fault}")
-        elif not same_picture(kept, drawn.read_text()):
-            faults.append(f"docs/images/{picture.stem}.svg is not what the tool draws; draw it again: "
-                          f"orvel {command[0]} docs/images/{picture.name} ...")
+        fault = run([tool, *command])
+        if not fault and not same_picture(kept, drawn.read_text()):
+            fault = f"not what the tool draws; draw it again: orvel {command[0]} {picture.name} ..."
+        count("pictures", f"docs/images/{picture.stem}.svg", fault)
 
 faults += [f"there were no {kind}" for kind, count in done.items() if not count]
 print("\n".join(faults) or ", ".join(f"{count} {kind}" for kind, count in done.items()) + ": all work")
