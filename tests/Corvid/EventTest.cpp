@@ -74,12 +74,8 @@ TEST(Event, IsWrittenByteForByteAsDocumented) {
 }
 
 TEST(Event, RefusesEveryDamagedFrameWithItsReason) {
-    const struct {
-        std::size_t size;
-        std::size_t at; // of the byte that is set
-        int value;
-        const char* reason;
-    } rows[] = {
+    // The size of the frame, the place and the value of the byte that is set.
+    const std::tuple<std::size_t, std::size_t, int, const char*> rows[] = {
         {kEmptyBytes, 0, 42, ""}, // that the length says already
         {7, 0, 3, "a frame of 7 bytes"},
         {46, 0, 41, "a frame whose length field does not fit it"},
@@ -91,13 +87,13 @@ TEST(Event, RefusesEveryDamagedFrameWithItsReason) {
     };
     EveryField event;
     std::string fault;
-    for (const auto& row : rows) {
+    for (const auto& [size, at, value, reason] : rows) {
         Bytes frame = encoded(event);
-        frame.resize(row.size);
-        frame[row.at] = static_cast<std::byte>(row.value);
+        frame.resize(size);
+        frame[at] = static_cast<std::byte>(value);
         fault.clear();
         const std::unique_ptr<Event> decoded(Event::decode(frame, &fault));
-        EXPECT_EQ(fault, row.reason);
+        EXPECT_EQ(fault, reason);
         EXPECT_EQ(decoded == nullptr, !fault.empty());
     }
     event.big = ~0UL; // no string is that long

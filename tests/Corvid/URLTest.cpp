@@ -43,8 +43,7 @@ std::string failure(const std::string& text) {
 }
 
 void expectFailure(const std::string& text, const std::string& reason) {
-    const std::string message = failure(text);
-    EXPECT_NE(message.find(reason), std::string::npos) << text << ": " << message;
+    EXPECT_NE(failure(text).find(reason), std::string::npos) << text << ": " << failure(text);
 }
 
 std::string read(const std::string& name) {
@@ -83,10 +82,7 @@ std::string redirect(const std::string& target) {
 TEST_F(URLTest, HasAStableTextForm) {
     const URLFile local("/home/me/scenes/hall.json");
     const auto remote = URLImpl::create("http://example.org/a/b/scene?x=/1#y", local);
-    const struct {
-        const URLImpl& base;
-        std::string text, expected;
-    } rows[] = {
+    const std::tuple<const URLImpl&, std::string, std::string> rows[] = {
         {local, "../a//./b/../bell.wav", "file:///home/me/a/bell.wav"},
         {local, "../../../../../x", "file:///x"},
         {local, "/a b#1?.wav", "file:///a%20b%231%3F.wav"},
@@ -103,9 +99,9 @@ TEST_F(URLTest, HasAStableTextForm) {
         {local, "rtsp://camera/1", "rtsp://camera/1"},
         {*remote, "bell 1#.wav", "http://example.org/a/b/bell%201%23.wav"},
         {*remote, "/c/../bell.wav", "http://example.org/bell.wav"}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(URLImpl::create(row.text, row.base)->text(), row.expected);
-        EXPECT_EQ(URLImpl::create(row.expected, local)->text(), row.expected);
+    for (const auto& [base, text, expected] : rows) {
+        EXPECT_EQ(URLImpl::create(text, base)->text(), expected);
+        EXPECT_EQ(URLImpl::create(expected, local)->text(), expected);
     }
     EXPECT_EQ(URL().text(), URLFile(folder_.file("")).text());
     EXPECT_EQ(URL("a/b.wav").text(), URLFile(folder_.file("a/b.wav")).text());

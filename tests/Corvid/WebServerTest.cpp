@@ -106,12 +106,8 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
     const auto post = [](const std::string& headers, const std::string& text) {
         return "POST /echo HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n\r\n" + text;
     };
-    const struct {
-        std::string request;
-        int status;
-        std::string header;
-        std::string body; // part of it
-    } rows[] = {
+    // The request, and of its answer the status, a header and a part of the body.
+    const std::tuple<std::string, int, std::string, std::string> rows[] = {
         {"GET /echo?x=%41+b&y&=&x=2%26" + kEnd, 200, "Connection: keep-alive",
          "GET /echo[x=A b][y=][=][x=2&]"},
         {"HEAD /echo" + kEnd, 200, "Content-Length: 10", ""},
@@ -153,14 +149,14 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
         const HttpAnswer answer = client().ask(request);
         EXPECT_TRUE(answer.status == 400 && answer.whole) << request;
     }
-    for (const auto& row : rows) {
+    for (const auto& [request, status, header, part] : rows) {
         RawHttp peer = client();
-        const HttpAnswer answer = peer.ask(row.request);
-        const std::string what = row.request.substr(0, 100);
-        EXPECT_EQ(answer.status, row.status) << what;
+        const HttpAnswer answer = peer.ask(request);
+        const std::string what = request.substr(0, 100);
+        EXPECT_EQ(answer.status, status) << what;
         EXPECT_TRUE(answer.whole) << what;
-        EXPECT_TRUE(row.header.empty() || answer.has(row.header)) << what << '\n' << answer.head;
-        EXPECT_NE(answer.body.find(row.body), std::string::npos) << what << '\n' << answer.body;
+        EXPECT_TRUE(header.empty() || answer.has(header)) << what << '\n' << answer.head;
+        EXPECT_NE(answer.body.find(part), std::string::npos) << what << '\n' << answer.body;
         EXPECT_EQ(peer.get("/static").status, answer.has("Connection: close") ? 0 : 200) << what;
     }
     EXPECT_TRUE(lines.empty());

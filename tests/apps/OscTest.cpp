@@ -22,6 +22,7 @@
 #include <support/RecordingBackend.h>
 #include <support/WorldText.h>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 using namespace OrvelTool;
@@ -99,11 +100,7 @@ protected:
 TEST_F(OscScenes, CoordinatesOfAdmBecomeThoseOfTheScene) {
     const float half = 10.0F * std::sqrt(0.5F);
     // One after the other; each begins where the former has led to.
-    const struct {
-        const char* path;
-        Numbers numbers;
-        Orvel::Vec3f place;
-    } rows[] = {
+    const std::tuple<const char*, Numbers, Orvel::Vec3f> rows[] = {
         {"/adm/obj/11/xyz", {-1, 0.5F, 0.25F}, {-10, 2.5F, -5}},
         {"/adm/obj/11/x", {1}, {10, 2.5F, -5}},
         {"/adm/obj/11/y", {-1}, {10, 2.5F, 10}},
@@ -117,21 +114,16 @@ TEST_F(OscScenes, CoordinatesOfAdmBecomeThoseOfTheScene) {
         {"/orvel/emitter/11/position", {1, 2, 3}, {1, 2, 3}},
         {"/adm/obj/11/azim", {180}, {0, 2, std::sqrt(10.0F)}},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(scene.take(bytes(message(row.path, row.numbers))), "") << row.path;
-        expectNear(emitter(11).position(), row.place, row.path);
+    for (const auto& [path, numbers, place] : rows) {
+        EXPECT_EQ(scene.take(bytes(message(path, numbers))), "") << path;
+        expectNear(emitter(11).position(), place, path);
     }
     EXPECT_EQ(emitter(12).position(), Orvel::Vec3f{});
 }
 
 TEST_F(OscScenes, TurnsLeftThenUpThenToTheRight) {
-    // What is ahead and what is to the right, after the turn.
-    const struct {
-        const char* path;
-        Numbers numbers;
-        Orvel::Vec3f ahead;
-        Orvel::Vec3f right;
-    } rows[] = {
+    // The last two: what is ahead and what is to the right, after the turn.
+    const std::tuple<const char*, Numbers, Orvel::Vec3f, Orvel::Vec3f> rows[] = {
         {"/adm/lis/ypr", {90, 0, 0}, {-1, 0, 0}, {0, 0, -1}},
         {"/adm/lis/ypr", {0, 90, 0}, {0, 1, 0}, {1, 0, 0}},
         {"/adm/lis/ypr", {0, 0, 90}, {0, 0, -1}, {0, -1, 0}},
@@ -139,25 +131,20 @@ TEST_F(OscScenes, TurnsLeftThenUpThenToTheRight) {
         {"/orvel/listener/orientation", {0, 5, 0, 5}, {-1, 0, 0}, {0, 0, -1}},
         {"/orvel/emitter/11/orientation", {-90, 0, 0}, {1, 0, 0}, {0, 0, 1}},
     };
-    for (const auto& row : rows) {
+    for (const auto& [path, numbers, ahead, right] : rows) {
         world.setEnabled(false);
-        EXPECT_EQ(scene.take(bytes(message(row.path, row.numbers))), "");
+        EXPECT_EQ(scene.take(bytes(message(path, numbers))), "");
         EXPECT_FALSE(world.enabled());
-        const bool emits = std::string(row.path).find("emitter") != std::string::npos;
+        const bool emits = std::string(path).find("emitter") != std::string::npos;
         const Orvel::Quaternion q = emits ? emitter(11).rotation() : world.listenerRotation();
-        expectNear(q.rotate({0, 0, -1}), row.ahead, row.path);
-        expectNear(q.rotate({1, 0, 0}), row.right, row.path);
+        expectNear(q.rotate({0, 0, -1}), ahead, path);
+        expectNear(q.rotate({1, 0, 0}), right, path);
     }
 }
 
 TEST_F(OscScenes, PathsChangeWhatTheyName) {
     using State = Orvel::WorldPart::State;
-    using Check = std::function<bool()>;
-    const struct {
-        const char* path;
-        Numbers numbers;
-        Check check;
-    } rows[] = {
+    const std::tuple<const char*, Numbers, std::function<bool()>> rows[] = {
         {"/adm/obj/11/gain", {0.5F}, [&] { return emitter(11).gain() == 0.5F; }},
         {"/adm/obj/11/mute", {1}, [&] { return emitter(11).gain() == 0.0F; }},
         {"/adm/obj/11/mute", {1}, [&] { return emitter(11).gain() == 0.0F; }},
@@ -179,9 +166,9 @@ TEST_F(OscScenes, PathsChangeWhatTheyName) {
         {"/orvel/emitter/11/destroy", {}, [&] { return world.getEmitter(11) == nullptr; }},
         {"/orvel/emitter/11/create", {}, [&] { return world.getEmitter(11) != nullptr; }},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(scene.take(bytes(message(row.path, row.numbers))), "");
-        EXPECT_TRUE(row.check()) << row.path;
+    for (const auto& [path, numbers, check] : rows) {
+        EXPECT_EQ(scene.take(bytes(message(path, numbers))), "");
+        EXPECT_TRUE(check()) << path;
     }
     // What has ended begins again: a state that is equal would tell the back ends nothing.
     auto& recorder = *new RecordingBackend(world);

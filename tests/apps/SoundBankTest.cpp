@@ -81,10 +81,7 @@ TEST_F(SoundBankTest, DecodesExactly) {
 
 TEST_F(SoundBankTest, ReportsWhatCannotBeUsed) {
     std::ofstream(folder_.file("text")) << "no sound at all, only a text of some length";
-    const struct {
-        SoundFile sound;
-        const char* part;
-    } cases[] = {
+    const std::pair<SoundFile, const char*> cases[] = {
         {{folder_.file("gone"), false}, "gone\" does not exist"},
         {{folder_.file("text"), false}, "text\" cannot be read: "},
         {write("none", kWav16, 1, {}, 8000), "holds no samples"},
@@ -92,11 +89,11 @@ TEST_F(SoundBankTest, ReportsWhatCannotBeUsed) {
         {{write("three", kWav16, 3, {0.0, 0.0, 0.0}, 8000).path, true},
          "expected a sound of 1 or 2 channels, but "},
     };
-    for (const auto& c : cases) {
-        EXPECT_TRUE(load(c.sound).values.empty());
+    for (const auto& [sound, part] : cases) {
+        EXPECT_TRUE(load(sound).values.empty());
         const std::string problem = problems_.at(0).str();
         EXPECT_EQ(problem.find("s.json:5: sources[0].file: expected "), 0U) << problem;
-        EXPECT_NE(problem.find(c.part), std::string::npos) << problem;
+        EXPECT_NE(problem.find(part), std::string::npos) << problem;
     }
 }
 

@@ -73,15 +73,14 @@ private:
             answer.whole = true;
         } else if (answer.has("Transfer-Encoding: chunked")) {
             answer.whole = parseChunks(answer.body);
-        } else if (length != std::string::npos) {
-            const auto size = std::strtoul(answer.head.c_str() + length + 16, nullptr, 10);
+        } else {
+            const std::size_t size =
+                length == std::string::npos
+                    ? input_.size()
+                    : std::strtoul(answer.head.c_str() + length + 16, nullptr, 10);
             answer.body = input_.substr(used_, size);
             used_ += answer.body.size();
-            answer.whole = answer.body.size() == size;
-        } else {
-            answer.body = input_.substr(used_);
-            used_ = input_.size();
-            answer.whole = ended_;
+            answer.whole = length == std::string::npos ? ended_ : answer.body.size() == size;
         }
         return answer.whole;
     }
