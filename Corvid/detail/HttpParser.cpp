@@ -76,9 +76,12 @@ HttpParser::Outcome HttpParser::read() {
     if (error && error != http::error::need_more) {
         return refuse(400);
     }
-    // A whole first line in which Beast still waits for the version.
-    if (headerSize_ == 0 && !parser_->is_header_done() && buffer_.find('\n') != std::string::npos) {
-        return refuse(400);
+    // Beast waits for a version even after the end of a first line that has none.
+    if (headerSize_ == 0 && !parser_->is_header_done()) {
+        const std::size_t end = buffer_.find('\n');
+        if (end != std::string::npos && buffer_.find(" HTTP/") > end) {
+            return refuse(400);
+        }
     }
     if (!parser_->is_done()) {
         return askedToContinue ? Outcome::Continue : Outcome::Incomplete;

@@ -159,6 +159,12 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
         EXPECT_NE(answer.body.find(part), std::string::npos) << what << '\n' << answer.body;
         EXPECT_EQ(peer.get("/static").status, answer.has("Connection: close") ? 0 : 200) << what;
     }
+    RawHttp slow = client();
+    for (const char byte : "GET /echo" + kEnd) {
+        slow.send({&byte, 1}, 0);
+        server.update();
+    }
+    EXPECT_EQ(slow.receive().body, "GET /echo");
     EXPECT_TRUE(lines.empty());
 }
 
