@@ -122,6 +122,7 @@ private:
             if (peek() != '/') {
                 return true;
             }
+            const std::size_t begin = at_;
             if (peek(1) == '/') {
                 at_ = std::min(text_.find_first_of("\r\n", at_), text_.size());
             } else if (peek(1) == '*') {
@@ -134,6 +135,10 @@ private:
                 at_ = end + 2;
             } else {
                 return fail(at_, R"(expected "//" or "/*" to begin a comment, found "/")");
+            }
+            // JsonTree's parser would take it for the end of the file.
+            if (const auto null = range(begin, at_).find('\0'); null != std::string_view::npos) {
+                return fail(begin + null, "expected text in the comment, found the byte 0x00");
             }
         }
     }
