@@ -182,7 +182,7 @@ ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, 
 ClientBackend::ClientBackend(const ClientBackend& other) : Backend(other) {}
 
 ClientBackend::~ClientBackend() {
-    resetBackend();
+    ClientBackend::resetBackend();
     detail::reportPeerLinesLeftOut(true);
     if (thread_ != nullptr) {
         communicator_->breakWait();

@@ -251,7 +251,7 @@ void WebLoop::makeRoom() {
             }
         }
     }
-    if (open >= std::max<std::size_t>(site_.limits.connections, 1)) {
+    if (least != nullptr && open >= site_.limits.connections) {
         least->session.drop();
     }
 }

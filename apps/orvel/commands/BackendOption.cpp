@@ -70,7 +70,7 @@ bool BackendOption::read(
             std::string known;
             for (const std::string& kind : kinds()) {
                 if (!refused.contains(kind)) {
-                    known += (known.empty() ? "" : ", ") + kind;
+                    known.append(known.empty() ? "" : ", ").append(kind);
                 }
             }
             complain(
