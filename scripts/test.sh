@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is needed and runs all checks: format, warnings as errors, clang-tidy, the tests, the
-# tests again under AddressSanitizer with UndefinedBehaviorSanitizer, those of threads under
-# ThreadSanitizer, and each fuzz target for 30 seconds.
+# Installs what is needed and runs all checks: format, warnings as errors, the tests, the tests again
+# under AddressSanitizer with UndefinedBehaviorSanitizer, those of threads under ThreadSanitizer, and
+# each fuzz target for 30 seconds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -36,18 +36,8 @@ fuzz() {
     rm -rf "$found"
 }
 
-# clang-tidy fills the time in which the tests wait.
-tidy_log=$(mktemp)
-nice -n 10 scripts/tidy.sh >"$tidy_log" 2>&1 &
-tidy=$!
-trap 'kill "$tidy" 2>/dev/null || true; rm -f "$tidy_log"' EXIT
-
 # What runs more than one thread is where ThreadSanitizer has something to find.
 run tsan -R 'Threads|Contract|Net|Client|Server' -E WebServer
 fuzz
 run asan
-build dev
-echo "== tidy"
-wait "$tidy" || { cat "$tidy_log"; exit 1; }
-cat "$tidy_log"
 run dev
