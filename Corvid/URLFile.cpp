@@ -14,7 +14,7 @@ namespace Corvid {
 
 namespace {
 
-bool isControl(unsigned char c) {
+bool isControlByte(unsigned char c) {
     return c < 0x20 || c == 0x7f;
 }
 
@@ -25,7 +25,7 @@ std::string currentDirectory() {
         throw URLImpl::Exception(
             "Cannot tell the current directory: " + error.message() + "; change to another one");
     }
-    if (std::any_of(path.begin(), path.end(), isControl)) {
+    if (std::any_of(path.begin(), path.end(), isControlByte)) {
         throw URLImpl::Exception(
             "The current directory has control characters in its name; change to another one");
     }
@@ -34,7 +34,7 @@ std::string currentDirectory() {
 }
 
 std::string absolutePath(const std::string& path) {
-    if (path.empty() || std::any_of(path.begin(), path.end(), isControl)) {
+    if (path.empty() || std::any_of(path.begin(), path.end(), isControlByte)) {
         throw URLImpl::Exception("Cannot parse URL");
     }
     return std::filesystem::path(path.front() == '/' ? path : currentDirectory() + path)

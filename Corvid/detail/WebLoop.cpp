@@ -25,12 +25,12 @@ using namespace std::chrono_literals;
 
 // What one call of serve() does at most, so that it stays short whatever clients do.
 constexpr int kMostEvents = 32; // reported by the kernel, which begins with others next time
-constexpr int kMostAccepted = 16;
+constexpr int kMaxClientsAccepted = 16;
 constexpr int kMostTurns = 8;                     // requests and pieces
 constexpr std::size_t kMostReceived = 64U << 10U; // from one client
 constexpr std::size_t kMostSent = 256U << 10U;    // to one client
-constexpr int kBacklog = 128;
-constexpr auto kFullPause = 100ms;
+constexpr int kWebBacklog = 128;
+constexpr auto kWebFullPause = 100ms;
 
 [[noreturn]] void
 fail(const std::string& host, std::uint16_t port, const std::string& what, std::string why) {
@@ -87,7 +87,7 @@ void WebLoop::open(const std::string& host, std::uint16_t port) {
     auto* generic = reinterpret_cast<sockaddr*>(&address);
     socklen_t size = sizeof address;
     epoll_event event = {};
-    if (::bind(listener.get(), generic, size) != 0 || ::listen(listener.get(), kBacklog) != 0 ||
+    if (::bind(listener.get(), generic, size) != 0 || ::listen(listener.get(), kWebBacklog) != 0 ||
         ::getsockname(listener.get(), generic, &size) != 0 ||
         ::epoll_ctl(poller.get(), EPOLL_CTL_ADD, listener.get(), &event) != 0) {
         fail(host, port, "listen on", lastError());
@@ -198,7 +198,7 @@ void WebLoop::watchListener(bool watch) {
 }
 
 void WebLoop::acceptClients(Clock::time_point now) {
-    for (int i = 0; i < kMostAccepted; ++i) {
+    for (int i = 0; i < kMaxClientsAccepted; ++i) {
         sockaddr_in address = {};
         socklen_t size = sizeof address;
         Descriptor socket(::accept4(
@@ -208,7 +208,7 @@ void WebLoop::acceptClients(Clock::time_point now) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 // Asking again in every call would not help.
                 watchListener(false);
-                acceptAgain_ = now + kFullPause;
+                acceptAgain_ = now + kWebFullPause;
             }
             if (errno == ECONNABORTED || errno == EINTR) {
                 continue;

@@ -18,7 +18,7 @@ namespace {
 
 using namespace CaptureFormat;
 
-constexpr std::size_t kBlock = std::size_t{256} << 10U;
+constexpr std::size_t kReadSize = std::size_t{256} << 10U;
 constexpr std::uint64_t kMostTime = std::uint64_t{1} << 50U; // 35 years
 constexpr std::size_t kMostBodyBytes = Corvid::Event::kMaxFrameBytes + 2 * kMostVarintBytes;
 
@@ -116,7 +116,7 @@ std::span<const std::byte> CaptureReader::peek(std::size_t count) {
             buffer_.begin() + static_cast<std::ptrdiff_t>(end_), buffer_.begin());
         end_ -= begin_;
         begin_ = 0;
-        buffer_.resize(std::max({buffer_.size(), kBlock, count}));
+        buffer_.resize(std::max({buffer_.size(), kReadSize, count}));
         end_ += std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_.get());
     }
     return {buffer_.data() + begin_, std::min(count, end_ - begin_)};

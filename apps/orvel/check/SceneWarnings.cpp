@@ -224,11 +224,11 @@ void checkSound(
 }
 
 /// A world that cleans up behind itself.
-struct OwnWorld : Orvel::World {
-    OwnWorld() = default;
-    OwnWorld(const OwnWorld&) = delete;
-    OwnWorld& operator=(const OwnWorld&) = delete;
-    ~OwnWorld() override {
+struct CheckedWorld : Orvel::World {
+    CheckedWorld() = default;
+    CheckedWorld(const CheckedWorld&) = delete;
+    CheckedWorld& operator=(const CheckedWorld&) = delete;
+    ~CheckedWorld() override {
         clearWorld();
         deleteAllBackends();
     }
@@ -239,7 +239,7 @@ struct OwnWorld : Orvel::World {
 std::vector<Problem> findWarnings(const LoadedScene& loaded, double& end) {
     const Scene& scene = loaded.scene;
     Warnings warnings(scene.path);
-    OwnWorld world;
+    CheckedWorld world;
     auto* listener = new SceneListener(world, loaded); // the world deletes it
     ScenePlayer player(scene, loaded.sounds, world, [&](Orvel::Source& source, const Sound& sound) {
         listener->setSound(source.id(), sound);

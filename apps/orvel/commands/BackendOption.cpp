@@ -39,7 +39,7 @@ public:
     }
 };
 
-std::string listed(std::span<const char* const> words) {
+std::string joined(std::span<const char* const> words) {
     std::string text;
     for (const char* word : words) {
         text += (text.empty() ? "" : ", ") + std::string(word);
@@ -89,7 +89,7 @@ bool BackendOption::read(
         if (const std::string* unknown = params.findUnknown(known)) {
             complain(
                 "--backend " + text + ": unknown parameter \"" + *unknown + "\" of the kind \"" +
-                choice.kind + "\"; expected one of: " + listed(known) +
+                choice.kind + "\"; expected one of: " + joined(known) +
                 didYouMean(*unknown, known));
             return false;
         }

@@ -22,9 +22,9 @@ using namespace std::chrono_literals;
 constexpr double kDefaultSeconds = 1.0;
 constexpr double kQueries = 4.0;         // in that time: datagrams get lost
 constexpr double kLongestInterval = 1.0; // between two of them, in seconds
-constexpr auto kLongestWait = 100ms;     // for a signal to be seen
+constexpr auto kSignalWait = 100ms;      // for a signal to be seen
 
-double milliseconds(double seconds) {
+double toMilliseconds(double seconds) {
     return std::round(seconds * 1e6) / 1e3;
 }
 
@@ -58,7 +58,7 @@ int ServersCommand::run() {
     const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(seconds));
     for (auto now = Clock::now(); now < end && !StopSignals::came(); now = Clock::now()) {
-        client.waitForCommunicators(std::min<Clock::duration>(end - now, kLongestWait));
+        client.waitForCommunicators(std::min<Clock::duration>(end - now, kSignalWait));
     }
     Servers servers = client.foundServers();
     std::sort(servers.begin(), servers.end(), [](const auto& a, const auto& b) {
@@ -83,7 +83,7 @@ void ServersCommand::writeTable(const Servers& servers) {
         std::string trip = "-"; // it has only announced itself
         if (server.roundTripSeconds >= 0.0) {
             char text[32];
-            std::snprintf(text, sizeof text, "%.2f ms", milliseconds(server.roundTripSeconds));
+            std::snprintf(text, sizeof text, "%.2f ms", toMilliseconds(server.roundTripSeconds));
             trip = text;
         }
         char line[128];
@@ -106,7 +106,7 @@ void ServersCommand::writeJson(const Servers& servers, const Corvid::MultiClient
         entry["address"] = server.address.text();
         entry["port"] = server.port;
         entry["roundTripMs"] = server.roundTripSeconds >= 0.0
-                                   ? Json(milliseconds(server.roundTripSeconds))
+                                   ? Json(toMilliseconds(server.roundTripSeconds))
                                    : Json(nullptr);
         entry["clockSeconds"] = server.clockSeconds;
         entry["interface"] = server.interface.text();

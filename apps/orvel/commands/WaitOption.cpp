@@ -26,7 +26,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kInterval = 500ms; // between two looks
+constexpr auto kPollInterval = 500ms; // between two looks
 
 bool isMissing(const std::string& path) {
     std::error_code error;
@@ -62,7 +62,7 @@ bool WaitOption::wait(const std::vector<Need>& needs) const {
             reported = missing;
         }
         manager.waiting(missing);
-        std::this_thread::sleep_for(kInterval);
+        std::this_thread::sleep_for(kPollInterval);
         if (StopSignals::came()) {
             return false;
         }

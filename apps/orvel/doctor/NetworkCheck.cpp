@@ -31,7 +31,7 @@ using Clock = std::chrono::steady_clock;
 using Corvid::InetAddress;
 using Verdict = Finding::Verdict;
 
-constexpr auto kPatience = 500ms;
+constexpr auto kAnswerPatience = 500ms;
 constexpr auto kSearch = 1s;
 constexpr double kSearchInterval = 0.25; // in seconds
 constexpr std::size_t kMostServersTried = 16;
@@ -126,7 +126,7 @@ std::string tryMulticast(
             sizeof group) < 0) {
         return "nothing can be sent: " + reason();
     }
-    while (socket.wait(POLLIN, begin + kPatience)) {
+    while (socket.wait(POLLIN, begin + kAnswerPatience)) {
         char text[64];
         const ssize_t got = recv(socket.get(), text, sizeof text, 0);
         if (got > 0 && std::string(text, static_cast<std::size_t>(got)) == sent) {
@@ -149,7 +149,7 @@ bool reach(const InetAddress& address, std::uint16_t port, double& seconds) {
     const sockaddr_in there = place(address.bits(), port);
     const auto begin = Clock::now();
     if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&there), sizeof there) != 0 &&
-        (errno != EINPROGRESS || !socket.wait(POLLOUT, begin + kPatience))) {
+        (errno != EINPROGRESS || !socket.wait(POLLOUT, begin + kAnswerPatience))) {
         return false;
     }
     int error = 0;

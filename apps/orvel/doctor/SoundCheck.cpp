@@ -40,7 +40,7 @@ struct DestroyContext {
 };
 using Context = std::unique_ptr<ALCcontext, DestroyContext>;
 
-std::string milliseconds(double value) {
+std::string roundedMilliseconds(double value) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f ms", value);
     return text;
@@ -131,8 +131,8 @@ Finding checkTiming(ALCdevice* device) {
     const double delay = latency(device);
     const double period = refresh > 0 ? 1000.0 / refresh : 0.0;
     Finding finding{"sound timing", Verdict::Ok, {}, {}, {}};
-    finding.text = std::to_string(rate) + " Hz, mixed every " + milliseconds(period) +
-                   (delay >= 0.0 ? ", heard after " + milliseconds(delay) : "");
+    finding.text = std::to_string(rate) + " Hz, mixed every " + roundedMilliseconds(period) +
+                   (delay >= 0.0 ? ", heard after " + roundedMilliseconds(delay) : "");
     finding.values = {{"rateHz", rate}, {"periodMs", period}};
     if (delay >= 0.0) {
         finding.values.emplace_back("latencyMs", delay);

@@ -7,7 +7,7 @@ namespace OrvelTool {
 
 namespace {
 
-constexpr std::chrono::seconds kInterval{1};
+constexpr std::chrono::seconds kLookInterval{1};
 
 void append(std::string& list, const std::string& text) {
     list += (list.empty() ? "" : ", ") + text;
@@ -57,7 +57,7 @@ std::string DiscoveryWatch::look(std::chrono::steady_clock::time_point now) {
     if (now < next_) {
         return {};
     }
-    next_ = now + kInterval;
+    next_ = now + kLookInterval;
     const std::string before = last_;
     return describe() == before ? "" : "now " + last_;
 }

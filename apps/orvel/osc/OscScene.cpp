@@ -63,7 +63,7 @@ bool letGo(OscScene::Numbers n) {
     return n.size() == 1 && n[0] == 0.0F;
 }
 
-std::string printable(std::string_view text) {
+std::string ascii(std::string_view text) {
     constexpr std::size_t kMost = 80;
     std::string result(text.substr(0, kMost));
     std::replace_if(
@@ -87,7 +87,7 @@ bool toId(std::string_view word, int& id) {
     return error == std::errc() && end == word.data() + word.size() && id > 0 && id <= kMaxId;
 }
 
-constexpr const char* kUnknown = "is no path that is known here";
+constexpr const char* kUnknownPath = "is no path that is known here";
 
 } // namespace
 
@@ -156,7 +156,7 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
     if (path.empty() || path.front() != '/' || pathEnd == copy.end()) {
         return "what came is no message of Open Sound Control";
     }
-    const std::string begin = printable(path) + ": ";
+    const std::string begin = ascii(path) + ": ";
     int fault = 0;
     const OwnMessage read(lo_message_deserialise(copy.data(), copy.size(), &fault));
     if (read == nullptr) {
@@ -185,7 +185,7 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
             message.texts.emplace_back(reinterpret_cast<const char*>(arguments[i]));
         } else {
             return begin + "expected numbers, found an argument of type '" +
-                   printable(std::string_view(types + i, 1)) + "'";
+                   ascii(std::string_view(types + i, 1)) + "'";
         }
     }
     const std::string wrong = dispatch(message);
@@ -221,7 +221,7 @@ std::string OscScene::dispatch(const Message& message) {
     if (is("orvel", "", 2)) {
         return dispatch(_worldPaths, words[1], world_, message.numbers);
     }
-    return kUnknown;
+    return kUnknownPath;
 }
 
 template <class Part>
@@ -237,7 +237,7 @@ std::string OscScene::dispatch(
             expected += (expected.empty() ? "" : " or ") + std::to_string(entry.numbers);
         }
     }
-    return expected.empty() ? kUnknown
+    return expected.empty() ? kUnknownPath
                             : "expected " + expected + (expected == "1" ? " number" : " numbers") +
                                   ", found " + std::to_string(numbers.size());
 }
@@ -262,7 +262,7 @@ std::string OscScene::dispatchToParts(
     }
     int id = 0;
     if (!toId(words[2], id)) {
-        return kUnknown;
+        return kUnknownPath;
     }
     const auto part = parts.find(id);
     if (part == parts.end()) {
@@ -274,7 +274,7 @@ std::string OscScene::dispatchToParts(
 std::string OscScene::create(const Message& message) {
     int id = 0;
     if (!toId(message.words[2], id)) {
-        return kUnknown;
+        return kUnknownPath;
     }
     if (!message.numbers.empty()) {
         return "expected texts, the labels, found a number";

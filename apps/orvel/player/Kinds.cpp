@@ -14,14 +14,14 @@ namespace OrvelTool {
 namespace {
 
 /// A kind of back end as the tool's user sees it.
-struct Kind {
+struct KindText {
     const char* description;
     std::vector<const char*> parameters; // besides "labels", which every kind takes
 };
 
 /// The kinds of the library and of the tool.
-const std::map<std::string, Kind>& table() {
-    static const std::map<std::string, Kind> kinds{
+const std::map<std::string, KindText>& table() {
+    static const std::map<std::string, KindText> kinds{
         {"client",
          {"drives sound servers on other machines (orvel serve)",
           {"deferred", "followEnabled", "group", "interfaces", "newestOnly", "only", "port",

@@ -36,12 +36,12 @@ Scene withoutMovement(const Scene& scene) {
 }
 
 /// A world that cleans up behind itself.
-class OwnWorld : public Orvel::World {
+class ShadowWorld : public Orvel::World {
 public:
-    OwnWorld() = default;
-    OwnWorld(const OwnWorld&) = delete;
-    OwnWorld& operator=(const OwnWorld&) = delete;
-    ~OwnWorld() override {
+    ShadowWorld() = default;
+    ShadowWorld(const ShadowWorld&) = delete;
+    ShadowWorld& operator=(const ShadowWorld&) = delete;
+    ~ShadowWorld() override {
         clearWorld();
         deleteAllBackends();
     }
@@ -55,7 +55,7 @@ double playingEnd(const Scene& scene, const SoundBank& sounds, Orvel::World& wor
         done = std::max(done, change.at + change.over);
     }
     const Scene still = withoutMovement(scene);
-    OwnWorld shadow;
+    ShadowWorld shadow;
     auto* clock = new PlayClock(shadow); // the world deletes it
     ScenePlayer player(still, sounds, shadow, [&](Orvel::Source& source, const Sound& sound) {
         double length = 0.0;

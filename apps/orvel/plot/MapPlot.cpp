@@ -12,15 +12,10 @@ namespace {
 constexpr std::array kColours{"#0072b2", "#d55e00", "#009e73", "#b0408f",
                               "#7a5c00", "#3f51b5", "#c2185b", "#00838f"};
 constexpr const char* kInk = "#1f2937";
-constexpr const char* kFaint = "#6b7280";
 constexpr double kLabelSize = 13.0;
 constexpr double kMarkSize = 10.5;
 /// Beyond this many emitters, labels would only cover the map.
 constexpr std::size_t kMostLabels = 60;
-
-std::string n(double value) {
-    return svgNumber(value);
-}
 
 /// How far a sound is heard at its full level, and from where on it gets no softer: in all
 /// directions the same, for the OpenAL back end averages front and back.
@@ -108,20 +103,13 @@ double headingOf(const Orvel::Quaternion& rotation) {
 }
 
 std::string circle(double radius, const std::string& style) {
-    return "<circle r=\"" + n(radius) + "\" " + style + "/>\n";
-}
-
-std::string text(
-    double x, double y, double size, const std::string& colour, const std::string& content,
-    const std::string& more = "") {
-    return "<text x=\"" + n(x) + "\" y=\"" + n(y) + "\" font-size=\"" + n(size) + "\" fill=\"" +
-           colour + "\" " + more + ">" + svgText(content) + "</text>\n";
+    return "<circle r=\"" + svgNumber(radius) + "\" " + style + "/>\n";
 }
 
 /// With a light rim, so that it can be read across lines.
 std::string label(
     const Labels::Spot& spot, double size, const std::string& colour, const std::string& content) {
-    return text(
+    return svgTextAt(
         spot.x, spot.y, size, colour, content,
         "stroke=\"#ffffff\" stroke-width=\"3\" stroke-linejoin=\"round\" paint-order=\"stroke\"");
 }
@@ -138,7 +126,8 @@ std::string emitterSign(const std::string& colour) {
 }
 
 std::string at(double x, double y, const std::string& content) {
-    return "<g transform=\"translate(" + n(x) + " " + n(y) + ")\">\n" + content + "</g>\n";
+    return "<g transform=\"translate(" + svgNumber(x) + " " + svgNumber(y) + ")\">\n" + content +
+           "</g>\n";
 }
 
 class Map {
@@ -148,13 +137,14 @@ public:
 
     std::string draw() {
         const Box& f = frame_;
-        std::string out = "<clipPath id=\"map\"><rect x=\"" + n(f.x) + "\" y=\"" + n(f.y) +
-                          "\" width=\"" + n(f.width) + "\" height=\"" + n(f.height) +
-                          "\"/></clipPath>\n" + grid() + "<g clip-path=\"url(#map)\">\n";
+        std::string out = "<clipPath id=\"map\"><rect x=\"" + svgNumber(f.x) + "\" y=\"" +
+                          svgNumber(f.y) + "\" width=\"" + svgNumber(f.width) + "\" height=\"" +
+                          svgNumber(f.height) + "\"/></clipPath>\n" + grid() +
+                          "<g clip-path=\"url(#map)\">\n";
         for (std::size_t i = 0; i < paths_.emitters.size(); ++i) {
             out += hulls(paths_.emitters[i], colour(i));
         }
-        out += path(paths_.listener, kFaint);
+        out += path(paths_.listener, kSvgFaint);
         for (std::size_t i = 0; i < paths_.emitters.size(); ++i) {
             out += path(paths_.emitters[i], colour(i));
         }
@@ -168,14 +158,14 @@ public:
         const Place& listener = paths_.listener.places.front();
         out +=
             at(x(listener), y(listener),
-               "<g transform=\"rotate(" + n(headingOf(listener.rotation)) + ")\">\n" +
+               "<g transform=\"rotate(" + svgNumber(headingOf(listener.rotation)) + ")\">\n" +
                    listenerSign() + "</g>\n");
         const auto spot = labels_.place(x(listener), y(listener), "listener", kLabelSize, 19.0);
         out += label(spot, kLabelSize, kInk, "listener");
         for (std::size_t i = 0; i < paths_.emitters.size() && i < kMostLabels; ++i) {
             out += name(paths_.emitters[i], colour(i));
         }
-        out += marks(paths_.listener, kFaint);
+        out += marks(paths_.listener, kSvgFaint);
         for (std::size_t i = 0; i < paths_.emitters.size() && i < kMostLabels; ++i) {
             out += marks(paths_.emitters[i], colour(i));
         }
@@ -193,29 +183,35 @@ private:
 
     std::string grid() const {
         const Box& f = frame_;
-        std::string out = "<rect x=\"" + n(f.x) + "\" y=\"" + n(f.y) + "\" width=\"" + n(f.width) +
-                          "\" height=\"" + n(f.height) +
-                          "\" fill=\"#ffffff\" stroke=\"#cbd5e1\"/>\n";
+        std::string out = "<rect x=\"" + svgNumber(f.x) + "\" y=\"" + svgNumber(f.y) +
+                          "\" width=\"" + svgNumber(f.width) + "\" height=\"" +
+                          svgNumber(f.height) + "\" fill=\"#ffffff\" stroke=\"#cbd5e1\"/>\n";
         const double step = niceStep(f.width / view_.scale(), 10);
         const auto line = [](double x1, double y1, double x2, double y2, bool zero) {
-            return "<line x1=\"" + n(x1) + "\" y1=\"" + n(y1) + "\" x2=\"" + n(x2) + "\" y2=\"" +
-                   n(y2) + "\" stroke=\"" + (zero ? "#b6c2d1" : "#e9eef4") + "\"/>\n";
+            return "<line x1=\"" + svgNumber(x1) + "\" y1=\"" + svgNumber(y1) + "\" x2=\"" +
+                   svgNumber(x2) + "\" y2=\"" + svgNumber(y2) + "\" stroke=\"" +
+                   (zero ? "#b6c2d1" : "#e9eef4") + "\"/>\n";
         };
         const double right = f.x + f.width;
         const double bottom = f.y + f.height;
         for (double k = std::ceil(view_.sceneX(f.x) / step); view_.x(k * step) <= right; ++k) {
             const double px = view_.x(k * step);
             out += line(px, f.y, px, bottom, k == 0.0);
-            out += text(px, bottom + 16, 11, kFaint, n(k * step), "text-anchor=\"middle\"");
+            out += svgTextAt(
+                px, bottom + 16, 11, kSvgFaint, svgNumber(k * step), "text-anchor=\"middle\"");
         }
         for (double k = std::ceil(view_.sceneZ(f.y) / step); view_.y(k * step) <= bottom; ++k) {
             const double py = view_.y(k * step);
             out += line(f.x, py, right, py, k == 0.0);
-            out += text(f.x - 7, py + 4, 11, kFaint, n(k * step), "text-anchor=\"end\"");
+            out += svgTextAt(
+                f.x - 7, py + 4, 11, kSvgFaint, svgNumber(k * step), "text-anchor=\"end\"");
         }
-        out += text(right, bottom + 32, 12, kFaint, "x, to the right →", "text-anchor=\"end\"");
-        out += "<g transform=\"translate(" + n(f.x - 38) + " " + n(f.y) + ") rotate(-90)\">" +
-               text(0, 0, 12, kFaint, "z, negative ahead →", "text-anchor=\"end\"") + "</g>\n";
+        out += svgTextAt(
+            right, bottom + 32, 12, kSvgFaint, "x, to the right →", "text-anchor=\"end\"");
+        out += "<g transform=\"translate(" + svgNumber(f.x - 38) + " " + svgNumber(f.y) +
+               ") rotate(-90)\">" +
+               svgTextAt(0, 0, 12, kSvgFaint, "z, negative ahead →", "text-anchor=\"end\"") +
+               "</g>\n";
         return out;
     }
 
@@ -247,7 +243,7 @@ private:
                 lastX = x(place);
                 lastY = y(place);
                 labels_.avoid({lastX - 2, lastY - 2, 4, 4});
-                d += (d.empty() ? "M" : "L") + n(lastX) + " " + n(lastY);
+                d += (d.empty() ? "M" : "L") + svgNumber(lastX) + " " + svgNumber(lastY);
             }
         }
         return d.find('L') == std::string::npos
@@ -306,10 +302,10 @@ private:
             }
             lastX = px;
             lastY = py;
-            out += "<circle cx=\"" + n(px) + "\" cy=\"" + n(py) +
+            out += "<circle cx=\"" + svgNumber(px) + "\" cy=\"" + svgNumber(py) +
                    "\" r=\"3\" fill=\"#ffffff\" stroke=\"" + colour + "\" stroke-width=\"1.5\"/>\n";
             labels_.avoid({px - 3, py - 3, 6, 6});
-            const std::string when = n(k * step) + " s";
+            const std::string when = svgNumber(k * step) + " s";
             out += label(labels_.place(px, py, when, kMarkSize, 7.0), kMarkSize, colour, when);
         }
         return out;
@@ -321,11 +317,13 @@ private:
         const double bx = frame_.x + 14;
         const double by = frame_.y + frame_.height - 14;
         labels_.avoid({bx - 4, by - 22, length + 8, 30});
-        return "<path d=\"M" + n(bx) + " " + n(by - 5) + "V" + n(by) + "H" + n(bx + length) + "V" +
-               n(by - 5) + "\" fill=\"none\" stroke=\"" + kInk + "\" stroke-width=\"1.5\"/>\n" +
-               text(
+        return "<path d=\"M" + svgNumber(bx) + " " + svgNumber(by - 5) + "V" + svgNumber(by) + "H" +
+               svgNumber(bx + length) + "V" + svgNumber(by - 5) + "\" fill=\"none\" stroke=\"" +
+               kInk + "\" stroke-width=\"1.5\"/>\n" +
+               svgTextAt(
                    bx + length / 2, by - 8, 11, kInk,
-                   n(units) + (units == 1.0 ? " unit" : " units"), "text-anchor=\"middle\"");
+                   svgNumber(units) + (units == 1.0 ? " unit" : " units"),
+                   "text-anchor=\"middle\"");
     }
 
     const ScenePaths& paths_;
@@ -359,7 +357,7 @@ std::string drawLegend(double x, double y) {
     }};
     std::string out;
     for (const auto& [sign, meaning] : rows) {
-        out += at(x + 14, y, sign) + text(x + 36, y + 4, 12, kInk, meaning);
+        out += at(x + 14, y, sign) + svgTextAt(x + 36, y + 4, 12, kInk, meaning);
         y += 30;
     }
     return out;

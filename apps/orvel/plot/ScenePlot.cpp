@@ -11,7 +11,7 @@ namespace OrvelTool {
 
 namespace {
 
-constexpr double kWidth = 900.0;
+constexpr double kPlotWidth = 900.0;
 constexpr Box kMap{64.0, 56.0, 580.0, 520.0};
 constexpr Box kLevels{64.0, 642.0, 812.0, 170.0};
 constexpr double kMargin = 44.0; // below the axes' numbers and titles
@@ -36,8 +36,8 @@ std::string drawScene(const LoadedScene& loaded, const LevelMeter* levels) {
     const double height = last.y + last.height + kMargin;
     std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                       "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " +
-                      svgNumber(kWidth) + " " + svgNumber(height) + "\" width=\"" +
-                      svgNumber(kWidth) + "\" height=\"" + svgNumber(height) +
+                      svgNumber(kPlotWidth) + " " + svgNumber(height) + "\" width=\"" +
+                      svgNumber(kPlotWidth) + "\" height=\"" + svgNumber(height) +
                       "\" font-family=\"system-ui, 'DejaVu Sans', Helvetica, Arial, sans-serif\">\n"
                       // A ground of its own, for pages of any colour.
                       "<rect width=\"100%\" height=\"100%\" fill=\"#f8fafc\"/>\n";

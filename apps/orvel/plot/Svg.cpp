@@ -1,5 +1,7 @@
 #include "plot/Svg.h"
 
+#include "process/ValidText.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -7,40 +9,6 @@
 #include <limits>
 
 namespace OrvelTool {
-
-namespace {
-
-/// How many bytes of well-formed UTF-8 the text begins with as one character; 0 if none.
-std::size_t characterLength(std::string_view text) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char first = byte(0);
-    const std::size_t length = first < 0x80    ? 1
-                               : first < 0xC2  ? 0
-                               : first < 0xE0  ? 2
-                               : first < 0xF0  ? 3
-                               : first <= 0xF4 ? 4
-                                               : 0;
-    if (length == 0 || length > text.size()) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80U) {
-            return 0;
-        }
-    }
-    // Overlong forms, surrogates, beyond Unicode, and the two that XML leaves out.
-    if (length > 2) {
-        const unsigned char second = byte(1);
-        if ((first == 0xE0 && second < 0xA0) || (first == 0xED && second >= 0xA0) ||
-            (first == 0xF0 && second < 0x90) || (first == 0xF4 && second >= 0x90) ||
-            (first == 0xEF && second == 0xBF && byte(2) >= 0xBE)) {
-            return 0;
-        }
-    }
-    return length;
-}
-
-} // namespace
 
 std::string svgNumber(double value) {
     if (!std::isfinite(value)) {
@@ -57,10 +25,11 @@ std::string svgNumber(double value) {
 std::string svgText(std::string_view text) {
     std::string result;
     while (!text.empty()) {
-        const std::size_t length = characterLength(text);
+        const std::size_t length = characterLength(text, 0);
+        const std::string_view character = text.substr(0, length);
         const char first = text.front();
         if (length == 0 || (length == 1 && static_cast<unsigned char>(first) < 0x20) ||
-            first == 0x7F) {
+            first == 0x7F || character == "\xEF\xBF\xBE" || character == "\xEF\xBF\xBF") {
             result += "\xEF\xBF\xBD"; // the replacement character
         } else if (first == '&') {
             result += "&amp;";
@@ -71,11 +40,19 @@ std::string svgText(std::string_view text) {
         } else if (first == '"') {
             result += "&quot;";
         } else {
-            result += text.substr(0, length);
+            result += character;
         }
         text.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return result;
+}
+
+std::string svgTextAt(
+    double x, double y, double size, const std::string& colour, const std::string& content,
+    const std::string& more) {
+    return "<text x=\"" + svgNumber(x) + "\" y=\"" + svgNumber(y) + "\" font-size=\"" +
+           svgNumber(size) + "\" fill=\"" + colour + "\" " + more + ">" + svgText(content) +
+           "</text>\n";
 }
 
 double Box::overlap(const Box& other) const {

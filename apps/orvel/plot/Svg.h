@@ -13,6 +13,14 @@ std::string svgNumber(double value);
 /// A text with what has a meaning in XML escaped, and what XML cannot hold replaced.
 std::string svgText(std::string_view text);
 
+/// The colour of axes and of other lines and texts in the background.
+inline constexpr const char* kSvgFaint = "#6b7280";
+
+/// A text element with its anchor at (x, y); `more` are further attributes.
+std::string svgTextAt(
+    double x, double y, double size, const std::string& colour, const std::string& content,
+    const std::string& more = "");
+
 /// A rectangle of pixels that is taken by something that can be read.
 struct Box {
     double x = 0.0;

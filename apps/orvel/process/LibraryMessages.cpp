@@ -27,7 +27,7 @@ constexpr std::string_view kLostServer = "ClientBackend: Lost server";
 constexpr std::string_view kNoDataSent = "ClientBackend::setSourceData() not implemented";
 constexpr std::string_view kNoSuchSource = "Got invalid Event: SourceDurationEvent/";
 constexpr std::string_view kInvalid = "Got invalid Event: ";
-constexpr std::string_view kUnknown = "Unkown command ID: ";
+constexpr std::string_view kUnknownCommand = "Unkown command ID: ";
 constexpr std::string_view kForeign = "Orvel::Server got Corvid::Event";
 
 std::string_view trim(std::string_view text) {
@@ -114,7 +114,7 @@ bool LibraryMessages::onNetwork(const std::string& line) {
         isOne({kNoDataSent, kNoSuchSource})) { // servers have sources of their own
         return true;
     }
-    if (isOne({kInvalid, kUnknown, kForeign})) {
+    if (isOne({kInvalid, kUnknownCommand, kForeign})) {
         add(false, "a peer sent what makes no sense here: " + line);
         return true;
     }

@@ -11,7 +11,7 @@ namespace OrvelTool {
 namespace {
 
 /// How long a block may be while nothing changes, in seconds.
-constexpr double kBlock = 0.1;
+constexpr double kStillStep = 0.1;
 
 std::string parameters(const Playable& what, unsigned rate) {
     std::string text = "rate=" + std::to_string(rate);
@@ -45,7 +45,7 @@ bool OfflineRenderer::working() const {
 }
 
 double OfflineRenderer::nextStop(double end) const {
-    const double step = player_->moving() ? ScenePlayer::kTick : kBlock;
+    const double step = player_->moving() ? ScenePlayer::kTick : kStillStep;
     return std::min({end, player_->nextChange(now_), nextMultiple(now_, step)});
 }
 

@@ -17,7 +17,7 @@ namespace OrvelTool {
 namespace {
 
 /// How far the parser has read.
-struct Progress {
+struct ReadProgress {
     int line = 1;
     std::size_t consumed = 0;
     bool afterNewline = false;
@@ -33,7 +33,7 @@ public:
     using pointer = const char*;
     using reference = const char&;
 
-    CountingIterator(const char* at, Progress& progress) : at_(at), progress_(&progress) {}
+    CountingIterator(const char* at, ReadProgress& progress) : at_(at), progress_(&progress) {}
 
     reference operator*() const { return *at_; }
     CountingIterator& operator++() {
@@ -49,7 +49,7 @@ public:
 
 private:
     const char* at_;
-    Progress* progress_;
+    ReadProgress* progress_;
 };
 
 /// Builds the tree. A callback that returns false ends the reading.
@@ -64,7 +64,7 @@ public:
     /// `blanked`: where numbers that were too large have been overwritten by zeros, as the number
     /// of bytes consumed when the zero is reported.
     TreeBuilder(
-        std::string_view text, const Progress& progress, const std::string& file,
+        std::string_view text, const ReadProgress& progress, const std::string& file,
         const std::set<std::size_t>& blanked)
         : text_(text), progress_(progress), file_(file), blanked_(blanked) {}
 
@@ -234,7 +234,7 @@ private:
     }
 
     std::string_view text_; // as it was given
-    const Progress& progress_;
+    const ReadProgress& progress_;
     const std::string& file_;
     const std::set<std::size_t>& blanked_;
     JsonValue root_;
@@ -300,7 +300,7 @@ parseJson(std::string_view text, const std::string& file, std::vector<Problem>& 
     // noted and overwritten, and the text read again.
     constexpr std::size_t kMaxOverflows = 10;
     for (;;) {
-        Progress progress;
+        ReadProgress progress;
         TreeBuilder builder(text, progress, file, blanked);
         const char* begin = copy.data();
         const bool good = nlohmann::json::sax_parse(

@@ -35,6 +35,7 @@ struct JsonValue {
     /// For messages: "\"abc\"", "-3", "true", "an array of 2".
     [[nodiscard]] std::string describe() const;
 };
+using JsonKind = JsonValue::Kind;
 
 /// A place in the tree, for messages; it lives on the stack of whoever reads there.
 struct JsonPlace {

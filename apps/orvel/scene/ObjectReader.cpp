@@ -13,7 +13,6 @@ namespace OrvelTool {
 
 namespace {
 
-using Kind = JsonValue::Kind;
 using State = Orvel::WorldPart::State;
 
 std::string idWords() {
@@ -22,7 +21,7 @@ std::string idWords() {
 
 } // namespace
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
     std::string result = "\"";
     result += printable(text);
     return result += '"';
@@ -31,7 +30,7 @@ std::string quoted(std::string_view text) {
 std::string listed(std::span<const char* const> words) {
     std::string text;
     for (const char* word : words) {
-        text += (text.empty() ? "" : ", ") + quoted(word);
+        text += (text.empty() ? "" : ", ") + inQuotes(word);
     }
     return text;
 }
@@ -46,7 +45,7 @@ void Report::add(int line, std::string field, std::string text) {
 }
 
 void Report::expected(const JsonValue& value, const JsonPlace& place, std::string_view what) {
-    if (value.kind != Kind::Unreadable) {
+    if (value.kind != JsonKind::Unreadable) {
         std::string text = "expected ";
         text += what;
         add(value.line, place.str(), text + ", found " + value.describe());
@@ -73,7 +72,7 @@ void Report::finish() {
 ObjectReader::ObjectReader(
     Report& report, const JsonValue& value, const JsonPlace& place, Keys known)
     : report_(report), value_(value), place_(place) {
-    if (value.kind != Kind::Object) {
+    if (value.kind != JsonKind::Object) {
         report.expected(value, place, "an object");
         return;
     }
@@ -94,10 +93,10 @@ void ObjectReader::expected(const char* key, std::string_view what) const {
 }
 
 void ObjectReader::require(const char* key, const char* what) const {
-    if (value_.kind == Kind::Object && find(key) == nullptr) {
+    if (value_.kind == JsonKind::Object && find(key) == nullptr) {
         report_.add(
             value_.line, place_.str(),
-            "expected the key " + quoted(key) + " with " + what + ", found no such key");
+            "expected the key " + inQuotes(key) + " with " + what + ", found no such key");
     }
 }
 
@@ -107,7 +106,7 @@ std::optional<double> ObjectReader::number(const char* key, const Range& range) 
         return std::nullopt;
     }
     const double number = member->number;
-    if (member->kind != Kind::Number || number < range.low || number > range.high ||
+    if (member->kind != JsonKind::Number || number < range.low || number > range.high ||
         (number == range.low && !range.lowIncluded)) {
         expected(key, range.words);
         return std::nullopt;
@@ -129,7 +128,7 @@ std::optional<bool> ObjectReader::flag(const char* key) const {
     if (member == nullptr) {
         return std::nullopt;
     }
-    if (member->kind != Kind::Bool) {
+    if (member->kind != JsonKind::Bool) {
         expected(key, "true or false");
         return std::nullopt;
     }
@@ -141,7 +140,7 @@ bool ObjectReader::mark(const char* key) const {
     if (member == nullptr) {
         return false;
     }
-    if (member->kind != Kind::Bool || !member->yes) {
+    if (member->kind != JsonKind::Bool || !member->yes) {
         expected(key, "true");
         return false;
     }
@@ -153,7 +152,7 @@ std::optional<int> ObjectReader::id(const char* key) const {
     if (member == nullptr) {
         return std::nullopt;
     }
-    if (member->kind != Kind::Number || member->number < 1.0 ||
+    if (member->kind != JsonKind::Number || member->number < 1.0 ||
         member->number != std::floor(member->number)) {
         expected(key, idWords());
         return std::nullopt;
@@ -170,7 +169,7 @@ std::optional<std::string> ObjectReader::text(const char* key, const char* what)
     if (member == nullptr) {
         return std::nullopt;
     }
-    if (member->kind != Kind::Text || !isPlain(member->text)) {
+    if (member->kind != JsonKind::Text || !isPlain(member->text)) {
         expected(key, what);
         return std::nullopt;
     }
@@ -184,7 +183,7 @@ ObjectReader::reals(const char* key, const char* what) const {
     if (member == nullptr) {
         return std::nullopt;
     }
-    if (member->kind != Kind::Array || member->items.size() != size) {
+    if (member->kind != JsonKind::Array || member->items.size() != size) {
         expected(key, what);
         return std::nullopt;
     }
@@ -193,7 +192,7 @@ ObjectReader::reals(const char* key, const char* what) const {
     const JsonPlace at = place(key);
     for (std::size_t i = 0; i < size; ++i) {
         const JsonValue& item = member->items[i];
-        if (item.kind != Kind::Number || std::abs(item.number) > double{FLT_MAX}) {
+        if (item.kind != JsonKind::Number || std::abs(item.number) > double{FLT_MAX}) {
             report_.expected(item, {&at, {}, i}, "a number");
             good = false;
         } else {
@@ -252,7 +251,7 @@ std::optional<State> ObjectReader::state(bool initial) const {
         {"pause", State::PAUSE},
         {"stop", State::STOP},
         {"none", State::NONE}};
-    const auto found = member->kind == Kind::Text ? kStates.find(member->text) : kStates.end();
+    const auto found = member->kind == JsonKind::Text ? kStates.find(member->text) : kStates.end();
     if (found == kStates.end() || (found->second == State::NONE && !initial)) {
         expected(
             "state",
@@ -269,7 +268,7 @@ bool ObjectReader::isPlain(std::string_view text) {
 
 void ObjectReader::reportUnknown(const JsonValue& member, Keys known) const {
     std::string text = "expected one of the keys " + listed(known) + ", found " +
-                       quoted(member.key) + didYouMean(member.key, known);
+                       inQuotes(member.key) + didYouMean(member.key, known);
     report_.add(member.line, place(member.key).str(), std::move(text));
 }
 

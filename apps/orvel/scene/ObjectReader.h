@@ -92,7 +92,7 @@ private:
 };
 
 /// A text in quotes, fit for a message.
-std::string quoted(std::string_view text);
+std::string inQuotes(std::string_view text);
 /// Texts in quotes, with commas between them.
 std::string listed(std::span<const char* const> words);
 

@@ -19,7 +19,6 @@ namespace OrvelTool {
 
 namespace {
 
-using Kind = JsonValue::Kind;
 using State = Orvel::WorldPart::State;
 using Keys = ObjectReader::Keys;
 
@@ -66,7 +65,7 @@ public:
 
     Scene read(const JsonValue& root) {
         const JsonPlace top;
-        if (root.kind != Kind::Object) {
+        if (root.kind != JsonKind::Object) {
             report_.add(
                 root.line, "",
                 R"(expected a scene such as { "orvel": 1, ... }, found )" + root.describe());
@@ -78,7 +77,7 @@ public:
             report_.add(
                 root.line, "",
                 R"(expected the key "orvel" with 1, the version of the format, found no such key)");
-        } else if (version->kind != Kind::Number || version->number != 1.0) {
+        } else if (version->kind != JsonKind::Number || version->number != 1.0) {
             report_.expected(*version, {&top, "orvel"}, "1, the version of the format");
             return std::move(scene_);
         }
@@ -121,7 +120,7 @@ private:
         if (list == nullptr) {
             return;
         }
-        if (list->kind != Kind::Array) {
+        if (list->kind != JsonKind::Array) {
             object.expected(key, "an array of objects");
             return;
         }
@@ -141,15 +140,15 @@ private:
         }
         if (given.size() > 1) {
             object.expected(
-                given[1],
-                std::string(R"(only one of "file", "url" and "tone" beside )") + quoted(given[0]));
+                given[1], std::string(R"(only one of "file", "url" and "tone" beside )") +
+                              inQuotes(given[0]));
             return {};
         }
         bool keep = false;
         if (object.find("channels") != nullptr) {
             const JsonValue& channels = *object.find("channels");
-            keep = channels.kind == Kind::Text && channels.text == "keep";
-            if (!keep && (channels.kind != Kind::Text || channels.text != "mix")) {
+            keep = channels.kind == JsonKind::Text && channels.text == "keep";
+            if (!keep && (channels.kind != JsonKind::Text || channels.text != "mix")) {
                 object.expected("channels", R"("mix" or "keep")");
             } else if (object.find("file") == nullptr) {
                 object.expected("channels", R"(no "channels" without "file" beside it)");
@@ -215,7 +214,7 @@ private:
         SourceSpec source;
         source.where = where;
         std::tie(source.sound, source.soundWhere) = readSound(object);
-        if (object.value().kind == Kind::Object && object.find("file") == nullptr &&
+        if (object.value().kind == JsonKind::Object && object.find("file") == nullptr &&
             object.find("url") == nullptr && object.find("tone") == nullptr) {
             report_.add(
                 where.line, where.field,
@@ -264,7 +263,7 @@ private:
 
     std::vector<std::string> readLabels(const ObjectReader& object, const JsonValue& labels) {
         std::vector<std::string> result;
-        if (labels.kind != Kind::Array) {
+        if (labels.kind != JsonKind::Array) {
             object.expected("labels", "an array of texts");
             return result;
         }
@@ -272,7 +271,7 @@ private:
         for (std::size_t i = 0; i < labels.items.size(); ++i) {
             const JsonValue& label = labels.items[i];
             // A back end's labels are a list between commas, so others could match none.
-            if (label.kind != Kind::Text || !ObjectReader::isPlain(label.text) ||
+            if (label.kind != JsonKind::Text || !ObjectReader::isPlain(label.text) ||
                 label.text.find(',') != std::string::npos || label.text.front() == ' ' ||
                 label.text.back() == ' ') {
                 report_.expected(
@@ -323,7 +322,7 @@ private:
         EmitterSpec emitter = readEmitter(object, {value.line, place.str()});
         emitter.id = id.value_or(0);
         const JsonValue* source = object.find("source");
-        if (source != nullptr && source->kind != Kind::Null) {
+        if (source != nullptr && source->kind != JsonKind::Null) {
             emitter.source = object.id("source");
             if (emitter.source && !sourceLines_.contains(*emitter.source) && !unsureSources_) {
                 object.expected("source", R"(the id of one of "sources" or null)");
@@ -356,7 +355,7 @@ private:
     }
 
     void readEntry(const JsonValue& value, const JsonPlace& place) {
-        if (value.kind != Kind::Object) {
+        if (value.kind != JsonKind::Object) {
             report_.expected(value, place, "an object");
             return;
         }
@@ -497,7 +496,7 @@ private:
             return;
         }
         entry.connectWhere = object.where("connect");
-        if (source->kind == Kind::Null) {
+        if (source->kind == JsonKind::Null) {
             entry.change.reconnect = true;
         } else {
             entry.change.connect = object.id("connect");
