@@ -210,6 +210,20 @@ void Event::addField(const std::string& value) {
     addBlock(FieldType::String, value.data(), static_cast<std::uint32_t>(value.size()));
 }
 
+void Event::addField(const std::vector<std::string>& texts) {
+    addField(static_cast<unsigned int>(texts.size()));
+    for (const std::string& text : texts) {
+        addField(text);
+    }
+}
+
+void Event::addField(const std::vector<unsigned char>& bytes) {
+    addField(static_cast<unsigned long>(bytes.size()));
+    if (!bytes.empty()) {
+        addData(bytes.data(), static_cast<long>(bytes.size()));
+    }
+}
+
 void Event::addData(const void* data, long length) {
     if (length < 0 || length > static_cast<long>(kMaxFrameBytes)) {
         grow(kMaxFrameBytes + std::size_t{1}); // ends the encoding
@@ -230,24 +244,17 @@ bool Event::take(void* to, std::size_t size) {
     return true;
 }
 
-template <class Value>
-bool Event::getFixed(FieldType type, Value& value) {
-    constexpr std::size_t kBytes = 1 + sizeof(Value);
-    if (readFailed_ || input_.size() < kBytes || input_[0] != static_cast<std::byte>(type)) {
-        readFailed_ = true;
-        return false;
-    }
-    std::memcpy(&value, input_.data() + 1, sizeof(Value));
-    input_ = input_.subspan(kBytes);
-    return true;
+/// Reads the type and the length of a field whose value is of that length.
+template <class Length>
+bool Event::getLength(FieldType type, Length& length) {
+    unsigned char found = 0;
+    return take(&found, 1) && found == static_cast<unsigned char>(type) &&
+           take(&length, sizeof length);
 }
 
 bool Event::getField(std::string& value) {
     std::uint32_t length = 0;
-    if (!getFixed(FieldType::String, length)) {
-        return false;
-    }
-    if (length > input_.size()) {
+    if (!getLength(FieldType::String, length) || length > input_.size()) {
         readFailed_ = true;
         return false;
     }
@@ -256,41 +263,35 @@ bool Event::getField(std::string& value) {
     return true;
 }
 
-bool Event::getField(float& value) {
-    return getFixed(FieldType::Float, value);
-}
-
-bool Event::getField(unsigned int& value) {
-    return getFixed(FieldType::UnsignedInt, value);
-}
-
-bool Event::getField(unsigned long& value) {
-    return getFixed(FieldType::UnsignedLong, value);
-}
-
-bool Event::getField(short& value) {
-    return getFixed(FieldType::Short, value);
-}
-
-bool Event::getField(bool& value) {
-    unsigned char byte = 0;
-    if (!getFixed(FieldType::Bool, byte)) {
-        return false;
-    }
-    if (byte > 1) {
+bool Event::getField(std::vector<std::string>& texts) {
+    constexpr std::size_t kMinTextBytes = 5; // an empty one
+    unsigned int count = 0;
+    if (!getField(count) || count > kMaxTexts || count > bytesLeft() / kMinTextBytes) {
         readFailed_ = true;
         return false;
     }
-    value = byte == 1;
-    return true;
+    texts.resize(count);
+    for (std::string& text : texts) {
+        getField(text);
+    }
+    return !readFailed_;
+}
+
+bool Event::getField(std::vector<unsigned char>& bytes) {
+    unsigned long size = 0;
+    bytes = {}; // frees the old ones before the new ones are allocated
+    if (!getField(size) || size > bytesLeft()) {
+        readFailed_ = true;
+        return false;
+    }
+    bytes.resize(size);
+    return size == 0 || getData(bytes.data(), static_cast<long>(size));
 }
 
 bool Event::getData(void* data, long length) {
     std::uint64_t found = 0;
-    if (!getFixed(FieldType::Data, found)) {
-        return false;
-    }
-    if (length < 0 || found != static_cast<std::uint64_t>(length)) {
+    if (!getLength(FieldType::Data, found) || length < 0 ||
+        found != static_cast<std::uint64_t>(length)) {
         readFailed_ = true;
         return false;
     }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <span>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <orvel_export.h>
@@ -27,6 +28,8 @@ public:
     static constexpr std::uint32_t kMaxFrameBytes = 64U << 20U;
     /// The least: length, type and protocolTag.
     static constexpr std::uint32_t kMinFrameBytes = 8;
+    /// The most texts of one list that are taken from a peer.
+    static constexpr unsigned kMaxTexts = 65535;
 
     Event() = default;
     // Copies take the header field; an encoding or decoding under way stays with its own event.
@@ -75,39 +78,47 @@ public:
 protected:
     void addField(const std::string& value);
     void addField(const char* value) { addField(std::string(value)); } // else it would be a bool
-    void addField(float value) { addFixed(FieldType::Float, value); }
-    void addField(unsigned int value) { addFixed(FieldType::UnsignedInt, value); }
-    void addField(unsigned long value) { addFixed(FieldType::UnsignedLong, value); }
-    void addField(short value) { addFixed(FieldType::Short, value); }
-    void addField(bool value) {
-        addFixed(FieldType::Bool, static_cast<unsigned char>(value ? 1 : 0));
-    }
-    /// Several floats or shorts, which costs less together than one after the other.
+    void addField(float value) { addEach(value); }
+    void addField(unsigned int value) { addEach(value); }
+    void addField(unsigned long value) { addEach(value); }
+    void addField(short value) { addEach(value); }
+    void addField(bool value) { addEach(value); }
+    /// A count (unsigned int), then that many texts.
+    void addField(const std::vector<std::string>& texts);
+    /// A size (unsigned long), then, unless that is 0, a raw block.
+    void addField(const std::vector<unsigned char>& bytes);
+    /// One field after the other. Those of fixed size cost less together.
     template <class... Values>
-    void addEach(Values... values) {
-        constexpr std::size_t kBytes = ((1 + sizeof(Values)) + ...);
-        if (static_cast<std::size_t>(outputEnd_ - output_) < kBytes && !grow(kBytes)) {
-            return;
+    void addEach(const Values&... values) {
+        if constexpr ((kIsFixed<Values> && ...)) {
+            addFixed(values...);
+        } else {
+            (addField(values), ...);
         }
-        std::byte* to = output_; // bytes may alias a member, which would be loaded again for each
-        const auto put = [&to](auto value) {
-            *to = static_cast<std::byte>(typeOf(value));
-            std::memcpy(to + 1, &value, sizeof value);
-            to += 1 + sizeof value;
-        };
-        (put(values), ...);
-        output_ = to;
     }
     /// A raw block; only the frame's limit bounds its length.
     void addData(const void* data, long length);
 
     // Each reads one field of its type, or fails: `value` then keeps what it had.
     bool getField(std::string& value);
-    bool getField(float& value);
-    bool getField(unsigned int& value);
-    bool getField(unsigned long& value);
-    bool getField(short& value);
-    bool getField(bool& value);
+    bool getField(float& value) { return getEach(value); }
+    bool getField(unsigned int& value) { return getEach(value); }
+    bool getField(unsigned long& value) { return getEach(value); }
+    bool getField(short& value) { return getEach(value); }
+    bool getField(bool& value) { return getEach(value); }
+    /// Takes no memory for texts or bytes that the frame does not hold, nor for more than
+    /// kMaxTexts.
+    bool getField(std::vector<std::string>& texts);
+    bool getField(std::vector<unsigned char>& bytes);
+    /// One field after the other; false if one could not be read.
+    template <class... Values>
+    bool getEach(Values&... values) {
+        if constexpr ((kIsFixed<Values> && ...)) {
+            return getFixed(values...);
+        } else {
+            return (getField(values) && ...);
+        }
+    }
     /// Reads a raw block of exactly that length.
     bool getData(void* data, long length);
 
@@ -131,23 +142,60 @@ private:
     };
 
     static constexpr FieldType typeOf(float /*value*/) { return FieldType::Float; }
+    static constexpr FieldType typeOf(unsigned int /*value*/) { return FieldType::UnsignedInt; }
+    static constexpr FieldType typeOf(unsigned long /*value*/) { return FieldType::UnsignedLong; }
     static constexpr FieldType typeOf(short /*value*/) { return FieldType::Short; }
+    static constexpr FieldType typeOf(bool /*value*/) { return FieldType::Bool; }
+    template <class Value>
+    static constexpr bool kIsFixed = std::is_arithmetic_v<Value>;
 
     // Inline, because encoding is what a host's frame loop pays for each change.
-    template <class Value>
-    void addFixed(FieldType type, Value value) {
-        constexpr std::size_t kBytes = 1 + sizeof(Value);
+    template <class... Values>
+    void addFixed(Values... values) {
+        constexpr std::size_t kBytes = ((1 + sizeof(Values)) + ...);
         if (static_cast<std::size_t>(outputEnd_ - output_) < kBytes && !grow(kBytes)) {
             return;
         }
-        *output_ = static_cast<std::byte>(type);
-        std::memcpy(output_ + 1, &value, sizeof(Value));
-        output_ += kBytes;
+        std::byte* to = output_; // bytes may alias a member, which would be loaded again for each
+        const auto put = [&to](auto value) {
+            *to = static_cast<std::byte>(typeOf(value));
+            std::memcpy(to + 1, &value, sizeof value);
+            to += 1 + sizeof value;
+        };
+        (put(values), ...);
+        output_ = to;
     }
-    template <class Value>
-    bool getFixed(FieldType type, Value& value);
+    template <class... Values>
+    bool getFixed(Values&... values) {
+        constexpr std::size_t kBytes = ((1 + sizeof(Values)) + ...);
+        if (readFailed_ || input_.size() < kBytes) {
+            readFailed_ = true;
+            return false;
+        }
+        const std::byte* from = input_.data();
+        const auto get = [&from]<class Value>(Value& value) {
+            if (*from != static_cast<std::byte>(typeOf(value))) {
+                return false;
+            }
+            if constexpr (std::is_same_v<Value, bool>) {
+                if (from[1] > std::byte{1}) {
+                    return false;
+                }
+                value = from[1] == std::byte{1};
+            } else {
+                std::memcpy(&value, from + 1, sizeof value);
+            }
+            from += 1 + sizeof value;
+            return true;
+        };
+        readFailed_ = !(get(values) && ...);
+        input_ = input_.subspan(kBytes);
+        return !readFailed_;
+    }
     template <class Length>
     void addBlock(FieldType type, const void* data, Length length);
+    template <class Length>
+    bool getLength(FieldType type, Length& length);
     bool take(void* to, std::size_t size);
 
     std::span<const std::byte>

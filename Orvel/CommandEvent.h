@@ -1,7 +1,6 @@
 #pragma once
 
-#include <Corvid/Event.h>
-#include <Corvid/EventType.h>
+#include <Orvel/EventOf.h>
 
 #include <orvel_export.h>
 
@@ -36,7 +35,7 @@ enum Command : short {
 
 /// A command without values of its own, and the base of those that carry some. Events are plain
 /// values: filled, sent and forgotten. Confined to one thread at a time.
-class ORVEL_EXPORT CommandEvent : public Corvid::Event {
+class ORVEL_EXPORT CommandEvent : public EventOf<CommandEvent, Corvid::Event> {
 public:
     /// The protocolTag of every event that the library sends.
     static constexpr short kProtocolTag = 3378;
@@ -45,13 +44,6 @@ public:
     static constexpr int kProtocolVersion = 2;
 
     explicit CommandEvent(short commandId = 0, short id = 0) : command(commandId), objectId(id) {}
-
-    void addFields() override {
-        Event::addFields();
-        addEach(command, objectId);
-    }
-    void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
 
     /// Sets command and id, the latter cut to its low 16 bits, and the protocolTag.
     void address(Command commandId, int id) {
@@ -64,7 +56,7 @@ public:
     /// The source's or emitter's id; 0 where the command concerns none.
     short objectId;
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) { return std::tie(event.command, event.objectId); }
     static Corvid::EventType _type;
 };
 

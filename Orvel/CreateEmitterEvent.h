@@ -10,18 +10,14 @@
 namespace Orvel {
 
 /// A new emitter with its labels: CmdCreateEmitter.
-class ORVEL_EXPORT CreateEmitterEvent : public CommandEvent {
+class ORVEL_EXPORT CreateEmitterEvent : public EventOf<CreateEmitterEvent, CommandEvent> {
 public:
     /// The most labels that are taken from a peer.
-    static constexpr unsigned kMaxLabels = 65535;
-
-    void addFields() override;
-    void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
+    static constexpr unsigned kMaxLabels = kMaxTexts;
 
     std::vector<std::string> labels;
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) { return std::tie(event.labels); }
     static Corvid::EventType _type;
 };
 

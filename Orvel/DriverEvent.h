@@ -11,7 +11,7 @@ namespace Orvel {
 /// Whether a client drives a server that has one driver at a time: CmdReportDriver, from server to
 /// client. `orvel serve` sends it; Orvel::Server does not, all its clients drive. It is sent only
 /// to clients that have kFeature among the features of their greeting.
-class ORVEL_EXPORT DriverEvent : public CommandEvent {
+class ORVEL_EXPORT DriverEvent : public EventOf<DriverEvent, CommandEvent> {
 public:
     /// Of Corvid::MultiCommunicator::setFeatures(): understands this event.
     static constexpr std::uint16_t kFeature = 1;
@@ -25,16 +25,14 @@ public:
         Free = 4,     ///< nobody drives; the next one that sends CmdResetBackend will
     };
 
-    void addFields() override;
     void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
 
     /// One of State; later releases may send others.
     short state = Driving;
     /// A reason for people, such as who drives now.
     std::string text;
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) { return std::tie(event.state, event.text); }
     static Corvid::EventType _type;
 };
 

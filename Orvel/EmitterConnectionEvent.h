@@ -7,15 +7,11 @@
 namespace Orvel {
 
 /// The source that an emitter plays from now on: CmdSetEmitterConnection.
-class ORVEL_EXPORT EmitterConnectionEvent : public CommandEvent {
+class ORVEL_EXPORT EmitterConnectionEvent : public EventOf<EmitterConnectionEvent, CommandEvent> {
 public:
-    void addFields() override;
-    void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
-
     short sourceId = 0; ///< 0: none
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) { return std::tie(event.sourceId); }
     static Corvid::EventType _type;
 };
 

@@ -7,12 +7,8 @@
 namespace Orvel {
 
 /// The extents of an emitter, in scene units: CmdSetEmitterHull.
-class ORVEL_EXPORT EmitterHullEvent : public CommandEvent {
+class ORVEL_EXPORT EmitterHullEvent : public EventOf<EmitterHullEvent, CommandEvent> {
 public:
-    void addFields() override;
-    void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
-
     void setHull(float back, float front, float innerBack, float innerFront) {
         maxBack = back;
         maxFront = front;
@@ -25,7 +21,9 @@ public:
     float minBack = 0.0F;
     float minFront = 0.0F;
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) {
+        return std::tie(event.maxBack, event.maxFront, event.minBack, event.minFront);
+    }
     static Corvid::EventType _type;
 };
 

@@ -7,12 +7,8 @@
 namespace Orvel {
 
 /// The parameters of an emitter, see Emitter::setParam(): CmdSetEmitterParam.
-class ORVEL_EXPORT EmitterParamEvent : public CommandEvent {
+class ORVEL_EXPORT EmitterParamEvent : public EventOf<EmitterParamEvent, CommandEvent> {
 public:
-    void addFields() override;
-    void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
-
     void setParam(bool flag, float value, float linearGain) {
         paramFlag = flag;
         paramValue = value;
@@ -23,7 +19,9 @@ public:
     float paramValue = 0.0F;
     bool paramFlag = true;
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) {
+        return std::tie(event.gain, event.paramValue, event.paramFlag);
+    }
     static Corvid::EventType _type;
 };
 

@@ -11,44 +11,15 @@
 namespace Orvel {
 
 SourceDataEvent::SourceDataEvent(const SourceDataEvent& other)
-    : CommandEvent(other), fileName(other.fileName) {}
+    : EventOf(other), fileName(other.fileName) {}
 
 SourceDataEvent& SourceDataEvent::operator=(const SourceDataEvent& other) {
     if (this != &other) {
-        CommandEvent::operator=(other);
+        EventOf::operator=(other);
         fileName = other.fileName;
         data_ = std::vector<unsigned char>(other.data_); // a block of its size, the old one freed
     }
     return *this;
-}
-
-void SourceDataEvent::addFields() {
-    CommandEvent::addFields();
-    addField(fileName);
-    addField(dataSize());
-    if (!data_.empty()) {
-        addData(data_.data(), static_cast<long>(data_.size()));
-    }
-}
-
-void SourceDataEvent::getFields() {
-    CommandEvent::getFields();
-    getField(fileName);
-    unsigned long size = 0;
-    getField(size);
-    data_ = {};
-    if (readFailed() || size > bytesLeft()) {
-        failRead(); // before memory is taken for bytes that cannot be there
-        return;
-    }
-    if (size != 0) {
-        data_.resize(size);
-        getData(data_.data(), static_cast<long>(size));
-    }
-}
-
-const Corvid::EventType* SourceDataEvent::type() const {
-    return &_type;
 }
 
 bool SourceDataEvent::loadData() {
@@ -116,10 +87,6 @@ bool SourceDataEvent::storeData(const std::string& targetName) const {
     ORVEL_LOG(
         Log, "Wrote local Orvel::Source data: >%s< (%lu bytes)\n", targetName.c_str(), dataSize());
     return true;
-}
-
-Corvid::Event* SourceDataEvent::create() {
-    return new SourceDataEvent;
 }
 
 } // namespace Orvel

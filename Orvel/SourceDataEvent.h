@@ -14,16 +14,12 @@ namespace Orvel {
 ///
 /// Copying differs on purpose: a copy-constructed event has the file's name but no bytes, an
 /// assigned one has its own copy of them.
-class ORVEL_EXPORT SourceDataEvent : public CommandEvent {
+class ORVEL_EXPORT SourceDataEvent : public EventOf<SourceDataEvent, CommandEvent> {
 public:
     SourceDataEvent() = default;
     SourceDataEvent(const SourceDataEvent& other);
     SourceDataEvent& operator=(const SourceDataEvent& other);
     ~SourceDataEvent() override = default;
-
-    void addFields() override;
-    void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
 
     /// Fills the event with the bytes of the file `fileName`; true when all of it was read. If not,
     /// the event is empty afterwards. Says nothing when there is no such file.
@@ -41,7 +37,7 @@ public:
     /// The file with the sound's bytes on the loading side.
     std::string fileName;
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) { return std::tie(event.fileName, event.data_); }
     static Corvid::EventType _type;
 
 private:

@@ -8,15 +8,11 @@ namespace Orvel {
 
 /// How long a source plays, in seconds, as a server measured it: CmdSetSourceDuration, from
 /// server to client.
-class ORVEL_EXPORT SourceDurationEvent : public CommandEvent {
+class ORVEL_EXPORT SourceDurationEvent : public EventOf<SourceDurationEvent, CommandEvent> {
 public:
-    void addFields() override;
-    void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
-
     float duration = 0.0F;
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) { return std::tie(event.duration); }
     static Corvid::EventType _type;
 };
 

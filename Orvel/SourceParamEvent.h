@@ -7,12 +7,8 @@
 namespace Orvel {
 
 /// The parameters of a source, see Source::setParam(): CmdSetSourceParam.
-class ORVEL_EXPORT SourceParamEvent : public CommandEvent {
+class ORVEL_EXPORT SourceParamEvent : public EventOf<SourceParamEvent, CommandEvent> {
 public:
-    void addFields() override;
-    void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
-
     void setParam(bool loops, float factor) {
         loop = loops;
         pitch = factor;
@@ -21,7 +17,7 @@ public:
     float pitch = 1.0F;
     bool loop = false;
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) { return std::tie(event.pitch, event.loop); }
     static Corvid::EventType _type;
 };
 

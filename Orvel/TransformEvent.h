@@ -10,16 +10,16 @@ namespace Orvel {
 
 /// Where the listener or an emitter stands and how it is turned: CmdSetListenerTransform,
 /// CmdSetEmitterTransform.
-class ORVEL_EXPORT TransformEvent : public CommandEvent {
+class ORVEL_EXPORT TransformEvent : public EventOf<TransformEvent, CommandEvent> {
 public:
-    void addFields() override;
-    void getFields() override;
-    [[nodiscard]] const Corvid::EventType* type() const override;
-
     Vec3f position;
     Quaternion rotation;
 
-    static Corvid::Event* create();
+    static auto fields(auto& event) {
+        return std::tie(
+            event.position.x, event.position.y, event.position.z, event.rotation.x,
+            event.rotation.y, event.rotation.z, event.rotation.w);
+    }
     static Corvid::EventType _type;
 };
 

@@ -23,12 +23,12 @@ public:
 
     void addFields() override {
         Event::addFields();
-        std::apply([this](auto&... field) { (addField(field), ...); }, fields);
+        std::apply([this](auto&... field) { addEach(field...); }, fields);
         addData(block.data(), static_cast<long>(block.size()));
     }
     void getFields() override {
         Event::getFields();
-        std::apply([this](auto&... field) { (getField(field), ...); }, fields);
+        std::apply([this](auto&... field) { getEach(field...); }, fields);
         block.resize(big);
         getData(block.data(), static_cast<long>(big));
     }

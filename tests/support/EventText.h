@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Orvel/CreateEmitterEvent.h>
+#include <Orvel/DriverEvent.h>
 #include <Orvel/EmitterConnectionEvent.h>
 #include <Orvel/EmitterHullEvent.h>
 #include <Orvel/EmitterParamEvent.h>
@@ -12,35 +13,50 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 namespace Orvel::Test {
 
+inline void print(std::ostream& out, const std::vector<std::string>& texts) {
+    out << testing::PrintToString(texts);
+}
+inline void print(std::ostream& out, const std::vector<unsigned char>& bytes) {
+    out << bytes.size() << ' ' << std::string(bytes.begin(), bytes.end());
+}
+void print(std::ostream& out, const auto& value) {
+    out << value;
+}
+
+/// True, with the event's own values in the order of its fields, if it is of that class.
+template <class Concrete>
+bool print(std::ostream& out, const Corvid::Event& event) {
+    const auto* concrete = dynamic_cast<const Concrete*>(&event);
+    if (concrete != nullptr) {
+        auto one = [&out, separator = ""](const auto& field) mutable {
+            out << std::exchange(separator, " ");
+            print(out, field);
+        };
+        std::apply(
+            [&one](const auto&... field) { (one(field), ...); }, Concrete::fields(*concrete));
+    }
+    return concrete != nullptr;
+}
+
+template <class... Events>
+std::string valuesOfOneOf(const Corvid::Event& event) {
+    std::ostringstream text;
+    (void)(print<Events>(text, event) || ...);
+    return text.str();
+}
+
 /// An event's own values, in the order of its fields.
 inline std::string values(const Corvid::Event& event) {
-    std::ostringstream text;
-    if (const auto* transform = dynamic_cast<const TransformEvent*>(&event)) {
-        text << transform->position.x << ' ' << transform->position.y << ' '
-             << transform->position.z << ' ' << transform->rotation.x << ' '
-             << transform->rotation.y << ' ' << transform->rotation.z << ' '
-             << transform->rotation.w;
-    } else if (const auto* create = dynamic_cast<const CreateEmitterEvent*>(&event)) {
-        text << testing::PrintToString(create->labels);
-    } else if (const auto* connection = dynamic_cast<const EmitterConnectionEvent*>(&event)) {
-        text << connection->sourceId;
-    } else if (const auto* hull = dynamic_cast<const EmitterHullEvent*>(&event)) {
-        text << hull->maxBack << ' ' << hull->maxFront << ' ' << hull->minBack << ' '
-             << hull->minFront;
-    } else if (const auto* param = dynamic_cast<const EmitterParamEvent*>(&event)) {
-        text << param->gain << ' ' << param->paramValue << ' ' << param->paramFlag;
-    } else if (const auto* sourceParam = dynamic_cast<const SourceParamEvent*>(&event)) {
-        text << sourceParam->pitch << ' ' << sourceParam->loop;
-    } else if (const auto* data = dynamic_cast<const SourceDataEvent*>(&event)) {
-        text << data->fileName << ' ' << data->dataSize() << ' '
-             << std::string(reinterpret_cast<const char*>(data->data()), data->dataSize());
-    } else if (const auto* duration = dynamic_cast<const SourceDurationEvent*>(&event)) {
-        text << duration->duration;
-    }
-    return text.str();
+    return valuesOfOneOf<
+        TransformEvent, CreateEmitterEvent, EmitterConnectionEvent, EmitterHullEvent,
+        EmitterParamEvent, SourceParamEvent, SourceDataEvent, SourceDurationEvent, DriverEvent>(
+        event);
 }
 
 } // namespace Orvel::Test
