@@ -1,6 +1,6 @@
 #include <Corvid/Communicator.h>
 
-#include <Corvid/detail/Connection.h>
+#include <Corvid/detail/net/Connection.h>
 
 #include <utility>
 

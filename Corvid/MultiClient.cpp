@@ -1,7 +1,7 @@
 #include <Corvid/MultiClient.h>
 
-#include <Corvid/detail/Connector.h>
-#include <Corvid/detail/Hub.h>
+#include <Corvid/detail/net/Connector.h>
+#include <Corvid/detail/net/Hub.h>
 
 #include <utility>
 

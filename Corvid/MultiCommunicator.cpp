@@ -1,6 +1,6 @@
 #include <Corvid/MultiCommunicator.h>
 
-#include <Corvid/detail/Hub.h>
+#include <Corvid/detail/net/Hub.h>
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #include <Corvid/MultiServer.h>
 
-#include <Corvid/detail/Hub.h>
-#include <Corvid/detail/Listener.h>
+#include <Corvid/detail/net/Hub.h>
+#include <Corvid/detail/net/Listener.h>
 
 #include <utility>
 

@@ -1,8 +1,8 @@
 #include <Corvid/URLImpl.h>
 
 #include <Corvid/URLFile.h>
-#include <Corvid/detail/URLRemote.h>
-#include <Corvid/detail/percentEncode.h>
+#include <Corvid/detail/url/URLRemote.h>
+#include <Corvid/detail/url/percentEncode.h>
 
 #include <curl/curl.h>
 #include <filesystem>

@@ -1,7 +1,7 @@
 #include <Corvid/WebServer.h>
 
-#include <Corvid/detail/WebLoop.h>
-#include <Corvid/detail/WebSite.h>
+#include <Corvid/detail/http/WebLoop.h>
+#include <Corvid/detail/http/WebSite.h>
 
 #include <utility>
 

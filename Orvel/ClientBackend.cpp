@@ -15,9 +15,9 @@
 #include <Orvel/TransformEvent.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/LogLine.h>
-#include <Orvel/detail/PeerLines.h>
-#include <Orvel/detail/RouteDiagnostics.h>
 #include <Orvel/detail/SplitList.h>
+#include <Orvel/detail/net/PeerLines.h>
+#include <Orvel/detail/net/RouteDiagnostics.h>
 #include <Vessa/ObjectThread.h>
 
 #include <algorithm>

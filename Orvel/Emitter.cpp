@@ -2,7 +2,7 @@
 
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
-#include <Orvel/detail/SameTransform.h>
+#include <Orvel/detail/net/SameTransform.h>
 
 namespace Orvel {
 

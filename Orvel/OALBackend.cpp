@@ -5,8 +5,8 @@
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/LogLine.h>
-#include <Orvel/detail/OALDevice.h>
-#include <Orvel/detail/PeerLines.h>
+#include <Orvel/detail/al/OALDevice.h>
+#include <Orvel/detail/net/PeerLines.h>
 
 #include <AL/al.h>
 #include <AL/alc.h>

@@ -1,7 +1,7 @@
 #include <Orvel/OALLoopbackBackend.h>
 
 #include <Orvel/detail/LogLine.h>
-#include <Orvel/detail/OALDevice.h>
+#include <Orvel/detail/al/OALDevice.h>
 
 #include <AL/alc.h>
 #include <AL/alext.h>

@@ -13,8 +13,8 @@
 #include <Orvel/SourceParamEvent.h>
 #include <Orvel/TransformEvent.h>
 #include <Orvel/detail/LogLine.h>
-#include <Orvel/detail/PeerLines.h>
-#include <Orvel/detail/RouteDiagnostics.h>
+#include <Orvel/detail/net/PeerLines.h>
+#include <Orvel/detail/net/RouteDiagnostics.h>
 #include <Vessa/ObjectThread.h>
 
 #include <cstdlib>

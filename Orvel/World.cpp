@@ -5,8 +5,8 @@
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/detail/LogLine.h>
-#include <Orvel/detail/PeerLines.h>
-#include <Orvel/detail/SameTransform.h>
+#include <Orvel/detail/net/PeerLines.h>
+#include <Orvel/detail/net/SameTransform.h>
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 // same bytes to a buffer that a thread sends: 1,000 every 10 ms, as a frame loop makes them.
 #include "Net.h"
 
-#include <Corvid/detail/wire.h>
+#include <Corvid/detail/net/wire.h>
 
 #include <memory>
 #include <new>

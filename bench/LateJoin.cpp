@@ -3,7 +3,7 @@
 #include "Net.h"
 
 #include <Corvid/Event.h>
-#include <Corvid/detail/wire.h>
+#include <Corvid/detail/net/wire.h>
 #include <Orvel/CommandEvent.h>
 
 #include <memory>

@@ -1,7 +1,7 @@
 // What somebody who looks at the monitor costs the frame loop: the time inside update(), turn by
 // turn, while one answer is made and sent, with 1,000 emitters of which all move.
 #include "Net.h"
-#include "monitor/MonitorBackend.h"
+#include <Show/monitor/MonitorBackend.h>
 
 #include <Orvel/Source.h>
 
@@ -19,7 +19,7 @@ constexpr int kSources = 100;
 
 struct Scene {
     Scene() {
-        monitor = dynamic_cast<OrvelTool::MonitorBackend*>(
+        monitor = dynamic_cast<Show::MonitorBackend*>(
             world.addBackend("monitor", "address=127.0.0.1 port=0"));
         if (monitor == nullptr || !monitor->isOpen()) {
             OrvelBench::fail("the monitor is not open");
@@ -55,7 +55,7 @@ struct Scene {
     }
 
     Orvel::World world;
-    OrvelTool::MonitorBackend* monitor = nullptr;
+    Show::MonitorBackend* monitor = nullptr;
     std::vector<Orvel::Source*> sources;
     std::vector<Orvel::Emitter*> emitters;
     int turn = 0;

@@ -2,7 +2,7 @@
 // while nothing happens.
 #include "Net.h"
 
-#include <Corvid/detail/wire.h>
+#include <Corvid/detail/net/wire.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/TransformEvent.h>
 

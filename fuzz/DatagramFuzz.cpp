@@ -1,7 +1,7 @@
 // Any bytes as a datagram of the discovery: what is accepted must be written again as it came.
 #include "require.h"
 
-#include <Corvid/detail/wire.h>
+#include <Corvid/detail/net/wire.h>
 
 #include <algorithm>
 

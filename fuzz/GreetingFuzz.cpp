@@ -2,7 +2,7 @@
 // a greeting with each piece must be one at its end, and be written again as it came.
 #include "require.h"
 
-#include <Corvid/detail/wire.h>
+#include <Corvid/detail/net/wire.h>
 
 #include <algorithm>
 #include <cstring>

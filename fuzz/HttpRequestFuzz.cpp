@@ -6,7 +6,7 @@
 #include <Corvid/WebPageObject.h>
 #include <Corvid/WebPageRedirection.h>
 #include <Corvid/WebPageStatic.h>
-#include <Corvid/detail/HttpSession.h>
+#include <Corvid/detail/http/HttpSession.h>
 
 #include <algorithm>
 #include <cstdint>

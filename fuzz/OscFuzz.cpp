@@ -1,7 +1,7 @@
-#include "osc/OscInbox.h"
-#include "osc/OscScene.h"
-#include "osc/OscStream.h"
 #include "require.h"
+#include <Show/osc/OscInbox.h>
+#include <Show/osc/OscScene.h>
+#include <Show/osc/OscStream.h>
 
 #include <Orvel/Emitter.h>
 #include <Orvel/Server.h>
@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <span>
 
-using namespace OrvelTool;
+using namespace Show;
 
 namespace {
 

@@ -1,6 +1,6 @@
-#include "player/ScenePlayer.h"
 #include "require.h"
-#include "scene/SceneFile.h"
+#include <Show/player/ScenePlayer.h>
+#include <Show/scene/SceneFile.h>
 
 #include <Orvel/SilentBackend.h>
 #include <Orvel/World.h>
@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <string_view>
 
-using namespace OrvelTool;
+using namespace Show;
 
 namespace {
 

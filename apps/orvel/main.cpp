@@ -1,6 +1,7 @@
 #include "commands/CheckCommand.h"
 #include "commands/Command.h"
 #include "commands/DoctorCommand.h"
+#include "commands/Kinds.h"
 #include "commands/KindsCommand.h"
 #include "commands/MonitorOption.h"
 #include "commands/PlayCommand.h"
@@ -9,10 +10,9 @@
 #include "commands/RenderCommand.h"
 #include "commands/ServeCommand.h"
 #include "commands/ServersCommand.h"
-#include "player/Kinds.h"
-#include "process/DidYouMean.h"
-#include "process/OutputFile.h"
-#include "process/VisibleText.h"
+#include <Show/detail/DidYouMean.h>
+#include <Show/detail/OutputFile.h>
+#include <Show/detail/VisibleText.h>
 
 #include <Orvel/Version.h>
 
@@ -51,7 +51,7 @@ std::string suggest(const std::string& word, const std::vector<std::string>& kno
     std::vector<const char*> texts(known.size());
     std::transform(
         known.begin(), known.end(), texts.begin(), [](const auto& text) { return text.c_str(); });
-    return didYouMean(word, texts);
+    return Show::didYouMean(word, texts);
 }
 
 /// The option among the words that a command did not understand; empty if there is none.
@@ -147,12 +147,12 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     // Everything that the tool prints goes through here.
-    const VisibleOutput out(std::cout);
-    const VisibleOutput err(std::cerr);
+    const Show::VisibleOutput out(std::cout);
+    const Show::VisibleOutput err(std::cerr);
     int code = kFailure;
     try {
         code = run(argc, argv);
-    } catch (const OutputError& fault) {
+    } catch (const Show::OutputError& fault) {
         complain(fault.what());
     } catch (const std::bad_alloc&) {
         complain("out of memory");

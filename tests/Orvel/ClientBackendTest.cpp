@@ -8,7 +8,7 @@
 
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
-#include <Corvid/detail/Backlog.h>
+#include <Corvid/detail/net/Backlog.h>
 #include <Orvel/ClientBackend.h>
 #include <Orvel/OrvelMultiClient.h>
 

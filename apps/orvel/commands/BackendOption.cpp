@@ -1,8 +1,8 @@
 #include "commands/BackendOption.h"
 
 #include "commands/Command.h"
-#include "player/Kinds.h"
-#include "process/DidYouMean.h"
+#include "commands/Kinds.h"
+#include <Show/detail/DidYouMean.h>
 
 #include <Config/ParamLine.h>
 #include <Orvel/OALBackend.h>
@@ -90,7 +90,7 @@ bool BackendOption::read(
             complain(
                 "--backend " + text + ": unknown parameter \"" + *unknown + "\" of the kind \"" +
                 choice.kind + "\"; expected one of: " + joined(known) +
-                didYouMean(*unknown, known));
+                Show::didYouMean(*unknown, known));
             return false;
         }
         choices.push_back(std::move(choice));

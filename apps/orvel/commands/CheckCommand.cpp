@@ -1,7 +1,7 @@
 #include "commands/CheckCommand.h"
 
-#include "check/SceneWarnings.h"
-#include "scene/LoadedScene.h"
+#include <Show/check/SceneWarnings.h>
+#include <Show/scene/LoadedScene.h>
 
 #include <cstdio>
 #include <iostream>
@@ -31,16 +31,17 @@ CheckCommand::CheckCommand(CLI::App& parent) {
 
 bool CheckCommand::check(const std::string& path) const {
     const bool fromInput = path == "-";
-    const auto loaded = fromInput ? loadScene(std::cin, "standard input") : loadScene(path);
+    const auto loaded =
+        fromInput ? Show::loadScene(std::cin, "standard input") : Show::loadScene(path);
     if (loaded == nullptr) {
         return false;
     }
     double end = 0.0;
-    const std::vector<Problem> warnings = findWarnings(*loaded, end);
-    for (const Problem& warning : warnings) {
+    const std::vector<Show::Problem> warnings = Show::findWarnings(*loaded, end);
+    for (const Show::Problem& warning : warnings) {
         std::cerr << warning.str() << '\n';
     }
-    const Scene& scene = loaded->scene;
+    const Show::Scene& scene = loaded->scene;
     if (strict_ && !warnings.empty()) {
         return false;
     }
@@ -48,8 +49,8 @@ bool CheckCommand::check(const std::string& path) const {
     std::snprintf(seconds, sizeof seconds, "%g", end);
     std::cout << scene.path << ": ok"
               << (warnings.empty() ? "" : ", " + counted(warnings.size(), "warning")) << " ("
-              << counted(countSources(scene), "source") << ", "
-              << counted(countEmitters(scene), "emitter") << ", " << seconds << " s)\n";
+              << counted(Show::countSources(scene), "source") << ", "
+              << counted(Show::countEmitters(scene), "emitter") << ", " << seconds << " s)\n";
     return true;
 }
 

@@ -1,6 +1,6 @@
 #include "commands/Command.h"
 
-#include "scene/SceneFile.h"
+#include <Show/scene/SceneFile.h>
 
 #include <Orvel/Version.h>
 
@@ -12,12 +12,13 @@ namespace OrvelTool {
 namespace {
 
 bool readSeconds(const std::string& text, double& value) {
-    return CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value <= kMaxSeconds;
+    return CLI::detail::lexical_cast(text, value) && std::isfinite(value) &&
+           value <= Show::kMaxSeconds;
 }
 
 std::string expected(const char* what, const std::string& text) {
     return std::string("expected seconds ") + what + ", at most " +
-           std::to_string(std::lround(kMaxSeconds)) + ", found \"" + text + "\"";
+           std::to_string(std::lround(Show::kMaxSeconds)) + ", found \"" + text + "\"";
 }
 
 std::string checkSeconds(const std::string& text) {

@@ -1,6 +1,6 @@
 #include "commands/KindsCommand.h"
 
-#include "player/Kinds.h"
+#include "commands/Kinds.h"
 
 #include <iostream>
 

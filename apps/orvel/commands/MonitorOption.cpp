@@ -1,8 +1,8 @@
 #include "commands/MonitorOption.h"
 
-#include "monitor/MonitorBackend.h"
 #include "network/NetworkOptions.h"
 #include "process/Complaint.h"
+#include <Show/monitor/MonitorBackend.h>
 
 #include <Orvel/WebBackend.h>
 
@@ -33,7 +33,7 @@ void MonitorOption::declare(CLI::App& app) {
                "--monitor", text_,
                "Let browsers look at the scene as it plays: a page, JSON and metrics, at this "
                "address (default: 127.0.0.1:" +
-                   std::to_string(MonitorBackend::kDefaultPort) +
+                   std::to_string(Show::MonitorBackend::kDefaultPort) +
                    ", or a free port if that is taken). Whoever can reach it can look")
             ->type_name("[ADDR:PORT]")
             ->expected(0, 1)
@@ -68,7 +68,7 @@ void MonitorOption::addTo(std::vector<BackendOption::Choice>& choices) const {
 bool announceMonitors(const Orvel::World& world) {
     bool good = true;
     for (const Orvel::Backend* backend : world.backends()) {
-        if (const auto* monitor = dynamic_cast<const MonitorBackend*>(backend)) {
+        if (const auto* monitor = dynamic_cast<const Show::MonitorBackend*>(backend)) {
             good = good && monitor->isOpen();
             if (monitor->isOpen()) {
                 complain("the monitor is at " + monitor->url());
@@ -81,7 +81,7 @@ bool announceMonitors(const Orvel::World& world) {
 std::vector<const Corvid::PolledWebServer*> webServers(const Orvel::World& world) {
     std::vector<const Corvid::PolledWebServer*> servers;
     for (const Orvel::Backend* backend : world.backends()) {
-        if (const auto* monitor = dynamic_cast<const MonitorBackend*>(backend)) {
+        if (const auto* monitor = dynamic_cast<const Show::MonitorBackend*>(backend)) {
             servers.push_back(&monitor->server());
         } else if (const auto* web = dynamic_cast<const Orvel::WebBackend*>(backend)) {
             servers.push_back(web->webServer());

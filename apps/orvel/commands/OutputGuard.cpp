@@ -1,7 +1,7 @@
 #include "commands/OutputGuard.h"
 
 #include "process/Complaint.h"
-#include "process/OutputFile.h"
+#include <Show/detail/OutputFile.h>
 
 #include <Corvid/URL.h>
 
@@ -70,19 +70,19 @@ void OutputGuard::reads(const std::string& path, const std::string& role) {
     inputs_.push_back({path, role});
 }
 
-void OutputGuard::readsSounds(const Scene& scene) {
-    const auto add = [this](const Sound& sound) {
-        const auto* file = std::get_if<SoundFile>(&sound);
-        const auto* url = std::get_if<SoundUrl>(&sound);
+void OutputGuard::readsSounds(const Show::Scene& scene) {
+    const auto add = [this](const Show::Sound& sound) {
+        const auto* file = std::get_if<Show::SoundFile>(&sound);
+        const auto* url = std::get_if<Show::SoundUrl>(&sound);
         const std::string path = file != nullptr ? file->path : url ? fileOf(url->text) : "";
         if (!path.empty()) {
             reads(path, "a sound of the scene");
         }
     };
-    for (const SourceSpec& source : scene.sources) {
+    for (const Show::SourceSpec& source : scene.sources) {
         add(source.sound);
     }
-    for (const Change& change : scene.timeline) {
+    for (const Show::Change& change : scene.timeline) {
         add(change.newSource ? change.newSource->sound : change.sound);
     }
 }
@@ -93,13 +93,13 @@ bool OutputGuard::accept(const std::string& path, const Format& format) {
         return false;
     };
     const bool twice = std::any_of(outputs_.begin(), outputs_.end(), [&](const auto& other) {
-        return isSame(other, path) || (other == path && isStandardOutput(path));
+        return isSame(other, path) || (other == path && Show::isStandardOutput(path));
     });
     if (twice) {
-        return refuse(nameOfOutput(path) + " is to be written twice; give two names");
+        return refuse(Show::nameOfOutput(path) + " is to be written twice; give two names");
     }
     outputs_.push_back(path);
-    if (isStandardOutput(path)) {
+    if (Show::isStandardOutput(path)) {
         return format.text || isatty(STDOUT_FILENO) != 1 ||
                refuse(
                    std::string("a terminal cannot show ") + format.name +

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "scene/Scene.h"
+#include <Show/scene/Scene.h>
 
 #include <string>
 #include <vector>
@@ -24,7 +24,7 @@ public:
     /// A file that the command reads; `role` stands in messages, such as "the scene".
     void reads(const std::string& path, const std::string& role);
     /// The same for the sounds of a scene.
-    void readsSounds(const Scene& scene);
+    void readsSounds(const Show::Scene& scene);
 
     /// Takes a path to write to; "-" is standard output. False, with a message, if that is refused.
     bool accept(const std::string& path, const Format& format);

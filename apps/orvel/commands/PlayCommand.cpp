@@ -1,12 +1,12 @@
 #include "commands/PlayCommand.h"
 
-#include "capture/Capture.h"
 #include "network/RemoteServers.h"
-#include "player/PlayClock.h"
-#include "player/ScenePlayer.h"
 #include "process/LibraryMessages.h"
 #include "process/ShortPeriods.h"
 #include "process/StopSignals.h"
+#include <Show/capture/Capture.h>
+#include <Show/player/PlayClock.h>
+#include <Show/player/ScenePlayer.h>
 
 #include <algorithm>
 #include <chrono>
@@ -29,8 +29,8 @@ constexpr std::chrono::milliseconds kLongestOsc{4};
 
 /// Starts a player and brings its world to a time at once. Emitters then begin as far into their
 /// sounds as they would have come.
-void skipTo(double seconds, Player& player, Stage& stage) {
-    const auto clock = std::make_unique<PlayClock>(stage);
+void skipTo(double seconds, Show::Player& player, Show::Stage& stage) {
+    const auto clock = std::make_unique<Show::PlayClock>(stage);
     player.start();
     for (double now = 0.0; now < seconds;) {
         now = std::min(player.nextChange(now), seconds);
@@ -126,7 +126,7 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
 }
 
 bool PlayCommand::addAll(
-    const std::vector<BackendOption::Choice>& choices, Player& player, Stage& stage,
+    const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
     LibraryMessages& messages) const {
     const std::string advice =
         "to hear the scene through a file: orvel render " + scenePath_ + " OUT.wav";
@@ -155,14 +155,14 @@ int PlayCommand::run() {
     if (!choose(choices)) {
         return kWrongUse;
     }
-    const auto what = loadPlayable(scenePath_, fetch_);
+    const auto what = Show::loadPlayable(scenePath_, fetch_);
     if (what == nullptr) {
         return kFailure;
     }
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
     const auto made = what->makeStage(messages);
-    Stage& stage = *made;
+    Show::Stage& stage = *made;
     std::optional<ShortPeriods> shortPeriods;
     if (loop_) {
         shortPeriods.emplace();
@@ -179,7 +179,7 @@ int PlayCommand::run() {
     if (backends_.web() && !addWeb(stage, messages)) {
         return kFailure;
     }
-    std::unique_ptr<OscServer> osc;
+    std::unique_ptr<Show::OscServer> osc;
     if (osc_.given()) {
         osc = osc_.open(stage, [&stage](Orvel::CommandEvent& event) {
             Orvel::Server::applyEvent(stage, &event);
@@ -195,7 +195,7 @@ int PlayCommand::run() {
     return alone && messages.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
 }
 
-bool PlayCommand::play(Player& player, Stage& stage, OscServer* osc) {
+bool PlayCommand::play(Show::Player& player, Show::Stage& stage, Show::OscServer* osc) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_, wait_);
@@ -247,7 +247,8 @@ bool PlayCommand::play(Player& player, Stage& stage, OscServer* osc) {
         if (stage.takeNewDurations()) {
             end = endOf();
         }
-        const double tick = (std::floor(now / ScenePlayer::kTick) + 1.0) * ScenePlayer::kTick;
+        const double tick =
+            (std::floor(now / Show::ScenePlayer::kTick) + 1.0) * Show::ScenePlayer::kTick;
         const double next = std::min({tick, player.nextChange(now), end});
         const auto wake = begin + duration(next);
         if (osc != nullptr) {

@@ -3,9 +3,9 @@
 #include "commands/BackendOption.h"
 #include "commands/Command.h"
 #include "commands/MonitorOption.h"
+#include "commands/OscOption.h"
 #include "network/NetworkOptions.h"
-#include "osc/OscOption.h"
-#include "player/Playable.h"
+#include <Show/player/Playable.h>
 
 #include <string>
 #include <vector>
@@ -25,10 +25,10 @@ private:
     /// Adds the back ends, with --from when the scene has come to its time. False if nothing would
     /// play.
     bool addAll(
-        const std::vector<BackendOption::Choice>& choices, Player& player, Stage& stage,
+        const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
         LibraryMessages& messages) const;
     /// False if another player drove a server, and this one was not heard there.
-    bool play(Player& player, Stage& stage, OscServer* osc);
+    bool play(Show::Player& player, Show::Stage& stage, Show::OscServer* osc);
 
     BackendOption backends_;
     MonitorOption monitor_;

@@ -1,9 +1,9 @@
 #include "commands/PlotCommand.h"
 
 #include "commands/OutputGuard.h"
-#include "plot/ScenePlot.h"
-#include "process/OutputFile.h"
-#include "scene/LoadedScene.h"
+#include <Show/detail/OutputFile.h>
+#include <Show/plot/ScenePlot.h>
+#include <Show/scene/LoadedScene.h>
 
 #include <memory>
 #include <optional>
@@ -15,7 +15,7 @@ namespace OrvelTool {
 namespace {
 
 /// Measures a stereo file. Empty, after a message, if it cannot be read.
-std::optional<LevelMeter> measure(const std::string& path) {
+std::optional<Show::LevelMeter> measure(const std::string& path) {
     SF_INFO info{};
     const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file(
         sf_open(path.c_str(), SFM_READ, &info), &sf_close);
@@ -23,15 +23,15 @@ std::optional<LevelMeter> measure(const std::string& path) {
         complain("cannot read " + path + ": " + sf_strerror(nullptr));
         return std::nullopt;
     }
-    if (info.channels != static_cast<int>(LevelMeter::kChannels)) {
+    if (info.channels != static_cast<int>(Show::LevelMeter::kChannels)) {
         complain(
             path + ": expected 2 channels, as \"orvel render\" writes them, found " +
             std::to_string(info.channels));
         return std::nullopt;
     }
     const double rate = info.samplerate;
-    LevelMeter meter(rate, plotWindow(static_cast<double>(info.frames) / rate));
-    std::vector<float> block(std::size_t{8192} * LevelMeter::kChannels);
+    Show::LevelMeter meter(rate, Show::plotWindow(static_cast<double>(info.frames) / rate));
+    std::vector<float> block(std::size_t{8192} * Show::LevelMeter::kChannels);
     for (;;) {
         const sf_count_t got =
             sf_read_float(file.get(), block.data(), static_cast<sf_count_t>(block.size()));
@@ -60,11 +60,11 @@ PlotCommand::PlotCommand(CLI::App& parent) {
 }
 
 int PlotCommand::run() {
-    const auto loaded = loadScene(scenePath_);
+    const auto loaded = Show::loadScene(scenePath_);
     if (loaded == nullptr) {
         return kFailure;
     }
-    std::optional<LevelMeter> meter;
+    std::optional<Show::LevelMeter> meter;
     if (!levels_.empty() && !(meter = measure(levels_))) {
         return kFailure;
     }
@@ -75,8 +75,8 @@ int PlotCommand::run() {
     if (!guard.accept(output_, OutputGuard::kPicture)) {
         return kWrongUse;
     }
-    OutputFile picture(output_);
-    picture.write(drawScene(*loaded, meter ? &*meter : nullptr));
+    Show::OutputFile picture(output_);
+    picture.write(Show::drawScene(*loaded, meter ? &*meter : nullptr));
     picture.keep();
     return kSuccess;
 }

@@ -1,14 +1,14 @@
 #include "commands/RenderCommand.h"
 
-#include "capture/Capture.h"
 #include "commands/OutputGuard.h"
-#include "plot/ScenePlot.h"
 #include "process/LibraryMessages.h"
 #include "process/Progress.h"
 #include "process/StopSignals.h"
-#include "render/LevelReport.h"
-#include "render/OfflineRenderer.h"
-#include "render/WavWriter.h"
+#include <Show/capture/Capture.h>
+#include <Show/plot/ScenePlot.h>
+#include <Show/render/LevelReport.h>
+#include <Show/render/OfflineRenderer.h>
+#include <Show/render/WavWriter.h>
 
 #include <nlohmann/json.hpp>
 
@@ -53,7 +53,7 @@ struct RenderCommand::Result {
     double renderSeconds = 0.0;
     std::uint64_t clipped = 0;
     std::size_t lost = 0;
-    LevelMeter perSecond;
+    Show::LevelMeter perSecond;
 
     [[nodiscard]] double speed() const { return seconds / renderSeconds; }
 };
@@ -90,7 +90,7 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
 }
 
 int RenderCommand::run() {
-    const auto what = loadPlayable(scenePath_, fetch_);
+    const auto what = Show::loadPlayable(scenePath_, fetch_);
     if (what != nullptr && what->scene() == nullptr && !plot_.empty()) {
         complain("--plot draws scenes, and " + scenePath_ + " is a capture; leave it out");
         return kWrongUse;
@@ -108,14 +108,14 @@ int RenderCommand::run() {
     return render(*what);
 }
 
-int RenderCommand::render(const Playable& what) {
+int RenderCommand::render(const Show::Playable& what) {
     using Clock = std::chrono::steady_clock;
     const auto begin = Clock::now();
     // OpenAL looks for a sound driver even where it only renders, and may start a sound server by
     // that. No other thread runs yet that could read the environment.
     setenv("ALSOFT_DRIVERS", "null", 1); // NOLINT(concurrency-mt-unsafe)
     LibraryMessages messages(verbose_);
-    OfflineRenderer renderer(what, messages, rate_);
+    Show::OfflineRenderer renderer(what, messages, rate_);
     renderer.stage().tell();
     if (!renderer.working()) {
         complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
@@ -133,8 +133,9 @@ int RenderCommand::render(const Playable& what) {
                          "use --seconds");
         return kFailure;
     }
-    const SampleFormat format = format_ == "f32" ? SampleFormat::f32 : SampleFormat::s16;
-    if (length * rate_ > static_cast<double>(WavWriter::mostFrames(format))) {
+    const Show::SampleFormat format =
+        format_ == "f32" ? Show::SampleFormat::f32 : Show::SampleFormat::s16;
+    if (length * rate_ > static_cast<double>(Show::WavWriter::mostFrames(format))) {
         complain(
             output_ + ": " + fixed(length, 0) +
             " s do not fit into a WAV file of 4 GiB; use --seconds, a lower --rate or --format "
@@ -144,11 +145,11 @@ int RenderCommand::render(const Playable& what) {
 
     // From here on there is a file to remove.
     const StopSignals signals;
-    WavWriter writer(
+    Show::WavWriter writer(
         output_, rate_, format,
         static_cast<std::uint64_t>(std::llround(end * rate_) - std::llround(from_ * rate_)));
-    LevelMeter perSecond(rate_, 1.0);
-    LevelMeter forPlot(rate_, plotWindow(length));
+    Show::LevelMeter perSecond(rate_, 1.0);
+    Show::LevelMeter forPlot(rate_, Show::plotWindow(length));
     Progress progress("rendering");
     for (;;) {
         // What comes before the beginning is rendered too, so that every sound is at its place.
@@ -160,8 +161,8 @@ int RenderCommand::render(const Playable& what) {
         if (StopSignals::came()) {
             progress.clear();
             complain(
-                "interrupted; " + nameOfOutput(output_) +
-                (isStandardOutput(output_) ? " is not whole" : " is not written"));
+                "interrupted; " + Show::nameOfOutput(output_) +
+                (Show::isStandardOutput(output_) ? " is not whole" : " is not written"));
             return kFailure;
         }
         if (!skipping) {
@@ -185,14 +186,15 @@ int RenderCommand::render(const Playable& what) {
         static_cast<double>(perSecond.frames()) / rate_, taken.count(), writer.clipped(),
         messages.lost(), perSecond};
     if (!plot_.empty()) {
-        OutputFile picture(plot_);
-        picture.write(drawScene(*what.scene(), &forPlot));
+        Show::OutputFile picture(plot_);
+        picture.write(Show::drawScene(*what.scene(), &forPlot));
         picture.keep();
     }
     report(result);
     if (result.lost != 0 || what.incomplete()) {
         complain(
-            nameOfOutput(output_) + " is written, but not all of the sounds are in it (see above)");
+            Show::nameOfOutput(output_) +
+            " is written, but not all of the sounds are in it (see above)");
         return kFailure;
     }
     return kSuccess;
@@ -200,7 +202,7 @@ int RenderCommand::render(const Playable& what) {
 
 void RenderCommand::report(const Result& result) const {
     std::ostream& out =
-        isStandardOutput(output_) || isStandardOutput(plot_) ? std::cerr : std::cout;
+        Show::isStandardOutput(output_) || Show::isStandardOutput(plot_) ? std::cerr : std::cout;
     if (json_) {
         nlohmann::ordered_json json;
         json["file"] = output_;
@@ -212,17 +214,18 @@ void RenderCommand::report(const Result& result) const {
         json["speed"] = result.speed();
         json["clipped"] = result.clipped;
         json["lost"] = result.lost;
-        json.update(toJson(result.perSecond));
+        json.update(Show::toJson(result.perSecond));
         using Json = nlohmann::ordered_json;
         out << json.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
         return;
     }
-    writeTable(out, result.perSecond, all_ ? std::numeric_limits<std::size_t>::max() : kMostRows);
+    Show::writeTable(
+        out, result.perSecond, all_ ? std::numeric_limits<std::size_t>::max() : Show::kMostRows);
     if (result.clipped != 0) {
         out << result.clipped << " samples were too loud and are clipped; lower the gains, "
             << "or use --format f32\n";
     }
-    out << nameOfOutput(output_) << ": " << fixed(result.seconds, 2) << " s, rendered in "
+    out << Show::nameOfOutput(output_) << ": " << fixed(result.seconds, 2) << " s, rendered in "
         << fixed(result.renderSeconds, 2) << " s, " << fixed(result.speed(), 0)
         << " times as fast as real time\n";
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "commands/Command.h"
-#include "player/Playable.h"
+#include <Show/player/Playable.h>
 
 #include <memory>
 #include <string>
@@ -17,7 +17,7 @@ public:
 private:
     struct Result;
 
-    int render(const Playable& what);
+    int render(const Show::Playable& what);
     void report(const Result& result) const;
 
     std::string output_;

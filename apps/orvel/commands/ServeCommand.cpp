@@ -1,14 +1,14 @@
 #include "commands/ServeCommand.h"
 
-#include "capture/CaptureWriter.h"
 #include "commands/OutputGuard.h"
-#include "network/AddressRange.h"
 #include "network/DiscoveryWatch.h"
 #include "network/PeerWatch.h"
 #include "process/ServiceManager.h"
 #include "process/StopSignals.h"
-#include "render/LevelReport.h"
-#include "render/LiveRecording.h"
+#include <Show/capture/CaptureWriter.h>
+#include <Show/render/LevelReport.h>
+#include <Show/render/LiveRecording.h>
+#include <Show/server/AddressRange.h>
 
 #include <Corvid/MultiServer.h>
 #include <Corvid/PolledWebServer.h>
@@ -57,7 +57,7 @@ std::string sceneText(const std::string& path) {
 }
 
 std::string checkRange(const std::string& text) {
-    return AddressRange::parse(text)
+    return Show::AddressRange::parse(text)
                ? ""
                : "expected an IPv4 address, or one with a number of bits from 0 to 32, such as "
                  "192.168.1.0/24, found \"" +
@@ -149,8 +149,8 @@ int ServeCommand::run() {
         return kSuccess;
     }
     monitor_.addTo(choices);
-    const auto bank =
-        scenePath_.empty() ? std::make_unique<const LoadedScene>() : loadScene(scenePath_);
+    const auto bank = scenePath_.empty() ? std::make_unique<const Show::LoadedScene>()
+                                         : Show::loadScene(scenePath_);
     if (bank == nullptr) {
         return kFailure;
     }
@@ -160,7 +160,7 @@ int ServeCommand::run() {
     const std::string text = capturePath_.empty() ? "" : sceneText(scenePath_);
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
-    SoundServer server(*bank, messages, tcpPort_);
+    Show::SoundServer server(*bank, messages, tcpPort_);
     messages.tell();
     if (server.multiServer().port() == 0) {
         complain("cannot serve: see above");
@@ -171,14 +171,14 @@ int ServeCommand::run() {
     server.setId(id_.c_str());
     server.setKeepPlayer(keepPlayer_);
     if (!allowed_.empty()) {
-        std::vector<AddressRange> ranges;
+        std::vector<Show::AddressRange> ranges;
         for (const std::string& range : allowed_) {
-            ranges.push_back(*AddressRange::parse(range)); // it was checked
+            ranges.push_back(*Show::AddressRange::parse(range)); // it was checked
         }
         server.multiServer().setAdmission([ranges](const Corvid::InetAddress& peer) {
-            return std::any_of(ranges.begin(), ranges.end(), [&peer](const AddressRange& range) {
-                return range.contains(peer);
-            });
+            return std::any_of(
+                ranges.begin(), ranges.end(),
+                [&peer](const Show::AddressRange& range) { return range.contains(peer); });
         });
     }
     if (!server.fetch()) {
@@ -209,7 +209,7 @@ int ServeCommand::run() {
         return kFailure;
     }
 
-    std::unique_ptr<OscServer> osc;
+    std::unique_ptr<Show::OscServer> osc;
     if (osc_.given()) {
         osc = osc_.open(server, [&server](Orvel::CommandEvent& event) { server.apply(event); });
         if (osc == nullptr) {
@@ -218,7 +218,7 @@ int ServeCommand::run() {
     }
 
     const StopSignals signals;
-    std::optional<CaptureWriter> capture;
+    std::optional<Show::CaptureWriter> capture;
     if (!capturePath_.empty()) {
         capture.emplace(
             capturePath_, scenePath_.empty() ? "" : std::filesystem::absolute(scenePath_).string(),
@@ -226,7 +226,7 @@ int ServeCommand::run() {
         server.setTap(&*capture);
     }
     const auto begin = Clock::now();
-    std::optional<LiveRecording> recording;
+    std::optional<Show::LiveRecording> recording;
     if (loopback != nullptr) {
         recording.emplace(*loopback, output_, begin);
     }
@@ -243,14 +243,14 @@ int ServeCommand::run() {
     }
     if (!room) {
         complain(
-            nameOfOutput(output_) +
+            Show::nameOfOutput(output_) +
             ": a WAV file holds no more than 4 GiB; the server has stopped");
     }
     return room && captured ? kSuccess : kFailure;
 }
 
-bool ServeCommand::checkOutputs(const Scene& bank) const {
-    if (isStandardOutput(capturePath_)) {
+bool ServeCommand::checkOutputs(const Show::Scene& bank) const {
+    if (Show::isStandardOutput(capturePath_)) {
         complain("a capture is written to a file, not to standard output; give it a name");
         return false;
     }
@@ -264,17 +264,17 @@ bool ServeCommand::checkOutputs(const Scene& bank) const {
 }
 
 std::ostream& ServeCommand::results() const {
-    return isStandardOutput(output_) ? std::cerr : std::cout;
+    return Show::isStandardOutput(output_) ? std::cerr : std::cout;
 }
 
-bool ServeCommand::finish(CaptureWriter& capture) const {
+bool ServeCommand::finish(Show::CaptureWriter& capture) const {
     const bool good = capture.finish();
     results() << capturePath_ << ": " << fixed(capture.seconds()) << " s, " << capture.events()
               << " events" << (good ? "" : "; not all of the session is in it") << '\n';
     return good;
 }
 
-void ServeCommand::announce(const SoundServer& server, DiscoveryWatch& discovery) const {
+void ServeCommand::announce(const Show::SoundServer& server, DiscoveryWatch& discovery) const {
     const std::string id = std::to_string(server.id());
     complain(
         "serving, id " + id + (id_.empty() || id_ == id ? "" : " (" + id_ + ")") +
@@ -283,8 +283,8 @@ void ServeCommand::announce(const SoundServer& server, DiscoveryWatch& discovery
 }
 
 bool ServeCommand::serve(
-    SoundServer& server, LiveRecording* recording, CaptureWriter* capture, OscServer* osc,
-    Clock::time_point begin) const {
+    Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
+    Show::OscServer* osc, Clock::time_point begin) const {
     const auto limit = seconds_ > 0.0 ? begin + std::chrono::duration_cast<Clock::duration>(
                                                     std::chrono::duration<double>(seconds_))
                                       : Clock::time_point::max();
@@ -366,9 +366,9 @@ bool ServeCommand::serve(
     return room;
 }
 
-void ServeCommand::report(const LiveRecording& recording) const {
+void ServeCommand::report(const Show::LiveRecording& recording) const {
     std::ostream& out = results();
-    writeTable(out, recording.levels());
+    Show::writeTable(out, recording.levels());
     if (recording.clipped() != 0) {
         out << recording.clipped() << " samples were too loud and are clipped; lower the gains\n";
     }
@@ -376,7 +376,7 @@ void ServeCommand::report(const LiveRecording& recording) const {
         out << "this machine was too slow at times: up to " << fixed(recording.worstLag())
             << " s behind\n";
     }
-    out << nameOfOutput(output_) << ": " << fixed(recording.seconds()) << " s\n";
+    out << Show::nameOfOutput(output_) << ": " << fixed(recording.seconds()) << " s\n";
 }
 
 } // namespace OrvelTool

@@ -3,10 +3,10 @@
 #include "commands/BackendOption.h"
 #include "commands/Command.h"
 #include "commands/MonitorOption.h"
+#include "commands/OscOption.h"
 #include "commands/WaitOption.h"
 #include "network/NetworkOptions.h"
-#include "network/SoundServer.h"
-#include "osc/OscOption.h"
+#include <Show/server/SoundServer.h>
 
 #include <chrono>
 #include <cstdint>
@@ -14,11 +14,14 @@
 #include <string>
 #include <vector>
 
+namespace Show {
+class CaptureWriter;
+class LiveRecording;
+} // namespace Show
+
 namespace OrvelTool {
 
-class CaptureWriter;
 class DiscoveryWatch;
-class LiveRecording;
 
 /// `orvel serve`: a sound server that the client back ends of other programs drive.
 class ServeCommand : public Command {
@@ -40,16 +43,16 @@ private:
 
     /// Serves until it is told to stop; false if the recording had no more room.
     bool serve(
-        SoundServer& server, LiveRecording* recording, CaptureWriter* capture, OscServer* osc,
-        Clock::time_point begin) const;
-    void announce(const SoundServer& server, DiscoveryWatch& discovery) const;
+        Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
+        Show::OscServer* osc, Clock::time_point begin) const;
+    void announce(const Show::SoundServer& server, DiscoveryWatch& discovery) const;
     /// Refuses outputs that would replace what is read, with a message.
-    [[nodiscard]] bool checkOutputs(const Scene& bank) const;
+    [[nodiscard]] bool checkOutputs(const Show::Scene& bank) const;
     /// Where results are printed: not into the recording.
     [[nodiscard]] std::ostream& results() const;
-    void report(const LiveRecording& recording) const;
+    void report(const Show::LiveRecording& recording) const;
     /// Completes the capture and tells how long it is; false if not all is in it.
-    bool finish(CaptureWriter& capture) const;
+    bool finish(Show::CaptureWriter& capture) const;
 
     BackendOption backends_;
     MonitorOption monitor_;

@@ -3,7 +3,7 @@
 #include "process/Complaint.h"
 #include "process/ServiceManager.h"
 #include "process/StopSignals.h"
-#include "scene/SceneFile.h"
+#include <Show/scene/SceneFile.h>
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -76,22 +76,22 @@ std::string missingFile(const std::string& scenePath) {
     std::ifstream file(scenePath, std::ios::binary);
     std::ostringstream text;
     text << file.rdbuf();
-    std::vector<Problem> problems;
+    std::vector<Show::Problem> problems;
     const auto scene = parseScene(text.str(), scenePath, problems);
     if (!scene) {
         return {};
     }
     std::string missing;
-    const auto look = [&missing](const Sound& sound) {
-        const auto* found = std::get_if<SoundFile>(&sound);
+    const auto look = [&missing](const Show::Sound& sound) {
+        const auto* found = std::get_if<Show::SoundFile>(&sound);
         if (missing.empty() && found != nullptr && isMissing(found->path)) {
             missing = found->path;
         }
     };
-    for (const SourceSpec& source : scene->sources) {
+    for (const Show::SourceSpec& source : scene->sources) {
         look(source.sound);
     }
-    for (const Change& change : scene->timeline) {
+    for (const Show::Change& change : scene->timeline) {
         look(change.newSource ? change.newSource->sound : change.sound);
     }
     return missing;

@@ -1,8 +1,8 @@
 #include "network/RemoteServers.h"
 
 #include "network/NetworkOptions.h"
-#include "player/PlayClock.h"
 #include "process/Complaint.h"
+#include <Show/player/PlayClock.h>
 
 #include <Corvid/MultiClient.h>
 #include <Orvel/ClientBackend.h>
@@ -44,7 +44,7 @@ RemoteServers::RemoteServers(
         sounds_ = sounds_ || dynamic_cast<Orvel::OALBackend*>(backend) != nullptr;
     }
     if (!clients_.empty()) {
-        clock_ = new PlayClock(world); // the world deletes it
+        clock_ = new Show::PlayClock(world); // the world deletes it
     }
 }
 

@@ -16,9 +16,11 @@ class ClientBackend;
 class DriverEvent;
 } // namespace Orvel
 
-namespace OrvelTool {
-
+namespace Show {
 class PlayClock;
+}
+
+namespace OrvelTool {
 
 /// The servers that the client back ends of a world drive, as far as the tool is concerned: who
 /// comes and goes, and which of them another player drives. The world must outlive it. Confined to
@@ -59,7 +61,7 @@ private:
 
     Orvel::World& world_;
     std::list<Client> clients_;
-    PlayClock* clock_ = nullptr; // the world's; null without clients
+    Show::PlayClock* clock_ = nullptr; // the world's; null without clients
     Clock::time_point begin_;
     Clock::time_point last_; // look()
     bool wait_;

@@ -1,7 +1,7 @@
 #include "process/LibraryMessages.h"
 
 #include "process/Complaint.h"
-#include "process/VisibleText.h"
+#include <Show/detail/VisibleText.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -100,7 +100,8 @@ void LibraryMessages::drop() {
 void LibraryMessages::add(bool lost, const std::string& text, bool wantsReason) {
     if (messages_.size() < kMostMessages) {
         const bool ours = !subject_.empty() && std::this_thread::get_id() == thread_;
-        messages_.push_back({visible(ours ? subject_ + ": " + text : text), lost, wantsReason});
+        messages_.push_back(
+            {Show::visible(ours ? subject_ + ": " + text : text), lost, wantsReason});
     }
 }
 

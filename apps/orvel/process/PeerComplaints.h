@@ -2,7 +2,7 @@
 
 #include "process/Complaint.h"
 
-#include <Corvid/detail/LineLimit.h>
+#include <Corvid/detail/net/LineLimit.h>
 
 #include <string>
 #include <utility>

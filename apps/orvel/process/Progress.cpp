@@ -1,6 +1,6 @@
 #include "process/Progress.h"
 
-#include "process/VisibleText.h"
+#include <Show/detail/VisibleText.h>
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +10,7 @@
 namespace OrvelTool {
 
 Progress::Progress(const std::string& what)
-    : what_(visible(what)), terminal_(isatty(STDERR_FILENO) == 1),
+    : what_(Show::visible(what)), terminal_(isatty(STDERR_FILENO) == 1),
       nextDrawing_(Clock::now() + std::chrono::seconds(1)) {}
 
 Progress::~Progress() {

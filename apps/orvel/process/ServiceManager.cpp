@@ -1,6 +1,6 @@
 #include "process/ServiceManager.h"
 
-#include "process/VisibleText.h"
+#include <Show/detail/VisibleText.h>
 
 #include <charconv>
 #include <cstddef>
@@ -37,7 +37,7 @@ ServiceManager::ServiceManager() : socket_(environment("NOTIFY_SOCKET")) {
 }
 
 void ServiceManager::waiting(const std::string& missing) const {
-    status("waiting for " + visible(missing) + "\nEXTEND_TIMEOUT_USEC=10000000");
+    status("waiting for " + Show::visible(missing) + "\nEXTEND_TIMEOUT_USEC=10000000");
 }
 
 void ServiceManager::alive(Clock::time_point now) {

@@ -1,0 +1,448 @@
+#include <Corvid/detail/net/Connector.h>
+
+#include <algorithm>
+#include <cmath>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <random>
+#include <system_error>
+#include <thread>
+
+namespace Corvid::detail {
+
+namespace {
+
+using namespace std::chrono_literals;
+using Severity = MultiCommunicator::Severity;
+
+constexpr auto kTimeToConnect = 3s;
+constexpr double kLeastInterval = 0.05;
+constexpr double kMostInterval = 86400.0;
+constexpr std::size_t kMaxOtherVersions = 1024; // that are reported, and so for the next
+constexpr std::size_t kMaxClosed = 1024;
+constexpr std::size_t kMostEndpoints = 8; // of one server
+constexpr std::size_t kMostAttempts = 64;
+constexpr int kIntervalsRemembered = 3;
+
+std::string targetOf(std::uint64_t instance) {
+    return "#" + std::to_string(instance); // no host name begins so
+}
+
+std::string targetOf(const std::string& host, std::uint16_t port) {
+    return host + ":" + std::to_string(port);
+}
+
+/// Not to be guessed by who has not heard the query. 0 stands for none.
+std::uint32_t newNonce() {
+    return std::random_device()() | 1U;
+}
+
+std::chrono::steady_clock::duration seconds(double value) {
+    return std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(value));
+}
+
+} // namespace
+
+Connector::Connector(Hub& hub, const Multicast& multicast)
+    : hub_(hub), searchTimer_(hub.loop()->io),
+      discovery_(hub.loop()->io, multicast, [this](const Discovery::Arrival& arrival) {
+          heard(arrival);
+      }) {}
+
+// From any thread
+
+void Connector::setSearchInterval(double seconds) {
+    interval_ = std::isnan(seconds) ? MultiClient::kDefaultSearchInterval
+                                    : std::clamp(seconds, kLeastInterval, kMostInterval);
+    hub_.nudge();
+}
+
+void Connector::setServerIds(std::vector<short> ids) {
+    const std::scoped_lock lock(mutex_);
+    serverIds_ = std::move(ids);
+}
+
+bool Connector::isWanted(short id) const {
+    const std::scoped_lock lock(mutex_);
+    return serverIds_.empty() ||
+           std::find(serverIds_.begin(), serverIds_.end(), id) != serverIds_.end();
+}
+
+void Connector::want(const std::string& host, std::uint16_t port, bool wanted) {
+    {
+        const std::scoped_lock lock(mutex_);
+        if (wanted) {
+            wanted_.emplace(host, port);
+        } else {
+            wanted_.erase({host, port});
+        }
+    }
+    wantedChanged_ = true;
+    hub_.nudge();
+}
+
+std::vector<MultiClient::FoundServer> Connector::foundServers() const {
+    const std::scoped_lock lock(mutex_);
+    return publishedServers_;
+}
+
+std::vector<MultiClient::SearchedInterface> Connector::searchedInterfaces() const {
+    const std::scoped_lock lock(mutex_);
+    return publishedInterfaces_;
+}
+
+void Connector::publish() {
+    std::vector<MultiClient::FoundServer> servers;
+    for (const auto& [instance, found] : found_) {
+        servers.push_back(found.server);
+        servers.back().connected = connected_.contains(instance);
+    }
+    auto interfaces = discovery_.interfaces();
+    const std::scoped_lock lock(mutex_);
+    publishedServers_.swap(servers);
+    publishedInterfaces_.swap(interfaces);
+}
+
+// Searching
+
+void Connector::turn() {
+    if (stopped_) {
+        return;
+    }
+    if (wantedChanged_.exchange(false)) {
+        takeWanted();
+    }
+    takeLookUps();
+    if (discovery_.isOutdated()) {
+        search();
+    } else if (usedInterval_ != interval_) {
+        waitToSearch();
+    }
+}
+
+void Connector::waitToSearch() {
+    usedInterval_ = interval_;
+    searchTimer_.expires_after(seconds(usedInterval_));
+    searchTimer_.async_wait([this](const boost::system::error_code& error) {
+        if (!error && !stopped_) {
+            search();
+        }
+    });
+}
+
+void Connector::search() {
+    waitToSearch();
+    discovery_.refresh();
+    lastNonce_ = std::exchange(nonce_, newNonce());
+    searched_ = Clock::now();
+    const auto forget = searched_ - kIntervalsRemembered * seconds(usedInterval_);
+    std::erase_if(found_, [&](const auto& entry) { return entry.second.heard < forget; });
+    for (auto& [instance, found] : found_) {
+        found.endpoints.clear(); // the answers name those that work now
+        found.tried = 0;
+    }
+    const Greeting self = hub_.greeting();
+    discovery_.send(
+        {self.version, DiscoveryDatagram::Kind::Query, self.instance, self.id, 0, nonce_, 0});
+    for (const auto& [target, named] : named_) {
+        tryNamed(target);
+    }
+    publish();
+}
+
+/// Only an answer to a query of ours comes to this side's own address, and only an announcement
+/// comes to the group: a stranger must not have the scene sent to it with a datagram.
+bool Connector::isAskedFor(const Discovery::Arrival& arrival) const {
+    const DiscoveryDatagram& datagram = arrival.datagram;
+    if (arrival.toGroup) {
+        return datagram.kind == DiscoveryDatagram::Kind::Announce && discovery_.isInReach(arrival);
+    }
+    return datagram.kind == DiscoveryDatagram::Kind::Answer && datagram.nonce != 0 &&
+           (datagram.nonce == nonce_ || datagram.nonce == lastNonce_);
+}
+
+/// Makes room for one more server at this address by forgetting one that has not answered the
+/// latest search, or that cannot be reached. False if there is none.
+bool Connector::makeRoom(const InetAddress& address) {
+    const auto isThere = [&](const auto& entry) { return entry.second.server.address == address; };
+    const bool many =
+        static_cast<std::size_t>(std::count_if(found_.begin(), found_.end(), isThere)) >=
+        hub_.maxPerAddress;
+    if (!many && found_.size() < maxFound_) {
+        return true;
+    }
+    for (auto entry = found_.begin(); entry != found_.end(); ++entry) {
+        const Found& found = entry->second;
+        const bool lost =
+            found.heard < searched_ || (found.tried > 0 && found.tried == found.endpoints.size());
+        if (lost && !found.busy && !connected_.contains(entry->first) &&
+            (!many || isThere(*entry))) {
+            found_.erase(entry);
+            return true;
+        }
+    }
+    return false;
+}
+
+void Connector::heard(const Discovery::Arrival& arrival) {
+    using Kind = DiscoveryDatagram::Kind;
+    const auto& [datagram, address, port, toGroup, link] = arrival;
+    if (datagram.kind == Kind::Query && toGroup) {
+        return; // another client's, or our own
+    }
+    if (!isAskedFor(arrival)) {
+        discovery_.countIgnored();
+        return;
+    }
+    const bool latest = datagram.nonce == nonce_;
+    const Greeting self = hub_.greeting();
+    if (datagram.version != self.version) {
+        if (otherVersions_.size() < kMaxOtherVersions &&
+            otherVersions_.insert(datagram.instance).second) {
+            hub_.reportRefusal(
+                "the server at " + address.text() + ":" + std::to_string(datagram.port) +
+                " speaks version " + std::to_string(datagram.version) +
+                " of the protocol, and this program version " + std::to_string(self.version) +
+                "; use the same release on both");
+        }
+        return;
+    }
+    if (!found_.contains(datagram.instance) && !makeRoom(address)) {
+        discovery_.countIgnored();
+        return;
+    }
+    Found& found = found_[datagram.instance];
+    found.heard = Clock::now();
+    MultiClient::FoundServer& server = found.server;
+    server.instance = datagram.instance;
+    server.id = datagram.id;
+    server.address = address;
+    server.port = datagram.port;
+    server.interface = link.address;
+    server.clockSeconds = static_cast<double>(datagram.clock) * 1e-6;
+    if (datagram.kind == Kind::Answer && latest) {
+        server.roundTripSeconds = std::chrono::duration<double>(found.heard - searched_).count();
+    }
+    const Endpoint endpoint(boost::asio::ip::address_v4(address.bits()), datagram.port);
+    auto& endpoints = found.endpoints;
+    if (std::count(endpoints.begin(), endpoints.end(), endpoint) == 0 &&
+        endpoints.size() < kMostEndpoints) {
+        endpoints.push_back(endpoint);
+    }
+    if (datagram.kind == Kind::Announce) {
+        found.tried = 0;
+    }
+    tryNext(datagram.instance);
+    publish();
+}
+
+// Connecting
+
+void Connector::tryNext(std::uint64_t instance) {
+    const auto entry = found_.find(instance);
+    if (entry == found_.end() || !connecting_ || connected_.contains(instance) ||
+        closed_.contains(instance) || !isWanted(entry->second.server.id)) {
+        return;
+    }
+    Found& found = entry->second;
+    if (!found.busy && found.tried < found.endpoints.size() && attempts_.size() < kMostAttempts) {
+        found.busy = true;
+        connect(found.endpoints[found.tried++], targetOf(instance));
+    }
+}
+
+void Connector::takeWanted() {
+    std::set<std::pair<std::string, std::uint16_t>> wanted;
+    {
+        const std::scoped_lock lock(mutex_);
+        wanted = wanted_;
+    }
+    std::erase_if(named_, [&](const auto& entry) {
+        return !wanted.contains({entry.second.host, entry.second.port});
+    });
+    for (const auto& [host, port] : wanted) {
+        const std::string target = targetOf(host, port);
+        if (const auto [entry, isNew] = named_.try_emplace(target); isNew) {
+            entry->second.host = host;
+            entry->second.port = port;
+            tryNamed(target);
+        }
+    }
+}
+
+void Connector::tryNamed(const std::string& target) {
+    Named& named = named_.at(target);
+    if (!named.busy && !connected_.contains(named.instance)) {
+        named.busy = true;
+        lookUp(named);
+    }
+}
+
+void Connector::lookUp(Named& named) {
+    named.lookUp = std::make_shared<LookUp>();
+    // The system's look-up may take many seconds and cannot be broken off.
+    const auto work = [result = named.lookUp, loop = hub_.loop(), host = named.host,
+                       port = named.port] {
+        addrinfo hints = {};
+        hints.ai_family = AF_INET;
+        hints.ai_socktype = SOCK_STREAM;
+        addrinfo* found = nullptr;
+        const int error = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
+        {
+            const std::scoped_lock lock(result->mutex);
+            result->done = true;
+            if (error != 0) {
+                result->error = ::gai_strerror(error);
+            } else {
+                const auto* address = reinterpret_cast<const sockaddr_in*>(found->ai_addr);
+                result->endpoint.emplace(
+                    boost::asio::ip::address_v4(ntohl(address->sin_addr.s_addr)), port);
+            }
+        }
+        if (error == 0) {
+            ::freeaddrinfo(found);
+        }
+        if (loop->stream.addWork()) {
+            loop->wake();
+        }
+    };
+    if (InetAddress::getByAddress(named.host).isValid()) {
+        work();
+        return;
+    }
+    try {
+        std::thread(work).detach();
+    } catch (const std::system_error& error) {
+        const std::scoped_lock lock(named.lookUp->mutex);
+        named.lookUp->done = true;
+        named.lookUp->error = error.what();
+    }
+}
+
+void Connector::takeLookUps() {
+    for (auto& [target, named] : named_) {
+        if (!named.lookUp) {
+            continue;
+        }
+        std::optional<Endpoint> endpoint;
+        std::string error;
+        {
+            const std::scoped_lock lock(named.lookUp->mutex);
+            if (!named.lookUp->done) {
+                continue;
+            }
+            endpoint = named.lookUp->endpoint;
+            error = named.lookUp->error;
+        }
+        named.lookUp = nullptr;
+        if (endpoint) {
+            connect(*endpoint, target);
+        } else {
+            failed(target, error);
+        }
+    }
+}
+
+void Connector::connect(const Endpoint& endpoint, const std::string& target) {
+    const auto attempt = std::make_shared<Attempt>(hub_.loop()->io);
+    attempts_.insert(attempt);
+    attempt->deadline.expires_after(kTimeToConnect);
+    attempt->deadline.async_wait([attempt](const boost::system::error_code& error) {
+        if (!error) {
+            attempt->timedOut = true;
+            boost::system::error_code ignored;
+            attempt->socket.close(ignored);
+        }
+    });
+    attempt->socket.async_connect(
+        endpoint, [this, attempt, target](const boost::system::error_code& error) {
+            attempts_.erase(attempt);
+            attempt->deadline.cancel();
+            if (stopped_) {
+                return;
+            }
+            if (error || attempt->timedOut) {
+                failed(target, attempt->timedOut ? "it does not answer" : error.message());
+            } else {
+                hub_.adopt(std::move(attempt->socket), target);
+            }
+        });
+}
+
+void Connector::failed(const std::string& target, const std::string& reason) {
+    if (const auto entry = named_.find(target); entry != named_.end()) {
+        Named& named = entry->second;
+        named.busy = false;
+        if (std::exchange(named.lastError, reason) != reason) {
+            hub_.report(
+                Severity::Warning, "cannot reach the server " + target + ": " + reason +
+                                       "; trying again until it can be reached");
+        }
+        return;
+    }
+    for (auto& [instance, found] : found_) {
+        if (targetOf(instance) == target) {
+            found.busy = false;
+            tryNext(instance); // it may have been seen on other interfaces
+            return;
+        }
+    }
+}
+
+bool Connector::accept(Connection& connection) {
+    const std::uint64_t instance = connection.peer().instance;
+    const std::string& target = connection.target();
+    if (const auto entry = named_.find(target); entry != named_.end()) {
+        entry->second.busy = false;
+        entry->second.instance = instance;
+        entry->second.lastError.clear();
+    }
+    for (auto& [other, found] : found_) {
+        found.busy = found.busy && targetOf(other) != target;
+    }
+    if ((connection.peer().features & Greeting::kNotAdmitted) != 0) {
+        if (closed_.size() < kMaxClosed && closed_.insert(instance).second) {
+            hub_.report(
+                Severity::Warning, "the server at " + connection.peerName() +
+                                       " does not take connections from this machine's address");
+        }
+        return false;
+    }
+    // A socket may connect to itself when nobody listens at a local port.
+    if (instance == hub_.greeting().instance || connected_.contains(instance)) {
+        return false;
+    }
+    connected_[instance] = &connection;
+    publish();
+    return true;
+}
+
+void Connector::lost(Connection& connection) {
+    const auto entry = connected_.find(connection.peer().instance);
+    if (entry != connected_.end() && entry->second == &connection) {
+        connected_.erase(entry);
+    } else { // it has never been accepted; the next search tries again
+        const auto named = named_.find(connection.target());
+        if (named != named_.end()) {
+            named->second.busy = false;
+        }
+        for (auto& [instance, found] : found_) {
+            found.busy = found.busy && targetOf(instance) != connection.target();
+        }
+    }
+    publish();
+}
+
+void Connector::stop() {
+    stopped_ = true;
+    searchTimer_.cancel();
+    discovery_.stop();
+    for (const auto& attempt : attempts_) {
+        boost::system::error_code ignored;
+        attempt->socket.close(ignored);
+        attempt->deadline.cancel();
+    }
+}
+
+} // namespace Corvid::detail

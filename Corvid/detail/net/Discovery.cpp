@@ -1,0 +1,297 @@
+#include <Corvid/detail/net/Discovery.h>
+
+#include <boost/system/system_error.hpp>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <ifaddrs.h>
+#include <map>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <utility>
+
+namespace Corvid::detail {
+
+namespace {
+
+using boost::asio::ip::udp;
+
+struct Interface {
+    std::string name;
+    InetAddress address;
+    unsigned index;
+    std::vector<Discovery::Network> networks;
+};
+
+template <class Value>
+bool isIn(const std::vector<Value>& list, const Value& value) {
+    return std::find(list.begin(), list.end(), value) != list.end();
+}
+
+Discovery::Network networkOf(const ifaddrs& one, const InetAddress& address) {
+    if ((one.ifa_flags & IFF_POINTOPOINT) != 0) {
+        return {0, 0}; // there is nobody but the one peer, and what that passes on
+    }
+    const auto* mask = reinterpret_cast<const sockaddr_in*>(one.ifa_netmask);
+    const std::uint32_t bits = mask == nullptr ? ~0U : ntohl(mask->sin_addr.s_addr);
+    return {address.bits() & bits, bits};
+}
+
+/// The interfaces that are up and can multicast, or those of them that are asked for. Unless its
+/// address is asked for, one address of each interface is enough.
+std::vector<Interface> findInterfaces(const Multicast::Settings& settings) {
+    std::vector<Interface> found;
+    std::map<unsigned, std::vector<Discovery::Network>> networks; // by the interface's index
+    ifaddrs* all = nullptr;
+    if (::getifaddrs(&all) != 0) {
+        return found;
+    }
+    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(all, &::freeifaddrs);
+    for (const ifaddrs* one = all; one != nullptr; one = one->ifa_next) {
+        const bool usable = one->ifa_addr != nullptr && one->ifa_addr->sa_family == AF_INET &&
+                            (one->ifa_flags & IFF_UP) != 0 &&
+                            (one->ifa_flags & (IFF_MULTICAST | IFF_LOOPBACK)) != 0;
+        if (!usable) {
+            continue;
+        }
+        const auto* address = reinterpret_cast<const sockaddr_in*>(one->ifa_addr);
+        const Interface candidate = {
+            one->ifa_name,
+            InetAddress::fromBits(ntohl(address->sin_addr.s_addr)),
+            ::if_nametoindex(one->ifa_name),
+            {}};
+        networks[candidate.index].push_back(networkOf(*one, candidate.address));
+        const bool isFirst = std::none_of(found.begin(), found.end(), [&](const Interface& other) {
+            return other.index == candidate.index;
+        });
+        const bool take =
+            isIn(settings.interfaces, candidate.address) ||
+            (isFirst && (!settings.restricted() || isIn(settings.interfaceNames, candidate.name)));
+        if (take) {
+            found.push_back(candidate);
+        }
+    }
+    for (Interface& one : found) {
+        one.networks = networks[one.index];
+    }
+    return found;
+}
+
+boost::asio::ip::address_v4 asioAddress(const InetAddress& address) {
+    return boost::asio::ip::address_v4(address.bits());
+}
+
+template <class T>
+void set(udp::socket& socket, int option, const T& value) {
+    if (::setsockopt(socket.native_handle(), IPPROTO_IP, option, &value, sizeof value) != 0) {
+        throw boost::system::system_error(errno, boost::system::system_category());
+    }
+}
+
+} // namespace
+
+bool mayUse(const Multicast::Settings& settings, const InetAddress& own) {
+    if (!settings.restricted() || isIn(settings.interfaces, own)) {
+        return true;
+    }
+    ifaddrs* all = nullptr;
+    if (settings.interfaceNames.empty() || ::getifaddrs(&all) != 0) {
+        return false;
+    }
+    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(all, &::freeifaddrs);
+    for (const ifaddrs* one = all; one != nullptr; one = one->ifa_next) {
+        if (one->ifa_addr != nullptr && one->ifa_addr->sa_family == AF_INET &&
+            reinterpret_cast<const sockaddr_in*>(one->ifa_addr)->sin_addr.s_addr ==
+                htonl(own.bits()) &&
+            isIn<std::string>(settings.interfaceNames, one->ifa_name)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+Discovery::Discovery(boost::asio::io_context& io, const Multicast& multicast, Handler handler)
+    : io_(io), multicast_(multicast), handler_(std::move(handler)) {}
+
+bool Discovery::refresh() {
+    const std::uint64_t revision = multicast_.revision();
+    if (revision != revision_) {
+        const Multicast::Settings old = std::exchange(settings_, multicast_.settings());
+        revision_ = revision;
+        if (old.address != settings_.address || old.port != settings_.port) {
+            stop();
+        }
+    }
+    std::vector<Interface> interfaces = findInterfaces(settings_);
+    std::erase_if(links_, [&](const std::shared_ptr<Link>& link) {
+        const auto same = [&](const Interface& one) {
+            return one.address == link->address && one.index == link->index;
+        };
+        const auto found = std::find_if(interfaces.begin(), interfaces.end(), same);
+        // What could not be opened is tried again.
+        const bool keep = found != interfaces.end() && link->error.empty();
+        if (keep) {
+            link->networks = std::move(found->networks); // they may change
+            interfaces.erase(found);
+            setTtl(*link, settings_.ttl);
+        } else {
+            closeLink(*link);
+        }
+        return !keep;
+    });
+    bool opened = false;
+    for (const Interface& one : interfaces) {
+        const auto link = std::make_shared<Link>(io_);
+        link->name = one.name;
+        link->address = one.address;
+        link->index = one.index;
+        link->networks = one.networks;
+        links_.push_back(link);
+        openLink(*link);
+        if (link->error.empty()) {
+            listen(link, link->group);
+            listen(link, link->own);
+            opened = true;
+        }
+    }
+    for (const InetAddress& address : settings_.interfaces) {
+        const auto same = [&](const auto& link) { return link->address == address; };
+        if (std::none_of(links_.begin(), links_.end(), same)) {
+            const auto link = std::make_shared<Link>(io_); // to tell that it is missing
+            link->address = address;
+            link->error = "no interface that is up has this address";
+            links_.push_back(link);
+        }
+    }
+    for (const std::string& name : settings_.interfaceNames) {
+        const auto same = [&](const auto& link) { return link->name == name; };
+        if (std::none_of(links_.begin(), links_.end(), same)) {
+            const auto link = std::make_shared<Link>(io_);
+            link->name = name;
+            link->error = "no interface of this name is up and has an IPv4 address";
+            links_.push_back(link);
+        }
+    }
+    return opened;
+}
+
+std::vector<Multicast::UsedInterface> Discovery::interfaces() const {
+    std::vector<Multicast::UsedInterface> result;
+    for (const auto& link : links_) {
+        result.push_back({link->name, link->address, link->error});
+    }
+    return result;
+}
+
+void Discovery::openLink(Link& link) {
+    try {
+        const ip_mreqn membership = {
+            {htonl(settings_.address.bits())},
+            {htonl(link.address.bits())},
+            static_cast<int>(link.index)};
+        link.group.open(udp::v4());
+        link.group.non_blocking(true);
+        link.group.set_option(udp::socket::reuse_address(true)); // others hear the group as well
+        link.group.bind({asioAddress(settings_.address), settings_.port});
+        set(link.group, IP_MULTICAST_ALL, 0); // only what arrives on this interface
+        set(link.group, IP_ADD_MEMBERSHIP, membership);
+        link.own.open(udp::v4());
+        link.own.non_blocking(true);
+        link.own.bind({asioAddress(link.address), 0});
+        set(link.own, IP_MULTICAST_IF, membership);
+        set(link.own, IP_MULTICAST_LOOP, 1); // other programs of this machine
+        setTtl(link, settings_.ttl);
+    } catch (const boost::system::system_error& error) {
+        link.error = error.code().message();
+        closeLink(link);
+    }
+}
+
+void Discovery::setTtl(Link& link, int ttl) {
+    ::setsockopt(link.own.native_handle(), IPPROTO_IP, IP_MULTICAST_TTL, &ttl, sizeof ttl);
+}
+
+void Discovery::closeLink(Link& link) {
+    boost::system::error_code ignored;
+    link.group.close(ignored);
+    link.own.close(ignored);
+}
+
+void Discovery::listen(const std::shared_ptr<Link>& link, udp::socket& socket) {
+    socket.async_wait(
+        udp::socket::wait_read, [this, link, &socket](const boost::system::error_code& error) {
+            if (error || !socket.is_open()) {
+                return;
+            }
+            receive(*link, socket);
+            if (socket.is_open()) {
+                listen(link, socket);
+            }
+        });
+}
+
+void Discovery::receive(Link& link, udp::socket& socket) {
+    constexpr int kMost = 64; // in a flood, the connections get their turn too
+    for (int i = 0; i < kMost && socket.is_open(); ++i) {
+        std::array<std::byte, DiscoveryDatagram::kSize + 1> bytes; // one more shows what is longer
+        udp::endpoint sender;
+        boost::system::error_code error;
+        const std::size_t size = socket.receive_from(boost::asio::buffer(bytes), sender, 0, error);
+        if (error == boost::asio::error::would_block) {
+            return;
+        }
+        if (error) { // such as a peer's port that is closed; it says nothing about the next one
+            continue;
+        }
+        const auto datagram = DiscoveryDatagram::decode(std::span(bytes).first(size));
+        if (datagram && sender.address().is_v4()) {
+            handler_(
+                {*datagram, InetAddress::fromBits(sender.address().to_v4().to_uint()),
+                 sender.port(), &socket == &link.group, link});
+        } else {
+            countIgnored();
+        }
+    }
+}
+
+bool Discovery::Link::isNear(const InetAddress& other) const {
+    return std::any_of(networks.begin(), networks.end(), [&other](const Network& network) {
+        return (other.bits() & network.mask) == network.address;
+    });
+}
+
+bool Discovery::isInReach(const Arrival& arrival) const {
+    return multicast_.ttl() > 1 || arrival.link.isNear(arrival.address);
+}
+
+void Discovery::send(const DiscoveryDatagram& datagram) {
+    for (const auto& link : links_) {
+        if (link->error.empty()) {
+            answer(*link, datagram, settings_.address, settings_.port);
+        }
+    }
+}
+
+void Discovery::answer(
+    Link& link, const DiscoveryDatagram& datagram, const InetAddress& address, std::uint16_t port) {
+    const auto bytes = datagram.encode();
+    sockaddr_in to = {};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(port);
+    to.sin_addr.s_addr = htonl(address.bits());
+    // A datagram may get lost anyway; the next search makes up for it.
+    ::sendto(
+        link.own.native_handle(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+        reinterpret_cast<const sockaddr*>(&to), sizeof to);
+}
+
+void Discovery::stop() {
+    for (const auto& link : links_) {
+        closeLink(*link);
+    }
+    links_.clear();
+}
+
+} // namespace Corvid::detail

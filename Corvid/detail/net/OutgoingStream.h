@@ -1,0 +1,134 @@
+#pragma once
+
+#include <Corvid/detail/net/Backlog.h>
+#include <Corvid/detail/net/ChunkQueue.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <sys/uio.h>
+#include <utility>
+#include <vector>
+
+namespace Corvid::detail {
+
+/// What waits to be sent: one stream for all connections, and for each its position in it and a
+/// queue of its own. Any thread appends, one (the writer) takes from it; the writer is to be woken
+/// only when it sleeps. A connection that lags can be given only the newest values: the writer then
+/// moves what waits for it into a backlog of its own. Synchronised.
+class OutgoingStream {
+public:
+    /// A connection's part, guarded by the stream's mutex. Lives until leave() at least.
+    struct Outlet {
+        /// Bytes of the connection's own that go out where the stream has reached `position`.
+        struct Run {
+            std::uint64_t position;
+            std::uint64_t end; // in `own`
+        };
+        bool joined = false;
+        bool leaving = false; // leaves when the writer has done with it
+        bool joining = false; // until the peer is brought up to date nothing of the stream goes out
+        bool writing = false; // the writer reads its bytes outside the mutex
+        bool overrun = false; // lags too far; keeps nothing any more
+        bool blocked = false; // the socket takes no more
+        bool stuck = false;   // and did so at some time since all had been sent
+        std::uint64_t position = 0;
+        ChunkQueue own{1};
+        std::deque<Run> runs;
+        std::uint64_t replayEnd = 0;    // in `own`; what lies before does not count as lag
+        std::uint64_t framesBefore = 0; // frames of the stream when it joined
+        std::uint64_t framesOwn = 0;
+        std::uint64_t bytesOut = 0;
+        // A position that the stream had reached at that time; the next when it has been sent.
+        std::uint64_t mark = 0;
+        std::chrono::steady_clock::time_point markTime;
+        Backlog backlog; // goes out before the rest; the writer's, outside the mutex too
+        Backlog::Counts backlogCounts;
+    };
+    /// What gather() found.
+    struct Batch {
+        std::size_t pieces = 0;
+        std::size_t bytes = 0;
+        bool overrun = false; ///< it lags by more than the limit and gets nothing any more
+        bool backlog = false; ///< it lags and gets only the newest values
+    };
+    /// A reading of an outlet.
+    struct Counts {
+        std::uint64_t frames = 0;
+        std::uint64_t bytesOut = 0;
+        std::uint64_t bytesWaiting = 0;
+        std::uint64_t framesLeftOut = 0;
+    };
+
+    void setLagLimit(std::size_t bytes);
+    /// Before open(): connections that lag get only the newest values. `classify` says how frames
+    /// relate; the writer calls it, without the mutex.
+    void setNewestOnly(Backlog::Classify classify) { classify_ = std::move(classify); }
+    [[nodiscard]] bool newestOnly() const { return classify_ != nullptr; }
+
+    /// Appends a frame for all who have joined. Sets `wake` if the writer sleeps and has to be
+    /// woken now. False when closed.
+    bool append(const std::byte* frame, std::size_t size, bool& wake);
+    /// Appends a frame for one. False when that has left or lags too far.
+    bool append(Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake);
+
+    void open();
+    void close();
+    /// From here on the outlet gets what is appended; the stream's part only after ready().
+    void join(Outlet& outlet);
+    /// True if the writer has to be woken.
+    bool ready(Outlet& outlet);
+    void leave(Outlet& outlet);
+
+    // The writer's.
+
+    /// Moves what waits for an outlet into its backlog if it lags too much to get every value.
+    void moveLag(Outlet& outlet);
+    /// Lists what is next for an outlet, which it then reads until advance().
+    Batch gather(Outlet& outlet, iovec* pieces, std::size_t most);
+    /// Tells how much of that has been written and whether the socket takes more.
+    void advance(Outlet& outlet, std::size_t bytes, bool blocked);
+    void unblock(Outlet& outlet);
+    void trim();
+    /// Whether there is work since the last call.
+    bool takeWork();
+    /// Makes takeWork() give true; true if the writer has to be woken.
+    bool addWork();
+    /// Before sleeping: false if there is work after all.
+    bool beginSleep();
+    void endSleep();
+
+    [[nodiscard]] Counts counts(const Outlet& outlet) const;
+    [[nodiscard]] bool isDrained(const Outlet& outlet) const;
+    [[nodiscard]] std::size_t bytesKept() const;
+
+private:
+    static constexpr std::size_t kSpareChunks = 64;
+    // A connection that lags by more than one of these gets only the newest values.
+    static constexpr std::size_t kLateBytes = std::size_t{256} << 10U;
+    static constexpr std::chrono::milliseconds kLateTime{250};
+
+    void checkLag();
+    bool isLate(Outlet& outlet);
+    std::uint64_t listPending(Outlet& outlet);
+    void trimLocked();
+    void leaveLocked(Outlet& outlet);
+    bool wakeLocked();
+    [[nodiscard]] std::uint64_t lagOf(const Outlet& outlet) const;
+
+    Backlog::Classify classify_; // not changed once open
+    std::vector<iovec> pending_; // the writer's
+
+    mutable std::mutex mutex_; // guards everything below
+    ChunkQueue stream_{kSpareChunks};
+    std::vector<Outlet*> outlets_;
+    std::uint64_t frames_ = 0;
+    std::size_t lagLimit_ = 0;
+    bool open_ = false;
+    bool work_ = false;
+    bool sleeping_ = false;
+};
+
+} // namespace Corvid::detail

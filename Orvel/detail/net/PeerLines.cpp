@@ -1,0 +1,50 @@
+#include <Orvel/detail/net/PeerLines.h>
+
+#include <Corvid/detail/net/LineLimit.h>
+
+#include <array>
+
+namespace Orvel::detail {
+
+namespace {
+
+struct Kind {
+    const char* text; // what its lines begin with
+    Corvid::detail::LineLimit limit{kMaxPeerLines};
+};
+
+/// In the order of PeerLine. Never destroyed: lines may come until the process ends.
+std::array<Kind, 6>& kinds() {
+    static auto& all = *new std::array<Kind, 6>{
+        {{"Got invalid Event"},
+         {"Unkown command ID"},
+         {"got Corvid::Event which is not a Orvel::Event"},
+         {"lost client, Lost server"},
+         {"There is already a Orvel emitter"},
+         {"OpenAL state machine error"}}};
+    return all;
+}
+
+void report(Kind& kind, bool final) {
+    if (const auto count = kind.limit.takeLeftOut(final); count != 0) {
+        ORVEL_LOG(
+            Warning, "%llu more lines were left out of the kind: %s\n",
+            static_cast<unsigned long long>(count), kind.text);
+    }
+}
+
+} // namespace
+
+bool admitPeerLine(PeerLine kind) {
+    Kind& one = kinds()[static_cast<std::size_t>(kind)];
+    report(one, false);
+    return one.limit.admit();
+}
+
+void reportPeerLinesLeftOut(bool final) {
+    for (Kind& kind : kinds()) {
+        report(kind, final);
+    }
+}
+
+} // namespace Orvel::detail

@@ -1,0 +1,128 @@
+#include <Show/capture/Capture.h>
+
+#include "process/Complaint.h"
+#include <Show/capture/CaptureReader.h>
+#include <Show/capture/ReplayPlayer.h>
+#include <Show/player/ScenePlayable.h>
+
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace Show {
+
+namespace {
+
+/// A recording does not know how many emitters will sound at once.
+constexpr std::size_t kMostEmitters = 4096;
+
+/// The scene's path, from which its sounds are found: where it was, or, when its folder is not on
+/// this machine, beside the capture.
+std::string scenePath(const CaptureReader& reader, const std::string& capture) {
+    const std::filesystem::path scene(reader.scenePath());
+    std::error_code error;
+    return std::filesystem::is_directory(scene.parent_path(), error)
+               ? scene.string()
+               : (std::filesystem::path(capture).parent_path() / scene.filename()).string();
+}
+
+using Urls = std::pair<std::size_t, std::string>;
+
+/// Takes the sounds by URL out of a scene; gives how many there were, and the first.
+Urls takeUrls(Scene& scene) {
+    Urls urls;
+    const auto take = [&urls](Sound& sound) {
+        if (const auto* url = std::get_if<SoundUrl>(&sound)) {
+            if (urls.first++ == 0) {
+                urls.second = url->text;
+            }
+            sound = {};
+        }
+    };
+    for (SourceSpec& source : scene.sources) {
+        take(source.sound);
+    }
+    for (Change& change : scene.timeline) {
+        take(change.sound);
+        if (change.newSource) {
+            take(change.newSource->sound);
+        }
+    }
+    return urls;
+}
+
+} // namespace
+
+std::unique_ptr<const Capture> Capture::load(const std::string& path, bool fetch) {
+    std::string fault;
+    const auto reader = CaptureReader::open(path, fault);
+    if (reader == nullptr) {
+        OrvelTool::complain(fault);
+        return nullptr;
+    }
+    std::unique_ptr<Capture> capture(new Capture(path));
+    if (!reader->sceneText().empty()) {
+        std::vector<Problem> problems;
+        auto scene = parseScene(reader->sceneText(), scenePath(*reader, path), problems);
+        if (scene) {
+            capture->bank_.scene = std::move(*scene);
+            if (const auto [count, first] = fetch ? Urls() : takeUrls(capture->bank_.scene);
+                count > 0) {
+                capture->incomplete_ = true;
+                OrvelTool::complain(
+                    path + ": names " + std::to_string(count) +
+                    (count == 1 ? " sound by URL (" : " sounds by URL (the first is ") + first +
+                    "). Nothing is fetched because of a capture unless --fetch is given; what "
+                    "plays them stays silent");
+            }
+            capture->bank_.sounds.load(capture->bank_.scene, problems);
+        }
+        for (const Problem& problem : problems) {
+            std::cerr << problem.str() << '\n';
+        }
+        if (!problems.empty()) {
+            capture->incomplete_ = true;
+            OrvelTool::complain(
+                path + ": names its sounds but does not hold them; what plays those above stays "
+                       "silent. Put them where they are looked for, or beside the capture");
+        }
+    }
+    if (!reader->length()) {
+        OrvelTool::complain(
+            path + ": is cut: it has no end mark, so the recording was interrupted or goes on, or "
+                   "the file was shortened; it plays up to the cut");
+    }
+    return capture;
+}
+
+std::unique_ptr<Stage> Capture::makeStage(OrvelTool::LibraryMessages& messages) const {
+    return std::make_unique<ReplayStage>(bank_, messages);
+}
+
+std::unique_ptr<Player> Capture::makePlayer(Stage& stage) const {
+    std::string fault;
+    auto reader = CaptureReader::open(path_, fault);
+    if (reader == nullptr) {
+        throw std::runtime_error(fault); // it could be opened a moment ago
+    }
+    return std::make_unique<ReplayPlayer>(
+        path_, std::move(reader), dynamic_cast<ReplayStage&>(stage));
+}
+
+std::size_t Capture::emitters() const {
+    return kMostEmitters;
+}
+
+std::unique_ptr<const Playable> loadPlayable(const std::string& path, bool fetch) {
+    if (CaptureReader::isCapture(path)) {
+        return Capture::load(path, fetch);
+    }
+    auto scene = loadScene(path);
+    return scene == nullptr ? nullptr : std::make_unique<ScenePlayable>(std::move(scene));
+}
+
+} // namespace Show

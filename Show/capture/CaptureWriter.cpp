@@ -1,0 +1,214 @@
+#include <Show/capture/CaptureWriter.h>
+
+#include "process/Complaint.h"
+#include <Show/capture/CaptureFormat.h>
+#include <Show/detail/OutputFile.h>
+
+#include <Orvel/CommandEvent.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/statvfs.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace Show {
+
+namespace {
+
+using namespace CaptureFormat;
+using Microseconds = std::chrono::microseconds;
+
+constexpr std::size_t kMostWaiting = std::size_t{256} << 10U;
+constexpr std::size_t kFrameLengthBytes = 4;
+constexpr std::uint64_t kCheckedBytes = std::uint64_t{64} << 10U; // between two looks at the disk
+constexpr std::uint64_t kMinFreePart = 20;                        // of the disk
+
+std::string reason(int error) {
+    return std::generic_category().message(error);
+}
+
+} // namespace
+
+CaptureWriter::CaptureWriter(
+    const std::string& path, const std::string& scenePath, const std::string& sceneText,
+    std::uint64_t maxBytes)
+    : path_(path), maxBytes_(maxBytes),
+      descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)) {
+    if (descriptor_ < 0) {
+        const int error = errno;
+        throw OutputError(
+            "cannot record to " + path + ": " +
+            (error == EEXIST ? "it exists already, and a recording replaces nothing; give another "
+                               "name, or remove it"
+                             : reason(error)));
+    }
+    waiting_ = kMagic;
+    put(waiting_, kVersion);
+    put(waiting_, static_cast<std::uint16_t>(Orvel::CommandEvent::kProtocolVersion));
+    put(waiting_, static_cast<std::int64_t>(std::chrono::duration_cast<Microseconds>(
+                                                std::chrono::system_clock::now().time_since_epoch())
+                                                .count()));
+    put(waiting_, static_cast<std::uint32_t>(scenePath.size()));
+    put(waiting_, static_cast<std::uint32_t>(sceneText.size()));
+    waiting_ += scenePath + sceneText;
+    put(waiting_, sum(waiting_.data(), waiting_.size()));
+    const bool fits = waiting_.size() + kEndMarkBytes <= maxBytes_;
+    if (!fits || !diskHasRoom()) {
+        close(descriptor_);
+        unlink(path_.c_str());
+        throw OutputError(
+            "cannot record to " + path + ": " +
+            (fits ? "the disk is almost full" : "--max-size has no room for the scene"));
+    }
+    flush();
+}
+
+CaptureWriter::~CaptureWriter() {
+    flush();
+    close(descriptor_);
+}
+
+std::uint64_t CaptureWriter::now() const {
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<Microseconds>(Clock::now() - begin_).count());
+}
+
+double CaptureWriter::seconds() const {
+    return static_cast<double>(ended_ ? last_ : std::max(last_, now())) / 1e6;
+}
+
+void CaptureWriter::record(std::uint64_t what, const void* data, std::size_t size) {
+    if (ended_) {
+        return;
+    }
+    constexpr std::uint64_t kMostHeadBytes = 3 * kMostVarintBytes + kSumBytes;
+    if (written_ + waiting_.size() + kMostHeadBytes + size + kEndMarkBytes > maxBytes_) {
+        endWithMark("--max-size is reached");
+        return;
+    }
+    const std::uint64_t time = now();
+    body_.clear();
+    putVarint(body_, time - last_);
+    putVarint(body_, what);
+    body_.append(static_cast<const char*>(data), size);
+    last_ = time;
+    ++records_;
+    const std::size_t begin = waiting_.size();
+    putVarint(waiting_, body_.size());
+    waiting_ += body_;
+    put(waiting_, sum(waiting_.data() + begin, waiting_.size() - begin));
+    if (waiting_.size() >= kMostWaiting) {
+        flush();
+    }
+}
+
+std::uint64_t CaptureWriter::numberOf(const std::string& client) {
+    const auto known = clients_.find(client);
+    if (known != clients_.end()) {
+        return known->second;
+    }
+    // The lowest that is free, so that numbers stay short.
+    std::uint64_t number = 1;
+    while (std::any_of(clients_.begin(), clients_.end(), [number](const auto& other) {
+        return other.second == number;
+    })) {
+        ++number;
+    }
+    clients_.emplace(client, number);
+    record(number << kKindBits | kClient, client.data(), client.size());
+    return number;
+}
+
+void CaptureWriter::received(Corvid::Event& event, const std::string& client) {
+    if (!event.encode(frame_)) {
+        return; // it came in a frame, so it fits one
+    }
+    const std::uint64_t number = numberOf(client);
+    record(
+        number << kKindBits | kEvent, frame_.data() + kFrameLengthBytes,
+        frame_.size() - kFrameLengthBytes);
+    events_ += ended_ ? 0 : 1;
+}
+
+void CaptureWriter::lost(const std::string& client) {
+    if (const auto entry = clients_.find(client); entry != clients_.end()) {
+        record(entry->second << kKindBits | kLost, nullptr, 0);
+        clients_.erase(entry);
+    }
+}
+
+bool CaptureWriter::diskHasRoom() const {
+    struct statvfs disk {};
+    if (fstatvfs(descriptor_, &disk) != 0 || disk.f_blocks == 0) {
+        return true; // writing will show it
+    }
+    const std::uint64_t block = disk.f_frsize;
+    return disk.f_bavail * block >= std::min(kMinFreeBytes, disk.f_blocks * block / kMinFreePart);
+}
+
+int CaptureWriter::writeWaiting() {
+    int error = 0;
+    std::size_t done = 0;
+    while (error == 0 && done < waiting_.size()) {
+        const ssize_t written = write(descriptor_, waiting_.data() + done, waiting_.size() - done);
+        if (written >= 0) {
+            done += static_cast<std::size_t>(written);
+        } else if (errno != EINTR) {
+            error = errno;
+        }
+    }
+    written_ += done;
+    waiting_.clear();
+    return error;
+}
+
+void CaptureWriter::end(const std::string& why) {
+    ended_ = true;
+    OrvelTool::complain(
+        "cannot record any more to " + path_ + ": " + why +
+        "; the recording ends here and can be played");
+}
+
+void CaptureWriter::endWithMark(const std::string& why) {
+    last_ = std::max(last_, now());
+    putEndMark();
+    writeWaiting(); // without the mark, the file plays as well
+    end(why);
+}
+
+void CaptureWriter::putEndMark() {
+    const std::size_t begin = waiting_.size();
+    put(waiting_, std::uint8_t{0});
+    put(waiting_, last_);
+    put(waiting_, records_);
+    put(waiting_, sum(waiting_.data() + begin, waiting_.size() - begin));
+}
+
+void CaptureWriter::flush() {
+    unchecked_ += waiting_.size();
+    if (unchecked_ >= kCheckedBytes) {
+        unchecked_ = 0;
+        if (!diskHasRoom()) {
+            endWithMark("the disk is almost full");
+            return;
+        }
+    }
+    if (const int error = writeWaiting(); error != 0) {
+        end(reason(error));
+    }
+}
+
+bool CaptureWriter::finish() {
+    const bool whole = !ended_;
+    if (whole) {
+        last_ = std::max(last_, now());
+        putEndMark();
+        flush();
+    }
+    const bool stored = fsync(descriptor_) == 0 || errno == EINVAL; // which is no file's
+    return whole && !ended_ && stored;
+}
+
+} // namespace Show

@@ -1,0 +1,121 @@
+#include <Show/capture/ReplayPlayer.h>
+
+#include <Corvid/Event.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/Log.h>
+#include <Orvel/Source.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace Show {
+
+namespace {
+
+double inSeconds(std::uint64_t microseconds) {
+    return static_cast<double>(microseconds) / 1e6;
+}
+
+} // namespace
+
+ReplayPlayer::ReplayPlayer(
+    std::string path, std::unique_ptr<CaptureReader> reader, ReplayStage& stage)
+    : path_(std::move(path)), reader_(std::move(reader)), stage_(stage) {}
+
+void ReplayPlayer::start() {
+    if (!std::exchange(fetched_, true) && !stage_.session().fetch()) {
+        warn("what plays these sounds stays silent");
+    }
+    stage_.session().forgetAll();
+    stage_.clearWorld();
+    stage_.setListenerTransform({}, {});
+    if (!stage_.enabled()) {
+        stage_.setEnabled(true);
+    }
+    stage_.session().fill();
+    clients_.clear();
+    reader_->rewind();
+    readNext();
+    advance(0.0);
+}
+
+void ReplayPlayer::readNext() {
+    more_ = reader_->next(next_);
+    if (!more_ && reader_->damaged() && reader_->length()) {
+        // A file that is only cut has been told of when it was opened.
+        warn(
+            "is damaged at byte " + std::to_string(reader_->offset()) +
+            "; it plays up to there, that is " + std::to_string(inSeconds(next_.time)) + " s");
+    }
+}
+
+void ReplayPlayer::advance(double seconds) {
+    while (more_ && inSeconds(next_.time) <= seconds) {
+        apply();
+        readNext();
+    }
+    if (const std::string missing = stage_.session().takeMissing(); !missing.empty()) {
+        warn("its clients wanted sources that the server had not: " + missing);
+    }
+}
+
+void ReplayPlayer::apply() {
+    std::string& client = clients_[next_.client];
+    switch (next_.kind) {
+    case CaptureReader::Kind::Client:
+        client.assign(reinterpret_cast<const char*>(next_.data.data()), next_.data.size());
+        break;
+    case CaptureReader::Kind::Lost:
+        stage_.session().forget(client);
+        break;
+    case CaptureReader::Kind::Event: {
+        const auto length = static_cast<std::uint32_t>(next_.data.size());
+        frame_.resize(sizeof length + length);
+        std::memcpy(frame_.data(), &length, sizeof length);
+        std::memcpy(frame_.data() + sizeof length, next_.data.data(), length);
+        std::string fault;
+        const std::unique_ptr<Corvid::Event> event(Corvid::Event::decode(frame_, &fault));
+        if (event == nullptr) {
+            warn("holds " + fault + ", which is left out");
+        } else if (auto* command = dynamic_cast<Orvel::CommandEvent*>(event.get());
+                   command != nullptr &&
+                   !stage_.session().intercept(
+                       *command, [&client] { return client; }, client == Session::kLocalInput)) {
+            Orvel::Server::applyEvent(stage_, command);
+        }
+        break;
+    }
+    }
+}
+
+double ReplayPlayer::nextChange(double /*seconds*/) const {
+    return more_ ? inSeconds(next_.time) : std::numeric_limits<double>::infinity();
+}
+
+double ReplayPlayer::end() const {
+    if (end_ < 0.0) {
+        if (reader_->length()) {
+            end_ = inSeconds(*reader_->length());
+        } else {
+            end_ = 0.0;
+            std::string fault;
+            if (const auto all = CaptureReader::open(path_, fault)) {
+                for (CaptureReader::Record record; all->next(record);) {
+                    end_ = inSeconds(record.time);
+                }
+            }
+        }
+    }
+    return end_;
+}
+
+/// Takes the way of the library's messages, which the commands write when nothing is in the way.
+void ReplayPlayer::warn(const std::string& text) const {
+    Orvel::Log::the().write(
+        {Orvel::Log::Level::Warning, "orvel", __FILE__, __LINE__, __PRETTY_FUNCTION__}, "%s\n",
+        (path_ + ": " + text).c_str());
+}
+
+} // namespace Show

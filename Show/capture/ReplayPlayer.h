@@ -1,0 +1,61 @@
+#pragma once
+
+#include <Show/capture/CaptureReader.h>
+#include <Show/player/Player.h>
+#include <Show/player/Stage.h>
+#include <Show/server/Session.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Show {
+
+/// The world of a recorded session: it obeys the rules of the server that was recorded.
+class ReplayStage : public Stage {
+public:
+    ReplayStage(const LoadedScene& bank, OrvelTool::LibraryMessages& messages)
+        : Stage(bank.scene, messages), session_(*this, bank) {}
+
+    [[nodiscard]] Session& session() noexcept { return session_; }
+
+private:
+    Session session_;
+};
+
+/// Does in a world what was done in a server's while it was recorded, at the same times. It ends
+/// when the recording ended, or where the file is cut.
+///
+/// The stage must outlive it. Confined to the world's thread.
+class ReplayPlayer : public Player {
+public:
+    /// `path` is what messages name.
+    ReplayPlayer(std::string path, std::unique_ptr<CaptureReader> reader, ReplayStage& stage);
+
+    void start() override;
+    void advance(double seconds) override;
+    /// The next record.
+    [[nodiscard]] double nextChange(double seconds) const override;
+    [[nodiscard]] bool moving() const override { return false; }
+    /// Without an end mark, the whole file is gone through for this.
+    [[nodiscard]] double end() const override;
+
+private:
+    void readNext();
+    void apply();
+    void warn(const std::string& text) const;
+
+    std::string path_;
+    std::unique_ptr<CaptureReader> reader_;
+    ReplayStage& stage_;
+    bool fetched_ = false;
+    CaptureReader::Record next_;
+    bool more_ = false;
+    std::map<std::uint64_t, std::string> clients_; // names by number
+    std::vector<std::byte> frame_;
+    mutable double end_ = -1.0; // negative: not known yet
+};
+
+} // namespace Show

@@ -1,0 +1,87 @@
+#include <Show/detail/VisibleText.h>
+
+#include <Show/detail/ValidText.h>
+
+#include <cstdio>
+
+namespace Show {
+
+namespace {
+
+/// U+0080 to U+009F are control characters too, to some terminals.
+bool isControl(std::string_view character) {
+    const auto first = static_cast<unsigned char>(character.front());
+    return first < 0x20 || first == 0x7F ||
+           (first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0);
+}
+
+/// U+202A to U+202E and U+2066 to U+2069.
+bool turnsWriting(std::string_view character) {
+    return (character >= "\xE2\x80\xAA" && character <= "\xE2\x80\xAE") ||
+           (character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
+}
+
+void append(std::string& out, std::string_view text, std::string_view kept) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = characterLength(text, at);
+        const std::string_view character = text.substr(at, length == 0 ? 1 : length);
+        at += character.size();
+        if (length != 0 && ((!isControl(character) && !turnsWriting(character)) ||
+                            kept.find(character) != std::string_view::npos)) {
+            out += character;
+        } else if (character == "\n") {
+            out += "\\n";
+        } else {
+            for (const char byte : character) {
+                char escape[8];
+                std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned char>(byte));
+                out += escape;
+            }
+        }
+    }
+}
+
+} // namespace
+
+std::string visible(std::string_view text) {
+    std::string out;
+    append(out, text, "");
+    return out;
+}
+
+VisibleOutput::VisibleOutput(std::ostream& stream) : stream_(stream), to_(stream.rdbuf(this)) {}
+
+VisibleOutput::~VisibleOutput() {
+    pass();
+    const auto state = stream_.rdstate();
+    stream_.rdbuf(to_);
+    stream_.clear(state); // which a new buffer resets
+}
+
+bool VisibleOutput::pass() {
+    std::string text;
+    append(text, line_, "\n\t");
+    line_.clear();
+    const auto size = static_cast<std::streamsize>(text.size());
+    return to_->sputn(text.data(), size) == size;
+}
+
+VisibleOutput::int_type VisibleOutput::overflow(int_type character) {
+    if (traits_type::eq_int_type(character, traits_type::eof())) {
+        return traits_type::not_eof(character);
+    }
+    line_ += traits_type::to_char_type(character);
+    return line_.back() != '\n' || pass() ? character : traits_type::eof();
+}
+
+std::streamsize VisibleOutput::xsputn(const char* text, std::streamsize size) {
+    const std::string_view added(text, static_cast<std::size_t>(size));
+    line_ += added;
+    return added.find('\n') == std::string_view::npos || pass() ? size : 0;
+}
+
+int VisibleOutput::sync() {
+    return pass() && to_->pubsync() == 0 ? 0 : -1;
+}
+
+} // namespace Show

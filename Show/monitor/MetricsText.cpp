@@ -1,0 +1,196 @@
+#include <Show/monitor/MetricsText.h>
+
+#include <Show/detail/ValidText.h>
+#include <Show/monitor/MonitorBackend.h>
+#include <Show/monitor/NetworkReading.h>
+
+#include <Orvel/BackendType.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/Source.h>
+#include <Orvel/Version.h>
+#include <Orvel/World.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <iterator>
+#include <map>
+#include <string_view>
+#include <utility>
+
+namespace Show {
+
+namespace {
+
+/// A label's name and value.
+using Label = std::pair<std::string_view, std::string_view>;
+
+class Metrics {
+public:
+    /// Begins a metric, whose samples follow.
+    void metric(std::string_view name, std::string_view type, std::string_view help) {
+        name_ = name;
+        text_ += "# HELP ";
+        (text_ += name) += ' ';
+        (text_ += help) += "\n# TYPE ";
+        (text_ += name) += ' ';
+        (text_ += type) += '\n';
+    }
+    template <class Number>
+    void sample(Number value, std::initializer_list<Label> labels = {}) {
+        text_ += name_;
+        char separator = '{';
+        for (const auto& [name, content] : labels) {
+            text_ += separator;
+            (text_ += name) += "=\"";
+            for (const char c : validText(content)) {
+                if (c == '\n') {
+                    text_ += "\\n";
+                    continue;
+                }
+                if (c == '"' || c == '\\') {
+                    text_ += '\\';
+                }
+                text_ += c;
+            }
+            text_ += '"';
+            separator = ',';
+        }
+        text_ += labels.size() == 0 ? " " : "} ";
+        std::array<char, 32> number{};
+        text_.append(
+            number.data(), std::to_chars(number.data(), number.data() + number.size(), value).ptr);
+        text_ += '\n';
+    }
+
+    std::string take() { return std::move(text_); }
+
+private:
+    std::string text_;
+    std::string_view name_;
+};
+
+constexpr std::array kStates{"none", "play", "pause", "stop"}; // in the order of their values
+
+template <class Parts>
+std::array<std::size_t, kStates.size()> countStates(const Parts& parts) {
+    std::array<std::size_t, kStates.size()> counts{};
+    for (const auto& [id, part] : parts) {
+        ++counts.at(static_cast<std::size_t>(part->state()));
+    }
+    return counts;
+}
+
+void writeScene(Metrics& metrics, const Orvel::World& world) {
+    const auto states = [&metrics](const char* name, const char* help, const auto& parts) {
+        metrics.metric(name, "gauge", help);
+        const auto counts = countStates(parts);
+        for (std::size_t i = 0; i < kStates.size(); ++i) {
+            metrics.sample(counts[i], {{"state", kStates[i]}});
+        }
+    };
+    states("orvel_emitters", "Emitters in the scene.", world.emitters());
+    states("orvel_sources", "Sources in the scene.", world.sources());
+    std::map<std::string, int> kinds;
+    for (Orvel::Backend* backend : world.backends()) {
+        ++kinds[backend->type() == nullptr ? "" : backend->type()->name()];
+    }
+    metrics.metric("orvel_backends", "gauge", "Back ends of the world.");
+    for (const auto& [kind, count] : kinds) {
+        metrics.sample(count, {{"kind", kind}});
+    }
+}
+
+void writeNetwork(Metrics& metrics, const Orvel::World& world) {
+    struct Sums {
+        std::uint64_t connections = 0, connected = 0, refused = 0, dropped = 0, kept = 0;
+        std::uint64_t eventsIn = 0, eventsOut = 0, bytesIn = 0, bytesOut = 0;
+        std::uint64_t leftOut = 0, waiting = 0, mostWaiting = 0, ignored = 0;
+    };
+    std::map<std::string_view, Sums> roles;
+    for (const NetworkEnd& end : readNetwork(world)) {
+        const auto& c = end.counters;
+        Sums& sums = roles[end.role];
+        for (const auto& connection : c.connections) {
+            sums.connections += connection.lost ? 0 : 1;
+            sums.waiting += connection.bytesWaiting;
+            sums.mostWaiting = std::max(sums.mostWaiting, connection.bytesWaiting);
+        }
+        sums.connected += c.connected;
+        sums.refused += c.refused;
+        sums.dropped += c.dropped;
+        sums.kept += c.bytesKept;
+        sums.eventsIn += c.eventsIn;
+        sums.eventsOut += c.eventsOut;
+        sums.leftOut += c.eventsLeftOut;
+        sums.bytesIn += c.bytesIn;
+        sums.bytesOut += c.bytesOut;
+        sums.ignored += c.datagramsIgnored;
+    }
+    const auto each = [&](const char* name, const char* type, const char* help,
+                          std::uint64_t Sums::*member) {
+        metrics.metric(name, type, help);
+        for (const auto& [role, sums] : roles) {
+            metrics.sample(sums.*member, {{"role", role}});
+        }
+    };
+    const auto both = [&](const char* name, const char* help, std::uint64_t Sums::*in,
+                          std::uint64_t Sums::*out) {
+        metrics.metric(name, "counter", help);
+        for (const auto& [role, sums] : roles) {
+            metrics.sample(sums.*in, {{"role", role}, {"direction", "in"}});
+            metrics.sample(sums.*out, {{"role", role}, {"direction", "out"}});
+        }
+    };
+    if (roles.empty()) {
+        return;
+    }
+    each("orvel_network_connections", "gauge", "Connections that stand now.", &Sums::connections);
+    each("orvel_network_connected_total", "counter", "Connections made so far.", &Sums::connected);
+    each("orvel_network_refused_total", "counter", "Peers that were refused.", &Sums::refused);
+    each("orvel_network_dropped_total", "counter", "Connections that were lost.", &Sums::dropped);
+    both(
+        "orvel_network_events_total", "Events over all connections.", &Sums::eventsIn,
+        &Sums::eventsOut);
+    each(
+        "orvel_network_left_out_events_total", "counter",
+        "Events that were superseded before they left.", &Sums::leftOut);
+    both(
+        "orvel_network_bytes_total", "Bytes over all connections.", &Sums::bytesIn,
+        &Sums::bytesOut);
+    each(
+        "orvel_network_waiting_bytes", "gauge", "Bytes that wait to be sent, over all connections.",
+        &Sums::waiting);
+    each(
+        "orvel_network_waiting_bytes_max", "gauge",
+        "Bytes that wait for the connection that lags most.", &Sums::mostWaiting);
+    each(
+        "orvel_network_kept_bytes", "gauge", "Memory in use for what waits to be sent.",
+        &Sums::kept);
+    each(
+        "orvel_network_ignored_datagrams_total", "counter",
+        "Discovery datagrams that made no sense.", &Sums::ignored);
+}
+
+} // namespace
+
+std::string metricsText(MonitorBackend& monitor) {
+    Metrics metrics;
+    metrics.metric("orvel_info", "gauge", "Always 1; the version as a label.");
+    metrics.sample(1, {{"version", Orvel::version()}});
+    metrics.metric("orvel_uptime_seconds", "gauge", "Seconds since the monitor was added.");
+    metrics.sample(monitor.seconds());
+    metrics.metric("orvel_updates_total", "counter", "Turns of the frame loop.");
+    metrics.sample(monitor.updates());
+    writeScene(metrics, monitor.world());
+    metrics.metric("orvel_changes_total", "counter", "Changes of the scene.");
+    for (std::size_t i = 0; i < kChangeNames.size(); ++i) {
+        metrics.sample(
+            monitor.rates().total(static_cast<ChangeKind>(i)), {{"kind", kChangeNames[i]}});
+    }
+    writeNetwork(metrics, monitor.world());
+    return metrics.take();
+}
+
+} // namespace Show

@@ -1,0 +1,250 @@
+#include <Show/monitor/MonitorBackend.h>
+
+#include <Show/monitor/MetricsText.h>
+#include <Show/monitor/NetworkReading.h>
+#include <Show/monitor/PageFiles.h>
+#include <Show/monitor/SceneJson.h>
+#include <Show/monitor/StatusJson.h>
+
+#include <Config/ParamLine.h>
+#include <Corvid/IOException.h>
+#include <Corvid/InetAddress.h>
+#include <Corvid/WebPage.h>
+#include <Orvel/Log.h>
+#include <Orvel/World.h>
+
+#include <algorithm>
+#include <charconv>
+#include <functional>
+#include <random>
+#include <string_view>
+#include <utility>
+
+namespace Show {
+
+namespace {
+
+using Corvid::ProtocolHTTP;
+
+/// Nothing but this server's own files may be used by the page, and no other page may frame it.
+constexpr const char* kPolicy =
+    "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self'; "
+    "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+
+/// A page of one content type that a function fills in, never taken from a browser's cache.
+class Page : public Corvid::WebPage {
+public:
+    using Fill = std::function<void(ProtocolHTTP::Reply&)>;
+
+    Page(std::string contentType, Fill fill)
+        : contentType_(std::move(contentType)), fill_(std::move(fill)) {}
+
+    bool create(
+        Corvid::WebClient* /*client*/, const ProtocolHTTP::Request& /*request*/,
+        ProtocolHTTP::Reply& reply) override {
+        reply.setHeader("Content-Type", contentType_);
+        reply.setHeader("Content-Security-Policy", kPolicy);
+        reply.setHeader("Cache-Control", "no-store");
+        fill_(reply);
+        return true;
+    }
+    [[nodiscard]] WebPage* clone() const override { return new Page(*this); }
+
+private:
+    std::string contentType_;
+    Fill fill_;
+};
+
+std::string randomText() {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::random_device device;
+    std::string text;
+    for (int i = 0; i < 16; ++i) {
+        text += kDigits[device() % kDigits.size()];
+    }
+    return text;
+}
+
+void warn(const std::string& text) {
+    Orvel::Log::the().write(
+        {Orvel::Log::Level::Warning, "monitor", __FILE__, __LINE__, __func__}, "monitor: %s\n",
+        text.c_str());
+}
+
+} // namespace
+
+Orvel::BackendType MonitorBackend::_type("monitor", &MonitorBackend::createMethod);
+
+MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
+    : PlayClock(world, params), instance_(randomText()),
+      address_(this->params()->getParam("address", "127.0.0.1")) {
+    server_.setName("Orvel monitor");
+    server_.setDiagnostic(&warn);
+    std::string_view names = this->params()->getParam("names", "");
+    while (!names.empty()) {
+        const std::string_view name = names.substr(0, names.find_first_of(", "));
+        server_.addHostName(std::string(name));
+        names.remove_prefix(std::min(name.size() + 1, names.size()));
+    }
+    addPages();
+    open();
+}
+
+void MonitorBackend::addPages() {
+    const auto add = [this](const char* path, const char* type, Page::Fill fill) {
+        server_.addPage(path, Page(type, std::move(fill)));
+    };
+    const auto file = [&add](const char* path, const char* type, std::string_view content) {
+        add(path, type, [content](auto& reply) { reply.setBody(std::string(content)); });
+    };
+    file("/", "text/html; charset=utf-8", kMonitorHtml);
+    file("/monitor.css", "text/css; charset=utf-8", kMonitorCss);
+    file("/monitor.js", "text/javascript; charset=utf-8", kMonitorJs);
+    file("/favicon.ico", "image/vnd.microsoft.icon", Corvid::WebServer::icon());
+    add("/api/scene", "application/json", [this](auto& reply) { reply.setBody(SceneJson(*this)); });
+    add("/api/status", "application/json",
+        [this](auto& reply) { reply.setBody(StatusJson(*this, readNetwork(world()))); });
+    add("/metrics", "text/plain; version=0.0.4; charset=utf-8",
+        [this](auto& reply) { reply.setBody(metricsText(*this)); });
+}
+
+void MonitorBackend::open() {
+    const char* given = params()->getParam("port", nullptr);
+    std::uint16_t port = kDefaultPort;
+    if (given != nullptr) {
+        const std::string_view text = given;
+        const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), port);
+        if (fault != std::errc() || end != text.data() + text.size()) {
+            warn("the parameter port must be 0 to 65535, found \"" + std::string(text) + "\"");
+            return;
+        }
+    }
+    try {
+        try {
+            server_.open(address_, port);
+        } catch (const Corvid::IOException&) {
+            if (given != nullptr) {
+                throw;
+            }
+            server_.open(address_, 0); // another monitor has the usual port
+        }
+    } catch (const Corvid::IOException& fault) {
+        warn(fault.what());
+    }
+}
+
+std::string MonitorBackend::url() const {
+    if (!isOpen()) {
+        return {};
+    }
+    std::string host = address_;
+    if (host.empty()) {
+        host = "localhost";
+    } else if (host == "0.0.0.0") { // every interface, and none that a browser could be given
+        host = Corvid::InetAddress::getLocalHostName();
+    }
+    return "http://" + host + ":" + std::to_string(server_.port()) + "/";
+}
+
+std::string_view MonitorBackend::soundName(int source) const {
+    const auto found = names_.find(source);
+    return found == names_.end() ? std::string_view() : found->second;
+}
+
+double MonitorBackend::lengthOf(const Orvel::Source& source) {
+    const double rate = source.sampleRate() * (source.bitsPerSample() / 8.0) * source.channels();
+    return source.dataKind() == Orvel::Source::PCM_SD && rate > 0.0
+               ? static_cast<double>(source.data().size()) / rate
+               : static_cast<double>(source.duration());
+}
+
+bool MonitorBackend::isOver(const Orvel::Emitter& emitter) {
+    if (const Orvel::Source* source = emitter.source()) {
+        setLength(source->id(), lengthOf(*source)); // that of a URL becomes known by and by
+    }
+    return PlayClock::isOver(emitter);
+}
+
+void MonitorBackend::pass() {
+    seconds_ = std::chrono::duration<double>(Clock::now() - begin_).count();
+    passTo(seconds_, {});
+}
+
+bool MonitorBackend::update() {
+    pass();
+    ++updates_;
+    rates_.advanceTo(static_cast<std::uint64_t>(seconds_));
+    server_.update();
+    return true;
+}
+
+void MonitorBackend::resetBackend() {
+    rates_.count(ChangeKind::Scene);
+}
+
+void MonitorBackend::setEnabled() {
+    rates_.count(ChangeKind::Scene);
+}
+
+void MonitorBackend::setListenerTransform() {
+    rates_.count(ChangeKind::Listener);
+}
+
+void MonitorBackend::createSource(Orvel::Source& /*source*/) {
+    rates_.count(ChangeKind::Source);
+}
+
+void MonitorBackend::destroySource(Orvel::Source& source) {
+    rates_.count(ChangeKind::Source);
+    names_.erase(source.id());
+    PlayClock::destroySource(source);
+}
+
+void MonitorBackend::setSourceData(Orvel::Source& source) {
+    rates_.count(ChangeKind::Source);
+    PlayClock::setSourceData(source);
+}
+
+void MonitorBackend::setSourceParam(Orvel::Source& source) {
+    rates_.count(ChangeKind::Source);
+    pass();
+    PlayClock::setSourceParam(source);
+}
+
+void MonitorBackend::setSourceState(Orvel::Source& /*source*/) {
+    rates_.count(ChangeKind::SourceState);
+}
+
+void MonitorBackend::createEmitter(Orvel::Emitter& /*emitter*/) {
+    rates_.count(ChangeKind::Emitter);
+}
+
+void MonitorBackend::destroyEmitter(Orvel::Emitter& emitter) {
+    rates_.count(ChangeKind::Emitter);
+    PlayClock::destroyEmitter(emitter);
+}
+
+void MonitorBackend::setEmitterTransform(Orvel::Emitter& /*emitter*/) {
+    rates_.count(ChangeKind::Transform);
+}
+
+void MonitorBackend::setEmitterHull(Orvel::Emitter& /*emitter*/) {
+    rates_.count(ChangeKind::Hull);
+}
+
+void MonitorBackend::setEmitterParam(Orvel::Emitter& /*emitter*/) {
+    rates_.count(ChangeKind::Param);
+}
+
+void MonitorBackend::setEmitterConnection(Orvel::Emitter& emitter) {
+    rates_.count(ChangeKind::Connection);
+    PlayClock::setEmitterConnection(emitter);
+}
+
+void MonitorBackend::setEmitterState(Orvel::Emitter& emitter) {
+    rates_.count(ChangeKind::EmitterState);
+    pass(); // the last turn may be long ago, if sounds were loaded since
+    PlayClock::setEmitterState(emitter);
+}
+
+} // namespace Show

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <Show/monitor/ChangeRates.h>
+#include <Show/player/PlayClock.h>
+#include <Show/scene/SceneSources.h>
+
+#include <Corvid/PolledWebServer.h>
+#include <Orvel/Backend.h>
+#include <Orvel/BackendType.h>
+#include <Orvel/Source.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace Show {
+
+/// Shows its world to browsers and programs over HTTP: the kind "monitor". A page draws the scene
+/// as it moves; /api/scene and /api/status give it as JSON, /metrics for Prometheus
+/// (docs/monitor.md).
+///
+/// Parameters: "address" (127.0.0.1), an address or name of this machine, and "port" (33790, or a
+/// free one if that is taken; 0: a free one), and "names", host names, separated by commas, by
+/// which browsers may call it besides this machine's. There is no password: who reaches it can
+/// look.
+///
+/// Everything happens inside update(), on the world's thread, in short pieces. If it cannot listen
+/// it logs a warning and stays in the list without a page; isOpen() tells.
+class MonitorBackend : public PlayClock, public SoundNames {
+public:
+    static constexpr std::uint16_t kDefaultPort = 33790;
+
+    MonitorBackend(Orvel::World& world, const char* params);
+
+    [[nodiscard]] bool isOpen() const { return server_.isOpen(); }
+    [[nodiscard]] const Corvid::PolledWebServer& server() const { return server_; }
+    /// Where a browser finds it, such as "http://127.0.0.1:33790/"; empty when it is not open.
+    [[nodiscard]] std::string url() const;
+
+    /// A random text that tells this object from those before and after it at the same address.
+    [[nodiscard]] const std::string& instance() const { return instance_; }
+    /// Since this was made, as of the last update() or change of a state.
+    [[nodiscard]] double seconds() const { return seconds_; }
+    [[nodiscard]] std::uint64_t updates() const { return updates_; }
+    [[nodiscard]] const ChangeRates& rates() const { return rates_; }
+
+    void setSoundName(int source, std::string name) override { names_[source] = std::move(name); }
+    [[nodiscard]] std::string_view soundName(int source) const;
+    /// How long a source plays at pitch 1, in seconds; 0 if that is not known.
+    [[nodiscard]] static double lengthOf(const Orvel::Source& source);
+    /// Whether an emitter plays a sound that has ended.
+    [[nodiscard]] bool isOver(const Orvel::Emitter& emitter);
+
+    bool update() override;
+    Orvel::BackendType* type() override { return &_type; }
+
+    void resetBackend() override;
+    void setEnabled() override;
+    void setListenerTransform() override;
+    void createSource(Orvel::Source& source) override;
+    void destroySource(Orvel::Source& source) override;
+    void setSourceData(Orvel::Source& source) override;
+    void setSourceParam(Orvel::Source& source) override;
+    void setSourceState(Orvel::Source& source) override;
+    void createEmitter(Orvel::Emitter& emitter) override;
+    void destroyEmitter(Orvel::Emitter& emitter) override;
+    void setEmitterTransform(Orvel::Emitter& emitter) override;
+    void setEmitterHull(Orvel::Emitter& emitter) override;
+    void setEmitterParam(Orvel::Emitter& emitter) override;
+    void setEmitterConnection(Orvel::Emitter& emitter) override;
+    void setEmitterState(Orvel::Emitter& emitter) override;
+
+    static Orvel::Backend* createMethod(Orvel::World& world, const char* params) {
+        return new MonitorBackend(world, params);
+    }
+    static Orvel::BackendType _type;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void addPages();
+    /// Lets the time pass up to now.
+    void pass();
+    void open();
+
+    const Clock::time_point begin_ = Clock::now();
+    const std::string instance_;
+    double seconds_ = 0.0;
+    std::uint64_t updates_ = 0;
+    ChangeRates rates_;
+    std::map<int, std::string> names_; // by source
+    std::string address_;
+    Corvid::PolledWebServer server_;
+};
+
+} // namespace Show

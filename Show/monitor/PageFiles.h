@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string_view>
+
+namespace Show {
+
+/// The files of page/, which the build puts into the program.
+extern const std::string_view kMonitorHtml;
+extern const std::string_view kMonitorCss;
+extern const std::string_view kMonitorJs;
+
+} // namespace Show

@@ -1,0 +1,111 @@
+#include <Show/osc/OscInbox.h>
+
+#include <algorithm>
+#include <cstring>
+#include <endian.h>
+#include <iterator>
+
+namespace Show {
+
+namespace {
+
+constexpr char kBundle[] = "#bundle"; // and a zero
+constexpr std::size_t kBundleHeader = sizeof kBundle + 8;
+constexpr std::int64_t kSecondsTo1970 = 2'208'988'800; // from 1900, where time tags begin
+
+template <class Value>
+Value read(std::span<const std::byte> bytes) {
+    Value value{};
+    std::memcpy(&value, bytes.data(), sizeof value);
+    return value;
+}
+
+bool isBundle(std::span<const std::byte> packet) {
+    return packet.size() >= sizeof kBundle &&
+           std::memcmp(packet.data(), kBundle, sizeof kBundle) == 0;
+}
+
+/// A time tag: seconds since 1900 and a fraction, 32 bits each. 1 stands for "at once".
+OscInbox::Clock::time_point timeOf(std::uint64_t tag) {
+    if (tag <= 1) {
+        return {};
+    }
+    const auto seconds = static_cast<std::int64_t>(tag >> 32U) - kSecondsTo1970;
+    const std::uint64_t micros = ((tag & 0xffffffffU) * 1'000'000U) >> 32U;
+    return OscInbox::Clock::time_point(
+        std::chrono::seconds(seconds) + std::chrono::microseconds(micros));
+}
+
+} // namespace
+
+OscInbox::OscInbox(Take take, Complain complain)
+    : take_(std::move(take)), complain_(std::move(complain)) {}
+
+void OscInbox::add(std::span<const std::byte> packet, Clock::time_point now, const Stop& stop) {
+    const bool inTime = advance(now, stop);
+    // Behind everything that was left for later.
+    const auto after = waiting_.upper_bound({now, UINT64_MAX});
+    const auto least =
+        after == waiting_.begin() ? Clock::time_point() : std::prev(after)->first.first;
+    if (isBundle(packet)) {
+        addBundle(packet, least, 1, now);
+        advance(now, stop);
+    } else if (inTime) {
+        take_(packet);
+    } else {
+        addMessage(packet, least);
+    }
+}
+
+void OscInbox::addMessage(std::span<const std::byte> message, Clock::time_point time) {
+    waiting_.emplace(
+        std::pair(time, count_++), std::vector<std::byte>(message.begin(), message.end()));
+    bytes_ += message.size();
+}
+
+void OscInbox::addBundle(
+    std::span<const std::byte> bundle, Clock::time_point least, int depth, Clock::time_point now) {
+    if (bundle.size() < kBundleHeader || depth > kMostDepth) {
+        complain_(depth > kMostDepth ? "a bundle in too many others" : "a bundle that is cut");
+        return;
+    }
+    // What stands within another bundle is not due before that.
+    const Clock::time_point time =
+        std::max(least, timeOf(be64toh(read<std::uint64_t>(bundle.subspan(sizeof kBundle)))));
+    for (auto rest = bundle.subspan(kBundleHeader); !rest.empty();) {
+        const std::size_t size =
+            rest.size() < 4 ? rest.size() : std::size_t{be32toh(read<std::uint32_t>(rest))};
+        if (rest.size() < 4 || size == 0 || size > rest.size() - 4) {
+            complain_("a bundle that is cut");
+            return;
+        }
+        const auto element = rest.subspan(4, size);
+        rest = rest.subspan(4 + size);
+        if (isBundle(element)) {
+            addBundle(element, time, depth + 1, now);
+        } else if (time > now && (waiting_.size() >= kMostMessages || bytes_ + size > kMostBytes)) {
+            complain_("a message for later, while too many wait already");
+        } else {
+            // Those that are due take the same way, to keep the order of one bundle's times.
+            addMessage(element, time);
+        }
+    }
+}
+
+bool OscInbox::advance(Clock::time_point now, const Stop& stop) {
+    while (!waiting_.empty() && waiting_.begin()->first.first <= now) {
+        if (stop && stop()) {
+            return false;
+        }
+        const auto message = waiting_.extract(waiting_.begin());
+        bytes_ -= message.mapped().size();
+        take_(message.mapped());
+    }
+    return true;
+}
+
+std::optional<OscInbox::Clock::time_point> OscInbox::next() const {
+    return waiting_.empty() ? std::nullopt : std::optional(waiting_.begin()->first.first);
+}
+
+} // namespace Show

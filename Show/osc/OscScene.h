@@ -1,0 +1,114 @@
+#pragma once
+
+#include <Orvel/CommandEvent.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/Source.h>
+#include <Orvel/World.h>
+
+#include <functional>
+#include <map>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Show {
+
+/// What messages of Open Sound Control mean for a world; docs/osc.md lists them. Changes go out as
+/// the events that a client would send. The world must outlive it. Confined to the world's thread.
+class OscScene {
+public:
+    /// Applies an event to the world.
+    using Apply = std::function<void(Orvel::CommandEvent&)>;
+    using Numbers = std::span<const float>;
+
+    /// `scale`: how many scene units the 1 of the normalised coordinates is.
+    OscScene(Orvel::World& world, float scale, Apply apply);
+
+    /// Takes one message, its bytes as they came. Gives what is wrong with it, with its path in
+    /// front, or an empty text.
+    std::string take(std::span<const std::byte> message);
+
+private:
+    struct Polar {
+        float azimuth = 0.0F;
+        float elevation = 0.0F;
+        float distance = 0.0F;
+        Orvel::Vec3f place; // that it has led to
+    };
+    using State = Orvel::WorldPart::State;
+    /// Null, or what was expected instead.
+    using Fault = const char*;
+    template <class Part>
+    struct Entry {
+        std::string_view name;
+        std::size_t numbers; ///< how many there must be
+        Fault (OscScene::*take)(Part& part, Numbers numbers);
+    };
+    static const std::vector<Entry<Orvel::Emitter>> _admPaths;
+    static const std::vector<Entry<Orvel::Emitter>> _emitterPaths;
+    static const std::vector<Entry<Orvel::Source>> _sourcePaths;
+    static const std::vector<Entry<Orvel::World>> _admListenerPaths;
+    static const std::vector<Entry<Orvel::World>> _listenerPaths;
+    static const std::vector<Entry<Orvel::World>> _worldPaths;
+
+    struct Message {
+        std::vector<std::string_view> words; ///< of the path
+        std::vector<float> numbers;
+        std::vector<std::string> texts;
+    };
+
+    std::string dispatch(const Message& message);
+    std::string create(const Message& message);
+    template <class Part>
+    std::string dispatch(
+        const std::vector<Entry<Part>>& paths, std::string_view name, Part& part, Numbers numbers);
+    template <class Part>
+    std::string dispatchToParts(
+        const std::vector<Entry<Part>>& paths, const std::map<int, Part*>& parts, const char* kind,
+        const Message& message);
+
+    // Of ADM-OSC.
+    Fault admXyz(Orvel::Emitter& emitter, Numbers n);
+    template <std::size_t axis>
+    Fault admAxis(Orvel::Emitter& emitter, Numbers n);
+    Fault admAed(Orvel::Emitter& emitter, Numbers n);
+    template <float Polar::*member>
+    Fault admPolar(Orvel::Emitter& emitter, Numbers n);
+    Fault admMute(Orvel::Emitter& emitter, Numbers n);
+    Fault admListenerXyz(Orvel::World& world, Numbers n);
+    // Our own.
+    Fault position(Orvel::Emitter& emitter, Numbers n);
+    Fault orientation(Orvel::Emitter& emitter, Numbers n);
+    Fault gain(Orvel::Emitter& emitter, Numbers n);
+    Fault value(Orvel::Emitter& emitter, Numbers n);
+    Fault hull(Orvel::Emitter& emitter, Numbers n);
+    Fault source(Orvel::Emitter& emitter, Numbers n);
+    Fault destroy(Orvel::Emitter& emitter, Numbers n);
+    template <State state>
+    Fault emitterState(Orvel::Emitter& emitter, Numbers n);
+    Fault pitch(Orvel::Source& source, Numbers n);
+    Fault loop(Orvel::Source& source, Numbers n);
+    template <State state>
+    Fault sourceState(Orvel::Source& source, Numbers n);
+    Fault listenerPosition(Orvel::World& world, Numbers n);
+    Fault listenerOrientation(Orvel::World& world, Numbers n);
+    Fault enabled(Orvel::World& world, Numbers n);
+
+    void send(Orvel::Command command, int id);
+    void move(Orvel::Emitter& emitter, const Orvel::Vec3f& place);
+    void turn(Orvel::Emitter& emitter, const Orvel::Quaternion& rotation);
+    void setListener(const Orvel::Vec3f& place, const Orvel::Quaternion& rotation);
+    void setGain(Orvel::Emitter& emitter, float gain);
+    void setPolar(Orvel::Emitter& emitter, Polar polar);
+    [[nodiscard]] bool muted(const Orvel::Emitter& emitter) const;
+    [[nodiscard]] Orvel::Vec3f fromAdm(float x, float y, float z) const;
+
+    Orvel::World& world_;
+    float scale_;
+    Apply apply_;
+    std::map<int, Polar> polar_; // of emitters that were placed so, by id
+    std::map<int, float> gains_; // that muted emitters will have again, by id
+};
+
+} // namespace Show

@@ -1,0 +1,82 @@
+#include <Show/player/SceneLength.h>
+
+#include <Show/player/PlayClock.h>
+#include <Show/player/ScenePlayer.h>
+
+#include <Orvel/Source.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace Show {
+
+namespace {
+
+/// The scene without what changes neither when a sound plays nor how fast.
+Scene withoutMovement(const Scene& scene) {
+    Scene result;
+    result.sources = scene.sources;
+    result.emitters = scene.emitters;
+    for (const Change& change : scene.timeline) {
+        if (change.target == Change::Target::Source ||
+            (change.target == Change::Target::Emitter &&
+             (change.newEmitter || change.destroy || change.reconnect || change.state))) {
+            Change& kept = result.timeline.emplace_back(change);
+            kept.position.reset();
+            kept.rotation.reset();
+            kept.maxBack.reset();
+            kept.maxFront.reset();
+            kept.minBack.reset();
+            kept.minFront.reset();
+            kept.gain.reset();
+            kept.value.reset();
+        }
+    }
+    return result;
+}
+
+/// A world that cleans up behind itself.
+class ShadowWorld : public Orvel::World {
+public:
+    ShadowWorld() = default;
+    ShadowWorld(const ShadowWorld&) = delete;
+    ShadowWorld& operator=(const ShadowWorld&) = delete;
+    ~ShadowWorld() override {
+        clearWorld();
+        deleteAllBackends();
+    }
+};
+
+} // namespace
+
+double playingEnd(const Scene& scene, const SoundBank& sounds, Orvel::World& world) {
+    double done = 0.0;
+    for (const Change& change : scene.timeline) {
+        done = std::max(done, change.at + change.over);
+    }
+    const Scene still = withoutMovement(scene);
+    ShadowWorld shadow;
+    auto* clock = new PlayClock(shadow); // the world deletes it
+    ScenePlayer player(still, sounds, shadow, [&](Orvel::Source& source, const Sound& sound) {
+        double length = 0.0;
+        if (const Samples* samples = sounds.find(sound)) {
+            length = samples->seconds();
+        } else if (const Orvel::Source* original = world.getSource(source.id())) {
+            length = original->duration();
+        }
+        clock->setLength(source.id(), length);
+    });
+    player.start();
+    double now = 0.0;
+    for (;;) {
+        const double next = player.nextChange(now);
+        if (!std::isfinite(next)) {
+            return std::max(done, clock->end());
+        }
+        clock->passTo(next, player.pitchRamps());
+        player.advance(next);
+        now = next;
+    }
+}
+
+} // namespace Show

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <Show/player/Playable.h>
+#include <Show/player/ScenePlayer.h>
+#include <Show/scene/LoadedScene.h>
+
+#include <memory>
+#include <utility>
+
+namespace Show {
+
+/// A scene file's scene, to be played.
+class ScenePlayable : public Playable {
+public:
+    explicit ScenePlayable(std::unique_ptr<const LoadedScene> loaded)
+        : loaded_(std::move(loaded)) {}
+
+    [[nodiscard]] std::unique_ptr<Stage>
+    makeStage(OrvelTool::LibraryMessages& messages) const override {
+        return std::make_unique<Stage>(loaded_->scene, messages);
+    }
+    [[nodiscard]] std::unique_ptr<Player> makePlayer(Stage& stage) const override {
+        return std::make_unique<ScenePlayer>(loaded_->scene, loaded_->sounds, stage);
+    }
+    [[nodiscard]] std::size_t emitters() const override { return countEmitters(loaded_->scene); }
+    [[nodiscard]] const Scene& sources() const override { return loaded_->scene; }
+    [[nodiscard]] const LoadedScene* scene() const override { return loaded_.get(); }
+
+private:
+    std::unique_ptr<const LoadedScene> loaded_;
+};
+
+} // namespace Show

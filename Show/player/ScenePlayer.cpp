@@ -1,0 +1,407 @@
+#include <Show/player/ScenePlayer.h>
+
+#include <Show/player/SceneLength.h>
+#include <Show/scene/SceneSources.h>
+
+#include <Orvel/Emitter.h>
+#include <Orvel/Source.h>
+
+#include <algorithm>
+#include <initializer_list>
+#include <iterator>
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace Show {
+
+namespace {
+
+using State = Orvel::WorldPart::State;
+
+/// Connects to another source, with which a playing emitter begins at once. Its state is set anew
+/// while it is connected to nothing, because it would spread to what else plays either source.
+void connect(Orvel::Emitter& emitter, Orvel::Source* source) {
+    if (source == emitter.source()) {
+        return;
+    }
+    emitter.setSource(nullptr);
+    const bool playing = source != nullptr && emitter.state() == State::PLAY;
+    if (playing) {
+        emitter.setState(State::STOP);
+    }
+    emitter.setSource(source);
+    if (playing) {
+        emitter.setState(State::PLAY);
+    }
+}
+
+/// Whether an emitter is placed in space tells a back end nothing by itself.
+void placeAnew(Orvel::World& world, Orvel::Emitter& emitter) {
+    world.setEmitterTransform(emitter);
+    world.setEmitterHull(emitter);
+}
+
+/// One property of a change: from what it is at that moment, at once or over a time. False if there
+/// is nothing to set now.
+template <class Value>
+bool turn(
+    const std::optional<Value>& target, const Change& change, std::optional<Ramp<Value>>& ramp,
+    Value& value) {
+    if (!target) {
+        return false;
+    }
+    const Value from = ramp ? ramp->at(change.at) : value;
+    ramp.reset();
+    if (change.over > 0.0) {
+        ramp = Ramp<Value>{change.at, change.at + change.over, from, *target};
+        return false;
+    }
+    value = *target;
+    return true;
+}
+
+/// Where a moving property is; the ramp goes when it has arrived. False if it does not move.
+template <class Value>
+bool follow(std::optional<Ramp<Value>>& ramp, double seconds, Value& value) {
+    if (!ramp) {
+        return false;
+    }
+    value = ramp->at(seconds);
+    if (seconds >= ramp->end) {
+        ramp.reset();
+    }
+    return true;
+}
+
+} // namespace
+
+ScenePlayer::ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world)
+    : ScenePlayer(scene, sounds, world, [&sounds](Orvel::Source& source, const Sound& sound) {
+          giveSound(sounds, source, sound);
+      }) {}
+
+ScenePlayer::ScenePlayer(
+    const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give)
+    : scene_(scene), sounds_(sounds), world_(world),
+      give_([this, give = std::move(give)](Orvel::Source& source, const Sound& sound) {
+          given_[source.id()] = sound;
+          give(source, sound);
+      }) {}
+
+void ScenePlayer::clear() {
+    while (!world_.emitters().empty()) {
+        delete world_.emitters().begin()->second;
+    }
+    const std::map<int, Sound> given = std::exchange(given_, {});
+    for (const SourceSpec& spec : scene_.sources) {
+        const auto found = given.find(spec.id);
+        if (found != given.end() && found->second == spec.sound) {
+            given_.insert(*found);
+        }
+    }
+    const std::map<int, Orvel::Source*> sources = world_.sources();
+    for (const auto& [id, source] : sources) {
+        if (!given_.contains(id)) {
+            delete source;
+        }
+    }
+}
+
+void ScenePlayer::start() {
+    next_ = 0;
+    listener_ = {};
+    emitters_.clear();
+    pitches_.clear();
+    clear();
+    world_.setSpatialize(true);
+    if (!world_.enabled()) {
+        world_.setEnabled(true);
+    }
+    setListener(scene_.listenerPosition, scene_.listenerRotation);
+    for (const SourceSpec& source : scene_.sources) {
+        if (Orvel::Source* kept = world_.getSource(source.id)) {
+            kept->setParam(source.loop, source.pitch);
+            if (kept->state() != State::NONE) {
+                kept->setState(State::STOP);
+            }
+        } else {
+            createSource(world_, source, give_);
+        }
+    }
+    for (const EmitterSpec& emitter : scene_.emitters) {
+        createEmitter(emitter);
+    }
+    // After all connections, since a state reaches what is connected.
+    for (const SourceSpec& source : scene_.sources) {
+        if (source.state != State::NONE) {
+            world_.getSource(source.id)->setState(source.state);
+        }
+    }
+    for (const EmitterSpec& emitter : scene_.emitters) {
+        if (emitter.state != State::NONE) {
+            world_.getEmitter(emitter.id)->setState(emitter.state);
+        }
+    }
+    advance(0.0);
+}
+
+void ScenePlayer::advance(double seconds) {
+    while (next_ < scene_.timeline.size() && scene_.timeline[next_].at <= seconds) {
+        apply(scene_.timeline[next_++]);
+    }
+    move(seconds);
+}
+
+template <class Visit>
+void ScenePlayer::visitRamps(Visit visit) const {
+    const auto visitAny = [&](const auto&... ramps) {
+        (..., (ramps ? visit(ramps->end) : void()));
+    };
+    visitAny(listener_.position, listener_.rotation);
+    for (const auto& [id, e] : emitters_) {
+        visitAny(
+            e.position, e.rotation, e.maxBack, e.maxFront, e.minBack, e.minFront, e.gain, e.value);
+    }
+    for (const auto& [id, ramp] : pitches_) {
+        visit(ramp.end);
+    }
+}
+
+double ScenePlayer::nextChange(double seconds) const {
+    double next = std::numeric_limits<double>::infinity();
+    const auto later = std::upper_bound(
+        scene_.timeline.begin(), scene_.timeline.end(), seconds,
+        [](double time, const Change& change) { return time < change.at; });
+    if (later != scene_.timeline.end()) {
+        next = later->at;
+    }
+    visitRamps([&](double end) {
+        if (end > seconds) {
+            next = std::min(next, end);
+        }
+    });
+    return next;
+}
+
+bool ScenePlayer::moving() const {
+    return !emitters_.empty() || !pitches_.empty() || listener_.position || listener_.rotation;
+}
+
+double ScenePlayer::end() const {
+    return scene_.duration ? *scene_.duration : playingEnd(scene_, sounds_, world_);
+}
+
+void ScenePlayer::createEmitter(const EmitterSpec& spec) {
+    Orvel::Emitter* emitter = world_.createEmitter(spec.labels, spec.id);
+    if (emitter == nullptr) {
+        return;
+    }
+    // All of it is sent: a back end's own defaults need not be the library's.
+    emitter->setParam(spec.spatial, spec.value, spec.gain);
+    if (spec.position == emitter->position() && spec.rotation == emitter->rotation()) {
+        world_.setEmitterTransform(*emitter);
+    } else {
+        emitter->setTransform(&spec.position, &spec.rotation);
+    }
+    emitter->setHull(spec.hull.maxBack, spec.hull.maxFront, spec.hull.minBack, spec.hull.minFront);
+    if (spec.source) {
+        emitter->setSource(world_.getSource(*spec.source));
+    }
+}
+
+void ScenePlayer::destroyEmitter(Orvel::Emitter& emitter) {
+    emitters_.erase(emitter.id());
+    delete &emitter;
+}
+
+void ScenePlayer::apply(const Change& change) {
+    switch (change.target) {
+    case Change::Target::World:
+        applyToWorld(change);
+        break;
+    case Change::Target::Listener:
+        applyToListener(change);
+        break;
+    case Change::Target::Source:
+        if (change.newSource) {
+            createSource(world_, *change.newSource, give_);
+        }
+        if (Orvel::Source* source = world_.getSource(change.id)) {
+            applyToSource(change, *source);
+        }
+        break;
+    case Change::Target::Emitter:
+        if (change.newEmitter) {
+            createEmitter(*change.newEmitter);
+        }
+        if (Orvel::Emitter* emitter = world_.getEmitter(change.id)) {
+            applyToEmitter(change, *emitter);
+        }
+        break;
+    }
+}
+
+void ScenePlayer::applyToWorld(const Change& change) {
+    if (change.enabled) {
+        world_.setEnabled(*change.enabled);
+    }
+    if (change.spatialize) {
+        world_.setSpatialize(*change.spatialize);
+        for (const auto& [id, emitter] : world_.emitters()) {
+            placeAnew(world_, *emitter);
+        }
+    }
+}
+
+void ScenePlayer::applyToListener(const Change& change) {
+    Orvel::Vec3f position = world_.listenerPosition();
+    Orvel::Quaternion rotation = world_.listenerRotation();
+    const bool moved = turn(change.position, change, listener_.position, position);
+    if (turn(change.rotation, change, listener_.rotation, rotation) || moved) {
+        setListener(position, rotation);
+    }
+}
+
+void ScenePlayer::applyToSource(const Change& change, Orvel::Source& source) {
+    if (change.destroy) {
+        pitches_.erase(source.id());
+        destroySource(source);
+        return;
+    }
+    if (!std::holds_alternative<std::monostate>(change.sound)) {
+        changeSound(source, change.sound);
+    }
+    float pitch = source.pitch();
+    std::optional<Ramp<float>> ramp;
+    if (const auto found = pitches_.find(source.id()); found != pitches_.end()) {
+        ramp = found->second;
+        if (change.pitch) {
+            pitches_.erase(found);
+        }
+    }
+    const bool pitched = turn(change.pitch, change, ramp, pitch);
+    if (change.pitch && ramp) {
+        pitches_.insert_or_assign(source.id(), *ramp);
+    }
+    if (pitched || change.loop) {
+        source.setParam(change.loop.value_or(source.loop()), pitch);
+    }
+    const State state = change.newSource ? change.newSource->state : State::NONE;
+    if (change.state.value_or(state) != State::NONE) {
+        source.setState(change.state.value_or(state));
+    }
+}
+
+void ScenePlayer::applyToEmitter(const Change& change, Orvel::Emitter& emitter) {
+    if (change.destroy) {
+        destroyEmitter(emitter);
+        return;
+    }
+    EmitterRamps& ramps = emitters_[emitter.id()];
+    float gain = emitter.gain();
+    float value = emitter.paramValue();
+    bool changed = turn(change.gain, change, ramps.gain, gain);
+    changed = turn(change.value, change, ramps.value, value) || changed;
+    const bool replaced = change.spatial && *change.spatial != emitter.paramFlag();
+    if (changed || replaced) {
+        emitter.setParam(change.spatial.value_or(emitter.paramFlag()), value, gain);
+    }
+    if (replaced) {
+        placeAnew(world_, emitter);
+    }
+    Orvel::Vec3f position = emitter.position();
+    Orvel::Quaternion rotation = emitter.rotation();
+    changed = turn(change.position, change, ramps.position, position);
+    if (turn(change.rotation, change, ramps.rotation, rotation) || changed) {
+        emitter.setTransform(&position, &rotation);
+    }
+    Hull hull{emitter.maxBack(), emitter.maxFront(), emitter.minBack(), emitter.minFront()};
+    changed = turn(change.maxBack, change, ramps.maxBack, hull.maxBack);
+    changed = turn(change.maxFront, change, ramps.maxFront, hull.maxFront) || changed;
+    changed = turn(change.minBack, change, ramps.minBack, hull.minBack) || changed;
+    if (turn(change.minFront, change, ramps.minFront, hull.minFront) || changed) {
+        emitter.setHull(hull.maxBack, hull.maxFront, hull.minBack, hull.minFront);
+    }
+    if (change.reconnect) {
+        connect(emitter, change.connect ? world_.getSource(*change.connect) : nullptr);
+    }
+    const State state = change.newEmitter ? change.newEmitter->state : State::NONE;
+    if (change.state.value_or(state) != State::NONE) {
+        emitter.setState(change.state.value_or(state));
+    }
+}
+
+void ScenePlayer::changeSound(Orvel::Source& source, const Sound& sound) {
+    // A back end cannot refill what an emitter holds.
+    std::vector<Orvel::Emitter*> emitters;
+    for (const auto& [id, emitter] : source.connectedEmitters()) {
+        emitters.push_back(emitter);
+    }
+    for (Orvel::Emitter* emitter : emitters) {
+        emitter->setSource(nullptr);
+    }
+    give_(source, sound);
+    for (Orvel::Emitter* emitter : emitters) {
+        connect(*emitter, &source);
+    }
+}
+
+void ScenePlayer::setListener(const Orvel::Vec3f& position, const Orvel::Quaternion& rotation) {
+    if (position == world_.listenerPosition() && rotation == world_.listenerRotation()) {
+        return;
+    }
+    world_.setListenerTransform(position, rotation);
+    if (!world_.enabled()) {
+        world_.setEnabled(false); // moving the listener has made it hear again
+    }
+}
+
+void ScenePlayer::move(double seconds) {
+    Orvel::Vec3f position = world_.listenerPosition();
+    Orvel::Quaternion rotation = world_.listenerRotation();
+    const bool moved = follow(listener_.position, seconds, position);
+    if (follow(listener_.rotation, seconds, rotation) || moved) {
+        setListener(position, rotation);
+    }
+    for (auto entry = pitches_.begin(); entry != pitches_.end();) {
+        if (Orvel::Source* source = world_.getSource(entry->first)) {
+            source->setParam(source->loop(), entry->second.at(seconds));
+        }
+        entry = seconds >= entry->second.end ? pitches_.erase(entry) : std::next(entry);
+    }
+    for (auto entry = emitters_.begin(); entry != emitters_.end();) {
+        EmitterRamps& ramps = entry->second;
+        if (Orvel::Emitter* emitter = world_.getEmitter(entry->first)) {
+            move(*emitter, ramps, seconds);
+        }
+        const bool still = !ramps.position && !ramps.rotation && !ramps.maxBack &&
+                           !ramps.maxFront && !ramps.minBack && !ramps.minFront && !ramps.gain &&
+                           !ramps.value;
+        entry = still ? emitters_.erase(entry) : std::next(entry);
+    }
+}
+
+void ScenePlayer::move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seconds) {
+    Orvel::Vec3f position = emitter.position();
+    Orvel::Quaternion rotation = emitter.rotation();
+    bool changed = follow(ramps.position, seconds, position);
+    if (follow(ramps.rotation, seconds, rotation) || changed) {
+        emitter.setTransform(&position, &rotation);
+    }
+    Hull hull{emitter.maxBack(), emitter.maxFront(), emitter.minBack(), emitter.minFront()};
+    changed = follow(ramps.maxBack, seconds, hull.maxBack);
+    changed = follow(ramps.maxFront, seconds, hull.maxFront) || changed;
+    changed = follow(ramps.minBack, seconds, hull.minBack) || changed;
+    if (follow(ramps.minFront, seconds, hull.minFront) || changed) {
+        emitter.setHull(hull.maxBack, hull.maxFront, hull.minBack, hull.minFront);
+    }
+    float gain = emitter.gain();
+    float value = emitter.paramValue();
+    changed = follow(ramps.gain, seconds, gain);
+    if (follow(ramps.value, seconds, value) || changed) {
+        emitter.setParam(emitter.paramFlag(), value, gain);
+    }
+}
+
+} // namespace Show

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <Show/player/Player.h>
+#include <Show/scene/Ramp.h>
+#include <Show/scene/Scene.h>
+#include <Show/scene/SceneSources.h>
+#include <Show/scene/SoundBank.h>
+
+#include <Orvel/World.h>
+
+#include <cstddef>
+#include <map>
+#include <optional>
+
+namespace Show {
+
+/// Puts a scene into a world and moves it through its timeline.
+///
+/// The scene, the sounds and the world must outlive it. Confined to the world's thread. Nothing can
+/// fail; what a back end cannot do, it logs.
+class ScenePlayer : public Player {
+public:
+    /// How often, in seconds, advance() wants to be called while something moves.
+    static constexpr double kTick = 0.01;
+
+    ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world);
+    /// For a world in which the sounds do not matter, or are given in another way. Calls `give`
+    /// where a source gets its sound; end() takes the lengths from `sounds`.
+    ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give);
+
+    /// Starting over keeps the sources that still have the sound they begin with, because loading
+    /// it takes time in which nothing is heard.
+    void start() override;
+    void advance(double seconds) override;
+    /// An entry of the timeline or the end of a movement.
+    [[nodiscard]] double nextChange(double seconds) const override;
+    /// Whether something moves, so that calls each kTick make a difference.
+    [[nodiscard]] bool moving() const override;
+
+    /// When the scene is over, in seconds: its duration; without one, when the timeline is done and
+    /// every sound that plays then has ended, a looped one having played once. Call it after
+    /// start(): the lengths of URLs are known then, if a back end has fetched them.
+    [[nodiscard]] double end() const override;
+
+    [[nodiscard]] std::map<int, Ramp<float>> pitchRamps() const override { return pitches_; }
+
+private:
+    template <class Value>
+    using MaybeRamp = std::optional<Ramp<Value>>;
+
+    /// What is moving of a listener or an emitter.
+    struct PlaceRamps {
+        MaybeRamp<Orvel::Vec3f> position;
+        MaybeRamp<Orvel::Quaternion> rotation;
+    };
+    struct EmitterRamps : PlaceRamps {
+        MaybeRamp<float> maxBack;
+        MaybeRamp<float> maxFront;
+        MaybeRamp<float> minBack;
+        MaybeRamp<float> minFront;
+        MaybeRamp<float> gain;
+        MaybeRamp<float> value;
+    };
+
+    template <class Visit>
+    void visitRamps(Visit visit) const;
+
+    void clear();
+    void createEmitter(const EmitterSpec& spec);
+    void destroyEmitter(Orvel::Emitter& emitter);
+    void apply(const Change& change);
+    void applyToWorld(const Change& change);
+    void applyToListener(const Change& change);
+    void applyToSource(const Change& change, Orvel::Source& source);
+    void applyToEmitter(const Change& change, Orvel::Emitter& emitter);
+    void changeSound(Orvel::Source& source, const Sound& sound);
+    void setListener(const Orvel::Vec3f& position, const Orvel::Quaternion& rotation);
+    void move(double seconds);
+    static void move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seconds);
+
+    const Scene& scene_;
+    const SoundBank& sounds_;
+    Orvel::World& world_;
+    GiveSound give_;
+    std::map<int, Sound> given_; // by id of the source
+    std::size_t next_ = 0;       // in the timeline
+    PlaceRamps listener_;
+    std::map<int, EmitterRamps> emitters_; // by id; those without any ramp are removed
+    std::map<int, Ramp<float>> pitches_;   // by id of the source
+};
+
+} // namespace Show

@@ -1,0 +1,97 @@
+#include <Show/player/Stage.h>
+
+#include "process/HiddenLine.h"
+
+#include <Orvel/Emitter.h>
+#include <Orvel/OALBackend.h>
+#include <Orvel/Source.h>
+
+#include <iostream>
+#include <utility>
+
+namespace Show {
+
+namespace {
+
+/// Names what the library is busy with, for as long as it lives.
+class Subject {
+public:
+    Subject(OrvelTool::LibraryMessages& messages, std::string text) : messages_(messages) {
+        messages_.setSubject(std::move(text));
+    }
+    Subject(const Subject&) = delete;
+    Subject& operator=(const Subject&) = delete;
+    ~Subject() { messages_.setSubject({}); }
+
+private:
+    OrvelTool::LibraryMessages& messages_;
+};
+
+} // namespace
+
+template <class Base>
+void StageOn<Base>::noteSounds(const Scene& scene) {
+    for (const SourceSpec& source : scene.sources) {
+        sounds_[source.id] = source.soundWhere;
+    }
+    for (const Change& change : scene.timeline) {
+        const bool another = !std::holds_alternative<std::monostate>(change.sound);
+        if (change.newSource || (change.target == Change::Target::Source && another)) {
+            sounds_.erase(change.id);
+        }
+    }
+}
+
+template <class Base>
+StageOn<Base>::~StageOn() {
+    const OrvelTool::HiddenLine quiet(std::cout, "INFO: exit ClientBackend::receiveThread");
+    this->clearWorld();
+    this->deleteAllBackends();
+}
+
+template <class Base>
+std::string StageOn<Base>::part(const char* kind, int id) const {
+    return (path_.empty() ? "" : path_ + ": ") + kind + " " + std::to_string(id);
+}
+
+template <class Base>
+std::string StageOn<Base>::subject(const Orvel::Source& source) const {
+    const auto found = sounds_.find(source.id());
+    if (found == sounds_.end() || found->second.line == 0) {
+        return part("source", source.id());
+    }
+    const Where& where = found->second;
+    return path_ + ":" + std::to_string(where.line) + ": " + where.field;
+}
+
+template <class Base>
+void StageOn<Base>::createSource(Orvel::Source& source) {
+    const Subject subject(messages_, this->subject(source));
+    Base::createSource(source);
+}
+
+template <class Base>
+void StageOn<Base>::setSourceData(Orvel::Source& source) {
+    const Subject subject(messages_, this->subject(source));
+    Base::setSourceData(source);
+    if (source.dataKind() == Orvel::Source::URL_SD) {
+        Orvel::OALBackend::reportRefusedSound(source);
+    }
+}
+
+template <class Base>
+void StageOn<Base>::setSourceDuration(Orvel::Source& source) {
+    newDurations_ = true;
+    Base::setSourceDuration(source);
+}
+
+template <class Base>
+void StageOn<Base>::createEmitter(Orvel::Emitter& emitter) {
+    const Subject subject(messages_, part("emitter", emitter.id()));
+    Base::createEmitter(emitter);
+}
+
+template class StageOn<Orvel::World>;
+template class StageOn<Orvel::Server>;
+
+} // namespace Show

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <Show/plot/Svg.h>
+#include <Show/render/LevelMeter.h>
+
+#include <string>
+
+namespace Show {
+
+/// The RMS levels of both channels over time, one above the other, as SVG elements within `frame`,
+/// which leaves room for the axes' numbers at its left and below.
+std::string drawLevels(const LevelMeter& meter, const Box& frame);
+
+} // namespace Show

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <Show/player/ScenePaths.h>
+#include <Show/plot/Svg.h>
+
+#include <string>
+
+namespace Show {
+
+/// The map of a scene, as SVG elements within `frame`, which leaves room for the axes' numbers at
+/// its left and below.
+std::string drawMap(const ScenePaths& paths, const Box& frame);
+
+/// What the signs of the map mean, as SVG elements from the point (x, y) down.
+std::string drawLegend(double x, double y);
+
+} // namespace Show

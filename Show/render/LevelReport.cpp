@@ -1,0 +1,78 @@
+#include <Show/render/LevelReport.h>
+
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+namespace Show {
+
+namespace {
+
+void writeRow(std::ostream& out, const std::string& name, const LevelMeter::Levels& levels) {
+    std::array<char, 128> row{};
+    std::snprintf(
+        row.data(), row.size(), "%8s  %10.1f %9.1f  %10.1f %9.1f\n", name.c_str(),
+        toDecibels(levels[0].peak), toDecibels(levels[0].rms), toDecibels(levels[1].peak),
+        toDecibels(levels[1].rms));
+    out << row.data();
+}
+
+/// Tenths of a dB are what a table shows; here a hundredth is kept. JSON has no infinity.
+nlohmann::ordered_json number(double level) {
+    if (level <= 0.0) {
+        return nullptr;
+    }
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.2f", toDecibels(level));
+    return std::stod(text.data());
+}
+
+nlohmann::ordered_json channels(const LevelMeter::Levels& levels) {
+    nlohmann::ordered_json json;
+    const std::array<const char*, LevelMeter::kChannels> names{"left", "right"};
+    for (std::size_t channel = 0; channel < names.size(); ++channel) {
+        json[names[channel]] = {
+            {"peak", number(levels[channel].peak)}, {"rms", number(levels[channel].rms)}};
+    }
+    return json;
+}
+
+} // namespace
+
+void writeTable(std::ostream& out, const LevelMeter& meter, std::size_t mostRows) {
+    constexpr std::array<std::size_t, 13> kRows{1,   2,   5,   10,  15,   30,  60,
+                                                120, 300, 600, 900, 1800, 3600};
+    const std::size_t seconds = meter.windows().size();
+    const auto* const each = std::find_if(kRows.begin(), kRows.end() - 1, [&](std::size_t row) {
+        return (seconds + row - 1) / row <= mostRows;
+    });
+    out << "  second   left peak       RMS  right peak       RMS   (dBFS";
+    if (*each > 1) {
+        out << "; a row is " << *each << " s";
+    }
+    out << ")\n";
+    std::size_t second = 0;
+    for (const LevelMeter::Levels& levels : meter.windows(*each)) {
+        writeRow(out, std::to_string(second), levels);
+        second += *each;
+    }
+    writeRow(out, "all", meter.all());
+}
+
+nlohmann::ordered_json toJson(const LevelMeter& meter) {
+    nlohmann::ordered_json json;
+    json["levels"] = nlohmann::ordered_json::array();
+    int second = 0;
+    for (const LevelMeter::Levels& levels : meter.windows()) {
+        nlohmann::ordered_json row;
+        row["second"] = second++;
+        row.update(channels(levels));
+        json["levels"].push_back(std::move(row));
+    }
+    json["all"] = channels(meter.all());
+    return json;
+}
+
+} // namespace Show

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <Show/render/LevelMeter.h>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstddef>
+#include <ostream>
+
+namespace Show {
+
+/// The most rows of a table, unless all are wanted.
+inline constexpr std::size_t kMostRows = 60;
+
+/// Writes a table: a row for each second and one for all, with peak and RMS of the left and the
+/// right channel in dB below full scale, "-inf" for silence. The meter's windows are seconds. Where
+/// there would be more than `mostRows`, a row is of several seconds.
+void writeTable(std::ostream& out, const LevelMeter& meter, std::size_t mostRows = kMostRows);
+
+/// The same as JSON: {"levels": [{"second": 0, "left": {"peak": dBFS, "rms": dBFS}, "right": ...},
+/// ...], "all": {"left": ..., "right": ...}}, with null for silence.
+nlohmann::ordered_json toJson(const LevelMeter& meter);
+
+} // namespace Show

@@ -1,0 +1,68 @@
+#include <Show/render/LiveRecording.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace Show {
+
+namespace {
+
+/// The least that is rendered in one go, in seconds. It is less than a block, so that an event that
+/// comes between two blocks is heard when it came.
+constexpr double kLeastAtOnce = 0.001;
+/// The most that is rendered in one go, in seconds; then others get their turn.
+constexpr double kMostAtOnce = 0.05;
+
+using Seconds = std::chrono::duration<double>;
+
+} // namespace
+
+LiveRecording::LiveRecording(
+    Orvel::OALLoopbackBackend& backend, const std::string& path, Clock::time_point begin)
+    : backend_(backend), rate_(backend.rate()), begin_(begin),
+      writer_(path, backend.rate(), SampleFormat::s16, {}, WavWriter::Unfinished::Kept),
+      perSecond_(rate_, 1.0) {
+    writer_.updateHeader();
+}
+
+std::uint64_t LiveRecording::framesUntil(Clock::time_point time) const {
+    const double seconds = std::max(0.0, Seconds(time - begin_).count());
+    return std::min(
+        static_cast<std::uint64_t>(std::llround(seconds * rate_)),
+        WavWriter::mostFrames(SampleFormat::s16));
+}
+
+void LiveRecording::render(std::uint64_t frames) {
+    samples_.resize(frames * Orvel::OALLoopbackBackend::kChannels);
+    backend_.render(samples_.data(), static_cast<unsigned>(frames));
+    writer_.write(samples_);
+    perSecond_.add(samples_);
+    const double before = std::floor(seconds());
+    frames_ += frames;
+    if (std::floor(seconds()) != before) {
+        writer_.updateHeader();
+    }
+}
+
+bool LiveRecording::advance(Clock::time_point now) {
+    const std::uint64_t due = framesUntil(now) - frames_;
+    if (static_cast<double>(due) >= kLeastAtOnce * rate_) {
+        worstLag_ = std::max(worstLag_, static_cast<double>(due) / rate_);
+        render(std::min(due, static_cast<std::uint64_t>(kMostAtOnce * rate_)));
+    }
+    return frames_ < WavWriter::mostFrames(SampleFormat::s16);
+}
+
+LiveRecording::Clock::time_point LiveRecording::next() const {
+    return begin_ + std::chrono::duration_cast<Clock::duration>(Seconds(seconds())) + kBlock;
+}
+
+void LiveRecording::finish(Clock::time_point end) {
+    const std::uint64_t due = framesUntil(end);
+    while (frames_ < due) {
+        render(std::min(due - frames_, static_cast<std::uint64_t>(kMostAtOnce * rate_)));
+    }
+    writer_.finish();
+}
+
+} // namespace Show

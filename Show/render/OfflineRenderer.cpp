@@ -1,0 +1,73 @@
+#include <Show/render/OfflineRenderer.h>
+
+#include <Show/player/ScenePlayer.h>
+#include <Show/scene/LoadedScene.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace Show {
+
+namespace {
+
+/// How long a block may be while nothing changes, in seconds.
+constexpr double kStillStep = 0.1;
+
+std::string parameters(const Playable& what, unsigned rate) {
+    std::string text = "rate=" + std::to_string(rate);
+    if (const std::size_t emitters = what.emitters(); emitters > kUsualEmitters) {
+        text += " sources=" + std::to_string(emitters);
+    }
+    return text;
+}
+
+/// The first multiple of `step` after `time`.
+double nextMultiple(double time, double step) {
+    // A time that is a multiple itself may come out a little below it.
+    constexpr double kTolerance = 1e-6;
+    return (std::floor(time / step + kTolerance) + 1.0) * step;
+}
+
+} // namespace
+
+OfflineRenderer::OfflineRenderer(
+    const Playable& what, OrvelTool::LibraryMessages& messages, unsigned rate)
+    : stage_(what.makeStage(messages)),
+      backend_(dynamic_cast<Orvel::OALLoopbackBackend*>(
+          stage_->addBackend("loopback", parameters(what, rate).c_str()))),
+      player_(what.makePlayer(*stage_)), rate_(rate) {
+    if (working()) {
+        player_->start();
+    }
+}
+
+bool OfflineRenderer::working() const {
+    return backend_ != nullptr && backend_->working();
+}
+
+double OfflineRenderer::nextStop(double end) const {
+    const double step = player_->moving() ? ScenePlayer::kTick : kStillStep;
+    return std::min({end, player_->nextChange(now_), nextMultiple(now_, step)});
+}
+
+std::span<const float> OfflineRenderer::next(double end) {
+    while (working() && now_ < end) {
+        if (late_) {
+            player_->advance(now_);
+            stage_->update();
+        }
+        now_ = nextStop(end);
+        late_ = true;
+        const auto due = static_cast<std::uint64_t>(std::llround(now_ * rate_));
+        if (due > frames_) {
+            const auto count = static_cast<unsigned>(due - frames_);
+            samples_.resize(std::size_t{count} * Orvel::OALLoopbackBackend::kChannels);
+            backend_->render(samples_.data(), count);
+            frames_ = due;
+            return samples_;
+        }
+    }
+    return {};
+}
+
+} // namespace Show

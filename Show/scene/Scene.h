@@ -1,0 +1,135 @@
+#pragma once
+
+#include <Orvel/Quaternion.h>
+#include <Orvel/Vec3f.h>
+#include <Orvel/WorldPart.h>
+
+#include <compare>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+/// The command-line tool: scene files, their sounds and their play, and the commands on them.
+namespace Show {
+
+/// A sine wave of one channel, beginning at zero. It loops without a click when hertz x seconds is
+/// a whole number, and seconds x 44100 too.
+struct Tone {
+    double hertz = 440.0;
+    double seconds = 1.0;
+    double amplitude = 0.5; ///< of full scale, 0 to 1
+    auto operator<=>(const Tone&) const = default;
+};
+
+/// A sound file, by its absolute path.
+struct SoundFile {
+    std::string path;
+    /// Keep one or two channels as they are; otherwise all are mixed to one.
+    bool keepChannels = false;
+    auto operator<=>(const SoundFile&) const = default;
+};
+
+/// A sound that the back ends fetch themselves.
+struct SoundUrl {
+    std::string text;
+    auto operator<=>(const SoundUrl&) const = default;
+};
+
+using Sound = std::variant<std::monostate, SoundFile, SoundUrl, Tone>;
+
+/// Where something stands in the scene file: its line from 1, and its path of keys such as
+/// "emitters[0].gain".
+struct Where {
+    int line = 0;
+    std::string field;
+};
+
+/// Extents in scene units, with the library's defaults.
+struct Hull {
+    float maxBack = 10.0F;
+    float maxFront = 10.0F;
+    float minBack = 0.0F;
+    float minFront = 0.0F;
+};
+
+struct SourceSpec {
+    int id = 0;
+    Sound sound;
+    bool loop = false;
+    float pitch = 1.0F;
+    Orvel::WorldPart::State state = Orvel::WorldPart::NONE;
+    Where where;
+    Where soundWhere; ///< of the key that gives the sound
+};
+
+struct EmitterSpec {
+    int id = 0;
+    std::optional<int> source;
+    Orvel::Vec3f position;
+    Orvel::Quaternion rotation; ///< of unit length
+    Hull hull;
+    bool oneInner = false; ///< only one of the two inner extents is given
+    bool oneOuter = false; ///< only one of the two outer extents is given
+    float gain = 1.0F;
+    bool spatial = true;
+    float value = 0.0F;
+    std::vector<std::string> labels;
+    Orvel::WorldPart::State state = Orvel::WorldPart::NONE;
+    Where where;
+};
+
+/// One entry of the timeline. What the entry does not mention is empty.
+struct Change {
+    enum class Target { Emitter, Source, Listener, World };
+
+    double at = 0.0;   ///< seconds from the start
+    double over = 0.0; ///< seconds that position, rotation, hull, gain, value and pitch take
+    Target target = Target::World;
+    int id = 0; ///< of the emitter or source
+
+    /// The part that comes to life, complete; the single properties below are then empty.
+    std::optional<EmitterSpec> newEmitter;
+    std::optional<SourceSpec> newSource;
+    bool destroy = false;
+
+    // Emitter and listener.
+    std::optional<Orvel::Vec3f> position;
+    std::optional<Orvel::Quaternion> rotation; ///< of unit length
+    // Emitter.
+    std::optional<float> maxBack;
+    std::optional<float> maxFront;
+    std::optional<float> minBack;
+    std::optional<float> minFront;
+    std::optional<float> gain;
+    std::optional<float> value;
+    std::optional<bool> spatial;
+    bool reconnect = false;     ///< to `connect`
+    std::optional<int> connect; ///< the source's id; none disconnects
+    // Source.
+    Sound sound;
+    std::optional<bool> loop;
+    std::optional<float> pitch;
+    // Emitter and source.
+    std::optional<Orvel::WorldPart::State> state;
+    // World.
+    std::optional<bool> enabled;
+    std::optional<bool> spatialize;
+
+    Where where;
+    Where soundWhere; ///< of the key that gives the sound
+};
+
+/// What a scene file says; see docs/scene-files.md. Values are within their ranges, and every id
+/// that is referred to exists at that moment.
+struct Scene {
+    std::string path;               ///< of the file, as it was given
+    std::optional<double> duration; ///< seconds
+    Orvel::Vec3f listenerPosition;
+    Orvel::Quaternion listenerRotation;
+    std::vector<SourceSpec> sources;
+    std::vector<EmitterSpec> emitters;
+    std::vector<Change> timeline; ///< by `at`; what is due together is in the file's order
+};
+
+} // namespace Show

@@ -1,0 +1,49 @@
+#include <Show/scene/SceneSources.h>
+
+#include "process/HiddenLine.h"
+#include <Show/scene/LoadedScene.h>
+
+#include <Orvel/Backend.h>
+#include <Orvel/Emitter.h>
+
+#include <iostream>
+#include <variant>
+
+namespace Show {
+
+void nameSound(const Orvel::Source& source, const Sound& sound) {
+    for (Orvel::Backend* backend : source.world().backends()) {
+        if (auto* names = dynamic_cast<SoundNames*>(backend)) {
+            names->setSoundName(source.id(), nameOf(sound));
+        }
+    }
+}
+
+void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& sound) {
+    nameSound(source, sound);
+    if (const auto* url = std::get_if<SoundUrl>(&sound)) {
+        source.setDataFromURL(url->text);
+    } else if (const Samples* samples = sounds.find(sound)) {
+        const OrvelTool::HiddenLine quiet(std::cerr, "Source::setData call");
+        source.setData(
+            samples->rate, 16, samples->channels,
+            reinterpret_cast<const unsigned char*>(samples->values.data()),
+            static_cast<unsigned>(samples->values.size() * sizeof(std::int16_t)));
+    }
+}
+
+void createSource(Orvel::World& world, const SourceSpec& spec, const GiveSound& give) {
+    if (Orvel::Source* source = world.createSource(spec.id)) {
+        give(*source, spec.sound);
+        source->setParam(spec.loop, spec.pitch);
+    }
+}
+
+void destroySource(Orvel::Source& source) {
+    while (!source.connectedEmitters().empty()) {
+        source.connectedEmitters().begin()->second->setSource(nullptr);
+    }
+    delete &source;
+}
+
+} // namespace Show

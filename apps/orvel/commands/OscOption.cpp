@@ -1,0 +1,77 @@
+#include "commands/OscOption.h"
+
+#include "process/Complaint.h"
+
+#include <Corvid/InetAddress.h>
+
+#include <utility>
+
+namespace OrvelTool {
+
+namespace {
+
+/// "ADDR:PORT" or "PORT"; false if it is neither.
+bool parse(const std::string& text, Show::OscServer::Settings& settings) {
+    const auto colon = text.rfind(':');
+    if (colon != std::string::npos) {
+        settings.address = text.substr(0, colon);
+    }
+    const std::string port = colon == std::string::npos ? text : text.substr(colon + 1);
+    const auto address = Corvid::InetAddress::getByAddress(settings.address);
+    return address.isValid() && !address.isMulticast() && !port.empty() &&
+           port.find_first_not_of("0123456789") == std::string::npos &&
+           CLI::detail::lexical_cast(port, settings.port);
+}
+
+std::string checkPlace(const std::string& text) {
+    Show::OscServer::Settings settings;
+    return parse(text, settings) ? ""
+                                 : "expected PORT or ADDR:PORT, such as 9000 or 0.0.0.0:9000, "
+                                   "found \"" +
+                                       text + "\"";
+}
+
+std::string checkScale(const std::string& text) {
+    float scale = 0.0F;
+    return CLI::detail::lexical_cast(text, scale) && scale >= 1e-6F && scale <= 1e6F
+               ? ""
+               : "expected a number from 1e-6 to 1e6, found \"" + text + "\"";
+}
+
+} // namespace
+
+void OscOption::declare(CLI::App& app) {
+    app.add_option(
+           "--osc", text_,
+           "Take Open Sound Control at this port, over UDP and TCP, from this machine, or on the "
+           "interface with this address (0.0.0.0: on all); port 0: one that is free")
+        ->type_name("[ADDR:]PORT")
+        ->check(CLI::Validator(checkPlace, "", "osc"));
+    app.add_option(
+           "--osc-scale", scale_, "How many scene units the 1 of ADM-OSC's coordinates stands for")
+        ->type_name("X")
+        ->check(CLI::Validator(checkScale, "", "scale"))
+        ->capture_default_str();
+}
+
+std::string OscOption::address() const {
+    Show::OscServer::Settings settings;
+    parse(text_, settings);
+    return settings.address;
+}
+
+std::unique_ptr<Show::OscServer>
+OscOption::open(Orvel::World& world, Show::OscScene::Apply apply) const {
+    Show::OscServer::Settings settings;
+    parse(text_, settings);
+    settings.scale = scale_;
+    auto server = std::make_unique<Show::OscServer>(world, settings, std::move(apply));
+    if (!server->open()) {
+        return nullptr;
+    }
+    complain(
+        "taking Open Sound Control at " + settings.address + ":" + std::to_string(server->port()));
+    return server;
+}
+
+} // namespace OrvelTool

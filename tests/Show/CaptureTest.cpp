@@ -1,0 +1,306 @@
+// Captures: what a server did is done again, and a file that is cut or damaged plays up to there.
+#include <Show/capture/Capture.h>
+
+#include "commands/Kinds.h"
+#include <Show/capture/CaptureFormat.h>
+#include <Show/capture/CaptureReader.h>
+#include <Show/capture/CaptureWriter.h>
+#include <Show/detail/VisibleText.h>
+#include <Show/render/OfflineRenderer.h>
+#include <Show/server/SoundServer.h>
+
+#include <Corvid/Communicator.h>
+#include <Corvid/MultiClient.h>
+#include <Corvid/MultiServer.h>
+#include <Orvel/ClientBackend.h>
+#include <Orvel/CreateEmitterEvent.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/Source.h>
+#include <Orvel/TransformEvent.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <sstream>
+#include <support/Capture.h>
+#include <support/Loopback.h>
+#include <support/RecordingBackend.h>
+#include <support/TemporaryFolder.h>
+#include <support/WorldText.h>
+
+using namespace OrvelTool;
+using namespace Show;
+using namespace Orvel::Test;
+
+namespace {
+
+const std::string kSources = R"({"orvel":1,"sources":[
+    {"id":1,"tone":{"hertz":441,"seconds":0.1},"loop":true},{"id":2,"tone":{"hertz":882,"seconds":0.1},"loop":true}],
+    "timeline":[{"at":5,"source":3,"create":true,"tone":{"seconds":0.1}}]})";
+
+/// A client with a world of its own.
+struct Client {
+    Client() {
+        world.createSource(1);
+        world.createSource(2);
+        const std::string params = "deferred=yes port=" + std::to_string(testPort());
+        client = dynamic_cast<Orvel::ClientBackend*>(world.addBackend("client", params.c_str()));
+    }
+    Orvel::Emitter* emitter(int id, int source) {
+        Orvel::Emitter* made = world.createEmitter({}, id);
+        made->setHull(20, 20, 2, 2);
+        made->setSource(world.getSource(source));
+        made->setState(Orvel::WorldPart::PLAY);
+        return made;
+    }
+    static void move(Orvel::Emitter* emitter, float x) {
+        const Orvel::Vec3f place{x, 0, -1};
+        emitter->setTransform(&place, nullptr);
+    }
+
+    TidyWorld world;
+    Orvel::ClientBackend* client = nullptr;
+};
+
+class Captures : public testing::Test {
+protected:
+    /// Records a session of two clients, one after the other, and local input; gives the
+    /// description of the server's world at its end.
+    std::string record() {
+        std::ofstream(bankPath) << kSources;
+        const auto bank = loadScene(bankPath);
+        LibraryMessages messages(false);
+        SoundServer server(*bank, messages, 0);
+        server.setMulticastPort(testPort());
+        server.fill();
+        CaptureWriter writer(path, bankPath, kSources);
+        server.setTap(&writer);
+        std::vector<std::unique_ptr<Client>> clients;
+        const auto serve = [&](auto done) {
+            EXPECT_TRUE(until(done, [&] {
+                for (const auto& client : clients) {
+                    client->world.update();
+                }
+                server.serve(std::chrono::milliseconds(4));
+            }));
+        };
+        clients.push_back(std::make_unique<Client>());
+        clients[0]->emitter(14, 1);
+        serve([&] { return server.emitters().size() == 1; });
+        Orvel::CommandEvent off(Orvel::CmdDisable);
+        off.send(&clients[0]->client->multiClient());
+        serve([&] { return !server.enabled(); });
+        // It goes, and what it has made and done goes with it.
+        clients.clear();
+        serve([&] { return server.emitters().empty() && server.enabled(); });
+        clients.push_back(std::make_unique<Client>());
+        Client& player = *clients[0];
+        Orvel::Emitter* a = player.emitter(11, 1);
+        Orvel::Emitter* b = player.emitter(12, 2);
+        player.emitter(13, 1)->setParam(true, 0, 0.125F);
+        player.world.createSource(3);
+        player.world.createSource(9); // which the server has not
+        Orvel::CreateEmitterEvent local;
+        local.address(Orvel::CmdCreateEmitter, 13);
+        EXPECT_TRUE(server.apply(local)); // first, so that it is not the client's
+        serve([&] { return server.emitters().size() == 3 && server.getSource(3) != nullptr; });
+        for (int i = 0; i < 200; ++i) {
+            Client::move(a, static_cast<float>(std::sin(i * 0.1)));
+            Client::move(b, static_cast<float>(std::cos(i * 0.1)));
+            server.serve(std::chrono::milliseconds(1));
+            player.world.update();
+        }
+        a->setParam(true, 0.25F, 0.5F);
+        b->setState(Orvel::WorldPart::PAUSE);
+        player.world.setListenerTransform({1, 2, 3}, {0, 1, 0, 0});
+        player.world.getSource(3)->setParam(true, 2);
+        delete player.world.getSource(3);
+        serve([&] { return server.listenerPosition().y > 1 && server.getEmitter(11)->gain() < 1; });
+        EXPECT_EQ(server.getSource(3)->pitch(), 1.0F); // kept, as it was at first
+        EXPECT_EQ(server.getEmitter(13)->gain(), 1.0F);
+        EXPECT_TRUE(server.apply(off));
+        EXPECT_FALSE(server.enabled());
+        server.setTap(nullptr);
+        EXPECT_TRUE(writer.finish());
+        return describe(server);
+    }
+
+    [[nodiscard]] std::string bytes() const {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    void write(const std::string& content) const {
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+    }
+    /// Plays the file to its end; gives the description of the world.
+    std::string replay() const {
+        LibraryMessages messages(false);
+        const auto capture = Capture::load(path);
+        const auto stage = capture->makeStage(messages);
+        const auto player = capture->makePlayer(*stage);
+        player->start();
+        player->advance(player->end());
+        return describe(*stage);
+    }
+
+    TemporaryFolder folder;
+    std::string path = folder.file("session.orvelrec");
+    std::string bankPath = folder.file("bank.json");
+};
+
+std::vector<float> render(const Playable& what) {
+    registerKinds();
+    LibraryMessages messages(false);
+    OfflineRenderer renderer(what, messages, 44100);
+    std::vector<float> all;
+    for (auto block = renderer.next(renderer.end()); !block.empty();
+         block = renderer.next(renderer.end())) {
+        all.insert(all.end(), block.begin(), block.end());
+    }
+    return all;
+}
+
+} // namespace
+
+TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
+    const std::string live = record();
+    EXPECT_EQ(replay(), live);
+    const auto capture = Capture::load(path);
+    const std::vector<float> once = render(*capture);
+    EXPECT_EQ(render(*capture), once);
+    EXPECT_TRUE(std::any_of(once.begin(), once.end(), [](float s) { return s > 0.01F; }));
+    // Starting over leaves nothing behind of the first time.
+    LibraryMessages messages(false);
+    const auto stage = capture->makeStage(messages);
+    const auto player = capture->makePlayer(*stage);
+    for (int round = 0; round < 2; ++round) {
+        player->start();
+        EXPECT_TRUE(stage->enabled());
+        player->advance(player->end());
+        EXPECT_EQ(describe(*stage), live);
+    }
+    const auto told = messages.take();
+    ASSERT_EQ(told.size(), 1);
+    EXPECT_NE(told[0].find("sources that the server had not: 9"), std::string::npos) << told[0];
+    EXPECT_EQ(messages.lost(), 0);
+}
+
+TEST_F(Captures, AFileThatIsCutAnywherePlaysUpToTheCut) {
+    record();
+    const std::string all = bytes();
+    std::vector<std::size_t> ends; // of the records, in bytes
+    std::string fault;
+    const auto whole = CaptureReader::open(path, fault);
+    for (CaptureReader::Record record; whole->next(record);) {
+        ends.push_back(whole->offset());
+    }
+    ends.push_back(whole->offset());
+    EXPECT_FALSE(whole->damaged());
+    for (std::size_t size = all.size() - 1; size > all.size() - 1024; --size) {
+        write(all.substr(0, size));
+        OutputCapture error(STDERR_FILENO);
+        const auto capture = Capture::load(path);
+        ASSERT_NE(capture, nullptr);
+        const std::string told = error.take();
+        EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1) << told;
+        EXPECT_NE(told.find("is cut"), std::string::npos) << told;
+        LibraryMessages messages(false);
+        const auto stage = capture->makeStage(messages);
+        const auto player = capture->makePlayer(*stage);
+        player->start();
+        player->advance(player->end());
+        EXPECT_TRUE(std::isinf(player->nextChange(player->end())));
+        const auto reader = CaptureReader::open(path, fault);
+        std::size_t records = 0;
+        for (CaptureReader::Record record; reader->next(record);) {
+            ++records;
+        }
+        EXPECT_TRUE(reader->damaged());
+        // offset() is where the last record that was given begins, so ends holds their beginnings.
+        const auto expected = static_cast<std::size_t>(
+            std::upper_bound(std::next(ends.begin()), ends.end(), size) - std::next(ends.begin()));
+        EXPECT_EQ(records, expected) << size;
+    }
+    // Nothing can be made of half a header.
+    for (const std::size_t size : {8, 20, 27, 28, 100}) {
+        write(all.substr(0, size));
+        EXPECT_EQ(CaptureReader::open(path, fault), nullptr);
+        EXPECT_NE(fault.find("header is damaged or cut"), std::string::npos) << fault;
+    }
+    for (const auto& [at, what] : {std::pair{8, "version 7"}, {10, "version 7 of the protocol"}}) {
+        std::string other = all;
+        other[static_cast<std::size_t>(at)] = 7;
+        const std::size_t header = 28 + bankPath.size() + kSources.size();
+        const std::uint32_t sum = CaptureFormat::sum(other.data(), header);
+        other.replace(header, 4, reinterpret_cast<const char*>(&sum), 4);
+        write(other);
+        EXPECT_EQ(CaptureReader::open(path, fault), nullptr);
+        EXPECT_NE(fault.find(what), std::string::npos) << fault;
+    }
+}
+
+TEST_F(Captures, DamageEndsThePlayAndIsToldOnce) {
+    record();
+    const std::string all = bytes();
+    const std::size_t first = 28 + bankPath.size() + kSources.size() + 4;
+    for (std::size_t at = first; at < all.size(); at += 37) {
+        std::string other = all;
+        other[at] = static_cast<char>(other[at] ^ 0x21);
+        write(other);
+        const auto capture = Capture::load(path);
+        LibraryMessages messages(false);
+        const auto stage = capture->makeStage(messages);
+        const auto player = capture->makePlayer(*stage);
+        player->start();
+        player->advance(player->end());
+        EXPECT_TRUE(std::isinf(player->nextChange(0)));
+        const auto told = messages.take();
+        const bool inMark = at >= all.size() - 21; // then the file counts as cut
+        EXPECT_EQ(
+            std::count_if(
+                told.begin(), told.end(),
+                [](const auto& text) { return text.find("damaged") != std::string::npos; }),
+            inMark ? 0 : 1)
+            << at;
+    }
+}
+
+TEST(VisibleText, LetsNoControlCharacterThrough) {
+    std::ostringstream out;
+    {
+        const VisibleOutput filter(out);
+        out << "\x1b[2J\r\t"
+            << "\xC2\x9B\x9B\x7F"
+            << "\xE2\x80\xAE"
+            << "h\u00F6rt \u2026\n"
+            << '\a';
+    }
+    EXPECT_EQ(
+        out.str(), "\\x1b[2J\\x0d\t\\xc2\\x9b\\x9b\\x7f\\xe2\\x80\\xaeh\u00F6rt \u2026\n\\x07");
+    EXPECT_EQ(visible("a\nb\t"), "a\\nb\\x09");
+}
+
+TEST_F(Captures, ARecordingReplacesNothingAndKeepsItsLimit) {
+    write("something");
+    EXPECT_THROW(CaptureWriter(path, "", ""), std::exception);
+    Orvel::TransformEvent event;
+    event.address(Orvel::CmdSetEmitterTransform, 11);
+    const std::string small = folder.file("small.orvelrec");
+    CaptureWriter limited(small, "", "", 4000);
+    for (int i = 0; i < 1000; ++i) {
+        limited.received(event, "127.0.0.1:65535");
+    }
+    EXPECT_FALSE(limited.finish());
+    std::string fault;
+    const auto reader = CaptureReader::open(small, fault);
+    std::size_t events = 0;
+    for (CaptureReader::Record record; reader->next(record);) {
+        events += record.kind == CaptureReader::Kind::Event ? 1 : 0;
+    }
+    EXPECT_EQ(events, limited.events());
+    EXPECT_GT(reader->offset(), 3000);
+    EXPECT_LE(std::filesystem::file_size(small), 4000);
+}

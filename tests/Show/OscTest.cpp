@@ -1,0 +1,369 @@
+// Open Sound Control: what messages do, in which order, and what of it is refused.
+#include <Show/osc/OscInbox.h>
+#include <Show/osc/OscScene.h>
+#include <Show/osc/OscServer.h>
+#include <Show/osc/OscStream.h>
+
+#include <Orvel/Emitter.h>
+#include <Orvel/Server.h>
+#include <Orvel/Source.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <deque>
+#include <endian.h>
+#include <gtest/gtest.h>
+#include <limits>
+#include <lo/lo.h>
+#include <string>
+#include <support/Capture.h>
+#include <support/RawSocket.h>
+#include <support/RecordingBackend.h>
+#include <support/WorldText.h>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+using namespace Show;
+using namespace Orvel::Test;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+namespace {
+
+using Packets = std::vector<std::string>;
+using Numbers = std::vector<float>;
+
+std::string
+message(const std::string& path, const Numbers& numbers = {}, const char* text = nullptr) {
+    lo_message message = lo_message_new();
+    for (const float number : numbers) {
+        lo_message_add_float(message, number);
+    }
+    if (text != nullptr) {
+        lo_message_add_string(message, text);
+    }
+    std::string bytes(lo_message_length(message, path.c_str()), '\0');
+    lo_message_serialise(message, path.c_str(), bytes.data(), nullptr);
+    lo_message_free(message);
+    return bytes;
+}
+
+std::string sized(const std::string& packet) {
+    const std::uint32_t size = htobe32(static_cast<std::uint32_t>(packet.size()));
+    return std::string(reinterpret_cast<const char*>(&size), sizeof size) + packet;
+}
+
+/// `seconds` since 1970; 0: at once.
+std::string bundle(std::uint32_t seconds, const Packets& elements) {
+    const std::uint32_t time[] = {
+        htobe32(seconds == 0 ? 0 : seconds + 2208988800U), htobe32(seconds == 0 ? 1 : 0)};
+    std::string bytes =
+        "#bundle\0"s + std::string(reinterpret_cast<const char*>(time), sizeof time);
+    for (const std::string& element : elements) {
+        bytes += sized(element);
+    }
+    return bytes;
+}
+
+std::span<const std::byte> bytes(const std::string& packet) {
+    return std::as_bytes(std::span(packet));
+}
+
+void expectNear(const Orvel::Vec3f& found, const Orvel::Vec3f& expected, const char* what) {
+    EXPECT_LT(std::hypot(found.x - expected.x, found.y - expected.y, found.z - expected.z), 1e-4F)
+        << what << ": " << found.x << ' ' << found.y << ' ' << found.z;
+}
+
+/// A world with the emitters 11 and 12, the sources 1 and 2, and a scale of 10.
+class OscScenes : public testing::Test {
+protected:
+    OscScenes() {
+        for (const int id : {1, 2}) {
+            world.createSource(id);
+            emitter(id + 10, true).setSource(world.getSource(id));
+        }
+    }
+    Orvel::Emitter& emitter(int id, bool create = false) {
+        return *(create ? world.createEmitter({}, id) : world.getEmitter(id));
+    }
+
+    TidyWorld world;
+    OscScene scene{world, 10.0F, [this](Orvel::CommandEvent& event) {
+                       EXPECT_TRUE(Orvel::Server::applyEvent(world, &event));
+                   }};
+};
+
+} // namespace
+
+TEST_F(OscScenes, CoordinatesOfAdmBecomeThoseOfTheScene) {
+    const float half = 10.0F * std::sqrt(0.5F);
+    // One after the other; each begins where the former has led to.
+    const std::tuple<const char*, Numbers, Orvel::Vec3f> rows[] = {
+        {"/adm/obj/11/xyz", {-1, 0.5F, 0.25F}, {-10, 2.5F, -5}},
+        {"/adm/obj/11/x", {1}, {10, 2.5F, -5}},
+        {"/adm/obj/11/y", {-1}, {10, 2.5F, 10}},
+        {"/adm/obj/*/z", {0}, {10, 0, 10}},
+        {"/adm/obj/11/azim", {90}, {-10 * std::sqrt(2.0F), 0, 0}},
+        {"/adm/obj/11/dist", {1}, {-10, 0, 0}},
+        {"/adm/obj/11/elev", {45}, {-half, half, 0}},
+        {"/adm/obj/11/dist", {0}, {0, 0, 0}}, // and the direction is not forgotten
+        {"/adm/obj/11/dist", {2}, {-2 * half, 2 * half, 0}},
+        {"/adm/obj/11/aed", {-90, 0, 1}, {10, 0, 0}},
+        {"/orvel/emitter/11/position", {1, 2, 3}, {1, 2, 3}},
+        {"/adm/obj/11/azim", {180}, {0, 2, std::sqrt(10.0F)}},
+    };
+    for (const auto& [path, numbers, place] : rows) {
+        EXPECT_EQ(scene.take(bytes(message(path, numbers))), "") << path;
+        expectNear(emitter(11).position(), place, path);
+    }
+    EXPECT_EQ(emitter(12).position(), Orvel::Vec3f{});
+}
+
+TEST_F(OscScenes, TurnsLeftThenUpThenToTheRight) {
+    // The last two: what is ahead and what is to the right, after the turn.
+    const std::tuple<const char*, Numbers, Orvel::Vec3f, Orvel::Vec3f> rows[] = {
+        {"/adm/lis/ypr", {90, 0, 0}, {-1, 0, 0}, {0, 0, -1}},
+        {"/adm/lis/ypr", {0, 90, 0}, {0, 1, 0}, {1, 0, 0}},
+        {"/adm/lis/ypr", {0, 0, 90}, {0, 0, -1}, {0, -1, 0}},
+        {"/adm/lis/ypr", {90, 90, 0}, {0, 1, 0}, {0, 0, -1}},
+        {"/orvel/listener/orientation", {0, 5, 0, 5}, {-1, 0, 0}, {0, 0, -1}},
+        {"/orvel/emitter/11/orientation", {-90, 0, 0}, {1, 0, 0}, {0, 0, 1}},
+    };
+    for (const auto& [path, numbers, ahead, right] : rows) {
+        world.setEnabled(false);
+        EXPECT_EQ(scene.take(bytes(message(path, numbers))), "");
+        EXPECT_FALSE(world.enabled());
+        const bool emits = std::string(path).find("emitter") != std::string::npos;
+        const Orvel::Quaternion q = emits ? emitter(11).rotation() : world.listenerRotation();
+        expectNear(q.rotate({0, 0, -1}), ahead, path);
+        expectNear(q.rotate({1, 0, 0}), right, path);
+    }
+}
+
+TEST_F(OscScenes, PathsChangeWhatTheyName) {
+    using State = Orvel::WorldPart::State;
+    const std::tuple<const char*, Numbers, std::function<bool()>> rows[] = {
+        {"/adm/obj/11/gain", {0.5F}, [&] { return emitter(11).gain() == 0.5F; }},
+        {"/adm/obj/11/mute", {1}, [&] { return emitter(11).gain() == 0.0F; }},
+        {"/adm/obj/11/mute", {1}, [&] { return emitter(11).gain() == 0.0F; }},
+        {"/adm/obj/11/gain", {0.75F}, [&] { return emitter(11).gain() == 0.0F; }},
+        {"/adm/obj/11/mute", {0}, [&] { return emitter(11).gain() == 0.75F; }},
+        {"/orvel/emitter/11/value", {3}, [&] { return emitter(11).paramValue() == 3.0F; }},
+        {"/orvel/emitter/11/hull", {4, 3, 2, 1}, [&] { return emitter(11).maxFront() == 3.0F; }},
+        {"/orvel/emitter/*/play", {}, [&] { return world.getSource(2)->state() == State::PLAY; }},
+        {"/orvel/emitter/11/stop", {0}, [&] { return emitter(11).state() == State::PLAY; }},
+        {"/orvel/emitter/11/source", {2}, [&] { return emitter(11).source()->id() == 2; }},
+        {"/orvel/emitter/11/pause", {1}, [&] { return emitter(12).state() == State::PAUSE; }},
+        {"/orvel/source/2/stop", {}, [&] { return emitter(11).state() == State::STOP; }},
+        {"/orvel/source/2/pitch", {2}, [&] { return world.getSource(2)->pitch() == 2.0F; }},
+        {"/orvel/source/2/loop", {1}, [&] { return world.getSource(2)->loop(); }},
+        {"/orvel/emitter/11/source", {0}, [&] { return emitter(11).source() == nullptr; }},
+        {"/orvel/listener/position", {1, 2, 3}, [&] { return world.listenerPosition().z == 3; }},
+        {"/adm/lis/xyz", {0, 1, 0}, [&] { return world.listenerPosition().z == -10; }},
+        {"/orvel/enabled", {0}, [&] { return !world.enabled(); }},
+        {"/orvel/emitter/11/destroy", {}, [&] { return world.getEmitter(11) == nullptr; }},
+        {"/orvel/emitter/11/create", {}, [&] { return world.getEmitter(11) != nullptr; }},
+    };
+    for (const auto& [path, numbers, check] : rows) {
+        EXPECT_EQ(scene.take(bytes(message(path, numbers))), "");
+        EXPECT_TRUE(check()) << path;
+    }
+    // What has ended begins again: a state that is equal would tell the back ends nothing.
+    auto& recorder = *new RecordingBackend(world);
+    scene.take(bytes(message("/orvel/emitter/12/play", {})));
+    recorder.take();
+    scene.take(bytes(message("/orvel/emitter/12/play", {})));
+    const Calls calls = recorder.take();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "setEmitterState 12"), 2);
+    EXPECT_EQ(scene.take(bytes(message("/orvel/emitter/20/create", {}, "front"))), "");
+    EXPECT_EQ(emitter(20).labels(), std::vector<std::string>{"front"});
+}
+
+TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
+    const float none = std::numeric_limits<float>::quiet_NaN();
+    const float much = std::numeric_limits<float>::infinity();
+    const std::string before = describe(world);
+    for (const auto& [packet, expected] : std::vector<std::pair<std::string, std::string>>{
+             {message("/adm/obj/11/gain", {none}), "/adm/obj/11/gain: expected numbers from -1e9"},
+             {message("/adm/obj/11/xyz", {0, 0, much}), "from -1e9 to 1e9"},
+             // Finite, but its angle would not be.
+             {message("/adm/obj/11/azim", {-2.9e38F}), "from -1e9 to 1e9"},
+             {message("/adm/obj/11/gain", {-1}), "gain of at least 0"},
+             {message("/adm/obj/11/xyz", {1, 1}), "expected 3 numbers, found 2"},
+             {message("/orvel/emitter/11/orientation", {0, 0, 0, 0}), "of length 0"},
+             {message("/orvel/emitter/11/hull", {1, 1, -1, 1}), "extents of at least 0"},
+             {message("/orvel/emitter/11/source", {1.5F}), "the id of a source"},
+             {message("/orvel/emitter/11/create", {}), "an emitter 11 already"},
+             {message("/orvel/source/1/pitch", {0}), "pitch above 0"},
+             {message("/adm/obj/13/gain", {1}), "there is no emitter 13"},
+             {message("/adm/obj/11/gain", {}, "loud"), "found a text"},
+             {message("/adm/obj/11/gains", {1}), "no path that is known"},
+             {message("/\x1b[2J\n", {}), "/?[2J?: is no path"},
+             {"/", "no message of Open Sound Control"},
+             {{}, "no message of Open Sound Control"}}) {
+        const std::string wrong = scene.take(bytes(packet));
+        EXPECT_NE(wrong.find(expected), std::string::npos) << wrong;
+    }
+    // Cut anywhere, it may be another message, but does no harm and nothing half.
+    const std::string whole = message("/adm/obj/11/xyz", {1, 1, 1});
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        EXPECT_NE(scene.take(bytes(whole).first(size)), "") << size;
+    }
+    EXPECT_EQ(describe(world), before);
+}
+
+TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
+    std::vector<std::string> taken;
+    std::vector<std::string> faults;
+    OscInbox inbox(
+        [&](std::span<const std::byte> path) {
+            taken.emplace_back(reinterpret_cast<const char*>(path.data()));
+        },
+        [&](const std::string& fault) { faults.push_back(fault); });
+    const auto at = [](int seconds) { return OscInbox::Clock::time_point(seconds * 1s); };
+    const auto take = [&] { return std::exchange(taken, {}); };
+    const auto one = [](const char* path) { return message(path); };
+    const auto add = [&inbox](const std::string& packet, auto... more) {
+        inbox.add(bytes(packet), more...);
+    };
+    add(bundle(300, {one("/c"), one("/d")}), at(100));
+    add(bundle(200, {one("/b"), bundle(150, {one("/not before b")})}), at(100));
+    add(bundle(300, {one("/e")}), at(100));
+    EXPECT_EQ(inbox.next(), at(200));
+    add(bundle(0, {one("/now"), bundle(250, {one("/x")}), one("/too")}), at(100));
+    add(bundle(50, {one("/late")}), at(100));
+    EXPECT_EQ(take(), (Calls{"/now", "/too", "/late"}));
+    add(one("/after what was due"), at(299));
+    EXPECT_EQ(take(), (Calls{"/b", "/not before b", "/x", "/after what was due"}));
+    inbox.advance(at(300));
+    EXPECT_EQ(take(), (Calls{"/c", "/d", "/e"}));
+    EXPECT_EQ(inbox.next(), std::nullopt);
+    // A bundle that is cut: what is whole before the cut, one fault, and no more.
+    const std::string whole = bundle(0, {one("/1"), one("/2")});
+    for (std::size_t size = 8; size < whole.size(); ++size) {
+        inbox.add(bytes(whole).first(size), at(300));
+        const bool between = size == 16 || size == 16 + 4 + one("/1").size();
+        EXPECT_EQ(faults.size(), between ? 0 : 1) << size;
+        EXPECT_EQ(taken.size(), size < 16 + 4 + one("/1").size() ? 0 : 1) << size;
+        taken.clear();
+        faults.clear();
+    }
+    std::string deep = one("/deep");
+    for (int i = 0; i < OscInbox::kMostDepth; ++i) {
+        deep = bundle(0, {deep});
+    }
+    add(deep, at(300));
+    add(bundle(0, {deep}), at(300));
+    EXPECT_EQ(take(), Calls{"/deep"});
+    EXPECT_EQ(std::exchange(faults, {}).size(), 1);
+    // What is left for later stays in order.
+    int left = 0;
+    const auto stop = [&left] { return left-- <= 0; };
+    for (const char* path : {"/1", "/2"}) {
+        add(bundle(0, {one(path), one(path)}), at(300), stop);
+        add(one("/3"), at(300), stop);
+    }
+    EXPECT_EQ(take(), Calls{});
+    left = 4;
+    EXPECT_FALSE(inbox.advance(at(300), stop));
+    EXPECT_EQ(take(), (Calls{"/1", "/1", "/3", "/2"}));
+    EXPECT_TRUE(inbox.advance(at(300)));
+    EXPECT_EQ(take(), (Calls{"/2", "/3"}));
+    // There is an end to what waits.
+    const Packets hundred(100, one("/later"));
+    for (std::size_t i = 0; i <= OscInbox::kMostMessages / 100; ++i) {
+        add(bundle(400, hundred), at(300));
+    }
+    EXPECT_EQ(faults.size(), 100);
+    inbox.advance(at(400));
+    EXPECT_EQ(take().size(), OscInbox::kMostMessages);
+}
+
+TEST(OscStream, FindsPacketsHoweverTheyArrive) {
+    const std::string first = message("/adm/obj/11/gain", {1});
+    const std::string second = message("/b") + "\xC0\xDB";
+    std::string slip = "\xC0";
+    for (const std::string& packet : {first, second}) {
+        for (const char c : packet) {
+            slip += c == '\xC0' ? "\xDB\xDC" : c == '\xDB' ? "\xDB\xDD" : std::string(1, c);
+        }
+        slip += "\xC0\xC0";
+    }
+    for (const std::string& all : {sized(first) + sized(second), slip}) {
+        for (std::size_t cut = 0; cut <= all.size(); ++cut) {
+            OscStream stream;
+            Packets found;
+            for (const auto part : {bytes(all).first(cut), bytes(all).subspan(cut)}) {
+                stream.feed(part);
+                for (std::span<const std::byte> packet; stream.next(packet);) {
+                    found.emplace_back(reinterpret_cast<const char*>(packet.data()), packet.size());
+                }
+            }
+            EXPECT_EQ(found, (Packets{first, second})) << cut;
+            EXPECT_FALSE(stream.broken());
+        }
+    }
+    for (const std::string& bad :
+         {"\0\0\0\0"s, "\1\1\1\1"s, sized({}), std::string(80'000, '\xC1'), "\xC0\xDB\1"s}) {
+        OscStream stream;
+        stream.feed(bytes(bad));
+        std::span<const std::byte> packet;
+        EXPECT_FALSE(stream.next(packet));
+        EXPECT_TRUE(stream.broken());
+    }
+}
+
+TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
+    OutputCapture told(STDERR_FILENO);
+    int applied = 0;
+    std::chrono::milliseconds pause{0};
+    OscServer server(world, {}, [&](Orvel::CommandEvent&) {
+        ++applied;
+        std::this_thread::sleep_for(pause);
+    });
+    ASSERT_TRUE(server.open());
+    std::deque<RawSocket> sockets;
+    for (std::size_t i = 0; i < OscServer::kMostConnections + 2; ++i) {
+        sockets.emplace_back(server.port());
+        server.serve(1ms);
+    }
+    std::string many;
+    constexpr int kMessages = 20'000;
+    for (int i = 0; i < kMessages; ++i) {
+        many += sized(message("/adm/obj/11/gain", {1}));
+    }
+    std::size_t sent = 0;
+    EXPECT_TRUE(until(
+        [&] { return applied == kMessages; },
+        [&] {
+            sent += sockets.back().send(std::string_view(many).substr(sent));
+            server.serve(1ms);
+        }));
+    sockets[2].send(std::string(100, 'G')); // "GET / HTTP/1.1" would be one
+    for (const int i : {0, 1, 2}) {         // two have given way, and one is a stranger
+        EXPECT_TRUE(until([&] { return sockets[i].isClosed(); }, [&] { server.serve(1ms); }));
+    }
+    const int datagrams = ::socket(AF_INET, SOCK_DGRAM, 0);
+    for (int i = 0; i < 100; ++i) {
+        sendTo(datagrams, "x", loopback(server.port()));
+    }
+    EXPECT_TRUE(until(
+        [&] { return server.summary() == "OSC: 20100 messages, 103 wrong"; },
+        [&] { server.serve(1ms); }))
+        << server.summary();
+    // However long each message takes, others get their turn.
+    const std::string packet = bundle(0, Packets(100, message("/adm/obj/11/y", {1})));
+    sendTo(datagrams, packet, loopback(server.port()));
+    pause = 1ms;
+    const int before = applied;
+    EXPECT_TRUE(until([&] { return applied > before; }, [&] { server.serve(1ms); }));
+    EXPECT_LT(applied, before + 50);
+    EXPECT_TRUE(until([&] { return applied == before + 100; }, [&] { server.serve(1ms); }));
+    const std::string lines = told.take();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), OscServer::kMostLines + 1) << lines;
+    EXPECT_NE(lines.find("gives way to"), std::string::npos) << lines;
+    EXPECT_NE(lines.find("no packets of at most 64 KiB"), std::string::npos) << lines;
+    ::close(datagrams);
+}
