@@ -1,6 +1,6 @@
 #include <Show/plot/Svg.h>
 
-#include "process/ValidText.h"
+#include <Show/detail/ValidText.h>
 
 #include <algorithm>
 #include <array>
