@@ -72,7 +72,7 @@ void sendEmitter(Sender* to, CreateEmitterEvent& event, const Emitter& emitter) 
 
 void sendHull(Sender* to, EmitterHullEvent& event, const Emitter& emitter) {
     event.address(CmdSetEmitterHull, emitter.id());
-    event.setHull(emitter.maxBack(), emitter.maxFront(), emitter.minBack(), emitter.minFront());
+    event.setHull(emitter.hull());
     event.send(to);
 }
 

@@ -42,12 +42,13 @@ void Emitter::setTransform(const Vec3f* position, const Quaternion* rotation) {
     }
 }
 
-void Emitter::setHull(float maxBack, float maxFront, float minBack, float minFront) {
-    maxBack_ = maxBack;
-    maxFront_ = maxFront;
-    minBack_ = minBack;
-    minFront_ = minFront;
+void Emitter::setHull(const Hull& hull) {
+    hull_ = hull;
     world().setEmitterHull(*this);
+}
+
+void Emitter::setHull(float maxBack, float maxFront, float minBack, float minFront) {
+    setHull({maxBack, maxFront, minBack, minFront});
 }
 
 void Emitter::setParam(bool paramFlag, float paramValue, float gain) {
@@ -55,6 +56,10 @@ void Emitter::setParam(bool paramFlag, float paramValue, float gain) {
     paramValue_ = paramValue;
     gain_ = gain;
     world().setEmitterParam(*this);
+}
+
+bool Emitter::isSpatial() const {
+    return paramFlag_ && world().spatialize();
 }
 
 void Emitter::setSource(Source* source) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Orvel/Hull.h>
 #include <Orvel/Quaternion.h>
 #include <Orvel/Vec3f.h>
 #include <Orvel/WorldPart.h>
@@ -13,7 +14,7 @@ namespace Orvel {
 
 class Source;
 
-/// A placed sound: where it stands, how far it reaches, how loud it is, and the source it plays.
+/// A spatial sound: where it stands, how far it reaches, how loud it is, and the source it plays.
 /// Made by `World::createEmitter`. No setter checks the range of its values.
 ///
 /// Confined to one thread at a time, together with its world. Destroying it first disconnects it
@@ -34,11 +35,11 @@ public:
     /// the stored ones in every component count as equal; if nothing changes, nobody is told.
     void setTransform(const Vec3f* position, const Quaternion* rotation);
 
-    /// Extents in scene units: the outer ones, where attenuation ends, and the inner ones, where it
-    /// begins, behind and in front. Always tells the back ends.
+    /// How far the emitter is heard. Always tells the back ends.
+    void setHull(const Hull& hull);
     void setHull(float maxBack, float maxFront, float minBack, float minFront);
 
-    /// `paramFlag` places the sound in space (false: it is heard unplaced, at the listener);
+    /// `paramFlag` says whether the sound is spatial (false: it is heard at the listener);
     /// `paramValue` is the host's own, carried along; `gain` is linear, 1 as recorded. Always tells
     /// the back ends.
     void setParam(bool paramFlag, float paramValue, float gain);
@@ -55,13 +56,16 @@ public:
 
     [[nodiscard]] const Vec3f& position() const noexcept { return position_; }
     [[nodiscard]] const Quaternion& rotation() const noexcept { return rotation_; }
-    [[nodiscard]] float maxBack() const noexcept { return maxBack_; }
-    [[nodiscard]] float maxFront() const noexcept { return maxFront_; }
-    [[nodiscard]] float minBack() const noexcept { return minBack_; }
-    [[nodiscard]] float minFront() const noexcept { return minFront_; }
+    [[nodiscard]] const Hull& hull() const noexcept { return hull_; }
+    [[nodiscard]] float maxBack() const noexcept { return hull_.maxBack; }
+    [[nodiscard]] float maxFront() const noexcept { return hull_.maxFront; }
+    [[nodiscard]] float minBack() const noexcept { return hull_.minBack; }
+    [[nodiscard]] float minFront() const noexcept { return hull_.minFront; }
     [[nodiscard]] float gain() const noexcept { return gain_; }
     [[nodiscard]] float paramValue() const noexcept { return paramValue_; }
     [[nodiscard]] bool paramFlag() const noexcept { return paramFlag_; }
+    /// Whether it is heard where it stands: the emitter and its world are spatial.
+    [[nodiscard]] bool isSpatial() const;
     /// The connected source, not owned; null when there is none.
     [[nodiscard]] Source* source() const noexcept { return source_; }
     [[nodiscard]] double startOffset() const noexcept { return startOffset_; }
@@ -70,10 +74,7 @@ public:
 private:
     Vec3f position_;
     Quaternion rotation_;
-    float maxBack_ = 10.0F;
-    float maxFront_ = 10.0F;
-    float minBack_ = 0.0F;
-    float minFront_ = 0.0F;
+    Hull hull_;
     float gain_ = 1.0F;
     float paramValue_ = 0.0F;
     bool paramFlag_ = true;

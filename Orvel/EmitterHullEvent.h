@@ -1,25 +1,21 @@
 #pragma once
 
 #include <Orvel/CommandEvent.h>
+#include <Orvel/Hull.h>
 
 #include <orvel_export.h>
 
 namespace Orvel {
 
-/// The extents of an emitter, in scene units: CmdSetEmitterHull.
-class ORVEL_EXPORT EmitterHullEvent : public EventOf<EmitterHullEvent, CommandEvent> {
+/// The hull of an emitter, whose extents are 0 at first: CmdSetEmitterHull.
+class ORVEL_EXPORT EmitterHullEvent : public EventOf<EmitterHullEvent, CommandEvent>, public Hull {
 public:
-    void setHull(float back, float front, float innerBack, float innerFront) {
-        maxBack = back;
-        maxFront = front;
-        minBack = innerBack;
-        minFront = innerFront;
-    }
+    EmitterHullEvent() : Hull{0.0F, 0.0F, 0.0F, 0.0F} {}
 
-    float maxBack = 0.0F;
-    float maxFront = 0.0F;
-    float minBack = 0.0F;
-    float minFront = 0.0F;
+    void setHull(const Hull& hull) { static_cast<Hull&>(*this) = hull; }
+    void setHull(float back, float front, float innerBack, float innerFront) {
+        setHull({back, front, innerBack, innerFront});
+    }
 
     static auto fields(auto& event) {
         return std::tie(event.maxBack, event.maxFront, event.minBack, event.minFront);

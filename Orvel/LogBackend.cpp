@@ -92,10 +92,10 @@ void LogBackend::setEmitterTransform(Emitter& emitter) {
 }
 
 void LogBackend::setEmitterHull(Emitter& emitter) {
+    const Hull& hull = emitter.hull();
     ORVEL_LOG(
         Log, "LogBackend: setEmitterHull(maxBack=%f, maxFront=%f, minBack=%f, minFront=%f)\n",
-        number(emitter.maxBack()), number(emitter.maxFront()), number(emitter.minBack()),
-        number(emitter.minFront()));
+        number(hull.maxBack), number(hull.maxFront), number(hull.minBack), number(hull.minFront));
 }
 
 void LogBackend::setEmitterParam(Emitter& /*emitter*/) {

@@ -121,10 +121,6 @@ LoadedSound load(const std::string& fileName) {
     return sound;
 }
 
-bool isSpatialized(World& world, const Emitter& emitter) {
-    return world.spatialize() && emitter.paramFlag();
-}
-
 /// Has an AL source begin where the emitter's host wants it. False if the sound is over there.
 bool seek(ALuint name, const Emitter& emitter) {
     const Source* source = emitter.source();
@@ -460,11 +456,11 @@ void OALBackend::setEmitterTransform(Emitter& emitter) {
     if (name == nullptr) {
         return;
     }
-    const bool spatialized = isSpatialized(world(), emitter);
-    // Unplaced, the sound sits on the listener and is heard from everywhere.
-    const Vec3f position = spatialized ? emitter.position() : Vec3f{};
+    const bool spatial = emitter.isSpatial();
+    // Otherwise the sound sits on the listener and is heard from everywhere.
+    const Vec3f position = spatial ? emitter.position() : Vec3f{};
     alSourcefv(*name, AL_POSITION, std::array{position.x, position.y, position.z}.data());
-    alSourcei(*name, AL_SOURCE_RELATIVE, spatialized ? AL_FALSE : AL_TRUE);
+    alSourcei(*name, AL_SOURCE_RELATIVE, spatial ? AL_FALSE : AL_TRUE);
     checkALError("Cannot set emitter transformation\n");
 }
 
@@ -473,26 +469,15 @@ void OALBackend::setEmitterHull(Emitter& emitter) {
     if (name == nullptr) {
         return;
     }
-    float reference = 1.0F;
-    float maximum = 2.0F;
-    float rolloff = 0.0F;
-    if (isSpatialized(world(), emitter)) {
-        // AL knows one distance in all directions, so front and back are averaged. A reference at
-        // or beyond the maximum would switch attenuation off.
-        constexpr float kSmallest = 0.001F;
-        reference = (emitter.minBack() + emitter.minFront()) * 0.5F;
-        reference = reference > 0.0F ? reference : kSmallest;
-        maximum = (emitter.maxBack() + emitter.maxFront()) * 0.5F;
-        maximum = maximum > 0.0F ? maximum : kSmallest;
-        reference = reference < maximum ? reference : 0.999F * maximum;
-        rolloff = 1.0F;
-    }
+    // A reference at or beyond the maximum would switch attenuation off.
+    const bool spatial = emitter.isSpatial();
+    const Reach reach = spatial ? reachOf(emitter.hull()) : Reach{1.0F, 2.0F};
     alSourcefv(*name, AL_DIRECTION, std::array{1.0F, 0.0F, 0.0F}.data());
     alSourcef(*name, AL_CONE_INNER_ANGLE, 360.0F);
     alSourcef(*name, AL_CONE_OUTER_ANGLE, 360.0F);
-    alSourcef(*name, AL_REFERENCE_DISTANCE, reference);
-    alSourcef(*name, AL_MAX_DISTANCE, maximum);
-    alSourcef(*name, AL_ROLLOFF_FACTOR, rolloff);
+    alSourcef(*name, AL_REFERENCE_DISTANCE, reach.full);
+    alSourcef(*name, AL_MAX_DISTANCE, reach.softest);
+    alSourcef(*name, AL_ROLLOFF_FACTOR, spatial ? 1.0F : 0.0F);
     checkALError("Cannot set emitter hull\n");
 }
 

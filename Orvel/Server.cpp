@@ -119,9 +119,8 @@ Outcome apply(World& world, CommandEvent& event) {
             });
     case CmdSetEmitterHull:
         return applyTo<EmitterHullEvent>(
-            event, world.getEmitter(id), [](const auto& e, Emitter& emitter) {
-                emitter.setHull(e.maxBack, e.maxFront, e.minBack, e.minFront);
-            });
+            event, world.getEmitter(id),
+            [](const auto& e, Emitter& emitter) { emitter.setHull(e); });
     case CmdPlayEmitter:
         return setState(world.getEmitter(id), WorldPart::PLAY);
     case CmdPauseEmitter:

@@ -67,7 +67,7 @@ public:
     virtual bool enabled();
     virtual void setEnabled(bool enabled);
 
-    /// Whether emitters are placed in space, true at first. Setting it tells nobody: back ends look
+    /// Whether emitters are spatial, true at first. Setting it tells nobody: back ends look
     /// at it when an emitter's transform or hull reaches them.
     virtual bool spatialize();
     virtual void setSpatialize(bool spatialize);

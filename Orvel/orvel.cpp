@@ -495,8 +495,8 @@ bool orvel_emitter_set_hull(
     return done(__func__, [&] { get(emitter).setHull(max_back, max_front, min_back, min_front); });
 }
 
-bool orvel_emitter_set_param(orvel_emitter* emitter, bool placed, float value, float gain) {
-    return done(__func__, [&] { get(emitter).setParam(placed, value, gain); });
+bool orvel_emitter_set_param(orvel_emitter* emitter, bool spatial, float value, float gain) {
+    return done(__func__, [&] { get(emitter).setParam(spatial, value, gain); });
 }
 
 bool orvel_emitter_set_source(orvel_emitter* emitter, orvel_source* source) {

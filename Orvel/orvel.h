@@ -40,7 +40,7 @@ extern "C" {
 typedef struct orvel_world orvel_world;
 /// A sound.
 typedef struct orvel_source orvel_source;
-/// A placed sound: where a source is heard.
+/// A spatial sound: where a source is heard.
 typedef struct orvel_emitter orvel_emitter;
 /// What renders or passes on a scene.
 typedef struct orvel_backend orvel_backend;
@@ -98,7 +98,7 @@ ORVEL_EXPORT bool orvel_world_clear(orvel_world* world);
 /// Mutes the scene, which goes on silently, or lets it be heard; true at first.
 ORVEL_EXPORT bool orvel_world_set_enabled(orvel_world* world, bool enabled);
 ORVEL_EXPORT bool orvel_world_enabled(orvel_world* world);
-/// Whether emitters are placed in space; true at first. Takes effect at an emitter's next change of
+/// Whether emitters are spatial; true at first. Takes effect at an emitter's next change of
 /// transform or hull.
 ORVEL_EXPORT bool orvel_world_set_spatialize(orvel_world* world, bool spatialize);
 ORVEL_EXPORT bool orvel_world_spatialize(orvel_world* world);
@@ -142,7 +142,7 @@ ORVEL_EXPORT orvel_source* orvel_source_find(orvel_world* world, int id);
 ORVEL_EXPORT bool orvel_source_destroy(orvel_source* source);
 ORVEL_EXPORT int orvel_source_id(orvel_source* source);
 /// Copies `size` bytes of interleaved PCM samples: 8 bit unsigned or 16 bit signed little endian, 1
-/// or 2 channels (only mono is placed in space), `rate` in Hz. Size 0 empties the source.
+/// or 2 channels (only mono is spatial), `rate` in Hz. Size 0 empties the source.
 ORVEL_EXPORT bool orvel_source_set_data(
     orvel_source* source, unsigned rate, unsigned bits, unsigned channels, const void* data,
     size_t size);
@@ -176,10 +176,10 @@ ORVEL_EXPORT bool orvel_emitter_transform(orvel_emitter* emitter, float* positio
 /// set.
 ORVEL_EXPORT bool orvel_emitter_set_hull(
     orvel_emitter* emitter, float max_back, float max_front, float min_back, float min_front);
-/// `placed`: whether it is heard at its place (else unplaced, at the listener); `value`: the
+/// `spatial`: whether it is heard at its place (else at the listener); `value`: the
 /// host's own, carried along.
 ORVEL_EXPORT bool
-orvel_emitter_set_param(orvel_emitter* emitter, bool placed, float value, float gain);
+orvel_emitter_set_param(orvel_emitter* emitter, bool spatial, float value, float gain);
 /// Connects to a source of the same world; null disconnects. Silent until the next change of state.
 ORVEL_EXPORT bool orvel_emitter_set_source(orvel_emitter* emitter, orvel_source* source);
 /// The connected source; null if there is none.

@@ -28,21 +28,18 @@ float nearestOf(const Vec3f& from, const Vec3f& to) {
     return std::sqrt(product(nearest, nearest));
 }
 
-float inner(const Hull& hull) {
+float inner(const Orvel::Hull& hull) {
     return (hull.minBack + hull.minFront) / 2.0F;
 }
 
-float outer(const Hull& hull) {
+float outer(const Orvel::Hull& hull) {
     return (hull.maxBack + hull.maxFront) / 2.0F;
 }
 
 /// The factor by which distance makes a sound softer, as the back end "openal" sets OpenAL up.
-float attenuation(const Hull& hull, float distance) {
-    constexpr float kSmallest = 0.001F;
-    const float maximum = std::max(outer(hull), kSmallest);
-    float reference = std::max(inner(hull), kSmallest);
-    reference = reference < maximum ? reference : 0.999F * maximum;
-    return reference / std::clamp(distance, reference, maximum);
+float attenuation(const Orvel::Hull& hull, float distance) {
+    const Orvel::Reach reach = reachOf(hull);
+    return reach.full / std::clamp(distance, reach.full, reach.softest);
 }
 
 template <class Spec>
@@ -151,23 +148,20 @@ void SceneListener::listen(const Orvel::Emitter& emitter, Present& present, bool
     }
     history.enabled = true;
     const Moment now{
-        difference(emitter.position(), world().listenerPosition()),
-        {emitter.maxBack(), emitter.maxFront(), emitter.minBack(), emitter.minFront()},
-        emitter.gain()};
+        difference(emitter.position(), world().listenerPosition()), emitter.hull(), emitter.gain()};
     present.last = now;
     // While something moves, the loudest that it can have been since the last time counts.
     const Moment& before = last && !jump ? *last : now;
     const float gain = std::max(now.gain, before.gain);
     const float distance = nearestOf(before.position, now.position);
-    const bool placed =
-        emitter.paramFlag() && world().spatialize() && !sources_[emitter.source()->id()].stereo;
+    const bool spatial = emitter.isSpatial() && !sources_[emitter.source()->id()].stereo;
     const float factor =
-        placed ? std::max(attenuation(now.hull, distance), attenuation(before.hull, distance))
-               : 1.0F;
+        spatial ? std::max(attenuation(now.hull, distance), attenuation(before.hull, distance))
+                : 1.0F;
     history.highestGain = std::max(history.highestGain, gain);
     history.loudest = std::max(history.loudest, std::min(1.0F, gain * factor));
     history.nearest = std::min(history.nearest, distance);
-    if (placed) {
+    if (spatial) {
         constexpr float kHere = 0.001F; // where even a hull without extent is heard
         history.withoutInner |= inner(now.hull) <= 0.0F && distance > kHere;
         if (now.hull.minBack > now.hull.maxBack || now.hull.minFront > now.hull.maxFront) {
@@ -180,7 +174,7 @@ void SceneListener::listen(const Orvel::Emitter& emitter, Present& present, bool
     }
     if (now.gain > 1.0F) {
         const float there = std::sqrt(product(now.position, now.position));
-        const float product = now.gain * (placed ? attenuation(now.hull, there) : 1.0F);
+        const float product = now.gain * (spatial ? attenuation(now.hull, there) : 1.0F);
         history.amplified = true;
         history.leastExcess = std::min(history.leastExcess, std::max(1.0F, product));
     }

@@ -28,10 +28,10 @@ struct EmitterHistory {
     float highestGain = 0.0F; ///< while enabled; so are all that follow
     float loudest = 0.0F;     ///< gain and attenuation together
     float nearest = std::numeric_limits<float>::infinity();
-    bool withoutInner = false;    ///< placed, away from the listener, and with inner extents of 0
-    bool innerAboveOuter = false; ///< placed, and with an inner extent above the outer one
+    bool withoutInner = false;    ///< spatial, away from the listener, and with inner extents of 0
+    bool innerAboveOuter = false; ///< spatial, and with an inner extent above the outer one
     float softest = 1.0F;         ///< by distance, at such a moment
-    bool withinOuter = false;     ///< not placed, or within the mean of the outer extents
+    bool withinOuter = false;     ///< not spatial, or within the mean of the outer extents
     bool amplified = false;       ///< with a gain above 1
     float leastExcess = std::numeric_limits<float>::infinity(); ///< of that gain over what is heard
 };
@@ -69,7 +69,7 @@ private:
     /// What an emitter's level depends on, at a moment at which it plays.
     struct Moment {
         Orvel::Vec3f position; // relative to the listener
-        Hull hull;
+        Orvel::Hull hull;
         float gain = 1.0F;
     };
     struct Present {

@@ -81,9 +81,10 @@ void write(JsonWriter& json, const Orvel::Emitter& emitter, MonitorBackend& moni
     }
     writePlace(json, emitter.position(), emitter.rotation());
     json.key("hull").open('{');
-    json.field("minFront", emitter.minFront()).field("minBack", emitter.minBack());
-    json.field("maxFront", emitter.maxFront()).field("maxBack", emitter.maxBack()).close('}');
-    json.field("gain", emitter.gain()).field("placed", emitter.paramFlag());
+    for (const auto& [name, extent] : Orvel::kHullExtents) {
+        json.field(name, emitter.hull().*extent);
+    }
+    json.close('}').field("gain", emitter.gain()).field("spatial", emitter.paramFlag());
     json.field("value", emitter.paramValue()).key("labels").open('[');
     const std::vector<std::string>& labels = emitter.labels();
     const std::size_t shown = std::min(labels.size(), SceneJson::kMaxLabels);

@@ -459,10 +459,7 @@ OscScene::Fault OscScene::hull(Orvel::Emitter& emitter, Numbers n) {
     }
     Orvel::EmitterHullEvent event;
     event.address(Orvel::CmdSetEmitterHull, emitter.id());
-    event.maxBack = n[0];
-    event.maxFront = n[1];
-    event.minBack = n[2];
-    event.minFront = n[3];
+    event.setHull(n[0], n[1], n[2], n[3]);
     apply_(event);
     return nullptr;
 }

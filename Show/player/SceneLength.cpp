@@ -24,10 +24,7 @@ Scene withoutMovement(const Scene& scene) {
             Change& kept = result.timeline.emplace_back(change);
             kept.position.reset();
             kept.rotation.reset();
-            kept.maxBack.reset();
-            kept.maxFront.reset();
-            kept.minBack.reset();
-            kept.minFront.reset();
+            kept.hull = {};
             kept.gain.reset();
             kept.value.reset();
         }

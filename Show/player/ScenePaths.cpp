@@ -71,8 +71,8 @@ private:
     Track begin(const Orvel::Emitter& emitter) {
         Track track;
         track.id = emitter.id();
-        track.hull = {emitter.maxBack(), emitter.maxFront(), emitter.minBack(), emitter.minFront()};
-        track.placed = emitter.paramFlag() && world_.spatialize();
+        track.hull = emitter.hull();
+        track.spatial = emitter.isSpatial();
         if (emitter.source() != nullptr) {
             const auto name = names_.find(emitter.source()->id());
             track.sound = name == names_.end() ? "" : name->second;

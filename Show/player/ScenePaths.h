@@ -18,8 +18,8 @@ struct Place {
 struct Track {
     int id = 0;                ///< 0 for the listener
     std::string sound;         ///< the name of what it plays first; may be empty
-    Hull hull;                 ///< at its beginning
-    bool placed = true;        ///< whether it is placed in space
+    Orvel::Hull hull;          ///< at its beginning
+    bool spatial = true;       ///< otherwise it is heard at the listener
     std::vector<Place> places; ///< by time; a new one only where something has changed
 };
 

@@ -36,7 +36,7 @@ void connect(Orvel::Emitter& emitter, Orvel::Source* source) {
     }
 }
 
-/// Whether an emitter is placed in space tells a back end nothing by itself.
+/// Whether an emitter is spatial tells a back end nothing by itself.
 void placeAnew(Orvel::World& world, Orvel::Emitter& emitter) {
     world.setEmitterTransform(emitter);
     world.setEmitterHull(emitter);
@@ -160,8 +160,8 @@ void ScenePlayer::visitRamps(Visit visit) const {
     };
     visitAny(listener_.position, listener_.rotation);
     for (const auto& [id, e] : emitters_) {
-        visitAny(
-            e.position, e.rotation, e.maxBack, e.maxFront, e.minBack, e.minFront, e.gain, e.value);
+        visitAny(e.position, e.rotation, e.gain, e.value);
+        std::apply(visitAny, e.hull);
     }
     for (const auto& [id, ramp] : pitches_) {
         visit(ramp.end);
@@ -204,7 +204,7 @@ void ScenePlayer::createEmitter(const EmitterSpec& spec) {
     } else {
         emitter->setTransform(&spec.position, &spec.rotation);
     }
-    emitter->setHull(spec.hull.maxBack, spec.hull.maxFront, spec.hull.minBack, spec.hull.minFront);
+    emitter->setHull(spec.hull);
     if (spec.source) {
         emitter->setSource(world_.getSource(*spec.source));
     }
@@ -316,12 +316,14 @@ void ScenePlayer::applyToEmitter(const Change& change, Orvel::Emitter& emitter) 
     if (turn(change.rotation, change, ramps.rotation, rotation) || changed) {
         emitter.setTransform(&position, &rotation);
     }
-    Hull hull{emitter.maxBack(), emitter.maxFront(), emitter.minBack(), emitter.minFront()};
-    changed = turn(change.maxBack, change, ramps.maxBack, hull.maxBack);
-    changed = turn(change.maxFront, change, ramps.maxFront, hull.maxFront) || changed;
-    changed = turn(change.minBack, change, ramps.minBack, hull.minBack) || changed;
-    if (turn(change.minFront, change, ramps.minFront, hull.minFront) || changed) {
-        emitter.setHull(hull.maxBack, hull.maxFront, hull.minBack, hull.minFront);
+    Orvel::Hull hull = emitter.hull();
+    changed = false;
+    for (std::size_t i = 0; i < ramps.hull.size(); ++i) {
+        float& extent = hull.*Orvel::kHullExtents[i].value;
+        changed = turn(change.hull[i], change, ramps.hull[i], extent) || changed;
+    }
+    if (changed) {
+        emitter.setHull(hull);
     }
     if (change.reconnect) {
         connect(emitter, change.connect ? world_.getSource(*change.connect) : nullptr);
@@ -375,9 +377,8 @@ void ScenePlayer::move(double seconds) {
         if (Orvel::Emitter* emitter = world_.getEmitter(entry->first)) {
             move(*emitter, ramps, seconds);
         }
-        const bool still = !ramps.position && !ramps.rotation && !ramps.maxBack &&
-                           !ramps.maxFront && !ramps.minBack && !ramps.minFront && !ramps.gain &&
-                           !ramps.value;
+        const bool still = !ramps.position && !ramps.rotation && !ramps.gain && !ramps.value &&
+                           std::ranges::none_of(ramps.hull, &MaybeRamp<float>::has_value);
         entry = still ? emitters_.erase(entry) : std::next(entry);
     }
 }
@@ -389,12 +390,14 @@ void ScenePlayer::move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seco
     if (follow(ramps.rotation, seconds, rotation) || changed) {
         emitter.setTransform(&position, &rotation);
     }
-    Hull hull{emitter.maxBack(), emitter.maxFront(), emitter.minBack(), emitter.minFront()};
-    changed = follow(ramps.maxBack, seconds, hull.maxBack);
-    changed = follow(ramps.maxFront, seconds, hull.maxFront) || changed;
-    changed = follow(ramps.minBack, seconds, hull.minBack) || changed;
-    if (follow(ramps.minFront, seconds, hull.minFront) || changed) {
-        emitter.setHull(hull.maxBack, hull.maxFront, hull.minBack, hull.minFront);
+    Orvel::Hull hull = emitter.hull();
+    changed = false;
+    for (std::size_t i = 0; i < ramps.hull.size(); ++i) {
+        float& extent = hull.*Orvel::kHullExtents[i].value;
+        changed = follow(ramps.hull[i], seconds, extent) || changed;
+    }
+    if (changed) {
+        emitter.setHull(hull);
     }
     float gain = emitter.gain();
     float value = emitter.paramValue();

@@ -8,6 +8,7 @@
 
 #include <Orvel/World.h>
 
+#include <array>
 #include <cstddef>
 #include <map>
 #include <optional>
@@ -54,10 +55,7 @@ private:
         MaybeRamp<Orvel::Quaternion> rotation;
     };
     struct EmitterRamps : PlaceRamps {
-        MaybeRamp<float> maxBack;
-        MaybeRamp<float> maxFront;
-        MaybeRamp<float> minBack;
-        MaybeRamp<float> minFront;
+        std::array<MaybeRamp<float>, Orvel::kHullExtents.size()> hull;
         MaybeRamp<float> gain;
         MaybeRamp<float> value;
     };

@@ -17,24 +17,6 @@ constexpr double kMarkSize = 10.5;
 /// Beyond this many emitters, labels would only cover the map.
 constexpr std::size_t kMostLabels = 60;
 
-/// How far a sound is heard at its full level, and from where on it gets no softer: in all
-/// directions the same, for the OpenAL back end averages front and back.
-struct Reach {
-    double full;
-    double softest;
-};
-
-Reach reachOf(const Hull& hull) {
-    constexpr double kSmallest = 0.001; // as in the back end
-    const auto mean = [](float back, float front) {
-        const double radius = (static_cast<double>(back) + static_cast<double>(front)) / 2.0;
-        return radius > 0.0 ? radius : kSmallest;
-    };
-    const double softest = mean(hull.maxBack, hull.maxFront);
-    const double full = mean(hull.minBack, hull.minFront);
-    return {full < softest ? full : 0.999 * softest, softest};
-}
-
 /// Scene units seen from above to pixels, the same scale both ways.
 class View {
 public:
@@ -46,10 +28,11 @@ public:
         // The inner hulls always, the outer ones as long as they do not make all else tiny.
         const double reach = std::max({right_ - left_, bottom_ - top_, 2.0});
         for (const Track& track : paths.emitters) {
-            if (track.placed) {
-                const Reach heard = reachOf(track.hull);
-                include(track, heard.full <= reach ? heard.full : 0.0);
-                include(track, heard.softest <= 0.6 * reach ? heard.softest : 0.0);
+            if (track.spatial) {
+                const auto full = static_cast<double>(reachOf(track.hull).full);
+                const auto softest = static_cast<double>(reachOf(track.hull).softest);
+                include(track, full <= reach ? full : 0.0);
+                include(track, softest <= 0.6 * reach ? softest : 0.0);
             }
         }
         const double width = std::max(right_ - left_, 1e-3);
@@ -216,20 +199,20 @@ private:
     }
 
     std::string hulls(const Track& track, const std::string& colour) const {
-        if (!track.placed) {
+        if (!track.spatial) {
             return {};
         }
         const Place& place = track.places.front();
-        const Reach heard = reachOf(track.hull);
+        const Orvel::Reach heard = reachOf(track.hull);
         std::string out = circle(
-            heard.softest * view_.scale(),
+            static_cast<double>(heard.softest) * view_.scale(),
             "fill=\"none\" stroke=\"" + colour +
                 "\" stroke-opacity=\"0.4\" stroke-dasharray=\"5 5\"");
         if (track.hull.minFront + track.hull.minBack > 0.0F) {
             out += circle(
-                heard.full * view_.scale(), "fill=\"" + colour +
-                                                "\" fill-opacity=\"0.12\" stroke=\"" + colour +
-                                                "\" stroke-opacity=\"0.6\"");
+                static_cast<double>(heard.full) * view_.scale(),
+                "fill=\"" + colour + "\" fill-opacity=\"0.12\" stroke=\"" + colour +
+                    "\" stroke-opacity=\"0.6\"");
         }
         return at(x(place), y(place), out);
     }
@@ -262,7 +245,7 @@ private:
 
     static std::string title(const Track& track) {
         return std::to_string(track.id) + (track.sound.empty() ? "" : ": " + track.sound) +
-               (track.placed ? "" : " (not placed)");
+               (track.spatial ? "" : " (at the listener)");
     }
 
     void avoidSigns() {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <Orvel/Hull.h>
 #include <Orvel/Quaternion.h>
 #include <Orvel/Vec3f.h>
 #include <Orvel/WorldPart.h>
 
+#include <array>
 #include <compare>
 #include <optional>
 #include <string>
@@ -45,14 +47,6 @@ struct Where {
     std::string field;
 };
 
-/// Extents in scene units, with the library's defaults.
-struct Hull {
-    float maxBack = 10.0F;
-    float maxFront = 10.0F;
-    float minBack = 0.0F;
-    float minFront = 0.0F;
-};
-
 struct SourceSpec {
     int id = 0;
     Sound sound;
@@ -68,7 +62,7 @@ struct EmitterSpec {
     std::optional<int> source;
     Orvel::Vec3f position;
     Orvel::Quaternion rotation; ///< of unit length
-    Hull hull;
+    Orvel::Hull hull;
     bool oneInner = false; ///< only one of the two inner extents is given
     bool oneOuter = false; ///< only one of the two outer extents is given
     float gain = 1.0F;
@@ -97,10 +91,7 @@ struct Change {
     std::optional<Orvel::Vec3f> position;
     std::optional<Orvel::Quaternion> rotation; ///< of unit length
     // Emitter.
-    std::optional<float> maxBack;
-    std::optional<float> maxFront;
-    std::optional<float> minBack;
-    std::optional<float> minFront;
+    std::array<std::optional<float>, Orvel::kHullExtents.size()> hull;
     std::optional<float> gain;
     std::optional<float> value;
     std::optional<bool> spatial;

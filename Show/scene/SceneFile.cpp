@@ -233,12 +233,12 @@ private:
         emitter.position = object.position().value_or(emitter.position);
         emitter.rotation = object.rotation().value_or(emitter.rotation);
         if (object.find("hull") != nullptr) {
-            const JsonPlace place = object.place("hull");
-            const ObjectReader hull = hullReader(object, place);
-            emitter.hull.maxBack = extent(hull, "maxBack").value_or(emitter.hull.maxBack);
-            emitter.hull.maxFront = extent(hull, "maxFront").value_or(emitter.hull.maxFront);
-            emitter.hull.minBack = extent(hull, "minBack").value_or(emitter.hull.minBack);
-            emitter.hull.minFront = extent(hull, "minFront").value_or(emitter.hull.minFront);
+            const auto extents = readHull(object);
+            for (std::size_t i = 0; i < extents.size(); ++i) {
+                float& extent = emitter.hull.*Orvel::kHullExtents[i].value;
+                extent = extents[i].value_or(extent);
+            }
+            const JsonValue& hull = *object.find("hull");
             const auto given = [&](const char* key) { return hull.find(key) != nullptr; };
             emitter.oneInner = given("minBack") != given("minFront");
             emitter.oneOuter = given("maxBack") != given("maxFront");
@@ -253,12 +253,16 @@ private:
         return emitter;
     }
 
-    ObjectReader hullReader(const ObjectReader& object, const JsonPlace& place) {
-        return {
-            report_, *object.find("hull"), place, {"maxBack", "maxFront", "minBack", "minFront"}};
-    }
-    static std::optional<float> extent(const ObjectReader& hull, const char* key) {
-        return hull.real(key, kNotNegative);
+    /// The extents that the key "hull" gives.
+    decltype(Change::hull) readHull(const ObjectReader& object) {
+        const JsonPlace place = object.place("hull");
+        const ObjectReader hull(
+            report_, *object.find("hull"), place, {"maxBack", "maxFront", "minBack", "minFront"});
+        decltype(Change::hull) extents;
+        for (std::size_t i = 0; i < extents.size(); ++i) {
+            extents[i] = hull.real(Orvel::kHullExtents[i].name, kNotNegative);
+        }
+        return extents;
     }
 
     std::vector<std::string> readLabels(const ObjectReader& object, const JsonValue& labels) {
@@ -475,12 +479,7 @@ private:
         change.position = object.position();
         change.rotation = object.rotation();
         if (object.find("hull") != nullptr) {
-            const JsonPlace hullPlace = object.place("hull");
-            const ObjectReader hull = hullReader(object, hullPlace);
-            change.maxBack = extent(hull, "maxBack");
-            change.maxFront = extent(hull, "maxFront");
-            change.minBack = extent(hull, "minBack");
-            change.minFront = extent(hull, "minFront");
+            change.hull = readHull(object);
         }
         change.gain = object.real("gain", kNotNegative);
         change.spatial = object.flag("spatial");

@@ -180,8 +180,8 @@ TEST(MonitorScene, TellsWhatAPartIsAndKeepsPasswordsBack) {
     EXPECT_EQ(told.at("emitters"), 1);
     json expected = json::parse(R"({"id": 7, "state": "pause", "over": false, "source": 3,
         "position": [1.25, null, -2], "rotation": [0, 0, 0, 1],
-        "hull": {"minFront": 1, "minBack": 2, "maxFront": 30, "maxBack": 40},
-        "gain": 0.5, "placed": false, "value": 9, "labels": [], "labelsLeftOut": 0})");
+        "hull": {"maxBack": 40, "maxFront": 30, "minBack": 2, "minFront": 1},
+        "gain": 0.5, "spatial": false, "value": 9, "labels": [], "labelsLeftOut": 0})");
     EXPECT_EQ(scene.at("emitters").at(0), expected);
 }
 

@@ -105,11 +105,11 @@ class Monitor(ToolCase):
             "minFront": 6, "minBack": 6, "maxFront": 2, "maxBack": 4}}
         for changes, sign in [({}, "play"), ({"gain": 0}, "muted"), ({"source": None}, "muted"),
                               ({"state": "none"}, "stop"), ({"state": "pause"}, "pause"),
-                              ({"over": True}, "over"), ({"placed": False}, "play")]:
+                              ({"over": True}, "over"), ({"spatial": False}, "play")]:
             text = json.dumps({**part, **changes})
             self.assertEqual(self.browser.value(f"hearing({text}).sign"), sign, changes)
             self.assertEqual(self.browser.value(f"heardHull({text})"), {"inner": 2.997, "outer": 3}
-                             if changes != {"placed": False} else None)
+                             if changes != {"spatial": False} else None)
         # One that moves is followed, on the map and among the values, and leaves a path.
         self.browser.value("document.querySelector('tr[data-id=\"12\"]').click()")
         seen = set()

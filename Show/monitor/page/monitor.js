@@ -97,14 +97,14 @@ function hearing(emitter) {
 }
 
 /// Whether an emitter is heard where it stands; the others are heard at the listener.
-const isPlaced = (emitter) => scene.spatialize && emitter.placed;
+const isSpatial = (emitter) => scene.spatialize && emitter.spatial;
 
 /// The hull as OpenAL renders it: full level up to `inner`, no softer than at `outer`, the same in
 /// all directions. Null if distance has no effect or an extent is no number.
 function heardHull(emitter) {
   const { minFront, minBack, maxFront, maxBack } = emitter.hull;
   const mean = (front, back) => ((front + back) / 2 > 0 ? (front + back) / 2 : 0.001);
-  if (!isPlaced(emitter) || ![minFront, minBack, maxFront, maxBack].every(Number.isFinite)) {
+  if (!isSpatial(emitter) || ![minFront, minBack, maxFront, maxBack].every(Number.isFinite)) {
     return null;
   }
   const outer = mean(maxFront, maxBack);
@@ -382,7 +382,7 @@ function drawEmitter(context, track, colour, size) {
   context.strokeStyle = colour;
   context.lineWidth = 2;
   context.beginPath();
-  if (isPlaced(track.part)) context.arc(0, 0, 6.5, 0, 2 * Math.PI);
+  if (isSpatial(track.part)) context.arc(0, 0, 6.5, 0, 2 * Math.PI);
   else context.rect(-6, -6, 12, 12);
   context.fillStyle = colours.panel;
   context.fill();
@@ -605,7 +605,7 @@ function valuesOf(emitter) {
   const heard = heardHull(emitter);
   const { reason } = hearing(emitter);
   const rows = [['state', emitter.state],
-    ['heard', reason ? `no: ${reason}` : isPlaced(emitter) ? 'yes' : 'at the listener']];
+    ['heard', reason ? `no: ${reason}` : isSpatial(emitter) ? 'yes' : 'at the listener']];
   if (emitter.source === null) {
     rows.push(['source', 'none']);
   } else if (!source) {
@@ -621,7 +621,7 @@ function valuesOf(emitter) {
     ['rotation', numbers(emitter.rotation)],
     ['heading', `${number(heading(emitter.rotation) * 180 / Math.PI, 1)}°`],
     ['distance', `${number(distance)} from the listener`],
-    ['placed', emitter.placed ? 'yes' : 'no: heard at the listener'],
+    ['spatial', emitter.spatial ? 'yes' : 'no: heard at the listener'],
     ['gain', number(emitter.gain)],
     ['full level', heard ? `up to ${number(heard.inner)}` : 'at any distance'],
     ['softest from', heard ? number(heard.outer) : 'nowhere'],
@@ -640,7 +640,7 @@ function fillDetails() {
       ['rotation', numbers(scene.listener.rotation)],
       ['heading', `${number(heading(scene.listener.rotation) * 180 / Math.PI, 1)}°`],
       ['the scene', scene.enabled ? 'is heard' : 'is switched off'],
-      ['emitters', scene.spatialize ? 'are placed in space' : 'are all heard at the listener']];
+      ['emitters', scene.spatialize ? 'are spatial' : 'are all heard at the listener']];
   } else if (scene && chosen !== null) {
     const emitter = scene.emitters.find(({ id }) => id === chosen);
     title = `Emitter ${chosen}`;
