@@ -46,7 +46,7 @@ std::string list(const std::vector<std::string>& words) {
     return text;
 }
 
-/// The nearest of the known words, as the end of a message.
+/// A suggestion of the nearest known words, to append to a message.
 std::string suggest(const std::string& word, const std::vector<std::string>& known) {
     std::vector<const char*> texts(known.size());
     std::transform(
@@ -54,7 +54,7 @@ std::string suggest(const std::string& word, const std::vector<std::string>& kno
     return Show::didYouMean(word, texts);
 }
 
-/// The option among the words that a command did not understand; empty if there is none.
+/// The first unrecognised word of a command that is an option; empty if there is none.
 std::string unknownOption(const CLI::App& command) {
     for (const std::string& word : command.remaining()) {
         if (word.starts_with('-') && word != "-" && word != "--") {
@@ -64,7 +64,7 @@ std::string unknownOption(const CLI::App& command) {
     return {};
 }
 
-/// What is wrong about an option that a command does not have.
+/// The message for an unknown option of a command.
 std::string explainOption(const CLI::App& command, const std::string& option) {
     std::vector<std::string> names;
     for (const CLI::Option* known : command.get_options()) {
@@ -75,7 +75,7 @@ std::string explainOption(const CLI::App& command, const std::string& option) {
     return "unknown option \"" + option + "\"" + suggest(option, names);
 }
 
-/// What the user did wrong, and where help is.
+/// The message for wrong usage, with a pointer to --help.
 std::string explain(const CLI::App* app, const CLI::Error& fault) {
     std::string command = "orvel";
     std::string message = fault.what();
@@ -104,14 +104,14 @@ std::string explain(const CLI::App* app, const CLI::Error& fault) {
 }
 
 int run(int argc, char** argv) {
-    CLI::App app{"Hear scenes of placed sounds: play them, or render them to files.", "orvel"};
+    CLI::App app{"Play spatial sound scenes, or render them to files.", "orvel"};
     app.set_help_flag("-h,--help", "Show this text");
     app.set_version_flag(
         "-V,--version", std::string("orvel ") + Orvel::version(), "Show the version");
     app.failure_message(explain);
     app.require_subcommand(1);
-    app.footer("\"orvel help COMMAND\" tells more. "
-               "Exit codes: 0 all went well, 1 failure, 2 wrong use.");
+    app.footer(
+        "Run \"orvel help COMMAND\" for details. Exit codes: 0 success, 1 failure, 2 wrong usage.");
     const std::array<std::unique_ptr<Command>, 9> commands{
         std::make_unique<RenderCommand>(app),  std::make_unique<PlayCommand>(app),
         std::make_unique<ServeCommand>(app),   std::make_unique<RecordCommand>(app),
@@ -129,7 +129,7 @@ int run(int argc, char** argv) {
             }
         }
         MonitorOption::separate(words);
-        std::reverse(words.begin(), words.end()); // as the parser wants them
+        std::reverse(words.begin(), words.end()); // the parser takes them in reverse order
         app.parse(std::move(words));
     } catch (const CLI::ParseError& fault) {
         return app.exit(fault) == 0 ? kSuccess : kWrongUse;
@@ -146,7 +146,7 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // Everything that the tool prints goes through here.
+    // Everything the tool prints passes through these.
     const Show::VisibleOutput out(std::cout);
     const Show::VisibleOutput err(std::cerr);
     int code = kFailure;

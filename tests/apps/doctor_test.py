@@ -51,7 +51,7 @@ class Doctor(RemoteCase):
                 self.assertEqual(found[check]["verdict"], "problem", found[check])
             self.assertIn("TCP: Address already in use", found["port " + taken]["text"])
         found = self.examine(code=1, env={"ALSOFT_DRIVERS": "none-of-them"})
-        self.assertEqual(found["sound output"]["text"], "no sound device opens")
+        self.assertEqual(found["sound output"]["text"], "no sound device can be opened")
 
     def test_a_service_waits_for_what_is_missing(self):
         with open(self.path("alsoft.conf"), "w", encoding="ascii") as file:

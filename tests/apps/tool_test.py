@@ -89,8 +89,8 @@ class Outputs(SoundCase):
         before = self.contents()
         record = ["record", "--scene", scene]
         for arguments, expected in [
-            (["render", scene, scene], "scene.json is the scene itself"),
-            (["render", scene, "o.wav", "--plot", "./" + scene], "is the scene itself"),
+            (["render", scene, scene], "scene.json is the input scene"),
+            (["render", scene, "o.wav", "--plot", "./" + scene], "is the input scene"),
             (["render", scene, "u.wav"], "is a sound of the scene"),
             (["plot", scene, "hard.wav"], "is a sound of the scene"),
             (["serve", "--scene", scene, "--render", "soft.wav"], "is a sound of the scene"),

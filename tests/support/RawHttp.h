@@ -30,7 +30,7 @@ public:
     RawHttp(std::uint16_t port, std::function<void()> serve, std::uint32_t host = INADDR_LOOPBACK)
         : RawSocket(port, {}, 0, host), serve_(std::move(serve)) {}
 
-    /// The next answer; one that is not whole if the connection ends before or nothing comes.
+    /// The next answer; one that is incomplete if the connection ends before or nothing comes.
     HttpAnswer receive(bool withBody = true) {
         HttpAnswer answer;
         // To parse again after each block of a long answer would take far longer than to get it.

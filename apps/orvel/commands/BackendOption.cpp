@@ -20,15 +20,15 @@ bool opensDevice(const std::string& kind) {
     return kind == "default" || kind == "openal";
 }
 
-/// For looking at a scene, not for hearing it.
+/// Kinds that show a scene and play nothing.
 bool isForLooking(const std::string& kind) {
     return kind == "monitor" || kind == "web";
 }
 
-/// Parameters whose names can be listed.
+/// Gives access to the names of the parameters.
 class NamedParams : public Config::ParamLine {
 public:
-    /// The first of them that is not among `known`, or null.
+    /// The first parameter name that is not among `known`, or null.
     [[nodiscard]] const std::string* findUnknown(std::span<const char* const> known) const {
         for (const auto& [name, value] : params_) {
             if (std::find(known.begin(), known.end(), name) == known.end()) {
@@ -54,7 +54,8 @@ void BackendOption::declare(CLI::App& app, const std::string& description) {
         ->type_name("KIND[:PARAMS]")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_flag("--web", web_, "Show in a browser on this machine what runs; the address is told");
+    app.add_flag(
+        "--web", web_, "Serve a status page to browsers on this machine, and print its address");
 }
 
 bool BackendOption::read(
@@ -122,7 +123,7 @@ bool addBackends(
         }
         const auto* openAl = dynamic_cast<const Orvel::OALBackend*>(backend);
         if (openAl != nullptr && !openAl->working()) {
-            // One message of ours, below, instead of the library's and the driver's.
+            // Replaced by our own message below.
             messages.drop();
             deviceMissing = true;
         } else {

@@ -12,7 +12,7 @@
 
 namespace OrvelTool {
 
-/// The options of a command that choose back ends: --backend, each with its parameters, and --web.
+/// The options that choose back ends: --backend, with parameters, and --web.
 class BackendOption {
 public:
     struct Choice {
@@ -22,12 +22,12 @@ public:
 
     void declare(CLI::App& app, const std::string& description);
 
-    /// Reads what was given, nothing if nothing was; false, with a message, for wrong use.
-    /// `refused` are kinds that make no sense for the command, with the reason.
+    /// Reads the options into `choices`, which stays empty if none was given. `refused` maps kinds
+    /// that the command does not support to the reason. On wrong usage reports it and returns
+    /// false.
     bool
     read(std::vector<Choice>& choices, const std::map<std::string, std::string>& refused) const;
 
-    /// Whether --web was given.
     [[nodiscard]] bool web() const { return web_; }
 
 private:
@@ -35,11 +35,11 @@ private:
     bool web_ = false;
 };
 
-/// Adds the back end that --web asks for, and writes what went wrong. False if it cannot serve.
+/// Adds the back end of --web. Reports problems; returns false if it cannot serve.
 bool addWeb(Orvel::World& world, LibraryMessages& messages);
 
-/// Adds back ends to a world and writes what went wrong. False if nothing would play; `advice` says
-/// what to do without a sound device.
+/// Adds back ends to a world and reports problems. Returns false if nothing would play; `advice` is
+/// the message's suggestion when there is no sound device.
 bool addBackends(
     Orvel::World& world, LibraryMessages& messages,
     const std::vector<BackendOption::Choice>& choices, const std::string& advice, bool verbose);

@@ -17,16 +17,17 @@ std::string counted(std::size_t count, const std::string& what) {
 } // namespace
 
 CheckCommand::CheckCommand(CLI::App& parent) {
-    declare(parent, "check", "Report every mistake in scene files, and warn of what is not heard");
+    declare(
+        parent, "check",
+        "Report every mistake in scene files, and warn of sounds that will not be heard");
     app()
         .add_option("SCENE", paths_, "The scene files (JSON); - is standard input")
         ->required()
         ->expected(1, -1);
-    app().add_flag("--strict", strict_, "Let warnings count as mistakes: exit with 1");
-    app().footer(
-        "Each mistake is a line FILE:LINE: FIELD: what was expected and what was found.\n"
-        "What is right but will hardly be heard as meant is a warning.\n"
-        "Sound files are decoded; URLs are not fetched, and count nothing in the duration.");
+    app().add_flag("--strict", strict_, "Treat warnings as mistakes: exit with 1");
+    app().footer("Each mistake is reported on one line: FILE:LINE: FIELD: expected ..., found "
+                 "....\nValid values that are unlikely to sound as intended give a warning.\nSound "
+                 "files are decoded. URLs are not fetched and do not count towards the duration.");
 }
 
 bool CheckCommand::check(const std::string& path) const {

@@ -8,7 +8,7 @@
 namespace OrvelTool {
 
 /// `orvel check`: reports every mistake in scene files and in the sounds they name, and warns of
-/// what will not be heard.
+/// sounds that will not be heard.
 class CheckCommand : public Command {
 public:
     explicit CheckCommand(CLI::App& parent);

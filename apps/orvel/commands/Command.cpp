@@ -38,7 +38,8 @@ void Command::declare(CLI::App& parent, const std::string& name, const std::stri
     app_->set_help_flag("-h,--help", "Show this text");
     app_->set_version_flag(
         "-V,--version", std::string("orvel ") + Orvel::version(), "Show the version");
-    app_->add_flag("-v,--verbose", verbose_, "Show all that the library and its devices report");
+    app_->add_flag(
+        "-v,--verbose", verbose_, "Show everything that the library and its devices log");
 }
 
 void Command::declareScene(const std::string& description) {
@@ -48,8 +49,8 @@ void Command::declareScene(const std::string& description) {
 void Command::declareFetch() {
     app_->add_flag(
         "--fetch", fetch_,
-        "Fetch the sounds that a capture names by URL. For captures from people that you trust: "
-        "this machine then asks other hosts for them");
+        "Fetch the sounds that a capture names by URL. Only for captures that you trust: this "
+        "machine then sends requests to other hosts");
 }
 
 void Command::declareFrom(const std::string& description) {

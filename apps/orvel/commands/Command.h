@@ -10,8 +10,8 @@
 
 namespace OrvelTool {
 
-/// One command of the tool: it declares its options when it is made, and run() does its work once
-/// they are parsed. Confined to the main thread.
+/// One command of the tool. The constructor declares its options; run() does the work after they
+/// are parsed. Confined to the main thread.
 class Command {
 public:
     Command() = default;
@@ -19,32 +19,32 @@ public:
     Command& operator=(const Command&) = delete;
     virtual ~Command() = default;
 
-    /// Does the work, with its messages on standard error. Gives the exit code. Throws
-    /// OutputError where a file cannot be written.
+    /// Does the work and returns the exit code. Messages go to standard error. Throws OutputError
+    /// if a file cannot be written.
     virtual int run() = 0;
-    /// Whether the command line asks for this command.
+    /// Whether this command was given on the command line.
     [[nodiscard]] bool chosen() const { return app_->parsed(); }
 
 protected:
     /// Adds a command with --help, --version and --verbose.
     void declare(CLI::App& parent, const std::string& name, const std::string& description);
-    /// The argument SCENE, which stands first.
+    /// Declares the positional argument SCENE.
     void declareScene(const std::string& description = "The scene file (JSON)");
-    /// The option --fetch, for what may be a capture.
+    /// Declares --fetch, for commands that accept captures.
     void declareFetch();
-    /// The option --from.
+    /// Declares --from.
     void declareFrom(const std::string& description);
-    /// The option --seconds.
+    /// Declares --seconds.
     void declareSeconds(const std::string& description);
 
-    /// What to say if --from is not before the end.
+    /// The message for a --from that is not before the end.
     [[nodiscard]] std::string tooLate(double end) const;
 
     [[nodiscard]] CLI::App& app() const noexcept { return *app_; }
 
     std::string scenePath_;
-    double from_ = 0.0;    // 0 when not given
-    double seconds_ = 0.0; // 0 when not given
+    double from_ = 0.0;    // 0 if not given
+    double seconds_ = 0.0; // 0 if not given
     bool verbose_ = false;
     bool fetch_ = false;
 

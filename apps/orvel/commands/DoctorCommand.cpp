@@ -12,21 +12,23 @@
 namespace OrvelTool {
 
 DoctorCommand::DoctorCommand(CLI::App& parent) {
-    declare(parent, "doctor", "Check what can go wrong before a show, and say what to do about it");
+    declare(
+        parent, "doctor",
+        "Check this machine and its network before a show, and suggest a fix for each problem");
     app().add_flag("--json", json_, "Print JSON instead of a table");
     app()
         .add_option(
             "--check-port", ports_,
-            "Whether this port is free, for --tcp-port and --osc of a server; may be given several "
-            "times")
+            "Check that this port is free, for --tcp-port and --osc of a server; may be given "
+            "several times")
         ->type_name("N")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check(NetworkOptions::portValidator());
     network_.declare(app());
-    app().footer("It opens the sound devices for a moment, without a sound, sends one datagram to "
-                 "the\ngroup on each interface, and searches for servers for a second.\n"
-                 "The exit code is 1 when something is a problem; warnings are none.");
+    app().footer("It opens each sound device briefly without playing anything, sends one datagram "
+                 "to\nthe group on each interface, and searches for servers for a second.\nThe "
+                 "exit code is 1 if there is a problem. Warnings do not count.");
 }
 
 int DoctorCommand::run() {

@@ -7,7 +7,8 @@
 
 namespace OrvelTool {
 
-/// `orvel doctor`: checks what can go wrong before a show, and says what to do about it.
+/// `orvel doctor`: checks the machine and its network before a show, and suggests a fix for each
+/// problem.
 class DoctorCommand : public Command {
 public:
     explicit DoctorCommand(CLI::App& parent);

@@ -13,31 +13,30 @@ namespace OrvelTool {
 
 namespace {
 
-/// A kind of back end as the tool's user sees it.
+/// The description of a kind for the user.
 struct KindText {
     const char* description;
-    std::vector<const char*> parameters; // besides "labels", which every kind takes
+    std::vector<const char*> parameters; // besides "labels", which every kind has
 };
 
 /// The kinds of the library and of the tool.
 const std::map<std::string, KindText>& table() {
     static const std::map<std::string, KindText> kinds{
         {"client",
-         {"drives sound servers on other machines (orvel serve)",
+         {"plays the scene on sound servers (orvel serve)",
           {"deferred", "followEnabled", "group", "interfaces", "newestOnly", "only", "port",
            "servers", "transferData", "ttl"}}},
-        {"default", {"the kind \"openal\"", {}}},
+        {"default", {"the same as \"openal\"", {}}},
         {"log", {"writes each change of the scene to standard error", {}}},
-        {"loopback", {"renders into the program; what \"orvel render\" uses", {"rate", "sources"}}},
+        {"loopback", {"renders offline; used by \"orvel render\"", {"rate", "sources"}}},
         {"monitor",
-         {"shows the scene to browsers as it plays; what --monitor adds",
+         {"shows the scene in a browser as it plays; added by --monitor",
           {"address", "names", "port"}}},
         {"openal", {"plays through this machine's sound device", {}}},
         {"play",
-         {"writes the command line that would play each sound (command=\"player -q\")",
-          {"command"}}},
+         {"prints a player command line for each sound (command=\"player -q\")", {"command"}}},
         {"silent", {"does nothing", {}}},
-        {"web", {"shows in a browser on this machine what runs (--web)", {}}},
+        {"web", {"serves a status page to browsers on this machine (--web)", {}}},
     };
     return kinds;
 }
@@ -50,7 +49,7 @@ void registerKinds() {
 
 std::vector<std::string> kinds() {
     std::vector<std::string> names = Orvel::BackendFactory::names();
-    names.emplace_back("default"); // which the library takes for another kind's name
+    names.emplace_back("default"); // an alias in the library, not a registered kind
     std::sort(names.begin(), names.end());
     names.erase(std::unique(names.begin(), names.end()), names.end());
     return names;

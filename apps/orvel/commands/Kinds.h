@@ -5,16 +5,16 @@
 
 namespace OrvelTool {
 
-/// Registers the tool's own kinds of back ends beside the library's. Call it once, at the start.
+/// Registers the tool's own kinds of back ends beside the library's. Call it once, at startup.
 void registerKinds();
 
-/// Whether a back end of that kind can be added to a world.
+/// Whether a back end of this kind can be added to a world.
 bool isKind(const std::string& name);
 
-/// The kinds, sorted.
+/// All kinds, sorted.
 std::vector<std::string> kinds();
 
-/// The names of the parameters that a kind takes.
+/// The parameter names of a kind.
 std::vector<const char*> parametersOf(const std::string& kind);
 
 /// All kinds, one per line with a description and the names of its parameters.

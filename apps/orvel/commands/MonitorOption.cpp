@@ -20,24 +20,23 @@ std::string checkAddress(const std::string& text) {
     const bool anyPort = colon != std::string::npos && text.substr(colon) == ":0";
     return checkHostAndPort(anyPort ? text.substr(0, colon) + ":1" : text).empty()
                ? ""
-               : "expected ADDR:PORT, such as 127.0.0.1:33790, where port 0 is any free one; found "
-                 "\"" +
+               : "expected ADDR:PORT, such as 127.0.0.1:33790 (port 0: any free port); found \"" +
                      text + "\"";
 }
 
 } // namespace
 
 void MonitorOption::declare(CLI::App& app) {
-    option_ =
-        app.add_option(
-               "--monitor", text_,
-               "Let browsers look at the scene as it plays: a page, JSON and metrics, at this "
-               "address (default: 127.0.0.1:" +
-                   std::to_string(Show::MonitorBackend::kDefaultPort) +
-                   ", or a free port if that is taken). Whoever can reach it can look")
-            ->type_name("[ADDR:PORT]")
-            ->expected(0, 1)
-            ->check(CLI::Validator(checkAddress, "", "address"));
+    option_ = app.add_option(
+                     "--monitor", text_,
+                     "Show the scene to browsers as it plays, as a page, JSON and metrics, at this "
+                     "address (default: 127.0.0.1:" +
+                         std::to_string(Show::MonitorBackend::kDefaultPort) +
+                         ", or a free port if that is taken). Anyone who can reach the port can "
+                         "see the page")
+                  ->type_name("[ADDR:PORT]")
+                  ->expected(0, 1)
+                  ->check(CLI::Validator(checkAddress, "", "address"));
 }
 
 void MonitorOption::separate(std::vector<std::string>& words) {
@@ -46,7 +45,7 @@ void MonitorOption::separate(std::vector<std::string>& words) {
     if (option == end || option + 1 == end || option[1].find(':') != std::string::npos) {
         return;
     }
-    std::rotate(option, option + 1, end); // to where no word follows
+    std::rotate(option, option + 1, end); // to the end, where no word follows it
 }
 
 std::string MonitorOption::host() const {

@@ -12,27 +12,28 @@
 
 namespace OrvelTool {
 
-/// The option --monitor of a command: it adds a back end "monitor", which lets browsers look.
+/// The option --monitor, which adds a back end "monitor" to show the scene in browsers.
 class MonitorOption {
 public:
     void declare(CLI::App& app);
-    /// Keeps a word that is no address, such as the scene's path, from being taken for the option's
-    /// value. To be called with all words of the command line, before they are parsed.
+    /// Moves --monitor to the end unless an address follows it, so that the parser does not take
+    /// another word, such as the scene's path, for its value. Call it with all words of the command
+    /// line before they are parsed.
     static void separate(std::vector<std::string>& words);
-    /// The address or name at which browsers look; empty without one.
+    /// The host part of the option's address; empty if none was given.
     [[nodiscard]] std::string host() const;
-    /// Adds the back end to those that were chosen, if the option was given.
+    /// Adds the back end to `choices` if the option was given.
     void addTo(std::vector<BackendOption::Choice>& choices) const;
 
 private:
     const CLI::Option* option_ = nullptr; // owned by the application
-    std::string text_;                    // empty: the usual address
+    std::string text_;                    // empty: the default address
 };
 
-/// Tells where the monitors of a world are. False if one of them could not be opened, which has
-/// been told.
+/// Prints the addresses of a world's monitors. Returns false if one could not be opened, which has
+/// been reported.
 bool announceMonitors(const Orvel::World& world);
-/// The web servers of a world's back ends, owned by those: World::update() serves them.
+/// The web servers of a world's back ends. The back ends own them; World::update() serves them.
 std::vector<const Corvid::PolledWebServer*> webServers(const Orvel::World& world);
 
 } // namespace OrvelTool

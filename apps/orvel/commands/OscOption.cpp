@@ -10,7 +10,7 @@ namespace OrvelTool {
 
 namespace {
 
-/// "ADDR:PORT" or "PORT"; false if it is neither.
+/// Parses "ADDR:PORT" or "PORT"; false if it is neither.
 bool parse(const std::string& text, Show::OscServer::Settings& settings) {
     const auto colon = text.rfind(':');
     if (colon != std::string::npos) {
@@ -43,12 +43,11 @@ std::string checkScale(const std::string& text) {
 void OscOption::declare(CLI::App& app) {
     app.add_option(
            "--osc", text_,
-           "Take Open Sound Control at this port, over UDP and TCP, from this machine, or on the "
-           "interface with this address (0.0.0.0: on all); port 0: one that is free")
+           "Accept Open Sound Control at this port, over UDP and TCP, from this machine only, or "
+           "on the interface with this address (0.0.0.0: all interfaces; port 0: any free port)")
         ->type_name("[ADDR:]PORT")
         ->check(CLI::Validator(checkPlace, "", "osc"));
-    app.add_option(
-           "--osc-scale", scale_, "How many scene units the 1 of ADM-OSC's coordinates stands for")
+    app.add_option("--osc-scale", scale_, "Scene units per unit of ADM-OSC coordinates")
         ->type_name("X")
         ->check(CLI::Validator(checkScale, "", "scale"))
         ->capture_default_str();
@@ -70,7 +69,8 @@ OscOption::open(Orvel::World& world, Show::OscScene::Apply apply) const {
         return nullptr;
     }
     complain(
-        "taking Open Sound Control at " + settings.address + ":" + std::to_string(server->port()));
+        "accepting Open Sound Control at " + settings.address + ":" +
+        std::to_string(server->port()));
     return server;
 }
 

@@ -15,9 +15,9 @@ public:
     void declare(CLI::App& app);
     [[nodiscard]] bool given() const noexcept { return !text_.empty(); }
 
-    /// The address of the interface.
+    /// The address of the interface to listen on.
     [[nodiscard]] std::string address() const;
-    /// Opens what was asked for and tells where; null, with a message, if that is impossible.
+    /// Opens the server and prints its address. On failure reports it and returns null.
     std::unique_ptr<Show::OscServer> open(Orvel::World& world, Show::OscScene::Apply apply) const;
 
 private:

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Whether two paths name one file. For files that are not there yet, the paths decide.
+/// Whether two paths name the same file. Files that do not exist yet are compared by path.
 bool isSame(const std::string& one, const std::string& other) {
     struct stat a {};
     struct stat b {};
@@ -33,7 +33,7 @@ bool isSame(const std::string& one, const std::string& other) {
            fs::weakly_canonical(fs::absolute(other, error), error);
 }
 
-/// Whether a path is or becomes a file, rather than a device or a pipe.
+/// Whether the path is, or would become, a regular file.
 bool isFile(const std::string& path) {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
@@ -51,12 +51,12 @@ bool hasSuffix(const std::string& path, const OutputGuard::Format& format) {
            });
 }
 
-/// The file that a URL names; empty if it names something else.
+/// The path of a file URL; empty for any other URL.
 std::string fileOf(const std::string& url) {
     try {
         return url.starts_with("file:") ? Corvid::URL(url).fetch()->name() : "";
     } catch (const Corvid::URLImpl::Exception&) {
-        return {}; // there is none to be written over
+        return {}; // cannot be read, so there is nothing to overwrite
     }
 }
 
@@ -96,14 +96,14 @@ bool OutputGuard::accept(const std::string& path, const Format& format) {
         return isSame(other, path) || (other == path && Show::isStandardOutput(path));
     });
     if (twice) {
-        return refuse(Show::nameOfOutput(path) + " is to be written twice; give two names");
+        return refuse(Show::nameOfOutput(path) + " would be written twice; give two names");
     }
     outputs_.push_back(path);
     if (Show::isStandardOutput(path)) {
         return format.text || isatty(STDOUT_FILENO) != 1 ||
                refuse(
-                   std::string("a terminal cannot show ") + format.name +
-                   "; send standard output to a program or a file");
+                   std::string("a terminal cannot display ") + format.name +
+                   "; redirect standard output to a program or a file");
     }
     if (!isFile(path)) {
         return true;

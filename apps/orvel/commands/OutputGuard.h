@@ -7,26 +7,27 @@
 
 namespace OrvelTool {
 
-/// Keeps a command from writing over what it reads, and from writing two things to one file.
-/// Files are the same if device and inode are, whatever their paths. Confined to one thread.
+/// Prevents a command from overwriting its inputs and from writing two outputs to one file. Files
+/// are compared by device and inode, whatever their paths. Confined to one thread.
 class OutputGuard {
 public:
-    /// A format that is written, with the suffixes that its files have.
+    /// An output format and the suffixes of its files.
     struct Format {
         const char* name;
         std::vector<const char*> suffixes;
-        bool text = false; ///< can be shown on a terminal
+        bool text = false; // can be shown in a terminal
     };
     static const Format kSound;
     static const Format kPicture;
     static const Format kCapture;
 
-    /// A file that the command reads; `role` stands in messages, such as "the scene".
+    /// Registers an input file. `role` stands in messages, such as "the input scene".
     void reads(const std::string& path, const std::string& role);
-    /// The same for the sounds of a scene.
+    /// Registers the sound files of a scene as inputs.
     void readsSounds(const Show::Scene& scene);
 
-    /// Takes a path to write to; "-" is standard output. False, with a message, if that is refused.
+    /// Accepts an output path; "-" is standard output. If it is refused, reports why and returns
+    /// false.
     bool accept(const std::string& path, const Format& format);
 
 private:

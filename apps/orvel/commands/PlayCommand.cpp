@@ -20,15 +20,15 @@ namespace OrvelTool {
 
 namespace {
 
-/// A device plays what it was given a moment later; a scene is over when that is heard.
+/// Output latency of a device in seconds: the scene ends this much later.
 constexpr double kDeviceDelay = 0.1;
-/// A loop's rounds are at least that long, in seconds: a scene may be over at once.
+/// Minimum length of a loop's round, in seconds, as a scene may be empty.
 constexpr double kShortestRound = 0.01;
-/// How long messages from elsewhere may hold up the scene's own movement.
+/// Time limit for OSC messages between two steps of the scene.
 constexpr std::chrono::milliseconds kLongestOsc{4};
 
-/// Starts a player and brings its world to a time at once. Emitters then begin as far into their
-/// sounds as they would have come.
+/// Starts a player and moves its world to a time at once. Sounds that are playing by then get the
+/// start offset they would have reached.
 void skipTo(double seconds, Show::Player& player, Show::Stage& stage) {
     const auto clock = std::make_unique<Show::PlayClock>(stage);
     player.start();
@@ -50,14 +50,14 @@ PlayCommand::PlayCommand(CLI::App& parent) {
         "Play a scene or a capture in real time, until it ends or Ctrl-C is pressed");
     declareScene("The scene file (JSON), or a capture of orvel record");
     backends_.declare(
-        app(), "What plays it, with the parameters of that kind; may be given several times "
-               "(default: \"default\", this machine's sound device; \"orvel kinds\" lists the "
-               "kinds)");
+        app(),
+        "Back end to play through, with its parameters; may be given several times (default: "
+        "\"default\", this machine's sound device; \"orvel kinds\" lists the kinds)");
     app()
         .add_option(
             "--server", servers_,
-            "With the kind \"client\": a server that multicast does not find; may be given several "
-            "times")
+            "With the kind \"client\": connect to this server, which multicast does not find; may "
+            "be given several times")
         ->type_name("HOST:PORT")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
@@ -65,39 +65,43 @@ PlayCommand::PlayCommand(CLI::App& parent) {
     app()
         .add_option(
             "--only", only_,
-            "With the kind \"client\": of the servers that are found, drive only those with this "
-            "id or name (serve --id); may be given several times")
+            "With the kind \"client\": of the servers found, drive only those with this id or name "
+            "(serve --id); may be given several times")
         ->type_name("ID")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     app().add_flag(
         "--wait", wait_,
-        "With the kind \"client\": where another player drives, wait until it leaves, and go on");
+        "With the kind \"client\": while another player drives a server, wait for it to leave, "
+        "then continue");
     network_.declareInterface(app());
     network_.declareLimits(app(), true);
     monitor_.declare(app());
     osc_.declare(app());
-    declareFrom("Where to begin, in seconds of the scene, with its sounds at their place");
+    declareFrom(
+        "Start at this second of the scene; sounds that are already playing start part-way");
     declareSeconds(
         "How long to play, in seconds (default: until the scene ends; with --osc until Ctrl-C)");
     declareFetch();
-    app().add_flag("--loop", loop_, "Begin again when the scene ends");
-    app().footer("Parameters are key=value, separated by blanks, such as\n"
-                 "  orvel play scene.json --backend 'openal:labels=\"front, back\"'\n"
-                 "Without a sound device, hear a scene through a file: orvel render SCENE OUT.wav\n"
-                 "On other machines: orvel serve --scene SCENE there, and --backend client here.");
+    app().add_flag("--loop", loop_, "Start again when the scene ends");
+    app().footer(
+        "Parameters are key=value, separated by spaces, such as\n"
+        "  orvel play scene.json --backend 'openal:labels=\"front, back\"'\n"
+        "Without a sound device, render the scene to a file: orvel render SCENE OUT.wav\nTo play "
+        "on other machines, run orvel serve --scene SCENE there and use --backend client here.");
 }
 
 bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
     if (!backends_.read(
-            choices, {{"loopback", "\"loopback\" plays into files only: orvel render " +
+            choices, {{"loopback", "\"loopback\" only renders to files: orvel render " +
                                        scenePath_ + " OUT.wav"}})) {
         return false;
     }
     bool remote = false;
     for (BackendOption::Choice& choice : choices) {
         if (choice.kind == "client") {
-            // The tool changes its world on one thread only, so servers are served on it as well.
+            // The tool changes its world on one thread only, so that thread serves the connections
+            // too.
             choice.params = "newestOnly=yes " + choice.params + " deferred=yes followEnabled=yes";
             if (!only_.empty()) {
                 std::string ids;
@@ -111,7 +115,7 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
         }
     }
     if (!remote && (!servers_.empty() || !only_.empty() || wait_ || network_.interfacesGiven())) {
-        complain("--server, --only, --wait and --interface are for servers on the network; add "
+        complain("--server, --only, --wait and --interface apply to servers on the network; add "
                  "--backend client");
         return false;
     }
@@ -120,7 +124,7 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
     }
     monitor_.addTo(choices);
     if (remote && from_ > 0.0) {
-        complain("--from: on servers, sounds that have begun earlier play from their beginnings");
+        complain("--from: on servers, sounds that are already playing start from their beginning");
     }
     return true;
 }
@@ -129,12 +133,12 @@ bool PlayCommand::addAll(
     const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
     LibraryMessages& messages) const {
     const std::string advice =
-        "to hear the scene through a file: orvel render " + scenePath_ + " OUT.wav";
+        "to render the scene to a file: orvel render " + scenePath_ + " OUT.wav";
     if (from_ <= 0.0) {
         return addBackends(stage, messages, choices, advice, verbose_);
     }
-    // Monitors learn the names of sounds while these are given. The others come when the scene is
-    // at its time, so that nothing is heard on the way.
+    // Monitors are added first, since they learn the names of sounds as these are set. The others
+    // are added once the scene has reached its time, so that nothing is heard before.
     std::vector<BackendOption::Choice> monitors;
     std::vector<BackendOption::Choice> others;
     for (const BackendOption::Choice& choice : choices) {
@@ -199,7 +203,7 @@ bool PlayCommand::play(Show::Player& player, Show::Stage& stage, Show::OscServer
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_, wait_);
-    // Fetching may take long; until there is something to end in order, Ctrl-C just ends all.
+    // Fetching may take long. Until it is over, Ctrl-C ends the process at once.
     if (from_ <= 0.0) {
         player.start();
     }
@@ -211,7 +215,7 @@ bool PlayCommand::play(Show::Player& player, Show::Stage& stage, Show::OscServer
         seconds_ > 0.0 ? Clock::now() + duration(seconds_) : Clock::time_point::max();
     auto begin = Clock::now() - duration(from_); // of the round
     stage.tell();
-    // Who drives a scene from elsewhere also says when it is over.
+    // With OSC the scene has no end of its own.
     const bool endless = osc != nullptr && !loop_;
     const auto endOf = [&] {
         if (endless) {
@@ -230,8 +234,8 @@ bool PlayCommand::play(Show::Player& player, Show::Stage& stage, Show::OscServer
             if (!loop_) {
                 break;
             }
-            // By the first round's clock, so that delays do not add up; a machine that was asleep
-            // leaves out the rounds that it has missed.
+            // Computed from the first round's start, so that delays do not add up. Rounds missed
+            // while the machine was asleep are skipped.
             begin += duration(end * std::floor(now / end));
             player.start();
             end = endOf();

@@ -12,22 +12,22 @@
 
 namespace OrvelTool {
 
-/// `orvel play`: plays a scene or a capture in real time through any number of back ends, those of
-/// other machines included.
+/// `orvel play`: plays a scene or a capture in real time through any number of back ends, local and
+/// remote.
 class PlayCommand : public Command {
 public:
     explicit PlayCommand(CLI::App& parent);
     int run() override;
 
 private:
-    /// Reads the back ends of the command line; writes what is wrong. False for wrong use.
+    /// Reads the back ends from the command line. On wrong usage reports it and returns false.
     bool choose(std::vector<BackendOption::Choice>& choices) const;
-    /// Adds the back ends, with --from when the scene has come to its time. False if nothing would
-    /// play.
+    /// Adds the back ends; with --from, when the scene has reached that time. Returns false if
+    /// nothing would play.
     bool addAll(
         const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
         LibraryMessages& messages) const;
-    /// False if another player drove a server, and this one was not heard there.
+    /// Returns false if another player drove a server, so that this one was not heard there.
     bool play(Show::Player& player, Show::Stage& stage, Show::OscServer* osc);
 
     BackendOption backends_;

@@ -14,7 +14,7 @@ namespace OrvelTool {
 
 namespace {
 
-/// Measures a stereo file. Empty, after a message, if it cannot be read.
+/// Measures a stereo file. If it cannot be read, reports why and returns nothing.
 std::optional<Show::LevelMeter> measure(const std::string& path) {
     SF_INFO info{};
     const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file(
@@ -25,7 +25,7 @@ std::optional<Show::LevelMeter> measure(const std::string& path) {
     }
     if (info.channels != static_cast<int>(Show::LevelMeter::kChannels)) {
         complain(
-            path + ": expected 2 channels, as \"orvel render\" writes them, found " +
+            path + ": expected 2 channels, as written by \"orvel render\", found " +
             std::to_string(info.channels));
         return std::nullopt;
     }
@@ -51,7 +51,7 @@ PlotCommand::PlotCommand(CLI::App& parent) {
     app()
         .add_option(
             "--levels", levels_,
-            "Also draw how loud this file is over time; it is what \"orvel render\" has written")
+            "Also draw the levels of this file, as written by \"orvel render\", over time")
         ->type_name("OUT.wav");
     app().footer(
         "The picture shows the listener, the emitters with their hulls, and their paths with "
@@ -69,9 +69,9 @@ int PlotCommand::run() {
         return kFailure;
     }
     OutputGuard guard;
-    guard.reads(scenePath_, "the scene itself");
+    guard.reads(scenePath_, "the input scene");
     guard.readsSounds(loaded->scene);
-    guard.reads(levels_, "what --levels reads");
+    guard.reads(levels_, "the input of --levels");
     if (!guard.accept(output_, OutputGuard::kPicture)) {
         return kWrongUse;
     }

@@ -6,7 +6,7 @@
 
 namespace OrvelTool {
 
-/// `orvel plot`: draws a scene from above, and the levels of what was rendered from it.
+/// `orvel plot`: draws a scene from above, and the levels of a rendered file.
 class PlotCommand : public Command {
 public:
     explicit PlotCommand(CLI::App& parent);

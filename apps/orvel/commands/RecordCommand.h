@@ -4,8 +4,8 @@
 
 namespace OrvelTool {
 
-/// `orvel record`: a sound server that writes what clients send into a capture, and plays it only
-/// if it is told to.
+/// `orvel record`: a sound server that records its clients' changes to a capture. Plays them only
+/// if a back end is given.
 class RecordCommand : public ServeCommand {
 public:
     explicit RecordCommand(CLI::App& parent);

@@ -59,21 +59,21 @@ struct RenderCommand::Result {
 };
 
 RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend::kDefaultRate) {
-    declare(
-        parent, "render", "Write what a scene sounds like to a WAV file, faster than real time");
+    declare(parent, "render", "Render a scene to a WAV file, faster than real time");
     declareScene("The scene file (JSON), or a capture of orvel record");
     app()
         .add_option("OUT.wav", output_, "The WAV file to write, stereo; - is standard output")
         ->required();
-    declareFrom("Where to begin, in seconds of the scene, with its sounds at their place");
+    declareFrom(
+        "Start at this second of the scene; sounds that are already playing start part-way");
     declareSeconds("How much to render, in seconds (default: until the scene ends)");
     app()
-        .add_option("--rate", rate_, "Frames a second, in Hz, 8000 to 192000")
+        .add_option("--rate", rate_, "Sample rate in Hz, 8000 to 192000")
         ->type_name("HZ")
         ->check(CLI::Validator(checkRate, "", "rate"))
         ->capture_default_str();
     app()
-        .add_option("--format", format_, "Samples: s16 (16-bit integers) or f32 (floats)")
+        .add_option("--format", format_, "Sample format: s16 (16-bit integers) or f32 (floats)")
         ->type_name("FORMAT")
         ->check(CLI::Validator(checkFormat, "", "format"))
         ->capture_default_str();
@@ -85,21 +85,22 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
     app().add_flag("--json", json_, "Print the levels as JSON instead of a table");
     app().footer(
         "The levels are peak and RMS per second of the scene, in dB below full scale (dBFS).\n"
-        "The same scene gives the same bytes each time. A file is written whole or not at all.\n"
-        "If a sound of the scene cannot be had, the rest is rendered and the exit code is 1.");
+        "The same scene always gives the same bytes. The file is written completely or not at "
+        "all.\nIf a sound of the scene is unavailable, the rest is rendered and the exit code is "
+        "1.");
 }
 
 int RenderCommand::run() {
     const auto what = Show::loadPlayable(scenePath_, fetch_);
     if (what != nullptr && what->scene() == nullptr && !plot_.empty()) {
-        complain("--plot draws scenes, and " + scenePath_ + " is a capture; leave it out");
+        complain("--plot draws scenes, but " + scenePath_ + " is a capture; omit the option");
         return kWrongUse;
     }
     if (what == nullptr) {
         return kFailure;
     }
     OutputGuard guard;
-    guard.reads(scenePath_, what->scene() != nullptr ? "the scene itself" : "the capture itself");
+    guard.reads(scenePath_, what->scene() != nullptr ? "the input scene" : "the input capture");
     guard.readsSounds(what->sources());
     if (!guard.accept(output_, OutputGuard::kSound) ||
         (!plot_.empty() && !guard.accept(plot_, OutputGuard::kPicture))) {
@@ -111,8 +112,8 @@ int RenderCommand::run() {
 int RenderCommand::render(const Show::Playable& what) {
     using Clock = std::chrono::steady_clock;
     const auto begin = Clock::now();
-    // OpenAL looks for a sound driver even where it only renders, and may start a sound server by
-    // that. No other thread runs yet that could read the environment.
+    // OpenAL probes the sound drivers even for offline rendering, which may start a sound server.
+    // No other thread runs yet that could read the environment.
     setenv("ALSOFT_DRIVERS", "null", 1); // NOLINT(concurrency-mt-unsafe)
     LibraryMessages messages(verbose_);
     Show::OfflineRenderer renderer(what, messages, rate_);
@@ -129,8 +130,8 @@ int RenderCommand::render(const Show::Playable& what) {
     }
     if (length * rate_ < 1.0) {
         complain(
-            scenePath_ + ": nothing to render: no sound plays; give the scene a \"duration\", or "
-                         "use --seconds");
+            scenePath_ +
+            ": nothing to render: no sound plays; set the scene's \"duration\", or use --seconds");
         return kFailure;
     }
     const Show::SampleFormat format =
@@ -138,12 +139,13 @@ int RenderCommand::render(const Show::Playable& what) {
     if (length * rate_ > static_cast<double>(Show::WavWriter::mostFrames(format))) {
         complain(
             output_ + ": " + fixed(length, 0) +
-            " s do not fit into a WAV file of 4 GiB; use --seconds, a lower --rate or --format "
+            " s do not fit into a WAV file, which holds 4 GiB; use --seconds, a lower --rate or "
+            "--format "
             "s16");
         return kFailure;
     }
 
-    // From here on there is a file to remove.
+    // The output file exists from here on and must be removed on failure.
     const StopSignals signals;
     Show::WavWriter writer(
         output_, rate_, format,
@@ -152,7 +154,8 @@ int RenderCommand::render(const Show::Playable& what) {
     Show::LevelMeter forPlot(rate_, Show::plotWindow(length));
     Progress progress("rendering");
     for (;;) {
-        // What comes before the beginning is rendered too, so that every sound is at its place.
+        // The part before --from is rendered and discarded, so that every sound is in the right
+        // place.
         const bool skipping = renderer.seconds() < from_;
         const auto samples = renderer.next(skipping ? from_ : end);
         if (samples.empty() && !skipping) {
@@ -162,7 +165,7 @@ int RenderCommand::render(const Show::Playable& what) {
             progress.clear();
             complain(
                 "interrupted; " + Show::nameOfOutput(output_) +
-                (Show::isStandardOutput(output_) ? " is not whole" : " is not written"));
+                (Show::isStandardOutput(output_) ? " is incomplete" : " is not written"));
             return kFailure;
         }
         if (!skipping) {
@@ -194,7 +197,7 @@ int RenderCommand::render(const Show::Playable& what) {
     if (result.lost != 0 || what.incomplete()) {
         complain(
             Show::nameOfOutput(output_) +
-            " is written, but not all of the sounds are in it (see above)");
+            " is written, but some sounds are missing from it (see above)");
         return kFailure;
     }
     return kSuccess;
@@ -222,7 +225,7 @@ void RenderCommand::report(const Result& result) const {
     Show::writeTable(
         out, result.perSecond, all_ ? std::numeric_limits<std::size_t>::max() : Show::kMostRows);
     if (result.clipped != 0) {
-        out << result.clipped << " samples were too loud and are clipped; lower the gains, "
+        out << result.clipped << " samples exceeded full scale and were clipped; lower the gains, "
             << "or use --format f32\n";
     }
     out << Show::nameOfOutput(output_) << ": " << fixed(result.seconds, 2) << " s, rendered in "

@@ -8,7 +8,7 @@
 
 namespace OrvelTool {
 
-/// `orvel render`: writes what a scene sounds like to a WAV file, without a sound device.
+/// `orvel render`: renders a scene to a WAV file, without a sound device.
 class RenderCommand : public Command {
 public:
     explicit RenderCommand(CLI::App& parent);

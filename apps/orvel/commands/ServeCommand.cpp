@@ -28,12 +28,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kLongestWait = 200ms;  // for a signal to be seen
-constexpr auto kLongestServing = 4ms; // before a recording or a signal gets its turn
-constexpr auto kChores = 20ms;        // between two looks at what is to be told
-/// A recording cannot know how many emitters will sound at once.
+constexpr auto kLongestWait = 200ms;  // until a signal is noticed
+constexpr auto kLongestServing = 4ms; // before a recording or a signal is handled
+constexpr auto kChores = 20ms;        // interval of reports, status and monitors
+/// The number of emitters that will play at once is unknown.
 constexpr const char* kRecordingParams = "sources=4096";
-/// Behind the clock by more seconds than this, a recording is worth a word.
+/// A recording that was behind the clock by more than this, in seconds, is reported.
 constexpr double kLagToTell = 0.5;
 
 std::string fixed(double value) {
@@ -48,7 +48,7 @@ bool isReadable(int descriptor) {
     return poll(&entry, 1, 0) > 0;
 }
 
-/// The text of a scene file that has just been read; empty without one.
+/// The text of a scene file; empty without a path.
 std::string sceneText(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
@@ -67,28 +67,28 @@ std::string checkRange(const std::string& text) {
 } // namespace
 
 ServeCommand::ServeCommand(CLI::App& parent) {
-    declare(parent, "serve", "Be a sound server: play what clients on other machines describe");
-    declareOptions("(default: \"default\", this machine's sound device, unless there is --render)");
+    declare(
+        parent, "serve", "Run a sound server, which plays the scenes of clients on other machines");
+    declareOptions("(default: \"default\", this machine's sound device, unless --render is given)");
     app().footer(
-        "Clients find the server by themselves: orvel play SCENE --backend client\n"
-        "Whoever can reach it can drive it: there is no authentication, so keep it in a trusted "
-        "network.\n"
-        "It tells systemd when it is ready (Type=notify), and feeds its watchdog.");
+        "Clients find the server automatically: orvel play SCENE --backend client\nAnyone who can "
+        "reach the port can drive the server: there is no authentication, so keep it on a\ntrusted "
+        "network. It supports systemd's readiness notification (Type=notify) and watchdog.");
 }
 
 void ServeCommand::declareOptions(const std::string& playing) {
     app()
         .add_option(
             "--scene", scenePath_,
-            "A scene file whose sources clients can play, by their ids; nothing else of it is used")
+            "A scene file whose sources clients can play, by id; the rest of the file is not used")
         ->type_name("SCENE");
     backends_.declare(
         app(),
-        "What plays it, with the parameters of that kind; may be given several times " + playing);
+        "Back end to play through, with its parameters; may be given several times " + playing);
     app()
         .add_option(
             "--render", output_,
-            "Write what is heard to a WAV file, in real time, without a device")
+            "Write the output to a WAV file in real time; no sound device is needed")
         ->type_name("OUT.wav");
     declareSeconds("How long to serve, in seconds (default: until Ctrl-C, SIGTERM or SIGHUP)");
     network_.declare(app());
@@ -99,32 +99,32 @@ void ServeCommand::declareOptions(const std::string& playing) {
     app()
         .add_option(
             "--tcp-port", tcpPort_,
-            "Listen at this TCP port, for firewalls and for clients that name the server (default: "
-            "the system chooses one)")
+            "Listen on this TCP port, for firewalls and for clients that name the server (default: "
+            "chosen by the system)")
         ->type_name("N")
         ->check(NetworkOptions::portValidator());
     app()
         .add_option(
             "--allow", allowed_,
-            "Take connections only from this address, or from those that begin with the same bits; "
-            "may be given several times (default: from all)")
+            "Accept connections only from this address or network; may be given several times "
+            "(default: any address)")
         ->type_name("ADDR[/BITS]")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check(CLI::Validator(checkRange, "", "allow"));
     app().add_flag(
         "--keep-player", keepPlayer_,
-        "Turn players away while one drives (default: the one that comes last takes over)");
+        "Turn other players away while one drives (default: the newest takes over)");
     app()
         .add_option(
-            "--id", id_, "A number or a name that becomes one, by which people tell servers apart")
+            "--id", id_, "Identify the server by this number, or by a name that is hashed to one")
         ->type_name("TEXT");
 }
 
 int ServeCommand::run() {
     std::vector<BackendOption::Choice> choices;
     if (!backends_.read(
-            choices, {{"loopback", "to write into a file, use --render OUT.wav"},
+            choices, {{"loopback", "to write to a file, use --render OUT.wav"},
                       {"client", "a server cannot be a client as well; it would drive itself"}})) {
         return kWrongUse;
     }
@@ -163,7 +163,7 @@ int ServeCommand::run() {
     Show::SoundServer server(*bank, messages, tcpPort_);
     messages.tell();
     if (server.multiServer().port() == 0) {
-        complain("cannot serve: see above");
+        complain("cannot serve; see above");
         return kFailure;
     }
     network_.apply(server.multiServer().multicast());
@@ -173,7 +173,7 @@ int ServeCommand::run() {
     if (!allowed_.empty()) {
         std::vector<Show::AddressRange> ranges;
         for (const std::string& range : allowed_) {
-            ranges.push_back(*Show::AddressRange::parse(range)); // it was checked
+            ranges.push_back(*Show::AddressRange::parse(range)); // validated when parsed
         }
         server.multiServer().setAdmission([ranges](const Corvid::InetAddress& peer) {
             return std::any_of(
@@ -197,7 +197,7 @@ int ServeCommand::run() {
     if (!choices.empty() &&
         !addBackends(
             server, messages, choices,
-            "to hear the server through a file: orvel serve --render OUT.wav", verbose_)) {
+            "to write the output to a file: orvel serve --render OUT.wav", verbose_)) {
         return kFailure;
     }
     if (!announceMonitors(server) || (backends_.web() && !addWeb(server, messages))) {
@@ -244,19 +244,19 @@ int ServeCommand::run() {
     if (!room) {
         complain(
             Show::nameOfOutput(output_) +
-            ": a WAV file holds no more than 4 GiB; the server has stopped");
+            ": a WAV file holds at most 4 GiB; the server has stopped");
     }
     return room && captured ? kSuccess : kFailure;
 }
 
 bool ServeCommand::checkOutputs(const Show::Scene& bank) const {
     if (Show::isStandardOutput(capturePath_)) {
-        complain("a capture is written to a file, not to standard output; give it a name");
+        complain("a capture cannot be written to standard output; give a file name");
         return false;
     }
     OutputGuard guard;
     if (!scenePath_.empty()) {
-        guard.reads(scenePath_, "the scene itself");
+        guard.reads(scenePath_, "the input scene");
         guard.readsSounds(bank);
     }
     return (output_.empty() || guard.accept(output_, OutputGuard::kSound)) &&
@@ -270,7 +270,7 @@ std::ostream& ServeCommand::results() const {
 bool ServeCommand::finish(Show::CaptureWriter& capture) const {
     const bool good = capture.finish();
     results() << capturePath_ << ": " << fixed(capture.seconds()) << " s, " << capture.events()
-              << " events" << (good ? "" : "; not all of the session is in it") << '\n';
+              << " events" << (good ? "" : "; part of the session is missing") << '\n';
     return good;
 }
 
@@ -299,7 +299,7 @@ bool ServeCommand::serve(
     if (osc != nullptr) {
         server.multiServer().watch(osc->descriptor());
     }
-    server.serve(0ms); // takes part in discovery from here on
+    server.serve(0ms); // joins discovery
     DiscoveryWatch discovery(server.multiServer());
     announce(server, discovery);
     manager.ready();
@@ -321,7 +321,7 @@ bool ServeCommand::serve(
         server.multiServer().waitForCommunicators(std::max(until, now) - now);
         now = Clock::now();
         if (recording != nullptr) {
-            // First what was to be heard before that which has just arrived.
+            // Renders the past before the new events are applied.
             room = recording->advance(std::min(now, limit));
         }
         server.serve(kLongestServing);
@@ -370,11 +370,12 @@ void ServeCommand::report(const Show::LiveRecording& recording) const {
     std::ostream& out = results();
     Show::writeTable(out, recording.levels());
     if (recording.clipped() != 0) {
-        out << recording.clipped() << " samples were too loud and are clipped; lower the gains\n";
+        out << recording.clipped()
+            << " samples exceeded full scale and were clipped; lower the gains\n";
     }
     if (recording.worstLag() > kLagToTell) {
-        out << "this machine was too slow at times: up to " << fixed(recording.worstLag())
-            << " s behind\n";
+        out << "this machine was too slow at times: " << fixed(recording.worstLag())
+            << " s behind at most\n";
     }
     out << Show::nameOfOutput(output_) << ": " << fixed(recording.seconds()) << " s\n";
 }

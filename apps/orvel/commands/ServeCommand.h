@@ -23,35 +23,35 @@ namespace OrvelTool {
 
 class DiscoveryWatch;
 
-/// `orvel serve`: a sound server that the client back ends of other programs drive.
+/// `orvel serve`: a sound server, driven by the client back ends of other programs.
 class ServeCommand : public Command {
 public:
     explicit ServeCommand(CLI::App& parent);
     int run() override;
 
 protected:
-    /// For a command that declares itself.
+    /// For derived commands, which declare themselves.
     ServeCommand() = default;
-    /// `playing` says what plays it if no back end is named.
+    /// `playing` describes the default back end in --help.
     void declareOptions(const std::string& playing);
 
-    std::string capturePath_; // empty: nothing is recorded
+    std::string capturePath_; // empty: no capture
     std::uint64_t maxCaptureBytes_ = UINT64_MAX;
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    /// Serves until it is told to stop; false if the recording had no more room.
+    /// Serves until it is stopped. Returns false if the recording is full.
     bool serve(
         Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
         Show::OscServer* osc, Clock::time_point begin) const;
     void announce(const Show::SoundServer& server, DiscoveryWatch& discovery) const;
-    /// Refuses outputs that would replace what is read, with a message.
+    /// Refuses outputs that would overwrite inputs, and reports it.
     [[nodiscard]] bool checkOutputs(const Show::Scene& bank) const;
-    /// Where results are printed: not into the recording.
+    /// The stream for results: not standard output if the recording goes there.
     [[nodiscard]] std::ostream& results() const;
     void report(const Show::LiveRecording& recording) const;
-    /// Completes the capture and tells how long it is; false if not all is in it.
+    /// Completes the capture and prints its length. Returns false if it is incomplete.
     bool finish(Show::CaptureWriter& capture) const;
 
     BackendOption backends_;
@@ -62,7 +62,7 @@ private:
     std::string output_; // empty: no recording
     std::string id_;
     unsigned short tcpPort_ = 0;
-    std::vector<std::string> allowed_; // empty: all may connect
+    std::vector<std::string> allowed_; // empty: any address
     bool keepPlayer_ = false;
 };
 

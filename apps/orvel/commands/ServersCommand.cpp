@@ -20,9 +20,9 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr double kDefaultSeconds = 1.0;
-constexpr double kQueries = 4.0;         // in that time: datagrams get lost
-constexpr double kLongestInterval = 1.0; // between two of them, in seconds
-constexpr auto kSignalWait = 100ms;      // for a signal to be seen
+constexpr double kQueries = 4.0;         // within that time, as datagrams get lost
+constexpr double kLongestInterval = 1.0; // between two queries, in seconds
+constexpr auto kSignalWait = 100ms;      // until a signal is noticed
 
 double toMilliseconds(double seconds) {
     return std::round(seconds * 1e6) / 1e3;
@@ -31,7 +31,7 @@ double toMilliseconds(double seconds) {
 } // namespace
 
 ServersCommand::ServersCommand(CLI::App& parent) {
-    declare(parent, "servers", "List the sound servers that can be found");
+    declare(parent, "servers", "List the sound servers on the network");
     declareSeconds("How long to wait for answers, in seconds (default: 1)");
     app().add_flag("--json", json_, "Print JSON instead of a table");
     network_.declare(app());
@@ -80,7 +80,7 @@ int ServersCommand::run() {
 void ServersCommand::writeTable(const Servers& servers) {
     std::cout << "    id  address          port  round trip  found on\n";
     for (const auto& server : servers) {
-        std::string trip = "-"; // it has only announced itself
+        std::string trip = "-"; // announced, but no answer
         if (server.roundTripSeconds >= 0.0) {
             char text[32];
             std::snprintf(text, sizeof text, "%.2f ms", toMilliseconds(server.roundTripSeconds));
@@ -129,21 +129,20 @@ void ServersCommand::writeJson(const Servers& servers, const Corvid::MultiClient
 void ServersCommand::explainSilence(const Corvid::MultiClient& client) const {
     const Corvid::Multicast::Settings settings = client.multicast().settings();
     const std::string port = std::to_string(settings.port);
-    std::string text = "no server has answered. Asked " + settings.address.text() + ", UDP port " +
-                       port + ", TTL " + std::to_string(settings.ttl) + ", on:";
+    std::string text = "no server has answered. Searched " + settings.address.text() +
+                       ", UDP port " + port + ", TTL " + std::to_string(settings.ttl) + ", on:";
     const auto searched = client.searchedInterfaces();
     for (const auto& interface : searched) {
         text += "\n  " + interface.name + " " + interface.address.text() +
-                (interface.error.empty() ? "" : ": not possible: " + interface.error);
+                (interface.error.empty() ? "" : ": failed: " + interface.error);
     }
-    text += searched.empty() ? "\n  no interface: none that is to be used is up" : "";
-    text +=
-        "\nCheck that \"orvel serve\" runs there, with the same --group and --port; that no "
-        "firewall drops UDP port " +
-        port +
-        " on either machine; that both are in one network, else give both a --ttl above 1. Where "
-        "multicast does not work: orvel play SCENE --backend client --server HOST:PORT, with "
-        "the TCP port that the server tells when it starts.";
+    text += searched.empty() ? "\n  no interface: none of those to use is up" : "";
+    text += "\nCheck that \"orvel serve\" is running, with the same --group and --port; that no "
+            "firewall drops UDP port " +
+            port +
+            " on either machine; and that both are on one network, or else have a --ttl above 1. "
+            "Without multicast, use orvel play SCENE --backend client --server HOST:PORT, with the "
+            "TCP port that the server prints when it starts.";
     complain(text);
 }
 

@@ -9,7 +9,7 @@
 
 namespace OrvelTool {
 
-/// `orvel servers`: lists the sound servers that can be found.
+/// `orvel servers`: lists the sound servers on the network.
 class ServersCommand : public Command {
 public:
     explicit ServersCommand(CLI::App& parent);

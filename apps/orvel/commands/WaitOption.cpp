@@ -26,7 +26,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kPollInterval = 500ms; // between two looks
+constexpr auto kPollInterval = 500ms;
 
 bool isMissing(const std::string& path) {
     std::error_code error;
@@ -38,8 +38,7 @@ bool isMissing(const std::string& path) {
 void WaitOption::declare(CLI::App& app) {
     app.add_flag(
         "--wait-for-device", given_,
-        "Wait for what is not there yet instead of ending: the sound device, the interface, the "
-        "scene file and its sounds");
+        "Wait for a missing sound device, interface, scene file or sound file instead of exiting");
 }
 
 bool WaitOption::wait(const std::vector<Need>& needs) const {
@@ -121,7 +120,7 @@ bool worksElsewhere(const std::function<bool()>& opens) {
         bool works = false;
         try {
             works = opens();
-        } catch (...) { // then it does not
+        } catch (...) { // failed
         }
         _exit(works ? EXIT_SUCCESS : EXIT_FAILURE);
     }

@@ -9,24 +9,24 @@
 
 namespace OrvelTool {
 
-/// What one check has found, and what to do about it.
+/// The result of one check, with a suggestion.
 struct Finding {
     enum class Verdict { Ok, Warning, Problem };
 
-    std::string check; ///< what was looked at, such as "multicast lo"
+    std::string check; // the subject, such as "multicast lo"
     Verdict verdict = Verdict::Ok;
-    std::string text;                                   ///< what was found
-    std::string advice;                                 ///< what to do; may be empty if all is well
-    std::vector<std::pair<std::string, double>> values; ///< what was measured, with units in names
+    std::string text;   // the result, for people
+    std::string advice; // suggested fix; may be empty if the verdict is Ok
+    std::vector<std::pair<std::string, double>> values; // measurements; names include the unit
 };
 
 using Findings = std::vector<Finding>;
 
-/// The worst verdict of all.
+/// The worst verdict; Ok if there are no findings.
 Finding::Verdict worst(const Findings& findings);
-/// Writes a line per finding, and the advice below it.
+/// Writes one line per finding, with the advice below it.
 void writeFindings(std::ostream& out, const Findings& findings);
-/// The same as JSON, see docs/doctor.md.
+/// The findings as JSON; see docs/doctor.md.
 nlohmann::ordered_json toJson(const Findings& findings);
 
 } // namespace OrvelTool

@@ -55,7 +55,7 @@ public:
         return setsockopt(descriptor_, level, name, &value, sizeof value) == 0;
     }
     [[nodiscard]] bool bindTo(std::uint32_t bits, std::uint16_t port) const;
-    /// Waits for one of these events. False when `end` has come.
+    /// Waits for one of these poll events. Returns false if `end` is reached first.
     [[nodiscard]] bool wait(short events, Clock::time_point end) const {
         pollfd one{descriptor_, events, 0};
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
@@ -89,7 +89,7 @@ std::string milliseconds(double seconds) {
     return text;
 }
 
-/// As hours, minutes and seconds.
+/// Formats as hours, minutes and seconds.
 std::string clockText(double seconds) {
     const double whole = std::floor(seconds / 60.0);
     char text[48];
@@ -99,8 +99,8 @@ std::string clockText(double seconds) {
     return text;
 }
 
-/// Sends one datagram to the group on an interface and waits for it. Gives what went wrong, or
-/// nothing, and then `seconds`, how long it took.
+/// Sends one datagram to the group on an interface and waits for it to come back. Returns an error
+/// message, or an empty text and the time taken in `seconds`.
 std::string tryMulticast(
     const InetAddress& interface, const Corvid::Multicast::Settings& settings, double& seconds) {
     const Socket socket(SOCK_DGRAM);
@@ -115,16 +115,16 @@ std::string tryMulticast(
         !socket.set(IPPROTO_IP, IP_MULTICAST_IF, membership) ||
         !socket.set(IPPROTO_IP, IP_MULTICAST_LOOP, 1) ||
         !socket.set(IPPROTO_IP, IP_MULTICAST_TTL, ttl)) {
-        return "the group cannot be joined: " + reason();
+        return "cannot join the group: " + reason();
     }
-    // None of the datagrams of a search begins like this one.
+    // Differs from the magic of every search datagram.
     const std::string sent = "ORVELDOC" + std::to_string(std::random_device()());
     const sockaddr_in group = place(settings.address.bits(), settings.port);
     const auto begin = Clock::now();
     if (sendto(
             socket.get(), sent.data(), sent.size(), 0, reinterpret_cast<const sockaddr*>(&group),
             sizeof group) < 0) {
-        return "nothing can be sent: " + reason();
+        return "cannot send: " + reason();
     }
     while (socket.wait(POLLIN, begin + kAnswerPatience)) {
         char text[64];
@@ -134,7 +134,7 @@ std::string tryMulticast(
             return {};
         }
     }
-    return "what is sent does not come back";
+    return "the datagram sent does not come back";
 }
 
 Corvid::Multicast::Settings settingsOf(const NetworkOptions& options) {
@@ -143,7 +143,7 @@ Corvid::Multicast::Settings settingsOf(const NetworkOptions& options) {
     return multicast.settings();
 }
 
-/// Whether a server's port takes connections; `seconds` is how long that took.
+/// Whether a server's port accepts connections; `seconds` is the time taken.
 bool reach(const InetAddress& address, std::uint16_t port, double& seconds) {
     const Socket socket(SOCK_STREAM);
     const sockaddr_in there = place(address.bits(), port);
@@ -168,7 +168,7 @@ std::string freeFor(int type, std::uint16_t port) {
 }
 
 std::string whoHolds(std::uint16_t port) {
-    return "ss -tulpn 'sport = :" + std::to_string(port) + "' tells who has it";
+    return "ss -tulpn 'sport = :" + std::to_string(port) + "' shows which one";
 }
 
 } // namespace
@@ -185,30 +185,29 @@ Findings checkMulticast(const NetworkOptions& options) {
         finding.check = "multicast " + name;
         const std::string where = address.text() + ": ";
         if (fault.empty()) {
-            finding.text = where + "what is sent to " + settings.address.text() + ":" +
+            finding.text = where + "a datagram sent to " + settings.address.text() + ":" +
                            std::to_string(settings.port) + " comes back, after " +
                            milliseconds(seconds);
             finding.values = {{"roundTripMs", seconds * 1e3}};
         } else {
             finding.verdict = Verdict::Warning;
             finding.text = where + fault;
-            finding.advice =
-                "servers are not found on this interface: let UDP port " +
-                std::to_string(settings.port) +
-                " through the firewall, leave the interface out with --interface, or name servers "
-                "with --server HOST:PORT";
+            finding.advice = "servers are not found on this interface: allow UDP port " +
+                             std::to_string(settings.port) +
+                             " through the firewall, exclude the interface with --interface, or "
+                             "name servers with --server HOST:PORT";
         }
     }
     if (findings.empty()) {
         findings.push_back(
             {"multicast",
              Verdict::Problem,
-             "no interface that is to be used is up",
-             "bring one up, or name another with --interface",
+             "none of the interfaces to use is up",
+             "bring one up, or choose another with --interface",
              {}});
     } else if (!works) {
         for (Finding& finding : findings) {
-            finding.verdict = Verdict::Problem; // there is no other way
+            finding.verdict = Verdict::Problem; // multicast works on no interface
         }
     }
     return findings;
@@ -225,13 +224,13 @@ Findings checkPorts(const NetworkOptions& options, const std::vector<unsigned sh
     findings.push_back(
         {"port " + search,
          shareable ? Verdict::Ok : Verdict::Problem,
-         "UDP, of the search: " + std::string(
-                                      alone.empty() ? "free"
-                                      : shareable
-                                          ? "in use by servers or clients here, which share it"
-                                          : "another program has it and does not share it"),
+         "UDP, for the search: " +
+             std::string(
+                 alone.empty() ? "free"
+                 : shareable   ? "in use by servers or clients on this machine, which share it"
+                               : "another program has it exclusively"),
          shareable ? ""
-                   : "end that program, or use another --port for servers and clients; " +
+                   : "stop that program, or use another --port for servers and clients; " +
                          whoHolds(settings.port),
          {}});
     for (const unsigned short port : ports) {
@@ -242,7 +241,8 @@ Findings checkPorts(const NetworkOptions& options, const std::vector<unsigned sh
             {"port " + std::to_string(port),
              fault.empty() ? Verdict::Ok : Verdict::Problem,
              fault.empty() ? "TCP and UDP: free" : fault,
-             fault.empty() ? "" : "choose another, or end what has it; " + whoHolds(port),
+             fault.empty() ? ""
+                           : "choose another, or stop the program that has it; " + whoHolds(port),
              {}});
     }
     return findings;
@@ -278,7 +278,7 @@ Findings checkServers(const NetworkOptions& options) {
         if (!reach(server.address, server.port, seconds)) {
             finding.verdict = Verdict::Problem;
             finding.text += ", but its TCP port cannot be reached";
-            finding.advice = "let TCP port " + std::to_string(server.port) +
+            finding.advice = "allow TCP port " + std::to_string(server.port) +
                              " through the firewalls; orvel serve --tcp-port keeps it the same";
         } else {
             finding.text += ", takes connections in " + milliseconds(seconds);
@@ -294,7 +294,7 @@ Findings checkServers(const NetworkOptions& options) {
             {"servers",
              Verdict::Ok,
              "none answers",
-             "if there should be one: orvel servers tells what to check",
+             "if one should be running, run orvel servers to see possible reasons",
              {}});
     }
     return findings;
@@ -306,8 +306,8 @@ Finding checkDescriptors() {
     Finding finding{
         "open files",
         Verdict::Ok,
-        "this process may have " + std::to_string(limit.rlim_cur) + " open, and could ask for " +
-            std::to_string(limit.rlim_max) + "; a connection takes one",
+        "this process may open " + std::to_string(limit.rlim_cur) + " files, and raise that to " +
+            std::to_string(limit.rlim_max) + "; each connection needs one",
         {},
         {{"soft", static_cast<double>(limit.rlim_cur)},
          {"hard", static_cast<double>(limit.rlim_max)}}};

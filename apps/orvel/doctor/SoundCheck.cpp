@@ -24,7 +24,7 @@ namespace {
 using Verdict = Finding::Verdict;
 
 constexpr std::size_t kMostDevices = 32;
-constexpr std::size_t kMostSources = 4096; // more are of no interest
+constexpr std::size_t kMostSources = 4096; // higher counts are not measured
 constexpr std::size_t kFewSources = 64;
 constexpr double kLongLatency = 100.0; // in ms
 
@@ -46,7 +46,7 @@ std::string roundedMilliseconds(double value) {
     return text;
 }
 
-/// The names between zeros, up to an empty one.
+/// The names in ALC's list: separated by zeros and terminated by an empty one.
 std::vector<std::string> deviceNames() {
     const bool all = alcIsExtensionPresent(nullptr, "ALC_ENUMERATE_ALL_EXT") == ALC_TRUE;
     std::vector<std::string> names;
@@ -75,7 +75,7 @@ int integer(ALCdevice* device, ALCenum what) {
     return value;
 }
 
-/// In milliseconds; negative if the device does not tell.
+/// In milliseconds; negative if the device does not support the query.
 double latency(ALCdevice* device) {
     if (alcIsExtensionPresent(device, "ALC_SOFT_device_clock") != ALC_TRUE) {
         return -1.0;
@@ -109,18 +109,18 @@ Finding checkDefault(ALCdevice* device) {
     Finding finding{"sound output", Verdict::Ok, {}, {}, {}};
     if (device == nullptr) {
         finding.verdict = Verdict::Problem;
-        finding.text = "no sound device opens";
-        finding.advice = "check that one is connected, that no other program keeps it to itself, "
-                         "and that you may use it (group audio); orvel render and orvel serve "
-                         "--render need none";
+        finding.text = "no sound device can be opened";
+        finding.advice =
+            "check that one is connected, that no other program uses it exclusively, and that you "
+            "have access to it (group audio); orvel render and orvel serve --render need none";
         return finding;
     }
     const std::string name = nameOf(device);
-    finding.text = "\"" + name + "\" opens, and is what is played through";
+    finding.text = "\"" + name + "\" is used for playback";
     if (goesNowhere(name)) {
         finding.verdict = Verdict::Warning;
-        finding.advice = "nothing is heard through it: connect a device, or look at ALSOFT_DRIVERS "
-                         "and at the drivers of OpenAL's configuration file";
+        finding.advice = "it makes no sound: connect a device, or check ALSOFT_DRIVERS and "
+                         "\"drivers\" in OpenAL's configuration file";
     }
     return finding;
 }
@@ -132,15 +132,15 @@ Finding checkTiming(ALCdevice* device) {
     const double period = refresh > 0 ? 1000.0 / refresh : 0.0;
     Finding finding{"sound timing", Verdict::Ok, {}, {}, {}};
     finding.text = std::to_string(rate) + " Hz, mixed every " + roundedMilliseconds(period) +
-                   (delay >= 0.0 ? ", heard after " + roundedMilliseconds(delay) : "");
+                   (delay >= 0.0 ? ", latency " + roundedMilliseconds(delay) : "");
     finding.values = {{"rateHz", rate}, {"periodMs", period}};
     if (delay >= 0.0) {
         finding.values.emplace_back("latencyMs", delay);
     }
     if (std::max(delay, period) > kLongLatency) {
         finding.verdict = Verdict::Warning;
-        finding.advice = "movement is heard late: lower period_size and periods in OpenAL's "
-                         "configuration file";
+        finding.advice = "changes are heard late: lower \"period_size\" and \"periods\" in "
+                         "OpenAL's configuration file";
     }
     return finding;
 }
@@ -151,7 +151,7 @@ Finding checkSources() {
         "sounds at once",
         Verdict::Ok,
         (count == kMostSources ? "at least " : "") + std::to_string(count) +
-            " emitters can sound at the same time",
+            " emitters can play at the same time",
         {},
         {{"sources", static_cast<double>(count)}}};
     if (count < kFewSources) {
@@ -179,21 +179,20 @@ Findings checkSound(bool verbose) {
             findings.push_back(checkSources());
         } else if (device != nullptr) {
             findings.front().verdict = Verdict::Problem;
-            findings.front().advice = "it opens but cannot be played through; check the "
-                                      "installation of OpenAL Soft";
+            findings.front().advice =
+                "it opens but cannot be used for playback; check the installation of OpenAL Soft";
         }
     }
-    // Each by its name, after the default one is closed again.
+    // The default device is closed by now, so that it can be opened by name.
     for (const std::string& name : deviceNames()) {
         const Device device(alcOpenDevice(name.c_str()));
         findings.push_back(
             {"sound device",
              device == nullptr ? Verdict::Warning : Verdict::Ok,
              "\"" + name + "\" " + (device == nullptr ? "does not open" : "opens"),
-             device == nullptr
-                 ? "another program may keep it to itself; it is of no harm while the "
-                   "one that is played through opens"
-                 : "",
+             device == nullptr ? "another program may use it exclusively; this does no harm as "
+                                 "long as the device used for playback opens"
+                               : "",
              {}});
     }
     return findings;
@@ -211,7 +210,7 @@ Finding checkFormats() {
             extensions.insert(info.extension);
         }
     }
-    // Ogg goes by the extension of one of its kinds.
+    // libsndfile lists Ogg under the extension of one of its codecs.
     const bool ogg = extensions.contains("oga") || extensions.contains("ogg");
     std::string missing;
     for (const char* wanted : {"wav", "aiff", "flac"}) {
@@ -225,10 +224,10 @@ Finding checkFormats() {
     return {
         "file formats",
         missing.empty() ? Verdict::Ok : Verdict::Warning,
-        "sound files that can be read: " + list,
+        "readable sound files: " + list,
         missing.empty() ? ""
-                        : "not among them:" + missing +
-                              "; convert such files, or install a libsndfile with all its formats",
+                        : "not readable:" + missing +
+                              "; convert such files, or install a libsndfile that supports them",
         {{"formats", static_cast<double>(extensions.size())}}};
 }
 

@@ -4,12 +4,12 @@
 
 namespace OrvelTool {
 
-/// Which sound devices there are, which of them open, and what the default one does: its rate, its
-/// latency, and how many sounds it plays at once. Opens each for a moment; nothing is heard. What
-/// drivers write meanwhile is hidden unless `verbose`.
+/// Checks which sound devices there are and which of them open. Of the default one reports the
+/// sample rate, the latency, and how many sounds it plays at once. Opens each device briefly; plays
+/// nothing. Hides the drivers' own output unless `verbose`.
 Findings checkSound(bool verbose);
 
-/// Which sound files can be read.
+/// Checks which sound file formats can be read.
 Finding checkFormats();
 
 } // namespace OrvelTool

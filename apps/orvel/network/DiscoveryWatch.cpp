@@ -42,11 +42,11 @@ std::string DiscoveryWatch::describe() {
         last_ += ", because no interface is up";
     }
     if (isTaken) {
-        last_ += "; another program keeps UDP port " + port +
-                 " to itself: end it, or give this server and its clients another --port";
+        last_ += "; another program has UDP port " + port +
+                 " exclusively: stop it, or give this server and its clients another --port";
     }
     if (used.empty()) {
-        last_ += isTaken ? "" : "; they will when an interface comes up";
+        last_ += isTaken ? "" : "; they can once an interface comes up";
         last_ += "; until then name the server: orvel play SCENE --backend client --server HOST:" +
                  std::to_string(server_.port());
     }

@@ -7,16 +7,16 @@
 
 namespace OrvelTool {
 
-/// Says where clients find a server, or why they cannot and what to do. The server must outlive it.
-/// Confined to one thread at a time.
+/// Describes how clients can find a server, or why they cannot and the remedy. The server must
+/// outlive it. Confined to one thread at a time.
 class DiscoveryWatch {
 public:
     explicit DiscoveryWatch(const Corvid::MultiServer& server) : server_(server) {}
 
-    /// How it is now, as half a sentence. After the server's first turn.
+    /// The current state, as a clause. Call it after the server has been served once.
     std::string describe();
-    /// The same, as a sentence, if it has changed since the last call; empty if it has not. To be
-    /// called often; it looks once a second.
+    /// The state as a sentence if it has changed since the last call, otherwise empty. Checks once
+    /// a second; call it often.
     std::string look(std::chrono::steady_clock::time_point now);
 
 private:

@@ -51,7 +51,7 @@ std::string checkTtl(const std::string& text) {
     return isNumber(text, 0, 255) ? "" : "expected 0 to 255, found \"" + text + "\"";
 }
 
-/// An interface's address and name.
+/// Address and name of an interface.
 using Interface = std::pair<InetAddress, std::string>;
 
 bool isCalled(const Interface& interface, const std::string& text) {
@@ -82,7 +82,7 @@ std::vector<Interface> ownInterfaces() {
 void NetworkOptions::declare(CLI::App& app) {
     app.add_option(
            "--group", group_,
-           "The multicast group through which servers are found (default: " +
+           "The multicast group of the search (default: " +
                std::string(Corvid::Multicast::kDefaultAddress) + ")")
         ->type_name("ADDR")
         ->check(CLI::Validator(checkGroup, "", "group"));
@@ -90,8 +90,7 @@ void NetworkOptions::declare(CLI::App& app) {
         ->type_name("N")
         ->check(portValidator())
         ->capture_default_str();
-    app.add_option(
-           "--ttl", ttl_, "How many routers the search may pass; 0: this machine, 1: this network")
+    app.add_option("--ttl", ttl_, "TTL of the search; 0: this machine, 1: this network")
         ->type_name("N")
         ->check(CLI::Validator(checkTtl, "", "ttl"))
         ->capture_default_str();
@@ -102,13 +101,13 @@ void NetworkOptions::declareLimits(CLI::App& app, bool client) {
     const auto range = CLI::Range(std::size_t{1}, Corvid::MultiCommunicator::kMaxConnections);
     app.add_option(
            "--max-per-address", maxPerAddress_,
-           client ? "How many servers at one address may be found"
-                  : "How many clients of one address may be connected")
+           client ? "Limit of servers found at one address"
+                  : "Limit of connected clients per address")
         ->type_name("N")
         ->check(range)
         ->capture_default_str();
     if (client) {
-        app.add_option("--max-servers", maxServers_, "How many servers may be found in all")
+        app.add_option("--max-servers", maxServers_, "Limit of servers found in total")
             ->type_name("N")
             ->check(range)
             ->capture_default_str();
@@ -161,8 +160,8 @@ void NetworkOptions::restrictInterfaces() const {
             }
             complain(
                 "--interface " + text +
-                ": no interface of this machine that is up has this name or address; it is used "
-                "when one has. There are: " +
+                ": no interface that is up has this name or address; it will be used once it comes "
+                "up. Available: " +
                 (known.empty() ? "none" : known));
         }
     }

@@ -21,33 +21,32 @@ class World;
 
 namespace OrvelTool {
 
-/// The options that say where servers and clients look for each other. Wrong values are refused
-/// while the command line is parsed.
+/// The options of discovery. Invalid values are refused while the command line is parsed.
 class NetworkOptions {
 public:
-    /// --group, --port, --ttl and --interface.
+    /// Declares --group, --port, --ttl and --interface.
     void declare(CLI::App& app);
-    /// --max-per-address, and for clients --max-servers.
+    /// Declares --max-per-address and, for clients, --max-servers.
     void declareLimits(CLI::App& app, bool client);
-    /// --interface alone.
+    /// Declares only --interface.
     void declareInterface(CLI::App& app);
 
-    /// Accepts a port, from 1 to 65535.
+    /// Validates a port number, 1 to 65535.
     static CLI::Validator portValidator();
 
     [[nodiscard]] bool interfacesGiven() const noexcept { return !interfaces_.empty(); }
 
-    /// Restricts this process to the interfaces, and tells which of them this machine does not
-    /// have. Before anything is opened.
+    /// Restricts this process to the interfaces given, and reports those that this machine does not
+    /// have. Call it before anything is opened.
     void restrictInterfaces() const;
-    /// The interfaces that are up, or of these the ones that were given: address and name.
+    /// The interfaces that are up, restricted to those given: address and name.
     [[nodiscard]] std::vector<std::pair<Corvid::InetAddress, std::string>> chosenInterfaces() const;
-    /// Sets group, port and TTL where they were given.
+    /// Applies group, port and TTL as far as they were given.
     void apply(Corvid::Multicast& multicast) const;
-    /// Sets the limits on what one address may take.
+    /// Applies the limits on peers.
     void limit(Corvid::MultiServer& server) const;
     void limit(Corvid::MultiClient& client) const;
-    /// The same for all client back ends of a world.
+    /// Applies the limits to all client back ends of a world.
     void limitClients(const Orvel::World& world) const;
 
 private:
@@ -59,9 +58,9 @@ private:
     std::size_t maxServers_ = 64;
 };
 
-/// Accepts "HOST:PORT" while a command line is parsed; else the result says what was expected.
+/// Validates "HOST:PORT" as an option's value. Returns an error message, or an empty text.
 std::string checkHostAndPort(const std::string& text);
-/// The two halves of such a text.
+/// Splits "HOST:PORT".
 std::pair<std::string, std::uint16_t> hostAndPort(const std::string& text);
 
 } // namespace OrvelTool

@@ -10,18 +10,18 @@
 
 namespace OrvelTool {
 
-/// Tells the user, on standard error, which peers come and go, within the limit of
+/// Reports on standard error which peers connect and disconnect, within the limit of
 /// PeerComplaints. The peers must outlive it. Confined to one thread at a time.
 class PeerWatch {
 public:
-    /// `what` the peers are: "server" or "client".
+    /// `what` names the kind of peer: "server" or "client".
     PeerWatch(const Corvid::MultiCommunicator& peers, std::string what);
 
-    /// Looks who is there now and tells what has changed since the last call. Gives the names
-    /// ("address:port") of those that are gone.
+    /// Reports the changes since the last call. Returns the names ("address:port") of the peers
+    /// that have disconnected.
     std::vector<std::string> look();
 
-    /// Whether the last look() found new ones.
+    /// Whether the last look() found new peers.
     [[nodiscard]] bool someCame() const noexcept { return someCame_; }
     [[nodiscard]] std::size_t count() const noexcept { return known_.size(); }
 

@@ -19,7 +19,7 @@ namespace OrvelTool {
 namespace {
 
 constexpr std::chrono::seconds kPatience{2};
-/// How long another server may take to answer when all that have answered have another player.
+/// Time for the remaining servers to answer when all that have answered have another player.
 constexpr std::chrono::milliseconds kGrace{500};
 
 } // namespace
@@ -68,7 +68,7 @@ void RemoteServers::take(
         complain(
             "server " + server + (event.state == Event::Replaced ? ": replaced: " : ": refused: ") +
             event.text +
-            (wait_ ? "; waiting until it leaves" : "; what is played here is not heard there"));
+            (wait_ ? "; waiting for it to leave" : "; this player is not heard there"));
     }
 }
 
@@ -101,8 +101,8 @@ void RemoteServers::look() {
     }
     if (!told_ && now >= begin_ + kPatience) {
         told_ = true;
-        complain("no server has been found yet; the search goes on. \"orvel servers\" tells what "
-                 "can be wrong");
+        complain(
+            "no server has been found yet; still searching. Run \"orvel servers\" to find out why");
     }
 }
 
@@ -111,7 +111,9 @@ void RemoteServers::stopWhatIsOver(const Client& client) {
         if (source->dataKind() == Orvel::Source::URL_SD) {
             clock_->setLength(id, source->duration());
         }
-        // A state reaches all emitters of a source. Those that have ended elsewhere hear no stop.
+        // On a server a state spreads to all emitters of a source, so the source may only be
+        // stopped if none of its emitters still plays. An emitter that has ended already is not
+        // affected.
         const auto& emitters = source->connectedEmitters();
         const auto isOver = [this](const auto& entry) { return clock_->isOver(*entry.second); };
         const auto isActive = [&](const auto& entry) {

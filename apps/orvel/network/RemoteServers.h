@@ -22,28 +22,28 @@ class PlayClock;
 
 namespace OrvelTool {
 
-/// The servers that the client back ends of a world drive, as far as the tool is concerned: who
-/// comes and goes, and which of them another player drives. The world must outlive it. Confined to
-/// the world's thread.
+/// Watches the servers that a world's client back ends drive: which connect and disconnect, and
+/// which of them another player drives. The world must outlive it. Confined to the world's thread.
 class RemoteServers {
 public:
-    /// Has the client back ends, which were added before, connect to these servers, "HOST:PORT".
-    /// `wait`: whether to wait where another player drives.
+    /// Connects the world's client back ends to these servers, "HOST:PORT". Add the back ends
+    /// before. `wait`: wait while another player drives, rather than give up.
     RemoteServers(Orvel::World& world, const std::vector<std::string>& servers, bool wait);
     RemoteServers(const RemoteServers&) = delete;
     RemoteServers& operator=(const RemoteServers&) = delete;
     ~RemoteServers();
 
-    /// To be called after each turn of the world: tells which servers have come and gone since the
-    /// last call, and once if none comes. A server that comes late is told the states of all parts,
-    /// and would begin what is over on the others; it is told to stop that again.
+    /// Call it after each update of the world. Reports the servers that have connected or
+    /// disconnected since the last call, and once if none is found. A late server receives the
+    /// states of all parts and would start sounds that are over on the others, so this stops them
+    /// there.
     void look();
 
-    /// Whether the scene is to stand still, as it waits for all servers that are connected.
+    /// Whether the scene must stand still because other players drive all connected servers.
     [[nodiscard]] bool isHeld() const { return wait_ && held_; }
-    /// Whether another player drives all servers, and this one is not to wait.
+    /// Whether to end because other players drive all servers and --wait was not given.
     [[nodiscard]] bool isGivenUp() const;
-    /// Whether another player has come in the way and, if this one waits, is in the way still.
+    /// Whether another player drove a server; with --wait, whether one still does.
     [[nodiscard]] bool wasHindered() const { return wait_ ? !othersDrive_.empty() : hindered_; }
 
 private:
@@ -52,7 +52,7 @@ private:
         explicit Client(Orvel::ClientBackend& client);
         Orvel::ClientBackend& backend;
         PeerWatch watch;
-        bool regained = false; ///< it drives a server again
+        bool regained = false; // this player drives a server again
     };
 
     void take(Client& client, const Orvel::DriverEvent& event, const std::string& server);
@@ -61,16 +61,16 @@ private:
 
     Orvel::World& world_;
     std::list<Client> clients_;
-    Show::PlayClock* clock_ = nullptr; // the world's; null without clients
+    Show::PlayClock* clock_ = nullptr; // owned by the world; null without clients
     Clock::time_point begin_;
-    Clock::time_point last_; // look()
+    Clock::time_point last_; // time of the last look()
     bool wait_;
-    bool sounds_ = false;               // on this machine too
-    std::set<std::string> othersDrive_; // the servers that another player drives
-    bool hindered_ = false;             // there has been one
-    bool held_ = false;                 // there are only such servers
+    bool sounds_ = false;               // plays on this machine too
+    std::set<std::string> othersDrive_; // servers that another player drives
+    bool hindered_ = false;             // another player has driven a server
+    bool held_ = false;                 // other players drive all servers
     Clock::time_point heldSince_;
-    bool told_ = false; // that none comes, or one has come
+    bool told_ = false; // reported that no server was found, or one was found
 };
 
 } // namespace OrvelTool

@@ -4,12 +4,12 @@
 
 namespace OrvelTool {
 
-/// How the process ends.
+/// Exit codes.
 inline constexpr int kSuccess = 0;
 inline constexpr int kFailure = 1;
 inline constexpr int kWrongUse = 2;
 
-/// Writes "orvel: ..." and a line end to standard error.
+/// Writes "orvel: ", the message and a line end to standard error.
 void complain(const std::string& message);
 
 } // namespace OrvelTool

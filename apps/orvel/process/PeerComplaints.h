@@ -9,13 +9,13 @@
 
 namespace OrvelTool {
 
-/// Messages about peers, of which there are at most kMaxPeerComplaints in 10 s; the rest is
-/// counted. Confined to one thread at a time.
+/// Messages about peers, limited to kMaxPeerComplaints in 10 s; the rest is counted. Confined to
+/// one thread at a time.
 class PeerComplaints {
 public:
     static constexpr unsigned kMaxPeerComplaints = 100;
 
-    /// `what` they are about, in the plural.
+    /// `what` names the subject of the messages, in the plural.
     explicit PeerComplaints(std::string what) : what_(std::move(what)) {}
     ~PeerComplaints() { reportLeftOut(true); }
     PeerComplaints(const PeerComplaints&) = delete;
@@ -25,7 +25,7 @@ public:
             OrvelTool::complain(message);
         }
     }
-    /// Reports how many were left out, once 10 s are over or it is `final`. To be called regularly.
+    /// Reports the number of messages left out, after 10 s or if `final`. Call it regularly.
     void reportLeftOut(bool final = false) {
         if (const auto count = limit_.takeLeftOut(final); count != 0) {
             OrvelTool::complain(

@@ -5,19 +5,19 @@
 
 namespace OrvelTool {
 
-/// A progress bar on standard error. It shows itself only on a terminal, and only once the work
-/// has taken longer than a second. Confined to one thread at a time.
+/// A progress bar on standard error. Shown only on a terminal, and only if the work takes longer
+/// than a second. Confined to one thread at a time.
 class Progress {
 public:
     explicit Progress(const std::string& what);
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
-    /// Takes the bar away.
+    /// Removes the bar.
     ~Progress();
 
-    /// Shows how much is done, from 0 to 1; draws at most ten times a second.
+    /// Shows the progress, from 0 to 1; draws at most ten times a second.
     void show(double done);
-    /// Takes the bar away until the next show(), to make room for a message.
+    /// Removes the bar until the next show(), to make room for a message.
     void clear();
 
 private:

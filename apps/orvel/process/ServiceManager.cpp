@@ -56,14 +56,14 @@ void ServiceManager::notify(const std::string& text) const {
     }
     std::memcpy(address.sun_path, socket_.data(), socket_.size());
     if (socket_.front() == '@') {
-        address.sun_path[0] = '\0'; // in the abstract name space
+        address.sun_path[0] = '\0'; // the abstract namespace
     }
     const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (descriptor < 0) {
         return;
     }
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + socket_.size());
-    // If nobody listens there is nobody to tell that either.
+    // A failure is ignored: no one listens who could be notified.
     [[maybe_unused]] const ssize_t sent = sendto(
         descriptor, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
         reinterpret_cast<const sockaddr*>(&address), size);

@@ -15,7 +15,7 @@ ShortPeriods::ShortPeriods() {
         return;
     }
     std::ofstream(folder_ + "/alsoft.conf") << "[general]\nperiod_size = 128\nperiods = 16\n";
-    // The last of these folders is the weakest: every file of the user's wins.
+    // The last folder has the lowest priority, so all settings of the user take precedence.
     const char* folders = std::getenv("XDG_CONFIG_DIRS"); // NOLINT(concurrency-mt-unsafe)
     const std::string all = folders == nullptr || *folders == '\0' ? "/etc/xdg" : folders;
     setenv("XDG_CONFIG_DIRS", (all + ":" + folder_).c_str(), 1); // NOLINT(concurrency-mt-unsafe)

@@ -4,12 +4,12 @@
 
 namespace OrvelTool {
 
-/// Has OpenAL Soft mix in short periods, where the user's settings do not say otherwise: a sound
-/// begins with a period, and those of 20 ms or more, as they are by default, would be heard as gaps
-/// between the rounds of a loop. The device's whole buffer stays about as long as by default.
+/// Makes OpenAL Soft mix in short periods unless the user's settings say otherwise. A sound starts
+/// at a period boundary; with the default of 20 ms or more there would be audible gaps between the
+/// rounds of a loop. The total buffer length stays about the default.
 ///
-/// To be made before anything uses OpenAL and while no other thread runs, and kept until the device
-/// is open. Without room for a temporary folder it does nothing.
+/// Create it before OpenAL is used and before other threads start, and keep it until the device is
+/// open. If no temporary folder can be created it has no effect.
 class ShortPeriods {
 public:
     ShortPeriods();

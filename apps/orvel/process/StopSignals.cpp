@@ -7,7 +7,7 @@ namespace OrvelTool {
 namespace {
 
 std::atomic<bool> signalCame{false};
-static_assert(std::atomic<bool>::is_always_lock_free); // or a handler must not touch it
+static_assert(std::atomic<bool>::is_always_lock_free); // required in a signal handler
 
 } // namespace
 

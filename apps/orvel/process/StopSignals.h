@@ -4,9 +4,9 @@
 
 namespace OrvelTool {
 
-/// Turns Ctrl-C, SIGTERM and SIGHUP into a flag for as long as it lives, so that work can end in
-/// order. A second one ends the process at once. SIGHUP stays ignored where it is (nohup). One at a
-/// time; made and destroyed on the main thread.
+/// Turns Ctrl-C, SIGTERM and SIGHUP into a flag during its lifetime, for an orderly shutdown. A
+/// second signal ends the process at once. SIGHUP stays ignored if it was (nohup). At most one
+/// instance at a time, created and destroyed on the main thread.
 class StopSignals {
 public:
     StopSignals();
@@ -14,7 +14,7 @@ public:
     StopSignals& operator=(const StopSignals&) = delete;
     ~StopSignals();
 
-    /// Whether such a signal has come. Any thread.
+    /// Whether such a signal has arrived. Any thread.
     [[nodiscard]] static bool came() noexcept;
 
 private:
