@@ -188,7 +188,7 @@ class Remote(RemoteCase):
             self.serve("serve.log", "--backend", "silent", "--id", "ab", "--interface", "none0")
             self.assertRegex(self.read("serve.log"),
                              r"serving, id 195 \(ab\), at TCP port \d+; clients cannot find it on lo "
-                             r"127\.0\.0\.1 \(.*\), none0 \(no interface of .*end it, or")
+                             r"127\.0\.0\.1 \(.*\), none0 \(no interface of .*stop it, or")
         self.wait_for_text("serve.log", "now clients find it through")
 
     def test_silence_is_explained(self):
