@@ -1,21 +1,10 @@
 #include <Orvel/ClientBackend.h>
 
-#include <Orvel/CreateEmitterEvent.h>
-#include <Orvel/DriverEvent.h>
-#include <Orvel/Emitter.h>
-#include <Orvel/EmitterConnectionEvent.h>
-#include <Orvel/EmitterHullEvent.h>
-#include <Orvel/EmitterParamEvent.h>
 #include <Orvel/OrvelMultiClient.h>
 #include <Orvel/Server.h>
-#include <Orvel/Source.h>
-#include <Orvel/SourceDataEvent.h>
-#include <Orvel/SourceDurationEvent.h>
-#include <Orvel/SourceParamEvent.h>
-#include <Orvel/TransformEvent.h>
-#include <Orvel/World.h>
 #include <Orvel/detail/LogLine.h>
 #include <Orvel/detail/SplitList.h>
+#include <Orvel/detail/net/Changes.h>
 #include <Orvel/detail/net/PeerLines.h>
 #include <Orvel/detail/net/RouteDiagnostics.h>
 #include <Vessa/ObjectThread.h>
@@ -28,6 +17,8 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -39,53 +30,24 @@ constexpr double kSearchSeconds = 3.0;
 
 using Corvid::Sender;
 
-// Each fills an event and sends it; changes and the replay to a new server share them.
-
-void sendTransform(
-    Sender* to, TransformEvent& event, Command command, int id, const Vec3f& position,
-    const Quaternion& rotation) {
-    event.address(command, id);
-    event.position = position;
-    event.rotation = rotation;
-    event.send(to);
+int idOf(const World& /*world*/) {
+    return 0;
+}
+int idOf(const WorldPart& part) {
+    return part.id();
 }
 
-void sendSource(Sender* to, SourceDataEvent& event, const Source& source, bool transferData) {
-    event.address(CmdCreateSource, source.id());
-    if (transferData) {
-        event.loadData();
+/// Fills the event of a change and sends it; changes and the replay to a new server share it.
+template <Command command, class Event, class Subject>
+void send(Sender* to, Event& event, Subject& subject, bool transferData) {
+    event.address(command, idOf(subject));
+    constexpr auto fill = detail::kChange<command>.fill;
+    fill(event, subject);
+    if constexpr (std::is_same_v<Event, SourceDataEvent>) {
+        if (transferData) {
+            event.loadData();
+        }
     }
-    event.send(to);
-}
-
-void sendParam(Sender* to, SourceParamEvent& event, const Source& source) {
-    event.address(CmdSetSourceParam, source.id());
-    event.setParam(source.loop(), source.pitch());
-    event.send(to);
-}
-
-void sendEmitter(Sender* to, CreateEmitterEvent& event, const Emitter& emitter) {
-    event.address(CmdCreateEmitter, emitter.id());
-    event.labels = emitter.labels();
-    event.send(to);
-}
-
-void sendHull(Sender* to, EmitterHullEvent& event, const Emitter& emitter) {
-    event.address(CmdSetEmitterHull, emitter.id());
-    event.setHull(emitter.hull());
-    event.send(to);
-}
-
-void sendParam(Sender* to, EmitterParamEvent& event, const Emitter& emitter) {
-    event.address(CmdSetEmitterParam, emitter.id());
-    event.setParam(emitter.paramFlag(), emitter.paramValue(), emitter.gain());
-    event.send(to);
-}
-
-void sendConnection(Sender* to, EmitterConnectionEvent& event, const Emitter& emitter) {
-    event.address(CmdSetEmitterConnection, emitter.id());
-    event.sourceId =
-        emitter.source() == nullptr ? short{0} : static_cast<short>(emitter.source()->id());
     event.send(to);
 }
 
@@ -249,15 +211,15 @@ void ClientBackend::configure() {
     }
 }
 
-void ClientBackend::sendCommand(Command command, int id) {
-    CommandEvent event;
-    event.address(command, id);
-    event.send(communicator_.get());
+template <Command command, class Subject>
+void ClientBackend::tell(Subject& subject) {
+    detail::EventOfCommand<command> event;
+    send<command>(communicator_.get(), event, subject, transferData_);
 }
 
 void ClientBackend::resetBackend() {
     destroyedSources_.clear();
-    sendCommand(CmdResetBackend, 0);
+    tell<CmdResetBackend>(world());
 }
 
 bool ClientBackend::tellsEnabled() {
@@ -265,24 +227,20 @@ bool ClientBackend::tellsEnabled() {
 }
 
 void ClientBackend::setEnabled() {
-    sendCommand(tellsEnabled() ? CmdEnable : CmdDisable, 0);
+    tellsEnabled() ? tell<CmdEnable>(world()) : tell<CmdDisable>(world());
 }
 
 void ClientBackend::setListenerTransform() {
-    TransformEvent event;
-    sendTransform(
-        communicator_.get(), event, CmdSetListenerTransform, 0, world().listenerPosition(),
-        world().listenerRotation());
+    tell<CmdSetListenerTransform>(world());
 }
 
 void ClientBackend::createSource(Source& source) {
-    SourceDataEvent event;
-    sendSource(communicator_.get(), event, source, transferData_);
+    tell<CmdCreateSource>(source);
 }
 
 void ClientBackend::destroySource(Source& source) {
     destroyedSources_.insert(static_cast<short>(source.id()));
-    sendCommand(CmdDestroySource, source.id());
+    tell<CmdDestroySource>(source);
 }
 
 void ClientBackend::setSourceData(Source& /*source*/) {
@@ -290,8 +248,7 @@ void ClientBackend::setSourceData(Source& /*source*/) {
 }
 
 void ClientBackend::setSourceParam(Source& source) {
-    SourceParamEvent event;
-    sendParam(communicator_.get(), event, source);
+    tell<CmdSetSourceParam>(source);
 }
 
 void ClientBackend::setSourceState(Source& source) {
@@ -300,34 +257,27 @@ void ClientBackend::setSourceState(Source& source) {
 }
 
 void ClientBackend::createEmitter(Emitter& emitter) {
-    CreateEmitterEvent event;
-    sendEmitter(communicator_.get(), event, emitter);
+    tell<CmdCreateEmitter>(emitter);
 }
 
 void ClientBackend::destroyEmitter(Emitter& emitter) {
-    sendCommand(CmdDestroyEmitter, emitter.id());
+    tell<CmdDestroyEmitter>(emitter);
 }
 
 void ClientBackend::setEmitterTransform(Emitter& emitter) {
-    TransformEvent event;
-    sendTransform(
-        communicator_.get(), event, CmdSetEmitterTransform, emitter.id(), emitter.position(),
-        emitter.rotation());
+    tell<CmdSetEmitterTransform>(emitter);
 }
 
 void ClientBackend::setEmitterHull(Emitter& emitter) {
-    EmitterHullEvent event;
-    sendHull(communicator_.get(), event, emitter);
+    tell<CmdSetEmitterHull>(emitter);
 }
 
 void ClientBackend::setEmitterParam(Emitter& emitter) {
-    EmitterParamEvent event;
-    sendParam(communicator_.get(), event, emitter);
+    tell<CmdSetEmitterParam>(emitter);
 }
 
 void ClientBackend::setEmitterConnection(Emitter& emitter) {
-    EmitterConnectionEvent event;
-    sendConnection(communicator_.get(), event, emitter);
+    tell<CmdSetEmitterConnection>(emitter);
 }
 
 void ClientBackend::setEmitterState(Emitter& emitter) {
@@ -381,21 +331,22 @@ bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
 /// Sends what a server needs to have the scene. `exactly` means with those states that the other
 /// servers have, none of which spreads, and without the sources that they have no more.
 void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
-    // One event of each class, refilled for each part.
-    CommandEvent command;
-    TransformEvent transform;
-    SourceDataEvent sourceData;
-    SourceParamEvent sourceParam;
-    CreateEmitterEvent createEmitterEvent;
-    EmitterHullEvent hull;
-    EmitterParamEvent emitterParam;
-    EmitterConnectionEvent connectionEvent;
-
-    command.address(CmdResetBackend, 0);
-    command.send(connection);
-    sendTransform(
-        connection, transform, CmdSetListenerTransform, 0, world().listenerPosition(),
-        world().listenerRotation());
+    detail::Events events; // refilled for each part
+    auto& command = std::get<CommandEvent>(events);
+    // `before` is called with the command of each row.
+    const auto replay = [&]<class Subject>(Subject& subject, auto before) {
+        detail::forEachChange([&]<class Row>(const Row& row) {
+            if constexpr (std::is_same_v<typename Row::Subject, Subject>) {
+                if (row.replay == detail::Replay::Yes) {
+                    before(Row::kCommand);
+                    auto& event = std::get<typename Row::Event>(events);
+                    send<Row::kCommand>(connection, event, subject, transferData_);
+                }
+            }
+        });
+    };
+    const auto nothing = [](Command /*command*/) {};
+    replay(world(), nothing);
     if (exactly) {
         for (const short id : destroyedSources_) {
             command.address(CmdDestroySource, id);
@@ -403,29 +354,26 @@ void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
         }
     }
     for (const auto& [id, source] : world().sources()) {
-        sendSource(connection, sourceData, *source, transferData_);
-        sendParam(connection, sourceParam, *source);
+        replay(*source, nothing);
         const auto state = exactly ? toldState(*source) : source->state();
         sendState(connection, command, sourceState2Command(state), id);
     }
     for (const auto& [id, emitter] : world().emitters()) {
-        sendEmitter(connection, createEmitterEvent, *emitter);
-        sendTransform(
-            connection, transform, CmdSetEmitterTransform, id, emitter->position(),
-            emitter->rotation());
-        sendHull(connection, hull, *emitter);
-        sendParam(connection, emitterParam, *emitter);
         const auto state = exactly ? toldState(*emitter) : emitter->state();
+        const auto sendItsState = [&, id = id] {
+            sendState(connection, command, emitterState2Command(state), id);
+        };
         // A state that differs from the source's comes first, so that it does not spread. One that
         // is equal comes last: a connection would silence what plays.
         const bool stateFirst =
             exactly && emitter->source() != nullptr && toldState(*emitter->source()) != state;
-        if (stateFirst) {
-            sendState(connection, command, emitterState2Command(state), id);
-        }
-        sendConnection(connection, connectionEvent, *emitter);
+        replay(*emitter, [&](Command next) {
+            if (stateFirst && next == CmdSetEmitterConnection) {
+                sendItsState();
+            }
+        });
         if (!stateFirst) {
-            sendState(connection, command, emitterState2Command(state), id);
+            sendItsState();
         }
     }
 }

@@ -118,7 +118,9 @@ private:
     /// Takes one event from a connection that has something, or gives up a lost one.
     void receiveFrom(Corvid::Communicator* connection);
     bool takeEvent(Corvid::Communicator* connection);
-    void sendCommand(Command command, int id);
+    /// Sends a change of the scene or a part to all servers.
+    template <Command command, class Subject>
+    void tell(Subject& subject);
     void takeDriver(const DriverEvent& event, Corvid::Communicator& server);
 
     std::unique_ptr<OrvelMultiClient> communicator_; // null in a copy

@@ -33,6 +33,11 @@ enum Command : short {
     CmdReportDriver = 40,
 };
 
+/// Whether a command is about an emitter, of which `objectId` is the id.
+constexpr bool concernsEmitter(short command) {
+    return command >= CmdCreateEmitter && command <= CmdStopEmitter;
+}
+
 /// A command without values of its own, and the base of those that carry some. Events are plain
 /// values: filled, sent and forgotten. Confined to one thread at a time.
 class ORVEL_EXPORT CommandEvent : public EventOf<CommandEvent, Corvid::Event> {

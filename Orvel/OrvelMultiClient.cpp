@@ -1,18 +1,13 @@
 #include <Orvel/OrvelMultiClient.h>
 
 #include <Orvel/ClientBackend.h>
-#include <Orvel/CommandEvent.h>
-#include <Orvel/CreateEmitterEvent.h>
-#include <Orvel/EmitterConnectionEvent.h>
-#include <Orvel/EmitterHullEvent.h>
-#include <Orvel/EmitterParamEvent.h>
-#include <Orvel/SourceDataEvent.h>
-#include <Orvel/SourceParamEvent.h>
-#include <Orvel/TransformEvent.h>
 #include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/net/Changes.h>
 
+#include <array>
 #include <cstring>
 #include <exception>
+#include <type_traits>
 
 namespace Orvel {
 
@@ -20,11 +15,21 @@ namespace {
 
 using Corvid::FrameRole;
 
-// Of FrameRole::subject: 0 is the scene with its listener, sources and emitters follow by their
-// ids.
-constexpr std::uint32_t kScene = 0;
-constexpr std::uint32_t kSources = 1U << 16U;
-constexpr std::uint32_t kEmitters = 2U << 16U;
+/// The role of a command's frames. To the subject, which is 0 for the scene with its listener,
+/// comes the id of the part.
+struct CommandRole {
+    const Corvid::EventType* type = nullptr; // null: no command of a client
+    FrameRole role;
+};
+
+constexpr auto kRoles = detail::byCommand<CommandRole>(
+    [slots = std::array<unsigned, 3>()]<class Row>(const Row& row) mutable {
+        constexpr unsigned kPart = std::is_same_v<typename Row::Subject, World>    ? 0
+                                   : std::is_same_v<typename Row::Subject, Source> ? 1
+                                                                                   : 2;
+        const unsigned slot = row.lag == FrameRole::Kind::Value ? slots[kPart]++ : 0;
+        return CommandRole{&Row::Event::_type, {row.lag, kPart << 16U, slot}};
+    });
 
 template <class Field>
 Field fieldAt(std::span<const std::byte> frame, std::size_t offset) {
@@ -56,52 +61,16 @@ FrameRole OrvelMultiClient::roleOf(std::span<const std::byte> frame) {
     if (frame.size() < kId + sizeof(short)) {
         return {};
     }
-    const auto type = fieldAt<short>(frame, kType);
-    const std::uint32_t id = fieldAt<std::uint16_t>(frame, kId);
-    const auto event = [type](const Corvid::EventType& expected, std::uint32_t subject) {
-        return type == expected.typeId() ? FrameRole{FrameRole::Kind::Event, subject} : FrameRole();
-    };
-    const auto value =
-        [type](const Corvid::EventType& expected, std::uint32_t subject, unsigned slot) {
-            return type == expected.typeId() ? FrameRole{FrameRole::Kind::Value, subject, slot}
-                                             : FrameRole();
-        };
-    switch (fieldAt<short>(frame, kCommand)) {
-    case CmdResetBackend:
-        return type == CommandEvent::_type.typeId() ? FrameRole{FrameRole::Kind::Reset, kSources}
-                                                    : FrameRole();
-    case CmdEnable:
-    case CmdDisable: // a move of the listener may undo the effect at the server
-        return event(CommandEvent::_type, kScene);
-    case CmdSetListenerTransform:
-        return value(TransformEvent::_type, kScene, 0);
-    case CmdCreateSource:
-        return event(SourceDataEvent::_type, kSources | id);
-    case CmdDestroySource:
-    case CmdPlaySource:
-    case CmdPauseSource:
-    case CmdStopSource:
-        return event(CommandEvent::_type, kSources | id);
-    case CmdSetSourceParam:
-        return value(SourceParamEvent::_type, kSources | id, 0);
-    case CmdCreateEmitter:
-        return event(CreateEmitterEvent::_type, kEmitters | id);
-    case CmdSetEmitterConnection:
-        return event(EmitterConnectionEvent::_type, kEmitters | id);
-    case CmdDestroyEmitter:
-    case CmdPlayEmitter:
-    case CmdPauseEmitter:
-    case CmdStopEmitter:
-        return event(CommandEvent::_type, kEmitters | id);
-    case CmdSetEmitterTransform:
-        return value(TransformEvent::_type, kEmitters | id, 0);
-    case CmdSetEmitterHull:
-        return value(EmitterHullEvent::_type, kEmitters | id, 1);
-    case CmdSetEmitterParam:
-        return value(EmitterParamEvent::_type, kEmitters | id, 2);
-    default:
+    const auto command = static_cast<std::size_t>(fieldAt<std::uint16_t>(frame, kCommand));
+    if (command >= kRoles.size() || kRoles[command].type == nullptr ||
+        kRoles[command].type->typeId() != fieldAt<short>(frame, kType)) {
         return {};
     }
+    FrameRole role = kRoles[command].role;
+    if (role.subject != 0) {
+        role.subject |= fieldAt<std::uint16_t>(frame, kId);
+    }
+    return role;
 }
 
 } // namespace Orvel

@@ -34,30 +34,15 @@ void writeCommand(const Config::ParamBag* params, const Source& source) {
 
 } // namespace
 
-PlayBackend::PlayBackend(World& world, const char* params) : Backend(world, params) {}
+PlayBackend::PlayBackend(World& world, const char* params) : SilentBackend(world, params) {}
 
 PlayBackend::PlayBackend(const PlayBackend&) = default;
-
-void PlayBackend::resetBackend() {}
-void PlayBackend::setEnabled() {}
-void PlayBackend::setListenerTransform() {}
-void PlayBackend::createSource(Source& /*source*/) {}
-void PlayBackend::destroySource(Source& /*source*/) {}
-void PlayBackend::setSourceData(Source& /*source*/) {}
-void PlayBackend::setSourceParam(Source& /*source*/) {}
 
 void PlayBackend::setSourceState(Source& source) {
     if (startsPlaying(source.state(), 168)) {
         writeCommand(params(), source);
     }
 }
-
-void PlayBackend::createEmitter(Emitter& /*emitter*/) {}
-void PlayBackend::destroyEmitter(Emitter& /*emitter*/) {}
-void PlayBackend::setEmitterTransform(Emitter& /*emitter*/) {}
-void PlayBackend::setEmitterHull(Emitter& /*emitter*/) {}
-void PlayBackend::setEmitterParam(Emitter& /*emitter*/) {}
-void PlayBackend::setEmitterConnection(Emitter& /*emitter*/) {}
 
 void PlayBackend::setEmitterState(Emitter& emitter) {
     const Source* source = emitter.source();

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <Orvel/Backend.h>
-#include <Orvel/BackendType.h>
+#include <Orvel/SilentBackend.h>
 
 #include <orvel_export.h>
 
@@ -12,28 +11,14 @@ namespace Orvel {
 ///
 /// The parameter "command" is what the line begins with; the source's URL and " &" follow. It is
 /// read each time, so a change takes effect at once. Confined to its world's thread.
-class ORVEL_EXPORT PlayBackend : public Backend {
+class ORVEL_EXPORT PlayBackend : public SilentBackend {
 public:
     PlayBackend(World& world, const char* params);
     PlayBackend(const PlayBackend& other);
     PlayBackend& operator=(const PlayBackend&) = delete;
 
-    void resetBackend() override;
-    void setEnabled() override;
-    void setListenerTransform() override;
-    void createSource(Source& source) override;
-    void destroySource(Source& source) override;
-    void setSourceData(Source& source) override;
-    void setSourceParam(Source& source) override;
     void setSourceState(Source& source) override;
-    void createEmitter(Emitter& emitter) override;
-    void destroyEmitter(Emitter& emitter) override;
-    void setEmitterTransform(Emitter& emitter) override;
-    void setEmitterHull(Emitter& emitter) override;
-    void setEmitterParam(Emitter& emitter) override;
-    void setEmitterConnection(Emitter& emitter) override;
     void setEmitterState(Emitter& emitter) override;
-
     BackendType* type() override;
 
     static Backend* createMethod(World& world, const char* params);

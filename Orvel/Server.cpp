@@ -1,24 +1,15 @@
 #include <Orvel/Server.h>
 
 #include <Corvid/MultiServer.h>
-#include <Orvel/CommandEvent.h>
-#include <Orvel/CreateEmitterEvent.h>
-#include <Orvel/Emitter.h>
-#include <Orvel/EmitterConnectionEvent.h>
-#include <Orvel/EmitterHullEvent.h>
-#include <Orvel/EmitterParamEvent.h>
-#include <Orvel/Source.h>
-#include <Orvel/SourceDataEvent.h>
-#include <Orvel/SourceDurationEvent.h>
-#include <Orvel/SourceParamEvent.h>
-#include <Orvel/TransformEvent.h>
 #include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/net/Changes.h>
 #include <Orvel/detail/net/PeerLines.h>
 #include <Orvel/detail/net/RouteDiagnostics.h>
 #include <Vessa/ObjectThread.h>
 
 #include <cstdlib>
 #include <exception>
+#include <type_traits>
 #include <typeinfo>
 
 namespace Orvel {
@@ -27,111 +18,67 @@ namespace {
 
 enum class Outcome { Applied, Invalid, Unknown };
 
-/// A dynamic_cast to the base of all that a client sends, but faster for those of a scene.
+/// A dynamic_cast to the base of all that a client sends, but faster for the library's own.
 CommandEvent* asCommand(Corvid::Event* event) {
-    const auto* type = &typeid(*event);
-    const bool known = type == &typeid(TransformEvent) || type == &typeid(EmitterParamEvent) ||
-                       type == &typeid(EmitterHullEvent) || type == &typeid(CommandEvent) ||
-                       type == &typeid(CreateEmitterEvent) ||
-                       type == &typeid(EmitterConnectionEvent);
-    return known ? static_cast<CommandEvent*>(event) : dynamic_cast<CommandEvent*>(event);
+    const auto isOneOf = [type =
+                              &typeid(*event)]<class... Classes>(std::tuple<Classes...>* /*of*/) {
+        return ((type == &typeid(Classes)) || ...);
+    };
+    return isOneOf(static_cast<detail::Events*>(nullptr)) ? static_cast<CommandEvent*>(event)
+                                                          : dynamic_cast<CommandEvent*>(event);
 }
 
-/// Calls `apply` with both if the event is of its class and the part exists.
-template <class EventClass, class Part, class Apply>
-Outcome applyTo(CommandEvent& event, Part* part, Apply apply) {
-    // Most events are of that very class, which is found out faster.
-    auto* concrete = typeid(event) == typeid(EventClass) ? static_cast<EventClass*>(&event)
-                                                         : dynamic_cast<EventClass*>(&event);
-    if (concrete == nullptr || part == nullptr) {
-        return Outcome::Invalid;
-    }
-    apply(*concrete, *part);
-    return Outcome::Applied;
+/// The same to the class of a command's event. Most events are of that very class.
+template <class EventClass>
+EventClass* as(CommandEvent& event) {
+    return typeid(event) == typeid(EventClass) ? static_cast<EventClass*>(&event)
+                                               : dynamic_cast<EventClass*>(&event);
+}
+template <>
+CommandEvent* as(CommandEvent& event) {
+    return &event;
 }
 
-Outcome setState(WorldPart* part, WorldPart::State state) {
-    if (part == nullptr) {
-        return Outcome::Invalid;
+template <class Part>
+Part* find(World& world, int id) {
+    if constexpr (std::is_same_v<Part, World>) {
+        return &world;
+    } else if constexpr (std::is_same_v<Part, Source>) {
+        return world.getSource(id);
+    } else {
+        return world.getEmitter(id);
     }
-    part->setState(state);
-    return Outcome::Applied;
 }
 
-Outcome destroy(WorldPart* part) {
-    if (part == nullptr) {
+/// Applies a command's event, if it is of the command's class and the part exists.
+template <class Row>
+Outcome applyAs(World& world, CommandEvent& event) {
+    using Apply = decltype(Row::apply);
+    using Event = typename Row::Event;
+    using Target = std::conditional_t<
+        std::is_invocable_v<Apply, Event&, World&>, World, typename Row::Subject>;
+    auto* concrete = as<Event>(event);
+    auto* target = find<Target>(world, event.objectId);
+    if (concrete == nullptr || target == nullptr) {
         return Outcome::Invalid;
     }
-    delete part;
-    return Outcome::Applied;
+    constexpr auto apply = detail::kChange<Row::kCommand>.apply;
+    if constexpr (std::is_same_v<std::invoke_result_t<Apply, Event&, Target&>, bool>) {
+        return apply(*concrete, *target) ? Outcome::Applied : Outcome::Invalid;
+    } else {
+        apply(*concrete, *target);
+        return Outcome::Applied;
+    }
 }
+
+constexpr auto kAppliers = detail::byCommand<Outcome (*)(World&, CommandEvent&)>(
+    []<class Row>(const Row& /*row*/) { return &applyAs<Row>; });
 
 Outcome apply(World& world, CommandEvent& event) {
-    const int id = event.objectId;
-    switch (event.command) {
-    case CmdResetBackend:
-        world.reset();
-        return Outcome::Applied;
-    case CmdEnable:
-        world.setEnabled(true);
-        return Outcome::Applied;
-    case CmdDisable:
-        world.setEnabled(false);
-        return Outcome::Applied;
-    case CmdSetListenerTransform:
-        return applyTo<TransformEvent>(event, &world, [](const auto& e, World& w) {
-            w.setListenerTransform(e.position, e.rotation);
-        });
-    case CmdDestroySource:
-        return destroy(world.getSource(id));
-    case CmdSetSourceParam:
-        return applyTo<SourceParamEvent>(
-            event, world.getSource(id),
-            [](const auto& e, Source& source) { source.setParam(e.loop, e.pitch); });
-    case CmdPlaySource:
-        return setState(world.getSource(id), WorldPart::PLAY);
-    case CmdPauseSource:
-        return setState(world.getSource(id), WorldPart::PAUSE);
-    case CmdStopSource:
-        return setState(world.getSource(id), WorldPart::STOP);
-    case CmdCreateEmitter: {
-        const auto* create = dynamic_cast<const CreateEmitterEvent*>(&event);
-        return create != nullptr && world.createEmitter(create->labels, id) != nullptr
-                   ? Outcome::Applied
-                   : Outcome::Invalid;
-    }
-    case CmdDestroyEmitter:
-        return destroy(world.getEmitter(id));
-    case CmdSetEmitterParam:
-        return applyTo<EmitterParamEvent>(
-            event, world.getEmitter(id), [](const auto& e, Emitter& emitter) {
-                emitter.setParam(e.paramFlag, e.paramValue, e.gain);
-            });
-    case CmdSetEmitterConnection: // an unknown source disconnects
-        return applyTo<EmitterConnectionEvent>(
-            event, world.getEmitter(id), [&world](const auto& e, Emitter& emitter) {
-                emitter.setSource(world.getSource(e.sourceId));
-            });
-    case CmdSetEmitterTransform:
-        return applyTo<TransformEvent>(
-            event, world.getEmitter(id), [](const auto& e, Emitter& emitter) {
-                emitter.setTransform(&e.position, &e.rotation);
-            });
-    case CmdSetEmitterHull:
-        return applyTo<EmitterHullEvent>(
-            event, world.getEmitter(id),
-            [](const auto& e, Emitter& emitter) { emitter.setHull(e); });
-    case CmdPlayEmitter:
-        return setState(world.getEmitter(id), WorldPart::PLAY);
-    case CmdPauseEmitter:
-        return setState(world.getEmitter(id), WorldPart::PAUSE);
-    case CmdStopEmitter:
-        return setState(world.getEmitter(id), WorldPart::STOP);
-    case CmdCreateSource: // a server's sources are its own
-        return Outcome::Invalid;
-    default:
-        return Outcome::Unknown;
-    }
+    const auto command = static_cast<std::size_t>(static_cast<unsigned short>(event.command));
+    return command < kAppliers.size() && kAppliers[command] != nullptr
+               ? kAppliers[command](world, event)
+               : Outcome::Unknown;
 }
 
 } // namespace

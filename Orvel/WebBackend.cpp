@@ -59,7 +59,7 @@ const char WebBackend::_stylePage[739] =
     "tr.public  { background-color: White }\n";
 
 WebBackend::WebBackend(World& world, const char* params)
-    : Backend(world, params), webServer_(std::make_unique<Corvid::PolledWebServer>()) {
+    : SilentBackend(world, params), webServer_(std::make_unique<Corvid::PolledWebServer>()) {
     using Corvid::WebPageObject;
     using Corvid::WebPageStatic;
     using Corvid::WebServer;
@@ -94,29 +94,13 @@ WebBackend::WebBackend(World& world, const char* params)
     }
 }
 
-WebBackend::WebBackend(const WebBackend& other) : Backend(other) {}
+WebBackend::WebBackend(const WebBackend& other) : SilentBackend(other) {}
 
 WebBackend::~WebBackend() {
     if (webServer_) {
         webServer_->close();
     }
 }
-
-void WebBackend::resetBackend() {}
-void WebBackend::setEnabled() {}
-void WebBackend::setListenerTransform() {}
-void WebBackend::createSource(Source& /*source*/) {}
-void WebBackend::destroySource(Source& /*source*/) {}
-void WebBackend::setSourceData(Source& /*source*/) {}
-void WebBackend::setSourceParam(Source& /*source*/) {}
-void WebBackend::setSourceState(Source& /*source*/) {}
-void WebBackend::createEmitter(Emitter& /*emitter*/) {}
-void WebBackend::destroyEmitter(Emitter& /*emitter*/) {}
-void WebBackend::setEmitterTransform(Emitter& /*emitter*/) {}
-void WebBackend::setEmitterHull(Emitter& /*emitter*/) {}
-void WebBackend::setEmitterParam(Emitter& /*emitter*/) {}
-void WebBackend::setEmitterConnection(Emitter& /*emitter*/) {}
-void WebBackend::setEmitterState(Emitter& /*emitter*/) {}
 
 bool WebBackend::update() {
     webServer_->update();

@@ -1,8 +1,7 @@
 #pragma once
 
 #include <Corvid/ProtocolHTTP.h>
-#include <Orvel/Backend.h>
-#include <Orvel/BackendType.h>
+#include <Orvel/SilentBackend.h>
 
 #include <cstdint>
 #include <memory>
@@ -21,29 +20,13 @@ namespace Orvel {
 /// It serves clients of this machine, at a port that the system chooses and that a log line tells.
 /// Pages are made inside update(), on the thread that updates the world. When no port can be had,
 /// that is logged, and the back end does nothing. Confined to its world's thread.
-class ORVEL_EXPORT WebBackend : public Backend {
+class ORVEL_EXPORT WebBackend : public SilentBackend {
 public:
     WebBackend(World& world, const char* params);
     /// A copy has no web server; its update() must not be called.
     WebBackend(const WebBackend& other);
     WebBackend& operator=(const WebBackend&) = delete;
     ~WebBackend() override;
-
-    void resetBackend() override;
-    void setEnabled() override;
-    void setListenerTransform() override;
-    void createSource(Source& source) override;
-    void destroySource(Source& source) override;
-    void setSourceData(Source& source) override;
-    void setSourceParam(Source& source) override;
-    void setSourceState(Source& source) override;
-    void createEmitter(Emitter& emitter) override;
-    void destroyEmitter(Emitter& emitter) override;
-    void setEmitterTransform(Emitter& emitter) override;
-    void setEmitterHull(Emitter& emitter) override;
-    void setEmitterParam(Emitter& emitter) override;
-    void setEmitterConnection(Emitter& emitter) override;
-    void setEmitterState(Emitter& emitter) override;
 
     /// Serves what requests are pending, without waiting. Always true.
     bool update() override;

@@ -218,16 +218,8 @@ bool Session::intercept(
         makers_.erase(id);
         local_.erase(id);
         return false;
-    case Orvel::CmdSetEmitterParam:
-    case Orvel::CmdSetEmitterConnection:
-    case Orvel::CmdSetEmitterTransform:
-    case Orvel::CmdSetEmitterHull:
-    case Orvel::CmdPlayEmitter:
-    case Orvel::CmdPauseEmitter:
-    case Orvel::CmdStopEmitter:
-        return !local && isRefused(id);
     default:
-        return false;
+        return !local && Orvel::concernsEmitter(event.command) && isRefused(id);
     }
 }
 

@@ -3,6 +3,8 @@
 #include "support/EventText.h"
 #include "support/TemporaryFolder.h"
 
+#include <Orvel/detail/net/Changes.h>
+
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -20,6 +22,14 @@ using EventPointer = std::unique_ptr<Corvid::Event>;
 
 EventPointer decoded(const Bytes& frame) {
     return EventPointer(Corvid::Event::decode(frame));
+}
+
+/// Such as "CmdEnable"; it is in the text that the compiler has for this function.
+template <Command command>
+std::string nameOf() {
+    const std::string text = __PRETTY_FUNCTION__;
+    const auto begin = text.find("Cmd");
+    return text.substr(begin, text.find_first_of(";]", begin) - begin);
 }
 
 Bytes encoded(Corvid::Event& event) {
@@ -146,11 +156,23 @@ TEST(Events, AreWhatTheDocumentationSays) {
     }
     EXPECT_EQ(found, expected.size());
 
-    // The table of types.
-    for (short id = 200; id <= 208; ++id) {
-        const std::string name = Corvid::EventType::find(id)->name();
-        EXPECT_NE(page.find("| " + std::to_string(id) + " | " + name + " |"), std::string::npos);
-    }
+    const auto has = [&page](const std::string& line) {
+        EXPECT_NE(page.find('\n' + line), std::string::npos) << line;
+    };
+#define ORVEL_HAS_EVENT(name, number) has("| " #number " | " #name " |");
+    ORVEL_EVENTS(ORVEL_HAS_EVENT)
+#undef ORVEL_HAS_EVENT
+    auto at = page.find("### What a new server");
+    detail::forEachChange([&]<class Row>(const Row& row) {
+        const std::string name = nameOf<Row::kCommand>();
+        has("| " + std::to_string(Row::kCommand) + " | " + name + " | " + Row::Event::_type.name() +
+            " |\n");
+        EXPECT_EQ(concernsEmitter(Row::kCommand), (std::is_same_v<typename Row::Subject, Emitter>));
+        if (row.replay == detail::Replay::Yes) {
+            at = page.find('`' + name + '`', at);
+            EXPECT_LT(at, page.find("is left out")) << name << " is not told in this order";
+        }
+    });
 }
 
 TEST(SourceDataEvent, ReadsAndWritesWholeFilesOrSaysWhyNot) {

@@ -1,6 +1,8 @@
 #include "support/Capture.h"
 #include "support/RecordingBackend.h"
 
+#include <Orvel/detail/net/Changes.h>
+
 #include <gtest/gtest.h>
 
 namespace Orvel::Test {
@@ -43,6 +45,9 @@ TEST(LogBackend, WritesALineForEveryOperation) {
                "setSourceState: unknown\nsetEmitterState: unknown\n"
                "setEmitterConnection\ndestroyEmitter\ndestroySource\nresetBackend\n"
                "delete backend\n");
+    detail::forEachChange([&lines](const auto& row) {
+        EXPECT_NE(lines.find('\n' + std::string(row.operation)), std::string::npos);
+    });
 }
 
 } // namespace Orvel::Test

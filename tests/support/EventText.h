@@ -1,19 +1,12 @@
 #pragma once
 
-#include <Orvel/CreateEmitterEvent.h>
-#include <Orvel/DriverEvent.h>
-#include <Orvel/EmitterConnectionEvent.h>
-#include <Orvel/EmitterHullEvent.h>
-#include <Orvel/EmitterParamEvent.h>
-#include <Orvel/SourceDataEvent.h>
-#include <Orvel/SourceDurationEvent.h>
-#include <Orvel/SourceParamEvent.h>
-#include <Orvel/TransformEvent.h>
+#include <Orvel/detail/net/Changes.h>
 
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -44,19 +37,14 @@ bool print(std::ostream& out, const Corvid::Event& event) {
     return concrete != nullptr;
 }
 
-template <class... Events>
-std::string valuesOfOneOf(const Corvid::Event& event) {
-    std::ostringstream text;
-    (void)(print<Events>(text, event) || ...);
-    return text.str();
-}
-
 /// An event's own values, in the order of its fields.
 inline std::string values(const Corvid::Event& event) {
-    return valuesOfOneOf<
-        TransformEvent, CreateEmitterEvent, EmitterConnectionEvent, EmitterHullEvent,
-        EmitterParamEvent, SourceParamEvent, SourceDataEvent, SourceDurationEvent, DriverEvent>(
-        event);
+    std::ostringstream text;
+    const auto printOne = [&]<class... Classes>(std::tuple<Classes...>* /*of*/) {
+        (void)((!std::is_same_v<Classes, CommandEvent> && print<Classes>(text, event)) || ...);
+    };
+    printOne(static_cast<detail::Events*>(nullptr));
+    return text.str();
 }
 
 } // namespace Orvel::Test
