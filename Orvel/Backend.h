@@ -15,26 +15,26 @@ class Emitter;
 class Source;
 class World;
 
-/// What receives every change of a world. Each kind derives from it, carries a static
-/// `BackendType _type` with its name, and a static `createMethod` that the registry calls.
+/// Receives every change of a world. Each kind derives from it and has a static `BackendType _type`
+/// with its name and a static `createMethod` for the registry.
 ///
-/// The notifications say what changed, not how: a back end reads the current values from the world
-/// or the part it is handed, and never changes the scene. It must not be deleted from within one.
-/// Confined: everything is called on the thread that changes the world at that time.
+/// Notifications carry no values: a back end reads them from the world or the part, and never
+/// changes the scene. Do not delete a back end from within a notification. Confined: all calls come
+/// from the thread that uses the world at that time.
 ///
-/// Owned by the host; it enters its world's list in its base constructor and leaves it in its
-/// destructor, so the world must outlive it. Nothing here can fail: what goes wrong is logged.
+/// Owned by the host. The base constructor adds it to its world's list and the destructor removes
+/// it, so the world must outlive it. Operations cannot fail; failures are logged.
 class ORVEL_EXPORT Backend {
 public:
-    /// Parses the parameter line (null is an empty one; see Config::ParamLine), takes the labels
+    /// Parses the parameter line (null is an empty one; see Config::ParamLine), reads the labels
     /// from the parameter "labels", separated by commas, and appends the back end to the world's
-    /// list. A malformed line is reported, and what stood before the fault is used.
+    /// list. A malformed line is reported, and the part before the error is used.
     Backend(World& world, const char* params);
-    /// Exists only to report misuse: logs, and makes a back end that is in no list.
+    /// Only reports misuse: logs, and creates a back end that is in no list.
     Backend(const Backend& other);
     Backend& operator=(const Backend&) = delete;
 
-    virtual void resetBackend() = 0; ///< the world was cleared: drop all that is held for it
+    virtual void resetBackend() = 0; // the world was cleared: release everything
     virtual void setEnabled() = 0;   ///< read World::enabled()
     virtual void setListenerTransform() = 0;
     virtual void createSource(Source& source) = 0;
@@ -52,19 +52,19 @@ public:
 
     virtual ~Backend();
 
-    /// True; for kinds that can be switched off.
+    /// Always true here; for kinds that can be disabled.
     virtual bool enabled();
-    /// Called by World::update(), from the host's loop; must not block.
+    /// Called by World::update() from the host's loop. Must not block.
     virtual bool update();
     /// The kind's record in the registry.
     virtual BackendType* type() = 0;
 
     /// Whether this back end serves an emitter: they share a label, or one of them has none. The
-    /// world tells every back end of every emitter; kinds that filter do so in createEmitter.
+    /// world notifies every back end of every emitter; kinds that filter do so in createEmitter.
     [[nodiscard]] bool hasSameLabel(Emitter& emitter) const;
 
-    /// For a back end that has learnt how long a source plays, in seconds: stores the time in the
-    /// source and tells the world.
+    /// Called by a back end that has measured a source: stores the duration, in seconds, in the
+    /// source and notifies the world.
     void setSourceDuration(Source& source, float duration);
 
     [[nodiscard]] World& world() const noexcept { return world_; }

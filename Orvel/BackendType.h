@@ -9,23 +9,23 @@ namespace Orvel {
 class Backend;
 class World;
 
-/// A kind of back end: its name and how one is made. A static object of this class registers the
-/// kind for as long as it lives; applications add kinds of their own that way.
-/// Immutable; made and destroyed while no other thread uses the registry.
+/// A kind of back end: its name and its factory function. A static object of this class registers
+/// the kind for its lifetime; applications add kinds of their own in this way. Immutable; construct
+/// and destroy it while no other thread uses the registry.
 class ORVEL_EXPORT BackendType {
 public:
-    /// Builds a back end on the heap, owned by the caller, or gives null.
+    /// Creates a back end on the heap, owned by the caller, or returns null.
     using CreateFunction = Backend* (*)(World& world, const char* params);
 
-    /// Registers the kind; a name that is taken is refused with a log line.
+    /// Registers the kind. If the name is taken, it is not registered and a line is logged.
     BackendType(const std::string& name, CreateFunction createFunction);
-    /// Exists only to report misuse: logs, and makes a record without name that is not registered.
+    /// Only reports misuse: logs, and creates an unnamed, unregistered record.
     BackendType(const BackendType& other);
     BackendType& operator=(const BackendType&) = delete;
-    /// Removes whatever kind is registered under this name.
+    /// Removes the kind registered under this name.
     virtual ~BackendType();
 
-    /// Null when the create function gives null or there is none.
+    /// Returns null if the create function does or there is none.
     [[nodiscard]] Backend* createBackend(World& world, const char* params) const;
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
 

@@ -14,15 +14,15 @@ namespace Orvel {
 
 class Source;
 
-/// A spatial sound: where it stands, how far it reaches, how loud it is, and the source it plays.
-/// Made by `World::createEmitter`. No setter checks the range of its values.
+/// A sound's place in space: its transform, range and gain, and the source it plays. Created by
+/// `World::createEmitter`. No setter checks the range of its values.
 ///
-/// Confined to one thread at a time, together with its world. Destroying it first disconnects it
-/// from its source, then tells the back ends.
+/// Confined to one thread at a time, together with its world. Its destructor disconnects it from
+/// its source, then notifies the back ends.
 class ORVEL_EXPORT Emitter : public WorldPart {
 public:
-    /// Enters the world's map, in place of any emitter with that id, and tells no back end; hosts
-    /// call World::createEmitter instead.
+    /// Adds itself to the world's map, in place of any emitter with that id, and notifies no back
+    /// end; hosts call World::createEmitter instead.
     Emitter(World& world, int id, const std::vector<std::string>& labels);
     Emitter(const Emitter&) = delete;
     Emitter& operator=(const Emitter&) = delete;
@@ -31,27 +31,27 @@ public:
     /// Also sets the state of the connected source, and through it of the source's other emitters.
     void setState(State state) override;
 
-    /// Moves and turns the emitter; a null pointer leaves that half as it is. Values within 1e-6 of
-    /// the stored ones in every component count as equal; if nothing changes, nobody is told.
+    /// Sets position and rotation; a null pointer leaves that one unchanged. If every component is
+    /// within 1e-6 of the stored value, the call has no effect.
     void setTransform(const Vec3f* position, const Quaternion* rotation);
 
-    /// How far the emitter is heard. Always tells the back ends.
+    /// Sets the range of the sound. Always notifies the back ends.
     void setHull(const Hull& hull);
     void setHull(float maxBack, float maxFront, float minBack, float minFront);
 
-    /// `paramFlag` says whether the sound is spatial (false: it is heard at the listener);
-    /// `paramValue` is the host's own, carried along; `gain` is linear, 1 as recorded. Always tells
-    /// the back ends.
+    /// `paramFlag`: whether the sound is spatial (false: heard at the listener). `paramValue`: a
+    /// value of the host's own, passed on. `gain`: linear, 1 being the recorded level. Always
+    /// notifies the back ends.
     void setParam(bool paramFlag, float paramValue, float gain);
 
-    /// Connects to a source of the same world, or disconnects (null). Neither part's state changes;
+    /// Connects to a source of the same world, or disconnects (null). Neither state changes;
     /// rendering stops until the next change of state.
     void setSource(Source* source);
 
-    /// Where the sound begins each time that it is told to play, in seconds of the sound; 0 at
-    /// first. It is for a host that comes into a scene in the middle. Tells nobody, is not sent to
-    /// other machines, and back ends other than OpenAL pay no heed to it. Beyond the end a sound
-    /// that does not loop stays silent.
+    /// The offset at which the sound starts each time it is played, in seconds of the sound;
+    /// initially 0. For a host that enters a scene in the middle. Notifies no one and is not sent
+    /// to other machines; only OpenAL back ends use it. Beyond the end, a sound that does not loop
+    /// stays silent.
     void setStartOffset(double seconds) noexcept { startOffset_ = seconds; }
 
     [[nodiscard]] const Vec3f& position() const noexcept { return position_; }
@@ -64,7 +64,7 @@ public:
     [[nodiscard]] float gain() const noexcept { return gain_; }
     [[nodiscard]] float paramValue() const noexcept { return paramValue_; }
     [[nodiscard]] bool paramFlag() const noexcept { return paramFlag_; }
-    /// Whether it is heard where it stands: the emitter and its world are spatial.
+    /// Whether it is heard at its position: both the emitter and its world are spatial.
     [[nodiscard]] bool isSpatial() const;
     /// The connected source, not owned; null when there is none.
     [[nodiscard]] Source* source() const noexcept { return source_; }

@@ -18,18 +18,18 @@ namespace Orvel {
 class Emitter;
 
 /// A sound: PCM samples or a URL, a loop flag, a pitch factor, a play state, and, once a back end
-/// has measured it, a playing time. Made by `World::createSource`; any number of emitters may play
+/// has measured it, a duration. Created by `World::createSource`; any number of emitters may play
 /// it. No setter checks the range of its values.
 ///
-/// Confined to one thread at a time, together with its world. Destroying it first tells the back
+/// Confined to one thread at a time, together with its world. Its destructor notifies the back
 /// ends, then disconnects its emitters.
 class ORVEL_EXPORT Source : public WorldPart {
 public:
-    /// Which form of data is current: none yet, `url()`, or `data()` with its format.
+    /// The current form of the data: none yet, `url()`, or `data()` with its format.
     enum DataKind : int { NO_SD = 0, URL_SD = 1, PCM_SD = 2 };
 
-    /// Enters the world's map, in place of any source with that id, and tells no back end; hosts
-    /// call World::createSource instead.
+    /// Adds itself to the world's map, in place of any source with that id, and notifies no back
+    /// end; hosts call World::createSource instead.
     Source(World& world, int id);
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
@@ -38,23 +38,23 @@ public:
     /// Also sets the state of every connected emitter, in ascending order of their ids.
     void setState(State state) override;
 
-    /// `pitch` is a factor on the playing speed, 1 as recorded. Always tells the back ends.
+    /// `pitch` is a factor on the playing speed, 1 as recorded. Always notifies the back ends.
     void setParam(bool loop, float pitch);
 
-    /// Copies `size` bytes of interleaved PCM samples: `sampleRate` in Hz, `bitsPerSample` and
-    /// `channels` as they are laid out; back ends take 8 (unsigned) or 16 bit (signed, little
-    /// endian), 1 or 2 channels. A null pointer or size 0 empties the source and logs. The back
-    /// ends are told in any case. Writes a line to standard error at each call.
+    /// Copies `size` bytes of interleaved PCM samples; `sampleRate` in Hz. Back ends support 8
+    /// (unsigned) or 16 bits (signed, little endian) and 1 or 2 channels. A null pointer or size 0
+    /// empties the source and logs. The back ends are notified in any case. Each call writes a line
+    /// to standard error.
     void setData(
         unsigned int sampleRate, unsigned int bitsPerSample, unsigned int channels,
         const unsigned char* data, unsigned int size);
 
-    /// Names the resource that back ends fetch the sound from: an absolute URL, or the path of a
+    /// Sets the resource that back ends fetch the sound from: an absolute URL, or the path of a
     /// file, relative to the current directory. Throws Corvid::URLImpl::Exception ("Cannot parse
-    /// URL"); the source then holds no URL and no back end is told.
+    /// URL"); the source then has no URL and no back end is notified.
     void setDataFromURL(const std::string& url);
 
-    /// Writes the PCM samples as a WAV file, for looking at; only a log line tells of it.
+    /// Writes the PCM samples to a WAV file, for debugging. A failure is only logged.
     void dumpWavFile(const std::string& fileName) const;
 
     [[nodiscard]] DataKind dataKind() const noexcept { return dataKind_; }
@@ -63,10 +63,10 @@ public:
     [[nodiscard]] unsigned int channels() const noexcept { return channels_; }
     [[nodiscard]] const std::vector<unsigned char>& data() const noexcept { return data_; }
     [[nodiscard]] float pitch() const noexcept { return pitch_; }
-    /// Playing time in seconds at pitch 1 as a back end measured it; 0 until then.
+    /// Duration in seconds at pitch 1, as measured by a back end; 0 until then.
     [[nodiscard]] float duration() const noexcept { return duration_; }
     [[nodiscard]] bool loop() const noexcept { return loop_; }
-    /// Null until setDataFromURL; owned by the source and replaced by the next call.
+    /// Null before setDataFromURL; owned by the source and replaced by the next call.
     [[nodiscard]] const Corvid::URL* url() const noexcept { return url_.get(); }
     [[nodiscard]] const std::map<int, Emitter*>& connectedEmitters() const noexcept {
         return connectedEmitters_;

@@ -6,23 +6,23 @@ namespace Orvel {
 
 class World;
 
-/// What sources and emitters share: their world, their id and a play state.
+/// The common part of sources and emitters: their world, their id and their play state.
 ///
-/// A part enters its world's map in its own constructor and leaves it in its destructor, so
-/// `delete` is how a part is destroyed; `World::clearWorld()` deletes those that are left.
-/// Confined to one thread at a time, together with its world.
+/// The constructor adds a part to its world's map and the destructor removes it, so a part is
+/// destroyed with `delete`; `World::clearWorld()` deletes those that are left. Confined to one
+/// thread at a time, together with its world.
 class ORVEL_EXPORT WorldPart {
 public:
     enum State : int { NONE = 0, PLAY = 1, PAUSE = 2, STOP = 3 };
 
     WorldPart(World& world, int id);
-    /// Exists only to report misuse: logs, and makes a part with id -1 that is in no map.
+    /// Only reports misuse: logs, and creates a part with id -1 that is in no map.
     WorldPart(const WorldPart& other);
     WorldPart& operator=(const WorldPart&) = delete;
 
     virtual ~WorldPart() = default;
 
-    /// Changes the state and tells the back ends; an equal state changes and tells nothing. The
+    /// Changes the state and notifies the back ends; setting an equal state has no effect. The
     /// state spreads between a source and the emitters connected to it.
     virtual void setState(State state) = 0;
 
@@ -33,7 +33,8 @@ public:
     [[nodiscard]] State previousState() const noexcept { return previousState_; }
 
 protected:
-    /// Stores a new state and keeps the former one; false, and nothing happens, if it is equal.
+    /// Stores a new state and keeps the previous one. Returns false, without effect, if it is
+    /// equal.
     bool changeState(State state) noexcept;
 
 private:

@@ -1,6 +1,6 @@
-// A server that accepts sources: its clients send the sounds themselves, and it plays these instead
-// of its own. Both sides are here, in one process on the loopback interface, each with its half of
-// what the library leaves to the application: a file of any client is then written to this machine.
+// A server that accepts sounds from its clients and plays these instead of its own. Both sides are
+// here, in one process on the loopback interface, each with the part that the library leaves to the
+// application. A file from any client is then written to this machine.
 #include <Corvid/InetAddress.h>
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
@@ -28,7 +28,7 @@ protected:
     bool interceptEvent(Corvid::Event& event, Corvid::Communicator& /*from*/) override {
         auto* sound = dynamic_cast<Orvel::SourceDataEvent*>(&event);
         if (sound == nullptr) {
-            return false; // everything else is applied as usual
+            return false; // all other events are applied as usual
         }
         Orvel::Source* source = getSource(sound->objectId);
         if (source == nullptr) {
@@ -41,7 +41,7 @@ protected:
     }
 };
 
-// Sends the file with the source, which the plain back end does not.
+// Sends the file with the source; the plain back end does not.
 class SendingBackend : public Orvel::ClientBackend {
 public:
     using ClientBackend::ClientBackend;
@@ -58,7 +58,7 @@ public:
 } // namespace
 
 int main() {
-    // Files arrive in the current directory.
+    // Received files are written to the current directory.
     const auto folder = std::filesystem::temp_directory_path() / "orvel_accepting_server";
     std::filesystem::create_directories(folder);
     std::filesystem::current_path(folder);

@@ -1,6 +1,5 @@
-// A frame loop as games and viewers have one, with the vectors and quaternions of glm: a camera
-// circles a fountain, and the listener is where the camera is. Hosts with other types of their own
-// write two functions like those at the top.
+// A frame loop with the vectors and quaternions of glm: a camera circles a fountain, and the
+// listener is at the camera. Hosts with other types write two functions like those at the top.
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
@@ -22,7 +21,7 @@ Orvel::Vec3f toOrvel(const glm::vec3& v) {
 }
 
 Orvel::Quaternion toOrvel(const glm::quat& q) {
-    return {q.x, q.y, q.z, q.w}; // whatever order glm stores them in
+    return {q.x, q.y, q.z, q.w}; // independent of the order in which glm stores them
 }
 
 // One second of rushing water: noise, 16 bit, mono.
@@ -64,14 +63,14 @@ int main() {
     bool ahead = true;
     for (int frame = 0; frame < kFrames; ++frame) {
         // The camera flies a circle around the fountain and always looks at it. glm's cameras look
-        // along -z with +y up, as Orvel's listener does, so nothing needs to be turned.
+        // along -z with +y up, like Orvel's listener, so no conversion is needed.
         const float angle = 2.0F * std::numbers::pi_v<float> * static_cast<float>(frame) / kFrames;
         const glm::vec3 camera =
             fountainPlace + 5.0F * glm::vec3(std::sin(angle), 0.2F, std::cos(angle));
         const glm::quat turn =
             glm::quatLookAt(glm::normalize(fountainPlace - camera), glm::vec3(0.0F, 1.0F, 0.0F));
         world.setListenerTransform(toOrvel(camera), toOrvel(turn));
-        world.update(); // once a frame: back ends with work of their own get a turn
+        world.update(); // once per frame: lets back ends do work of their own
 
         const Orvel::Vec3f look = toOrvel(turn).rotate({0.0F, 0.0F, -1.0F});
         const glm::vec3 to = glm::normalize(fountainPlace - camera);

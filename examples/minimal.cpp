@@ -1,4 +1,4 @@
-// The smallest program that makes a sound: a recorded voice, ahead and to the left.
+// The smallest program that plays a sound: a recorded voice, ahead and to the left.
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/World.h>

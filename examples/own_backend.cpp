@@ -1,5 +1,5 @@
-// A back end of the host's own: it keeps the loudest gain that it was told of. An application
-// registers a kind by a static BackendType, and from then on World::addBackend knows its name.
+// A back end of the host's own, which keeps the loudest gain it has seen. An application registers
+// a kind by a static BackendType; World::addBackend then knows its name.
 #include <Orvel/BackendType.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/SilentBackend.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// SilentBackend does nothing for every change; a kind overrides what it cares for.
+// SilentBackend does nothing for every change; a kind overrides the operations it needs.
 class LoudestBackend : public Orvel::SilentBackend {
 public:
     using SilentBackend::SilentBackend;

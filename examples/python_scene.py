@@ -16,7 +16,7 @@ orvel = ctypes.CDLL(sys.argv[1] if len(sys.argv) > 1 else "liborvel.so.0")
 
 
 def check(result, function, arguments):
-    """Makes an exception of a failure."""
+    """Raises an exception for a failure."""
     if result is None or result is False or result == -1:
         raise RuntimeError(orvel.orvel_last_error().decode())
     return result
@@ -54,7 +54,7 @@ def on_log(level, text, user):
 
 
 @RESET_CALLBACK
-def on_reset(server, user):  # a client begins anew, and wants our sources to be there
+def on_reset(server, user):  # a client starts a new scene and needs our sources
     sound = orvel.orvel_source_create(orvel.orvel_server_world(server), 1)
     orvel.orvel_source_set_url(sound, b"/usr/share/sounds/alsa/Front_Left.wav")
 
@@ -65,7 +65,7 @@ print("Orvel", orvel.orvel_version().decode(), orvel.orvel_backend_kinds().decod
 server = orvel.orvel_server_create()
 heard = orvel.orvel_server_world(server)
 port = orvel.orvel_server_port(server)
-orvel.orvel_server_set_interfaces(server, b"127.0.0.1")  # without these two, every client on the
+orvel.orvel_server_set_interfaces(server, b"127.0.0.1")  # without these two calls, any client on the
 orvel.orvel_server_set_multicast(server, b"239.255.77.90", port, 0)  # network can find it
 orvel.orvel_server_set_reset_callback(server, on_reset, None)
 orvel.orvel_world_add_backend(heard, b"default", None)
@@ -83,7 +83,7 @@ orvel.orvel_emitter_set_state(emitter, PLAY)
 end = time.monotonic() + 10
 while orvel.orvel_source_duration(voice) == 0 and time.monotonic() < end:
     orvel.orvel_server_poll(server, 0.01)
-    orvel.orvel_world_update(scene)  # takes the server's answer: how long the voice lasts
+    orvel.orvel_world_update(scene)  # applies the answer of the server: the duration of the voice
 seconds = orvel.orvel_source_duration(voice)
 playing = orvel.orvel_source_state(orvel.orvel_source_find(heard, 1)) == PLAY
 print(f"the server plays a voice of {seconds:.2f} s" if playing else "the server is silent")

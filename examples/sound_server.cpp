@@ -1,5 +1,5 @@
-// A sound server in 30 lines: plays what client back ends on other machines describe, until Ctrl-C.
-// sound_server [ADDRESS PORT]: serve on one interface only, be found through another UDP port.
+// A sound server in 30 lines: plays the scenes of client back ends on other machines, until Ctrl-C.
+// sound_server [ADDRESS PORT]: serves on one interface only, with another UDP search port.
 #include <Corvid/InetAddress.h>
 #include <Corvid/MultiServer.h>
 #include <Orvel/Server.h>
@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 struct SoundServer : Orvel::Server {
-    void resetWorld() override { // a client begins anew
+    void resetWorld() override { // a client starts a new scene
         Server::resetWorld();
         createSource(1)->setDataFromURL("/usr/share/sounds/alsa/Front_Left.wav");
     }
@@ -23,7 +23,7 @@ int main(int argc, char** argv) {
     }
     server.addBackend("default", "");
     server.resetWorld();
-    server.receive(true); // until the end
+    server.receive(true); // until the process ends
     server.clearWorld();
     server.deleteAllBackends();
 }
