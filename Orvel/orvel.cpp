@@ -11,6 +11,7 @@
 #include <Orvel/Log.h>
 #include <Orvel/OALLoopbackBackend.h>
 #include <Orvel/Server.h>
+#include <Orvel/SoundFile.h>
 #include <Orvel/Source.h>
 #include <Orvel/Version.h>
 #include <Orvel/World.h>
@@ -429,6 +430,18 @@ bool orvel_source_set_url(orvel_source* source, const char* url) {
             throw Refusal(std::string(fault.what()) + " \"" + url + "\"; use a path or an URL");
         }
         OALBackend::reportRefusedSound(sound);
+    });
+}
+
+bool orvel_source_set_file(orvel_source* source, const char* path, bool keep_channels) {
+    return done(__func__, [&] {
+        using Orvel::SoundFile;
+        Source& sound = get(source);
+        SoundFile file(need(path, "the path"));
+        if (!file.giveTo(
+                sound, keep_channels ? SoundFile::Channels::Keep : SoundFile::Channels::Mono)) {
+            throw Refusal(file.error());
+        }
     });
 }
 

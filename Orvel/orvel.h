@@ -149,6 +149,10 @@ ORVEL_EXPORT bool orvel_source_set_data(
 /// Names the sound: a file's path, relative to the current directory, or a URL (file, http, https).
 /// What cannot be fetched or read is told by a line in the log.
 ORVEL_EXPORT bool orvel_source_set_url(orvel_source* source, const char* url);
+/// Decodes a sound file of any format that libsndfile reads, at most 1 GiB of 16-bit samples, and
+/// copies them into the source. Its channels are mixed to one, so that the sound is spatial; with
+/// `keep_channels` one or two are kept.
+ORVEL_EXPORT bool orvel_source_set_file(orvel_source* source, const char* path, bool keep_channels);
 /// `pitch` is a factor on the playing speed, 1 as recorded.
 ORVEL_EXPORT bool orvel_source_set_param(orvel_source* source, bool loop, float pitch);
 /// Takes one of orvel_state, and also sets the state of all its emitters. An equal state changes

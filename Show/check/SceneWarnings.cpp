@@ -210,7 +210,7 @@ void checkSound(
         return;
     }
     int peak = 0;
-    for (const std::int16_t value : samples->values) {
+    for (const std::int16_t value : samples->samples) {
         peak = std::max(peak, std::abs(int{value}));
         if (peak >= kSilentPeak) {
             return;

@@ -25,10 +25,7 @@ void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& soun
         source.setDataFromURL(url->text);
     } else if (const Samples* samples = sounds.find(sound)) {
         const OrvelTool::HiddenLine quiet(std::cerr, "Source::setData call");
-        source.setData(
-            samples->rate, 16, samples->channels,
-            reinterpret_cast<const unsigned char*>(samples->values.data()),
-            static_cast<unsigned>(samples->values.size() * sizeof(std::int16_t)));
+        samples->giveTo(source);
     }
 }
 

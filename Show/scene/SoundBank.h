@@ -3,23 +3,15 @@
 #include <Show/scene/Scene.h>
 #include <Show/scene/SceneFile.h>
 
+#include <Orvel/SoundFile.h>
+
 #include <cstddef>
-#include <cstdint>
 #include <map>
 #include <vector>
 
 namespace Show {
 
-/// Decoded sound: 16-bit samples, the channels in turn.
-struct Samples {
-    unsigned rate = 0; ///< frames a second
-    unsigned channels = 1;
-    std::vector<std::int16_t> values;
-
-    [[nodiscard]] double seconds() const noexcept {
-        return static_cast<double>(values.size()) / channels / rate;
-    }
-};
+using Samples = Orvel::SoundFile::Pcm;
 
 /// The decoded files and tones of a scene, each once however often it is used. Loaded once and
 /// shared by any number of players. Confined to one thread at a time.

@@ -56,6 +56,7 @@ TEST(CInterface, TurnsEveryMisuseIntoAnError) {
     ORVEL_REFUSES(orvel_source_create, "already a source with the id 5", world, 5);
     ORVEL_REFUSES(orvel_emitter_create, "already an emitter with the id 6", world, "", 6);
     ORVEL_REFUSES(orvel_source_set_url, "\"http://[bad\"", source, "http://[bad");
+    ORVEL_REFUSES(orvel_source_set_file, "\"/none\" does not exist", source, "/none", false);
     ORVEL_REFUSES(orvel_source_set_data, "the data is null", source, 8000, 16, 1, nullptr, 2);
     ORVEL_REFUSES(orvel_source_set_data, "24 bit", source, 8000, 24, 1, "abc", 3);
     ORVEL_REFUSES(

@@ -5,6 +5,7 @@
 #include <limits>
 #include <sndfile.h>
 #include <support/TemporaryFolder.h>
+#include <sys/stat.h>
 
 using namespace Show;
 
@@ -68,29 +69,31 @@ TEST_F(SoundBankTest, DecodesExactly) {
         SoundFile sound = write(c.name, c.format, c.channels, c.given, 44100);
         sound.keepChannels = c.given.size() == c.expected.size();
         const Samples samples = load(sound);
-        EXPECT_EQ(samples.values, c.expected) << c.name;
+        EXPECT_EQ(samples.samples, c.expected) << c.name;
         EXPECT_EQ(samples.channels, sound.keepChannels ? static_cast<unsigned>(c.channels) : 1U);
         EXPECT_EQ(samples.rate, 44100U);
     }
     // Lossy, and longer than a block of the decoder.
     const Samples ogg = load(
         write("ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, 1, std::vector<double>(22050, 0.25), 44100));
-    ASSERT_EQ(ogg.values.size(), 22050U);
-    EXPECT_NEAR(ogg.values[20000], 8192, 300);
+    ASSERT_EQ(ogg.samples.size(), 22050U);
+    EXPECT_NEAR(ogg.samples[20000], 8192, 300);
 }
 
 TEST_F(SoundBankTest, ReportsWhatCannotBeUsed) {
     std::ofstream(folder_.file("text")) << "no sound at all, only a text of some length";
+    ASSERT_EQ(::mkfifo(folder_.file("pipe").c_str(), 0600), 0);
     const std::pair<SoundFile, const char*> cases[] = {
         {{folder_.file("gone"), false}, "gone\" does not exist"},
         {{folder_.file("text"), false}, "text\" cannot be read: "},
+        {{folder_.file("pipe"), false}, "pipe\" is no regular file"}, // and nobody writes to it
         {write("none", kWav16, 1, {}, 8000), "holds no samples"},
         {write("slow", kWav16, 1, {0.0}, 7), "expected a sound of 1000 to 768000 samples a second"},
         {{write("three", kWav16, 3, {0.0, 0.0, 0.0}, 8000).path, true},
          "expected a sound of 1 or 2 channels, but "},
     };
     for (const auto& [sound, part] : cases) {
-        EXPECT_TRUE(load(sound).values.empty());
+        EXPECT_TRUE(load(sound).samples.empty());
         const std::string problem = problems_.at(0).str();
         EXPECT_EQ(problem.find("s.json:5: sources[0].file: expected "), 0U) << problem;
         EXPECT_NE(problem.find(part), std::string::npos) << problem;
@@ -98,15 +101,15 @@ TEST_F(SoundBankTest, ReportsWhatCannotBeUsed) {
 }
 
 TEST_F(SoundBankTest, TonesLoopWithoutAStepUntilThereIsTooMuchOfThem) {
-    const std::vector<std::int16_t> v = load(Tone{441.0, 0.5, 0.25}).values;
+    const std::vector<std::int16_t> v = load(Tone{441.0, 0.5, 0.25}).samples;
     ASSERT_EQ(v.size(), 22050U);
     EXPECT_EQ(v[25], 8192); // a quarter of the period of 100 samples
     for (std::size_t i = 0; i < v.size(); ++i) {
         ASSERT_EQ(v[i], v[i % 100]) << i; // the end is where the beginning continues
     }
     bank_ = SoundBank(200000);
-    EXPECT_EQ(load(Tone{1.0, 1.0, 0.5}).values.size(), 44100U); // of two bytes each
-    EXPECT_EQ(load(Tone{2.0, 1.0, 0.5}).values.size(), 44100U);
-    EXPECT_TRUE(load(Tone{3.0, 1.0, 0.5}).values.empty());
+    EXPECT_EQ(load(Tone{1.0, 1.0, 0.5}).samples.size(), 44100U); // of two bytes each
+    EXPECT_EQ(load(Tone{2.0, 1.0, 0.5}).samples.size(), 44100U);
+    EXPECT_TRUE(load(Tone{3.0, 1.0, 0.5}).samples.empty());
     EXPECT_NE(problems_.at(0).str().find("1 GiB"), std::string::npos);
 }

@@ -5,9 +5,10 @@
 #include <Show/plot/ScenePlot.h>
 #include <Show/scene/LoadedScene.h>
 
-#include <memory>
+#include <Orvel/SoundFile.h>
+
 #include <optional>
-#include <sndfile.h>
+#include <span>
 #include <vector>
 
 namespace OrvelTool {
@@ -16,30 +17,23 @@ namespace {
 
 /// Measures a stereo file. If it cannot be read, reports why and returns nothing.
 std::optional<Show::LevelMeter> measure(const std::string& path) {
-    SF_INFO info{};
-    const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file(
-        sf_open(path.c_str(), SFM_READ, &info), &sf_close);
-    if (file == nullptr) {
-        complain("cannot read " + path + ": " + sf_strerror(nullptr));
+    Orvel::SoundFile file(path);
+    if (!file.isOpen()) {
+        complain("cannot read " + path + ": " + file.error());
         return std::nullopt;
     }
-    if (info.channels != static_cast<int>(Show::LevelMeter::kChannels)) {
+    if (file.channels() != Show::LevelMeter::kChannels) {
         complain(
             path + ": expected 2 channels, as written by \"orvel render\", found " +
-            std::to_string(info.channels));
+            std::to_string(file.channels()));
         return std::nullopt;
     }
-    const double rate = info.samplerate;
-    Show::LevelMeter meter(rate, Show::plotWindow(static_cast<double>(info.frames) / rate));
+    Show::LevelMeter meter(file.rate(), Show::plotWindow(file.seconds()));
     std::vector<float> block(std::size_t{8192} * Show::LevelMeter::kChannels);
-    for (;;) {
-        const sf_count_t got =
-            sf_read_float(file.get(), block.data(), static_cast<sf_count_t>(block.size()));
-        if (got <= 0) {
-            return meter;
-        }
-        meter.add(std::span(block).first(static_cast<std::size_t>(got)));
+    while (const std::size_t frames = file.read(std::span(block))) {
+        meter.add(std::span(block).first(frames * Show::LevelMeter::kChannels));
     }
+    return meter;
 }
 
 } // namespace

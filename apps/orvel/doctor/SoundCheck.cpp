@@ -2,6 +2,8 @@
 
 #include "process/LibraryMessages.h"
 
+#include <Orvel/SoundFile.h>
+
 #include <AL/al.h>
 #include <AL/alc.h>
 #include <AL/alext.h>
@@ -12,7 +14,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <sndfile.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -199,17 +200,7 @@ Findings checkSound(bool verbose) {
 }
 
 Finding checkFormats() {
-    int count = 0;
-    sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof count);
-    std::set<std::string> extensions;
-    for (int i = 0; i < count; ++i) {
-        SF_FORMAT_INFO info{};
-        info.format = i;
-        if (sf_command(nullptr, SFC_GET_FORMAT_MAJOR, &info, sizeof info) == 0 &&
-            info.extension != nullptr) {
-            extensions.insert(info.extension);
-        }
-    }
+    const std::set<std::string> extensions = Orvel::SoundFile::extensions();
     // libsndfile lists Ogg under the extension of one of its codecs.
     const bool ogg = extensions.contains("oga") || extensions.contains("ogg");
     std::string missing;
