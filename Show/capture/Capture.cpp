@@ -1,12 +1,10 @@
 #include <Show/capture/Capture.h>
 
-#include "process/Complaint.h"
 #include <Show/capture/CaptureReader.h>
 #include <Show/capture/ReplayPlayer.h>
 #include <Show/player/ScenePlayable.h>
 
 #include <filesystem>
-#include <iostream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -57,57 +55,54 @@ Urls takeUrls(Scene& scene) {
 
 } // namespace
 
-std::unique_ptr<const Capture> Capture::load(const std::string& path, bool fetch) {
+std::unique_ptr<const Capture>
+Capture::load(const std::string& path, bool fetch, std::vector<Problem>& problems) {
     std::string fault;
     const auto reader = CaptureReader::open(path, fault);
     if (reader == nullptr) {
-        OrvelTool::complain(fault);
+        problems.push_back({path, 0, "", fault});
         return nullptr;
     }
     std::unique_ptr<Capture> capture(new Capture(path));
+    const auto add = [&](std::string text) { problems.push_back({path, 0, "", std::move(text)}); };
     if (!reader->sceneText().empty()) {
-        std::vector<Problem> problems;
+        std::size_t before = problems.size();
         auto scene = parseScene(reader->sceneText(), scenePath(*reader, path), problems);
         if (scene) {
             capture->bank_.scene = std::move(*scene);
             if (const auto [count, first] = fetch ? Urls() : takeUrls(capture->bank_.scene);
                 count > 0) {
                 capture->incomplete_ = true;
-                OrvelTool::complain(
-                    path + ": names " + std::to_string(count) +
+                add("names " + std::to_string(count) +
                     (count == 1 ? " sound by URL (" : " sounds by URL (the first is ") + first +
                     "). Nothing is fetched because of a capture unless --fetch is given; what "
                     "plays them stays silent");
+                ++before;
             }
             capture->bank_.sounds.load(capture->bank_.scene, problems);
         }
-        for (const Problem& problem : problems) {
-            std::cerr << problem.str() << '\n';
-        }
-        if (!problems.empty()) {
+        if (problems.size() > before) {
             capture->incomplete_ = true;
-            OrvelTool::complain(
-                path + ": names its sounds but does not hold them; what plays those above stays "
-                       "silent. Put them where they are looked for, or beside the capture");
+            add("names its sounds but does not hold them; what plays those above stays silent. Put "
+                "them where they are looked for, or beside the capture");
         }
     }
     if (!reader->length()) {
-        OrvelTool::complain(
-            path + ": is cut: it has no end mark, so the recording was interrupted or goes on, or "
-                   "the file was shortened; it plays up to the cut");
+        add("is cut: it has no end mark, so the recording was interrupted or goes on, or the file "
+            "was shortened; it plays up to the cut");
     }
     return capture;
 }
 
-std::unique_ptr<Stage> Capture::makeStage(OrvelTool::LibraryMessages& messages) const {
-    return std::make_unique<ReplayStage>(bank_, messages);
+std::unique_ptr<Stage> Capture::makeStage(SetSubject setSubject) const {
+    return std::make_unique<ReplayStage>(bank_, std::move(setSubject));
 }
 
 std::unique_ptr<Player> Capture::makePlayer(Stage& stage) const {
     std::string fault;
     auto reader = CaptureReader::open(path_, fault);
     if (reader == nullptr) {
-        throw std::runtime_error(fault); // it could be opened a moment ago
+        throw std::runtime_error(path_ + ": " + fault); // it could be opened a moment ago
     }
     return std::make_unique<ReplayPlayer>(
         path_, std::move(reader), dynamic_cast<ReplayStage&>(stage));
@@ -117,11 +112,12 @@ std::size_t Capture::emitters() const {
     return kMostEmitters;
 }
 
-std::unique_ptr<const Playable> loadPlayable(const std::string& path, bool fetch) {
+std::unique_ptr<const Playable>
+loadPlayable(const std::string& path, bool fetch, std::vector<Problem>& problems) {
     if (CaptureReader::isCapture(path)) {
-        return Capture::load(path, fetch);
+        return Capture::load(path, fetch, problems);
     }
-    auto scene = loadScene(path);
+    auto scene = loadScene(path, problems);
     return scene == nullptr ? nullptr : std::make_unique<ScenePlayable>(std::move(scene));
 }
 

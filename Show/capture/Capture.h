@@ -5,21 +5,20 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Show {
 
 /// A recorded session of a sound server, with the sources that the server had.
 class Capture : public Playable {
 public:
-    /// Opens a capture and decodes its sounds; what cannot be had is written to standard error, and
-    /// so is where the file is cut. Sounds by URL stay silent, with a message, without `fetch`: it
-    /// is for captures from people that the user trusts. Null, with a message, if nothing can be
-    /// played.
+    /// Opens a capture and decodes its sounds. What cannot be played becomes a problem, and so does
+    /// a file that is cut. Sounds by URL stay silent, with a problem, without `fetch`: it is for
+    /// captures from people that the user trusts. Null if nothing can be played.
     [[nodiscard]] static std::unique_ptr<const Capture>
-    load(const std::string& path, bool fetch = false);
+    load(const std::string& path, bool fetch, std::vector<Problem>& problems);
 
-    [[nodiscard]] std::unique_ptr<Stage>
-    makeStage(OrvelTool::LibraryMessages& messages) const override;
+    [[nodiscard]] std::unique_ptr<Stage> makeStage(SetSubject setSubject) const override;
     [[nodiscard]] std::unique_ptr<Player> makePlayer(Stage& stage) const override;
     [[nodiscard]] std::size_t emitters() const override;
     [[nodiscard]] const Scene& sources() const override { return bank_.scene; }
@@ -33,8 +32,9 @@ private:
     bool incomplete_ = false;
 };
 
-/// Loads what `play` and `render` take, a scene or a capture, whichever the file is. Null, with
-/// messages, if it cannot be played. `fetch` is for captures, see there.
-std::unique_ptr<const Playable> loadPlayable(const std::string& path, bool fetch);
+/// Loads a scene or a capture, whichever the file is. Null, with problems, if it cannot be played.
+/// `fetch` is for captures, see there.
+std::unique_ptr<const Playable>
+loadPlayable(const std::string& path, bool fetch, std::vector<Problem>& problems);
 
 } // namespace Show

@@ -40,14 +40,13 @@ std::unique_ptr<CaptureReader> CaptureReader::open(const std::string& path, std:
     File file(std::fopen(path.c_str(), "rbe"));
     struct stat status {};
     if (file == nullptr || fstat(fileno(file.get()), &status) != 0) {
-        fault = path + ": cannot be read: " + std::generic_category().message(errno);
+        fault = "cannot be read: " + std::generic_category().message(errno);
         return nullptr;
     }
     std::setvbuf(file.get(), nullptr, _IONBF, 0); // there is a buffer of our own
     std::unique_ptr<CaptureReader> reader(
         new CaptureReader(std::move(file), static_cast<std::uint64_t>(status.st_size)));
     if (!reader->readHeader(fault)) {
-        fault = path + ": " + fault;
         return nullptr;
     }
     reader->readEndMark();

@@ -1,6 +1,5 @@
 #include <Show/capture/CaptureWriter.h>
 
-#include "process/Complaint.h"
 #include <Show/capture/CaptureFormat.h>
 #include <Show/detail/OutputFile.h>
 
@@ -12,6 +11,7 @@
 #include <sys/statvfs.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace Show {
 
@@ -33,8 +33,8 @@ std::string reason(int error) {
 
 CaptureWriter::CaptureWriter(
     const std::string& path, const std::string& scenePath, const std::string& sceneText,
-    std::uint64_t maxBytes)
-    : path_(path), maxBytes_(maxBytes),
+    std::uint64_t maxBytes, Report report)
+    : path_(path), maxBytes_(maxBytes), report_(std::move(report)),
       descriptor_(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)) {
     if (descriptor_ < 0) {
         const int error = errno;
@@ -166,7 +166,7 @@ int CaptureWriter::writeWaiting() {
 
 void CaptureWriter::end(const std::string& why) {
     ended_ = true;
-    OrvelTool::complain(
+    report_(
         "cannot record any more to " + path_ + ": " + why +
         "; the recording ends here and can be played");
 }

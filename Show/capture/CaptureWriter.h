@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/detail/Report.h>
 #include <Show/server/EventTap.h>
 
 #include <chrono>
@@ -11,7 +12,7 @@
 namespace Show {
 
 /// Writes what reaches a sound server into a capture, with the time since the writer was made. The
-/// file grows as it goes and is of use at any moment. It ends, with a message, before it exceeds
+/// file grows as it goes and is of use at any moment. It ends, with a report, before it exceeds
 /// its limit and before the disk is full: clients decide how much there is to record. Confined to
 /// one thread at a time.
 class CaptureWriter : public EventTap {
@@ -22,9 +23,10 @@ public:
     /// Creates the file, of at most `maxBytes`; `scenePath` and `sceneText` are of the file that
     /// has the server's sources, empty without one. Throws OutputError, also if there is such a
     /// file, a session that was recorded cannot be had again, and if there is no room for it.
+    /// `report` takes why the recording ends early.
     CaptureWriter(
         const std::string& path, const std::string& scenePath, const std::string& sceneText,
-        std::uint64_t maxBytes = UINT64_MAX);
+        std::uint64_t maxBytes, Report report);
     /// Closes the file without an end mark, unless the recording has ended.
     ~CaptureWriter() override;
 
@@ -38,7 +40,7 @@ public:
     /// in the file.
     bool finish();
 
-    /// Whether nothing more is written, which a message has said.
+    /// Whether nothing more is written, which has been reported.
     [[nodiscard]] bool ended() const noexcept { return ended_; }
     [[nodiscard]] std::uint64_t events() const noexcept { return events_; }
     /// From the beginning to now, or to the end of the recording.
@@ -59,6 +61,7 @@ private:
 
     std::string path_;
     std::uint64_t maxBytes_;
+    Report report_;
     int descriptor_;
     Clock::time_point begin_ = Clock::now();
     std::string waiting_; // whole records for the file

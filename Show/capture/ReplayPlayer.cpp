@@ -25,8 +25,10 @@ ReplayPlayer::ReplayPlayer(
     : path_(std::move(path)), reader_(std::move(reader)), stage_(stage) {}
 
 void ReplayPlayer::start() {
-    if (!std::exchange(fetched_, true) && !stage_.session().fetch()) {
-        warn("what plays these sounds stays silent");
+    if (!std::exchange(fetched_, true)) {
+        for (const Problem& problem : stage_.session().fetch()) {
+            warn(problem.str() + "; what plays it stays silent");
+        }
     }
     stage_.session().forgetAll();
     stage_.clearWorld();

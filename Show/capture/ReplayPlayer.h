@@ -16,8 +16,8 @@ namespace Show {
 /// The world of a recorded session: it obeys the rules of the server that was recorded.
 class ReplayStage : public Stage {
 public:
-    ReplayStage(const LoadedScene& bank, OrvelTool::LibraryMessages& messages)
-        : Stage(bank.scene, messages), session_(*this, bank) {}
+    ReplayStage(const LoadedScene& bank, SetSubject setSubject)
+        : Stage(bank.scene, std::move(setSubject)), session_(*this, bank) {}
 
     [[nodiscard]] Session& session() noexcept { return session_; }
 

@@ -1,7 +1,5 @@
 #include <Show/osc/OscServer.h>
 
-#include "process/Complaint.h"
-
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
@@ -33,11 +31,13 @@ std::string nameOf(const sockaddr_in& address) {
 
 } // namespace
 
-OscServer::OscServer(Orvel::World& world, const Settings& settings, OscScene::Apply apply)
-    : settings_(settings), scene_(world, settings.scale, std::move(apply)),
+OscServer::OscServer(
+    Orvel::World& world, const Settings& settings, OscScene::Apply apply, Report report)
+    : settings_(settings), report_(std::move(report)),
+      scene_(world, settings.scale, std::move(apply)),
       inbox_(
           [this](std::span<const std::byte> message) { take(message); },
-          [this](const std::string& fault) { tell(fault); }),
+          [this](const std::string& fault) { reportWrong(fault); }),
       buffer_(OscStream::kMostBytes) {}
 
 OscServer::~OscServer() {
@@ -60,7 +60,7 @@ bool OscServer::open() {
             break;
         }
     }
-    OrvelTool::complain(
+    report_(
         "cannot take Open Sound Control at " + settings_.address + ":" +
         std::to_string(settings_.port) + ": " + std::generic_category().message(errno) +
         "; choose another --osc");
@@ -167,7 +167,7 @@ void OscServer::accept() {
             const auto idlest = std::min_element(
                 connections_.begin(), connections_.end(),
                 [](const Connection& a, const Connection& b) { return a.heard < b.heard; });
-            tell(
+            reportWrong(
                 idlest->peer + " has been silent for longest of " +
                 std::to_string(kMostConnections) + " connections, and gives way to " +
                 nameOf(address));
@@ -215,7 +215,8 @@ bool OscServer::read(Connection& connection, const OscInbox::Stop& stop, bool& m
         takeWhole();
     }
     if (connection.stream.broken()) {
-        tell(connection.peer + " sends no packets of at most 64 KiB; its connection is closed");
+        reportWrong(
+            connection.peer + " sends no packets of at most 64 KiB; its connection is closed");
     }
     return !connection.stream.broken();
 }
@@ -236,24 +237,24 @@ void OscServer::readDatagrams(const OscInbox::Stop& stop) {
 void OscServer::take(std::span<const std::byte> packet) {
     ++messages_;
     if (const std::string fault = scene_.take(packet); !fault.empty()) {
-        tell(fault);
+        reportWrong(fault);
     }
 }
 
-void OscServer::tell(const std::string& fault) {
+void OscServer::reportWrong(const std::string& fault) {
     ++wrong_;
-    if (wrong_ <= kMostLines) {
-        OrvelTool::complain("OSC: " + fault);
+    if (wrong_ <= kMaxReports) {
+        report_("OSC: " + fault);
     }
-    if (wrong_ == kMostLines) {
-        OrvelTool::complain("OSC: from now on such messages are only counted");
+    if (wrong_ == kMaxReports) {
+        report_("OSC: from now on such messages are only counted");
     }
 }
 
 void OscServer::finish() {
     serve(kLongestFinish);
     if (const std::string text = summary(); !text.empty()) {
-        OrvelTool::complain(text);
+        report_(text);
     }
 }
 

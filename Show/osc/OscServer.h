@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/detail/Report.h>
 #include <Show/osc/OscInbox.h>
 #include <Show/osc/OscScene.h>
 #include <Show/osc/OscStream.h>
@@ -14,14 +15,14 @@
 namespace Show {
 
 /// Takes Open Sound Control over UDP and TCP at one port and applies it to a world. It has no
-/// thread: everything happens inside wait() and serve(). What makes no sense is counted and told,
-/// in no more than some lines. The world must outlive it. Confined to the world's thread.
+/// thread: everything happens inside wait() and serve(). Messages that make no sense are counted;
+/// the first of them are reported. The world must outlive it. Confined to the world's thread.
 class OscServer {
 public:
     using Clock = std::chrono::steady_clock;
 
     static constexpr std::size_t kMostConnections = 64;
-    static constexpr std::size_t kMostLines = 20;
+    static constexpr std::size_t kMaxReports = 20;
 
     struct Settings {
         std::string address = "127.0.0.1"; ///< IPv4, of the interface; 0.0.0.0 for all
@@ -29,12 +30,12 @@ public:
         float scale = 10.0F;               ///< scene units for the 1 of normalised coordinates
     };
 
-    OscServer(Orvel::World& world, const Settings& settings, OscScene::Apply apply);
+    OscServer(Orvel::World& world, const Settings& settings, OscScene::Apply apply, Report report);
     OscServer(const OscServer&) = delete;
     OscServer& operator=(const OscServer&) = delete;
     ~OscServer();
 
-    /// Opens both sockets. False, with a message, if that is impossible.
+    /// Opens both sockets. False, with a report, if that is impossible.
     bool open();
     [[nodiscard]] unsigned short port() const noexcept { return port_; }
 
@@ -48,7 +49,7 @@ public:
     /// Applies what has arrived and what is due, for about `atMost`, however much there is.
     void serve(Clock::duration atMost);
 
-    /// Applies what has arrived until now, and tells the summary, if there is one.
+    /// Applies what has arrived until now, and reports the summary, if there is one.
     void finish();
     /// In one sentence, how many messages came and how many were wrong; empty if none came.
     [[nodiscard]] std::string summary() const;
@@ -70,9 +71,10 @@ private:
     void readDatagrams(const OscInbox::Stop& stop);
     [[nodiscard]] bool isAnyBehind() const;
     void take(std::span<const std::byte> packet);
-    void tell(const std::string& fault);
+    void reportWrong(const std::string& fault);
 
     Settings settings_;
+    Report report_;
     OscScene scene_;
     OscInbox inbox_;
     int poller_ = -1; // of the sockets below

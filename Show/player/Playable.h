@@ -17,9 +17,8 @@ public:
     Playable& operator=(const Playable&) = delete;
     virtual ~Playable() = default;
 
-    /// The world to play it in; the messages must outlive it.
-    [[nodiscard]] virtual std::unique_ptr<Stage>
-    makeStage(OrvelTool::LibraryMessages& messages) const = 0;
+    /// The world to play it in.
+    [[nodiscard]] virtual std::unique_ptr<Stage> makeStage(SetSubject setSubject) const = 0;
     /// What plays it in a world that makeStage() gave, which must outlive it.
     [[nodiscard]] virtual std::unique_ptr<Player> makePlayer(Stage& stage) const = 0;
     /// How many emitters there are at most.

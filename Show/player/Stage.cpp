@@ -1,6 +1,6 @@
 #include <Show/player/Stage.h>
 
-#include "process/HiddenLine.h"
+#include <Show/detail/HiddenLine.h>
 
 #include <Orvel/Emitter.h>
 #include <Orvel/OALBackend.h>
@@ -16,15 +16,19 @@ namespace {
 /// Names what the library is busy with, for as long as it lives.
 class Subject {
 public:
-    Subject(OrvelTool::LibraryMessages& messages, std::string text) : messages_(messages) {
-        messages_.setSubject(std::move(text));
-    }
+    Subject(const SetSubject& set, std::string text) : set_(set) { name(std::move(text)); }
     Subject(const Subject&) = delete;
     Subject& operator=(const Subject&) = delete;
-    ~Subject() { messages_.setSubject({}); }
+    ~Subject() { name({}); }
 
 private:
-    OrvelTool::LibraryMessages& messages_;
+    void name(std::string text) {
+        if (set_) {
+            set_(std::move(text));
+        }
+    }
+
+    const SetSubject& set_;
 };
 
 } // namespace
@@ -44,7 +48,7 @@ void StageOn<Base>::noteSounds(const Scene& scene) {
 
 template <class Base>
 StageOn<Base>::~StageOn() {
-    const OrvelTool::HiddenLine quiet(std::cout, "INFO: exit ClientBackend::receiveThread");
+    const HiddenLine quiet(std::cout, "INFO: exit ClientBackend::receiveThread");
     this->clearWorld();
     this->deleteAllBackends();
 }
@@ -66,13 +70,13 @@ std::string StageOn<Base>::subject(const Orvel::Source& source) const {
 
 template <class Base>
 void StageOn<Base>::createSource(Orvel::Source& source) {
-    const Subject subject(messages_, this->subject(source));
+    const Subject subject(setSubject_, this->subject(source));
     Base::createSource(source);
 }
 
 template <class Base>
 void StageOn<Base>::setSourceData(Orvel::Source& source) {
-    const Subject subject(messages_, this->subject(source));
+    const Subject subject(setSubject_, this->subject(source));
     Base::setSourceData(source);
     if (source.dataKind() == Orvel::Source::URL_SD) {
         Orvel::OALBackend::reportRefusedSound(source);
@@ -87,7 +91,7 @@ void StageOn<Base>::setSourceDuration(Orvel::Source& source) {
 
 template <class Base>
 void StageOn<Base>::createEmitter(Orvel::Emitter& emitter) {
-    const Subject subject(messages_, part("emitter", emitter.id()));
+    const Subject subject(setSubject_, part("emitter", emitter.id()));
     Base::createEmitter(emitter);
 }
 

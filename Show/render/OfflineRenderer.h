@@ -12,12 +12,11 @@
 namespace Show {
 
 /// Renders what is played block by block, as fast as the caller asks for it. Changes fall on the
-/// nearest frame. Confined to one thread at a time; what is played and the messages must outlive
-/// it.
+/// nearest frame. Confined to one thread at a time; what is played must outlive it.
 class OfflineRenderer {
 public:
     /// Opens the loopback device, `rate` in Hz, and starts to play; that fetches a scene's URLs.
-    OfflineRenderer(const Playable& what, OrvelTool::LibraryMessages& messages, unsigned rate);
+    OfflineRenderer(const Playable& what, SetSubject setSubject, unsigned rate);
 
     /// False when the device could not be opened; next() then gives nothing.
     [[nodiscard]] bool working() const;

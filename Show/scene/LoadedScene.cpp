@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iostream>
 #include <optional>
 #include <utility>
 
@@ -28,21 +27,18 @@ load(std::optional<Scene> scene, std::vector<Problem>& problems) {
         loaded->scene = std::move(*scene);
         loaded->sounds.load(loaded->scene, problems);
     }
-    for (const Problem& problem : problems) {
-        std::cerr << problem.str() << '\n';
-    }
     return problems.empty() ? std::move(loaded) : nullptr;
 }
 
 } // namespace
 
-std::unique_ptr<const LoadedScene> loadScene(const std::string& path) {
-    std::vector<Problem> problems;
+std::unique_ptr<const LoadedScene>
+loadScene(const std::string& path, std::vector<Problem>& problems) {
     return load(readScene(path, problems), problems);
 }
 
-std::unique_ptr<const LoadedScene> loadScene(std::istream& in, const std::string& name) {
-    std::vector<Problem> problems;
+std::unique_ptr<const LoadedScene>
+loadScene(std::istream& in, const std::string& name, std::vector<Problem>& problems) {
     return load(readScene(in, name, problems), problems);
 }
 

@@ -17,11 +17,13 @@ struct LoadedScene {
     SoundBank sounds;
 };
 
-/// Reads a scene file and decodes its sounds. Every mistake is written to standard error, one line
-/// each; then the result is null.
-std::unique_ptr<const LoadedScene> loadScene(const std::string& path);
+/// Reads a scene file and decodes its sounds. Every mistake becomes a problem; the result is
+/// null if and only if there are any.
+std::unique_ptr<const LoadedScene>
+loadScene(const std::string& path, std::vector<Problem>& problems);
 /// The same for a scene from a stream, see readScene().
-std::unique_ptr<const LoadedScene> loadScene(std::istream& in, const std::string& name);
+std::unique_ptr<const LoadedScene>
+loadScene(std::istream& in, const std::string& name, std::vector<Problem>& problems);
 
 /// How many emitters a scene has, those that come in its timeline included.
 std::size_t countEmitters(const Scene& scene);

@@ -1,6 +1,6 @@
 #include <Show/scene/SceneSources.h>
 
-#include "process/HiddenLine.h"
+#include <Show/detail/HiddenLine.h>
 #include <Show/scene/LoadedScene.h>
 
 #include <Orvel/Backend.h>
@@ -24,7 +24,7 @@ void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& soun
     if (const auto* url = std::get_if<SoundUrl>(&sound)) {
         source.setDataFromURL(url->text);
     } else if (const Samples* samples = sounds.find(sound)) {
-        const OrvelTool::HiddenLine quiet(std::cerr, "Source::setData call");
+        const HiddenLine quiet(std::cerr, "Source::setData call");
         samples->giveTo(source);
     }
 }

@@ -1,7 +1,5 @@
 #include <Show/server/Session.h>
 
-#include "process/Complaint.h"
-
 #include <Corvid/URL.h>
 #include <Orvel/CreateEmitterEvent.h>
 #include <Orvel/Emitter.h>
@@ -29,8 +27,8 @@ Session::Session(Orvel::World& world, const LoadedScene& bank) : world_(world), 
     }
 }
 
-bool Session::fetch() {
-    bool good = true;
+std::vector<Problem> Session::fetch() {
+    std::vector<Problem> problems;
     for (const auto& [id, spec] : specs_) {
         const auto* url = std::get_if<SoundUrl>(&spec->sound);
         if (url == nullptr || files_.contains(url->text)) {
@@ -39,13 +37,11 @@ bool Session::fetch() {
         try {
             files_[url->text] = Corvid::URL(url->text).fetch();
         } catch (const std::exception& fault) {
-            OrvelTool::complain(Problem{
-                bank_.scene.path, spec->soundWhere.line, spec->soundWhere.field, fault.what()}
-                                    .str());
-            good = false;
+            problems.push_back(
+                {bank_.scene.path, spec->soundWhere.line, spec->soundWhere.field, fault.what()});
         }
     }
-    return good;
+    return problems;
 }
 
 void Session::give(Orvel::Source& source, const Sound& sound) const {

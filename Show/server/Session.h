@@ -38,9 +38,9 @@ public:
 
     Session(Orvel::World& world, const LoadedScene& bank);
 
-    /// Fetches what sources name by URL, once and for all. False, with a message for each, if
-    /// something cannot be had; a source of that stays silent.
-    bool fetch();
+    /// Fetches what sources name by URL, once and for all. Gives a problem for each that cannot be
+    /// fetched; a source of that stays silent.
+    std::vector<Problem> fetch();
     /// Creates the sources that are there from the start.
     void fill();
     /// To be called when the world is emptied: nobody has made anything.

@@ -20,7 +20,7 @@ namespace Show {
 /// keeps its player, first; what the others send is dropped. What clients play are the sources of a
 /// scene file; Session has the rules.
 ///
-/// The scene and the messages must outlive it. Confined to one thread at a time, on which it is
+/// The scene must outlive it. Confined to one thread at a time, on which it is
 /// polled.
 class SoundServer : public StageOn<Orvel::Server> {
 public:
@@ -31,11 +31,11 @@ public:
     static constexpr std::size_t kMaxReplaced = 1024;
 
     /// Listens at that TCP port; 0 lets the system choose.
-    SoundServer(const LoadedScene& bank, OrvelTool::LibraryMessages& messages, unsigned short port);
+    SoundServer(const LoadedScene& bank, SetSubject setSubject, unsigned short port);
 
-    /// Fetches what sources name by URL, once and for all. False, with a message for each, if
-    /// something cannot be had.
-    bool fetch() { return session_.fetch(); }
+    /// Fetches what sources name by URL, once and for all. Gives a problem for each that cannot be
+    /// fetched.
+    std::vector<Problem> fetch() { return session_.fetch(); }
     /// Creates the sources; back ends are best added before.
     void fill() { session_.fill(); }
     /// Whether a client that drives stays the driver when another comes. Before the first event.

@@ -34,16 +34,12 @@ SHOW = ["detail", "scene", "player", "check", "server", "render", "capture", "os
 RULES += [(rf"Show/{folder}/.*",
            rf"Show/({'|'.join(SHOW[:place + 1])})/.*|(Orvel|Corvid|Vessa|Config)/.*|" + OTHERS)
           for place, folder in enumerate(SHOW)]
-# What the show still reports through the tool's messages; this is to go.
-TOOL_MESSAGES = re.compile(r'"process/(Complaint|HiddenLine|LibraryMessages)\.h"')
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*([<"][^>"]+[>"])', re.MULTILINE)
 
 
 def forbidden(path, include, public):
     """Whether `path` must not include `include`, which is given with its brackets."""
     name = include[1:-1]
-    if path.startswith("Show/") and TOOL_MESSAGES.fullmatch(include):
-        return False
     if include[0] == '"':
         return True  # own headers are included as <Folder/Name.h>
     if re.fullmatch(r"[a-z0-9_]+|std\w+\.h|orvel_export\.h", name):

@@ -32,16 +32,16 @@ CheckCommand::CheckCommand(CLI::App& parent) {
 
 bool CheckCommand::check(const std::string& path) const {
     const bool fromInput = path == "-";
-    const auto loaded =
-        fromInput ? Show::loadScene(std::cin, "standard input") : Show::loadScene(path);
+    std::vector<Show::Problem> problems;
+    const auto loaded = fromInput ? Show::loadScene(std::cin, "standard input", problems)
+                                  : Show::loadScene(path, problems);
+    complain(problems);
     if (loaded == nullptr) {
         return false;
     }
     double end = 0.0;
     const std::vector<Show::Problem> warnings = Show::findWarnings(*loaded, end);
-    for (const Show::Problem& warning : warnings) {
-        std::cerr << warning.str() << '\n';
-    }
+    complain(warnings);
     const Show::Scene& scene = loaded->scene;
     if (strict_ && !warnings.empty()) {
         return false;

@@ -64,7 +64,8 @@ OscOption::open(Orvel::World& world, Show::OscScene::Apply apply) const {
     Show::OscServer::Settings settings;
     parse(text_, settings);
     settings.scale = scale_;
-    auto server = std::make_unique<Show::OscServer>(world, settings, std::move(apply));
+    auto server = std::make_unique<Show::OscServer>(
+        world, settings, std::move(apply), [](const std::string& message) { complain(message); });
     if (!server->open()) {
         return nullptr;
     }

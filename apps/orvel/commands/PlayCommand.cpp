@@ -159,13 +159,15 @@ int PlayCommand::run() {
     if (!choose(choices)) {
         return kWrongUse;
     }
-    const auto what = Show::loadPlayable(scenePath_, fetch_);
+    std::vector<Show::Problem> problems;
+    const auto what = Show::loadPlayable(scenePath_, fetch_, problems);
+    complain(problems);
     if (what == nullptr) {
         return kFailure;
     }
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
-    const auto made = what->makeStage(messages);
+    const auto made = what->makeStage(messages.subjectSetter());
     Show::Stage& stage = *made;
     std::optional<ShortPeriods> shortPeriods;
     if (loop_) {
@@ -192,14 +194,15 @@ int PlayCommand::run() {
             return kFailure;
         }
     }
-    const bool alone = play(*player, stage, osc.get());
+    const bool alone = play(*player, stage, osc.get(), messages);
     if (osc != nullptr) {
         osc->finish();
     }
     return alone && messages.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
 }
 
-bool PlayCommand::play(Show::Player& player, Show::Stage& stage, Show::OscServer* osc) {
+bool PlayCommand::play(
+    Show::Player& player, Show::Stage& stage, Show::OscServer* osc, LibraryMessages& messages) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_, wait_);
@@ -214,7 +217,7 @@ bool PlayCommand::play(Show::Player& player, Show::Stage& stage, Show::OscServer
     const auto limit =
         seconds_ > 0.0 ? Clock::now() + duration(seconds_) : Clock::time_point::max();
     auto begin = Clock::now() - duration(from_); // of the round
-    stage.tell();
+    messages.tell();
     // With OSC the scene has no end of its own.
     const bool endless = osc != nullptr && !loop_;
     const auto endOf = [&] {
@@ -247,7 +250,7 @@ bool PlayCommand::play(Show::Player& player, Show::Stage& stage, Show::OscServer
         }
         stage.update();
         servers.look();
-        stage.tell();
+        messages.tell();
         if (stage.takeNewDurations()) {
             end = endOf();
         }

@@ -28,7 +28,8 @@ private:
         const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
         LibraryMessages& messages) const;
     /// Returns false if another player drove a server, so that this one was not heard there.
-    bool play(Show::Player& player, Show::Stage& stage, Show::OscServer* osc);
+    bool
+    play(Show::Player& player, Show::Stage& stage, Show::OscServer* osc, LibraryMessages& messages);
 
     BackendOption backends_;
     MonitorOption monitor_;

@@ -54,7 +54,9 @@ PlotCommand::PlotCommand(CLI::App& parent) {
 }
 
 int PlotCommand::run() {
-    const auto loaded = Show::loadScene(scenePath_);
+    std::vector<Show::Problem> problems;
+    const auto loaded = Show::loadScene(scenePath_, problems);
+    complain(problems);
     if (loaded == nullptr) {
         return kFailure;
     }

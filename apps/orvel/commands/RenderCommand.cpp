@@ -91,7 +91,9 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
 }
 
 int RenderCommand::run() {
-    const auto what = Show::loadPlayable(scenePath_, fetch_);
+    std::vector<Show::Problem> problems;
+    const auto what = Show::loadPlayable(scenePath_, fetch_, problems);
+    complain(problems);
     if (what != nullptr && what->scene() == nullptr && !plot_.empty()) {
         complain("--plot draws scenes, but " + scenePath_ + " is a capture; omit the option");
         return kWrongUse;
@@ -116,8 +118,8 @@ int RenderCommand::render(const Show::Playable& what) {
     // No other thread runs yet that could read the environment.
     setenv("ALSOFT_DRIVERS", "null", 1); // NOLINT(concurrency-mt-unsafe)
     LibraryMessages messages(verbose_);
-    Show::OfflineRenderer renderer(what, messages, rate_);
-    renderer.stage().tell();
+    Show::OfflineRenderer renderer(what, messages.subjectSetter(), rate_);
+    messages.tell();
     if (!renderer.working()) {
         complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
         return kFailure;
@@ -178,11 +180,11 @@ int RenderCommand::render(const Show::Playable& what) {
         progress.show(renderer.seconds() / end);
         if (messages.pending()) {
             progress.clear();
-            renderer.stage().tell();
+            messages.tell();
         }
     }
     progress.clear();
-    renderer.stage().tell();
+    messages.tell();
     writer.finish();
     const std::chrono::duration<double> taken = Clock::now() - begin;
     const Result result{

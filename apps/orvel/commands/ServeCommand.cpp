@@ -149,8 +149,10 @@ int ServeCommand::run() {
         return kSuccess;
     }
     monitor_.addTo(choices);
+    std::vector<Show::Problem> problems;
     const auto bank = scenePath_.empty() ? std::make_unique<const Show::LoadedScene>()
-                                         : Show::loadScene(scenePath_);
+                                         : Show::loadScene(scenePath_, problems);
+    complain(problems);
     if (bank == nullptr) {
         return kFailure;
     }
@@ -160,7 +162,7 @@ int ServeCommand::run() {
     const std::string text = capturePath_.empty() ? "" : sceneText(scenePath_);
     network_.restrictInterfaces();
     LibraryMessages messages(verbose_);
-    Show::SoundServer server(*bank, messages, tcpPort_);
+    Show::SoundServer server(*bank, messages.subjectSetter(), tcpPort_);
     messages.tell();
     if (server.multiServer().port() == 0) {
         complain("cannot serve; see above");
@@ -181,7 +183,8 @@ int ServeCommand::run() {
                 [&peer](const Show::AddressRange& range) { return range.contains(peer); });
         });
     }
-    if (!server.fetch()) {
+    if (problems = server.fetch(); !problems.empty()) {
+        complain(problems);
         return kFailure;
     }
     Orvel::OALLoopbackBackend* loopback = nullptr;
@@ -222,7 +225,7 @@ int ServeCommand::run() {
     if (!capturePath_.empty()) {
         capture.emplace(
             capturePath_, scenePath_.empty() ? "" : std::filesystem::absolute(scenePath_).string(),
-            text, maxCaptureBytes_);
+            text, maxCaptureBytes_, [](const std::string& message) { complain(message); });
         server.setTap(&*capture);
     }
     const auto begin = Clock::now();
@@ -231,7 +234,8 @@ int ServeCommand::run() {
         recording.emplace(*loopback, output_, begin);
     }
     const bool room = serve(
-        server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, osc.get(), begin);
+        server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, osc.get(), begin,
+        messages);
     const bool captured = !capture || finish(*capture);
     if (recording) {
         recording->finish(
@@ -284,7 +288,7 @@ void ServeCommand::announce(const Show::SoundServer& server, DiscoveryWatch& dis
 
 bool ServeCommand::serve(
     Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
-    Show::OscServer* osc, Clock::time_point begin) const {
+    Show::OscServer* osc, Clock::time_point begin, LibraryMessages& messages) const {
     const auto limit = seconds_ > 0.0 ? begin + std::chrono::duration_cast<Clock::duration>(
                                                     std::chrono::duration<double>(seconds_))
                                       : Clock::time_point::max();
@@ -353,7 +357,7 @@ bool ServeCommand::serve(
         if (const std::string missing = server.takeMissing(); !missing.empty()) {
             complain(missing);
         }
-        server.tell();
+        messages.tell();
         if (capture != nullptr) {
             capture->flush();
         }

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace OrvelTool {
@@ -28,6 +29,10 @@ public:
 
     /// What the library is busy with, such as "source 3", from now on; it stands before messages.
     void setSubject(std::string subject);
+    /// setSubject() of this object, which must outlive its use.
+    auto subjectSetter() {
+        return [this](std::string subject) { setSubject(std::move(subject)); };
+    }
 
     /// The messages since the last call, each text once in this object's life, and no more than
     /// kMostMessages: strangers on the network cause some of them.

@@ -5,9 +5,9 @@
 #include <string>
 #include <utility>
 
-namespace OrvelTool {
+namespace Show {
 
-/// Keeps one line that the library writes to a standard stream from the tool's user, for as long as
+/// Keeps one line that the library writes to a standard stream from the user, for as long as
 /// it lives, and nothing else that is written there meanwhile; that appears when it ends. Nobody
 /// else may write to the stream at the moments when it begins and ends.
 class HiddenLine {
@@ -35,4 +35,4 @@ private:
     std::streambuf* shown_;
 };
 
-} // namespace OrvelTool
+} // namespace Show
