@@ -12,23 +12,23 @@ class Backend;
 class BackendType;
 class World;
 
-/// The process-wide registry of back-end kinds, by name. `World::addBackend` is how hosts use it.
+/// The process-wide registry of back-end kinds, by name. Hosts use it through `World::addBackend`.
 ///
-/// Kinds register while static objects are built and leave when they are destroyed. There is no
-/// lock: registering must not overlap with another use.
+/// Kinds register while static objects are constructed and are removed when those are destroyed.
+/// There is no lock: registration must not overlap with another use.
 class ORVEL_EXPORT BackendFactory {
 public:
     BackendFactory() = default;
     virtual ~BackendFactory() = default;
 
-    /// A new back end of the kind `name`, where "default" stands for "openal"; owned by the caller.
-    /// Null and one log line when there is no such kind or it makes none.
+    /// Creates a back end of the kind `name`, where "default" means "openal"; owned by the caller.
+    /// Returns null and writes one log line if there is no such kind or its function returns null.
     virtual Backend* createBackend(World& world, const std::string& name, const char* params);
 
-    /// Registers a kind that must outlive its registration. Null is ignored; of two kinds with one
-    /// name the first stays and a warning is logged.
+    /// Registers a kind, which must outlive its registration. Null is ignored. If the name is
+    /// taken, the existing kind stays and a warning is logged.
     static void addBackendType(BackendType* type);
-    /// Removes the kind registered under the name of `type`, whichever object it is.
+    /// Removes the kind registered under the name of `type`, even if it is another object.
     static void removeBackendType(BackendType* type);
 
     /// Writes the names of all kinds to standard output.
@@ -40,8 +40,8 @@ public:
     static BackendFactory _the;
 
 private:
-    // Made by the first registration and deleted with the last, so that static objects may register
-    // before or after this class's own statics are built.
+    // Created by the first registration and deleted with the last, so that static objects may
+    // register before or after this class's own statics are constructed.
     static std::map<std::string, BackendType*>* _backendTypeMap;
 };
 

@@ -27,34 +27,34 @@ namespace Orvel {
 class DriverEvent;
 class OrvelMultiClient;
 
-/// Sends every change of its world to all sound servers that are connected: the kind "client".
-/// Servers are found by multicast; one that connects, or comes back, is told the whole scene.
-/// Sending never waits for the network, and nothing is kept for servers that are not there.
+/// Sends every change of its world to all connected sound servers: the kind "client". Servers are
+/// found by multicast; one that connects or reconnects receives the whole scene. Sending never
+/// waits for the network, and nothing is queued for servers that are not connected.
 ///
-/// Ids travel as their low 16 bits, so use ids from 1 to 32767. What sources play does not travel:
-/// a server plays its own sources, by their ids. A state that goes back to NONE is not told, and
-/// unless "followEnabled" is set, servers stay enabled when the world is disabled.
+/// Ids are sent as their low 16 bits, so use ids from 1 to 32767. Sounds are not sent: a server
+/// plays its own sources, by id. A return to the state NONE is not sent, and unless "followEnabled"
+/// is set, servers stay enabled when the world is disabled.
 ///
-/// Parameters, beside "labels" (see docs/parameters.md): "transferData" (yes), "deferred" (no),
+/// Parameters, besides "labels" (see docs/parameters.md): "transferData" (yes), "deferred" (no),
 /// "followEnabled" (no), "newestOnly" (no: a server gets every change; yes: one that lags gets only
-/// the newest transform, hull and parameter of each part, see docs/network.md), "servers"
-/// (HOST:PORT, ... to connect to without multicast), "only" (ids or names of the servers to use of
-/// those that are found), and where to search: "interfaces" (addresses or names), "group", "port",
-/// "ttl". A value that cannot be is reported, and the default used.
+/// the newest transform, hull and parameters of each part, see docs/network.md), "servers"
+/// (HOST:PORT, ... to connect to without multicast), "only" (ids or names of the servers to use, of
+/// those found), and for the search "interfaces" (addresses or names), "group", "port", "ttl". An
+/// invalid value is reported, and the default used.
 ///
 /// Threads: one receive thread, from construction to destruction. It brings new servers up to date,
-/// reading the world, and stores the playing times that servers report in the world's sources, both
-/// without any lock. A host that changes its world while servers come and go sets "deferred": then
-/// both happen inside update() or deliver(), on the host's thread.
+/// which reads the world, and stores the durations that servers report in the world's sources, both
+/// without a lock. A host that changes its world while servers connect sets "deferred": then both
+/// happen inside update() or deliver(), on the host's thread.
 class ORVEL_EXPORT ClientBackend : public Backend {
 public:
     ClientBackend(World& world, const char* params);
-    /// Exists only to report misuse: logs, and makes a back end that reaches nobody.
+    /// Only reports misuse: logs, and creates a back end without connections.
     ClientBackend(const ClientBackend& other);
     ClientBackend& operator=(const ClientBackend&) = delete;
-    /// Resets the servers, then ends the thread and the connections. Waits until the servers have
-    /// what was sent to them, until they have taken nothing of it for half a second, and for 2 s at
-    /// most.
+    /// Resets the servers, then ends the thread and closes the connections. Waits until the servers
+    /// have received everything, until they have read nothing for half a second, and for at most 2
+    /// s.
     ~ClientBackend() override;
 
     void resetBackend() override;
@@ -73,38 +73,38 @@ public:
     void setEmitterConnection(Emitter& emitter) override;
     void setEmitterState(Emitter& emitter) override;
 
-    /// In deferred mode delivers; otherwise there is nothing to do.
+    /// In deferred mode calls deliver(); otherwise does nothing.
     bool update() override;
     BackendType* type() override;
 
-    /// In deferred mode: brings new servers up to date and applies what servers have sent, on the
-    /// calling thread, which is the one that changes the world. Never waits for the network.
-    /// Returns how many events and losses there were; 0 in the default mode, and in a call from
-    /// within, such as by an override of setSourceDuration() that updates the world.
+    /// In deferred mode: brings new servers up to date and applies received events, on the calling
+    /// thread, which must be the one that changes the world. Never waits for the network. Returns
+    /// the number of events and losses; 0 in the default mode, and in a nested call, such as from
+    /// an override of setSourceDuration() that updates the world.
     int deliver();
 
-    /// The connections: counters, servers to connect to, where to search. Lives as long as this;
-    /// must not be asked of a copy.
+    /// The connections: counters, servers to connect to, search settings. Lives as long as this
+    /// back end; do not call it on a copy.
     [[nodiscard]] Corvid::MultiClient& multiClient() const;
 
-    /// Takes what a server that has one driver at a time says about who drives it, with the
-    /// server's "address:port". On the thread that receives (in deferred mode: that delivers).
+    /// Receives the reports of a server with a single driver, and the server's "address:port".
+    /// Called on the receiving thread (in deferred mode: the delivering one).
     using DriverHandler = std::function<void(const DriverEvent& event, const std::string& server)>;
-    /// Has the handler called instead of the log, which gets a warning when another client drives a
-    /// server now. The back end stays connected meanwhile, and sends the whole scene, so as to
-    /// drive again, when the server says that nobody drives it. Synchronised.
+    /// Sets a handler, which is called instead of logging a warning when another client drives a
+    /// server. The back end stays connected meanwhile, and sends the whole scene again, in order to
+    /// drive, when the server reports that no one does. Synchronised.
     void setDriverHandler(DriverHandler handler);
 
-    /// Sends the whole scene over one connection, so that the server's becomes equal to those of
-    /// the servers that were there before; called for each new one.
+    /// Sends the whole scene over one connection, so that its server becomes equal to those
+    /// connected before; called for each new one.
     bool addCommunicator(Corvid::Communicator* connection);
-    /// Applies what a server sent; false, and logged, if it means nothing to a client. The event
-    /// stays with the caller.
+    /// Applies an event of a server. Returns false, and logs, if it is not for a client. The caller
+    /// keeps the event.
     bool dispatchEvent(CommandEvent* event);
-    /// The receive thread's body.
+    /// The receive thread's main function.
     int receiveThread();
 
-    /// The command that tells a state, or 0 for one that is not told.
+    /// The command for a state, or 0 for a state that is not sent.
     [[nodiscard]] static short sourceState2Command(WorldPart::State state);
     [[nodiscard]] static short emitterState2Command(WorldPart::State state);
 
@@ -115,7 +115,7 @@ private:
     void configure();
     [[nodiscard]] bool tellsEnabled();
     void sendScene(Corvid::Communicator* connection, bool exactly);
-    /// Takes one event from a connection that has something, or gives up a lost one.
+    /// Applies one event of a connection that has some, or removes a lost connection.
     void receiveFrom(Corvid::Communicator* connection);
     bool takeEvent(Corvid::Communicator* connection);
     /// Sends a change of the scene or a part to all servers.
@@ -128,7 +128,7 @@ private:
     bool transferData_ = true;
     bool deferred_ = false;
     bool followEnabled_ = false;
-    std::set<short> destroyedSources_; // since the last reset; servers have had them of their own
+    std::set<short> destroyedSources_; // since the last reset; servers may have such sources
     std::mutex handlerMutex_;
     DriverHandler driverHandler_; // guarded by handlerMutex_
 };

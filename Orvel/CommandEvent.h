@@ -6,8 +6,8 @@
 
 namespace Orvel {
 
-/// What an event asks for, in its field `command`. All but CmdSetSourceDuration and
-/// CmdReportDriver travel from client to server. docs/protocol.md tells which class carries which
+/// The meaning of an event, in its field `command`. All but CmdSetSourceDuration and
+/// CmdReportDriver are sent from client to server. docs/protocol.md lists the event class of each
 /// command.
 enum Command : short {
     CmdResetBackend = 10,
@@ -33,24 +33,24 @@ enum Command : short {
     CmdReportDriver = 40,
 };
 
-/// Whether a command is about an emitter, of which `objectId` is the id.
+/// Whether `objectId` of a command is the id of an emitter.
 constexpr bool concernsEmitter(short command) {
     return command >= CmdCreateEmitter && command <= CmdStopEmitter;
 }
 
-/// A command without values of its own, and the base of those that carry some. Events are plain
-/// values: filled, sent and forgotten. Confined to one thread at a time.
+/// A command without values, and the base of those with values. Events are plain values. Confined
+/// to one thread at a time.
 class ORVEL_EXPORT CommandEvent : public EventOf<CommandEvent, Corvid::Event> {
 public:
     /// The protocolTag of every event that the library sends.
     static constexpr short kProtocolTag = 3378;
-    /// What Corvid::MultiClient and Corvid::MultiServer are made with, so that only programs which
-    /// understand these events meet.
+    /// The version for Corvid::MultiClient and Corvid::MultiServer, so that only programs which
+    /// understand these events connect.
     static constexpr int kProtocolVersion = 2;
 
     explicit CommandEvent(short commandId = 0, short id = 0) : command(commandId), objectId(id) {}
 
-    /// Sets command and id, the latter cut to its low 16 bits, and the protocolTag.
+    /// Sets the command, the id truncated to its low 16 bits, and the protocolTag.
     void address(Command commandId, int id) {
         command = commandId;
         objectId = static_cast<short>(id);
@@ -58,7 +58,7 @@ public:
     }
 
     short command;
-    /// The source's or emitter's id; 0 where the command concerns none.
+    /// The id of the source or emitter; 0 if the command concerns neither.
     short objectId;
 
     static auto fields(auto& event) { return std::tie(event.command, event.objectId); }

@@ -12,7 +12,7 @@ namespace Orvel {
 /// A new emitter with its labels: CmdCreateEmitter.
 class ORVEL_EXPORT CreateEmitterEvent : public EventOf<CreateEmitterEvent, CommandEvent> {
 public:
-    /// The most labels that are taken from a peer.
+    /// Limit of labels accepted from a peer.
     static constexpr unsigned kMaxLabels = kMaxTexts;
 
     std::vector<std::string> labels;

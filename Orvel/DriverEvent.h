@@ -8,28 +8,28 @@
 
 namespace Orvel {
 
-/// Whether a client drives a server that has one driver at a time: CmdReportDriver, from server to
-/// client. `orvel serve` sends it; Orvel::Server does not, all its clients drive. It is sent only
-/// to clients that have kFeature among the features of their greeting.
+/// Reports whether a client drives a server that has one driver at a time: CmdReportDriver, from
+/// server to client. `orvel serve` sends it; Orvel::Server does not, since all its clients drive.
+/// Sent only to clients that have kFeature in the features of their greeting.
 class ORVEL_EXPORT DriverEvent : public EventOf<DriverEvent, CommandEvent> {
 public:
-    /// Of Corvid::MultiCommunicator::setFeatures(): understands this event.
+    /// Flag for Corvid::MultiCommunicator::setFeatures(): understands this event.
     static constexpr std::uint16_t kFeature = 1;
-    /// The most bytes of the text; more are refused.
+    /// Limit of the text in bytes; longer texts are refused.
     static constexpr std::size_t kMaxTextBytes = 1024;
 
     enum State : short {
-        Driving = 1,  ///< this client drives from here on
-        Replaced = 2, ///< another client drives now; what this one sends is dropped
-        Refused = 3,  ///< another client drives and stays; what this one sends is dropped
-        Free = 4,     ///< nobody drives; the next one that sends CmdResetBackend will
+        Driving = 1,  // this client drives from now on
+        Replaced = 2, // another client drives now; events of this one are dropped
+        Refused = 3,  // another client drives and stays; events of this one are dropped
+        Free = 4,     // no one drives; the next to send CmdResetBackend will
     };
 
     void getFields() override;
 
-    /// One of State; later releases may send others.
+    /// A value of State; later releases may send others.
     short state = Driving;
-    /// A reason for people, such as who drives now.
+    /// A reason for people, such as the name of the driver.
     std::string text;
 
     static auto fields(auto& event) { return std::tie(event.state, event.text); }

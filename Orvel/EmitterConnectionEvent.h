@@ -6,7 +6,7 @@
 
 namespace Orvel {
 
-/// The source that an emitter plays from now on: CmdSetEmitterConnection.
+/// The new source of an emitter: CmdSetEmitterConnection.
 class ORVEL_EXPORT EmitterConnectionEvent : public EventOf<EmitterConnectionEvent, CommandEvent> {
 public:
     short sourceId = 0; ///< 0: none

@@ -7,7 +7,7 @@
 
 namespace Orvel {
 
-/// The hull of an emitter, whose extents are 0 at first: CmdSetEmitterHull.
+/// The hull of an emitter: CmdSetEmitterHull. The extents are 0 by default.
 class ORVEL_EXPORT EmitterHullEvent : public EventOf<EmitterHullEvent, CommandEvent>, public Hull {
 public:
     EmitterHullEvent() : Hull{0.0F, 0.0F, 0.0F, 0.0F} {}

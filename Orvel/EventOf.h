@@ -7,13 +7,13 @@
 
 namespace Orvel {
 
-/// The base of the class `Concrete` of events, whose fields follow those of `Base`. The class names
-/// its fields once, in the order in which they travel,
+/// Base of the event class `Concrete`, whose fields follow those of `Base`. The class names its
+/// fields once, in wire order,
 ///
 ///     static auto fields(auto& event) { return std::tie(event.gain, event.labels); }
 ///
-/// and writing and reading them follow from that, as do comparing and printing. All of it is
-/// compiled into its user, so the library exports none of it.
+/// from which encoding, decoding, comparing and printing follow. All of it is inline, so the
+/// library exports none of it.
 template <class Concrete, class Base>
 class EventOf : public Base {
 public:
@@ -31,7 +31,7 @@ public:
     }
     [[nodiscard]] const Corvid::EventType* type() const override { return &Concrete::_type; }
 
-    /// A new one with the defaults, owned by the caller.
+    /// Creates an event with default values, owned by the caller.
     static Corvid::Event* create() { return new Concrete; }
 };
 

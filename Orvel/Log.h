@@ -10,26 +10,26 @@
 
 namespace Orvel {
 
-/// The module name under which the library writes every one of its log lines: "Orvel".
+/// The module name of all log lines of the library: "Orvel".
 ORVEL_EXPORT extern const char* const LogModuleName;
 
-/// Where the library's diagnostics go. One log serves the whole process; it is created by its
-/// first use and lives until the process ends.
+/// The destination of the library's diagnostics. One log per process; created by its first use and
+/// never destroyed.
 ///
-/// A line is the header that the mask asks for, then the message, which carries its own line end.
+/// A line is the header, as selected by the mask, then the message, which includes its line end.
 /// The default is level `Notice`, header `kHeaderLevel | kHeaderModule`, standard error.
 ///
-/// Synchronised: every operation may be called from any thread. One lock, recursive, is held while
-/// the filter is asked and a line is written, so lines never mix; a filter or callback therefore
-/// must not wait for another thread that logs, nor replace itself. What a filter or callback logs
-/// itself goes to standard error, so that it cannot call itself for ever.
+/// Synchronised: every operation may be called from any thread. A recursive lock is held while the
+/// filter runs and a line is written, so lines never mix; therefore a filter or callback must not
+/// wait for another thread that logs, nor replace itself. Lines logged by a filter or callback go
+/// to standard error, which prevents infinite recursion.
 class ORVEL_EXPORT Log {
 public:
     enum class Level : int { Log = 0, Fatal = 1, Warning = 2, Notice = 3, Info = 4, Debug = 5 };
 
-    /// Bits of the header mask, in the order in which they are written. Parts end in the separator:
-    /// a colon and a blank, or a tab where `kHeaderTabs` is set. A header ends in one blank, or in
-    /// a line break where `kHeaderEndNewline` is set. A mask of 0 asks for no header at all.
+    /// Bits of the header mask, in output order. Each part ends with the separator: a colon and a
+    /// space, or a tab if `kHeaderTabs` is set. A header ends with one space, or with a line break
+    /// if `kHeaderEndNewline` is set. A mask of 0 gives no header.
     static constexpr unsigned kHeaderBeginNewline = 0x0001; ///< a line break first
     static constexpr unsigned kHeaderLevel = 0x0002;        ///< the level's name
     static constexpr unsigned kHeaderTime = 0x0004;         ///< seconds since the log was created
@@ -41,18 +41,18 @@ public:
     static constexpr unsigned kHeaderColour = 0x2000;       ///< with kHeaderLevel: in colour
     static constexpr unsigned kHeaderTabs = 0x4000;         ///< tabs as separators
 
-    /// Tells whether lines of a module are written.
+    /// Whether lines of a module are written.
     using ModuleFilter = std::function<bool(const char* module)>;
-    /// Takes one whole line, header included; `text` lives only during the call.
+    /// Receives one whole line, including the header; `text` is valid only during the call.
     using Callback = std::function<void(Level level, std::string_view text)>;
 
-    /// Where a log call stands. The texts must outlive the call.
+    /// The place of a log call. The texts must outlive the call.
     struct Site {
         Level level;
         const char* module;
-        const char* file; ///< as __FILE__ gives it; the extension is dropped in the header
+        const char* file; // __FILE__; the header omits the extension
         int line;
-        const char* function; ///< as __PRETTY_FUNCTION__ gives it
+        const char* function; // __PRETTY_FUNCTION__
     };
 
     /// The process's log, created by the first call.
@@ -69,27 +69,29 @@ public:
     [[nodiscard]] unsigned header() const noexcept;
     void setHeader(unsigned mask) noexcept;
 
-    /// An empty filter, the default, lets every module pass. A filter that throws lets it pass.
-    /// The filter is asked on the thread that logs, and never again once this call has replaced it.
+    /// An empty filter, the default, passes every module. A filter that throws passes the line. It
+    /// is called on the thread that logs, and never after this call has replaced it.
     void setModuleFilter(ModuleFilter filter);
 
     /// Sends lines to a stream, which must outlive its use here; null means standard error.
     void setStream(std::ostream* stream);
-    /// Appends lines to a file. False, and the former destination stays, if it cannot be opened.
+    /// Appends lines to a file. If it cannot be opened, returns false and keeps the former
+    /// destination.
     bool setFile(const std::string& path);
-    /// Hands each line to the host instead of writing it. Called on the thread that logs, and never
-    /// again once another set function has returned. A line whose callback throws goes to standard
-    /// error. An empty callback means standard error.
+    /// Passes each line to the host instead of writing it. Called on the thread that logs, and
+    /// never after another set function has returned. If the callback throws, the line goes to
+    /// standard error. An empty callback means standard error.
     void setCallback(Callback callback);
 
-    /// The log's lock, for a host that writes several lines in a row (`std::scoped_lock`).
+    /// The log's lock, for a host that writes several lines without interruption
+    /// (`std::scoped_lock`).
     void lock();
     void unlock();
 
-    /// True when a line of this level would be written now, the module filter aside.
+    /// Whether a line of this level would be written now, regardless of the module filter.
     [[nodiscard]] static bool passes(Level level) noexcept;
 
-    /// Writes one line if its level passes; `format` is that of printf. Never throws.
+    /// Writes one line if its level passes; `format` is as for printf. Never throws.
     void write(const Site& site, const char* format, ...) noexcept
         __attribute__((format(printf, 3, 4)));
 

@@ -7,8 +7,8 @@
 
 namespace Orvel {
 
-/// Writes one log line for every change that reaches it, of every emitter whatever its labels: the
-/// kind "log". The lines are written at every log level. Confined to its world's thread.
+/// Writes one log line for every change, for all emitters regardless of labels: the kind "log". The
+/// lines are written at every log level. Confined to its world's thread.
 class ORVEL_EXPORT LogBackend : public Backend {
 public:
     LogBackend(World& world, const char* params);

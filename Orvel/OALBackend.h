@@ -13,14 +13,14 @@ namespace detail {
 class OALDevice;
 }
 
-/// Makes the scene audible on this machine through OpenAL: the kinds "openal" and "default". Each
-/// emitter is an AL source, each source an AL buffer, the hull becomes distance attenuation.
+/// Plays the scene on this machine through OpenAL: the kinds "openal" and "default". Each emitter
+/// is an AL source, each source an AL buffer, the hull becomes distance attenuation.
 ///
-/// Without a sound device, or when it refuses a context, the back end stays inert for its life: it
-/// is in the list and does nothing. AL errors are logged and what they concern is skipped.
+/// Without a sound device or context the back end stays inert: it is in the list and does nothing.
+/// AL errors are logged and the operation is skipped.
 ///
 /// Confined to its world's thread. It selects its own context before each use, so several back ends
-/// may live in one process, but all of them on one thread at a time. Fetching a URL blocks.
+/// may exist in one process, but must all be used by one thread at a time. Fetching a URL blocks.
 class ORVEL_EXPORT OALBackend : public Backend {
 public:
     OALBackend(World& world, const char* params);
@@ -46,24 +46,24 @@ public:
 
     BackendType* type() override;
 
-    /// True when the device and the context are open, so that there is something to hear.
+    /// Whether the device and the context are open.
     [[nodiscard]] bool working() const noexcept;
 
-    /// Takes the context's pending AL error and logs it, after `message` (which may be null). True
-    /// when there was one, and for an inert back end, which logs nothing.
+    /// Takes the context's pending AL error and logs it, after `message` (which may be null).
+    /// Returns true if there was one, and for an inert back end, which logs nothing.
     bool checkALError(const char* message) const;
 
-    /// For a host after Source::setDataFromURL(): a file that ALUT reads and AL refuses, such as
-    /// one with an impossible rate, leaves an AL error, for which the next operation would fail in
-    /// its place. Takes it from each OpenAL back end of the source's world and logs it with the
-    /// name of the file. True when there was one.
+    /// Call it after Source::setDataFromURL(): a file that ALUT reads and AL refuses, for instance
+    /// one with an invalid sample rate, leaves an AL error, which the next operation would report.
+    /// Takes the error from each OpenAL back end of the source's world and logs it with the file's
+    /// name. Returns true if there was one.
     static bool reportRefusedSound(const Source& source);
 
     static Backend* createMethod(World& world, const char* params);
     static BackendType _type;
 
 protected:
-    /// Renders through another device than the default one.
+    /// Renders through another device than the default.
     OALBackend(World& world, const char* params, std::unique_ptr<detail::OALDevice> device);
 
     [[nodiscard]] const detail::OALDevice& device() const noexcept { return *device_; }
@@ -71,11 +71,12 @@ protected:
 private:
     struct Objects;
 
-    /// Opens device and context and makes ALUT ready; gives what to log, or null when all is well.
+    /// Opens device and context and initialises ALUT. Returns an error message, or null on success.
     const char* open();
-    /// Makes the own context current; false for an inert back end.
+    /// Makes this back end's context current; false for an inert back end.
     bool selectContext() const;
-    /// Makes the own context current and gives the emitter's AL source; null when there is none.
+    /// Makes this back end's context current and returns the emitter's AL source; null if there is
+    /// none.
     const unsigned int* select(const Emitter& emitter) const;
 
     std::unique_ptr<detail::OALDevice> device_;

@@ -7,12 +7,12 @@
 
 namespace Orvel {
 
-/// An OALBackend that plays into the program instead of a sound device: the program pulls frames,
-/// as fast as it likes, and time stands still in between. It needs no sound hardware.
+/// An OALBackend that renders into memory instead of a sound device: the program pulls frames, as
+/// fast as it likes, and time stands still in between. Needs no sound hardware.
 ///
-/// The kind is registered as "loopback" when type() or registerType() is first called, so a host
-/// that never renders offline does not see it. Parameters: "rate" in Hz, 8000 to 192000 (44100);
-/// "sources", how many emitters can sound at once (256, the least).
+/// The kind is registered as "loopback" when type() or registerType() is first called, so it does
+/// not appear in hosts that never render offline. Parameters: "rate" in Hz, 8000 to 192000 (44100);
+/// "sources", the number of emitters that can play at once (at least and by default 256).
 ///
 /// Confined to its world's thread.
 class ORVEL_EXPORT OALLoopbackBackend : public OALBackend {
@@ -22,18 +22,18 @@ public:
 
     OALLoopbackBackend(World& world, const char* params);
 
-    /// Frames a second.
+    /// Sample rate in Hz.
     [[nodiscard]] unsigned rate() const noexcept;
 
-    /// Renders the next `frames` frames into `samples`, which has room for kChannels * frames
-    /// floats, left and right in turn; full scale is 1, and louder sums are not limited. False, and
-    /// nothing is written, if the back end is inert.
+    /// Renders the next `frames` frames into `samples`, which must have room for kChannels * frames
+    /// interleaved floats, left first. Full scale is 1, and louder sums are not limited. Returns
+    /// false, without writing, if the back end is inert.
     bool render(float* samples, unsigned frames);
 
     BackendType* type() override;
 
     static Backend* createMethod(World& world, const char* params);
-    /// Registers the kind, if it is not yet, and gives its record.
+    /// Registers the kind if necessary, and returns its record.
     static BackendType* registerType();
 };
 

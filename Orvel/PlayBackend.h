@@ -6,11 +6,11 @@
 
 namespace Orvel {
 
-/// Composes the command line that would play a sound and writes it to standard output, for each
-/// source and each connected emitter that starts to play: the kind "play". It starts no process.
+/// Writes a player command line to standard output for each source and each connected emitter that
+/// starts to play: the kind "play". Starts no process.
 ///
-/// The parameter "command" is what the line begins with; the source's URL and " &" follow. It is
-/// read each time, so a change takes effect at once. Confined to its world's thread.
+/// The parameter "command" is the start of the line; the source's URL and " &" follow. It is read
+/// each time, so a change takes effect at once. Confined to its world's thread.
 class ORVEL_EXPORT PlayBackend : public SilentBackend {
 public:
     PlayBackend(World& world, const char* params);

@@ -4,19 +4,19 @@
 
 namespace Orvel {
 
-/// A rotation as a quaternion x, y, z, w; the default is no rotation. Any length but 0 means the
-/// same rotation. A plain value, which keeps the length that it was given.
+/// A rotation as a quaternion x, y, z, w; the default is no rotation. Its length does not matter
+/// unless it is 0. A plain value; the length is not normalised.
 struct Quaternion {
     float x = 0.0F;
     float y = 0.0F;
     float z = 0.0F;
     float w = 1.0F;
 
-    /// The vector v rotated by this quaternion q, that is q v q^-1, in the form v + w t + u x t
-    /// with u = (x, y, z) and t = 2 u x v / |q|^2. 90 degrees about +y turn -z into -x. The
-    /// quaternion 0 rotates nothing.
+    /// Rotates v by this quaternion q, that is q v q^-1, computed as v + w t + u x t with u = (x,
+    /// y, z) and t = 2 u x v / |q|^2. 90 degrees about +y turn -z into -x. The quaternion 0 leaves
+    /// v unchanged.
     [[nodiscard]] constexpr Vec3f rotate(const Vec3f& v) const {
-        // In double precision, in which the square of no float is 0 or infinite.
+        // In double precision, where the square of no finite float overflows or underflows.
         const double q[] = {double{x}, double{y}, double{z}, double{w}};
         const double from[] = {double{v.x}, double{v.y}, double{v.z}};
         const double square = q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3];

@@ -25,100 +25,100 @@ namespace Orvel {
 class CommandEvent;
 class SourceDataEvent;
 
-/// A world that clients drive over the network: what a client back end sends is applied here, and
-/// so to this world's back ends. Playing times that those measure go back to the clients.
+/// A world that clients drive over the network: events of client back ends are applied to it, and
+/// so reach its own back ends. Durations that those measure are sent back to the clients.
 ///
-/// Clients create no sources here: create those that they play beforehand, under the same ids, and
-/// again after each reset, for which resetWorld() is overridden. The parts that a client made stay
-/// when it is lost. All clients drive the one scene. Once a client has begun it with a reset,
-/// nothing is applied that connections made before, whose peers are gone, have left unread; a
-/// client that connects anew ends its former connection likewise.
+/// Clients create no sources here: create the sources that they play beforehand, under the same
+/// ids, and again after each reset, by overriding resetWorld(). The parts of a client remain when
+/// its connection is lost. All clients drive the one scene. Once a client has started a scene with
+/// a reset, unread events of earlier connections whose peers are gone are discarded; a client that
+/// reconnects likewise closes its former connection.
 ///
-/// Threads: after run() everything that arrives is applied on a thread of this object, without any
-/// lock, until stop() or destruction; a host that wants the world for itself calls receive(false)
-/// from its own loop instead. Settings are made before either. Not copied.
+/// Threads: after run() events are applied on a thread of this object, without a lock, until stop()
+/// or destruction; a host that uses the world itself calls receive(false) from its own loop
+/// instead. Set everything up before either. Not copyable.
 ///
-/// Whoever can reach the server can drive it: there is no authentication.
+/// Anyone who can reach the server can drive it: there is no authentication.
 class ORVEL_EXPORT Server : public World {
 public:
-    /// Listens at once, on a port that the system chooses, and can be found with the first receive.
-    /// Throws std::system_error if the process has no descriptors left even to begin.
+    /// Listens at once, on a port chosen by the system; discoverable from the first receive on.
+    /// Throws std::system_error if the process has no descriptors left.
     Server();
-    /// The same at a TCP port that clients and firewalls know beforehand, on the IPv4 address that
-    /// `host` names, or on all if that is empty. If the port is taken, a diagnostic says so and
+    /// The same with a fixed TCP port, for clients and firewalls, on the IPv4 address of `host`, or
+    /// on all if that is empty. If the port is in use, a diagnostic reports it and
     /// multiServer().port() is 0.
     Server(const std::string& host, unsigned short port);
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
-    /// Stops the thread and closes the connections: at once when clients have everything, and in
-    /// half a second, or 2 s while they still take what is queued for them, when not. Parts and
-    /// back ends stay: stop(), clearWorld() and deleteAllBackends() come first, as for any world. A
+    /// Stops the thread and closes the connections: at once if clients have received everything,
+    /// otherwise within half a second, or 2 s while they still read queued data. Parts and back
+    /// ends remain: call stop(), clearWorld() and deleteAllBackends() first, as for any world. A
     /// derived class with overrides calls stop() in its own destructor.
     ~Server() override;
 
-    /// Where clients search for servers, see Corvid::Multicast.
+    /// The multicast group of the search, see Corvid::Multicast.
     [[nodiscard]] const Corvid::InetAddress& multicastAddress() const;
     void setMulticastAddress(const Corvid::InetAddress& address);
     [[nodiscard]] unsigned short multicastPort() const;
     void setMulticastPort(unsigned short port);
     [[nodiscard]] int multicastTtl() const;
     void setMulticastTtl(int ttl);
-    /// The number by which people tell servers apart; clients are told.
+    /// A number that identifies the server to users; sent to clients.
     [[nodiscard]] short id() const;
     void setId(short id);
-    /// Makes an id of a text: the number that it begins with, or the sum of its characters if that
-    /// is none or 0, each cut to 16 bits; 0 for an empty text or null.
+    /// Sets the id from a text: the number at its start, or the sum of its characters if that is
+    /// missing or 0, each truncated to 16 bits; 0 for an empty text or null.
     void setId(const char* text);
-    /// The low 16 bits of a number; without it, setId(0) could mean a null text.
+    /// Truncates the number to 16 bits. Without this overload, setId(0) could mean a null text.
     void setId(int id) { setId(static_cast<short>(id)); }
-    /// The id that setId() makes of a text.
+    /// The id that setId() derives from a text.
     [[nodiscard]] static short idOf(const char* text);
 
-    /// The connections: port, counters, settings. Lives as long as this.
+    /// The connections: port, counters, settings. Lives as long as this server.
     [[nodiscard]] Corvid::MultiServer& multiServer() const noexcept { return *multiServer_; }
 
     /// Starts the receive thread.
     void run();
-    /// Ends the receive thread, if there is one, and waits for it, so not from within it. run() may
-    /// follow.
+    /// Stops the receive thread, if there is one, and waits for it; do not call it on that thread.
+    /// run() may follow.
     void stop();
-    /// The receive thread's body.
+    /// The receive thread's main function.
     int receiveThread();
 
-    /// The events and losses after which receive(false) returns; the rest is for the next call.
+    /// Limit of events and losses in one receive(false); the rest is for the next call.
     static constexpr int kMaxEventsPerReceive = 16384;
 
-    /// Applies the events that have arrived, accepts clients and sends what is due; returns how
-    /// many events there were. With `block` it goes on until stop(), and returns then; without, it
-    /// never waits, and takes at most kMaxEventsPerReceive, so that a client that sends without a
-    /// pause does not hold the caller. A client whose event makes anything throw is dropped.
+    /// Applies received events, accepts clients and sends queued data; returns the number of
+    /// events. With `block` it continues until stop(); without, it never waits, and applies at most
+    /// kMaxEventsPerReceive, so that a client that sends continuously does not block the caller. If
+    /// applying an event throws, its client is dropped.
     int receive(bool block);
 
-    /// Applies one event; false, and logged, if it cannot be. The event stays with the caller.
+    /// Applies one event. Returns false, and logs, if it is invalid. The caller keeps the event.
     bool dispatchEvent(CommandEvent* event);
-    /// The same for any world, for applications that keep events and apply them later.
+    /// Applies an event to any world, for applications that store events and apply them later.
     static bool applyEvent(World& world, CommandEvent* event);
 
-    /// Writes the bytes of an event to the file "OrvelSRC", its object id and the extension of its
-    /// file name, in the current directory; gives the file's name. For applications that take
-    /// sources from clients; nothing here calls it. False, and `fileName` as it was, if there are
-    /// no bytes or they could not be written.
+    /// Writes the bytes of an event to a file in the current directory; its name is "OrvelSRC", the
+    /// object id and the extension of the event's file name. For applications that accept sources
+    /// from clients; not called here. Sets `fileName`. Returns false, with `fileName` unchanged, if
+    /// there are no bytes or they could not be written.
     bool writeLocalData(SourceDataEvent& event, std::string& fileName);
 
-    /// Tells the clients the playing time of a source.
+    /// Sends the duration of a source to the clients.
     void setSourceDuration(Source& source) override;
 
-    /// Events that were received whole, whether or not they could be applied. Any thread.
+    /// Number of events received, whether or not they could be applied. Any thread.
     [[nodiscard]] std::int64_t receivedEvents() const noexcept { return receivedEvents_; }
 
 protected:
-    /// Sees each event before it is applied, with the connection that it came over; true takes it
-    /// over, so that nothing more happens to it. Neither the event nor the connection may be kept
-    /// or deleted. On the thread that receives.
+    /// Receives each event before it is applied, with its connection; true means that the event is
+    /// handled and must not be applied. Do not keep or delete the event or the connection. Called
+    /// on the receiving thread.
     virtual bool interceptEvent(Corvid::Event& event, Corvid::Communicator& from);
 
-    /// A client is gone; its connection is deleted after this. On the thread that receives. Does
-    /// nothing. Must not throw.
+    /// Called when a client is gone, on the receiving thread; its connection is deleted afterwards.
+    /// Does nothing by default. Must not throw.
     virtual void clientLost(Corvid::Communicator& client);
 
 private:

@@ -7,9 +7,8 @@
 
 namespace Orvel {
 
-/// Does nothing with any change: the kind "silent", the smallest complete back end, and the base of
-/// kinds that take part in few changes.
-/// Confined to its world's thread.
+/// Does nothing for any change: the kind "silent", the smallest complete back end, and the base of
+/// kinds that handle few changes. Confined to its world's thread.
 class ORVEL_EXPORT SilentBackend : public Backend {
 public:
     SilentBackend(World& world, const char* params);

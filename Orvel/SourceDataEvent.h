@@ -9,8 +9,8 @@
 
 namespace Orvel {
 
-/// A new source, which may bring the bytes of a sound file along: CmdCreateSource. The whole file
-/// is held in memory, in one block of its size, and has to fit one frame (Corvid::Event).
+/// A new source, optionally with the bytes of a sound file: CmdCreateSource. The whole file is held
+/// in memory, in one block, and must fit into one frame (Corvid::Event).
 ///
 /// Copying differs on purpose: a copy-constructed event has the file's name but no bytes, an
 /// assigned one has its own copy of them.
@@ -21,20 +21,20 @@ public:
     SourceDataEvent& operator=(const SourceDataEvent& other);
     ~SourceDataEvent() override = default;
 
-    /// Fills the event with the bytes of the file `fileName`; true when all of it was read. If not,
-    /// the event is empty afterwards. Says nothing when there is no such file.
+    /// Fills the event with the bytes of the file `fileName`. Returns true if all of it was read;
+    /// otherwise the event is empty. Logs nothing if there is no such file.
     bool loadData();
-    /// Writes the bytes to the file `targetName`, in place of what it held; true when all of them
-    /// were written. Without bytes no file is made.
+    /// Writes the bytes to the file `targetName`, replacing it. Returns true if all were written.
+    /// Without bytes no file is created.
     [[nodiscard]] bool storeData(const std::string& targetName) const;
 
-    /// The bytes, owned by the event; null when there are none.
+    /// The bytes, owned by the event; null if there are none.
     [[nodiscard]] const unsigned char* data() const noexcept {
         return data_.empty() ? nullptr : data_.data();
     }
     [[nodiscard]] unsigned long dataSize() const noexcept { return data_.size(); }
 
-    /// The file with the sound's bytes on the loading side.
+    /// The sound file's name on the loading side.
     std::string fileName;
 
     static auto fields(auto& event) { return std::tie(event.fileName, event.data_); }

@@ -6,8 +6,8 @@
 
 namespace Orvel {
 
-/// How long a source plays, in seconds, as a server measured it: CmdSetSourceDuration, from
-/// server to client.
+/// The duration of a source in seconds, as measured by a server: CmdSetSourceDuration, from server
+/// to client.
 class ORVEL_EXPORT SourceDurationEvent : public EventOf<SourceDurationEvent, CommandEvent> {
 public:
     float duration = 0.0F;

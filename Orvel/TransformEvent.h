@@ -8,7 +8,7 @@
 
 namespace Orvel {
 
-/// Where the listener or an emitter stands and how it is turned: CmdSetListenerTransform,
+/// The position and rotation of the listener or an emitter: CmdSetListenerTransform,
 /// CmdSetEmitterTransform.
 class ORVEL_EXPORT TransformEvent : public EventOf<TransformEvent, CommandEvent> {
 public:

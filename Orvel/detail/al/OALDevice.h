@@ -15,9 +15,9 @@ public:
     OALDevice& operator=(const OALDevice&) = delete;
     virtual ~OALDevice() = default;
 
-    /// Opens the device; null when there is none.
+    /// Opens the device; null if there is none.
     virtual ALCdevice* open(const Config::ParamBag& params);
-    /// What the context is asked for: pairs ended by 0, or null for nothing.
+    /// The attributes of the context: pairs ended by 0, or null for none.
     [[nodiscard]] virtual const ALCint* attributes() const;
 
     ALCdevice* device = nullptr;

@@ -19,7 +19,7 @@
 #include <cstddef>
 #include <tuple>
 
-/// The classes of events with their numbers on the wire, in the order in which they register.
+/// The event classes with their numbers on the wire, in registration order.
 #define ORVEL_EVENTS(EVENT)                                                                        \
     EVENT(CommandEvent, 200)                                                                       \
     EVENT(EmitterConnectionEvent, 203)                                                             \
@@ -32,15 +32,15 @@
     EVENT(TransformEvent, 201)                                                                     \
     EVENT(DriverEvent, 209)
 
-/// How a change travels from a client to a server: one row for each command. The client back end,
-/// the server, the connections that get only the newest values, and the tests of docs/protocol.md
-/// take what they need from the rows.
+/// How a change is sent from a client to a server: one row per command. The client back end, the
+/// server, the connections that get only the newest values, and the tests of docs/protocol.md all
+/// use the rows.
 namespace Orvel::detail {
 
 #define ORVEL_COMMA_CLASS(class_, number) , class_
 template <class, class... Classes>
 using TupleWithoutFirst = std::tuple<Classes...>;
-/// One event of each class.
+/// A tuple with one event of each class.
 using Events = TupleWithoutFirst<void ORVEL_EVENTS(ORVEL_COMMA_CLASS)>;
 #undef ORVEL_COMMA_CLASS
 
@@ -49,17 +49,17 @@ constexpr auto kReset = Corvid::FrameRole::Kind::Reset;
 constexpr auto kEvent = Corvid::FrameRole::Kind::Event;
 constexpr auto kValue = Corvid::FrameRole::Kind::Value;
 
-/// A row. `Event` carries the command, `Subject` is the part that it is about: a World, which is
-/// the scene with its listener, a Source or an Emitter.
+/// A row. `Event` carries the command; `Subject` is the part that it concerns: a World (the scene
+/// with its listener), a Source or an Emitter.
 template <Command id, class EventClass, class SubjectClass, class Fill, class Apply>
 struct Change {
     static constexpr Command kCommand = id;
     using Event = EventClass;
     using Subject = SubjectClass;
 
-    const char* operation;       ///< of the back ends, which reports the change
-    Corvid::FrameRole::Kind lag; ///< what becomes of it on the way to a server that lags
-    Replay replay;               ///< whether a new server gets it, in the order of the rows
+    const char* operation;       // of the back ends, which reports the change
+    Corvid::FrameRole::Kind lag; // treatment on a connection that lags
+    Replay replay;               // whether it is part of a replay, in the order of the rows
     Fill fill;                   ///< (Event&, Subject&): the client's side
     Apply apply;                 ///< (Event&, Subject&) or (Event&, World&): the server's side;
                                  ///< false from a bool: the command is invalid
@@ -100,7 +100,7 @@ inline constexpr std::tuple kChanges{
 
     change<CmdCreateSource, SourceDataEvent, Source>(
         "createSource", kEvent, Replay::Yes, kNoValues,
-        [](auto& /*event*/, World& /*world*/) { return false; }), // a server's are its own
+        [](auto& /*event*/, World& /*world*/) { return false; }), // a server has its own sources
     change<CmdDestroySource, CommandEvent, Source>(
         "destroySource", kEvent, Replay::No, kNoValues, kDestroy<Source>),
     change<CmdSetSourceParam, SourceParamEvent, Source>(
@@ -159,13 +159,13 @@ inline constexpr std::tuple kChanges{
     change<CmdStopEmitter, CommandEvent, Emitter>(
         "setEmitterState", kEvent, Replay::State, kNoValues, kSetState<Emitter, WorldPart::STOP>)};
 
-/// Calls `visit` with each row, the first first.
+/// Calls `visit` with each row, in order.
 template <class Visit>
 constexpr void forEachChange(Visit visit) {
     std::apply([&visit](const auto&... row) { (visit(row), ...); }, kChanges);
 }
 
-/// The place of a command's row.
+/// The index of a command's row.
 template <Command id, class... Rows>
 constexpr std::size_t indexOf(const std::tuple<Rows...>& /*rows*/) {
     std::size_t index = 0;
@@ -181,7 +181,7 @@ template <Command id>
 using EventOfCommand = typename std::tuple_element_t<
     indexOf<id>(kChanges), std::remove_const_t<decltype(kChanges)>>::Event;
 
-/// A value for each command, `make(row)`, at the command's number.
+/// An array indexed by command, filled with `make(row)`.
 template <class Value, class Make>
 constexpr auto byCommand(Make make) {
     std::array<Value, 64> values{};

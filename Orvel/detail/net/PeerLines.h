@@ -4,15 +4,15 @@
 
 namespace Orvel::detail {
 
-/// Kinds of log lines that peers can cause as often as they like.
+/// Kinds of log lines that peers can cause at any rate.
 enum class PeerLine { InvalidEvent, UnknownCommand, ForeignEvent, LostPeer, UsedId, OpenAL };
 
 constexpr unsigned kMaxPeerLines = 1000; // of each kind, in LineLimit::kPeriod
 
-/// Whether one more line of a kind may be written; those that may not are counted. Synchronised.
+/// Whether another line of a kind may be written; lines that may not are counted. Synchronised.
 bool admitPeerLine(PeerLine kind);
-/// Reports how many lines were left out in periods that are over, or in all if it is `final`. To be
-/// called regularly where peers are served. Synchronised.
+/// Reports the number of lines left out in periods that are over, or all of them if `final`. Call
+/// it regularly where peers are served. Synchronised.
 void reportPeerLinesLeftOut(bool final = false);
 
 } // namespace Orvel::detail

@@ -7,7 +7,8 @@
 
 namespace Orvel::detail {
 
-/// Writes what the network has to say into the log, as lines of `who`, which must be a literal.
+/// Returns a handler that logs the network's diagnostics as lines of `who`, which must be a
+/// literal.
 inline Corvid::MultiCommunicator::Diagnostic routeDiagnostics(const char* who) {
     return [who](Corvid::MultiCommunicator::Severity severity, const std::string& text) {
         if (severity == Corvid::MultiCommunicator::Severity::Notice) {
@@ -18,7 +19,8 @@ inline Corvid::MultiCommunicator::Diagnostic routeDiagnostics(const char* who) {
     };
 }
 
-/// For Vessa::Thread::setFailureHandler: the end of a receive thread, as a line of `who`.
+/// Returns a handler for Vessa::Thread::setFailureHandler, which logs the end of a receive thread
+/// as a line of `who`.
 inline auto routeFailure(const char* who) {
     return [who](const std::string& reason) {
         ORVEL_LOG(

@@ -5,8 +5,8 @@
 
 namespace Orvel::detail {
 
-/// Transforms are equal when each component is, within this tolerance. Both differences are tested
-/// rather than the absolute one, so that NaN counts as a change and is passed on.
+/// Transforms are equal if every component is, within this tolerance. Both differences are tested
+/// instead of the absolute one, so that NaN counts as a change.
 constexpr float kTransformTolerance = 1e-6F;
 
 constexpr bool same(float a, float b) {
