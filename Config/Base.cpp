@@ -8,7 +8,7 @@ namespace Config {
 
 namespace {
 
-/// Whether a text is the given lower-case word in any case; ASCII, whatever the locale.
+/// Whether a text equals the given lower-case word in any case; ASCII, whatever the locale.
 bool isWord(std::string_view text, std::string_view word) {
     return std::equal(
         text.begin(), text.end(), word.begin(), word.end(), [](char given, char lower) {

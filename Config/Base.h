@@ -4,12 +4,11 @@
 
 namespace Config {
 
-/// Conversions of parameter texts, shared by everything that reads parameters.
-/// Immutable: static functions only, any thread.
+/// Conversions of parameter texts. Immutable: static functions only, any thread.
 class ORVEL_EXPORT Base {
 public:
-    /// Reads a yes/no text: "true", "yes", "on", "1" and "false", "no", "off", "0", in any case.
-    /// Any other text, a null pointer included, gives `defaultValue`.
+    /// Parses a yes/no text: "true", "yes", "on", "1" and "false", "no", "off", "0", in any case.
+    /// Any other text, or a null pointer, gives `defaultValue`.
     [[nodiscard]] static bool string2Value(const char* text, bool defaultValue) noexcept;
 };
 

@@ -12,15 +12,15 @@ namespace Config {
 /// Named text parameters. Confined to one thread at a time.
 class ORVEL_EXPORT ParamBag : public Base {
 public:
-    /// The value of a parameter, or `defaultValue` (which may be null) where there is none. The
-    /// text stays valid until that parameter is set again or the bag is destroyed.
+    /// The value of a parameter, or `defaultValue` (which may be null) if it is not set. The text
+    /// stays valid until that parameter is set again or the bag is destroyed.
     [[nodiscard]] const char* getParam(const char* name, const char* defaultValue) const;
 
-    /// Sets or replaces a parameter; a null value counts as an empty one.
+    /// Sets or replaces a parameter; a null value counts as empty.
     void setParam(const char* name, const char* value);
 
 protected:
-    // Keyed by name; the order carries no meaning.
+    // By name; the order has no meaning.
     std::map<std::string, std::string, std::less<>> params_;
 };
 

@@ -19,24 +19,25 @@ class Connection;
 class Hub;
 } // namespace detail
 
-/// One connection with one peer: frames for that peer alone go in, frames from it come out. Made by
-/// a MultiCommunicator, which owns it until removeCommunicator() gives it to the caller.
+/// One connection to one peer: sends frames to that peer alone, and receives its frames. Created by
+/// a MultiCommunicator, which owns it until removeCommunicator() passes it to the caller.
 ///
 /// sendFrame(), close() and counters() are synchronised; receiveFrame() belongs to the thread that
-/// was handed the connection.
+/// was given the connection.
 class ORVEL_EXPORT Communicator : public Sender, public Receiver {
 public:
-    /// A reading of what went over the connection. Sizes count frames without the greeting.
+    /// Statistics of the connection. Sizes count frames without the greeting.
     struct Counters {
         std::string peer;               ///< "address:port"
-        short peerId = 0;               ///< the id that the peer gave itself
+        short peerId = 0;               ///< the id assigned to the peer
         std::uint64_t peerInstance = 0; ///< the same for all connections of one peer object
         std::uint64_t eventsIn = 0;
         std::uint64_t bytesIn = 0;
-        std::uint64_t eventsOut = 0;    ///< given to this connection, sent or waiting
-        std::uint64_t bytesOut = 0;     ///< given to the system's socket
-        std::uint64_t bytesWaiting = 0; ///< not yet given to the system's socket
-        /// Of eventsOut: superseded before they left, see MultiCommunicator::setNewestOnly().
+        std::uint64_t eventsOut = 0;    ///< queued for this connection, sent or not
+        std::uint64_t bytesOut = 0;     ///< written to the system's socket
+        std::uint64_t bytesWaiting = 0; ///< not yet written to the system's socket
+        /// Part of eventsOut: superseded before they were sent, see
+        /// MultiCommunicator::setNewestOnly().
         std::uint64_t eventsLeftOut = 0;
         std::chrono::system_clock::time_point connectedSince;
         bool lost = false;
@@ -45,31 +46,31 @@ public:
 
     Communicator(const Communicator&) = delete;
     Communicator& operator=(const Communicator&) = delete;
-    /// Closes. Remove it from its MultiCommunicator first.
+    /// Closes the connection. Call removeCommunicator() of its MultiCommunicator first.
     ~Communicator() override;
 
-    /// Queues a frame for this peer alone. What is sent inside addCommunicator() arrives before
-    /// everything that is sent to all after the registration; later frames arrive in the order in
-    /// which they and those to all were sent.
+    /// Queues a frame for this peer alone. Frames sent inside addCommunicator() arrive before all
+    /// frames that are broadcast after the registration; later frames arrive in order with the
+    /// broadcast ones.
     bool sendFrame(const std::byte* frame, std::size_t size) override;
-    /// Makes a diagnostic of it.
+    /// Reports it as a diagnostic.
     void refuseEvent(const std::string& reason) override;
-    /// Call once for each time that the connection is handed out; more calls give further frames
-    /// that have arrived, or false if there are none. The bytes stay valid until the next call here
-    /// or of the MultiCommunicator's waiting and receiving functions.
+    /// Call it once each time the connection is returned by a receiving function. Further calls
+    /// return further frames that have arrived, or false if there are none. The bytes stay valid
+    /// until the next call here or of a waiting or receiving function of the MultiCommunicator.
     bool receiveFrame(std::span<const std::byte>& frame) override;
 
-    /// Ends the connection, which has sent something that is no event.
+    /// Closes the connection, because the peer sent an invalid frame.
     void refuseFrame(const std::string& reason) override;
 
-    /// Ends the connection at once, without waiting; what is queued is lost. Further calls do
+    /// Closes the connection at once, without waiting; queued data is lost. Further calls do
     /// nothing.
     void close();
 
-    /// The id that the peer gave itself.
+    /// The id assigned to the peer.
     [[nodiscard]] short id() const;
-    /// What the peer gave to setFeatures(): bits that say what its program understands. 0 from a
-    /// peer that sets none.
+    /// The peer's setFeatures(): bits for the events that its program understands. 0 if it sets
+    /// none.
     [[nodiscard]] std::uint16_t features() const;
     [[nodiscard]] Counters counters() const;
 

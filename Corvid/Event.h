@@ -16,31 +16,31 @@ class EventType;
 class Receiver;
 class Sender;
 
-/// A typed message. A class of events writes its fields in addFields() and reads the same sequence
-/// in getFields(); each field carries its type, so a receiver that reads another sequence than the
-/// sender wrote fails cleanly. The byte layout is in docs/protocol.md.
+/// A typed message. An event class writes its fields in addFields() and reads the same sequence in
+/// getFields(). Each field carries its type, so a receiver that expects another sequence fails
+/// cleanly. The byte layout is in docs/protocol.md.
 ///
 /// Confined to one thread at a time. Encoding allocates nothing once the thread has sent an event
 /// of that size.
 class ORVEL_EXPORT Event {
 public:
-    /// The most bytes of one frame, its length field included.
+    /// Maximum size of a frame in bytes, its length field included.
     static constexpr std::uint32_t kMaxFrameBytes = 64U << 20U;
-    /// The least: length, type and protocolTag.
+    /// Minimum size: length, type and protocolTag.
     static constexpr std::uint32_t kMinFrameBytes = 8;
-    /// The most texts of one list that are taken from a peer.
+    /// Limit of texts in one list from a peer.
     static constexpr unsigned kMaxTexts = 65535;
 
     Event() = default;
-    // Copies take the header field; an encoding or decoding under way stays with its own event.
+    // Copies the header field; the state of an encoding or decoding in progress is not copied.
     Event(const Event& other) noexcept : protocolTag(other.protocolTag) {}
-    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): the pointers stay, so it does no harm
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): the pointers are not copied
     Event& operator=(const Event& other) noexcept {
         protocolTag = other.protocolTag;
         return *this;
     }
 
-    /// Writes the header field. Derived classes call their base's first, then add their own.
+    /// Writes the header field. Overrides call their base's first, then add their own fields.
     virtual void addFields() {
         if (static_cast<std::size_t>(outputEnd_ - output_) < sizeof(protocolTag) &&
             !grow(sizeof(protocolTag))) {
@@ -49,30 +49,31 @@ public:
         std::memcpy(output_, &protocolTag, sizeof(protocolTag));
         output_ += sizeof(protocolTag);
     }
-    /// Reads what addFields() wrote, in the same order. A field that cannot be read keeps its
-    /// value, and the event is refused. So is one whose getFields() throws.
+    /// Reads the fields of addFields() in the same order. A field that cannot be read keeps its
+    /// value, and the event is invalid. It is also invalid if getFields() throws.
     virtual void getFields();
     virtual ~Event() = default;
     [[nodiscard]] virtual const EventType* type() const = 0;
 
-    /// Encodes the event and hands it to the sender, without waiting for the network; false if
-    /// there is no sender, it is closed, or the event is larger than a frame may be.
+    /// Encodes the event and passes it to the sender, without waiting for the network. Returns
+    /// false if there is no sender, it is closed, or the event exceeds a frame.
     bool send(Sender* sender);
 
-    /// Takes the next frame of a receiver and makes the event that it holds, owned by the caller.
-    /// False, and null, when the connection is lost or the frame is malformed; the receiver is told
-    /// of the latter, see Receiver::refuseFrame().
+    /// Decodes the next frame of a receiver to a new event, owned by the caller. Returns false, and
+    /// null, if the connection is lost or the frame is malformed; for the latter it calls
+    /// Receiver::refuseFrame().
     static bool receive(Receiver* receiver, Event*& event);
 
-    /// Encodes into `frame`, replacing its contents; false, and empty, if it would be too large.
+    /// Encodes into `frame`, replacing its contents. Returns false, with an empty frame, if the
+    /// event is too large.
     bool encode(std::vector<std::byte>& frame);
-    /// Makes the event that a whole frame holds, owned by the caller; null if it is malformed: of
-    /// an unknown type, with other fields than its class reads, or with bytes left over. `fault`,
-    /// if not null, then gets the reason.
+    /// Decodes a complete frame to a new event, owned by the caller. Returns null if it is
+    /// malformed: of an unknown type, with other fields than its class reads, or with bytes left
+    /// over. `fault`, if not null, then receives the reason.
     [[nodiscard]] static Event*
     decode(std::span<const std::byte> frame, std::string* fault = nullptr);
 
-    /// A header field of the application's own that reaches the receiver with the event.
+    /// An application-defined header field, sent with the event.
     short protocolTag = 0;
 
 protected:
@@ -87,7 +88,7 @@ protected:
     void addField(const std::vector<std::string>& texts);
     /// A size (unsigned long), then, unless that is 0, a raw block.
     void addField(const std::vector<unsigned char>& bytes);
-    /// One field after the other. Those of fixed size cost less together.
+    /// Adds several fields. Faster for those of fixed size.
     template <class... Values>
     void addEach(const Values&... values) {
         if constexpr ((kIsFixed<Values> && ...)) {
@@ -96,21 +97,20 @@ protected:
             (addField(values), ...);
         }
     }
-    /// A raw block; only the frame's limit bounds its length.
+    /// Adds a raw block; its length is limited only by the frame.
     void addData(const void* data, long length);
 
-    // Each reads one field of its type, or fails: `value` then keeps what it had.
+    // Each reads one field of its type. On failure `value` is unchanged.
     bool getField(std::string& value);
     bool getField(float& value) { return getEach(value); }
     bool getField(unsigned int& value) { return getEach(value); }
     bool getField(unsigned long& value) { return getEach(value); }
     bool getField(short& value) { return getEach(value); }
     bool getField(bool& value) { return getEach(value); }
-    /// Takes no memory for texts or bytes that the frame does not hold, nor for more than
-    /// kMaxTexts.
+    /// Allocates no more than the frame holds, and at most kMaxTexts texts.
     bool getField(std::vector<std::string>& texts);
     bool getField(std::vector<unsigned char>& bytes);
-    /// One field after the other; false if one could not be read.
+    /// Reads several fields; false if one could not be read.
     template <class... Values>
     bool getEach(Values&... values) {
         if constexpr ((kIsFixed<Values> && ...)) {
@@ -119,18 +119,18 @@ protected:
             return (getField(values) && ...);
         }
     }
-    /// Reads a raw block of exactly that length.
+    /// Reads a raw block of exactly this length.
     bool getData(void* data, long length);
 
-    /// Bytes of the frame that are not read yet; to be asked before allocating for a count.
+    /// Unread bytes of the frame; check it before allocating for a count.
     [[nodiscard]] std::size_t bytesLeft() const noexcept { return input_.size(); }
-    /// True once a field could not be read; everything after it fails too.
+    /// True after a field could not be read; all further reads fail too.
     [[nodiscard]] bool readFailed() const noexcept { return readFailed_; }
-    /// For a getFields() that finds values which cannot be.
+    /// Call it in getFields() for invalid values.
     void failRead() noexcept { readFailed_ = true; }
 
 private:
-    // What stands before each field's value on the wire.
+    // The type byte before each value.
     enum class FieldType : unsigned char {
         String = 1,
         Float = 2,
@@ -149,14 +149,14 @@ private:
     template <class Value>
     static constexpr bool kIsFixed = std::is_arithmetic_v<Value>;
 
-    // Inline, because encoding is what a host's frame loop pays for each change.
+    // Inline, because encoding is the host's cost of each change.
     template <class... Values>
     void addFixed(Values... values) {
         constexpr std::size_t kBytes = ((1 + sizeof(Values)) + ...);
         if (static_cast<std::size_t>(outputEnd_ - output_) < kBytes && !grow(kBytes)) {
             return;
         }
-        std::byte* to = output_; // bytes may alias a member, which would be loaded again for each
+        std::byte* to = output_; // a local copy: bytes may alias a member
         const auto put = [&to](auto value) {
             *to = static_cast<std::byte>(typeOf(value));
             std::memcpy(to + 1, &value, sizeof value);
@@ -202,13 +202,13 @@ private:
     encodeInto(std::span<std::byte> small, std::vector<std::byte>& large);
     bool grow(std::size_t more);
 
-    // During encoding: the frame, of which everything before output_ is written, and where it goes
-    // when it outgrows the first buffer.
+    // While encoding: the frame, written up to output_, and the buffer for a frame that outgrows
+    // the first one.
     std::byte* begin_ = nullptr;
     std::vector<std::byte>* large_ = nullptr;
     std::byte* output_ = nullptr;
     std::byte* outputEnd_ = nullptr;
-    // During decoding: what is not read yet.
+    // While decoding: the unread bytes.
     std::span<const std::byte> input_;
     bool readFailed_ = false;
 };

@@ -8,16 +8,16 @@ namespace Corvid {
 
 class Event;
 
-/// A kind of event: its name, its number on the wire and how an empty one is made. A static object
-/// of this class registers the kind for as long as it lives.
+/// A kind of event: its name, its number on the wire and its factory function. A static object of
+/// this class registers the kind for its lifetime.
 ///
-/// Immutable; made and destroyed while no other thread sends or receives.
+/// Immutable; construct and destroy it while no other thread sends or receives.
 class ORVEL_EXPORT EventType {
 public:
-    /// Makes an empty event on the heap, owned by the caller; null stands for a failure.
+    /// Creates an empty event on the heap, owned by the caller, or returns null on failure.
     using CreateFunction = Event* (*)();
 
-    /// Registers the kind. A number that is taken stays with its first owner.
+    /// Registers the kind. If the number is taken, it stays with its first owner.
     EventType(const char* name, short typeId, CreateFunction createFunction);
     EventType(const EventType&) = delete;
     EventType& operator=(const EventType&) = delete;

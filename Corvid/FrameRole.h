@@ -4,20 +4,20 @@
 
 namespace Corvid {
 
-/// How a frame relates to the frames before it, for connections that get only the newest values:
-/// see MultiCommunicator::setNewestOnly(). Immutable.
+/// Relation of a frame to earlier frames, for connections that get only the newest values: see
+/// MultiCommunicator::setNewestOnly(). Immutable.
 struct FrameRole {
     enum class Kind {
         Value,   ///< replaces an earlier value of the same subject and slot
-        Event,   ///< is always sent, and keeps its place among the values of its subject
-        Barrier, ///< is always sent, and keeps its place among all values
-        Reset    ///< ends all subjects but 0: frames about them that have not left are not sent
+        Event,   ///< always sent, in its place among the values of its subject
+        Barrier, ///< always sent, in its place among all values
+        Reset    ///< drops the queued frames of all subjects but 0
     };
     static constexpr unsigned kSlots = 4;
 
     Kind kind = Kind::Barrier;
-    std::uint32_t subject = 0; ///< what the frame is about; 0: the whole
-    unsigned slot = 0;         ///< of a value: which one of its subject, below kSlots
+    std::uint32_t subject = 0; ///< the part that the frame concerns; 0: the whole
+    unsigned slot = 0;         ///< the index of a value within its subject, below kSlots
 };
 
 } // namespace Corvid

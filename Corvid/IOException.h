@@ -6,7 +6,7 @@
 
 namespace Corvid {
 
-/// A network operation that failed; what() says which, on what, and why.
+/// A network operation that failed; what() names the operation, its target and the reason.
 class ORVEL_EXPORT IOException : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -15,7 +15,7 @@ public:
 
     /// Reads dotted decimals ("127.0.0.1"); anything else gives an invalid address.
     [[nodiscard]] static InetAddress getByAddress(const std::string& text);
-    /// The name of this machine, or "localhost" where it has none.
+    /// The name of this machine, or "localhost" if it has none.
     [[nodiscard]] static std::string getLocalHostName();
 
     [[nodiscard]] bool isValid() const noexcept { return valid_; }

@@ -19,9 +19,8 @@ namespace detail {
 class Connector;
 }
 
-/// Finds servers by multicast and connects to each of them once, again after it was lost; servers
-/// that multicast does not reach are named with connectToServer(). See MultiCommunicator for
-/// threads.
+/// Finds servers by multicast and connects to each of them once, and again after a loss. Servers
+/// that multicast does not reach are given to connectToServer(). See MultiCommunicator for threads.
 class ORVEL_EXPORT MultiClient : public MultiCommunicator {
 public:
     /// A server that has answered or announced itself.
@@ -30,59 +29,59 @@ public:
         short id = 0;
         InetAddress address; ///< of the latest answer
         std::uint16_t port = 0;
-        double roundTripSeconds =
-            -1.0;                  ///< of the latest answer; negative if it only announced itself
-        InetAddress interface;     ///< where it was heard
-        double clockSeconds = 0.0; ///< how long it had been open when it said so, by its own clock
+        double roundTripSeconds = -1.0; ///< of the latest answer; negative without one
+        InetAddress interface;          ///< the interface that received it
+        double clockSeconds = 0.0;      ///< since the server opened, by its own clock
         bool connected = false;
     };
     using SearchedInterface = Multicast::UsedInterface;
 
     static constexpr double kDefaultSearchInterval = 3.0;
     static constexpr std::size_t kMaxFoundServers = 1024;
-    static constexpr int kMaxDelivered = 65536; ///< frames and losses in one deliver()
+    static constexpr int kMaxDelivered = 65536; ///< limit of frames and losses in one deliver()
 
-    /// `protocolVersion`: servers of another version are not connected to.
+    /// `protocolVersion`: servers with another version are ignored.
     explicit MultiClient(int protocolVersion);
     ~MultiClient() override;
 
-    /// Starts searching, at the first waiting or receiving call. False if it is open already or has
-    /// been closed.
+    /// Starts searching, at the first waiting or receiving call. Returns false if it is open
+    /// already or has been closed.
     bool open();
 
-    /// Seconds between searches; also between attempts to reach a server named with
-    /// connectToServer(). At least 0.05; 3.0 at first. Synchronised.
+    /// Seconds between searches, and between attempts to reach a server of connectToServer(). At
+    /// least 0.05; 3.0 by default. Synchronised.
     void setSearchInterval(double seconds);
-    /// How many servers that were found are remembered, and connected to, at a time;
-    /// kMaxFoundServers at first. Those that no longer answer, or cannot be reached, give way.
-    /// Servers that are named do not count. Synchronised.
+    /// Limit of found servers that are remembered and connected to; kMaxFoundServers by default.
+    /// Servers that no longer answer, or cannot be reached, give way. Servers of connectToServer()
+    /// do not count. Synchronised.
     void setMaxFoundServers(std::size_t count);
-    /// Whether servers that are found are connected to; true at first. Synchronised.
+    /// Whether to connect to found servers; true by default. Synchronised.
     void setConnecting(bool connecting);
 
-    /// Connects only to found servers with one of these ids; none: to all, as at first. Connections
-    /// stay, and servers named with connectToServer() are not concerned. Synchronised.
+    /// Restricts new connections to found servers with one of these ids; an empty list, the
+    /// default, allows all. Does not affect existing connections and servers of connectToServer().
+    /// Synchronised.
     void setServerIds(std::vector<short> ids);
 
-    /// Keeps a connection with a server that multicast does not find, trying again at the search
-    /// interval until removeServer(). A name is looked up anew for each attempt. Servers stay
-    /// connected when they are removed. Synchronised.
+    /// Keeps a connection to a server that multicast does not find, and retries at the search
+    /// interval until removeServer(). The name is resolved at each attempt. Removing a server keeps
+    /// its connection. Synchronised.
     void connectToServer(const std::string& host, unsigned short port);
     void removeServer(const std::string& host, unsigned short port);
 
-    /// Set before open(): new connections and what they send are kept until deliver(), while a
-    /// thread of its own stays inside waitForCommunicators(), which returns only after breakWait().
+    /// Call it before open(): new connections and received events are held until deliver(), while a
+    /// dedicated thread stays inside waitForCommunicators(), which returns only after breakWait().
     void setDeferred(bool deferred);
-    /// Only when deferred, on the host's thread: calls addCommunicator() for each new connection,
-    /// then `receive` once for each frame that has arrived and each loss. `receive` may call
-    /// removeCommunicator() and delete the connection that it was given. Never waits for the
-    /// network. Returns the number of calls of `receive`, at most kMaxDelivered; the rest is for
-    /// the next call. A call from within `receive` or addCommunicator() does nothing.
+    /// In deferred mode only, on the host's thread: calls addCommunicator() for each new
+    /// connection, then `receive` once for each received frame and each loss. `receive` may call
+    /// removeCommunicator() and delete its connection. Never waits for the network. Returns the
+    /// number of calls of `receive`, at most kMaxDelivered; the rest is for the next call. A nested
+    /// call, from `receive` or addCommunicator(), does nothing.
     int deliver(const std::function<void(Communicator*)>& receive);
 
     [[nodiscard]] Multicast& multicast() { return multicast_; }
     [[nodiscard]] const Multicast& multicast() const { return multicast_; }
-    /// Servers heard in the latest three search intervals. Synchronised.
+    /// Servers that answered in the latest three search intervals. Synchronised.
     [[nodiscard]] std::vector<FoundServer> foundServers() const;
     /// The interfaces of the latest search. Synchronised.
     [[nodiscard]] std::vector<SearchedInterface> searchedInterfaces() const;

@@ -10,39 +10,38 @@
 
 namespace Corvid {
 
-/// What a client asks of a web server, and what it gets. Plain values, confined to the thread that
-/// updates the server.
+/// A web server's requests and replies. Plain values, confined to the thread that updates the
+/// server.
 class ORVEL_EXPORT ProtocolHTTP {
 public:
     using Fields = std::vector<std::pair<std::string, std::string>>;
 
-    /// A whole request, checked: a page sees none that is malformed or beyond the limits.
+    /// A complete, validated request: pages get no malformed or oversized ones.
     class ORVEL_EXPORT Request {
     public:
         Request() = default;
-        /// `target` as it was sent: a path with an optional query, or a whole http URL. Without
+        /// `target`: as sent, a path with an optional query, or a complete http URL. If not
         /// isValid(), host, path and parameters are empty.
         Request(std::string method, std::string target, Fields headers, std::string body);
 
-        /// Whether target and host could be read: a path with correct percent signs and without
-        /// control characters, and a host without a user's name.
+        /// Whether target and host are valid: a path with correct percent-encoding and no control
+        /// characters, and a host without user information.
         [[nodiscard]] bool isValid() const noexcept { return valid_; }
-        /// In capitals, as sent. A page that serves GET gets HEAD too and need not tell them apart.
+        /// In capitals, as sent. A page that serves GET also gets HEAD and may treat both alike.
         [[nodiscard]] const std::string& method() const noexcept { return method_; }
         [[nodiscard]] const std::string& target() const noexcept { return target_; }
-        /// The host that the client calls, in lower case and without a port: that of the target, or
-        /// else of the header Host; empty if the request has neither. An IPv6 address has its
-        /// brackets.
+        /// The requested host, in lower case and without a port: that of the target, or else of the
+        /// header Host; empty if the request has neither. An IPv6 address keeps its brackets.
         [[nodiscard]] const std::string& host() const noexcept { return host_; }
         /// Decoded, without the query; begins with a slash.
         [[nodiscard]] const std::string& path() const noexcept { return path_; }
-        /// The query, decoded, in the order sent; a name without '=' has an empty value.
+        /// The decoded query, in the order sent; a name without '=' has an empty value.
         [[nodiscard]] const Fields& parameters() const noexcept { return parameters_; }
-        /// The first parameter of that name, or null.
+        /// The first parameter with this name, or null.
         [[nodiscard]] const std::string* parameter(std::string_view name) const;
         /// As sent, in the order sent.
         [[nodiscard]] const Fields& headers() const noexcept { return headers_; }
-        /// The first header of that name in any case, or null.
+        /// The first header with this name, in any case, or null.
         [[nodiscard]] const std::string* header(std::string_view name) const;
         [[nodiscard]] const std::string& body() const noexcept { return body_; }
 
@@ -52,7 +51,7 @@ public:
 
         std::string method_;
         std::string target_;
-        std::string host_; // with the port until readHost()
+        std::string host_; // includes the port before readHost()
         std::string path_;
         Fields parameters_;
         Fields headers_;
@@ -60,37 +59,37 @@ public:
         bool valid_ = false;
     };
 
-    /// The answer to a request: 200 and an empty body at first. The server adds Date,
-    /// Content-Length or Transfer-Encoding, Connection, and security headers; of the latter a page
-    /// may set its own, such as Content-Security-Policy.
+    /// The answer to a request, by default 200 with an empty body. The server adds Date,
+    /// Content-Length or Transfer-Encoding, Connection, and security headers; a page may override
+    /// the latter, such as Content-Security-Policy.
     class ORVEL_EXPORT Reply {
     public:
-        /// Appends the next piece of a body and tells whether more will come. Called from later
-        /// update() calls, once in each and only while what was made before is all but sent;
-        /// destroyed when it gave false, when the client is gone, or when the server closes. What
-        /// it throws ends the connection.
+        /// Appends the next piece of a body and returns whether there are more. Called once per
+        /// update(), and only when nearly all of the previous piece has been sent. Destroyed after
+        /// it returned false, when the client is gone, or when the server closes. An exception
+        /// closes the connection.
         using Producer = std::function<bool(std::string& more)>;
 
-        /// 200 to 599; others become 500.
+        /// 200 to 599; other values become 500.
         void setStatus(int status);
         [[nodiscard]] int status() const noexcept { return status_; }
 
-        /// Replaces the header of that name in any case. False, and nothing is set, for a name that
-        /// is no token and for a value with control characters.
+        /// Sets or replaces the header with this name, in any case. Returns false, without effect,
+        /// if the name is not a token or the value has control characters.
         bool setHeader(const std::string& name, const std::string& value);
-        /// The value of that name in any case, or null.
+        /// The value of the header with this name, in any case, or null.
         [[nodiscard]] const std::string* header(std::string_view name) const;
         [[nodiscard]] const Fields& headers() const noexcept { return headers_; }
 
-        /// The whole body, of at most WebServer::Limits::replyBytes.
+        /// The complete body, of at most WebServer::Limits::replyBytes.
         void setBody(std::string body);
-        /// A body that is made piece by piece, of any length, each piece within that limit.
+        /// A body made in pieces, of any total length; the limit applies to each piece.
         void setBody(Producer producer);
         [[nodiscard]] const std::string& body() const noexcept { return body_; }
-        /// Null for a whole body.
+        /// Null for a complete body.
         [[nodiscard]] const Producer& producer() const noexcept { return producer_; }
 
-        /// For the server, which takes them over.
+        /// For the server: moves the body or producer out.
         [[nodiscard]] std::string takeBody() { return std::exchange(body_, {}); }
         [[nodiscard]] Producer takeProducer() { return std::exchange(producer_, {}); }
 
@@ -101,7 +100,7 @@ public:
         Producer producer_;
     };
 
-    /// The words that go with a status code, such as "Not Found".
+    /// The reason phrase of a status code, such as "Not Found".
     [[nodiscard]] static std::string_view reason(int status) noexcept;
 };
 

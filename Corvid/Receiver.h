@@ -8,17 +8,17 @@
 
 namespace Corvid {
 
-/// Something that whole frames come from: one connection.
+/// A source of complete frames: one connection.
 class ORVEL_EXPORT Receiver {
 public:
     virtual ~Receiver() = default;
 
-    /// Gives the next whole frame, its length field included. The bytes stay valid until the next
-    /// call on this receiver. False when the peer is gone or has sent something that is no frame.
+    /// Returns the next complete frame, including its length field. The bytes stay valid until the
+    /// next call on this receiver. Returns false if the peer is gone or has sent an invalid frame.
     virtual bool receiveFrame(std::span<const std::byte>& frame) = 0;
 
-    /// Told when the last frame holds no event, with the reason, for people to read: the peer
-    /// speaks another language, and its connection is about to be given up.
+    /// Called when the last frame is not a valid event, with a reason for people: the connection is
+    /// about to be closed.
     virtual void refuseFrame(const std::string& reason);
 };
 

@@ -9,19 +9,19 @@
 
 namespace Corvid {
 
-/// A parsed URL, a cheap value: copies share one implementation object. Immutable but for
+/// A parsed URL. Cheap to copy: copies share one implementation object. Immutable except for
 /// assignment; any thread may use one object.
 class ORVEL_EXPORT URL {
 public:
-    /// A URL without an implementation object: it stands for the current directory.
+    /// A URL without an implementation object: the current directory.
     URL() = default;
-    /// Parses `text`, relative to the current directory; throws URLImpl::Exception ("Cannot parse
+    /// Parses `text`, relative to the current directory. Throws URLImpl::Exception ("Cannot parse
     /// URL").
     explicit URL(const std::string& text);
 
     /// The absolute text form, such as "file:///home/me/bell.wav".
     [[nodiscard]] std::string text() const;
-    /// Makes the resource a local file, see URLImpl::fetch().
+    /// Fetches the resource to a local file, see URLImpl::fetch().
     [[nodiscard]] std::unique_ptr<URLImpl::File> fetch() const;
 
 private:

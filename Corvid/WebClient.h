@@ -9,7 +9,7 @@
 
 namespace Corvid {
 
-/// Who sent a request: the other end of its connection. Immutable.
+/// The client of a request: the peer of its connection. Immutable.
 class ORVEL_EXPORT WebClient {
 public:
     WebClient(const InetAddress& address, std::uint16_t port) : address_(address), port_(port) {}

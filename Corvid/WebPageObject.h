@@ -4,8 +4,8 @@
 
 namespace Corvid {
 
-/// Lets a member function of an object make the page. The object must outlive the page and every
-/// copy of it, the server's own included.
+/// A page made by a member function of an object. The object must outlive the page and every copy
+/// of it, including the server's own.
 template <class T>
 class WebPageObject : public WebPage {
 public:

@@ -8,7 +8,7 @@
 
 namespace Corvid {
 
-/// Sends the client to another path, for good (301).
+/// Redirects permanently (301) to another path.
 class ORVEL_EXPORT WebPageRedirection : public WebPage {
 public:
     explicit WebPageRedirection(std::string location);

@@ -8,7 +8,7 @@
 
 namespace Corvid {
 
-/// Serves the same bytes to everybody.
+/// Serves fixed bytes.
 class ORVEL_EXPORT WebPageStatic : public WebPage {
 public:
     WebPageStatic(std::string contentType, std::string body);

@@ -7,8 +7,8 @@
 
 namespace Corvid {
 
-/// The text with the characters & < > " ' written as character references, so that it stands for
-/// itself between tags and in quoted attribute values of HTML. Any thread.
+/// Replaces the characters & < > " ' with character references, for use between tags and in quoted
+/// attribute values of HTML. Any thread.
 [[nodiscard]] ORVEL_EXPORT std::string escapeHtml(std::string_view text);
 
 } // namespace Corvid

@@ -34,7 +34,7 @@ public:
     Backend(const Backend& other);
     Backend& operator=(const Backend&) = delete;
 
-    virtual void resetBackend() = 0; // the world was cleared: release everything
+    virtual void resetBackend() = 0; ///< the world was cleared: release everything
     virtual void setEnabled() = 0;   ///< read World::enabled()
     virtual void setListenerTransform() = 0;
     virtual void createSource(Source& source) = 0;

@@ -19,10 +19,10 @@ public:
     static constexpr std::size_t kMaxTextBytes = 1024;
 
     enum State : short {
-        Driving = 1,  // this client drives from now on
-        Replaced = 2, // another client drives now; events of this one are dropped
-        Refused = 3,  // another client drives and stays; events of this one are dropped
-        Free = 4,     // no one drives; the next to send CmdResetBackend will
+        Driving = 1,  ///< this client drives from now on
+        Replaced = 2, ///< another client drives now; events of this one are dropped
+        Refused = 3,  ///< another client drives and stays; events of this one are dropped
+        Free = 4,     ///< no one drives; the next to send CmdResetBackend will
     };
 
     void getFields() override;

@@ -29,8 +29,8 @@ inline constexpr std::array kHullExtents = {
 
 /// A hull as rendered by OpenAL, which is the same in all directions.
 struct Reach {
-    float full;    // full level up to this distance
-    float softest; // constant level from this distance on; above `full`
+    float full;    ///< full level up to this distance
+    float softest; ///< constant level from this distance on; above `full`
 };
 
 /// Uses the means of front and back. Both results are above 0.

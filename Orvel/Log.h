@@ -50,9 +50,9 @@ public:
     struct Site {
         Level level;
         const char* module;
-        const char* file; // __FILE__; the header omits the extension
+        const char* file; ///< __FILE__; the header omits the extension
         int line;
-        const char* function; // __PRETTY_FUNCTION__
+        const char* function; ///< __PRETTY_FUNCTION__
     };
 
     /// The process's log, created by the first call.

@@ -6,7 +6,7 @@
 
 namespace Vessa {
 
-/// Who runs this process, and where, as it was when it was first asked for. Immutable.
+/// The user and machine of this process, as of the first call. Immutable.
 class ORVEL_EXPORT SysInfo {
 public:
     static const SysInfo& the();
@@ -14,7 +14,7 @@ public:
     SysInfo(const SysInfo&) = delete;
     SysInfo& operator=(const SysInfo&) = delete;
 
-    /// The name of the effective user; the number where it has no name.
+    /// The name of the effective user, or the number if there is no name.
     [[nodiscard]] const std::string& user() const noexcept { return user_; }
     /// The name of this machine.
     [[nodiscard]] const std::string& host() const noexcept { return host_; }

@@ -22,7 +22,7 @@ bool Thread::start() {
         thread_ = std::thread([this] {
             try {
                 result_ = main();
-            } catch (const std::exception& fault) { // nothing may leave a thread's main function
+            } catch (const std::exception& fault) { // may not leave a thread's main function
                 fail(fault.what());
             } catch (...) {
                 fail("an unknown exception");

@@ -8,8 +8,9 @@
 
 namespace Vessa {
 
-/// A thread that runs main() of its derived class. Confined to the thread that made it, but for
-/// main(). The derived class's destructor, or its owner, joins before the object goes.
+/// A thread that runs main() of its derived class. Confined to the thread that created it, except
+/// main(). The destructor of the derived class, or its owner, must join before the object is
+/// destroyed.
 class ORVEL_EXPORT Thread {
 public:
     Thread() = default;
@@ -18,17 +19,19 @@ public:
     /// Joins.
     virtual ~Thread();
 
-    /// Called on the thread when an exception has ended main(), with its text. To be set before
+    /// Called on the thread with the exception's text if an exception ends main(). Set it before
     /// start(); it must not throw.
     void setFailureHandler(std::function<void(const std::string& reason)> handler);
 
-    /// Starts main() on a new thread; false if it runs already or the system has no thread left.
+    /// Starts main() on a new thread. Returns false if it is running or the system has no thread
+    /// left.
     bool start();
-    /// Waits until main() has returned; gives its result, or 0 if it was never started.
+    /// Waits until main() has returned. Returns its result, or 0 if it was never started.
     int join();
 
 protected:
-    /// The thread's body. An exception ends the thread with the result -1, after the handler.
+    /// The thread's main function. An exception ends the thread with the result -1, after the
+    /// handler.
     virtual int main() = 0;
 
 private:

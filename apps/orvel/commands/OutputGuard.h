@@ -15,7 +15,7 @@ public:
     struct Format {
         const char* name;
         std::vector<const char*> suffixes;
-        bool text = false; // can be shown in a terminal
+        bool text = false; ///< can be shown in a terminal
     };
     static const Format kSound;
     static const Format kPicture;

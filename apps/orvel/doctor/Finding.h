@@ -13,11 +13,11 @@ namespace OrvelTool {
 struct Finding {
     enum class Verdict { Ok, Warning, Problem };
 
-    std::string check; // the subject, such as "multicast lo"
+    std::string check; ///< the subject, such as "multicast lo"
     Verdict verdict = Verdict::Ok;
-    std::string text;   // the result, for people
-    std::string advice; // suggested fix; may be empty if the verdict is Ok
-    std::vector<std::pair<std::string, double>> values; // measurements; names include the unit
+    std::string text;   ///< the result, for people
+    std::string advice; ///< suggested fix; may be empty if the verdict is Ok
+    std::vector<std::pair<std::string, double>> values; ///< measurements; names include the unit
 };
 
 using Findings = std::vector<Finding>;

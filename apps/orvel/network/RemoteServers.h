@@ -52,7 +52,7 @@ private:
         explicit Client(Orvel::ClientBackend& client);
         Orvel::ClientBackend& backend;
         PeerWatch watch;
-        bool regained = false; // this player drives a server again
+        bool regained = false; ///< this player drives a server again
     };
 
     void take(Client& client, const Orvel::DriverEvent& event, const std::string& server);
