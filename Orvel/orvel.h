@@ -1,29 +1,28 @@
 #pragma once
 
 /// @file
-/// The interface in C, for programs in C and in every language that can call it: the scene, its
-/// back ends by name, the server that is polled, and the log. It is the C++ interface (World.h,
-/// Source.h, Emitter.h, Server.h, Log.h), whose headers hold the finer rules, behind opaque
-/// handles; a C++ program needs none of it.
+/// The C interface, for programs in C and in every language that can call it: the scene, its back
+/// ends by name, the polled server, and the log. It is the C++ interface (World.h, Source.h,
+/// Emitter.h, Server.h, Log.h, where the details are documented) behind opaque handles; C++
+/// programs do not need it.
 ///
-/// Errors: a function that can fail gives false, null or a negative number, and then
-/// orvel_last_error() is one sentence that says what happened, to what, and what to do. A null
-/// handle is such an error, never a crash; getters give 0 for it. No C++ exception leaves a
-/// function.
+/// Errors: a function that can fail returns false, null or a negative number, and then
+/// orvel_last_error() is one sentence with the cause, the subject and a remedy. A null handle is
+/// such an error, never a crash; getters return 0 for it. No C++ exception leaves a function.
 ///
-/// Ownership: orvel_world_destroy() and orvel_server_destroy() free all that was made through them:
-/// sources, emitters and back ends. A handle must not be used after what it stands for is gone, be
+/// Ownership: orvel_world_destroy() and orvel_server_destroy() free everything that was created
+/// through them: sources, emitters and back ends. Do not use a handle after its object is gone, be
 /// it by its own destroy function, by orvel_world_clear(), with its world, or, in the world of a
 /// server, by a client: during a poll, clients destroy emitters, and a reset destroys everything.
-/// Texts that are handed in are copied; texts that are handed out live until the next call of the
-/// same function on the same thread.
+/// Texts passed in are copied; returned texts live until the next call of the same function on the
+/// same thread.
 ///
-/// Threads: a world with all that belongs to it is used by one thread at a time, and so are all
-/// OpenAL back ends of a process together. The version, the last error and the log may be used by
-/// any thread. Callbacks must return normally: neither an exception nor longjmp() may leave them.
+/// Threads: a world with all its parts is used by one thread at a time, and so are all OpenAL back
+/// ends of a process together. The version, the last error and the log may be used by any thread.
+/// Callbacks must return normally: neither an exception nor longjmp() may leave them.
 ///
 /// Units: right-handed axes, +x right, +y up, -z ahead at rest, in scene units; rotations are unit
-/// quaternions x, y, z, w; gain is linear with 1 as recorded.
+/// quaternions x, y, z, w; gain is linear, 1 being the recorded level.
 
 #include <stdbool.h>
 #include <stddef.h>
@@ -40,9 +39,9 @@ extern "C" {
 typedef struct orvel_world orvel_world;
 /// A sound.
 typedef struct orvel_source orvel_source;
-/// A spatial sound: where a source is heard.
+/// A place from which a source is heard.
 typedef struct orvel_emitter orvel_emitter;
-/// What renders or passes on a scene.
+/// Renders or forwards a scene.
 typedef struct orvel_backend orvel_backend;
 /// A sound server: a world that clients drive over the network.
 typedef struct orvel_server orvel_server;
@@ -63,52 +62,52 @@ typedef enum orvel_level {
     ORVEL_LEVEL_DEBUG = 5
 } orvel_level;
 
-/// The version of the library that is loaded, such as "0.1.0"; lives for ever.
+/// The version of the loaded library, such as "0.1.0". Static.
 ORVEL_EXPORT const char* orvel_version(void);
-/// Why the latest failure on this thread happened; empty before the first. Never null. A success
-/// leaves it as it is.
+/// A sentence about the latest failure on this thread; empty before the first. Never null. Success
+/// does not change it.
 ORVEL_EXPORT const char* orvel_last_error(void);
 
 // The log
 
-/// Takes one line of the log, header and line end included. `text` lives only during the call.
-/// Called on the thread that logs, with the log locked: it must not wait for another thread that
-/// may log, nor set the callback.
+/// Receives one line of the log, including header and line end. `text` is valid only during the
+/// call. Called on the thread that logs, with the log locked: it must not wait for another thread
+/// that may log, nor set the callback.
 typedef void (*orvel_log_callback)(orvel_level level, const char* text, void* user);
 
-/// Hands each line to `callback` together with `user`, for the whole process; null sends them to
-/// standard error again, as at first. Once this has returned, the former callback is not called
-/// any more.
+/// Passes each line to `callback` with `user`, for the whole process; null restores the default,
+/// standard error. After this returns the former callback is not called any more.
 ORVEL_EXPORT bool orvel_log_set_callback(orvel_log_callback callback, void* user);
-/// Writes lines up to this level, one of orvel_level.
+/// Writes lines up to this level, a value of orvel_level.
 ORVEL_EXPORT bool orvel_log_set_level(int level);
 
 // Worlds
 
-/// An empty world without back ends.
+/// Creates an empty world without back ends.
 ORVEL_EXPORT orvel_world* orvel_world_create(void);
-/// Frees the world and all that is in it. Null is ignored. False, and nothing happens, for the
-/// world of a server, which goes with that.
+/// Frees the world and everything in it. Null is ignored. Returns false, without effect, for the
+/// world of a server, which is freed with its server.
 ORVEL_EXPORT bool orvel_world_destroy(orvel_world* world);
-/// Gives every back end a turn; to be called once in each turn of the host's loop.
+/// Updates every back end; call it once per iteration of the host's loop.
 ORVEL_EXPORT bool orvel_world_update(orvel_world* world);
 /// Destroys all emitters and sources.
 ORVEL_EXPORT bool orvel_world_clear(orvel_world* world);
 
-/// Mutes the scene, which goes on silently, or lets it be heard; true at first.
+/// Mutes the scene, which continues silently, or makes it audible; initially true.
 ORVEL_EXPORT bool orvel_world_set_enabled(orvel_world* world, bool enabled);
 ORVEL_EXPORT bool orvel_world_enabled(orvel_world* world);
-/// Whether emitters are spatial; true at first. Takes effect at an emitter's next change of
+/// Whether emitters are spatial; initially true. Takes effect at an emitter's next change of
 /// transform or hull.
 ORVEL_EXPORT bool orvel_world_set_spatialize(orvel_world* world, bool spatialize);
 ORVEL_EXPORT bool orvel_world_spatialize(orvel_world* world);
-/// Moves and turns the listener: x, y, z and x, y, z, w. Null leaves that half as it is.
+/// Sets position (x, y, z) and rotation (x, y, z, w) of the listener. Null leaves that one
+/// unchanged.
 ORVEL_EXPORT bool
 orvel_world_set_listener(orvel_world* world, const float* position, const float* rotation);
-/// Writes x, y, z and x, y, z, w; null is left out.
+/// Gets position (x, y, z) and rotation (x, y, z, w); either may be null.
 ORVEL_EXPORT bool orvel_world_listener(orvel_world* world, float* position, float* rotation);
 
-/// How many there are.
+/// Numbers of parts.
 ORVEL_EXPORT size_t orvel_world_source_count(orvel_world* world);
 ORVEL_EXPORT size_t orvel_world_emitter_count(orvel_world* world);
 
@@ -118,25 +117,27 @@ ORVEL_EXPORT size_t orvel_world_emitter_count(orvel_world* world);
 ORVEL_EXPORT const char* orvel_backend_kinds(void);
 /// Adds a back end by the name of its kind, such as "default" (this machine's sound device),
 /// "loopback" (rendering offline), "client" (servers), "log" or "silent", with a parameter line
-/// (docs/parameters.md; null is an empty one), and tells it the scene as it stands.
+/// (docs/parameters.md; null is an empty one), and replays the current scene to it.
 ORVEL_EXPORT orvel_backend*
 orvel_world_add_backend(orvel_world* world, const char* kind, const char* params);
 ORVEL_EXPORT bool orvel_backend_destroy(orvel_backend* backend);
-/// False for an OpenAL back end that found no device and so stays silent.
+/// False for an OpenAL back end without a device, which stays silent.
 ORVEL_EXPORT bool orvel_backend_working(orvel_backend* backend);
-/// How many servers a "client" back end is connected to; 0 for other kinds.
+/// Number of servers that a "client" back end is connected to; 0 for other kinds.
 ORVEL_EXPORT size_t orvel_backend_connections(orvel_backend* backend);
-/// Renders the next `frames` frames of a "loopback" back end into `samples`, which has room for two
-/// floats a frame, left and right in turn; full scale is 1. Time stands still between two calls.
+/// Renders the next `frames` frames of a "loopback" back end into `samples`, which must have room
+/// for two interleaved floats per frame, left first; full scale is 1. Time stands still between two
+/// calls.
 ORVEL_EXPORT bool orvel_backend_render(orvel_backend* backend, float* samples, unsigned frames);
-/// Frames a second of a "loopback" back end.
+/// Sample rate of a "loopback" back end in Hz.
 ORVEL_EXPORT unsigned orvel_backend_rate(orvel_backend* backend);
 
 // Sources
 
-/// A new source. Id 0 takes the next free one; servers know a source by its id, from 1 to 32767.
+/// Creates a source. Id 0 takes the next free one; servers identify a source by its id, from 1 to
+/// 32767.
 ORVEL_EXPORT orvel_source* orvel_source_create(orvel_world* world, int id);
-/// The source with that id; null, which is no error, if there is none.
+/// The source with that id; null, which is not an error, if there is none.
 ORVEL_EXPORT orvel_source* orvel_source_find(orvel_world* world, int id);
 /// Disconnects its emitters.
 ORVEL_EXPORT bool orvel_source_destroy(orvel_source* source);
@@ -146,8 +147,8 @@ ORVEL_EXPORT int orvel_source_id(orvel_source* source);
 ORVEL_EXPORT bool orvel_source_set_data(
     orvel_source* source, unsigned rate, unsigned bits, unsigned channels, const void* data,
     size_t size);
-/// Names the sound: a file's path, relative to the current directory, or a URL (file, http, https).
-/// What cannot be fetched or read is told by a line in the log.
+/// Sets the sound: a file's path, relative to the current directory, or a URL (file, http, https).
+/// If it cannot be fetched or read, that is logged.
 ORVEL_EXPORT bool orvel_source_set_url(orvel_source* source, const char* url);
 /// Decodes a sound file of any format that libsndfile reads, at most 1 GiB of 16-bit samples, and
 /// copies them into the source. Its channels are mixed to one, so that the sound is spatial; with
@@ -155,40 +156,40 @@ ORVEL_EXPORT bool orvel_source_set_url(orvel_source* source, const char* url);
 ORVEL_EXPORT bool orvel_source_set_file(orvel_source* source, const char* path, bool keep_channels);
 /// `pitch` is a factor on the playing speed, 1 as recorded.
 ORVEL_EXPORT bool orvel_source_set_param(orvel_source* source, bool loop, float pitch);
-/// Takes one of orvel_state, and also sets the state of all its emitters. An equal state changes
-/// nothing: to hear a sound again that is over, set ORVEL_STOP, then ORVEL_PLAY.
+/// Sets the state, a value of orvel_state, of the source and all its emitters. Setting an equal
+/// state has no effect: to play a sound again that has ended, set ORVEL_STOP, then ORVEL_PLAY.
 ORVEL_EXPORT bool orvel_source_set_state(orvel_source* source, int state);
 ORVEL_EXPORT orvel_state orvel_source_state(orvel_source* source);
-/// Playing time in seconds at pitch 1 as a back end measured it; 0 until then.
+/// Duration in seconds at pitch 1, as measured by a back end; 0 until then.
 ORVEL_EXPORT float orvel_source_duration(orvel_source* source);
 
 // Emitters
 
-/// A new emitter, served by the back ends that share one of the `labels`, separated by commas, or
-/// that have none; null or empty: by all. Id 0 takes the next free one.
+/// Creates an emitter, served by the back ends that share one of the `labels`, separated by commas,
+/// or have none; null or empty: by all. Id 0 takes the next free one.
 ORVEL_EXPORT orvel_emitter* orvel_emitter_create(orvel_world* world, const char* labels, int id);
-/// The emitter with that id; null, which is no error, if there is none.
+/// The emitter with that id; null, which is not an error, if there is none.
 ORVEL_EXPORT orvel_emitter* orvel_emitter_find(orvel_world* world, int id);
 ORVEL_EXPORT bool orvel_emitter_destroy(orvel_emitter* emitter);
 ORVEL_EXPORT int orvel_emitter_id(orvel_emitter* emitter);
-/// Moves and turns it: x, y, z and x, y, z, w. Null leaves that half as it is.
+/// Sets position (x, y, z) and rotation (x, y, z, w). Null leaves that one unchanged.
 ORVEL_EXPORT bool
 orvel_emitter_set_transform(orvel_emitter* emitter, const float* position, const float* rotation);
-/// Writes x, y, z and x, y, z, w; null is left out.
+/// Gets position (x, y, z) and rotation (x, y, z, w); either may be null.
 ORVEL_EXPORT bool orvel_emitter_transform(orvel_emitter* emitter, float* position, float* rotation);
-/// Where attenuation ends and where it begins, behind and in front. Nearly silent until this is
-/// set.
+/// The extents at which attenuation ends (max) and begins (min), behind and in front. The emitter
+/// is nearly silent until this is set.
 ORVEL_EXPORT bool orvel_emitter_set_hull(
     orvel_emitter* emitter, float max_back, float max_front, float min_back, float min_front);
-/// `spatial`: whether it is heard at its place (else at the listener); `value`: the
-/// host's own, carried along.
+/// `spatial`: whether it is heard at its position (otherwise at the listener); `value`: the host's
+/// own, passed on.
 ORVEL_EXPORT bool
 orvel_emitter_set_param(orvel_emitter* emitter, bool spatial, float value, float gain);
 /// Connects to a source of the same world; null disconnects. Silent until the next change of state.
 ORVEL_EXPORT bool orvel_emitter_set_source(orvel_emitter* emitter, orvel_source* source);
 /// The connected source; null if there is none.
 ORVEL_EXPORT orvel_source* orvel_emitter_source(orvel_emitter* emitter);
-/// Takes one of orvel_state, and also sets the state of its source and of the source's other
+/// Sets the state, a value of orvel_state, of the emitter, of its source and of the source's other
 /// emitters.
 ORVEL_EXPORT bool orvel_emitter_set_state(orvel_emitter* emitter, int state);
 ORVEL_EXPORT orvel_state orvel_emitter_state(orvel_emitter* emitter);
@@ -196,39 +197,39 @@ ORVEL_EXPORT orvel_state orvel_emitter_state(orvel_emitter* emitter);
 // Servers
 
 /// Called when a client has reset the server's world, which destroys all its sources and emitters:
-/// the place to create the sources again that clients play, by their ids. (A client that is done
-/// with a source alone only stops it.) On the thread that polls, inside orvel_server_poll().
-/// It must not destroy the server.
+/// create the sources that clients play here again, under their ids. (A client that destroys a
+/// source only stops it.) Called on the polling thread, inside orvel_server_poll(). It must not
+/// destroy the server.
 typedef void (*orvel_reset_callback)(orvel_server* server, void* user);
 
-/// A server that listens at a port which the system chooses, and can be found by clients from the
-/// first poll on. Whoever can reach it can drive it. It has no thread of its own.
+/// Creates a server that listens on a port chosen by the system and is discoverable from the first
+/// poll on. Anyone who can reach it can drive it. It has no thread of its own.
 ORVEL_EXPORT orvel_server* orvel_server_create(void);
-/// Frees the server, its world and all that is in it. Null is ignored.
+/// Frees the server, its world and everything in it. Null is ignored.
 ORVEL_EXPORT bool orvel_server_destroy(orvel_server* server);
-/// Its world, which back ends and sources are added to; owned by the server.
+/// Its world, to add back ends and sources to; owned by the server.
 ORVEL_EXPORT orvel_world* orvel_server_world(orvel_server* server);
-/// Null: nobody is called.
+/// Sets the callback for resets; null removes it.
 ORVEL_EXPORT bool
 orvel_server_set_reset_callback(orvel_server* server, orvel_reset_callback callback, void* user);
 
 // Settings, made before the first poll. The defaults are those of `orvel serve` (docs/network.md).
 
-/// A number by which people tell servers apart, or a name that becomes one.
+/// A number that identifies the server to users, or a name that is hashed to one.
 ORVEL_EXPORT bool orvel_server_set_id(orvel_server* server, const char* text);
-/// Where clients search: the group's address, its UDP port, and how many networks it may cross.
+/// The search: the group's address, its UDP port, and its TTL.
 ORVEL_EXPORT bool
 orvel_server_set_multicast(orvel_server* server, const char* group, unsigned short port, int ttl);
 /// Serves only on the interfaces with these addresses or names, separated by commas; empty: on all.
 ORVEL_EXPORT bool orvel_server_set_interfaces(orvel_server* server, const char* interfaces);
 
-/// The TCP port that it listens to; 0 if it could not listen.
+/// The TCP port that it listens on; 0 if it could not listen.
 ORVEL_EXPORT unsigned short orvel_server_port(orvel_server* server);
-/// How many clients are connected.
+/// Number of connected clients.
 ORVEL_EXPORT size_t orvel_server_clients(orvel_server* server);
-/// Accepts clients, applies what they have sent, and sends what is due. First waits up to `seconds`
-/// for something to arrive; 0 never waits. Gives the number of events, at most 16,384 (the rest is
-/// for the next call), or -1 on failure. To be called at least every few seconds.
+/// Accepts clients, applies received events and sends queued data. First waits up to `seconds` for
+/// data; 0 never waits. Returns the number of events, at most 16,384 (the rest is for the next
+/// call), or -1 on failure. Call it at least every few seconds.
 ORVEL_EXPORT int orvel_server_poll(orvel_server* server, double seconds);
 
 #ifdef __cplusplus
