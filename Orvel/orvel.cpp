@@ -10,6 +10,7 @@
 #include <Orvel/Emitter.h>
 #include <Orvel/Log.h>
 #include <Orvel/OALLoopbackBackend.h>
+#include <Orvel/OwningWorld.h>
 #include <Orvel/Server.h>
 #include <Orvel/SoundFile.h>
 #include <Orvel/Source.h>
@@ -98,16 +99,8 @@ Pointer need(Pointer pointer, const char* what) {
 
 /// A server that tells its owner about resets. Its sources are the owner's: what a client has with
 /// one of them begins and ends, while the source stays.
-class PolledServer : public Orvel::Server {
+class PolledServer : public Orvel::OwningWorld<Orvel::Server> {
 public:
-    PolledServer() = default;
-    PolledServer(const PolledServer&) = delete;
-    PolledServer& operator=(const PolledServer&) = delete;
-    ~PolledServer() override {
-        clearWorld();
-        deleteAllBackends();
-    }
-
     void resetWorld() override {
         Server::resetWorld();
         if (callback_ != nullptr) {
@@ -258,7 +251,9 @@ bool orvel_log_set_level(int level) {
 }
 
 orvel_world* orvel_world_create(void) {
-    return guarded(__func__, static_cast<orvel_world*>(nullptr), [] { return handle(new World); });
+    return guarded(__func__, static_cast<orvel_world*>(nullptr), [] {
+        return handle(new Orvel::OwningWorld<>);
+    });
 }
 
 bool orvel_world_destroy(orvel_world* world) {
@@ -269,9 +264,7 @@ bool orvel_world_destroy(orvel_world* world) {
         if (dynamic_cast<PolledServer*>(&get(world)) != nullptr) {
             throw Refusal("this world belongs to a server; use orvel_server_destroy");
         }
-        const std::unique_ptr<World> owned(&get(world));
-        owned->clearWorld();
-        owned->deleteAllBackends();
+        delete &get(world);
     });
 }
 

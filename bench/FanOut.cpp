@@ -4,7 +4,7 @@
 #include <Orvel/Backend.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Log.h>
-#include <Orvel/World.h>
+#include <Orvel/OwningWorld.h>
 
 #include <array>
 
@@ -24,10 +24,6 @@ struct Scene {
     }
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
-    ~Scene() {
-        world.clearWorld();
-        world.deleteAllBackends();
-    }
 
     /// Another place and another direction than in the last pass, so that nothing is left out.
     void moveAll() {
@@ -48,7 +44,7 @@ struct Scene {
         }
     }
 
-    Orvel::World world;
+    Orvel::OwningWorld<> world;
     std::vector<Orvel::Backend*> backends;
     std::vector<Orvel::Emitter*> emitters;
     unsigned pass = 0;

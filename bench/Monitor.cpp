@@ -3,6 +3,7 @@
 #include "Net.h"
 #include <Show/monitor/MonitorBackend.h>
 
+#include <Orvel/OwningWorld.h>
 #include <Orvel/Source.h>
 
 #include <algorithm>
@@ -37,10 +38,6 @@ struct Scene {
     }
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
-    ~Scene() {
-        world.clearWorld();
-        world.deleteAllBackends();
-    }
 
     [[nodiscard]] std::uint16_t port() const {
         const std::string url = monitor->url();
@@ -54,7 +51,7 @@ struct Scene {
         }
     }
 
-    Orvel::World world;
+    Orvel::OwningWorld<> world;
     Show::MonitorBackend* monitor = nullptr;
     std::vector<Orvel::Source*> sources;
     std::vector<Orvel::Emitter*> emitters;

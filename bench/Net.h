@@ -7,6 +7,7 @@
 #include <Orvel/ClientBackend.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Log.h>
+#include <Orvel/OwningWorld.h>
 #include <Orvel/Server.h>
 #include <Orvel/World.h>
 
@@ -262,14 +263,9 @@ void waitUntil(Condition&& condition, const char* what) {
 }
 
 /// A sound server that counts the transforms that its world has taken.
-class CountingServer : public Orvel::Server {
+class CountingServer : public Orvel::OwningWorld<Orvel::Server> {
 public:
     CountingServer() { setMulticastPort(groupPort()); }
-    ~CountingServer() override {
-        stop();
-        clearWorld();
-        deleteAllBackends();
-    }
     void setEmitterTransform(Orvel::Emitter& emitter) override {
         World::setEmitterTransform(emitter);
         applied_.store(applied_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);

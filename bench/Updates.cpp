@@ -6,7 +6,7 @@
 #include <Orvel/Emitter.h>
 #include <Orvel/Log.h>
 #include <Orvel/OALBackend.h>
-#include <Orvel/World.h>
+#include <Orvel/OwningWorld.h>
 
 #include <AL/al.h>
 #include <AL/alc.h>
@@ -50,10 +50,6 @@ struct Scene {
     }
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
-    ~Scene() {
-        world.clearWorld();
-        world.deleteAllBackends();
-    }
 
     /// The guard that goes before the calls of one change.
     void select() const {
@@ -67,7 +63,7 @@ struct Scene {
         }
     }
 
-    Orvel::World world;
+    Orvel::OwningWorld<> world;
     std::vector<Orvel::Emitter*> emitters;
     std::vector<ALuint> names;
     ALCcontext* context = nullptr;

@@ -4,10 +4,10 @@
 #include <Show/osc/OscStream.h>
 
 #include <Orvel/Emitter.h>
+#include <Orvel/OwningWorld.h>
 #include <Orvel/Server.h>
 #include <Orvel/SilentBackend.h>
 #include <Orvel/Source.h>
-#include <Orvel/World.h>
 
 #include <algorithm>
 #include <cmath>
@@ -34,7 +34,6 @@ public:
     }
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;
-    ~Target() { world_.clearWorld(); }
 
     void packet(std::span<const std::byte> bytes) {
         inbox_.add(bytes, now_);
@@ -50,7 +49,7 @@ public:
     }
 
 private:
-    Orvel::World world_;
+    Orvel::OwningWorld<> world_;
     Orvel::SilentBackend backend_{world_, nullptr};
     OscScene scene_{world_, 10.0F, [this](Orvel::CommandEvent& event) {
                         require(Orvel::Server::applyEvent(world_, &event));

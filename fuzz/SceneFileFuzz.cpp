@@ -2,8 +2,8 @@
 #include <Show/player/ScenePlayer.h>
 #include <Show/scene/SceneFile.h>
 
+#include <Orvel/OwningWorld.h>
 #include <Orvel/SilentBackend.h>
-#include <Orvel/World.h>
 
 #include <cmath>
 #include <cstddef>
@@ -16,7 +16,7 @@ namespace {
 
 /// What has been read without a problem must play, without any sound being given.
 void play(const Scene& scene) {
-    Orvel::World world;
+    Orvel::OwningWorld<> world;
     Orvel::SilentBackend backend(world, nullptr);
     const SoundBank sounds;
     ScenePlayer player(scene, sounds, world, [](Orvel::Source&, const Sound&) {});
@@ -29,7 +29,6 @@ void play(const Scene& scene) {
     }
     require(!player.moving());
     require(std::isfinite(player.end()) && player.end() >= 0.0);
-    world.clearWorld();
 }
 
 } // namespace

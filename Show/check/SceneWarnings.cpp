@@ -3,7 +3,7 @@
 #include <Show/check/SceneListener.h>
 #include <Show/player/ScenePlayer.h>
 
-#include <Orvel/World.h>
+#include <Orvel/OwningWorld.h>
 
 #include <algorithm>
 #include <cmath>
@@ -223,23 +223,12 @@ void checkSound(
         "sounds are silent");
 }
 
-/// A world that cleans up behind itself.
-struct CheckedWorld : Orvel::World {
-    CheckedWorld() = default;
-    CheckedWorld(const CheckedWorld&) = delete;
-    CheckedWorld& operator=(const CheckedWorld&) = delete;
-    ~CheckedWorld() override {
-        clearWorld();
-        deleteAllBackends();
-    }
-};
-
 } // namespace
 
 std::vector<Problem> findWarnings(const LoadedScene& loaded, double& end) {
     const Scene& scene = loaded.scene;
     Warnings warnings(scene.path);
-    CheckedWorld world;
+    Orvel::OwningWorld<> world;
     auto* listener = new SceneListener(world, loaded); // the world deletes it
     ScenePlayer player(scene, loaded.sounds, world, [&](Orvel::Source& source, const Sound& sound) {
         listener->setSound(source.id(), sound);

@@ -3,10 +3,12 @@
 #include <Show/scene/SceneFile.h>
 #include <Show/scene/YawPitchRoll.h>
 
+#include <Orvel/ClientBackend.h>
 #include <Orvel/CreateEmitterEvent.h>
 #include <Orvel/EmitterConnectionEvent.h>
 #include <Orvel/EmitterHullEvent.h>
 #include <Orvel/EmitterParamEvent.h>
+#include <Orvel/SceneEdits.h>
 #include <Orvel/SourceParamEvent.h>
 #include <Orvel/TransformEvent.h>
 
@@ -111,24 +113,24 @@ const std::vector<OscScene::Entry<Orvel::Emitter>> OscScene::_emitterPaths{
     {"value", 1, &OscScene::value},
     {"hull", 4, &OscScene::hull},
     {"source", 1, &OscScene::source},
-    {"play", 0, &OscScene::emitterState<State::PLAY>},
-    {"play", 1, &OscScene::emitterState<State::PLAY>},
-    {"pause", 0, &OscScene::emitterState<State::PAUSE>},
-    {"pause", 1, &OscScene::emitterState<State::PAUSE>},
-    {"stop", 0, &OscScene::emitterState<State::STOP>},
-    {"stop", 1, &OscScene::emitterState<State::STOP>},
+    {"play", 0, &OscScene::setState<State::PLAY>},
+    {"play", 1, &OscScene::setState<State::PLAY>},
+    {"pause", 0, &OscScene::setState<State::PAUSE>},
+    {"pause", 1, &OscScene::setState<State::PAUSE>},
+    {"stop", 0, &OscScene::setState<State::STOP>},
+    {"stop", 1, &OscScene::setState<State::STOP>},
     {"destroy", 0, &OscScene::destroy},
     {"destroy", 1, &OscScene::destroy},
 };
 const std::vector<OscScene::Entry<Orvel::Source>> OscScene::_sourcePaths{
     {"pitch", 1, &OscScene::pitch},
     {"loop", 1, &OscScene::loop},
-    {"play", 0, &OscScene::sourceState<State::PLAY>},
-    {"play", 1, &OscScene::sourceState<State::PLAY>},
-    {"pause", 0, &OscScene::sourceState<State::PAUSE>},
-    {"pause", 1, &OscScene::sourceState<State::PAUSE>},
-    {"stop", 0, &OscScene::sourceState<State::STOP>},
-    {"stop", 1, &OscScene::sourceState<State::STOP>},
+    {"play", 0, &OscScene::setState<State::PLAY>},
+    {"play", 1, &OscScene::setState<State::PLAY>},
+    {"pause", 0, &OscScene::setState<State::PAUSE>},
+    {"pause", 1, &OscScene::setState<State::PAUSE>},
+    {"stop", 0, &OscScene::setState<State::STOP>},
+    {"stop", 1, &OscScene::setState<State::STOP>},
 };
 const std::vector<OscScene::Entry<Orvel::World>> OscScene::_admListenerPaths{
     {"xyz", 3, &OscScene::admListenerXyz},
@@ -289,9 +291,9 @@ std::string OscScene::create(const Message& message) {
     return {};
 }
 
-void OscScene::send(Orvel::Command command, int id) {
+void OscScene::send(short command, int id) {
     Orvel::CommandEvent event;
-    event.address(command, id);
+    event.address(static_cast<Orvel::Command>(command), id);
     apply_(event);
 }
 
@@ -311,15 +313,44 @@ void OscScene::turn(Orvel::Emitter& emitter, const Orvel::Quaternion& rotation) 
     apply_(event);
 }
 
-void OscScene::setListener(const Orvel::Vec3f& place, const Orvel::Quaternion& rotation) {
-    Orvel::TransformEvent event;
-    event.address(Orvel::CmdSetListenerTransform, 0);
-    event.position = place;
-    event.rotation = rotation;
-    apply_(event);
-    if (!world_.enabled()) {
-        send(Orvel::CmdDisable, 0); // moving the listener has made it hear again
+/// The steps of an edit as events, which are recorded and can be refused as any other.
+struct OscScene::EventSteps {
+    OscScene& scene;
+
+    void setSource(const Orvel::Emitter& emitter, const Orvel::Source* source) const {
+        Orvel::EmitterConnectionEvent event;
+        event.address(Orvel::CmdSetEmitterConnection, emitter.id());
+        event.sourceId = static_cast<short>(source == nullptr ? 0 : source->id());
+        scene.apply_(event);
     }
+    void setState(const Orvel::Emitter& emitter, State state) const {
+        scene.send(Orvel::ClientBackend::emitterState2Command(state), emitter.id());
+    }
+    void setState(const Orvel::Source& source, State state) const {
+        scene.send(Orvel::ClientBackend::sourceState2Command(state), source.id());
+    }
+    void setEnabled(const Orvel::World& /*world*/, bool enabled) const {
+        scene.send(enabled ? Orvel::CmdEnable : Orvel::CmdDisable, 0);
+    }
+    void setListenerTransform(
+        const Orvel::World& /*world*/, const Orvel::Vec3f& place,
+        const Orvel::Quaternion& rotation) const {
+        Orvel::TransformEvent event;
+        event.address(Orvel::CmdSetListenerTransform, 0);
+        event.position = place;
+        event.rotation = rotation;
+        scene.apply_(event);
+    }
+};
+
+template <OscScene::State state, class Part>
+OscScene::Fault OscScene::setState(Part& part, Numbers n) {
+    if (!letGo(n) && state == State::PLAY) {
+        restart(part, EventSteps{*this});
+    } else if (!letGo(n)) {
+        EventSteps{*this}.setState(part, state);
+    }
+    return nullptr;
 }
 
 Orvel::Vec3f OscScene::fromAdm(float x, float y, float z) const {
@@ -427,7 +458,7 @@ OscScene::Fault OscScene::admMute(Orvel::Emitter& emitter, Numbers n) {
 }
 
 OscScene::Fault OscScene::admListenerXyz(Orvel::World& world, Numbers n) {
-    setListener(fromAdm(n[0], n[1], n[2]), world.listenerRotation());
+    moveListener(world, fromAdm(n[0], n[1], n[2]), world.listenerRotation(), EventSteps{*this});
     return nullptr;
 }
 
@@ -470,22 +501,7 @@ OscScene::Fault OscScene::source(Orvel::Emitter& emitter, Numbers n) {
     if (static_cast<float>(id) != n[0] || (id != 0 && source == nullptr)) {
         return "expected the id of a source, or 0";
     }
-    if (source == emitter.source()) {
-        return nullptr;
-    }
-    // Its state is set anew while it is connected to nothing, because it would spread.
-    const bool playing = source != nullptr && emitter.state() == State::PLAY;
-    Orvel::EmitterConnectionEvent event;
-    event.address(Orvel::CmdSetEmitterConnection, emitter.id());
-    apply_(event);
-    if (playing) {
-        send(Orvel::CmdStopEmitter, emitter.id());
-    }
-    event.sourceId = static_cast<short>(id);
-    apply_(event);
-    if (playing) {
-        send(Orvel::CmdPlayEmitter, emitter.id());
-    }
+    reconnect(emitter, source, EventSteps{*this});
     return nullptr;
 }
 
@@ -495,22 +511,6 @@ OscScene::Fault OscScene::destroy(Orvel::Emitter& emitter, Numbers n) {
         gains_.erase(emitter.id());
         send(Orvel::CmdDestroyEmitter, emitter.id());
     }
-    return nullptr;
-}
-
-template <OscScene::State state>
-OscScene::Fault OscScene::emitterState(Orvel::Emitter& emitter, Numbers n) {
-    if (letGo(n)) {
-        return nullptr;
-    }
-    if (state == State::PLAY && emitter.state() == State::PLAY) {
-        send(Orvel::CmdStopEmitter, emitter.id()); // so that it begins again
-    }
-    send(
-        state == State::PLAY    ? Orvel::CmdPlayEmitter
-        : state == State::PAUSE ? Orvel::CmdPauseEmitter
-                                : Orvel::CmdStopEmitter,
-        emitter.id());
     return nullptr;
 }
 
@@ -535,24 +535,8 @@ OscScene::Fault OscScene::loop(Orvel::Source& source, Numbers n) {
     return nullptr;
 }
 
-template <OscScene::State state>
-OscScene::Fault OscScene::sourceState(Orvel::Source& source, Numbers n) {
-    if (letGo(n)) {
-        return nullptr;
-    }
-    if (state == State::PLAY && source.state() == State::PLAY) {
-        send(Orvel::CmdStopSource, source.id());
-    }
-    send(
-        state == State::PLAY    ? Orvel::CmdPlaySource
-        : state == State::PAUSE ? Orvel::CmdPauseSource
-                                : Orvel::CmdStopSource,
-        source.id());
-    return nullptr;
-}
-
 OscScene::Fault OscScene::listenerPosition(Orvel::World& world, Numbers n) {
-    setListener({n[0], n[1], n[2]}, world.listenerRotation());
+    moveListener(world, {n[0], n[1], n[2]}, world.listenerRotation(), EventSteps{*this});
     return nullptr;
 }
 
@@ -561,12 +545,12 @@ OscScene::Fault OscScene::listenerOrientation(Orvel::World& world, Numbers n) {
     if (!toRotation(n, rotation)) {
         return kNoRotation;
     }
-    setListener(world.listenerPosition(), rotation);
+    moveListener(world, world.listenerPosition(), rotation, EventSteps{*this});
     return nullptr;
 }
 
-OscScene::Fault OscScene::enabled(Orvel::World& /*world*/, Numbers n) {
-    send(n[0] != 0.0F ? Orvel::CmdEnable : Orvel::CmdDisable, 0);
+OscScene::Fault OscScene::enabled(Orvel::World& world, Numbers n) {
+    EventSteps{*this}.setEnabled(world, n[0] != 0.0F);
     return nullptr;
 }
 

@@ -85,20 +85,19 @@ private:
     Fault hull(Orvel::Emitter& emitter, Numbers n);
     Fault source(Orvel::Emitter& emitter, Numbers n);
     Fault destroy(Orvel::Emitter& emitter, Numbers n);
-    template <State state>
-    Fault emitterState(Orvel::Emitter& emitter, Numbers n);
+    template <State state, class Part>
+    Fault setState(Part& part, Numbers n);
     Fault pitch(Orvel::Source& source, Numbers n);
     Fault loop(Orvel::Source& source, Numbers n);
-    template <State state>
-    Fault sourceState(Orvel::Source& source, Numbers n);
     Fault listenerPosition(Orvel::World& world, Numbers n);
     Fault listenerOrientation(Orvel::World& world, Numbers n);
     Fault enabled(Orvel::World& world, Numbers n);
 
-    void send(Orvel::Command command, int id);
+    struct EventSteps;
+
+    void send(short command, int id);
     void move(Orvel::Emitter& emitter, const Orvel::Vec3f& place);
     void turn(Orvel::Emitter& emitter, const Orvel::Quaternion& rotation);
-    void setListener(const Orvel::Vec3f& place, const Orvel::Quaternion& rotation);
     void setGain(Orvel::Emitter& emitter, float gain);
     void setPolar(Orvel::Emitter& emitter, Polar polar);
     [[nodiscard]] bool muted(const Orvel::Emitter& emitter) const;

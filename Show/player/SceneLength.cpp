@@ -3,6 +3,7 @@
 #include <Show/player/PlayClock.h>
 #include <Show/player/ScenePlayer.h>
 
+#include <Orvel/OwningWorld.h>
 #include <Orvel/Source.h>
 
 #include <algorithm>
@@ -32,18 +33,6 @@ Scene withoutMovement(const Scene& scene) {
     return result;
 }
 
-/// A world that cleans up behind itself.
-class ShadowWorld : public Orvel::World {
-public:
-    ShadowWorld() = default;
-    ShadowWorld(const ShadowWorld&) = delete;
-    ShadowWorld& operator=(const ShadowWorld&) = delete;
-    ~ShadowWorld() override {
-        clearWorld();
-        deleteAllBackends();
-    }
-};
-
 } // namespace
 
 double playingEnd(const Scene& scene, const SoundBank& sounds, Orvel::World& world) {
@@ -52,7 +41,7 @@ double playingEnd(const Scene& scene, const SoundBank& sounds, Orvel::World& wor
         done = std::max(done, change.at + change.over);
     }
     const Scene still = withoutMovement(scene);
-    ShadowWorld shadow;
+    Orvel::OwningWorld<> shadow;
     auto* clock = new PlayClock(shadow); // the world deletes it
     ScenePlayer player(still, sounds, shadow, [&](Orvel::Source& source, const Sound& sound) {
         double length = 0.0;

@@ -3,8 +3,8 @@
 #include <Show/player/ScenePlayer.h>
 
 #include <Orvel/Emitter.h>
+#include <Orvel/OwningWorld.h>
 #include <Orvel/Source.h>
-#include <Orvel/World.h>
 
 #include <algorithm>
 #include <iterator>
@@ -33,7 +33,6 @@ public:
               }) {}
     Follower(const Follower&) = delete;
     Follower& operator=(const Follower&) = delete;
-    ~Follower() { world_.clearWorld(); }
 
     ScenePaths run() {
         player_.start();
@@ -80,7 +79,7 @@ private:
         return track;
     }
 
-    Orvel::World world_;
+    Orvel::OwningWorld<> world_;
     std::map<int, std::string> names_; // by source
     ScenePlayer player_;
     ScenePaths paths_;

@@ -4,6 +4,7 @@
 #include <Show/scene/SceneSources.h>
 
 #include <Orvel/Emitter.h>
+#include <Orvel/SceneEdits.h>
 #include <Orvel/Source.h>
 
 #include <algorithm>
@@ -18,23 +19,6 @@ namespace Show {
 namespace {
 
 using State = Orvel::WorldPart::State;
-
-/// Connects to another source, with which a playing emitter begins at once. Its state is set anew
-/// while it is connected to nothing, because it would spread to what else plays either source.
-void connect(Orvel::Emitter& emitter, Orvel::Source* source) {
-    if (source == emitter.source()) {
-        return;
-    }
-    emitter.setSource(nullptr);
-    const bool playing = source != nullptr && emitter.state() == State::PLAY;
-    if (playing) {
-        emitter.setState(State::STOP);
-    }
-    emitter.setSource(source);
-    if (playing) {
-        emitter.setState(State::PLAY);
-    }
-}
 
 /// Whether an emitter is spatial tells a back end nothing by itself.
 void placeAnew(Orvel::World& world, Orvel::Emitter& emitter) {
@@ -118,7 +102,7 @@ void ScenePlayer::start() {
     if (!world_.enabled()) {
         world_.setEnabled(true);
     }
-    setListener(scene_.listenerPosition, scene_.listenerRotation);
+    moveListener(world_, scene_.listenerPosition, scene_.listenerRotation);
     for (const SourceSpec& source : scene_.sources) {
         if (Orvel::Source* kept = world_.getSource(source.id)) {
             kept->setParam(source.loop, source.pitch);
@@ -259,18 +243,18 @@ void ScenePlayer::applyToListener(const Change& change) {
     Orvel::Quaternion rotation = world_.listenerRotation();
     const bool moved = turn(change.position, change, listener_.position, position);
     if (turn(change.rotation, change, listener_.rotation, rotation) || moved) {
-        setListener(position, rotation);
+        moveListener(world_, position, rotation);
     }
 }
 
 void ScenePlayer::applyToSource(const Change& change, Orvel::Source& source) {
     if (change.destroy) {
         pitches_.erase(source.id());
-        destroySource(source);
+        destroy(source);
         return;
     }
     if (!std::holds_alternative<std::monostate>(change.sound)) {
-        changeSound(source, change.sound);
+        changeSound(source, [&](Orvel::Source& free) { give_(free, change.sound); });
     }
     float pitch = source.pitch();
     std::optional<Ramp<float>> ramp;
@@ -326,36 +310,11 @@ void ScenePlayer::applyToEmitter(const Change& change, Orvel::Emitter& emitter) 
         emitter.setHull(hull);
     }
     if (change.reconnect) {
-        connect(emitter, change.connect ? world_.getSource(*change.connect) : nullptr);
+        reconnect(emitter, change.connect ? world_.getSource(*change.connect) : nullptr);
     }
     const State state = change.newEmitter ? change.newEmitter->state : State::NONE;
     if (change.state.value_or(state) != State::NONE) {
         emitter.setState(change.state.value_or(state));
-    }
-}
-
-void ScenePlayer::changeSound(Orvel::Source& source, const Sound& sound) {
-    // A back end cannot refill what an emitter holds.
-    std::vector<Orvel::Emitter*> emitters;
-    for (const auto& [id, emitter] : source.connectedEmitters()) {
-        emitters.push_back(emitter);
-    }
-    for (Orvel::Emitter* emitter : emitters) {
-        emitter->setSource(nullptr);
-    }
-    give_(source, sound);
-    for (Orvel::Emitter* emitter : emitters) {
-        connect(*emitter, &source);
-    }
-}
-
-void ScenePlayer::setListener(const Orvel::Vec3f& position, const Orvel::Quaternion& rotation) {
-    if (position == world_.listenerPosition() && rotation == world_.listenerRotation()) {
-        return;
-    }
-    world_.setListenerTransform(position, rotation);
-    if (!world_.enabled()) {
-        world_.setEnabled(false); // moving the listener has made it hear again
     }
 }
 
@@ -364,7 +323,7 @@ void ScenePlayer::move(double seconds) {
     Orvel::Quaternion rotation = world_.listenerRotation();
     const bool moved = follow(listener_.position, seconds, position);
     if (follow(listener_.rotation, seconds, rotation) || moved) {
-        setListener(position, rotation);
+        moveListener(world_, position, rotation);
     }
     for (auto entry = pitches_.begin(); entry != pitches_.end();) {
         if (Orvel::Source* source = world_.getSource(entry->first)) {

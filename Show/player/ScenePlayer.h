@@ -71,8 +71,6 @@ private:
     void applyToListener(const Change& change);
     void applyToSource(const Change& change, Orvel::Source& source);
     void applyToEmitter(const Change& change, Orvel::Emitter& emitter);
-    void changeSound(Orvel::Source& source, const Sound& sound);
-    void setListener(const Orvel::Vec3f& position, const Orvel::Quaternion& rotation);
     void move(double seconds);
     static void move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seconds);
 

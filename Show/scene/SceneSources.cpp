@@ -36,11 +36,4 @@ void createSource(Orvel::World& world, const SourceSpec& spec, const GiveSound& 
     }
 }
 
-void destroySource(Orvel::Source& source) {
-    while (!source.connectedEmitters().empty()) {
-        source.connectedEmitters().begin()->second->setSource(nullptr);
-    }
-    delete &source;
-}
-
 } // namespace Show

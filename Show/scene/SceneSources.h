@@ -33,8 +33,4 @@ using GiveSound = std::function<void(Orvel::Source& source, const Sound& sound)>
 /// Makes the source that a scene describes, in no state; nothing happens if the id is taken.
 void createSource(Orvel::World& world, const SourceSpec& spec, const GiveSound& give);
 
-/// Destroys a source after disconnecting its emitters: a back end cannot drop a sound that
-/// something still holds.
-void destroySource(Orvel::Source& source);
-
 } // namespace Show

@@ -3,8 +3,8 @@
 #include <Orvel/Backend.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/Emitter.h>
+#include <Orvel/OwningWorld.h>
 #include <Orvel/Source.h>
-#include <Orvel/World.h>
 
 #include <functional>
 #include <string>
@@ -14,16 +14,7 @@
 namespace Orvel::Test {
 
 /// A world that leaves nothing behind.
-class TidyWorld : public World {
-public:
-    TidyWorld() = default;
-    TidyWorld(const TidyWorld&) = delete;
-    TidyWorld& operator=(const TidyWorld&) = delete;
-    ~TidyWorld() override {
-        clearWorld();
-        deleteAllBackends();
-    }
-};
+using TidyWorld = OwningWorld<>;
 
 /// Writes down what reaches it: the operation and the id of the part, as "setEmitterState 3".
 /// Its world owns it as any other; it is no registered kind.

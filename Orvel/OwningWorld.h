@@ -1,0 +1,26 @@
+#pragma once
+
+#include <Orvel/World.h>
+
+namespace Orvel {
+
+/// A world, or a class derived from one such as Server, that deletes its parts and then its back
+/// ends when it is destroyed. What a class derived from this one overrides is no longer called
+/// then; a class that needs that clears itself in its own destructor.
+template <class Base = World>
+class OwningWorld : public Base {
+public:
+    using Base::Base;
+    OwningWorld() = default;
+    OwningWorld(const OwningWorld&) = delete;
+    OwningWorld& operator=(const OwningWorld&) = delete;
+    ~OwningWorld() override {
+        if constexpr (requires(Base & base) { base.stop(); }) {
+            Base::stop(); // the thread of a server
+        }
+        Base::clearWorld();
+        Base::deleteAllBackends();
+    }
+};
+
+} // namespace Orvel
