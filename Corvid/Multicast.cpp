@@ -9,9 +9,9 @@ namespace Corvid {
 namespace {
 
 struct Defaults {
-    std::mutex mutex;
-    std::vector<InetAddress> interfaces; // guarded by mutex, as is the next
-    std::vector<std::string> names;
+    Vessa::Mutex mutex;
+    std::vector<InetAddress> interfaces ORVEL_GUARDED_BY(mutex);
+    std::vector<std::string> names ORVEL_GUARDED_BY(mutex);
     std::atomic<std::uint64_t> revision = 0;
 };
 
@@ -27,14 +27,19 @@ Multicast::Multicast() {
 }
 
 Multicast::Multicast(const Multicast& other) {
-    const std::scoped_lock lock(other.mutex_);
+    const Vessa::Lock lock(other.mutex_);
     settings_ = other.settings_;
 }
 
 Multicast& Multicast::operator=(const Multicast& other) {
     if (this != &other) {
-        const std::scoped_lock lock(mutex_, other.mutex_);
-        settings_ = other.settings_;
+        Settings settings;
+        {
+            const Vessa::Lock lock(other.mutex_);
+            settings = other.settings_;
+        }
+        const Vessa::Lock lock(mutex_);
+        settings_ = std::move(settings);
         ++revision_;
     }
     return *this;
@@ -48,24 +53,25 @@ bool Multicast::setAddress(const InetAddress& address) {
             this->address().text());
         return false;
     }
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     settings_.address = address;
     ++revision_;
     return true;
 }
 
-const InetAddress& Multicast::address() const {
+// The thread that sets the address reads it without the lock.
+const InetAddress& Multicast::address() const ORVEL_NO_THREAD_SAFETY_ANALYSIS {
     return settings_.address;
 }
 
 void Multicast::setPort(std::uint16_t port) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     settings_.port = port;
     ++revision_;
 }
 
 std::uint16_t Multicast::port() const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     return settings_.port;
 }
 
@@ -81,39 +87,41 @@ void Multicast::setTtl(int ttl) {
             "the TTL " + std::to_string(ttl) + " is not from 0 to " + std::to_string(kMaxTtl) +
             "; " + std::to_string(std::clamp(ttl, 0, kMaxTtl)) + " is used");
     }
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     settings_.ttl = std::clamp(ttl, 0, kMaxTtl);
     ++revision_;
 }
 
 int Multicast::ttl() const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     return settings_.ttl;
 }
 
 void Multicast::setInterfaces(std::vector<InetAddress> addresses, std::vector<std::string> names) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     settings_.interfaces = std::move(addresses);
     settings_.interfaceNames = std::move(names);
     ++revision_;
 }
 
 std::vector<InetAddress> Multicast::interfaces() const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     return settings_.interfaces;
 }
 
 void Multicast::setDefaultInterfaces(
     std::vector<InetAddress> addresses, std::vector<std::string> names) {
-    const std::scoped_lock lock(defaults().mutex);
-    defaults().interfaces = std::move(addresses);
-    defaults().names = std::move(names);
-    ++defaults().revision;
+    Defaults& shared = defaults();
+    const Vessa::Lock lock(shared.mutex);
+    shared.interfaces = std::move(addresses);
+    shared.names = std::move(names);
+    ++shared.revision;
 }
 
 std::vector<InetAddress> Multicast::defaultInterfaces() {
-    const std::scoped_lock lock(defaults().mutex);
-    return defaults().interfaces;
+    Defaults& shared = defaults();
+    const Vessa::Lock lock(shared.mutex);
+    return shared.interfaces;
 }
 
 bool Multicast::readInterface(
@@ -136,13 +144,14 @@ bool Multicast::readInterface(
 Multicast::Settings Multicast::settings() const {
     Settings copy;
     {
-        const std::scoped_lock lock(mutex_);
+        const Vessa::Lock lock(mutex_);
         copy = settings_;
     }
     if (!copy.restricted()) {
-        const std::scoped_lock lock(defaults().mutex);
-        copy.interfaces = defaults().interfaces;
-        copy.interfaceNames = defaults().names;
+        Defaults& shared = defaults();
+        const Vessa::Lock lock(shared.mutex);
+        copy.interfaces = shared.interfaces;
+        copy.interfaceNames = shared.names;
     }
     return copy;
 }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <Corvid/InetAddress.h>
+#include <Vessa/Mutex.h>
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -84,8 +84,8 @@ private:
     void report(const std::string& text) const;
 
     std::function<void(const std::string&)> report_; // set once, by the owner; not copied
-    mutable std::mutex mutex_;
-    Settings settings_; // guarded by mutex_
+    mutable Vessa::Mutex mutex_;
+    Settings settings_ ORVEL_GUARDED_BY(mutex_);
     std::atomic<std::uint64_t> revision_ = 1;
 };
 

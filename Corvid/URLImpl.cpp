@@ -3,10 +3,10 @@
 #include <Corvid/URLFile.h>
 #include <Corvid/detail/url/URLRemote.h>
 #include <Corvid/detail/url/percentEncode.h>
+#include <Vessa/Mutex.h>
 
 #include <curl/curl.h>
 #include <filesystem>
-#include <mutex>
 #include <string_view>
 #include <system_error>
 
@@ -15,8 +15,8 @@ namespace Corvid {
 namespace {
 
 struct Limits {
-    std::mutex mutex;
-    URLImpl::FetchLimits values; // guarded by mutex
+    Vessa::Mutex mutex;
+    URLImpl::FetchLimits values ORVEL_GUARDED_BY(mutex);
 };
 
 Limits& limits() {
@@ -101,13 +101,15 @@ URLImpl::File::~File() {
 }
 
 void URLImpl::setFetchLimits(const FetchLimits& newLimits) {
-    const std::scoped_lock lock(limits().mutex);
-    limits().values = newLimits;
+    Limits& shared = limits();
+    const Vessa::Lock lock(shared.mutex);
+    shared.values = newLimits;
 }
 
 URLImpl::FetchLimits URLImpl::fetchLimits() {
-    const std::scoped_lock lock(limits().mutex);
-    return limits().values;
+    Limits& shared = limits();
+    const Vessa::Lock lock(shared.mutex);
+    return shared.values;
 }
 
 std::unique_ptr<URLImpl> URLImpl::create(const std::string& text, const URLImpl& base) {

@@ -426,7 +426,7 @@ bool ClientBackend::takeEvent(Corvid::Communicator* connection) {
 }
 
 void ClientBackend::setDriverHandler(DriverHandler handler) {
-    const std::scoped_lock lock(handlerMutex_);
+    const Vessa::Lock lock(handlerMutex_);
     driverHandler_ = std::move(handler);
 }
 
@@ -434,7 +434,7 @@ void ClientBackend::takeDriver(const DriverEvent& event, Corvid::Communicator& s
     const std::string name = server.counters().peer;
     DriverHandler handler;
     {
-        const std::scoped_lock lock(handlerMutex_);
+        const Vessa::Lock lock(handlerMutex_);
         handler = driverHandler_;
     }
     if (handler) {

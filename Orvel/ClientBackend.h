@@ -4,10 +4,10 @@
 #include <Orvel/BackendType.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/WorldPart.h>
+#include <Vessa/Mutex.h>
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 
@@ -129,8 +129,8 @@ private:
     bool deferred_ = false;
     bool followEnabled_ = false;
     std::set<short> destroyedSources_; // since the last reset; servers may have such sources
-    std::mutex handlerMutex_;
-    DriverHandler driverHandler_; // guarded by handlerMutex_
+    Vessa::Mutex handlerMutex_;
+    DriverHandler driverHandler_ ORVEL_GUARDED_BY(handlerMutex_);
 };
 
 } // namespace Orvel

@@ -1,6 +1,7 @@
 #include <Orvel/Log.h>
 
 #include <Orvel/detail/LogLine.h>
+#include <Vessa/Mutex.h>
 
 #include <algorithm>
 #include <array>
@@ -9,7 +10,6 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
-#include <mutex>
 
 namespace Orvel {
 
@@ -60,21 +60,21 @@ struct Log::State {
     const Clock::time_point start = Clock::now();
     std::atomic<unsigned> header{kHeaderLevel | kHeaderModule};
 
-    // Guarded by mutex. Recursive, because a filter or callback may itself log.
-    std::recursive_mutex mutex;
-    ModuleFilter filter;
-    Callback callback;
-    std::ofstream file;
-    std::ostream* stream = nullptr; // null: standard error
-    bool busy = false;              // a filter or callback is running, on this very thread
-    std::string line;               // kept, so that a line seldom allocates
+    Vessa::RecursiveMutex mutex; // because a filter or callback may itself log
+    ModuleFilter filter ORVEL_GUARDED_BY(mutex);
+    Callback callback ORVEL_GUARDED_BY(mutex);
+    std::ofstream file ORVEL_GUARDED_BY(mutex);
+    std::ostream* stream ORVEL_GUARDED_BY(mutex) = nullptr; // null: standard error
+    // A filter or callback is running, on this very thread.
+    bool busy ORVEL_GUARDED_BY(mutex) = false;
+    std::string line ORVEL_GUARDED_BY(mutex); // kept, so that a line seldom allocates
 
-    bool accepts(const char* module);
-    void appendHeader(const Site& site);
+    bool accepts(const char* module) ORVEL_REQUIRES(mutex);
+    void appendHeader(const Site& site) ORVEL_REQUIRES(mutex);
     void appendMessage(const char* format, std::va_list arguments)
-        __attribute__((format(printf, 2, 0)));
-    void emit(Level level);
-    void redirect(std::ostream* newStream, Callback newCallback);
+        __attribute__((format(printf, 2, 0))) ORVEL_REQUIRES(mutex);
+    void emit(Level level) ORVEL_REQUIRES(mutex);
+    void redirect(std::ostream* newStream, Callback newCallback) ORVEL_REQUIRES(mutex);
 };
 
 bool Log::State::accepts(const char* module) {
@@ -165,7 +165,6 @@ void Log::State::emit(Level level) {
 }
 
 void Log::State::redirect(std::ostream* newStream, Callback newCallback) {
-    const std::scoped_lock guard(mutex);
     callback = std::move(newCallback);
     stream = newStream;
     if (newStream != &file) {
@@ -198,11 +197,12 @@ void Log::setHeader(unsigned mask) noexcept {
 }
 
 void Log::setModuleFilter(ModuleFilter filter) {
-    const std::scoped_lock guard(state_->mutex);
+    const Vessa::Lock guard(state_->mutex);
     state_->filter = std::move(filter);
 }
 
 void Log::setStream(std::ostream* stream) {
+    const Vessa::Lock guard(state_->mutex);
     state_->redirect(stream, nullptr);
 }
 
@@ -211,21 +211,23 @@ bool Log::setFile(const std::string& path) {
     if (!file) {
         return false;
     }
-    const std::scoped_lock guard(state_->mutex);
+    const Vessa::Lock guard(state_->mutex);
     state_->file = std::move(file);
     state_->redirect(&state_->file, nullptr);
     return true;
 }
 
 void Log::setCallback(Callback callback) {
+    const Vessa::Lock guard(state_->mutex);
     state_->redirect(nullptr, std::move(callback));
 }
 
-void Log::lock() {
+// The caller keeps the lock, which the analysis cannot follow.
+void Log::lock() ORVEL_NO_THREAD_SAFETY_ANALYSIS {
     state_->mutex.lock();
 }
 
-void Log::unlock() {
+void Log::unlock() ORVEL_NO_THREAD_SAFETY_ANALYSIS {
     state_->mutex.unlock();
 }
 
@@ -240,7 +242,7 @@ void Log::write(const Site& site, const char* format, ...) noexcept {
     std::va_list arguments;
     va_start(arguments, format);
     try {
-        const std::scoped_lock guard(state_->mutex);
+        const Vessa::Lock guard(state_->mutex);
         if (state_->busy) {
             std::vfprintf(stderr, format, arguments);
         } else if (state_->accepts(site.module)) {

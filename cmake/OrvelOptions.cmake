@@ -1,11 +1,14 @@
 # What all our own targets are compiled with. Linked privately, so that none of it reaches a
 # project that uses the library.
 add_library(orvel_options INTERFACE)
+# A guarded member that is used without its lock is an error, see Vessa/Mutex.h. Only clang checks it.
+set(ORVEL_LOCK_CHECKS -Wthread-safety -Werror=thread-safety)
 target_compile_features(orvel_options INTERFACE cxx_std_20)
 target_compile_options(orvel_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> -Wcast-align
     -Wconversion -Wdouble-promotion -Wformat=2
     $<$<BOOL:${ORVEL_WARNINGS_AS_ERRORS}>:-Werror>
+    $<$<COMPILE_LANG_AND_ID:CXX,Clang>:${ORVEL_LOCK_CHECKS}>
     # Log lines name files relative to the source tree, and no build path ends up in a binary.
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_include_directories(orvel_options INTERFACE "${PROJECT_SOURCE_DIR}")

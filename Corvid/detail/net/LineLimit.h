@@ -1,9 +1,10 @@
 #pragma once
 
+#include <Vessa/Mutex.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 
 namespace Corvid::detail {
 
@@ -18,7 +19,7 @@ public:
 
     /// Whether one more line may be written.
     bool admit() {
-        const std::scoped_lock lock(mutex_);
+        const Vessa::Lock lock(mutex_);
         const auto now = Clock::now();
         if (now - begin_ >= kPeriod) {
             begin_ = now;
@@ -37,7 +38,7 @@ public:
         if (leftOut_ == 0) { // as nearly always
             return 0;
         }
-        const std::scoped_lock lock(mutex_);
+        const Vessa::Lock lock(mutex_);
         if (!final && Clock::now() - begin_ < kPeriod) {
             return 0;
         }
@@ -48,9 +49,9 @@ public:
 private:
     const unsigned most_;
     std::atomic<std::uint64_t> leftOut_ = 0;
-    std::mutex mutex_;
-    Clock::time_point begin_; // guarded by mutex_
-    unsigned lines_ = 0;      // guarded by mutex_; written since `begin_`
+    Vessa::Mutex mutex_;
+    Clock::time_point begin_ ORVEL_GUARDED_BY(mutex_);
+    unsigned lines_ ORVEL_GUARDED_BY(mutex_) = 0; // written since `begin_`
 };
 
 } // namespace Corvid::detail

@@ -5,17 +5,17 @@
 namespace Corvid::detail {
 
 void OutgoingStream::setLagLimit(std::size_t bytes) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     lagLimit_ = bytes;
 }
 
 void OutgoingStream::open() {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     open_ = true;
 }
 
 void OutgoingStream::close() {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     open_ = false;
 }
 
@@ -27,7 +27,7 @@ bool OutgoingStream::wakeLocked() {
 }
 
 bool OutgoingStream::append(const std::byte* frame, std::size_t size, bool& wake) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     if (!open_) {
         return false;
     }
@@ -43,7 +43,7 @@ bool OutgoingStream::append(const std::byte* frame, std::size_t size, bool& wake
 }
 
 bool OutgoingStream::append(Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     if (!outlet.joined || outlet.leaving || outlet.overrun) {
         return false;
     }
@@ -83,7 +83,7 @@ void OutgoingStream::checkLag() {
 }
 
 void OutgoingStream::join(Outlet& outlet) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     outlet.joined = true;
     outlet.joining = true;
     outlet.position = stream_.end();
@@ -93,13 +93,13 @@ void OutgoingStream::join(Outlet& outlet) {
 }
 
 bool OutgoingStream::ready(Outlet& outlet) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     outlet.joining = false;
     return wakeLocked();
 }
 
 void OutgoingStream::leave(Outlet& outlet) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     outlet.leaving = outlet.writing;
     if (outlet.joined && !outlet.leaving) {
         leaveLocked(outlet);
@@ -166,7 +166,7 @@ void OutgoingStream::moveLag(Outlet& outlet) {
     std::uint64_t position = 0;
     std::uint64_t own = 0;
     {
-        const std::scoped_lock lock(mutex_);
+        const Vessa::Lock lock(mutex_);
         if (!outlet.joined || outlet.joining || outlet.overrun ||
             (outlet.backlog.empty() && !isLate(outlet))) {
             return;
@@ -179,7 +179,7 @@ void OutgoingStream::moveLag(Outlet& outlet) {
         outlet.backlog.add(
             classify_, {static_cast<const std::byte*>(piece.iov_base), piece.iov_len});
     }
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     outlet.writing = false;
     if (outlet.leaving) {
         leaveLocked(outlet);
@@ -194,7 +194,7 @@ void OutgoingStream::moveLag(Outlet& outlet) {
 }
 
 OutgoingStream::Batch OutgoingStream::gather(Outlet& outlet, iovec* pieces, std::size_t most) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     Batch batch;
     batch.overrun = outlet.overrun;
     if (!outlet.joined || outlet.overrun || outlet.blocked) {
@@ -238,7 +238,7 @@ void OutgoingStream::advance(Outlet& outlet, std::size_t bytes, bool blocked) {
     if (fromBacklog) {
         outlet.backlog.advance(bytes);
     }
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     outlet.writing = false;
     outlet.blocked = blocked;
     outlet.stuck = outlet.stuck || blocked;
@@ -271,12 +271,12 @@ void OutgoingStream::advance(Outlet& outlet, std::size_t bytes, bool blocked) {
 }
 
 void OutgoingStream::unblock(Outlet& outlet) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     outlet.blocked = false;
 }
 
 void OutgoingStream::trim() {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     trimLocked();
 }
 
@@ -291,30 +291,30 @@ void OutgoingStream::trimLocked() {
 }
 
 bool OutgoingStream::takeWork() {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     const bool work = work_;
     work_ = false;
     return work;
 }
 
 bool OutgoingStream::addWork() {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     return wakeLocked();
 }
 
 bool OutgoingStream::beginSleep() {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     sleeping_ = !work_;
     return sleeping_;
 }
 
 void OutgoingStream::endSleep() {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     sleeping_ = false;
 }
 
 OutgoingStream::Counts OutgoingStream::counts(const Outlet& outlet) const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     Counts counts;
     counts.bytesOut = outlet.bytesOut;
     counts.frames = outlet.framesOwn;
@@ -328,14 +328,14 @@ OutgoingStream::Counts OutgoingStream::counts(const Outlet& outlet) const {
 }
 
 bool OutgoingStream::isDrained(const Outlet& outlet) const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     return !outlet.joined || outlet.overrun ||
            (outlet.runs.empty() && outlet.position == stream_.end() &&
             outlet.backlogCounts.waiting == 0);
 }
 
 std::size_t OutgoingStream::bytesKept() const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     std::size_t bytes = stream_.bytesKept();
     for (const Outlet* outlet : outlets_) {
         bytes += outlet->own.bytesKept() + outlet->backlogCounts.kept;

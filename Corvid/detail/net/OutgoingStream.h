@@ -2,12 +2,12 @@
 
 #include <Corvid/detail/net/Backlog.h>
 #include <Corvid/detail/net/ChunkQueue.h>
+#include <Vessa/Mutex.h>
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <sys/uio.h>
 #include <utility>
 #include <vector>
@@ -110,25 +110,25 @@ private:
     static constexpr std::size_t kLateBytes = std::size_t{256} << 10U;
     static constexpr std::chrono::milliseconds kLateTime{250};
 
-    void checkLag();
-    bool isLate(Outlet& outlet);
-    std::uint64_t listPending(Outlet& outlet);
-    void trimLocked();
-    void leaveLocked(Outlet& outlet);
-    bool wakeLocked();
-    [[nodiscard]] std::uint64_t lagOf(const Outlet& outlet) const;
+    void checkLag() ORVEL_REQUIRES(mutex_);
+    bool isLate(Outlet& outlet) ORVEL_REQUIRES(mutex_);
+    std::uint64_t listPending(Outlet& outlet) ORVEL_REQUIRES(mutex_);
+    void trimLocked() ORVEL_REQUIRES(mutex_);
+    void leaveLocked(Outlet& outlet) ORVEL_REQUIRES(mutex_);
+    bool wakeLocked() ORVEL_REQUIRES(mutex_);
+    [[nodiscard]] std::uint64_t lagOf(const Outlet& outlet) const ORVEL_REQUIRES(mutex_);
 
     Backlog::Classify classify_; // not changed once open
     std::vector<iovec> pending_; // the writer's
 
-    mutable std::mutex mutex_; // guards everything below
-    ChunkQueue stream_{kSpareChunks};
-    std::vector<Outlet*> outlets_;
-    std::uint64_t frames_ = 0;
-    std::size_t lagLimit_ = 0;
-    bool open_ = false;
-    bool work_ = false;
-    bool sleeping_ = false;
+    mutable Vessa::Mutex mutex_; // guards the outlets too, as far as they are not the writer's
+    ChunkQueue stream_ ORVEL_GUARDED_BY(mutex_){kSpareChunks};
+    std::vector<Outlet*> outlets_ ORVEL_GUARDED_BY(mutex_);
+    std::uint64_t frames_ ORVEL_GUARDED_BY(mutex_) = 0;
+    std::size_t lagLimit_ ORVEL_GUARDED_BY(mutex_) = 0;
+    bool open_ ORVEL_GUARDED_BY(mutex_) = false;
+    bool work_ ORVEL_GUARDED_BY(mutex_) = false;
+    bool sleeping_ ORVEL_GUARDED_BY(mutex_) = false;
 };
 
 } // namespace Corvid::detail
