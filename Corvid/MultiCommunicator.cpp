@@ -8,7 +8,7 @@ namespace Corvid {
 
 MultiCommunicator::MultiCommunicator(int protocolVersion)
     : hub_(std::make_shared<detail::Hub>(*this, protocolVersion)) {
-    hub_->loop()->stream.setLagLimit(kDefaultLagLimit);
+    hub_->context()->stream.setLagLimit(kDefaultLagLimit);
 }
 
 MultiCommunicator::~MultiCommunicator() = default;
@@ -37,12 +37,8 @@ bool MultiCommunicator::waitForCommunicators(std::chrono::steady_clock::duration
     return hub_->wait(nullptr, std::chrono::steady_clock::now() + atMost);
 }
 
-bool MultiCommunicator::watch(int descriptor) {
-    return hub_->watch(descriptor);
-}
-
-bool MultiCommunicator::unwatch(int descriptor) {
-    return hub_->unwatch(descriptor);
+std::shared_ptr<Loop> MultiCommunicator::loop() const {
+    return hub_->loop();
 }
 
 bool MultiCommunicator::receiveCommunicator(Communicator*& communicator) {
@@ -79,7 +75,7 @@ void MultiCommunicator::setNoDelay(bool noDelay) {
 }
 
 void MultiCommunicator::setLagLimit(std::size_t bytes) {
-    hub_->loop()->stream.setLagLimit(bytes);
+    hub_->context()->stream.setLagLimit(bytes);
 }
 
 void MultiCommunicator::setMaxPerAddress(std::size_t count) {
@@ -88,11 +84,11 @@ void MultiCommunicator::setMaxPerAddress(std::size_t count) {
 
 void MultiCommunicator::setNewestOnly(
     std::function<FrameRole(std::span<const std::byte> frame)> classify) {
-    hub_->loop()->stream.setNewestOnly(std::move(classify));
+    hub_->context()->stream.setNewestOnly(std::move(classify));
 }
 
 void MultiCommunicator::setDiagnostic(Diagnostic diagnostic) {
-    hub_->loop()->setDiagnostic(std::move(diagnostic));
+    hub_->context()->setDiagnostic(std::move(diagnostic));
 }
 
 MultiCommunicator::Counters MultiCommunicator::counters() const {

@@ -2,6 +2,7 @@
 
 #include <Corvid/Communicator.h>
 #include <Corvid/FrameRole.h>
+#include <Corvid/Loop.h>
 #include <Corvid/Sender.h>
 
 #include <chrono>
@@ -17,7 +18,7 @@
 
 namespace Corvid {
 
-/// Any number of connections that are sent to as one and received from as they have something.
+/// Any number of connections: broadcasts to all, and receives from whichever has data.
 ///
 /// It has no thread of its own. The loop thread is whichever is inside waitForCommunicators(),
 /// receiveCommunicator() or communicatorsAvail(), one at a time; connections are made, read and
@@ -95,15 +96,12 @@ public:
 
     /// Waits until a connection has something to receive. False after breakWait() or close().
     bool waitForCommunicators();
-    /// The same for `atMost`; false too when that is over.
+    /// The same for `atMost`; false too when that is over, and when another object that shares the
+    /// loop has something.
     bool waitForCommunicators(std::chrono::steady_clock::duration atMost);
-    /// Makes waitForCommunicators() end, with false, also while this descriptor is readable or has
-    /// failed, so that one wait serves a host's other sockets too. The host keeps it and calls
-    /// unwatch() before closing it. False if it is none, or watched already. On the loop thread,
-    /// between waits.
-    bool watch(int descriptor);
-    /// False if it is not watched.
-    bool unwatch(int descriptor);
+    /// The loop that waits. Other objects can share it, and a program then waits in Loop::wait()
+    /// for all of them: true means that one has something, so serve each of them.
+    [[nodiscard]] std::shared_ptr<Loop> loop() const;
     /// Gives the next connection that has something to receive, in turn, one frame each; waits if
     /// there is none. A lost connection is given once, so that receiving from it fails. False, and
     /// null, after breakWait() or close().

@@ -8,10 +8,6 @@ bool PolledWebServer::update() {
     return serve();
 }
 
-int PolledWebServer::descriptor() const {
-    return pollDescriptor();
-}
-
 std::chrono::steady_clock::time_point PolledWebServer::nextUpdate() const {
     return nextServe();
 }

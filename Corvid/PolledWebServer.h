@@ -20,11 +20,9 @@ public:
     /// if closed or called from a page.
     bool update();
 
-    /// For loops that wait for several things: a descriptor that becomes readable (poll, epoll)
-    /// when update() has work. Owned by the server, new after each open(); -1 when closed.
-    [[nodiscard]] int descriptor() const;
-    /// When update() is due even if descriptor() is not readable: in the past while an answer is
-    /// being made, else at the next timeout of a connection; time_point::max() if there is none.
+    /// When update() is due, as far as the loop has seen: Loop::kNow if a client has something for
+    /// it or an answer is being made, else at the next timeout of a connection; time_point::max()
+    /// if there is none. Loop::wait() returns true when it has come.
     [[nodiscard]] std::chrono::steady_clock::time_point nextUpdate() const;
 };
 

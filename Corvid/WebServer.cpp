@@ -1,6 +1,6 @@
 #include <Corvid/WebServer.h>
 
-#include <Corvid/detail/http/WebLoop.h>
+#include <Corvid/detail/http/HttpServer.h>
 #include <Corvid/detail/http/WebSite.h>
 
 #include <utility>
@@ -8,8 +8,8 @@
 namespace Corvid {
 
 WebServer::WebServer()
-    : site_(std::make_unique<detail::WebSite>()), loop_(std::make_unique<detail::WebLoop>(*site_)) {
-}
+    : site_(std::make_unique<detail::WebSite>()),
+      server_(std::make_unique<detail::HttpServer>(*site_)) {}
 
 WebServer::~WebServer() = default;
 
@@ -71,26 +71,26 @@ std::string WebServer::createFrame(const std::string& title, const std::string& 
 }
 
 void WebServer::open(const std::string& host, std::uint16_t port) {
-    loop_->open(host, port);
+    server_->open(host, port);
     site_->listeningHost = host;
 }
 
 void WebServer::close() {
-    loop_->close();
+    server_->close();
 }
 
 bool WebServer::isOpen() const {
-    return loop_->isOpen();
+    return server_->isOpen();
 }
 
 std::uint16_t WebServer::port() const {
-    return loop_->port();
+    return server_->port();
 }
 
 WebServer::Counters WebServer::counters() const {
     Counters counters = site_->counters;
-    counters.connections = loop_->connections();
-    counters.bytesWaiting = loop_->bytesWaiting();
+    counters.connections = server_->connections();
+    counters.bytesWaiting = server_->bytesWaiting();
     return counters;
 }
 
@@ -98,16 +98,20 @@ void WebServer::setDiagnostic(Diagnostic diagnostic) {
     site_->diagnostic = std::move(diagnostic);
 }
 
-bool WebServer::serve() {
-    return loop_->serve();
+std::shared_ptr<Loop> WebServer::loop() const {
+    return server_->loop();
 }
 
-int WebServer::pollDescriptor() const {
-    return loop_->descriptor();
+void WebServer::setLoop(std::shared_ptr<Loop> loop) {
+    server_->setLoop(std::move(loop));
+}
+
+bool WebServer::serve() {
+    return server_->serve();
 }
 
 std::chrono::steady_clock::time_point WebServer::nextServe() const {
-    return loop_->nextServe();
+    return server_->nextServe();
 }
 
 } // namespace Corvid

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Corvid/Loop.h>
 #include <Corvid/Multicast.h>
 #include <Corvid/ProtocolHTTP.h>
 #include <Corvid/WebPage.h>
@@ -17,7 +18,7 @@
 namespace Corvid {
 
 namespace detail {
-class WebLoop;
+class HttpServer;
 class WebSite;
 } // namespace detail
 
@@ -109,6 +110,11 @@ public:
     /// The port listened to; 0 when closed.
     [[nodiscard]] std::uint16_t port() const;
 
+    /// The loop that knows when a client has something: one of its own, unless it is given one to
+    /// share. Null before that and open().
+    [[nodiscard]] std::shared_ptr<Loop> loop() const;
+    void setLoop(std::shared_ptr<Loop> loop);
+
     /// The multicast group for hosts that announce the server; the server itself does not announce.
     [[nodiscard]] Multicast& multicast() { return multicast_; }
     [[nodiscard]] const Multicast& multicast() const { return multicast_; }
@@ -123,15 +129,13 @@ protected:
     WebServer();
     /// Serves pending work without waiting. Returns false when closed.
     bool serve();
-    /// Readable when a socket has work for serve(); -1 when closed.
-    [[nodiscard]] int pollDescriptor() const;
-    /// When serve() is due even if no socket is ready.
+    /// When serve() is due; Loop::kNow if a client has something for it.
     [[nodiscard]] std::chrono::steady_clock::time_point nextServe() const;
 
 private:
     Multicast multicast_;
     std::unique_ptr<detail::WebSite> site_;
-    std::unique_ptr<detail::WebLoop> loop_;
+    std::unique_ptr<detail::HttpServer> server_;
 };
 
 } // namespace Corvid

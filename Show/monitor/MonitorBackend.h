@@ -34,7 +34,7 @@ public:
     MonitorBackend(Orvel::World& world, const char* params);
 
     [[nodiscard]] bool isOpen() const { return server_.isOpen(); }
-    [[nodiscard]] const Corvid::PolledWebServer& server() const { return server_; }
+    [[nodiscard]] Corvid::PolledWebServer& server() { return server_; }
     /// Where a browser finds it, such as "http://127.0.0.1:33790/"; empty when it is not open.
     [[nodiscard]] std::string url() const;
 

@@ -1,15 +1,9 @@
 #include <Show/osc/OscServer.h>
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
-#include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace Show {
@@ -17,117 +11,106 @@ namespace Show {
 namespace {
 
 constexpr int kDatagramBytes = 4 << 20; // that the system keeps while we are busy
-constexpr int kDatagramsInARow = 256;   // before connections get their turn
+constexpr int kDatagramsInARow = 256;   // before the connections are served
 constexpr std::chrono::milliseconds kLongestFinish{100};
+constexpr std::chrono::milliseconds kFullPause{100};
 constexpr int kAttempts = 20;    // to find a port that is free for both
 constexpr int kIdleSeconds = 30; // before a silent peer is asked whether it is there
-constexpr int kLinger = 16;      // connections that wait to be accepted
-
-std::string nameOf(const sockaddr_in& address) {
-    char text[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
-    return std::string(text) + ":" + std::to_string(ntohs(address.sin_port));
-}
+constexpr int kBacklog = 16;     // connections that wait to be accepted
 
 } // namespace
 
 OscServer::OscServer(
-    Orvel::World& world, const Settings& settings, OscScene::Apply apply, Report report)
+    Orvel::World& world, const Settings& settings, OscScene::Apply apply, Report report,
+    std::shared_ptr<Corvid::Loop> loop)
     : settings_(settings), report_(std::move(report)),
       scene_(world, settings.scale, std::move(apply)),
       inbox_(
           [this](std::span<const std::byte> message) { take(message); },
           [this](const std::string& fault) { reportWrong(fault); }),
-      buffer_(OscStream::kMostBytes) {}
+      loop_(std::move(loop)), buffer_(OscStream::kMostBytes) {
+    loop_->add(*this);
+}
 
 OscServer::~OscServer() {
-    for (const int socket : {poller_, udp_, tcp_}) {
-        if (socket >= 0) {
-            close(socket);
-        }
-    }
-    for (const Connection& connection : connections_) {
-        close(connection.socket);
-    }
+    loop_->remove(*this);
 }
 
 bool OscServer::open() {
+    std::error_code error;
     for (int attempt = 0; attempt < (settings_.port == 0 ? kAttempts : 1); ++attempt) {
-        if (listen(settings_.port)) {
+        error = listen(settings_.port);
+        if (!error) {
             return true;
         }
-        if (settings_.port != 0 || errno != EADDRINUSE) {
+        if (error != std::errc::address_in_use) {
             break;
         }
     }
     report_(
         "cannot take Open Sound Control at " + settings_.address + ":" +
-        std::to_string(settings_.port) + ": " + std::generic_category().message(errno) +
-        "; choose another --osc");
+        std::to_string(settings_.port) + ": " + error.message() + "; choose another --osc");
     return false;
 }
 
-bool OscServer::listen(unsigned short port) {
-    for (int* old : {&poller_, &udp_, &tcp_}) {
-        if (*old >= 0) {
-            close(std::exchange(*old, -1));
-        }
+std::error_code OscServer::listen(unsigned short port) {
+    udpWatch_ = {};
+    tcpWatch_ = {};
+    Corvid::Socket::Endpoint own{Corvid::InetAddress::getByAddress(settings_.address), port};
+    std::error_code error = tcp_.open(Corvid::Socket::Type::Stream);
+    if (!error) {
+        tcp_.set(SOL_SOCKET, SO_REUSEADDR, 1);
+        error = tcp_.bind(own);
     }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    inet_pton(AF_INET, settings_.address.c_str(), &address.sin_addr);
-    socklen_t size = sizeof address;
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    const int on = 1;
-    tcp_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    udp_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    poller_ = epoll_create1(EPOLL_CLOEXEC);
-    if (tcp_ < 0 || udp_ < 0 || setsockopt(tcp_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        bind(tcp_, generic, size) != 0 || ::listen(tcp_, kLinger) != 0 ||
-        getsockname(tcp_, generic, &size) != 0 || bind(udp_, generic, size) != 0 ||
-        !addToPoller(tcp_) || !addToPoller(udp_)) {
-        return false;
+    if (!error) {
+        error = tcp_.listen(kBacklog);
     }
-    // Less will do where the system gives no more.
-    setsockopt(udp_, SOL_SOCKET, SO_RCVBUF, &kDatagramBytes, sizeof kDatagramBytes);
-    port_ = ntohs(address.sin_port);
-    return true;
+    if (!error) {
+        own.port = tcp_.own().port;
+        error = udp_.open(Corvid::Socket::Type::Datagram);
+    }
+    if (!error) {
+        error = udp_.bind(own);
+    }
+    if (!error) {
+        // Less will do where the system gives no more.
+        udp_.set(SOL_SOCKET, SO_RCVBUF, kDatagramBytes);
+        port_ = own.port;
+        udpWatch_ = watch(udp_);
+        tcpWatch_ = watch(tcp_);
+    }
+    return error;
 }
 
-bool OscServer::addToPoller(int socket) const {
-    epoll_event event{};
-    event.events = EPOLLIN;
-    return epoll_ctl(poller_, EPOLL_CTL_ADD, socket, &event) == 0;
+Corvid::Loop::Watch OscServer::watch(const Corvid::Socket& socket) {
+    Corvid::Loop::Watch watch(loop_, socket, [this](auto) { arrived_ = true; });
+    watch.want(true, false);
+    return watch;
 }
 
-OscServer::Clock::time_point OscServer::next() const {
-    if (isAnyBehind()) {
-        return Clock::time_point::min();
+OscServer::Clock::time_point OscServer::prepare(Clock::time_point now, bool /*waits*/) {
+    const bool behind =
+        std::any_of(connections_.begin(), connections_.end(), [](const Connection& connection) {
+            return connection.behind;
+        });
+    if (arrived_ || behind) {
+        return Corvid::Loop::kNow;
     }
     const auto due = inbox_.next();
-    return due ? Clock::now() +
-                     std::chrono::duration_cast<Clock::duration>(*due - OscInbox::Clock::now())
-               : Clock::time_point::max();
-}
-
-bool OscServer::isAnyBehind() const {
-    return std::any_of(connections_.begin(), connections_.end(), [](const Connection& connection) {
-        return connection.behind;
-    });
-}
-
-void OscServer::wait(Clock::time_point until) const {
-    const auto left = std::max(
-        std::chrono::duration_cast<std::chrono::nanoseconds>(
-            std::min(until, next()) - Clock::now()),
-        std::chrono::nanoseconds(0));
-    const timespec time{left.count() / 1'000'000'000, left.count() % 1'000'000'000};
-    pollfd entry{poller_, POLLIN, 0};
-    ppoll(&entry, 1, &time, nullptr); // a signal ends it
+    if (now >= acceptAgain_) {
+        return Corvid::Loop::kNow;
+    }
+    if (!due) {
+        return acceptAgain_;
+    }
+    const auto left = *due - OscInbox::Clock::now();
+    return left <= left.zero()
+               ? Corvid::Loop::kNow
+               : std::min(acceptAgain_, now + std::chrono::duration_cast<Clock::duration>(left));
 }
 
 void OscServer::serve(Clock::duration atMost) {
+    arrived_ = false;
     const auto end = Clock::now() + atMost;
     const auto stop = [end] { return Clock::now() >= end; };
     accept();
@@ -141,12 +124,11 @@ void OscServer::serve(Clock::duration atMost) {
         more = false;
         for (auto entry = connections_.begin(); entry != connections_.end();) {
             if (!read(*entry, stop, more)) {
-                close(entry->socket);
                 entry = connections_.erase(entry);
             } else {
                 ++entry;
             }
-            if (stop()) { // the others come first in the next turn
+            if (stop()) { // the others come first next time
                 connections_.splice(connections_.end(), connections_, connections_.begin(), entry);
                 break;
             }
@@ -155,36 +137,35 @@ void OscServer::serve(Clock::duration atMost) {
 }
 
 void OscServer::accept() {
-    for (;;) {
-        sockaddr_in address{};
-        socklen_t size = sizeof address;
-        const int socket = accept4(
-            tcp_, reinterpret_cast<sockaddr*>(&address), &size, SOCK_CLOEXEC | SOCK_NONBLOCK);
-        if (socket < 0) {
+    while (tcp_) {
+        Corvid::Socket socket;
+        if (const std::error_code error = tcp_.accept(socket)) {
+            if (error == std::errc::connection_aborted || error == std::errc::interrupted) {
+                continue;
+            }
+            // Without a descriptor or memory, asking again at once would not help.
+            const bool full = error != std::errc::operation_would_block;
+            acceptAgain_ = full ? Clock::now() + kFullPause : Clock::time_point::max();
+            tcpWatch_.want(!full, false);
             return;
         }
+        const std::string peer = socket.peer().text();
         if (connections_.size() >= kMostConnections) {
             const auto idlest = std::min_element(
                 connections_.begin(), connections_.end(),
                 [](const Connection& a, const Connection& b) { return a.heard < b.heard; });
             reportWrong(
                 idlest->peer + " has been silent for longest of " +
-                std::to_string(kMostConnections) + " connections, and gives way to " +
-                nameOf(address));
-            close(idlest->socket);
+                std::to_string(kMostConnections) + " connections, and gives way to " + peer);
             connections_.erase(idlest);
         }
         // So that a peer that is gone without a word does not keep its place.
-        const int on = 1;
-        setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
-        setsockopt(socket, IPPROTO_TCP, TCP_KEEPIDLE, &kIdleSeconds, sizeof kIdleSeconds);
-        if (!addToPoller(socket)) {
-            close(socket);
-            continue;
-        }
+        socket.set(SOL_SOCKET, SO_KEEPALIVE, 1);
+        socket.set(IPPROTO_TCP, TCP_KEEPIDLE, kIdleSeconds);
         Connection& connection = connections_.emplace_back();
-        connection.socket = socket;
-        connection.peer = nameOf(address);
+        connection.socket = std::move(socket);
+        connection.peer = peer;
+        connection.watch = watch(connection.socket);
     }
 }
 
@@ -205,13 +186,13 @@ bool OscServer::read(Connection& connection, const OscInbox::Stop& stop, bool& m
     }
     takeWhole();
     if (!connection.behind) {
-        const ssize_t got = recv(connection.socket, buffer_.data(), buffer_.size(), 0);
-        if (got <= 0) {
-            return got < 0 && (errno == EAGAIN || errno == EINTR);
+        const Corvid::Socket::Transfer got = connection.socket.receive(buffer_);
+        if (got.bytes == 0) {
+            return got.blocked();
         }
         more = true;
         connection.heard = Clock::now();
-        connection.stream.feed({buffer_.data(), static_cast<std::size_t>(got)});
+        connection.stream.feed({buffer_.data(), got.bytes});
         takeWhole();
     }
     if (connection.stream.broken()) {
@@ -224,12 +205,11 @@ bool OscServer::read(Connection& connection, const OscInbox::Stop& stop, bool& m
 void OscServer::readDatagrams(const OscInbox::Stop& stop) {
     do {
         for (int i = 0; i < kDatagramsInARow && !stop(); ++i) {
-            const ssize_t got = recv(udp_, buffer_.data(), buffer_.size(), 0);
-            if (got < 0) {
+            const Corvid::Socket::Transfer got = udp_.receive(buffer_);
+            if (got.error) {
                 return;
             }
-            inbox_.add(
-                {buffer_.data(), static_cast<std::size_t>(got)}, OscInbox::Clock::now(), stop);
+            inbox_.add({buffer_.data(), got.bytes}, OscInbox::Clock::now(), stop);
         }
     } while (connections_.empty() && !stop());
 }

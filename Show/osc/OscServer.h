@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Corvid/Loop.h>
+#include <Corvid/Socket.h>
 #include <Show/detail/Report.h>
 #include <Show/osc/OscInbox.h>
 #include <Show/osc/OscScene.h>
@@ -9,17 +11,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <memory>
+#include <span>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace Show {
 
-/// Takes Open Sound Control over UDP and TCP at one port and applies it to a world. It has no
-/// thread: everything happens inside wait() and serve(). Messages that make no sense are counted;
-/// the first of them are reported. The world must outlive it. Confined to the world's thread.
-class OscServer {
+/// Takes Open Sound Control over UDP and TCP at one port and applies it to a world, inside serve().
+/// Its loop waits for it. Invalid messages are counted; the first of them are reported. The world
+/// must outlive it. Confined to the world's thread, which is the loop's.
+class OscServer : private Corvid::Loop::Client {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = Corvid::Loop::Clock;
 
     static constexpr std::size_t kMostConnections = 64;
     static constexpr std::size_t kMaxReports = 20;
@@ -30,22 +35,17 @@ public:
         float scale = 10.0F;               ///< scene units for the 1 of normalised coordinates
     };
 
-    OscServer(Orvel::World& world, const Settings& settings, OscScene::Apply apply, Report report);
+    OscServer(
+        Orvel::World& world, const Settings& settings, OscScene::Apply apply, Report report,
+        std::shared_ptr<Corvid::Loop> loop);
     OscServer(const OscServer&) = delete;
     OscServer& operator=(const OscServer&) = delete;
-    ~OscServer();
+    ~OscServer() override;
 
     /// Opens both sockets. False, with a report, if that is impossible.
     bool open();
     [[nodiscard]] unsigned short port() const noexcept { return port_; }
 
-    /// Readable (poll, epoll) while something has arrived; -1 before open().
-    [[nodiscard]] int descriptor() const noexcept { return poller_; }
-    /// When serve() is due although descriptor() is not readable; time_point::max() if no message
-    /// waits for its time.
-    [[nodiscard]] Clock::time_point next() const;
-    /// Waits until something arrives, a message that waits is due, or it is `until`.
-    void wait(Clock::time_point until) const;
     /// Applies what has arrived and what is due, for about `atMost`, however much there is.
     void serve(Clock::duration atMost);
 
@@ -56,20 +56,21 @@ public:
 
 private:
     struct Connection {
-        int socket = -1;
+        Corvid::Socket socket;
+        Corvid::Loop::Watch watch;
         std::string peer;
         OscStream stream;
         Clock::time_point heard = Clock::now();
         bool behind = false; ///< whole packets may be left in the stream
     };
 
-    bool listen(unsigned short port);
-    [[nodiscard]] bool addToPoller(int socket) const;
+    Clock::time_point prepare(Clock::time_point now, bool waits) override;
+    [[nodiscard]] std::error_code listen(unsigned short port);
+    [[nodiscard]] Corvid::Loop::Watch watch(const Corvid::Socket& socket);
     void accept();
     /// False when the connection has ended. Sets `more` if something has come.
     bool read(Connection& connection, const OscInbox::Stop& stop, bool& more);
     void readDatagrams(const OscInbox::Stop& stop);
-    [[nodiscard]] bool isAnyBehind() const;
     void take(std::span<const std::byte> packet);
     void reportWrong(const std::string& fault);
 
@@ -77,10 +78,14 @@ private:
     Report report_;
     OscScene scene_;
     OscInbox inbox_;
-    int poller_ = -1; // of the sockets below
-    int udp_ = -1;
-    int tcp_ = -1;
+    const std::shared_ptr<Corvid::Loop> loop_;
+    Corvid::Socket udp_;
+    Corvid::Socket tcp_;
+    Corvid::Loop::Watch udpWatch_;
+    Corvid::Loop::Watch tcpWatch_;
     unsigned short port_ = 0;
+    Clock::time_point acceptAgain_ = Clock::time_point::max(); // while nothing can be accepted
+    bool arrived_ = false;                                     // something, since the last serve()
     std::list<Connection> connections_;
     std::vector<std::byte> buffer_;
     std::uint64_t messages_ = 0;

@@ -80,11 +80,8 @@ protected:
             return true;
         });
     }
-    /// Whether a loop that waits for several things would call update() now.
-    bool isDue() const {
-        pollfd entry = {server.descriptor(), POLLIN, 0};
-        return server.nextUpdate() <= std::chrono::steady_clock::now() || ::poll(&entry, 1, 0) > 0;
-    }
+    /// Whether its loop says to call update() now.
+    bool isDue() const { return server.loop()->wait(std::chrono::steady_clock::now()); }
     bool updateUntil(const std::function<bool()>& done) {
         return until(done, [this] { isDue() && server.update(); });
     }

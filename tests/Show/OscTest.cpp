@@ -325,7 +325,8 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
             ++applied;
             std::this_thread::sleep_for(pause);
         },
-        [&](const std::string& message) { reports.push_back(message); });
+        [&](const std::string& message) { reports.push_back(message); },
+        std::make_shared<Corvid::Loop>());
     ASSERT_TRUE(server.open());
     std::deque<RawSocket> sockets;
     for (std::size_t i = 0; i < OscServer::kMostConnections + 2; ++i) {

@@ -16,12 +16,12 @@ using namespace std::chrono_literals;
 using Severity = MultiCommunicator::Severity;
 
 constexpr auto kTimeToConnect = 3s;
-constexpr double kLeastInterval = 0.05;
-constexpr double kMostInterval = 86400.0;
+constexpr double kMinInterval = 0.05;
+constexpr double kMaxInterval = 86400.0;
 constexpr std::size_t kMaxOtherVersions = 1024; // that are reported, and so for the next
 constexpr std::size_t kMaxClosed = 1024;
-constexpr std::size_t kMostEndpoints = 8; // of one server
-constexpr std::size_t kMostAttempts = 64;
+constexpr std::size_t kMaxEndpoints = 8; // of one server
+constexpr std::size_t kMaxAttempts = 64;
 constexpr int kIntervalsRemembered = 3;
 
 std::string targetOf(std::uint64_t instance) {
@@ -45,8 +45,7 @@ std::chrono::steady_clock::duration seconds(double value) {
 } // namespace
 
 Connector::Connector(Hub& hub, const Multicast& multicast)
-    : hub_(hub), searchTimer_(hub.loop()->io),
-      discovery_(hub.loop()->io, multicast, [this](const Discovery::Arrival& arrival) {
+    : hub_(hub), discovery_(hub.loop(), multicast, [this](const Discovery::Arrival& arrival) {
           heard(arrival);
       }) {}
 
@@ -54,24 +53,24 @@ Connector::Connector(Hub& hub, const Multicast& multicast)
 
 void Connector::setSearchInterval(double seconds) {
     interval_ = std::isnan(seconds) ? MultiClient::kDefaultSearchInterval
-                                    : std::clamp(seconds, kLeastInterval, kMostInterval);
-    hub_.nudge();
+                                    : std::clamp(seconds, kMinInterval, kMaxInterval);
+    hub_.context()->nudge();
 }
 
 void Connector::setServerIds(std::vector<short> ids) {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     serverIds_ = std::move(ids);
 }
 
 bool Connector::isWanted(short id) const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     return serverIds_.empty() ||
            std::find(serverIds_.begin(), serverIds_.end(), id) != serverIds_.end();
 }
 
 void Connector::want(const std::string& host, std::uint16_t port, bool wanted) {
     {
-        const std::scoped_lock lock(mutex_);
+        const Vessa::Lock lock(mutex_);
         if (wanted) {
             wanted_.emplace(host, port);
         } else {
@@ -79,16 +78,16 @@ void Connector::want(const std::string& host, std::uint16_t port, bool wanted) {
         }
     }
     wantedChanged_ = true;
-    hub_.nudge();
+    hub_.context()->nudge();
 }
 
 std::vector<MultiClient::FoundServer> Connector::foundServers() const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     return publishedServers_;
 }
 
 std::vector<MultiClient::SearchedInterface> Connector::searchedInterfaces() const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     return publishedInterfaces_;
 }
 
@@ -99,40 +98,32 @@ void Connector::publish() {
         servers.back().connected = connected_.contains(instance);
     }
     auto interfaces = discovery_.interfaces();
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     publishedServers_.swap(servers);
     publishedInterfaces_.swap(interfaces);
 }
 
 // Searching
 
-void Connector::turn() {
+Connector::Clock::time_point Connector::serve(Clock::time_point now) {
     if (stopped_) {
-        return;
+        return Clock::time_point::max();
     }
     if (wantedChanged_.exchange(false)) {
         takeWanted();
     }
     takeLookUps();
-    if (discovery_.isOutdated()) {
-        search();
-    } else if (usedInterval_ != interval_) {
-        waitToSearch();
+    if (const double interval = interval_; std::exchange(usedInterval_, interval) != interval) {
+        searchAgain_ = now + seconds(usedInterval_);
     }
+    if (discovery_.isOutdated() || now >= searchAgain_) {
+        search(now);
+    }
+    return std::min(searchAgain_, endLateAttempts(now));
 }
 
-void Connector::waitToSearch() {
-    usedInterval_ = interval_;
-    searchTimer_.expires_after(seconds(usedInterval_));
-    searchTimer_.async_wait([this](const boost::system::error_code& error) {
-        if (!error && !stopped_) {
-            search();
-        }
-    });
-}
-
-void Connector::search() {
-    waitToSearch();
+void Connector::search(Clock::time_point now) {
+    searchAgain_ = now + seconds(usedInterval_);
     discovery_.refresh();
     lastNonce_ = std::exchange(nonce_, newNonce());
     searched_ = Clock::now();
@@ -187,7 +178,7 @@ bool Connector::makeRoom(const InetAddress& address) {
 
 void Connector::heard(const Discovery::Arrival& arrival) {
     using Kind = DiscoveryDatagram::Kind;
-    const auto& [datagram, address, port, toGroup, link] = arrival;
+    const auto& [datagram, sender, toGroup, link] = arrival;
     if (datagram.kind == Kind::Query && toGroup) {
         return; // another client's, or our own
     }
@@ -196,19 +187,19 @@ void Connector::heard(const Discovery::Arrival& arrival) {
         return;
     }
     const bool latest = datagram.nonce == nonce_;
+    const Socket::Endpoint endpoint{sender.address, datagram.port};
     const Greeting self = hub_.greeting();
     if (datagram.version != self.version) {
         if (otherVersions_.size() < kMaxOtherVersions &&
             otherVersions_.insert(datagram.instance).second) {
             hub_.reportRefusal(
-                "the server at " + address.text() + ":" + std::to_string(datagram.port) +
-                " speaks version " + std::to_string(datagram.version) +
-                " of the protocol, and this program version " + std::to_string(self.version) +
-                "; use the same release on both");
+                "the server at " + endpoint.text() + " speaks version " +
+                std::to_string(datagram.version) + " of the protocol, and this program version " +
+                std::to_string(self.version) + "; use the same release on both");
         }
         return;
     }
-    if (!found_.contains(datagram.instance) && !makeRoom(address)) {
+    if (!found_.contains(datagram.instance) && !makeRoom(sender.address)) {
         discovery_.countIgnored();
         return;
     }
@@ -217,17 +208,16 @@ void Connector::heard(const Discovery::Arrival& arrival) {
     MultiClient::FoundServer& server = found.server;
     server.instance = datagram.instance;
     server.id = datagram.id;
-    server.address = address;
+    server.address = sender.address;
     server.port = datagram.port;
     server.interface = link.address;
     server.clockSeconds = static_cast<double>(datagram.clock) * 1e-6;
     if (datagram.kind == Kind::Answer && latest) {
         server.roundTripSeconds = std::chrono::duration<double>(found.heard - searched_).count();
     }
-    const Endpoint endpoint(boost::asio::ip::address_v4(address.bits()), datagram.port);
     auto& endpoints = found.endpoints;
     if (std::count(endpoints.begin(), endpoints.end(), endpoint) == 0 &&
-        endpoints.size() < kMostEndpoints) {
+        endpoints.size() < kMaxEndpoints) {
         endpoints.push_back(endpoint);
     }
     if (datagram.kind == Kind::Announce) {
@@ -246,7 +236,7 @@ void Connector::tryNext(std::uint64_t instance) {
         return;
     }
     Found& found = entry->second;
-    if (!found.busy && found.tried < found.endpoints.size() && attempts_.size() < kMostAttempts) {
+    if (!found.busy && found.tried < found.endpoints.size() && attempts_.size() < kMaxAttempts) {
         found.busy = true;
         connect(found.endpoints[found.tried++], targetOf(instance));
     }
@@ -255,7 +245,7 @@ void Connector::tryNext(std::uint64_t instance) {
 void Connector::takeWanted() {
     std::set<std::pair<std::string, std::uint16_t>> wanted;
     {
-        const std::scoped_lock lock(mutex_);
+        const Vessa::Lock lock(mutex_);
         wanted = wanted_;
     }
     std::erase_if(named_, [&](const auto& entry) {
@@ -282,7 +272,7 @@ void Connector::tryNamed(const std::string& target) {
 void Connector::lookUp(Named& named) {
     named.lookUp = std::make_shared<LookUp>();
     // The system's look-up may take many seconds and cannot be broken off.
-    const auto work = [result = named.lookUp, loop = hub_.loop(), host = named.host,
+    const auto work = [result = named.lookUp, context = hub_.context(), host = named.host,
                        port = named.port] {
         addrinfo hints = {};
         hints.ai_family = AF_INET;
@@ -290,22 +280,19 @@ void Connector::lookUp(Named& named) {
         addrinfo* found = nullptr;
         const int error = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
         {
-            const std::scoped_lock lock(result->mutex);
+            const Vessa::Lock lock(result->mutex);
             result->done = true;
             if (error != 0) {
                 result->error = ::gai_strerror(error);
             } else {
                 const auto* address = reinterpret_cast<const sockaddr_in*>(found->ai_addr);
-                result->endpoint.emplace(
-                    boost::asio::ip::address_v4(ntohl(address->sin_addr.s_addr)), port);
+                result->endpoint = {InetAddress::fromBits(ntohl(address->sin_addr.s_addr)), port};
             }
         }
         if (error == 0) {
             ::freeaddrinfo(found);
         }
-        if (loop->stream.addWork()) {
-            loop->wake();
-        }
+        context->nudge();
     };
     if (InetAddress::getByAddress(named.host).isValid()) {
         work();
@@ -314,7 +301,7 @@ void Connector::lookUp(Named& named) {
     try {
         std::thread(work).detach();
     } catch (const std::system_error& error) {
-        const std::scoped_lock lock(named.lookUp->mutex);
+        const Vessa::Lock lock(named.lookUp->mutex);
         named.lookUp->done = true;
         named.lookUp->error = error.what();
     }
@@ -325,10 +312,10 @@ void Connector::takeLookUps() {
         if (!named.lookUp) {
             continue;
         }
-        std::optional<Endpoint> endpoint;
+        std::optional<Socket::Endpoint> endpoint;
         std::string error;
         {
-            const std::scoped_lock lock(named.lookUp->mutex);
+            const Vessa::Lock lock(named.lookUp->mutex);
             if (!named.lookUp->done) {
                 continue;
             }
@@ -344,30 +331,42 @@ void Connector::takeLookUps() {
     }
 }
 
-void Connector::connect(const Endpoint& endpoint, const std::string& target) {
-    const auto attempt = std::make_shared<Attempt>(hub_.loop()->io);
-    attempts_.insert(attempt);
-    attempt->deadline.expires_after(kTimeToConnect);
-    attempt->deadline.async_wait([attempt](const boost::system::error_code& error) {
-        if (!error) {
-            attempt->timedOut = true;
-            boost::system::error_code ignored;
-            attempt->socket.close(ignored);
-        }
+void Connector::connect(const Socket::Endpoint& endpoint, const std::string& target) {
+    const auto entry = attempts_.insert(attempts_.end(), Attempt());
+    entry->target = target;
+    entry->deadline = Clock::now() + kTimeToConnect;
+    std::error_code error = entry->socket.open(Socket::Type::Stream);
+    if (!error) {
+        error = entry->socket.connect(endpoint);
+    }
+    if (error) {
+        finish(entry, error.message());
+        return;
+    }
+    entry->watch = Loop::Watch(hub_.loop(), entry->socket, [this, entry](auto) {
+        const std::error_code outcome = entry->socket.takeError();
+        finish(entry, outcome ? outcome.message() : "");
     });
-    attempt->socket.async_connect(
-        endpoint, [this, attempt, target](const boost::system::error_code& error) {
-            attempts_.erase(attempt);
-            attempt->deadline.cancel();
-            if (stopped_) {
-                return;
-            }
-            if (error || attempt->timedOut) {
-                failed(target, attempt->timedOut ? "it does not answer" : error.message());
-            } else {
-                hub_.adopt(std::move(attempt->socket), target);
-            }
-        });
+    entry->watch.want(false, true); // if the system refuses, the attempt ends at its deadline
+}
+
+/// Ends an attempt; `error` is empty if it is connected.
+void Connector::finish(std::list<Attempt>::iterator attempt, const std::string& error) {
+    Socket socket = std::move(attempt->socket);
+    const std::string target = attempt->target;
+    attempts_.erase(attempt);
+    if (error.empty()) {
+        hub_.adopt(std::move(socket), target);
+    } else {
+        failed(target, error);
+    }
+}
+
+Connector::Clock::time_point Connector::endLateAttempts(Clock::time_point now) {
+    while (!attempts_.empty() && now >= attempts_.front().deadline) {
+        finish(attempts_.begin(), "it does not answer");
+    }
+    return attempts_.empty() ? Clock::time_point::max() : attempts_.front().deadline;
 }
 
 void Connector::failed(const std::string& target, const std::string& reason) {
@@ -436,13 +435,8 @@ void Connector::lost(Connection& connection) {
 
 void Connector::stop() {
     stopped_ = true;
-    searchTimer_.cancel();
     discovery_.stop();
-    for (const auto& attempt : attempts_) {
-        boost::system::error_code ignored;
-        attempt->socket.close(ignored);
-        attempt->deadline.cancel();
-    }
+    attempts_.clear();
 }
 
 } // namespace Corvid::detail

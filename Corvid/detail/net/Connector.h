@@ -1,19 +1,19 @@
 #pragma once
 
+#include <Corvid/Loop.h>
 #include <Corvid/MultiClient.h>
 #include <Corvid/Multicast.h>
+#include <Corvid/Socket.h>
 #include <Corvid/detail/net/Discovery.h>
 #include <Corvid/detail/net/Hub.h>
-
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/steady_timer.hpp>
+#include <Vessa/Mutex.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -26,40 +26,40 @@ namespace Corvid::detail {
 /// otherwise.
 class Connector : public Hub::Role {
 public:
+    using Clock = Loop::Clock;
+
     Connector(Hub& hub, const Multicast& multicast);
 
     // Synchronised.
     void setSearchInterval(double seconds);
     void setMaxFound(std::size_t count) { maxFound_ = count; }
     void setConnecting(bool connecting) { connecting_ = connecting; }
-    void setServerIds(std::vector<short> ids);
-    void want(const std::string& host, std::uint16_t port, bool wanted);
-    [[nodiscard]] std::vector<MultiClient::FoundServer> foundServers() const;
-    [[nodiscard]] std::vector<MultiClient::SearchedInterface> searchedInterfaces() const;
+    void setServerIds(std::vector<short> ids) ORVEL_EXCLUDES(mutex_);
+    void want(const std::string& host, std::uint16_t port, bool wanted) ORVEL_EXCLUDES(mutex_);
+    [[nodiscard]] std::vector<MultiClient::FoundServer> foundServers() const ORVEL_EXCLUDES(mutex_);
+    [[nodiscard]] std::vector<MultiClient::SearchedInterface> searchedInterfaces() const
+        ORVEL_EXCLUDES(mutex_);
     [[nodiscard]] std::uint64_t datagramsIgnored() const override { return discovery_.ignored(); }
 
-    void turn() override;
+    Clock::time_point serve(Clock::time_point now) override;
     bool accept(Connection& connection) override;
     void lost(Connection& connection) override;
     void stop() override;
 
 private:
-    using Clock = std::chrono::steady_clock;
-    using Endpoint = boost::asio::ip::tcp::endpoint;
-
     /// A host that is being looked up, on a thread that may outlive all of this.
     struct LookUp {
-        std::mutex mutex;
-        bool done = false; // guarded by mutex, and so are the next two
-        std::optional<Endpoint> endpoint;
-        std::string error;
+        Vessa::Mutex mutex;
+        bool done ORVEL_GUARDED_BY(mutex) = false;
+        std::optional<Socket::Endpoint> endpoint ORVEL_GUARDED_BY(mutex);
+        std::string error ORVEL_GUARDED_BY(mutex);
     };
     /// A server that was found.
     struct Found {
         MultiClient::FoundServer server;
-        std::vector<Endpoint> endpoints; ///< to be tried one after the other
-        std::size_t tried = 0;           ///< of those, since the last search
-        bool busy = false;               ///< an attempt or a greeting is under way
+        std::vector<Socket::Endpoint> endpoints; ///< tried one after the other
+        std::size_t tried = 0;                   ///< of those, since the last search
+        bool busy = false;                       ///< an attempt or a greeting is under way
         Clock::time_point heard;
     };
     /// A server that was asked for.
@@ -73,14 +73,13 @@ private:
     };
     /// A socket that is connecting.
     struct Attempt {
-        explicit Attempt(boost::asio::io_context& io) : socket(io), deadline(io) {}
-        boost::asio::ip::tcp::socket socket;
-        boost::asio::steady_timer deadline;
-        bool timedOut = false;
+        Socket socket;
+        Loop::Watch watch;
+        std::string target;
+        Clock::time_point deadline;
     };
 
-    void search();
-    void waitToSearch();
+    void search(Clock::time_point now);
     void heard(const Discovery::Arrival& arrival);
     bool makeRoom(const InetAddress& address);
     [[nodiscard]] bool isAskedFor(const Discovery::Arrival& arrival) const;
@@ -89,23 +88,25 @@ private:
     void tryNamed(const std::string& target);
     void lookUp(Named& named);
     void takeLookUps();
-    void connect(const Endpoint& endpoint, const std::string& target);
+    void connect(const Socket::Endpoint& endpoint, const std::string& target);
+    void finish(std::list<Attempt>::iterator attempt, const std::string& error);
+    Clock::time_point endLateAttempts(Clock::time_point now);
     void failed(const std::string& target, const std::string& reason);
     void takeWanted();
-    void publish();
+    void publish() ORVEL_EXCLUDES(mutex_);
 
     Hub& hub_;
-    boost::asio::steady_timer searchTimer_;
     Discovery discovery_;
     std::map<std::uint64_t, Connection*> connected_;
     std::map<std::uint64_t, Found> found_;
-    std::map<std::string, Named> named_; // by "host:port"
-    std::set<std::shared_ptr<Attempt>> attempts_;
-    std::set<std::uint64_t> otherVersions_; // told already
+    std::map<std::string, Named> named_;    // by "host:port"
+    std::list<Attempt> attempts_;           // the oldest first
+    std::set<std::uint64_t> otherVersions_; // reported already
     std::set<std::uint64_t> closed_;        // instances that do not admit this machine's address
     std::uint32_t nonce_ = 0;
     std::uint32_t lastNonce_ = 0;
     Clock::time_point searched_;
+    Clock::time_point searchAgain_;
     double usedInterval_ = 0.0;
     bool stopped_ = false;
 
@@ -113,11 +114,11 @@ private:
     std::atomic<std::size_t> maxFound_ = MultiClient::kMaxFoundServers;
     std::atomic<bool> connecting_ = true;
     std::atomic<bool> wantedChanged_ = false;
-    mutable std::mutex mutex_; // guards the rest
-    std::set<std::pair<std::string, std::uint16_t>> wanted_;
-    std::vector<short> serverIds_; // empty: all
-    std::vector<MultiClient::FoundServer> publishedServers_;
-    std::vector<MultiClient::SearchedInterface> publishedInterfaces_;
+    mutable Vessa::Mutex mutex_;
+    std::set<std::pair<std::string, std::uint16_t>> wanted_ ORVEL_GUARDED_BY(mutex_);
+    std::vector<short> serverIds_ ORVEL_GUARDED_BY(mutex_); // empty: all
+    std::vector<MultiClient::FoundServer> publishedServers_ ORVEL_GUARDED_BY(mutex_);
+    std::vector<MultiClient::SearchedInterface> publishedInterfaces_ ORVEL_GUARDED_BY(mutex_);
 };
 
 } // namespace Corvid::detail

@@ -1,9 +1,8 @@
 #include <Corvid/detail/net/Discovery.h>
 
-#include <boost/system/system_error.hpp>
-
 #include <algorithm>
 #include <arpa/inet.h>
+#include <array>
 #include <cerrno>
 #include <ifaddrs.h>
 #include <map>
@@ -15,8 +14,6 @@
 namespace Corvid::detail {
 
 namespace {
-
-using boost::asio::ip::udp;
 
 struct Interface {
     std::string name;
@@ -79,17 +76,6 @@ std::vector<Interface> findInterfaces(const Multicast::Settings& settings) {
     return found;
 }
 
-boost::asio::ip::address_v4 asioAddress(const InetAddress& address) {
-    return boost::asio::ip::address_v4(address.bits());
-}
-
-template <class T>
-void set(udp::socket& socket, int option, const T& value) {
-    if (::setsockopt(socket.native_handle(), IPPROTO_IP, option, &value, sizeof value) != 0) {
-        throw boost::system::system_error(errno, boost::system::system_category());
-    }
-}
-
 } // namespace
 
 bool mayUse(const Multicast::Settings& settings, const InetAddress& own) {
@@ -112,8 +98,8 @@ bool mayUse(const Multicast::Settings& settings, const InetAddress& own) {
     return false;
 }
 
-Discovery::Discovery(boost::asio::io_context& io, const Multicast& multicast, Handler handler)
-    : io_(io), multicast_(multicast), handler_(std::move(handler)) {}
+Discovery::Discovery(std::shared_ptr<Loop> loop, const Multicast& multicast, Handler handler)
+    : loop_(std::move(loop)), multicast_(multicast), handler_(std::move(handler)) {}
 
 bool Discovery::refresh() {
     const std::uint64_t revision = multicast_.revision();
@@ -143,7 +129,7 @@ bool Discovery::refresh() {
     });
     bool opened = false;
     for (const Interface& one : interfaces) {
-        const auto link = std::make_shared<Link>(io_);
+        const auto link = std::make_shared<Link>();
         link->name = one.name;
         link->address = one.address;
         link->index = one.index;
@@ -151,15 +137,15 @@ bool Discovery::refresh() {
         links_.push_back(link);
         openLink(*link);
         if (link->error.empty()) {
-            listen(link, link->group);
-            listen(link, link->own);
+            link->groupWatch = listen(link, link->group);
+            link->ownWatch = listen(link, link->own);
             opened = true;
         }
     }
     for (const InetAddress& address : settings_.interfaces) {
         const auto same = [&](const auto& link) { return link->address == address; };
         if (std::none_of(links_.begin(), links_.end(), same)) {
-            const auto link = std::make_shared<Link>(io_); // to tell that it is missing
+            const auto link = std::make_shared<Link>(); // to say that it is missing
             link->address = address;
             link->error = "no interface that is up has this address";
             links_.push_back(link);
@@ -168,7 +154,7 @@ bool Discovery::refresh() {
     for (const std::string& name : settings_.interfaceNames) {
         const auto same = [&](const auto& link) { return link->name == name; };
         if (std::none_of(links_.begin(), links_.end(), same)) {
-            const auto link = std::make_shared<Link>(io_);
+            const auto link = std::make_shared<Link>();
             link->name = name;
             link->error = "no interface of this name is up and has an IPv4 address";
             links_.push_back(link);
@@ -186,70 +172,77 @@ std::vector<Multicast::UsedInterface> Discovery::interfaces() const {
 }
 
 void Discovery::openLink(Link& link) {
-    try {
-        const ip_mreqn membership = {
-            {htonl(settings_.address.bits())},
-            {htonl(link.address.bits())},
-            static_cast<int>(link.index)};
-        link.group.open(udp::v4());
-        link.group.non_blocking(true);
-        link.group.set_option(udp::socket::reuse_address(true)); // others hear the group as well
-        link.group.bind({asioAddress(settings_.address), settings_.port});
-        set(link.group, IP_MULTICAST_ALL, 0); // only what arrives on this interface
-        set(link.group, IP_ADD_MEMBERSHIP, membership);
-        link.own.open(udp::v4());
-        link.own.non_blocking(true);
-        link.own.bind({asioAddress(link.address), 0});
-        set(link.own, IP_MULTICAST_IF, membership);
+    const ip_mreqn membership = {
+        {htonl(settings_.address.bits())},
+        {htonl(link.address.bits())},
+        static_cast<int>(link.index)};
+    std::error_code error;
+    const auto open = [&error](Socket& socket) {
+        error = socket.open(Socket::Type::Datagram);
+        return !error;
+    };
+    const auto bind = [&error](Socket& socket, const Socket::Endpoint& own) {
+        error = socket.bind(own);
+        return !error;
+    };
+    const auto set = [&error](Socket& socket, int option, const auto& value) {
+        const bool good = socket.set(IPPROTO_IP, option, value);
+        if (!good) {
+            error = {errno, std::generic_category()};
+        }
+        return good;
+    };
+    const bool good =
+        open(link.group) && link.group.set(SOL_SOCKET, SO_REUSEADDR, 1) && // others hear it too
+        bind(link.group, {settings_.address, settings_.port}) &&
+        set(link.group, IP_MULTICAST_ALL, 0) && // only what arrives on this interface
+        set(link.group, IP_ADD_MEMBERSHIP, membership) && open(link.own) &&
+        bind(link.own, {link.address, 0}) && set(link.own, IP_MULTICAST_IF, membership) &&
         set(link.own, IP_MULTICAST_LOOP, 1); // other programs of this machine
+    if (good) {
         setTtl(link, settings_.ttl);
-    } catch (const boost::system::system_error& error) {
-        link.error = error.code().message();
+    } else {
+        link.error = error.message();
         closeLink(link);
     }
 }
 
 void Discovery::setTtl(Link& link, int ttl) {
-    ::setsockopt(link.own.native_handle(), IPPROTO_IP, IP_MULTICAST_TTL, &ttl, sizeof ttl);
+    link.own.set(IPPROTO_IP, IP_MULTICAST_TTL, ttl);
 }
 
 void Discovery::closeLink(Link& link) {
-    boost::system::error_code ignored;
-    link.group.close(ignored);
-    link.own.close(ignored);
+    link.groupWatch = {};
+    link.ownWatch = {};
+    link.group.close();
+    link.own.close();
 }
 
-void Discovery::listen(const std::shared_ptr<Link>& link, udp::socket& socket) {
-    socket.async_wait(
-        udp::socket::wait_read, [this, link, &socket](const boost::system::error_code& error) {
-            if (error || !socket.is_open()) {
-                return;
-            }
-            receive(*link, socket);
-            if (socket.is_open()) {
-                listen(link, socket);
-            }
-        });
+Loop::Watch Discovery::listen(const std::shared_ptr<Link>& link, Socket& socket) {
+    Loop::Watch watch(loop_, socket, [this, link = std::weak_ptr(link), &socket](auto) {
+        if (const auto held = link.lock()) {
+            receive(*held, socket);
+        }
+    });
+    watch.want(true, false);
+    return watch;
 }
 
-void Discovery::receive(Link& link, udp::socket& socket) {
-    constexpr int kMost = 64; // in a flood, the connections get their turn too
-    for (int i = 0; i < kMost && socket.is_open(); ++i) {
-        std::array<std::byte, DiscoveryDatagram::kSize + 1> bytes; // one more shows what is longer
-        udp::endpoint sender;
-        boost::system::error_code error;
-        const std::size_t size = socket.receive_from(boost::asio::buffer(bytes), sender, 0, error);
-        if (error == boost::asio::error::would_block) {
+void Discovery::receive(Link& link, Socket& socket) {
+    constexpr int kMaxInARow = 64; // in a flood, before the connections are served
+    for (int i = 0; i < kMaxInARow && socket; ++i) {
+        std::array<std::byte, DiscoveryDatagram::kSize + 1> bytes; // one more shows a longer one
+        Socket::Endpoint sender;
+        const Socket::Transfer got = socket.receive(bytes, &sender);
+        if (got.blocked()) {
             return;
         }
-        if (error) { // such as a peer's port that is closed; it says nothing about the next one
+        if (got.error) { // such as a peer's port that is closed; it says nothing about the next one
             continue;
         }
-        const auto datagram = DiscoveryDatagram::decode(std::span(bytes).first(size));
-        if (datagram && sender.address().is_v4()) {
-            handler_(
-                {*datagram, InetAddress::fromBits(sender.address().to_v4().to_uint()),
-                 sender.port(), &socket == &link.group, link});
+        const auto datagram = DiscoveryDatagram::decode(std::span(bytes).first(got.bytes));
+        if (datagram && sender.address.isValid()) {
+            handler_({*datagram, sender, &socket == &link.group, link});
         } else {
             countIgnored();
         }
@@ -263,28 +256,20 @@ bool Discovery::Link::isNear(const InetAddress& other) const {
 }
 
 bool Discovery::isInReach(const Arrival& arrival) const {
-    return multicast_.ttl() > 1 || arrival.link.isNear(arrival.address);
+    return multicast_.ttl() > 1 || arrival.link.isNear(arrival.sender.address);
 }
 
 void Discovery::send(const DiscoveryDatagram& datagram) {
     for (const auto& link : links_) {
         if (link->error.empty()) {
-            answer(*link, datagram, settings_.address, settings_.port);
+            answer(*link, datagram, {settings_.address, settings_.port});
         }
     }
 }
 
 void Discovery::answer(
-    Link& link, const DiscoveryDatagram& datagram, const InetAddress& address, std::uint16_t port) {
-    const auto bytes = datagram.encode();
-    sockaddr_in to = {};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(port);
-    to.sin_addr.s_addr = htonl(address.bits());
-    // A datagram may get lost anyway; the next search makes up for it.
-    ::sendto(
-        link.own.native_handle(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-        reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    Link& link, const DiscoveryDatagram& datagram, const Socket::Endpoint& receiver) {
+    link.own.send(datagram.encode(), receiver); // if it is lost, the next search makes up for it
 }
 
 void Discovery::stop() {

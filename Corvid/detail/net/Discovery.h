@@ -1,13 +1,11 @@
 #pragma once
 
 #include <Corvid/InetAddress.h>
+#include <Corvid/Loop.h>
 #include <Corvid/Multicast.h>
+#include <Corvid/Socket.h>
 #include <Corvid/detail/net/wire.h>
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/udp.hpp>
-
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -31,17 +29,17 @@ public:
         std::uint32_t address;
         std::uint32_t mask;
     };
-    /// One interface. `error` tells why it cannot be used; empty if it can.
+    /// One interface. `error` says why it cannot be used; empty if it can.
     struct Link {
-        explicit Link(boost::asio::io_context& io) : group(io), own(io) {}
-
         std::string name;
         InetAddress address;
         unsigned index = 0;
         std::vector<Network> networks;
         std::string error;
-        boost::asio::ip::udp::socket group;
-        boost::asio::ip::udp::socket own;
+        Socket group;
+        Socket own;
+        Loop::Watch groupWatch;
+        Loop::Watch ownWatch;
 
         /// Whether an address is in one of the interface's networks.
         [[nodiscard]] bool isNear(const InetAddress& other) const;
@@ -49,26 +47,24 @@ public:
     /// A datagram, its sender, and where it has arrived.
     struct Arrival {
         DiscoveryDatagram datagram;
-        InetAddress address;
-        std::uint16_t port;
+        Socket::Endpoint sender;
         bool toGroup; ///< or else to the interface's own address
         Link& link;
     };
     using Handler = std::function<void(const Arrival&)>;
 
-    Discovery(boost::asio::io_context& io, const Multicast& multicast, Handler handler);
+    Discovery(std::shared_ptr<Loop> loop, const Multicast& multicast, Handler handler);
 
     /// Whether the settings have changed since the last refresh().
     [[nodiscard]] bool isOutdated() const { return multicast_.revision() != revision_; }
-    /// Looks at settings and interfaces anew; interfaces that stay as they are keep their sockets.
-    /// True if there is an interface that was not there before.
+    /// Takes up changed settings and interfaces; interfaces that stay as they are keep their
+    /// sockets. True if there is a new interface.
     bool refresh();
     /// Sends to the group on all interfaces.
     void send(const DiscoveryDatagram& datagram);
     /// Sends from an interface's own address to one peer.
-    static void answer(
-        Link& link, const DiscoveryDatagram& datagram, const InetAddress& address,
-        std::uint16_t port);
+    static void
+    answer(Link& link, const DiscoveryDatagram& datagram, const Socket::Endpoint& receiver);
     /// Closes all sockets; nothing arrives any more.
     void stop();
 
@@ -85,10 +81,10 @@ private:
     void openLink(Link& link);
     static void setTtl(Link& link, int ttl);
     static void closeLink(Link& link);
-    void listen(const std::shared_ptr<Link>& link, boost::asio::ip::udp::socket& socket);
-    void receive(Link& link, boost::asio::ip::udp::socket& socket);
+    [[nodiscard]] Loop::Watch listen(const std::shared_ptr<Link>& link, Socket& socket);
+    void receive(Link& link, Socket& socket);
 
-    boost::asio::io_context& io_;
+    const std::shared_ptr<Loop> loop_;
     const Multicast& multicast_;
     Handler handler_;
     Multicast::Settings settings_;

@@ -2,13 +2,10 @@
 
 #include <Corvid/MultiClient.h>
 
-#include <boost/asio/error.hpp>
-
 #include <algorithm>
 #include <iterator>
 #include <limits>
 #include <random>
-#include <sys/resource.h>
 #include <utility>
 
 namespace Corvid::detail {
@@ -16,8 +13,8 @@ namespace Corvid::detail {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 using Severity = MultiCommunicator::Severity;
+using State = Connection::State;
 
 constexpr auto kTimeToGreet = 5s;
 // What is queued at closing may leave as long as the peers take something of it, within limits. A
@@ -25,24 +22,14 @@ constexpr auto kTimeToGreet = 5s;
 constexpr auto kTimeToLeave = 500ms;
 constexpr auto kMaxTimeToLeave = 2s;
 constexpr auto kDrainInterval = 2ms;
-constexpr int kServedPerTurn = 256; // events between two looks at the sockets
+constexpr int kMaxTaken = 256; // frames between two looks at the sockets
 constexpr auto kNap = 200us;
-constexpr std::size_t kMostInputBytes = std::size_t{256} << 20U;
+constexpr std::size_t kMaxInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
 
 std::uint64_t randomNumber() {
     std::random_device device;
     return std::uint64_t{device()} << 32U | device();
-}
-
-/// Whether a descriptor that has just been opened is none of the last that the process may have.
-bool leavesDescriptors(int descriptor) {
-    rlimit limit = {};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
-        return true;
-    }
-    const rlim_t kept = std::min<rlim_t>(MultiCommunicator::kKeptDescriptors, limit.rlim_cur / 4);
-    return static_cast<rlim_t>(descriptor) < limit.rlim_cur - kept; // the lowest is taken first
 }
 
 std::string nameOf(const Connection& connection) {
@@ -53,26 +40,24 @@ std::string nameOf(const Connection& connection) {
 
 Hub::Hub(MultiCommunicator& owner, int protocolVersion)
     : owner_(owner), version_(static_cast<std::uint16_t>(protocolVersion)),
-      instance_(randomNumber()), loop_(std::make_shared<Loop>()), napTimer_(loop_->io) {}
+      instance_(randomNumber()), context_(std::make_shared<ConnectionContext>()) {
+    loop()->add(*this);
+}
 
 Hub::~Hub() {
     try {
         close();
-        watches_.clear();
-        loop_->stop();
-        while (loop_->io.poll() > 0) { // what was cancelled lets go of what it holds
-        }
     } catch (...) { // only memory can be missing, and a destructor can do nothing about it
     }
+    loop()->remove(*this);
 }
 
 bool Hub::open(Role& role) {
-    if (opened_) {
+    if (role_ != nullptr) {
         return false;
     }
-    opened_ = true;
     role_ = &role;
-    loop_->stream.open();
+    context_->stream.open();
     open_ = true;
     return true;
 }
@@ -106,26 +91,21 @@ void Hub::reportLeftOut(bool final) {
     }
 }
 
-std::unique_lock<std::mutex> Hub::lockInput() {
-    return deferred_ ? std::unique_lock(inputMutex_) : std::unique_lock<std::mutex>();
-}
-
-void Hub::nudge() {
-    if (loop_->stream.addWork()) {
-        loop_->wake();
-    }
-}
-
 bool Hub::sendFrame(const std::byte* frame, std::size_t size) {
     if (frameSize({frame, size}) != size) {
         return false;
     }
     bool wake = false;
-    const bool taken = loop_->stream.append(frame, size, wake);
+    const bool taken = context_->stream.append(frame, size, wake);
     if (wake) {
-        loop_->wake();
+        loop()->wake();
     }
     return taken;
+}
+
+std::vector<Hub::Pointer> Hub::registered() const {
+    const Vessa::Lock lock(mutex_);
+    return registered_;
 }
 
 // Coming
@@ -134,14 +114,7 @@ bool Hub::sendFrame(const std::byte* frame, std::size_t size) {
 /// stay, if it may not.
 std::string Hub::makeRoom(const Pointer& newcomer) {
     std::vector<Pointer> others(ungreeted_.begin(), ungreeted_.end());
-    {
-        const auto lock = lockInput();
-        others.insert(others.end(), new_.begin(), new_.end());
-    }
-    {
-        const std::scoped_lock lock(mutex_);
-        others.insert(others.end(), registered_.begin(), registered_.end());
-    }
+    others.insert(others.end(), served_.begin(), served_.end());
     std::erase_if(others, [](const Pointer& other) { return other->isEnded(); });
     std::vector<Pointer> neighbours;
     if (newcomer->target().empty()) { // servers have a limit of their own
@@ -155,7 +128,7 @@ std::string Hub::makeRoom(const Pointer& newcomer) {
     if (others.size() >= MultiCommunicator::kMaxConnections && !endIdle(others)) {
         return "there are too many connections";
     }
-    if (!leavesDescriptors(newcomer->socket().native_handle())) {
+    if (!newcomer->socket().leavesDescriptors(MultiCommunicator::kKeptDescriptors)) {
         endIdle(others); // which closes later, and makes room for the next
         return "the last file descriptors are for the process itself";
     }
@@ -171,59 +144,62 @@ bool Hub::endIdle(const std::vector<Pointer>& connections) {
             oldest = connection;
         }
     }
-    if (!oldest) {
-        return false;
+    if (oldest) {
+        refuse(oldest, "it has sent nothing, and another needs its place");
     }
-    const std::string reason = "it has sent nothing, and another needs its place";
-    if (oldest->communicator == nullptr) {
-        refuse(oldest, reason);
-    } else {
-        oldest->end(reason);
-        lose(oldest);
-    }
-    return true;
+    return oldest != nullptr;
 }
 
-void Hub::adopt(boost::asio::ip::tcp::socket socket, const std::string& target) {
-    const auto connection = std::make_shared<Connection>(loop_, std::move(socket), noDelay, target);
+void Hub::adopt(Socket socket, const std::string& target) {
+    const auto connection =
+        std::make_shared<Connection>(context_, std::move(socket), noDelay, target);
     if (const std::string reason = makeRoom(connection); !reason.empty()) {
         reportRefusal("refused " + connection->peerName() + ": " + reason);
         refuse(connection, reason);
         return;
     }
     ungreeted_.push_back(connection);
+    connection->watch = Loop::Watch(
+        loop(), connection->socket(),
+        [this, raw = connection.get()](const Loop::Watch::Ready& what) {
+            ready(raw->shared_from_this(), what);
+        });
     // A client shows who it is when it knows that it will stay; see role_->accept().
-    if (target.empty() && !connection->sendGreeting(greeting())) {
+    if (!connection->watch.want(true, false) ||
+        (target.empty() && !connection->sendGreeting(greeting()))) {
         refuse(connection, "the connection broke at once");
         return;
     }
-    // Whoever fills the house with silent connections loses the oldest of them; others greet fast.
+    // A peer that opens connections and never greets loses the oldest of them; others greet fast.
     if (ungreeted_.size() > MultiCommunicator::kMaxUngreeted) {
         refuse(Pointer(ungreeted_.front()), "too many others have not shown either who they are");
     }
-    connection->deadline().expires_after(kTimeToGreet);
-    connection->deadline().async_wait([this, connection](const boost::system::error_code& error) {
-        if (!error && open_) {
-            refuse(connection, "it has not shown who it is in time");
+}
+
+/// Refuses those that have not greeted in time. Gives when the next is due.
+Hub::Clock::time_point Hub::refuseTheLate(Clock::time_point now) {
+    while (!ungreeted_.empty()) {
+        const Pointer oldest = ungreeted_.front();
+        if (now < oldest->since() + kTimeToGreet) {
+            return oldest->since() + kTimeToGreet;
         }
-    });
-    waitToRead(connection);
+        refuse(oldest, "it has not shown who it is in time");
+    }
+    return Clock::time_point::max();
 }
 
-bool Hub::forgetUngreeted(const Pointer& connection) {
-    return std::erase(ungreeted_, connection) > 0;
-}
-
+/// Ends a connection that the host has not seen; one that it has seen is lost for that reason.
 void Hub::refuse(const Pointer& connection, const std::string& reason) {
-    forgetUngreeted(connection);
-    if (connection->lossNoted) {
+    connection->end(reason);
+    if (!handOver_.refuse(connection)) {
+        lose(connection);
         return;
     }
-    connection->lossNoted = true;
-    connection->end(reason);
-    connection->deadline().cancel();
+    connection->watch = {};
+    std::erase(ungreeted_, connection);
+    std::erase(served_, connection);
     countRefusal();
-    if (connection->hasSaidAnything()) { // others only look whether somebody listens
+    if (connection->hasSaidAnything()) { // not for port scanners
         reportRefusal("refused " + connection->peerName() + ": " + reason);
     }
     role_->lost(*connection);
@@ -232,7 +208,6 @@ void Hub::refuse(const Pointer& connection, const std::string& reason) {
 void Hub::readGreeting(const Pointer& connection) {
     switch (connection->readGreeting()) {
     case Connection::Status::Blocked:
-        waitToRead(connection);
         return;
     case Connection::Status::Failed:
         refuse(connection, connection->endReason());
@@ -248,58 +223,53 @@ void Hub::readGreeting(const Pointer& connection) {
                             std::to_string(version_) + "; use the same release on both");
         return;
     }
-    forgetUngreeted(connection);
-    connection->deadline().cancel();
+    std::erase(ungreeted_, connection);
     if (!role_->accept(*connection)) {
-        connection->lossNoted = true;
         connection->end("there is a connection with this peer already");
+        handOver_.refuse(connection);
+        connection->watch = {};
         return;
     }
     if (!connection->target().empty() && !connection->sendGreeting(greeting())) {
         refuse(connection, "the connection broke at once");
         return;
     }
-    if (!deferred_) {
+    served_.push_back(connection);
+    if (handOver_.isDeferred()) {
+        handOver_.wait(connection);
+    } else {
+        handOver_.introduce(connection);
         introduce(connection);
-        return;
     }
-    const auto lock = lockInput();
-    new_.push_back(connection);
 }
 
+/// Shows a connection to the host, which brings the peer up to date.
 void Hub::introduce(const Pointer& connection) {
     reportVisit("connected with " + nameOf(*connection));
     std::unique_ptr<Communicator> communicator(new Communicator(connection));
     connection->communicator = communicator.get();
-    connection->input = Connection::Input::Out;
-    if (!deferred_) {
+    if (!handOver_.isDeferred()) {
         connection->beginReplay();
     }
     const bool kept = owner_.addCommunicator(communicator.get());
-    if (!deferred_) {
+    if (!handOver_.isDeferred()) {
         connection->endReplay();
     }
-    bool registered = false;
-    {
-        const std::scoped_lock lock(mutex_);
-        registered = std::count(registered_.begin(), registered_.end(), connection) > 0;
-    }
-    if (kept && registered) {
+    const std::vector<Pointer> all = registered();
+    const bool isRegistered = std::count(all.begin(), all.end(), connection) > 0;
+    if (kept && isRegistered) {
         static_cast<void>(communicator.release()); // now it is ours until close(), see there
-        {
-            const auto lock = lockInput();
-            connection->input = Connection::Input::Reading;
-            resume_.push_back(connection);
-        }
-        if (loop_->stream.ready(connection->outlet())) {
-            loop_->wake();
+        handOver_.introduced(connection);
+        if (context_->stream.ready(connection->outlet())) {
+            loop()->wake();
         }
         return;
     }
     connection->end("the application did not want it");
-    if (!registered || !remove(communicator.get())) {
-        const auto lock = lockInput();
-        removed_.push_back(connection);
+    if (!isRegistered || !remove(communicator.get())) {
+        connection->communicator = nullptr;
+        handOver_.remove(connection);
+        context_->nudge();
     }
 }
 
@@ -308,8 +278,8 @@ bool Hub::add(Communicator* communicator) {
     if (!open_ || connection->isEnded()) {
         return false;
     }
-    loop_->stream.join(connection->outlet());
-    const std::scoped_lock lock(mutex_);
+    context_->stream.join(connection->outlet());
+    const Vessa::Lock lock(mutex_);
     ++totals_.connected;
     registered_.push_back(connection);
     return true;
@@ -320,7 +290,7 @@ bool Hub::add(Communicator* communicator) {
 bool Hub::remove(Communicator* communicator) {
     const Pointer connection = communicator->connection_;
     {
-        const std::scoped_lock lock(mutex_);
+        const Vessa::Lock lock(mutex_);
         if (std::erase(registered_, connection) == 0) {
             return false;
         }
@@ -331,55 +301,43 @@ bool Hub::remove(Communicator* communicator) {
         totals_.bytesOut += counters.bytesOut;
         totals_.eventsLeftOut += counters.eventsLeftOut;
     }
-    {
-        const auto lock = lockInput();
-        const bool broken = connection->input != Connection::Input::Reading &&
-                            connection->next() == InputBuffer::Next::Broken;
-        connection->end(broken ? "it sent something that is no event" : "the application ended it");
-        loop_->stream.leave(connection->outlet());
-        connection->communicator = nullptr;
-        connection->input = Connection::Input::Out;
-        std::erase(ready_, connection);
-        std::erase(resume_, connection);
-        if (current_ == connection) {
-            current_ = nullptr;
-        }
-        removed_.push_back(connection);
-    }
-    nudge();
+    connection->end("the application ended it");
+    context_->stream.leave(connection->outlet());
+    connection->communicator = nullptr;
+    handOver_.remove(connection);
+    context_->nudge();
     return true;
 }
 
-void Hub::noteLoss(Connection& connection) {
-    if (connection.lossNoted) {
-        return;
-    }
-    connection.lossNoted = true;
-    loop_->stream.leave(connection.outlet());
+/// Counts a loss.
+void Hub::record(const Connection& connection) {
     MultiCommunicator::Drop drop;
     drop.peer = connection.peerName();
     drop.peerId = connection.peer().id;
     drop.when = std::chrono::system_clock::now();
     drop.reason = connection.endReason();
-    {
-        const std::scoped_lock lock(mutex_);
-        ++totals_.dropped;
-        auto& drops = totals_.lastDrops;
-        if (drops.size() == MultiCommunicator::kMaxDrops) {
-            drops.erase(drops.begin());
-        }
-        drops.push_back(drop);
+    const Vessa::Lock lock(mutex_);
+    ++totals_.dropped;
+    auto& drops = totals_.lastDrops;
+    if (drops.size() == MultiCommunicator::kMaxDrops) {
+        drops.erase(drops.begin());
     }
-    role_->lost(connection);
-    reportVisit("lost " + nameOf(connection) + ": " + drop.reason);
+    drops.push_back(std::move(drop));
+}
+
+/// What follows a loss that was counted: the loop does not serve the connection any more.
+void Hub::announceLoss(const Pointer& connection) {
+    context_->stream.leave(connection->outlet());
+    connection->watch = {};
+    std::erase(served_, connection);
+    role_->lost(*connection);
+    reportVisit("lost " + nameOf(*connection) + ": " + connection->endReason());
 }
 
 void Hub::lose(const Pointer& connection) {
-    noteLoss(*connection);
-    const auto lock = lockInput();
-    if (connection->input == Connection::Input::Reading) {
-        connection->input = Connection::Input::Ready;
-        ready_.push_back(connection);
+    // Counted first, so that the host finds the reason when it is given the loss.
+    if (handOver_.lose(connection, [&] { record(*connection); })) {
+        announceLoss(connection);
     }
 }
 
@@ -391,12 +349,7 @@ void Hub::abandon(const Pointer& connection, const std::string& reason) {
 }
 
 void Hub::replaceBy(const Connection& newer) {
-    std::vector<Pointer> older;
-    {
-        const std::scoped_lock lock(mutex_);
-        older = registered_;
-    }
-    for (const Pointer& connection : older) {
+    for (const Pointer& connection : registered()) {
         if (connection->peer().instance == newer.peer().instance) {
             abandon(connection, "the peer has connected anew");
         }
@@ -404,287 +357,176 @@ void Hub::replaceBy(const Connection& newer) {
 }
 
 void Hub::discardLeftovers(const Communicator* since) {
-    std::vector<Pointer> earlier;
-    {
-        const std::scoped_lock lock(mutex_);
-        const auto self =
-            std::find_if(registered_.begin(), registered_.end(), [since](const Pointer& other) {
-                return other->communicator == since;
-            });
-        if (self != registered_.end()) { // a nested call may have removed it
-            earlier.assign(registered_.begin(), self);
-        }
+    const std::vector<Pointer> all = registered();
+    const auto self = std::find_if(all.begin(), all.end(), [since](const Pointer& other) {
+        return other->communicator == since;
+    });
+    if (self == all.end()) { // a nested call may have removed it
+        return;
     }
-    for (const Pointer& connection : earlier) {
-        if (connection->isEnded() || connection->isPeerGone()) {
-            abandon(connection, "the peer closed the connection");
+    for (auto earlier = all.begin(); earlier != self; ++earlier) {
+        if ((*earlier)->isEnded() || (*earlier)->isPeerGone()) {
+            abandon(*earlier, "the peer closed the connection");
         }
     }
 }
 
 // Reading and writing
 
-void Hub::waitToRead(const Pointer& connection) {
-    if (std::exchange(connection->waitingToRead, true)) {
+void Hub::ready(const Pointer& connection, const Loop::Watch::Ready& ready) {
+    if (ready.toWrite) {
+        connection->watch.wantWrite(false);
+        context_->stream.unblock(connection->outlet());
+        if (write(connection) == Connection::Status::Failed) {
+            lose(connection);
+        }
+        context_->stream.trim();
+    }
+    if (!ready.toRead || !connection->watch) {
         return;
     }
-    connection->socket().async_wait(
-        boost::asio::ip::tcp::socket::wait_read,
-        [this, connection](const boost::system::error_code& error) {
-            connection->waitingToRead = false;
-            if (!open_ || connection->lossNoted) {
-                return;
-            }
-            if (error) {
-                connection->end(error.message());
-            }
-            if (connection->active) {
-                read(connection);
-            } else {
-                readGreeting(connection);
-            }
-        });
+    const State state = open_ ? handOver_.state(*connection) : State::Gone;
+    if (state == State::Greeting) {
+        readGreeting(connection);
+    } else if (state == State::Reading) {
+        read(connection);
+    } else { // the host is to take first what has arrived, so that the peer is slowed down
+        connection->watch.wantRead(false);
+    }
 }
 
 void Hub::read(const Pointer& connection) {
-    {
-        const auto lock = lockInput();
-        if (connection->input != Connection::Input::Reading) {
-            return;
-        }
-    }
-    // While it is Reading, its buffer is the loop thread's.
     const std::size_t before = connection->inputCapacity();
     const Connection::Status status = connection->read();
-    inputBytes_ += connection->inputCapacity() - before;
-    if (inputBytes_ > kMostInputBytes && connection->inputCapacity() > kUsualInputBytes) {
+    if (connection->inputCapacity() > std::max(before, kUsualInputBytes) && isInputFull()) {
         connection->end("too many large events are arriving at once");
+    }
+    if (connection->next() == InputBuffer::Next::Broken) {
+        connection->end("it sent something that is no event");
     }
     if (status == Connection::Status::Failed || connection->isEnded()) {
         lose(connection);
-        return;
-    }
-    if (connection->next() == InputBuffer::Next::Part) {
-        waitToRead(connection);
-        return;
-    }
-    const auto lock = lockInput();
-    if (connection->input == Connection::Input::Reading) { // and not removed meanwhile
-        connection->input = Connection::Input::Ready;
-        ready_.push_back(connection);
+    } else if (connection->next() == InputBuffer::Next::Frame) {
+        handOver_.offer(connection);
     }
 }
 
-void Hub::waitToWrite(const Pointer& connection) {
-    if (std::exchange(connection->waitingToWrite, true)) {
-        return;
+/// Whether the input buffers take more memory together than they may.
+bool Hub::isInputFull() const {
+    std::size_t bytes = 0;
+    for (const Pointer& connection : registered()) {
+        bytes += connection->inputCapacity();
     }
-    connection->socket().async_wait(
-        boost::asio::ip::tcp::socket::wait_write,
-        [this, connection](const boost::system::error_code& error) {
-            connection->waitingToWrite = false;
-            loop_->stream.unblock(connection->outlet());
-            if (!error && !connection->lossNoted) {
-                write(connection);
-                loop_->stream.trim();
-            }
-        });
+    return bytes > kMaxInputBytes;
 }
 
-void Hub::write(const Pointer& connection) {
-    switch (connection->write()) {
-    case Connection::Status::Done:
-        break;
-    case Connection::Status::More:
-        moreToWrite_ = true;
-        loop_->stream.addWork();
-        break;
-    case Connection::Status::Blocked:
-        waitToWrite(connection);
-        break;
-    case Connection::Status::Failed:
-        lose(connection);
-        break;
+Connection::Status Hub::write(const Pointer& connection) {
+    const Connection::Status status = connection->write();
+    if (status == Connection::Status::More) {
+        context_->stream.addWork();
+    } else if (status == Connection::Status::Blocked) {
+        connection->watch.wantWrite(true);
     }
+    return status;
 }
 
-void Hub::flush() {
-    for (const Pointer& connection : active_) {
-        if (!connection->lossNoted) {
-            write(connection);
+/// Sends what waits. True if more could be sent at once.
+bool Hub::flush() {
+    bool more = false;
+    std::vector<Pointer> failed;
+    for (const Pointer& connection : served_) {
+        const Connection::Status status = write(connection);
+        more = more || status == Connection::Status::More;
+        if (status == Connection::Status::Failed) {
+            failed.push_back(connection);
         }
     }
-    loop_->stream.trim();
+    for (const Pointer& connection : failed) {
+        lose(connection);
+    }
+    context_->stream.trim();
+    return more;
 }
 
 // The loop
 
-void Hub::resumeAndForget() {
-    std::vector<Pointer> resume;
-    std::vector<Pointer> removed;
-    {
-        const auto lock = lockInput();
-        if (resume_.empty() && removed_.empty()) {
-            return;
-        }
-        resume.swap(resume_);
-        removed.swap(removed_);
-    }
-    for (const Pointer& connection : resume) {
-        if (!connection->active) {
-            connection->active = true;
-            active_.push_back(connection);
-        }
-        if (connection->lossNoted) {
-            continue;
-        }
-        if (connection->isEnded()) {
-            lose(connection);
-        } else if (connection->isDry()) {
-            waitToRead(connection);
-        } else {
-            read(connection);
-        }
-    }
-    for (const Pointer& connection : removed) {
-        inputBytes_ -= connection->inputCapacity();
-        std::erase(active_, connection);
-        noteLoss(*connection);
-    }
-}
-
-void Hub::turn(bool block, End end) {
-    // First of all: what is handed over from here on asks for work anew, and so for another turn.
-    const bool work = loop_->stream.takeWork();
-    role_->turn();
-    reportLeftOut();
-    resumeAndForget();
-    moreToWrite_ = false;
-    if (work) {
-        flush();
-    }
-    const bool inBatch = (loop_->takeWoken() || std::exchange(napped_, false)) && work;
-    served_ = 0;
-    if (block && (deferred_ || ready_.empty()) && !break_) {
-        if (inBatch && !moreToWrite_) {
-            nap();
-        } else if (loop_->stream.beginSleep()) {
-            if (end) {
-                loop_->io.run_one_until(*end);
-            } else {
-                loop_->io.run_one();
+/// Takes up what the host has done with connections.
+void Hub::takeReturned() {
+    for (const Pointer& connection : handOver_.takeReturned()) {
+        if (handOver_.forget(connection)) {
+            record(*connection);
+            announceLoss(connection);
+        } else if (handOver_.read(connection)) {
+            if (connection->next() == InputBuffer::Next::Broken) {
+                connection->end("it sent something that is no event");
             }
-            loop_->stream.endSleep();
-        }
-    }
-    loop_->io.poll();
-}
-
-/// Waits a moment without asking to be woken for what is to be sent; input ends it at once. Whoever
-/// has woken this thread is probably making a batch of events. It should not have to wake it again
-/// for the next of them, at the cost of a change of threads where both share a processor, nor meet
-/// this thread at the mutex while it fetches them one by one.
-void Hub::nap() {
-    napTimer_.expires_after(kNap);
-    napTimer_.async_wait([this](const boost::system::error_code& error) { napped_ = !error; });
-    loop_->io.run_one();
-    napTimer_.cancel();
-}
-
-/// A connection that was handed out is put where its next frame, or its end, will be seen.
-void Hub::finishCurrent() {
-    const auto lock = lockInput();
-    if (!current_) {
-        return;
-    }
-    Pointer connection = std::move(current_);
-    if (connection->lossGiven) {
-        return;
-    }
-    if (connection->next() != InputBuffer::Next::Part || connection->isEnded()) {
-        connection->input = Connection::Input::Ready;
-        ready_.push_back(std::move(connection));
-    } else {
-        connection->input = Connection::Input::Reading;
-        resume_.push_back(std::move(connection));
-    }
-}
-
-Connection* Hub::takeReady() {
-    const auto lock = lockInput();
-    if (ready_.empty()) {
-        return nullptr;
-    }
-    current_ = std::move(ready_.front()); // moved, as this happens for each frame
-    ready_.pop_front();
-    current_->input = Connection::Input::Out;
-    current_->lossGiven = current_->next() != InputBuffer::Next::Frame;
-    return current_.get();
-}
-
-bool Hub::watch(int descriptor) {
-    const auto watch = std::make_shared<Watch>(loop_->io);
-    boost::system::error_code error;
-    const bool known =
-        std::any_of(watches_.begin(), watches_.end(), [descriptor](const auto& other) {
-            return other->descriptor.native_handle() == descriptor;
-        });
-    if (known) {
-        return false;
-    }
-    watch->descriptor.assign(descriptor, error);
-    if (error) {
-        return false;
-    }
-    watches_.push_back(watch);
-    return true;
-}
-
-bool Hub::unwatch(int descriptor) {
-    return std::erase_if(watches_, [descriptor](const auto& watch) {
-               return watch->descriptor.native_handle() == descriptor;
-           }) > 0;
-}
-
-void Hub::armWatches() {
-    watchFired_ = false;
-    for (const auto& watch : watches_) {
-        if (!std::exchange(watch->armed, true)) {
-            watch->descriptor.async_wait(
-                boost::asio::posix::stream_descriptor::wait_read,
-                [this, weak = std::weak_ptr(watch)](const boost::system::error_code& error) {
-                    const auto fired = weak.lock();
-                    if (fired && error != boost::asio::error::operation_aborted) {
-                        fired->armed = false;
-                        watchFired_ = true;
-                    }
-                });
+            if (connection->isEnded()) {
+                lose(connection);
+            } else {
+                connection->watch.wantRead(true);
+            }
         }
     }
 }
 
-bool Hub::wait(Communicator** communicator, End end) {
-    if (communicator == nullptr) {
-        armWatches();
+Hub::Clock::time_point Hub::prepare(Clock::time_point now, bool waits) {
+    if (!open_) {
+        return Clock::time_point::max();
     }
+    // First of all: what is handed over from here on asks for work anew, and so for another pass.
+    const bool work = context_->stream.takeWork();
+    auto next = role_->serve(now);
+    reportLeftOut();
+    takeReturned();
+    next = std::min(next, refuseTheLate(now));
+    const bool more = work && flush();
+    const std::uint64_t before = std::exchange(wakeUps_, loop()->wakeUps());
+    const bool inBatch = before != wakeUps_ || (napEnd_ && now >= *napEnd_);
+    napEnd_.reset();
+    taken_ = 0;
+    if (!handOver_.isDeferred() && handOver_.hasQueued()) {
+        return Loop::kNow;
+    }
+    if (!waits) {
+        return now;
+    }
+    // A thread that has woken this one is probably making a batch of events. Wait a moment without
+    // asking to be woken for them; input ends the wait at once. Otherwise that thread would have to
+    // wake this one for each event, at the cost of a change of threads where both share a
+    // processor, and would meet it at the mutex while it fetches them one by one.
+    if (inBatch && work && !more) {
+        napEnd_ = Clock::now() + kNap;
+        return std::min(next, *napEnd_);
+    }
+    return context_->stream.beginSleep() ? next : now;
+}
+
+void Hub::resume() {
+    context_->stream.endSleep();
+}
+
+bool Hub::wait(Communicator** communicator, Clock::time_point until) {
     while (open_) {
         if (break_ && break_.exchange(false)) {
             return false;
         }
-        if (!deferred_) {
-            finishCurrent();
-            if (!ready_.empty() && served_ < kServedPerTurn) {
+        if (!handOver_.isDeferred()) {
+            handOver_.finish();
+            if (handOver_.hasQueued() && taken_ < kMaxTaken) {
                 if (communicator != nullptr) {
-                    *communicator = takeReady()->communicator;
-                    ++served_;
+                    *communicator = handOver_.take()->communicator;
+                    ++taken_;
                 }
                 return true;
             }
         }
-        if ((communicator == nullptr && watchFired_) || (end && Clock::now() >= *end)) {
+        if (until != Clock::time_point::max() && Clock::now() >= until) {
             return false;
         }
-        turn(true, end);
+        const bool ready = loop()->run(until);
+        if (ready && communicator == nullptr && !handOver_.hasQueued()) {
+            return false; // another client of the loop
+        }
     }
     return false;
 }
@@ -694,65 +536,61 @@ bool Hub::available(int& count) {
     if (!open_) {
         return false;
     }
-    if (deferred_) {
-        turn(false);
+    if (handOver_.isDeferred()) {
+        loop()->run(Loop::kNow);
         return true;
     }
-    finishCurrent();
-    if (ready_.empty() || served_ >= kServedPerTurn) {
-        turn(false);
+    handOver_.finish();
+    if (!handOver_.hasQueued() || taken_ >= kMaxTaken) {
+        loop()->run(Loop::kNow);
     }
-    count = static_cast<int>(ready_.size());
+    count = static_cast<int>(handOver_.queued());
     return true;
 }
 
 void Hub::breakWait() {
     break_ = true;
-    loop_->wake();
+    loop()->wake();
 }
 
 int Hub::deliver(const std::function<void(Communicator*)>& receive) {
-    if (!open_ || !deferred_ || delivering_) {
+    if (!open_ || !handOver_.isDeferred() || delivering_) {
         return 0;
     }
     delivering_ = true;
     const std::unique_ptr<bool, void (*)(bool*)> end(
         &delivering_, [](bool* delivering) { *delivering = false; });
-    finishCurrent(); // left behind if `receive` has thrown
-    for (;;) {
-        Pointer connection;
-        {
-            const auto lock = lockInput();
-            if (new_.empty()) {
-                break;
-            }
-            connection = std::move(new_.front());
-            new_.pop_front();
-        }
-        introduce(connection);
-    }
+    handOver_.finish(); // left behind if `receive` has thrown
     int count = 0;
     while (count < MultiClient::kMaxDelivered) {
-        const Connection* connection = takeReady();
+        const Connection* connection = handOver_.take();
         if (connection == nullptr) {
             break;
         }
+        if (connection->communicator == nullptr) {
+            introduce(handOver_.taken());
+            continue;
+        }
         receive(connection->communicator);
-        finishCurrent();
+        handOver_.finish();
         ++count;
     }
     if (count > 0) {
-        nudge(); // what was finished is to be read again
+        context_->nudge(); // what was given back is to be read again
     }
     return count;
 }
 
 MultiCommunicator::Counters Hub::counters() const {
-    const std::scoped_lock lock(mutex_);
-    MultiCommunicator::Counters counters = totals_;
-    for (const Pointer& connection : registered_) {
-        counters.connections.push_back(connection->counters());
-        const Communicator::Counters& one = counters.connections.back();
+    MultiCommunicator::Counters counters;
+    {
+        const Vessa::Lock lock(mutex_);
+        counters = totals_;
+        for (const Pointer& connection : registered_) {
+            counters.connections.push_back(connection->counters());
+        }
+    }
+    for (const Communicator::Counters& one : counters.connections) {
         counters.eventsIn += one.eventsIn;
         counters.bytesIn += one.bytesIn;
         counters.eventsOut += one.eventsOut;
@@ -760,8 +598,8 @@ MultiCommunicator::Counters Hub::counters() const {
         counters.eventsLeftOut += one.eventsLeftOut;
     }
     counters.refused = refused_;
-    counters.bytesKept = loop_->stream.bytesKept();
-    counters.datagramsIgnored = opened_ ? role_->datagramsIgnored() : 0;
+    counters.bytesKept = context_->stream.bytesKept();
+    counters.datagramsIgnored = role_ != nullptr ? role_->datagramsIgnored() : 0;
     return counters;
 }
 
@@ -772,15 +610,13 @@ void Hub::drain() {
     const auto end = Clock::now() + kMaxTimeToLeave;
     auto deadline = Clock::now() + kTimeToLeave;
     std::uint64_t least = std::numeric_limits<std::uint64_t>::max();
-    resumeAndForget();
+    takeReturned();
     for (;;) {
         flush();
         std::uint64_t left = 0;
-        for (const Pointer& connection : active_) {
-            if (!connection->lossNoted) {
-                left += loop_->stream.counts(connection->outlet()).bytesWaiting;
-                left += connection->finish(loop_->stream.isDrained(connection->outlet()));
-            }
+        for (const Pointer& connection : served_) {
+            left += context_->stream.counts(connection->outlet()).bytesWaiting;
+            left += connection->finish(context_->stream.isDrained(connection->outlet()));
         }
         const auto now = Clock::now();
         if (left < least) {
@@ -790,7 +626,7 @@ void Hub::drain() {
         if (left == 0 || now >= deadline) {
             return;
         }
-        loop_->io.run_one_until(now + kDrainInterval);
+        loop()->poll(now + kDrainInterval);
     }
 }
 
@@ -798,35 +634,28 @@ void Hub::close() {
     if (!open_) {
         return;
     }
-    loop_->stream.close();
+    context_->stream.close();
     role_->stop();
     open_ = false; // from here on nothing is read any more
     drain();
     std::vector<Pointer> registered;
     {
-        const std::scoped_lock lock(mutex_);
+        const Vessa::Lock lock(mutex_);
         registered.swap(registered_);
     }
     for (const Pointer& connection : registered) {
         connection->end("closed");
-        loop_->stream.leave(connection->outlet());
+        context_->stream.leave(connection->outlet());
         delete connection->communicator;
     }
-    for (const auto* list : {&ungreeted_, &new_}) {
-        for (const Pointer& connection : *list) {
-            connection->deadline().cancel();
-            connection->end("closed");
-        }
+    served_.insert(served_.end(), ungreeted_.begin(), ungreeted_.end());
+    for (const Pointer& connection : served_) {
+        connection->end("closed");
+        connection->watch = {};
     }
-    while (loop_->io.poll() > 0) { // the ended sockets let go of their operations
-    }
-    active_.clear();
+    served_.clear();
     ungreeted_.clear();
-    new_.clear();
-    ready_.clear();
-    resume_.clear();
-    removed_.clear();
-    current_ = nullptr;
+    handOver_.clear();
     reportLeftOut(true);
 }
 

@@ -1,7 +1,7 @@
 #include <Corvid/detail/net/Listener.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -12,25 +12,22 @@ namespace Corvid::detail {
 
 namespace {
 
-using boost::asio::ip::tcp;
 using namespace std::chrono_literals;
 
 constexpr auto kRefreshInterval = 3s; // interfaces come and go
 constexpr auto kFullPause = 100ms;
-constexpr int kMostAccepted = 16; // then those that came get their turn
+constexpr int kMaxAccepted = 16; // before the others are served
 constexpr int kBacklog = 128;
 
 } // namespace
 
 Listener::Listener(Hub& hub, const Multicast& multicast)
-    : hub_(hub), multicast_(multicast), acceptor_(hub.loop()->io), refreshTimer_(hub.loop()->io),
-      acceptTimer_(hub.loop()->io),
-      discovery_(hub.loop()->io, multicast, [this](const Discovery::Arrival& arrival) {
-          answer(arrival);
-      }) {}
+    : hub_(hub), multicast_(multicast),
+      discovery_(
+          hub.loop(), multicast, [this](const Discovery::Arrival& arrival) { answer(arrival); }) {}
 
 std::string Listener::listen(const std::string& host, std::uint16_t port, bool announce) {
-    tcp::endpoint endpoint(tcp::v4(), port);
+    Socket::Endpoint endpoint{InetAddress(), port};
     if (!host.empty()) {
         addrinfo hints = {};
         hints.ai_family = AF_INET;
@@ -41,73 +38,55 @@ std::string Listener::listen(const std::string& host, std::uint16_t port, bool a
         }
         const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
         const auto* address = reinterpret_cast<const sockaddr_in*>(found->ai_addr);
-        endpoint.address(boost::asio::ip::address_v4(ntohl(address->sin_addr.s_addr)));
+        endpoint.address = InetAddress::fromBits(ntohl(address->sin_addr.s_addr));
     }
-    try {
-        acceptor_.open(tcp::v4());
-        acceptor_.set_option(tcp::acceptor::reuse_address(true));
-        acceptor_.bind(endpoint);
-        acceptor_.listen(kBacklog);
-        acceptor_.non_blocking(true);
-        port_ = acceptor_.local_endpoint().port();
-    } catch (const boost::system::system_error& error) {
-        boost::system::error_code ignored;
-        acceptor_.close(ignored);
-        return error.code().message();
+    std::error_code error = socket_.open(Socket::Type::Stream);
+    if (!error) {
+        socket_.set(SOL_SOCKET, SO_REUSEADDR, 1);
+        error = socket_.bind(endpoint);
     }
+    if (!error) {
+        error = socket_.listen(kBacklog);
+    }
+    if (error) {
+        socket_.close();
+        return error.message();
+    }
+    watch_ = Loop::Watch(hub_.loop(), socket_, [this](auto) { acceptClients(); });
+    watch_.want(true, false);
+    port_ = socket_.own().port;
     announce_ = announce;
-    waitForClients();
-    if (announce_) {
-        waitToRefresh();
-    }
     return {};
-}
-
-void Listener::waitForClients() {
-    acceptor_.async_wait(tcp::acceptor::wait_read, [this](const boost::system::error_code& error) {
-        if (!error && acceptor_.is_open()) {
-            acceptClients();
-        }
-    });
 }
 
 void Listener::acceptClients() {
     const Multicast::Settings settings = multicast_.settings();
-    for (int i = 0; i < kMostAccepted; ++i) {
-        boost::system::error_code error;
-        tcp::socket socket(hub_.loop()->io);
-        acceptor_.accept(socket, error);
-        if (error == boost::asio::error::would_block) {
+    for (int i = 0; i < kMaxAccepted; ++i) {
+        Socket socket;
+        const std::error_code error = socket_.accept(socket);
+        if (error == std::errc::operation_would_block) {
             break;
         }
-        if (error == boost::asio::error::connection_aborted) {
+        if (error == std::errc::connection_aborted || error == std::errc::interrupted) {
             continue;
         }
         if (error) { // no descriptor or memory is left; asking again at once would not help
-            if (!std::exchange(toldFull_, true)) {
+            if (!std::exchange(reportedFull_, true)) {
                 hub_.reportRefusal("cannot accept a client: " + error.message() + "; trying again");
             }
-            acceptTimer_.expires_after(kFullPause);
-            acceptTimer_.async_wait([this](const boost::system::error_code& cancelled) {
-                if (!cancelled) {
-                    waitForClients();
-                }
-            });
+            watch_.want(false, false);
+            acceptAgain_ = Clock::now() + kFullPause;
             return;
         }
-        toldFull_ = false;
+        reportedFull_ = false;
         if (admit(socket, settings)) {
             hub_.adopt(std::move(socket), {});
         }
     }
-    waitForClients();
 }
 
-bool Listener::admit(tcp::socket& socket, const Multicast::Settings& settings) {
-    boost::system::error_code error;
-    const auto local = socket.local_endpoint(error);
-    if (settings.restricted() &&
-        (error || !mayUse(settings, InetAddress::fromBits(local.address().to_v4().to_uint())))) {
+bool Listener::admit(Socket& socket, const Multicast::Settings& settings) {
+    if (settings.restricted() && !mayUse(settings, socket.own().address)) {
         hub_.countRefusal();
         hub_.reportRefusal("refused a client of an interface that is not to be used");
         return false;
@@ -115,20 +94,18 @@ bool Listener::admit(tcp::socket& socket, const Multicast::Settings& settings) {
     if (!admission_) {
         return true;
     }
-    const auto remote = socket.remote_endpoint(error);
-    if (error) {
+    const InetAddress peer = socket.peer().address;
+    if (!peer.isValid()) { // it is gone
         return false;
     }
-    const auto peer = InetAddress::fromBits(remote.address().to_v4().to_uint());
     if (admission_(peer)) {
         return true;
     }
     Greeting refusal = hub_.greeting();
     refusal.features = Greeting::kNotAdmitted;
-    const auto bytes = refusal.encode();
-    // A client that hears nothing finds the connection closed all the same.
-    ::send(socket.native_handle(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    socket.shutdown(tcp::socket::shutdown_send, error);
+    socket.send(
+        refusal.encode()); // without it, the client finds the connection closed all the same
+    socket.endSending();
     hub_.countRefusal();
     hub_.reportRefusal("refused a client at " + peer.text() + ": its address is not allowed");
     return false;
@@ -142,40 +119,35 @@ bool Listener::accept(Connection& connection) {
 
 void Listener::lost(Connection& /*connection*/) {}
 
-void Listener::turn() {
-    if (announce_ && discovery_.isOutdated()) {
-        refresh();
+Listener::Clock::time_point Listener::serve(Clock::time_point now) {
+    if (now >= acceptAgain_) {
+        acceptAgain_ = Clock::time_point::max();
+        watch_.want(true, false);
     }
+    if (announce_ && (discovery_.isOutdated() || now >= refreshAgain_)) {
+        refresh(now);
+    }
+    return std::min(acceptAgain_, refreshAgain_);
 }
 
-void Listener::refresh() {
+void Listener::refresh(Clock::time_point now) {
+    refreshAgain_ = now + kRefreshInterval;
     if (discovery_.refresh()) {
         discovery_.send(datagram(DiscoveryDatagram::Kind::Announce, 0));
     }
     auto interfaces = discovery_.interfaces();
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     interfaces_.swap(interfaces);
 }
 
 std::vector<Multicast::UsedInterface> Listener::interfaces() const {
-    const std::scoped_lock lock(mutex_);
+    const Vessa::Lock lock(mutex_);
     return interfaces_;
-}
-
-void Listener::waitToRefresh() {
-    refreshTimer_.expires_after(kRefreshInterval);
-    refreshTimer_.async_wait([this](const boost::system::error_code& error) {
-        if (!error && announce_) {
-            refresh();
-            waitToRefresh();
-        }
-    });
 }
 
 DiscoveryDatagram Listener::datagram(DiscoveryDatagram::Kind kind, std::uint32_t nonce) const {
     const Greeting self = hub_.greeting();
-    const auto clock = std::chrono::duration_cast<std::chrono::microseconds>(
-        std::chrono::steady_clock::now() - begin_);
+    const auto clock = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin_);
     return {
         self.version,
         kind,
@@ -194,18 +166,16 @@ void Listener::answer(const Discovery::Arrival& query) {
         discovery_.countIgnored();
         return;
     }
-    // Clients of another version are answered too, so that they can tell what is wrong.
+    // Clients of another version are answered too, so that they can report the mismatch.
     Discovery::answer(
-        query.link, datagram(DiscoveryDatagram::Kind::Answer, query.datagram.nonce), query.address,
-        query.port);
+        query.link, datagram(DiscoveryDatagram::Kind::Answer, query.datagram.nonce), query.sender);
 }
 
 void Listener::stop() {
     announce_ = false;
-    boost::system::error_code ignored;
-    acceptor_.close(ignored);
-    acceptTimer_.cancel();
-    refreshTimer_.cancel();
+    acceptAgain_ = refreshAgain_ = Clock::time_point::max();
+    watch_ = {};
+    socket_.close();
     discovery_.stop();
 }
 

@@ -1,66 +1,67 @@
 #pragma once
 
+#include <Corvid/Loop.h>
 #include <Corvid/MultiServer.h>
 #include <Corvid/Multicast.h>
+#include <Corvid/Socket.h>
 #include <Corvid/detail/net/Discovery.h>
 #include <Corvid/detail/net/Hub.h>
-
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/steady_timer.hpp>
+#include <Vessa/Mutex.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace Corvid::detail {
 
-/// Accepts clients and answers those that search. Confined to the loop thread after listen().
+/// Accepts clients and answers those that search. Confined to the loop thread after listen() but
+/// for what says otherwise.
 class Listener : public Hub::Role {
 public:
+    using Clock = Loop::Clock;
+
     Listener(Hub& hub, const Multicast& multicast);
 
-    /// Nothing if it listens now, else why not.
+    /// Empty if it listens now, else the reason.
     std::string listen(const std::string& host, std::uint16_t port, bool announce);
     [[nodiscard]] std::uint16_t port() const { return port_; }
-    /// Before the first turn.
+    /// Before the first pass of the loop.
     void setAdmission(MultiServer::Admission admission) { admission_ = std::move(admission); }
     /// Synchronised.
-    [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const;
+    [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const ORVEL_EXCLUDES(mutex_);
 
-    void turn() override;
+    Clock::time_point serve(Clock::time_point now) override;
     bool accept(Connection& connection) override;
     void lost(Connection& connection) override;
     void stop() override;
     [[nodiscard]] std::uint64_t datagramsIgnored() const override { return discovery_.ignored(); }
 
 private:
-    void waitForClients();
     void acceptClients();
-    /// Whether the settings allow a connection; one that they do not is told so.
-    bool admit(boost::asio::ip::tcp::socket& socket, const Multicast::Settings& settings);
-    void waitToRefresh();
-    void refresh();
+    /// Whether the settings allow a connection; one that they do not is sent a refusal.
+    bool admit(Socket& socket, const Multicast::Settings& settings);
+    void refresh(Clock::time_point now) ORVEL_EXCLUDES(mutex_);
     void answer(const Discovery::Arrival& query);
     [[nodiscard]] DiscoveryDatagram
     datagram(DiscoveryDatagram::Kind kind, std::uint32_t nonce) const;
 
     Hub& hub_;
     const Multicast& multicast_;
-    boost::asio::ip::tcp::acceptor acceptor_;
-    boost::asio::steady_timer refreshTimer_;
-    boost::asio::steady_timer acceptTimer_;
+    Socket socket_;
+    Loop::Watch watch_;
+    Clock::time_point acceptAgain_ = Clock::time_point::max(); // while nothing can be accepted
+    Clock::time_point refreshAgain_ = Clock::time_point::max();
     Discovery discovery_;
     MultiServer::Admission admission_; // empty: all
     std::atomic<std::uint16_t> port_ = 0;
-    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    const Clock::time_point begin_ = Clock::now();
     bool announce_ = false;
-    bool toldFull_ = false;
-    mutable std::mutex mutex_; // guards the rest
-    std::vector<Multicast::UsedInterface> interfaces_;
+    bool reportedFull_ = false;
+    mutable Vessa::Mutex mutex_;
+    std::vector<Multicast::UsedInterface> interfaces_ ORVEL_GUARDED_BY(mutex_);
 };
 
 } // namespace Corvid::detail

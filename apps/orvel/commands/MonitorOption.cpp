@@ -77,12 +77,12 @@ bool announceMonitors(const Orvel::World& world) {
     return good;
 }
 
-std::vector<const Corvid::PolledWebServer*> webServers(const Orvel::World& world) {
-    std::vector<const Corvid::PolledWebServer*> servers;
-    for (const Orvel::Backend* backend : world.backends()) {
-        if (const auto* monitor = dynamic_cast<const Show::MonitorBackend*>(backend)) {
+std::vector<Corvid::PolledWebServer*> webServers(const Orvel::World& world) {
+    std::vector<Corvid::PolledWebServer*> servers;
+    for (Orvel::Backend* backend : world.backends()) {
+        if (auto* monitor = dynamic_cast<Show::MonitorBackend*>(backend)) {
             servers.push_back(&monitor->server());
-        } else if (const auto* web = dynamic_cast<const Orvel::WebBackend*>(backend)) {
+        } else if (const auto* web = dynamic_cast<Orvel::WebBackend*>(backend)) {
             servers.push_back(web->webServer());
         }
     }

@@ -34,6 +34,6 @@ private:
 /// been reported.
 bool announceMonitors(const Orvel::World& world);
 /// The web servers of a world's back ends. The back ends own them; World::update() serves them.
-std::vector<const Corvid::PolledWebServer*> webServers(const Orvel::World& world);
+std::vector<Corvid::PolledWebServer*> webServers(const Orvel::World& world);
 
 } // namespace OrvelTool

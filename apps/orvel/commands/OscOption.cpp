@@ -59,13 +59,14 @@ std::string OscOption::address() const {
     return settings.address;
 }
 
-std::unique_ptr<Show::OscServer>
-OscOption::open(Orvel::World& world, Show::OscScene::Apply apply) const {
+std::unique_ptr<Show::OscServer> OscOption::open(
+    Orvel::World& world, Show::OscScene::Apply apply, std::shared_ptr<Corvid::Loop> loop) const {
     Show::OscServer::Settings settings;
     parse(text_, settings);
     settings.scale = scale_;
     auto server = std::make_unique<Show::OscServer>(
-        world, settings, std::move(apply), [](const std::string& message) { complain(message); });
+        world, settings, std::move(apply), [](const std::string& message) { complain(message); },
+        std::move(loop));
     if (!server->open()) {
         return nullptr;
     }

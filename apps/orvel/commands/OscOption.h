@@ -18,7 +18,8 @@ public:
     /// The address of the interface to listen on.
     [[nodiscard]] std::string address() const;
     /// Opens the server and prints its address. On failure reports it and returns null.
-    std::unique_ptr<Show::OscServer> open(Orvel::World& world, Show::OscScene::Apply apply) const;
+    std::unique_ptr<Show::OscServer> open(
+        Orvel::World& world, Show::OscScene::Apply apply, std::shared_ptr<Corvid::Loop> loop) const;
 
 private:
     std::string text_; // empty: no Open Sound Control

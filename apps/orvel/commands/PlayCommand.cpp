@@ -14,7 +14,6 @@
 #include <limits>
 #include <memory>
 #include <optional>
-#include <thread>
 
 namespace OrvelTool {
 
@@ -185,16 +184,18 @@ int PlayCommand::run() {
     if (backends_.web() && !addWeb(stage, messages)) {
         return kFailure;
     }
+    const auto loop = std::make_shared<Corvid::Loop>();
     std::unique_ptr<Show::OscServer> osc;
     if (osc_.given()) {
-        osc = osc_.open(stage, [&stage](Orvel::CommandEvent& event) {
-            Orvel::Server::applyEvent(stage, &event);
-        });
+        osc = osc_.open(
+            stage,
+            [&stage](Orvel::CommandEvent& event) { Orvel::Server::applyEvent(stage, &event); },
+            loop);
         if (osc == nullptr) {
             return kFailure;
         }
     }
-    const bool alone = play(*player, stage, osc.get(), messages);
+    const bool alone = play(*player, stage, osc.get(), *loop, messages);
     if (osc != nullptr) {
         osc->finish();
     }
@@ -202,7 +203,8 @@ int PlayCommand::run() {
 }
 
 bool PlayCommand::play(
-    Show::Player& player, Show::Stage& stage, Show::OscServer* osc, LibraryMessages& messages) {
+    Show::Player& player, Show::Stage& stage, Show::OscServer* osc, Corvid::Loop& loop,
+    LibraryMessages& messages) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_, wait_);
@@ -258,11 +260,7 @@ bool PlayCommand::play(
             (std::floor(now / Show::ScenePlayer::kTick) + 1.0) * Show::ScenePlayer::kTick;
         const double next = std::min({tick, player.nextChange(now), end});
         const auto wake = begin + duration(next);
-        if (osc != nullptr) {
-            osc->wait(std::min(wake, limit));
-        } else {
-            std::this_thread::sleep_until(std::min(wake, limit));
-        }
+        loop.wait(std::min(wake, limit));
     }
     return !servers.wasHindered();
 }

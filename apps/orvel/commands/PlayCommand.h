@@ -28,8 +28,9 @@ private:
         const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
         LibraryMessages& messages) const;
     /// Returns false if another player drove a server, so that this one was not heard there.
-    bool
-    play(Show::Player& player, Show::Stage& stage, Show::OscServer* osc, LibraryMessages& messages);
+    bool play(
+        Show::Player& player, Show::Stage& stage, Show::OscServer* osc, Corvid::Loop& loop,
+        LibraryMessages& messages);
 
     BackendOption backends_;
     MonitorOption monitor_;

@@ -19,7 +19,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <poll.h>
 #include <sstream>
 
 namespace OrvelTool {
@@ -41,11 +40,6 @@ std::string fixed(double value) {
     text.precision(2);
     text << std::fixed << value;
     return text.str();
-}
-
-bool isReadable(int descriptor) {
-    pollfd entry{descriptor, POLLIN, 0};
-    return poll(&entry, 1, 0) > 0;
 }
 
 /// The text of a scene file; empty without a path.
@@ -214,7 +208,9 @@ int ServeCommand::run() {
 
     std::unique_ptr<Show::OscServer> osc;
     if (osc_.given()) {
-        osc = osc_.open(server, [&server](Orvel::CommandEvent& event) { server.apply(event); });
+        osc = osc_.open(
+            server, [&server](Orvel::CommandEvent& event) { server.apply(event); },
+            server.multiServer().loop());
         if (osc == nullptr) {
             return kFailure;
         }
@@ -297,11 +293,9 @@ bool ServeCommand::serve(
     auto nextChores = begin;
     bool choresWait = false;
     const auto webs = webServers(server);
-    for (const auto* web : webs) {
-        server.multiServer().watch(web->descriptor());
-    }
-    if (osc != nullptr) {
-        server.multiServer().watch(osc->descriptor());
+    const auto loop = server.multiServer().loop(); // Open Sound Control's too
+    for (auto* web : webs) {
+        web->setLoop(loop);
     }
     server.serve(0ms); // joins discovery
     DiscoveryWatch discovery(server.multiServer());
@@ -316,13 +310,7 @@ bool ServeCommand::serve(
         if (recording != nullptr) {
             until = std::min(until, recording->next());
         }
-        if (osc != nullptr) {
-            until = std::min(until, osc->next());
-        }
-        for (const auto* web : webs) {
-            until = std::min(until, web->nextUpdate());
-        }
-        server.multiServer().waitForCommunicators(std::max(until, now) - now);
+        loop->wait(until);
         now = Clock::now();
         if (recording != nullptr) {
             // Renders the past before the new events are applied.
@@ -333,9 +321,8 @@ bool ServeCommand::serve(
             osc->serve(kLongestServing);
         }
         now = Clock::now();
-        const bool asked = std::any_of(webs.begin(), webs.end(), [now](const auto* web) {
-            return isReadable(web->descriptor()) || web->nextUpdate() <= now;
-        });
+        const bool asked = std::any_of(
+            webs.begin(), webs.end(), [now](const auto* web) { return web->nextUpdate() <= now; });
         choresWait = now < nextChores && !asked;
         if (choresWait) {
             continue;

@@ -1,25 +1,26 @@
 #include "doctor/NetworkCheck.h"
 
 #include <Corvid/InetAddress.h>
+#include <Corvid/Loop.h>
 #include <Corvid/MultiClient.h>
+#include <Corvid/Socket.h>
 #include <Orvel/CommandEvent.h>
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <netinet/in.h>
-#include <poll.h>
 #include <random>
+#include <span>
 #include <string>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace OrvelTool {
@@ -29,6 +30,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Corvid::InetAddress;
+using Corvid::Socket;
 using Verdict = Finding::Verdict;
 
 constexpr auto kAnswerPatience = 500ms;
@@ -38,45 +40,16 @@ constexpr std::size_t kMostServersTried = 16;
 constexpr double kLongRoundTrip = 0.05;        // in seconds
 constexpr unsigned long kFewDescriptors = 512; // of files
 
-class Socket {
-public:
-    explicit Socket(int type)
-        : descriptor_(socket(AF_INET, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
-    ~Socket() {
-        if (descriptor_ >= 0) {
-            close(descriptor_);
-        }
+/// Waits until a socket can be read, or written. False when `end` has come.
+bool wait(const Socket& socket, bool toRead, Clock::time_point end) {
+    const auto loop = std::make_shared<Corvid::Loop>();
+    bool ready = false;
+    Corvid::Loop::Watch watch(loop, socket, [&ready](auto) { ready = true; });
+    watch.want(toRead, !toRead);
+    while (!ready && Clock::now() < end) {
+        loop->poll(end);
     }
-    [[nodiscard]] int get() const noexcept { return descriptor_; }
-    template <class Value>
-    [[nodiscard]] bool set(int level, int name, const Value& value) const {
-        return setsockopt(descriptor_, level, name, &value, sizeof value) == 0;
-    }
-    [[nodiscard]] bool bindTo(std::uint32_t bits, std::uint16_t port) const;
-    /// Waits for one of these poll events. Returns false if `end` is reached first.
-    [[nodiscard]] bool wait(short events, Clock::time_point end) const {
-        pollfd one{descriptor_, events, 0};
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
-        return poll(&one, 1, static_cast<int>(std::max<long>(0, left.count()))) > 0;
-    }
-
-private:
-    int descriptor_;
-};
-
-sockaddr_in place(std::uint32_t bits, std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(bits);
-    return address;
-}
-
-bool Socket::bindTo(std::uint32_t bits, std::uint16_t port) const {
-    const sockaddr_in address = place(bits, port);
-    return bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    return ready;
 }
 
 std::string reason() {
@@ -103,14 +76,14 @@ std::string clockText(double seconds) {
 /// message, or an empty text and the time taken in `seconds`.
 std::string tryMulticast(
     const InetAddress& interface, const Corvid::Multicast::Settings& settings, double& seconds) {
-    const Socket socket(SOCK_DGRAM);
+    Socket socket;
     ip_mreqn membership{};
     membership.imr_multiaddr.s_addr = htonl(settings.address.bits());
     membership.imr_address.s_addr = htonl(interface.bits());
     const int ttl = std::min(settings.ttl, 1);
-    if (socket.get() < 0 || !socket.set(SOL_SOCKET, SO_REUSEADDR, 1) ||
-        !socket.bindTo(settings.address.bits(), settings.port) ||
-        !socket.set(IPPROTO_IP, IP_MULTICAST_ALL, 0) ||
+    const Socket::Endpoint group{settings.address, settings.port};
+    if (socket.open(Socket::Type::Datagram) || !socket.set(SOL_SOCKET, SO_REUSEADDR, 1) ||
+        socket.bind(group) || !socket.set(IPPROTO_IP, IP_MULTICAST_ALL, 0) ||
         !socket.set(IPPROTO_IP, IP_ADD_MEMBERSHIP, membership) ||
         !socket.set(IPPROTO_IP, IP_MULTICAST_IF, membership) ||
         !socket.set(IPPROTO_IP, IP_MULTICAST_LOOP, 1) ||
@@ -119,17 +92,14 @@ std::string tryMulticast(
     }
     // Differs from the magic of every search datagram.
     const std::string sent = "ORVELDOC" + std::to_string(std::random_device()());
-    const sockaddr_in group = place(settings.address.bits(), settings.port);
     const auto begin = Clock::now();
-    if (sendto(
-            socket.get(), sent.data(), sent.size(), 0, reinterpret_cast<const sockaddr*>(&group),
-            sizeof group) < 0) {
-        return "cannot send: " + reason();
+    if (const auto result = socket.send(std::as_bytes(std::span(sent)), group); result.error) {
+        return "cannot send: " + result.error.message();
     }
-    while (socket.wait(POLLIN, begin + kAnswerPatience)) {
-        char text[64];
-        const ssize_t got = recv(socket.get(), text, sizeof text, 0);
-        if (got > 0 && std::string(text, static_cast<std::size_t>(got)) == sent) {
+    while (wait(socket, true, begin + kAnswerPatience)) {
+        std::string text(64, '\0');
+        text.resize(socket.receive(std::as_writable_bytes(std::span(text))).bytes);
+        if (text == sent) {
             seconds = std::chrono::duration<double>(Clock::now() - begin).count();
             return {};
         }
@@ -145,26 +115,30 @@ Corvid::Multicast::Settings settingsOf(const NetworkOptions& options) {
 
 /// Whether a server's port accepts connections; `seconds` is the time taken.
 bool reach(const InetAddress& address, std::uint16_t port, double& seconds) {
-    const Socket socket(SOCK_STREAM);
-    const sockaddr_in there = place(address.bits(), port);
+    Socket socket;
     const auto begin = Clock::now();
-    if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&there), sizeof there) != 0 &&
-        (errno != EINPROGRESS || !socket.wait(POLLOUT, begin + kAnswerPatience))) {
+    if (socket.open(Socket::Type::Stream) || socket.connect({address, port}) ||
+        !wait(socket, false, begin + kAnswerPatience)) {
         return false;
     }
-    int error = 0;
-    socklen_t size = sizeof error;
-    getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &size);
     seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    return error == 0;
+    return !socket.takeError();
 }
 
-std::string freeFor(int type, std::uint16_t port) {
-    const Socket socket(type);
-    const bool tcp = type == SOCK_STREAM;
-    const bool good = socket.get() >= 0 && (!tcp || socket.set(SOL_SOCKET, SO_REUSEADDR, 1)) &&
-                      socket.bindTo(INADDR_ANY, port) && (!tcp || listen(socket.get(), 1) == 0);
-    return good ? "" : std::string(tcp ? "TCP" : "UDP") + ": " + reason();
+std::string freeFor(Socket::Type type, std::uint16_t port) {
+    Socket socket;
+    const bool tcp = type == Socket::Type::Stream;
+    std::error_code error = socket.open(type);
+    if (!error) {
+        if (tcp) {
+            socket.set(SOL_SOCKET, SO_REUSEADDR, 1);
+        }
+        error = socket.bind({InetAddress(), port});
+    }
+    if (!error && tcp) {
+        error = socket.listen(1);
+    }
+    return error ? std::string(tcp ? "TCP" : "UDP") + ": " + error.message() : "";
 }
 
 std::string whoHolds(std::uint16_t port) {
@@ -217,10 +191,11 @@ Findings checkPorts(const NetworkOptions& options, const std::vector<unsigned sh
     const Corvid::Multicast::Settings settings = settingsOf(options);
     Findings findings;
     const std::string search = std::to_string(settings.port);
-    const std::string alone = freeFor(SOCK_DGRAM, settings.port);
-    const Socket shared(SOCK_DGRAM);
-    const bool shareable = shared.set(SOL_SOCKET, SO_REUSEADDR, 1) &&
-                           shared.bindTo(settings.address.bits(), settings.port);
+    const std::string alone = freeFor(Socket::Type::Datagram, settings.port);
+    Socket shared;
+    const bool shareable = !shared.open(Socket::Type::Datagram) &&
+                           shared.set(SOL_SOCKET, SO_REUSEADDR, 1) &&
+                           !shared.bind({settings.address, settings.port});
     findings.push_back(
         {"port " + search,
          shareable ? Verdict::Ok : Verdict::Problem,
@@ -234,8 +209,8 @@ Findings checkPorts(const NetworkOptions& options, const std::vector<unsigned sh
                          whoHolds(settings.port),
          {}});
     for (const unsigned short port : ports) {
-        std::string fault = freeFor(SOCK_STREAM, port);
-        const std::string udp = freeFor(SOCK_DGRAM, port);
+        std::string fault = freeFor(Socket::Type::Stream, port);
+        const std::string udp = freeFor(Socket::Type::Datagram, port);
         fault += (fault.empty() || udp.empty() ? "" : ", ") + udp;
         findings.push_back(
             {"port " + std::to_string(port),

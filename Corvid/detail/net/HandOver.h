@@ -1,0 +1,79 @@
+#pragma once
+
+#include <Corvid/detail/net/Connection.h>
+#include <Vessa/Mutex.h>
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace Corvid::detail {
+
+/// Passes connections between the loop thread, which reads them, and the host, which takes what has
+/// arrived: the states of Connection::State and the lists that go with them. The two may be one
+/// thread, and then nothing is locked.
+class HandOver {
+public:
+    using Pointer = std::shared_ptr<Connection>;
+    using State = Connection::State;
+
+    /// Whether the host takes connections on a thread of its own, in deliver(). Before the first
+    /// connection.
+    void setDeferred(bool deferred) { deferred_ = deferred; }
+    [[nodiscard]] bool isDeferred() const { return deferred_; }
+
+    // The loop thread's.
+
+    [[nodiscard]] State state(const Connection& connection) const;
+    /// Queues a connection that has greeted.
+    void wait(Pointer connection);
+    /// Queues a connection that has been read and holds a whole frame.
+    void offer(Pointer connection);
+    /// Forgets a connection that the host has not seen. False if it has.
+    bool refuse(const Pointer& connection);
+    /// Queues a connection that has ended, after `record`, which must not block. False, and nothing
+    /// happens, if it is lost already or the host has removed it.
+    bool lose(const Pointer& connection, const std::function<void()>& record);
+    /// Takes those that came back from the host, for read() or forget(). It may list one twice.
+    [[nodiscard]] std::vector<Pointer> takeReturned();
+    /// Returned becomes Reading; false if it was not returned.
+    bool read(const Pointer& connection);
+    /// Removed becomes Gone; false if it was not removed.
+    bool forget(const Pointer& connection);
+
+    // The host's.
+
+    /// Whether something is queued, and how many connections.
+    [[nodiscard]] bool hasQueued() const { return queued() > 0; }
+    [[nodiscard]] std::size_t queued() const;
+    /// Takes the next of the queue; null if there is none. The host has it until finish().
+    Connection* take();
+    /// The host has done with what it took: it is queued again, or goes back to the loop thread.
+    void finish();
+    /// What the host took; null if nothing.
+    [[nodiscard]] Pointer taken() const;
+    /// Takes one that has greeted past the queue, and gives back one that was introduced.
+    void introduce(const Pointer& connection);
+    void introduced(const Pointer& connection);
+    /// The host has removed a connection.
+    void remove(const Pointer& connection);
+
+    /// Forgets all.
+    void clear();
+
+private:
+    class ORVEL_SCOPED_CAPABILITY Guard;
+
+    Pointer enter(Pointer connection, State state) ORVEL_REQUIRES(mutex_);
+    void giveBack(Pointer connection) ORVEL_REQUIRES(mutex_);
+
+    bool deferred_ = false;
+    mutable Vessa::Mutex mutex_; // guards the connections' states too
+    std::deque<Pointer> queue_ ORVEL_GUARDED_BY(mutex_);
+    std::vector<Pointer> returned_ ORVEL_GUARDED_BY(mutex_);
+    Pointer taken_ ORVEL_GUARDED_BY(mutex_);
+};
+
+} // namespace Corvid::detail
