@@ -73,6 +73,14 @@ TEST(Event, IsWrittenByteForByteAsDocumented) {
         "\7\3\0\0\0\0\0\0\0xyz"s);
 }
 
+TEST(Event, LeavesANumberToTheFirstTypeThatHasIt) {
+    {
+        const EventType second("Second", EveryField::kind.typeId(), nullptr);
+        EXPECT_EQ(EventType::find(second.typeId()), &EveryField::kind);
+    }
+    EXPECT_EQ(EventType::find(EveryField::kind.typeId()), &EveryField::kind);
+}
+
 TEST(Event, RefusesEveryDamagedFrameWithItsReason) {
     // The size of the frame, the place and the value of the byte that is set.
     const std::tuple<std::size_t, std::size_t, int, const char*> rows[] = {
