@@ -15,10 +15,10 @@ namespace Show {
 
 namespace {
 
-/// A recording does not know how many emitters will sound at once.
+/// The number of emitters that will play at once is unknown.
 constexpr std::size_t kMostEmitters = 4096;
 
-/// The scene's path, from which its sounds are found: where it was, or, when its folder is not on
+/// The scene's path, for finding its sounds: the original one or, if its folder does not exist on
 /// this machine, beside the capture.
 std::string scenePath(const CaptureReader& reader, const std::string& capture) {
     const std::filesystem::path scene(reader.scenePath());
@@ -30,7 +30,7 @@ std::string scenePath(const CaptureReader& reader, const std::string& capture) {
 
 using Urls = std::pair<std::size_t, std::string>;
 
-/// Takes the sounds by URL out of a scene; gives how many there were, and the first.
+/// Removes the sounds by URL from a scene; returns their number and the first.
 Urls takeUrls(Scene& scene) {
     Urls urls;
     const auto take = [&urls](Sound& sound) {
@@ -75,21 +75,20 @@ Capture::load(const std::string& path, bool fetch, std::vector<Problem>& problem
                 capture->incomplete_ = true;
                 add("names " + std::to_string(count) +
                     (count == 1 ? " sound by URL (" : " sounds by URL (the first is ") + first +
-                    "). Nothing is fetched because of a capture unless --fetch is given; what "
-                    "plays them stays silent");
+                    "). They are only fetched with --fetch; their sources stay silent");
                 ++before;
             }
             capture->bank_.sounds.load(capture->bank_.scene, problems);
         }
         if (problems.size() > before) {
             capture->incomplete_ = true;
-            add("names its sounds but does not hold them; what plays those above stays silent. Put "
-                "them where they are looked for, or beside the capture");
+            add("refers to its sounds but does not contain them; the sources above stay silent. "
+                "Put the files at their paths, or beside the capture");
         }
     }
     if (!reader->length()) {
-        add("is cut: it has no end mark, so the recording was interrupted or goes on, or the file "
-            "was shortened; it plays up to the cut");
+        add("is truncated: it has no end mark, because the recording was interrupted or is still "
+            "running, or the file was cut; it plays up to its end");
     }
     return capture;
 }
@@ -102,7 +101,7 @@ std::unique_ptr<Player> Capture::makePlayer(Stage& stage) const {
     std::string fault;
     auto reader = CaptureReader::open(path_, fault);
     if (reader == nullptr) {
-        throw std::runtime_error(path_ + ": " + fault); // it could be opened a moment ago
+        throw std::runtime_error(path_ + ": " + fault); // it could be opened before
     }
     return std::make_unique<ReplayPlayer>(
         path_, std::move(reader), dynamic_cast<ReplayStage&>(stage));

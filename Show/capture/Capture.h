@@ -9,12 +9,12 @@
 
 namespace Show {
 
-/// A recorded session of a sound server, with the sources that the server had.
+/// A recorded session of a sound server, with the server's sources.
 class Capture : public Playable {
 public:
-    /// Opens a capture and decodes its sounds. What cannot be played becomes a problem, and so does
-    /// a file that is cut. Sounds by URL stay silent, with a problem, without `fetch`: it is for
-    /// captures from people that the user trusts. Null if nothing can be played.
+    /// Opens a capture and decodes its sounds. Anything that cannot be played becomes a problem, as
+    /// does a truncated file. Without `fetch`, sounds by URL stay silent, with a problem; set it
+    /// only for captures that the user trusts. Returns null if nothing can be played.
     [[nodiscard]] static std::unique_ptr<const Capture>
     load(const std::string& path, bool fetch, std::vector<Problem>& problems);
 
@@ -32,8 +32,8 @@ private:
     bool incomplete_ = false;
 };
 
-/// Loads a scene or a capture, whichever the file is. Null, with problems, if it cannot be played.
-/// `fetch` is for captures, see there.
+/// Loads a scene or a capture, depending on the file. Returns null, with problems, if it cannot be
+/// played. For `fetch` see Capture::load().
 std::unique_ptr<const Playable>
 loadPlayable(const std::string& path, bool fetch, std::vector<Problem>& problems);
 

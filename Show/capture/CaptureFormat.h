@@ -9,18 +9,18 @@
 #include <string>
 #include <string_view>
 
-/// The bytes of a capture, which docs/capture.md defines. All numbers are little-endian.
+/// The byte format of a capture, as defined in docs/capture.md. All numbers are little-endian.
 namespace Show::CaptureFormat {
 
 inline constexpr std::string_view kMagic = "ORVELREC";
 inline constexpr std::uint16_t kVersion = 1;
-/// Magic, version, protocol, begin, and the lengths of path and text.
+/// Magic, version, protocol, start time, and the lengths of path and text.
 inline constexpr std::size_t kFixedHeaderBytes = 8 + 2 + 2 + 8 + 4 + 4;
 inline constexpr std::size_t kSumBytes = 4;
 inline constexpr std::size_t kEndMarkBytes = 1 + 8 + 8 + kSumBytes;
 inline constexpr std::size_t kMostVarintBytes = 10;
 
-/// What a record is about, in the low bits of a number whose others are the client.
+/// The kind of a record: the low bits of a number whose other bits are the client's number.
 enum Kind : std::uint64_t { kEvent = 0, kClient = 1, kLost = 2 };
 inline constexpr unsigned kKindBits = 2;
 
@@ -36,7 +36,7 @@ Value get(std::span<const std::byte> bytes, std::size_t at) {
     return value;
 }
 
-/// Seven bits in each byte, the lowest first; all but the last byte have the high bit.
+/// Writes seven bits per byte, lowest first; the high bit is set in all but the last byte.
 inline void putVarint(std::string& out, std::uint64_t value) {
     for (; value >= 0x80; value >>= 7U) {
         out += static_cast<char>(value | 0x80U);
@@ -44,7 +44,7 @@ inline void putVarint(std::string& out, std::uint64_t value) {
     out += static_cast<char>(value);
 }
 
-/// Takes such a number from the front; false, and nothing is taken, if there is no whole one.
+/// Removes a varint from the front. Returns false, without effect, if it is incomplete.
 inline bool takeVarint(std::span<const std::byte>& bytes, std::uint64_t& value) {
     value = 0;
     for (std::size_t i = 0; i < bytes.size() && i < kMostVarintBytes; ++i) {

@@ -27,7 +27,7 @@ constexpr std::size_t kMostBodyBytes = Corvid::Event::kMaxFrameBytes + 2 * kMost
 bool CaptureReader::isCapture(const std::string& path) {
     std::error_code ignored;
     if (!std::filesystem::is_regular_file(path, ignored)) {
-        return false; // what comes through a pipe would be gone
+        return false; // reading a pipe would consume its data
     }
     const File file(std::fopen(path.c_str(), "rbe"));
     std::string beginning(kMagic.size(), '\0');
@@ -43,7 +43,7 @@ std::unique_ptr<CaptureReader> CaptureReader::open(const std::string& path, std:
         fault = "cannot be read: " + std::generic_category().message(errno);
         return nullptr;
     }
-    std::setvbuf(file.get(), nullptr, _IONBF, 0); // there is a buffer of our own
+    std::setvbuf(file.get(), nullptr, _IONBF, 0); // this class has a buffer of its own
     std::unique_ptr<CaptureReader> reader(
         new CaptureReader(std::move(file), static_cast<std::uint64_t>(status.st_size)));
     if (!reader->readHeader(fault)) {
@@ -59,8 +59,9 @@ bool CaptureReader::readHeader(std::string& fault) {
     const bool whole = fixed.size() == kFixedHeaderBytes;
     const auto version = whole ? get<std::uint16_t>(fixed, 8) : kVersion;
     if (version != kVersion) {
-        fault = "is a capture of version " + std::to_string(version) + ", and this program reads " +
-                std::to_string(kVersion) + "; use the version of orvel that recorded it";
+        fault = "is a capture of version " + std::to_string(version) +
+                "; this program reads version " + std::to_string(kVersion) +
+                "; use the version of orvel that recorded it";
         return false;
     }
     const auto protocol = whole ? get<std::uint16_t>(fixed, 10) : 0;
@@ -70,12 +71,12 @@ bool CaptureReader::readHeader(std::string& fault) {
     const auto all =
         whole && size + kSumBytes <= size_ ? peek(size + kSumBytes) : std::span<const std::byte>();
     if (all.size() != size + kSumBytes || get<std::uint32_t>(all, size) != sum(all.data(), size)) {
-        fault = "is a capture whose header is damaged or cut; nothing of it can be played";
+        fault = "is a capture with a damaged or truncated header, and cannot be played";
         return false;
     }
     if (protocol != Orvel::CommandEvent::kProtocolVersion) {
         fault = "is a capture of version " + std::to_string(protocol) +
-                " of the protocol, and this program understands " +
+                " of the protocol; this program supports version " +
                 std::to_string(Orvel::CommandEvent::kProtocolVersion) +
                 "; use the version of orvel that recorded it";
         return false;
@@ -133,7 +134,7 @@ bool CaptureReader::next(Record& record) {
         const std::size_t there = rest.size();
         std::uint64_t size = 0;
         damaged_ = !takeVarint(rest, size);
-        if (damaged_ || size == 0) { // the latter is the end mark
+        if (damaged_ || size == 0) { // size 0 is the end mark
             damaged_ = damaged_ || !length_ || offset_ + kEndMarkBytes != size_;
             return false;
         }
@@ -167,7 +168,7 @@ bool CaptureReader::next(Record& record) {
                 body};
             return true;
         }
-        skip(std::exchange(given_, 0)); // of a kind that came later
+        skip(std::exchange(given_, 0)); // a kind of a later version
     }
 }
 

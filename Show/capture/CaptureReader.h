@@ -12,42 +12,42 @@
 
 namespace Show {
 
-/// Reads a capture from front to back, a little at a time. Everything is checked before it is
-/// given; what is damaged or missing ends it. Confined to one thread at a time.
+/// Reads a capture sequentially, in small pieces. Everything is checked before it is returned;
+/// reading stops at damaged or missing data. Confined to one thread at a time.
 class CaptureReader {
 public:
     enum class Kind { Event, Client, Lost };
     struct Record {
-        std::uint64_t time = 0; ///< microseconds since the beginning
+        std::uint64_t time = 0; ///< microseconds since the start
         std::uint64_t client = 0;
         Kind kind = Kind::Event;
-        /// Of an event the frame without its length field, of a client the name. Valid until the
+        /// For an event the frame without its length field, for a client its name. Valid until the
         /// next call.
         std::span<const std::byte> data;
     };
 
-    /// Whether a file begins like a capture.
+    /// Whether a file starts like a capture.
     [[nodiscard]] static bool isCapture(const std::string& path);
-    /// Opens a capture; null, and `fault` says why, if there is none that can be read.
+    /// Opens a capture. Returns null, with the reason in `fault`, if it cannot be read.
     [[nodiscard]] static std::unique_ptr<CaptureReader>
     open(const std::string& path, std::string& fault);
 
     CaptureReader(const CaptureReader&) = delete;
     CaptureReader& operator=(const CaptureReader&) = delete;
 
-    /// The path of the scene file that had the sources, and its text; empty if there was none.
+    /// The path and text of the server's scene file; empty if there was none.
     [[nodiscard]] const std::string& scenePath() const noexcept { return scenePath_; }
     [[nodiscard]] const std::string& sceneText() const noexcept { return sceneText_; }
-    /// How long was recorded, in microseconds, if the file ends as it should.
+    /// The length of the recording in microseconds, if it was completed.
     [[nodiscard]] std::optional<std::uint64_t> length() const noexcept { return length_; }
 
-    /// The next record; false at the end, or at the first that is not whole.
+    /// Reads the next record. Returns false at the end, or at the first incomplete one.
     bool next(Record& record);
-    /// Once next() has given false: whether that was before the end mark.
+    /// After next() has returned false: whether that was before the end mark.
     [[nodiscard]] bool damaged() const noexcept { return damaged_; }
-    /// How many bytes of the file next() has gone through.
+    /// Number of bytes that next() has read.
     [[nodiscard]] std::uint64_t offset() const noexcept { return offset_; }
-    /// Begins again with the first record.
+    /// Goes back to the first record.
     void rewind();
 
 private:
@@ -59,7 +59,7 @@ private:
     CaptureReader(File file, std::uint64_t size) : file_(std::move(file)), size_(size) {}
     bool readHeader(std::string& fault);
     void readEndMark();
-    /// The next bytes of the file, at most `count`; they stay until skip() is over them.
+    /// The next bytes of the file, at most `count`; valid until skip() passes them.
     std::span<const std::byte> peek(std::size_t count);
     void skip(std::size_t count);
 
@@ -67,13 +67,13 @@ private:
     std::uint64_t size_;
     std::string scenePath_;
     std::string sceneText_;
-    std::uint64_t first_ = 0; // where the records begin
+    std::uint64_t first_ = 0; // offset of the first record
     std::optional<std::uint64_t> length_;
 
     std::vector<std::byte> buffer_;
-    std::size_t begin_ = 0; // of what is not skipped yet in the buffer
+    std::size_t begin_ = 0; // of the unskipped bytes in the buffer
     std::size_t end_ = 0;
-    std::size_t given_ = 0; // bytes of the last record, to be skipped
+    std::size_t given_ = 0; // bytes of the last record, still to be skipped
     std::uint64_t offset_ = 0;
     std::uint64_t time_ = 0;
     bool damaged_ = false;

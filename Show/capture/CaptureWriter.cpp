@@ -22,7 +22,7 @@ using Microseconds = std::chrono::microseconds;
 
 constexpr std::size_t kMostWaiting = std::size_t{256} << 10U;
 constexpr std::size_t kFrameLengthBytes = 4;
-constexpr std::uint64_t kCheckedBytes = std::uint64_t{64} << 10U; // between two looks at the disk
+constexpr std::uint64_t kCheckedBytes = std::uint64_t{64} << 10U; // between two checks of the disk
 constexpr std::uint64_t kMinFreePart = 20;                        // of the disk
 
 std::string reason(int error) {
@@ -40,8 +40,7 @@ CaptureWriter::CaptureWriter(
         const int error = errno;
         throw OutputError(
             "cannot record to " + path + ": " +
-            (error == EEXIST ? "it exists already, and a recording replaces nothing; give another "
-                               "name, or remove it"
+            (error == EEXIST ? "it exists already; give another name, or remove it"
                              : reason(error)));
     }
     waiting_ = kMagic;
@@ -60,7 +59,7 @@ CaptureWriter::CaptureWriter(
         unlink(path_.c_str());
         throw OutputError(
             "cannot record to " + path + ": " +
-            (fits ? "the disk is almost full" : "--max-size has no room for the scene"));
+            (fits ? "the disk is almost full" : "--max-size is too small for the scene"));
     }
     flush();
 }
@@ -109,7 +108,7 @@ std::uint64_t CaptureWriter::numberOf(const std::string& client) {
     if (known != clients_.end()) {
         return known->second;
     }
-    // The lowest that is free, so that numbers stay short.
+    // The lowest free number, which keeps the varints short.
     std::uint64_t number = 1;
     while (std::any_of(clients_.begin(), clients_.end(), [number](const auto& other) {
         return other.second == number;
@@ -123,7 +122,7 @@ std::uint64_t CaptureWriter::numberOf(const std::string& client) {
 
 void CaptureWriter::received(Corvid::Event& event, const std::string& client) {
     if (!event.encode(frame_)) {
-        return; // it came in a frame, so it fits one
+        return; // it was received in a frame, so it fits
     }
     const std::uint64_t number = numberOf(client);
     record(
@@ -142,7 +141,7 @@ void CaptureWriter::lost(const std::string& client) {
 bool CaptureWriter::diskHasRoom() const {
     struct statvfs disk {};
     if (fstatvfs(descriptor_, &disk) != 0 || disk.f_blocks == 0) {
-        return true; // writing will show it
+        return true; // writing will report the error
     }
     const std::uint64_t block = disk.f_frsize;
     return disk.f_bavail * block >= std::min(kMinFreeBytes, disk.f_blocks * block / kMinFreePart);
@@ -167,14 +166,14 @@ int CaptureWriter::writeWaiting() {
 void CaptureWriter::end(const std::string& why) {
     ended_ = true;
     report_(
-        "cannot record any more to " + path_ + ": " + why +
-        "; the recording ends here and can be played");
+        "cannot continue recording to " + path_ + ": " + why +
+        "; the recording stops here and can be played");
 }
 
 void CaptureWriter::endWithMark(const std::string& why) {
     last_ = std::max(last_, now());
     putEndMark();
-    writeWaiting(); // without the mark, the file plays as well
+    writeWaiting(); // the file is playable without the mark
     end(why);
 }
 
@@ -207,7 +206,7 @@ bool CaptureWriter::finish() {
         putEndMark();
         flush();
     }
-    const bool stored = fsync(descriptor_) == 0 || errno == EINVAL; // which is no file's
+    const bool stored = fsync(descriptor_) == 0 || errno == EINVAL; // EINVAL: not a regular file
     return whole && !ended_ && stored;
 }
 

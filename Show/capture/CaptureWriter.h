@@ -11,19 +11,19 @@
 
 namespace Show {
 
-/// Writes what reaches a sound server into a capture, with the time since the writer was made. The
-/// file grows as it goes and is of use at any moment. It ends, with a report, before it exceeds
-/// its limit and before the disk is full: clients decide how much there is to record. Confined to
-/// one thread at a time.
+/// Writes the events of a sound server to a capture, with the time since the writer was created.
+/// The file is valid at any time. The recording stops, with a report, before it exceeds its limit
+/// and before the disk is full, since clients decide how much there is to record. Confined to one
+/// thread at a time.
 class CaptureWriter : public EventTap {
 public:
-    /// The least that stays free on the disk: this many bytes, or a twentieth of a small disk.
+    /// Free space left on the disk: this many bytes, or a twentieth of a small disk.
     static constexpr std::uint64_t kMinFreeBytes = std::uint64_t{256} << 20U;
 
-    /// Creates the file, of at most `maxBytes`; `scenePath` and `sceneText` are of the file that
-    /// has the server's sources, empty without one. Throws OutputError, also if there is such a
-    /// file, a session that was recorded cannot be had again, and if there is no room for it.
-    /// `report` takes why the recording ends early.
+    /// Creates the file, of at most `maxBytes`; `scenePath` and `sceneText` are the path and text
+    /// of the server's scene file, empty without one. Throws OutputError, also if the file exists,
+    /// because a recorded session cannot be repeated, or if there is no room for it. `report`
+    /// receives the reason if the recording stops early.
     CaptureWriter(
         const std::string& path, const std::string& scenePath, const std::string& sceneText,
         std::uint64_t maxBytes, Report report);
@@ -33,17 +33,17 @@ public:
     void received(Corvid::Event& event, const std::string& client) override;
     void lost(const std::string& client) override;
 
-    /// Hands what has come to the system; to be called several times a second. When that fails it
-    /// says so, once, and nothing more is written.
+    /// Writes buffered data to the file; call it several times a second. On failure it reports once
+    /// and the recording stops.
     void flush();
-    /// Writes the end mark, and waits until all is on the disk. False if not all of the session is
-    /// in the file.
+    /// Writes the end mark and waits until everything is on the disk. Returns false if part of the
+    /// session is missing from the file.
     bool finish();
 
-    /// Whether nothing more is written, which has been reported.
+    /// Whether the recording has stopped, which has been reported.
     [[nodiscard]] bool ended() const noexcept { return ended_; }
     [[nodiscard]] std::uint64_t events() const noexcept { return events_; }
-    /// From the beginning to now, or to the end of the recording.
+    /// From the start until now, or until the recording stopped.
     [[nodiscard]] double seconds() const;
 
 private:
@@ -55,7 +55,7 @@ private:
     void endWithMark(const std::string& why);
     void end(const std::string& why);
     void putEndMark();
-    /// Gives the error, or 0.
+    /// Returns errno, or 0.
     int writeWaiting();
     [[nodiscard]] bool diskHasRoom() const;
 
@@ -64,15 +64,15 @@ private:
     Report report_;
     int descriptor_;
     Clock::time_point begin_ = Clock::now();
-    std::string waiting_; // whole records for the file
+    std::string waiting_; // complete records
     std::string body_;
     std::vector<std::byte> frame_;
-    std::map<std::string, std::uint64_t> clients_; // numbers of those that are connected
+    std::map<std::string, std::uint64_t> clients_; // numbers of the connected clients
     std::uint64_t last_ = 0;                       // time of the last record, in microseconds
     std::uint64_t records_ = 0;
     std::uint64_t events_ = 0;
     std::uint64_t written_ = 0;   // bytes
-    std::uint64_t unchecked_ = 0; // bytes of those since the last look at the disk
+    std::uint64_t unchecked_ = 0; // bytes written since the last check of the disk
     bool ended_ = false;
 };
 

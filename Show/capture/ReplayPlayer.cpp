@@ -27,7 +27,7 @@ ReplayPlayer::ReplayPlayer(
 void ReplayPlayer::start() {
     if (!std::exchange(fetched_, true)) {
         for (const Problem& problem : stage_.session().fetch()) {
-            warn(problem.str() + "; what plays it stays silent");
+            warn(problem.str() + "; its sources stay silent");
         }
     }
     stage_.session().forgetAll();
@@ -46,10 +46,10 @@ void ReplayPlayer::start() {
 void ReplayPlayer::readNext() {
     more_ = reader_->next(next_);
     if (!more_ && reader_->damaged() && reader_->length()) {
-        // A file that is only cut has been told of when it was opened.
+        // A truncated file was reported when it was opened.
         warn(
             "is damaged at byte " + std::to_string(reader_->offset()) +
-            "; it plays up to there, that is " + std::to_string(inSeconds(next_.time)) + " s");
+            "; it plays up to there, which is " + std::to_string(inSeconds(next_.time)) + " s");
     }
 }
 
@@ -59,7 +59,7 @@ void ReplayPlayer::advance(double seconds) {
         readNext();
     }
     if (const std::string missing = stage_.session().takeMissing(); !missing.empty()) {
-        warn("its clients wanted sources that the server had not: " + missing);
+        warn("its clients asked for sources that the server did not have: " + missing);
     }
 }
 
@@ -80,7 +80,7 @@ void ReplayPlayer::apply() {
         std::string fault;
         const std::unique_ptr<Corvid::Event> event(Corvid::Event::decode(frame_, &fault));
         if (event == nullptr) {
-            warn("holds " + fault + ", which is left out");
+            warn("holds " + fault + ", which is skipped");
         } else if (auto* command = dynamic_cast<Orvel::CommandEvent*>(event.get());
                    command != nullptr &&
                    !stage_.session().intercept(
@@ -113,7 +113,7 @@ double ReplayPlayer::end() const {
     return end_;
 }
 
-/// Takes the way of the library's messages, which the commands write when nothing is in the way.
+/// Uses the log, whose lines the commands print when it is safe.
 void ReplayPlayer::warn(const std::string& text) const {
     Orvel::Log::the().write(
         {Orvel::Log::Level::Warning, "orvel", __FILE__, __LINE__, __PRETTY_FUNCTION__}, "%s\n",

@@ -13,7 +13,7 @@
 
 namespace Show {
 
-/// The world of a recorded session: it obeys the rules of the server that was recorded.
+/// The world of a replayed session, with the rules of the recorded server.
 class ReplayStage : public Stage {
 public:
     ReplayStage(const LoadedScene& bank, SetSubject setSubject)
@@ -25,21 +25,21 @@ private:
     Session session_;
 };
 
-/// Does in a world what was done in a server's while it was recorded, at the same times. It ends
-/// when the recording ended, or where the file is cut.
+/// Replays a recorded session into a world, with the original timing, until the recording's end or
+/// the point where the file is truncated.
 ///
 /// The stage must outlive it. Confined to the world's thread.
 class ReplayPlayer : public Player {
 public:
-    /// `path` is what messages name.
+    /// `path` is for messages.
     ReplayPlayer(std::string path, std::unique_ptr<CaptureReader> reader, ReplayStage& stage);
 
     void start() override;
     void advance(double seconds) override;
-    /// The next record.
+    /// The time of the next record.
     [[nodiscard]] double nextChange(double seconds) const override;
     [[nodiscard]] bool moving() const override { return false; }
-    /// Without an end mark, the whole file is gone through for this.
+    /// Without an end mark this reads the whole file.
     [[nodiscard]] double end() const override;
 
 private:
@@ -55,7 +55,7 @@ private:
     bool more_ = false;
     std::map<std::uint64_t, std::string> clients_; // names by number
     std::vector<std::byte> frame_;
-    mutable double end_ = -1.0; // negative: not known yet
+    mutable double end_ = -1.0; // negative: unknown
 };
 
 } // namespace Show

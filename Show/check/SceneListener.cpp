@@ -19,7 +19,7 @@ Vec3f difference(const Vec3f& a, const Vec3f& b) {
     return {a.x - b.x, a.y - b.y, a.z - b.z};
 }
 
-/// How near a straight line from one point to another comes to the origin.
+/// The distance of a line segment from the origin.
 float nearestOf(const Vec3f& from, const Vec3f& to) {
     const Vec3f way = difference(to, from);
     const float square = product(way, way);
@@ -36,7 +36,7 @@ float outer(const Orvel::Hull& hull) {
     return (hull.maxBack + hull.maxFront) / 2.0F;
 }
 
-/// The factor by which distance makes a sound softer, as the back end "openal" sets OpenAL up.
+/// The distance attenuation, as the back end "openal" configures OpenAL.
 float attenuation(const Orvel::Hull& hull, float distance) {
     const Orvel::Reach reach = reachOf(hull);
     return reach.full / std::clamp(distance, reach.full, reach.softest);
@@ -115,7 +115,7 @@ void SceneListener::setEmitterConnection(Orvel::Emitter& emitter) {
 void SceneListener::setEmitterState(Orvel::Emitter& emitter) {
     const auto found = present_.find(emitter.id());
     if (found != present_.end() && emitter.state() == State::PLAY) {
-        emitters_[found->second.history].played = true; // however short it is
+        emitters_[found->second.history].played = true; // even if only for a moment
     }
     changed_.insert(emitter.id());
 }
@@ -150,7 +150,7 @@ void SceneListener::listen(const Orvel::Emitter& emitter, Present& present, bool
     const Moment now{
         difference(emitter.position(), world().listenerPosition()), emitter.hull(), emitter.gain()};
     present.last = now;
-    // While something moves, the loudest that it can have been since the last time counts.
+    // While something moves, the loudest level since the last call counts.
     const Moment& before = last && !jump ? *last : now;
     const float gain = std::max(now.gain, before.gain);
     const float distance = nearestOf(before.position, now.position);
@@ -162,7 +162,7 @@ void SceneListener::listen(const Orvel::Emitter& emitter, Present& present, bool
     history.loudest = std::max(history.loudest, std::min(1.0F, gain * factor));
     history.nearest = std::min(history.nearest, distance);
     if (spatial) {
-        constexpr float kHere = 0.001F; // where even a hull without extent is heard
+        constexpr float kHere = 0.001F; // a sound this near is heard even with an empty hull
         history.withoutInner |= inner(now.hull) <= 0.0F && distance > kHere;
         if (now.hull.minBack > now.hull.maxBack || now.hull.minFront > now.hull.maxFront) {
             history.innerAboveOuter = true;

@@ -18,40 +18,40 @@
 
 namespace Show {
 
-/// What there was of one emitter from its creation to its end. Levels are linear; distances are
-/// those to the listener. All but `played` is about the moments at which it played.
+/// The history of one emitter from its creation to its destruction. Levels are linear; distances
+/// are to the listener. All but `played` covers only the times at which it played.
 struct EmitterHistory {
     const EmitterSpec* spec = nullptr;
     bool played = false;
     bool connected = false;   ///< to a source
-    bool enabled = false;     ///< connected, and the world was not disabled
+    bool enabled = false;     ///< connected, while the world was enabled
     float highestGain = 0.0F; ///< while enabled; so are all that follow
     float loudest = 0.0F;     ///< gain and attenuation together
     float nearest = std::numeric_limits<float>::infinity();
-    bool withoutInner = false;    ///< spatial, away from the listener, and with inner extents of 0
-    bool innerAboveOuter = false; ///< spatial, and with an inner extent above the outer one
-    float softest = 1.0F;         ///< by distance, at such a moment
+    bool withoutInner = false;    ///< spatial, away from the listener, with inner extents of 0
+    bool innerAboveOuter = false; ///< spatial, with an inner extent above the outer one
+    float softest = 1.0F;         ///< by distance, in that case
     bool withinOuter = false;     ///< not spatial, or within the mean of the outer extents
     bool amplified = false;       ///< with a gain above 1
-    float leastExcess = std::numeric_limits<float>::infinity(); ///< of that gain over what is heard
+    float leastExcess = std::numeric_limits<float>::infinity(); ///< over the audible level
 };
 
-/// A back end that plays nothing and follows how loud each emitter would be through OpenAL.
+/// A back end that plays nothing and computes how loud each emitter would be through OpenAL.
 /// Confined to its world's thread; the scene must outlive it.
 class SceneListener : public Orvel::SilentBackend {
 public:
     SceneListener(Orvel::World& world, const LoadedScene& loaded);
 
-    /// Names the sound that a source has from now on.
+    /// Sets the sound that a source has from now on.
     void setSound(int source, const Sound& sound);
-    /// Takes account of the changes since the last call. `jump`: they happened at once; otherwise
-    /// positions have moved in straight lines from where they were.
+    /// Processes the changes since the last call. `jump`: they happened at once; otherwise
+    /// positions have moved in straight lines.
     void listen(bool jump);
 
     [[nodiscard]] const std::vector<EmitterHistory>& emitters() const { return emitters_; }
-    /// The descriptions of the sources that no emitter was ever connected to.
+    /// The descriptions of sources that no emitter was ever connected to.
     [[nodiscard]] std::vector<const SourceSpec*> unusedSources() const;
-    /// The most emitters that existed at once.
+    /// The largest number of emitters at one time.
     [[nodiscard]] std::size_t mostEmitters() const { return mostEmitters_; }
 
     void setEnabled() override { everything_ = true; }
@@ -66,7 +66,7 @@ public:
     void setEmitterState(Orvel::Emitter& emitter) override;
 
 private:
-    /// What an emitter's level depends on, at a moment at which it plays.
+    /// The state that determines an emitter's level while it plays.
     struct Moment {
         Orvel::Vec3f position; // relative to the listener
         Orvel::Hull hull;
@@ -74,7 +74,7 @@ private:
     };
     struct Present {
         std::size_t history;
-        std::optional<Moment> last; // none if it did not play then
+        std::optional<Moment> last; // empty if it did not play then
     };
     struct PresentSource {
         const SourceSpec* spec = nullptr;
@@ -84,7 +84,7 @@ private:
     void listen(const Orvel::Emitter& emitter, Present& present, bool jump);
 
     const SoundBank& sounds_;
-    std::unordered_map<int, std::deque<const EmitterSpec*>> emitterSpecs_; // yet to come, by id
+    std::unordered_map<int, std::deque<const EmitterSpec*>> emitterSpecs_; // future ones, by id
     std::unordered_map<int, std::deque<const SourceSpec*>> sourceSpecs_;
     std::vector<EmitterHistory> emitters_;
     std::unordered_map<int, Present> present_;

@@ -20,7 +20,7 @@ namespace Show {
 
 namespace {
 
-/// What is softer at its loudest counts as hardly heard.
+/// A sound whose loudest level is below this counts as hardly heard.
 constexpr float kHardlyHeard = 0.01F; // -40 dB
 /// A sound whose peak is lower counts as silent.
 constexpr int kSilentPeak = 33; // of 32768: -60 dB
@@ -38,11 +38,11 @@ std::string shortly(double number) {
     return text;
 }
 
-/// When the listener is to listen, in seconds from the start. Nothing is missed by listening just
-/// before and just after each change that happens at once, and at the end of each movement.
+/// The times at which the listener evaluates the scene, in seconds from the start: just before and
+/// just after each sudden change, and at the end of each movement.
 struct Moment {
     double time;
-    bool jump; // just after such a change
+    bool jump; // just after a sudden change
 };
 
 std::vector<Moment> momentsOf(const Scene& scene, double end) {
@@ -64,8 +64,8 @@ std::vector<Moment> momentsOf(const Scene& scene, double end) {
     return moments;
 }
 
-/// Thins out the moments of a scene in which so much moves at once that following all of it would
-/// take minutes. What moves is then taken to go straight from one moment to the next.
+/// Thins out the times of a scene with so many movements that evaluating all of them would take
+/// minutes. Movements are then taken as straight lines between these times.
 void limitWork(std::vector<Moment>& moments, const Scene& scene) {
     constexpr double kMost = 2e6; // steps of one emitter
     double work = 0.0;
@@ -100,7 +100,7 @@ public:
     explicit Warnings(std::string file) : file_(std::move(file)) {}
 
     void add(const std::string& text) { found_.push_back({file_, 0, "", "warning: " + text}); }
-    /// `others` stands for all but the first with the same fault, after their number.
+    /// `others` describes all but the first emitters with the same problem, after their number.
     void add(const Where& where, const char* key, const std::string& text, const char* others) {
         constexpr std::size_t kMostAlike = 5;
         if (++counts_[others] <= kMostAlike) {
@@ -147,7 +147,7 @@ void checkHull(const EmitterHistory& history, Warnings& warnings) {
         warnings.add(
             spec.where, ".hull",
             "never within its outer extents: " + nearest + ", heard at " + loudest +
-                " there as anywhere beyond them",
+                " there and anywhere beyond",
             "emitters are never within their outer extents");
     }
     if (history.innerAboveOuter) {
@@ -197,7 +197,7 @@ void checkEmitter(const EmitterHistory& history, Warnings& warnings) {
             warnings.add(
                 spec.where, ".gain",
                 decibels(history.leastExcess) + " of a gain of " + decibels(history.highestGain) +
-                    " have no effect: nothing is played louder than recorded",
+                    " have no effect: nothing is played louder than its recorded level",
                 "emitters have gains above 1 without effect");
         }
     }

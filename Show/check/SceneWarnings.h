@@ -7,11 +7,11 @@
 
 namespace Show {
 
-/// What a scene without mistakes does that is hardly meant: above all what is never heard, or not
-/// as the file says. The scene is played through for that, without sound, and levels are those of
-/// the back end "openal"; sounds given by URL count as audible. Sorted by line. Of many emitters
-/// with the same fault the first are named, the others counted.
-/// `end` is set to when the scene is over, in seconds; URLs count as nothing there.
+/// Finds values in a valid scene that are unlikely to be intended, above all sounds that are never
+/// heard. Plays the scene through without sound; levels are those of the back end "openal", and
+/// sounds by URL count as audible. Sorted by line. Of many emitters with the same problem the first
+/// are named and the others counted. Sets `end` to the end of the scene in seconds, where URLs
+/// count as 0.
 std::vector<Problem> findWarnings(const LoadedScene& loaded, double& end);
 
 } // namespace Show

@@ -10,7 +10,7 @@ namespace Show {
 
 namespace {
 
-/// How many letters must be added, dropped or replaced to make one word the other.
+/// The number of letters to add, remove or replace between two words.
 std::size_t distance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> row(b.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
@@ -30,7 +30,7 @@ std::size_t distance(std::string_view a, std::string_view b) {
 std::string didYouMean(std::string_view word, std::span<const char* const> known) {
     constexpr std::size_t kLongest = 40; // known words are shorter
     const char* nearest = nullptr;
-    std::size_t least = 3; // further away is no slip of the hand
+    std::size_t least = 3; // a greater distance is not a typing error
     if (word.size() < kLongest) {
         for (const char* candidate : known) {
             const std::size_t steps = distance(word, candidate);

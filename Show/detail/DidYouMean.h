@@ -6,8 +6,8 @@
 
 namespace Show {
 
-/// What a message about an unknown word ends with: `; did you mean "nearest"?` if one of the known
-/// words is at most two letters away, otherwise nothing.
+/// A suggestion to append to a message about an unknown word: `; did you mean "nearest"?` if one of
+/// the known words differs by at most two letters, otherwise empty.
 std::string didYouMean(std::string_view word, std::span<const char* const> known);
 
 } // namespace Show

@@ -64,7 +64,7 @@ OutputFile::OutputFile(const std::string& path, Unfinished unfinished)
         temporary_.clear();
         throw cannotWrite(path_, errno);
     }
-    // mkostemp makes the file private; it gets the rights that any other new file would have.
+    // mkostemp makes the file private; give it the usual mode of a new file.
     const mode_t mask = umask(0);
     umask(mask);
     fchmod(descriptor_, exists ? status.st_mode & 07777 : 0666 & ~mask);
@@ -96,7 +96,7 @@ void OutputFile::write(const std::string& text) {
 void OutputFile::keep() {
     const int descriptor = descriptor_;
     descriptor_ = -1;
-    // Some file systems report a full disk no sooner than here.
+    // Some file systems report a full disk only on close.
     if (close(descriptor) != 0) {
         throw cannotWrite(path_, errno);
     }

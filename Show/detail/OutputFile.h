@@ -5,28 +5,28 @@
 
 namespace Show {
 
-/// What could not be written, and why, in a sentence for the user.
+/// An output error, as a sentence for the user.
 class OutputError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Whether a path stands for standard output: "-".
+/// Whether a path means standard output: "-".
 bool isStandardOutput(const std::string& path);
-/// The name for people of a path to write to.
+/// The name of an output path for messages.
 std::string nameOfOutput(const std::string& path);
 
-/// A file that comes into being whole or not at all: it is written under another name in the same
-/// folder, which keep() changes into the real one, and which the destructor removes otherwise.
-/// Standard output, and a path that exists and is no regular file, such as /dev/null or a pipe, are
-/// streams: they are written directly.
+/// A file that is created completely or not at all: it is written under another name in the same
+/// folder, renamed by keep(), and otherwise removed by the destructor. Standard output, and an
+/// existing path that is not a regular file, such as /dev/null or a pipe, are streams and written
+/// directly.
 /// Confined to one thread at a time.
 class OutputFile {
 public:
     enum class Unfinished {
         Removed,
-        /// For what cannot be made again: the file is kept as far as it has come, and has its real
-        /// name from the beginning if there is none of that name yet.
+        /// For data that cannot be recreated: an incomplete file is kept, and has its final name
+        /// from the beginning unless that name exists.
         Kept
     };
 
@@ -37,15 +37,16 @@ public:
     ~OutputFile();
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
-    /// The open file, for reading and writing; it stays this object's. -1 after keep().
+    /// The open file, for reading and writing; owned by this object. -1 after keep().
     [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
 
-    /// Whether what is written cannot be changed any more.
+    /// Whether written data cannot be changed any more.
     [[nodiscard]] bool isStream() const noexcept { return stream_; }
 
     /// Writes a text. Throws OutputError.
     void write(const std::string& text);
-    /// Closes the file and gives it its name. Throws OutputError; then nothing is left behind.
+    /// Closes the file and gives it its final name. On failure throws OutputError and leaves
+    /// nothing behind.
     void keep();
 
 private:
@@ -54,7 +55,7 @@ private:
     std::string path_;
     Unfinished unfinished_;
     bool stream_ = false;
-    std::string temporary_; // empty when there is none
+    std::string temporary_; // empty if there is none
     int descriptor_ = -1;
 };
 

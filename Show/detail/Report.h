@@ -5,8 +5,8 @@
 
 namespace Show {
 
-/// Takes one sentence for the user, about something that goes wrong or that changes while a scene
-/// runs. Called on the thread that uses the object it was given to.
+/// Receives one sentence for the user about a problem or a change while a scene runs. Called on the
+/// thread that uses the object.
 using Report = std::function<void(const std::string& message)>;
 
 } // namespace Show

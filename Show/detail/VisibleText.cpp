@@ -55,7 +55,7 @@ VisibleOutput::~VisibleOutput() {
     pass();
     const auto state = stream_.rdstate();
     stream_.rdbuf(to_);
-    stream_.clear(state); // which a new buffer resets
+    stream_.clear(state); // reset by setting a buffer
 }
 
 bool VisibleOutput::pass() {

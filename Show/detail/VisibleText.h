@@ -7,13 +7,13 @@
 
 namespace Show {
 
-/// The text with each control character as an escape such as "\n" or "\x1b", and each byte that
-/// belongs to no UTF-8 character too. So are the characters that change the direction of writing.
-/// Names and values come from files and peers, and a terminal obeys control characters.
+/// The text with control characters, invalid UTF-8 and characters that change the writing direction
+/// replaced by escapes such as "\n" or "\x1b". Names and values come from files and peers, and a
+/// terminal obeys control characters.
 std::string visible(std::string_view text);
 
-/// Passes each line that is written to a stream through visible(), for as long as it lives; tabs
-/// stay. Confined to one thread at a time, as the stream is.
+/// Passes each line written to a stream through visible() during its lifetime; tabs are kept.
+/// Confined to the stream's thread.
 class VisibleOutput : public std::streambuf {
 public:
     explicit VisibleOutput(std::ostream& stream);
@@ -27,7 +27,7 @@ protected:
     int sync() override;
 
 private:
-    /// Writes what has come of the line. False if the stream takes no more.
+    /// Writes the buffered part of the line. Returns false if the stream fails.
     bool pass();
 
     std::ostream& stream_;

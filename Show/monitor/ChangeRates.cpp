@@ -5,7 +5,7 @@
 namespace Show {
 
 void ChangeRates::advanceTo(std::uint64_t second) {
-    // After a long pause every row is empty, so no more than all of them need to be cleared.
+    // After a long pause all rows are cleared once.
     const std::uint64_t steps = std::min<std::uint64_t>(second - second_, kSeconds);
     for (std::uint64_t i = 0; i < steps; ++i) {
         ring_[(second - i) % kSeconds] = {};

@@ -7,7 +7,7 @@
 
 namespace Show {
 
-/// What can change in a scene, in the order of `kChangeNames`.
+/// The kinds of changes, in the order of `kChangeNames`.
 enum class ChangeKind {
     Scene,
     Listener,
@@ -21,11 +21,11 @@ enum class ChangeKind {
     EmitterState
 };
 
-/// As they are called in JSON and in metrics.
+/// Their names in JSON and in metrics.
 constexpr std::array kChangeNames{"scene",      "listener", "sources", "sourceStates", "emitters",
                                   "transforms", "hulls",    "params",  "connections",  "states"};
 
-/// Counts changes, in all and in each of the last seconds. Confined to one thread at a time.
+/// Counts changes, in total and per second for the last seconds. Confined to one thread at a time.
 class ChangeRates {
 public:
     static constexpr std::size_t kSeconds = 120;
@@ -34,14 +34,13 @@ public:
         ++totals_[static_cast<std::size_t>(change)];
         ++ring_[static_cast<std::size_t>(second_) % kSeconds][static_cast<std::size_t>(change)];
     }
-    /// What is counted from now on belongs to this second, counted from the start; seconds must not
-    /// go down.
+    /// Sets the current second, counted from the start, for all later changes; must not decrease.
     void advanceTo(std::uint64_t second);
 
     [[nodiscard]] std::uint64_t total(ChangeKind change) const {
         return totals_[static_cast<std::size_t>(change)];
     }
-    /// The changes of a kind in each second that is over, the oldest first, at most kSeconds - 1.
+    /// The changes of a kind in each completed second, oldest first, at most kSeconds - 1.
     [[nodiscard]] std::vector<std::uint32_t> perSecond(ChangeKind change) const;
 
 private:

@@ -41,7 +41,7 @@ JsonWriter& JsonWriter::close(char bracket) {
 
 JsonWriter& JsonWriter::key(std::string_view name) {
     plain("\"");
-    out_ += name; // ours: nothing in it needs to be escaped
+    out_ += name; // a constant that needs no escaping
     out_ += "\":";
     comma_ = false;
     return *this;
@@ -59,13 +59,13 @@ JsonWriter& JsonWriter::value(std::string_view text) {
     const std::size_t size = text.size();
     if (size > kMaxTextBytes) {
         std::size_t end = kMaxTextBytes;
-        while (end > kMaxTextBytes - 3 && isContinuation(text[end])) { // of a character in UTF-8
+        while (end > kMaxTextBytes - 3 && isContinuation(text[end])) { // inside a UTF-8 character
             --end;
         }
         text = text.substr(0, end);
     }
     plain("\"");
-    if (std::all_of(text.begin(), text.end(), isPlain)) { // nearly always
+    if (std::all_of(text.begin(), text.end(), isPlain)) { // the usual case
         out_ += text;
     } else {
         for (const char c : validText(text)) {

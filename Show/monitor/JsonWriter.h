@@ -10,21 +10,19 @@
 
 namespace Show {
 
-/// Appends JSON to a text, which may be one piece of a longer one. It puts the commas; whoever
-/// calls it closes what it opened and gives each object's value a key. Confined to one thread at a
-/// time.
+/// Appends JSON to a text, which may be one piece of a longer one. It writes the commas; the caller
+/// closes each bracket and gives each value of an object a key. Confined to one thread at a time.
 class JsonWriter {
 public:
-    /// A longer text is cut off and ends with an ellipsis: peers may choose it, and a page needs
-    /// no more of it.
+    /// Longer texts are truncated, with an ellipsis, because peers may choose their length.
     static constexpr std::size_t kMaxTextBytes = 512;
 
-    /// `continues`: the text goes on after a value, so that the first one needs a comma.
+    /// `continues`: the text continues after a value, so the first value needs a comma.
     explicit JsonWriter(std::string& out, bool continues = false) : out_(out), comma_(continues) {}
 
     /// Whether the next piece continues after a value.
     [[nodiscard]] bool continues() const { return comma_; }
-    /// How many bytes of texts were cut off.
+    /// Number of bytes truncated from texts.
     [[nodiscard]] std::size_t omitted() const { return omitted_; }
 
     JsonWriter& open(char bracket);  ///< '{' or '['
@@ -32,11 +30,11 @@ public:
     JsonWriter& key(std::string_view name);
 
     JsonWriter& value(bool value);
-    JsonWriter& value(std::string_view text); ///< bytes that are no UTF-8 become U+FFFD
+    JsonWriter& value(std::string_view text); ///< invalid UTF-8 becomes U+FFFD
     JsonWriter& value(const char* text) { return value(std::string_view(text)); }
     JsonWriter& null();
 
-    /// The shortest text that reads back as the same number; null for NaN and the infinities, which
+    /// The shortest text that parses to the same number; null for NaN and the infinities, which
     /// JSON does not have.
     template <class Number>
     requires(std::integral<Number> || std::floating_point<Number>) &&
@@ -46,7 +44,7 @@ public:
             if (!std::isfinite(number)) {
                 return null();
             }
-            // Most values are whole, and those are ten times as fast to write as integers.
+            // Most values are whole, and integers are written ten times as fast.
             constexpr Number kMost = 1'000'000;
             if (number > -kMost && number < kMost && number == std::trunc(number)) {
                 return value(static_cast<int>(number));
@@ -60,7 +58,7 @@ public:
     JsonWriter& field(std::string_view name, const Value& value) {
         return key(name).value(value);
     }
-    /// A field that holds a list of numbers.
+    /// A field with a list of numbers.
     template <class Number>
     JsonWriter& field(std::string_view name, std::initializer_list<Number> numbers) {
         key(name).open('[');

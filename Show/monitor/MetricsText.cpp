@@ -28,7 +28,7 @@ using Label = std::pair<std::string_view, std::string_view>;
 
 class Metrics {
 public:
-    /// Begins a metric, whose samples follow.
+    /// Starts a metric; its samples follow.
     void metric(std::string_view name, std::string_view type, std::string_view help) {
         name_ = name;
         text_ += "# HELP ";

@@ -26,12 +26,12 @@ namespace {
 
 using Corvid::ProtocolHTTP;
 
-/// Nothing but this server's own files may be used by the page, and no other page may frame it.
+/// The page may only use this server's own files, and no other page may frame it.
 constexpr const char* kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self'; "
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 
-/// A page of one content type that a function fills in, never taken from a browser's cache.
+/// A page of one content type that a function fills in, never cached by browsers.
 class Page : public Corvid::WebPage {
 public:
     using Fill = std::function<void(ProtocolHTTP::Reply&)>;
@@ -126,7 +126,7 @@ void MonitorBackend::open() {
             if (given != nullptr) {
                 throw;
             }
-            server_.open(address_, 0); // another monitor has the usual port
+            server_.open(address_, 0); // the default port is in use by another monitor
         }
     } catch (const Corvid::IOException& fault) {
         warn(fault.what());
@@ -140,7 +140,7 @@ std::string MonitorBackend::url() const {
     std::string host = address_;
     if (host.empty()) {
         host = "localhost";
-    } else if (host == "0.0.0.0") { // every interface, and none that a browser could be given
+    } else if (host == "0.0.0.0") { // all interfaces; no single address to print
         host = Corvid::InetAddress::getLocalHostName();
     }
     return "http://" + host + ":" + std::to_string(server_.port()) + "/";
@@ -160,7 +160,7 @@ double MonitorBackend::lengthOf(const Orvel::Source& source) {
 
 bool MonitorBackend::isOver(const Orvel::Emitter& emitter) {
     if (const Orvel::Source* source = emitter.source()) {
-        setLength(source->id(), lengthOf(*source)); // that of a URL becomes known by and by
+        setLength(source->id(), lengthOf(*source)); // the length of a URL is learned over time
     }
     return PlayClock::isOver(emitter);
 }
@@ -243,7 +243,7 @@ void MonitorBackend::setEmitterConnection(Orvel::Emitter& emitter) {
 
 void MonitorBackend::setEmitterState(Orvel::Emitter& emitter) {
     rates_.count(ChangeKind::EmitterState);
-    pass(); // the last turn may be long ago, if sounds were loaded since
+    pass(); // the last update may be long ago, if sounds were loaded since
     PlayClock::setEmitterState(emitter);
 }
 

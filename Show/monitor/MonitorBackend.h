@@ -17,16 +17,16 @@
 namespace Show {
 
 /// Shows its world to browsers and programs over HTTP: the kind "monitor". A page draws the scene
-/// as it moves; /api/scene and /api/status give it as JSON, /metrics for Prometheus
+/// as it moves; /api/scene and /api/status provide it as JSON, /metrics for Prometheus
 /// (docs/monitor.md).
 ///
-/// Parameters: "address" (127.0.0.1), an address or name of this machine, and "port" (33790, or a
-/// free one if that is taken; 0: a free one), and "names", host names, separated by commas, by
-/// which browsers may call it besides this machine's. There is no password: who reaches it can
-/// look.
+/// Parameters: "address" (127.0.0.1), an address or name of this machine; "port" (33790, or a free
+/// one if that is in use; 0: a free one); and "names", host names, separated by commas, that
+/// browsers may use besides this machine's. There is no password: anyone who can reach the port can
+/// see the page.
 ///
 /// Everything happens inside update(), on the world's thread, in short pieces. If it cannot listen
-/// it logs a warning and stays in the list without a page; isOpen() tells.
+/// it logs a warning and stays in the list without a page; isOpen() then returns false.
 class MonitorBackend : public PlayClock, public SoundNames {
 public:
     static constexpr std::uint16_t kDefaultPort = 33790;
@@ -38,16 +38,16 @@ public:
     /// Where a browser finds it, such as "http://127.0.0.1:33790/"; empty when it is not open.
     [[nodiscard]] std::string url() const;
 
-    /// A random text that tells this object from those before and after it at the same address.
+    /// A random text that distinguishes this object from others at the same address.
     [[nodiscard]] const std::string& instance() const { return instance_; }
-    /// Since this was made, as of the last update() or change of a state.
+    /// Seconds since its creation, as of the last update() or change of a state.
     [[nodiscard]] double seconds() const { return seconds_; }
     [[nodiscard]] std::uint64_t updates() const { return updates_; }
     [[nodiscard]] const ChangeRates& rates() const { return rates_; }
 
     void setSoundName(int source, std::string name) override { names_[source] = std::move(name); }
     [[nodiscard]] std::string_view soundName(int source) const;
-    /// How long a source plays at pitch 1, in seconds; 0 if that is not known.
+    /// The duration of a source at pitch 1, in seconds; 0 if unknown.
     [[nodiscard]] static double lengthOf(const Orvel::Source& source);
     /// Whether an emitter plays a sound that has ended.
     [[nodiscard]] bool isOver(const Orvel::Emitter& emitter);
@@ -80,7 +80,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void addPages();
-    /// Lets the time pass up to now.
+    /// Advances the clock to now.
     void pass();
     void open();
 

@@ -4,7 +4,7 @@
 
 namespace Show {
 
-/// The files of page/, which the build puts into the program.
+/// The files of page/, embedded by the build.
 extern const std::string_view kMonitorHtml;
 extern const std::string_view kMonitorCss;
 extern const std::string_view kMonitorJs;

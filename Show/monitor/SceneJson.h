@@ -17,22 +17,22 @@ class SceneJson {
 public:
     // A piece ends with the part that reaches one of these limits.
     static constexpr std::size_t kMaxPieceParts = 250;        ///< sources and emitters together
-    static constexpr std::size_t kMaxPieceBytes = 64U << 10U; ///< those of texts cut off included
+    static constexpr std::size_t kMaxPieceBytes = 64U << 10U; ///< including truncated texts
 
-    static constexpr std::size_t kMaxLabels = 32; ///< shown of an emitter
+    static constexpr std::size_t kMaxLabels = 32; ///< labels shown per emitter
 
     explicit SceneJson(MonitorBackend& monitor) : monitor_(&monitor) {}
 
-    /// Appends the next piece; false when it was the last.
+    /// Appends the next piece. Returns false if it was the last.
     bool operator()(std::string& more);
 
 private:
     enum class Step { Head, Sources, Emitters };
 
-    MonitorBackend* monitor_; // a copyable object, for std::function
+    MonitorBackend* monitor_; // a pointer, as std::function copies
     Step step_ = Step::Head;
-    int lastId_ = 0;         // that was written of the list
-    bool continues_ = false; // after a value
+    int lastId_ = 0;         // the last id written of the list
+    bool continues_ = false; // another value precedes
 };
 
 } // namespace Show

@@ -9,7 +9,7 @@ namespace Show {
 
 namespace {
 
-constexpr char kBundle[] = "#bundle"; // and a zero
+constexpr char kBundle[] = "#bundle"; // and a terminating zero
 constexpr std::size_t kBundleHeader = sizeof kBundle + 8;
 constexpr std::int64_t kSecondsTo1970 = 2'208'988'800; // from 1900, where time tags begin
 
@@ -43,7 +43,7 @@ OscInbox::OscInbox(Take take, Complain complain)
 
 void OscInbox::add(std::span<const std::byte> packet, Clock::time_point now, const Stop& stop) {
     const bool inTime = advance(now, stop);
-    // Behind everything that was left for later.
+    // After everything that was left for later.
     const auto after = waiting_.upper_bound({now, UINT64_MAX});
     const auto least =
         after == waiting_.begin() ? Clock::time_point() : std::prev(after)->first.first;
@@ -66,17 +66,17 @@ void OscInbox::addMessage(std::span<const std::byte> message, Clock::time_point 
 void OscInbox::addBundle(
     std::span<const std::byte> bundle, Clock::time_point least, int depth, Clock::time_point now) {
     if (bundle.size() < kBundleHeader || depth > kMostDepth) {
-        complain_(depth > kMostDepth ? "a bundle in too many others" : "a bundle that is cut");
+        complain_(depth > kMostDepth ? "too many nested bundles" : "a truncated bundle");
         return;
     }
-    // What stands within another bundle is not due before that.
+    // A nested bundle is not due before the outer one.
     const Clock::time_point time =
         std::max(least, timeOf(be64toh(read<std::uint64_t>(bundle.subspan(sizeof kBundle)))));
     for (auto rest = bundle.subspan(kBundleHeader); !rest.empty();) {
         const std::size_t size =
             rest.size() < 4 ? rest.size() : std::size_t{be32toh(read<std::uint32_t>(rest))};
         if (rest.size() < 4 || size == 0 || size > rest.size() - 4) {
-            complain_("a bundle that is cut");
+            complain_("a truncated bundle");
             return;
         }
         const auto element = rest.subspan(4, size);
@@ -84,9 +84,9 @@ void OscInbox::addBundle(
         if (isBundle(element)) {
             addBundle(element, time, depth + 1, now);
         } else if (time > now && (waiting_.size() >= kMostMessages || bytes_ + size > kMostBytes)) {
-            complain_("a message for later, while too many wait already");
+            complain_("a message for later, although too many are waiting");
         } else {
-            // Those that are due take the same way, to keep the order of one bundle's times.
+            // Due messages are queued too, to keep the order within the bundle's time.
             addMessage(element, time);
         }
     }

@@ -13,34 +13,34 @@
 
 namespace Show {
 
-/// Takes packets of Open Sound Control apart and gives their messages when they are due: at once,
-/// or, within bundles with a time tag, at that time of the system's clock; those of one time in the
-/// order in which they came. Confined to one thread at a time.
+/// Parses packets of Open Sound Control and delivers their messages when they are due: at once, or
+/// for bundles with a time tag at that time of the system's clock; those with the same time in
+/// order of arrival. Confined to one thread at a time.
 class OscInbox {
 public:
     using Clock = std::chrono::system_clock;
-    /// Takes one message, its bytes as they came.
+    /// Receives the bytes of one message.
     using Take = std::function<void(std::span<const std::byte>)>;
-    /// Is told in a few words of what makes no sense.
+    /// Receives a short description of an invalid packet.
     using Complain = std::function<void(const std::string&)>;
-    /// Whether to leave the rest for later; asked between two messages. One may take long: it can
-    /// be for all emitters.
+    /// Whether to stop and leave the rest for later; called between two messages, since one for all
+    /// emitters may take long.
     using Stop = std::function<bool()>;
 
-    /// What waits for its time at most.
+    /// Limits on messages waiting for their time.
     static constexpr std::size_t kMostMessages = 10'000;
     static constexpr std::size_t kMostBytes = std::size_t{16} << 20U;
-    /// How deep bundles may stand within each other.
+    /// Limit on nested bundles.
     static constexpr int kMostDepth = 8;
 
     OscInbox(Take take, Complain complain);
 
-    /// Takes a packet, a message or a bundle, and gives what is due until it is stopped.
+    /// Parses a packet, a message or a bundle, and delivers due messages until stopped.
     void add(std::span<const std::byte> packet, Clock::time_point now, const Stop& stop = {});
-    /// Gives what is due. False if it was stopped before the end.
+    /// Delivers due messages. Returns false if it was stopped before the end.
     bool advance(Clock::time_point now, const Stop& stop = {});
-    /// When the next message that waits is due, in the past if it was left for later; nothing if
-    /// none waits.
+    /// When the next waiting message is due, in the past if it was left for later; empty if none
+    /// waits.
     [[nodiscard]] std::optional<Clock::time_point> next() const;
 
 private:
@@ -52,7 +52,7 @@ private:
     Take take_;
     Complain complain_;
     std::map<std::pair<Clock::time_point, std::uint64_t>, std::vector<std::byte>> waiting_;
-    std::size_t bytes_ = 0; // of those
+    std::size_t bytes_ = 0; // of the waiting messages
     std::uint64_t count_ = 0;
 };
 

@@ -28,7 +28,7 @@ namespace {
 
 constexpr std::string_view kAll = "*"; // in place of an id
 constexpr std::size_t kMostArguments = 64;
-/// Of either sign: beyond, what is made of a number may be infinite.
+/// The largest magnitude; beyond it, computed values may become infinite.
 constexpr double kMostNumber = 1e9;
 constexpr float kNear = 1e-4F;
 
@@ -60,7 +60,7 @@ bool toRotation(OscScene::Numbers n, Orvel::Quaternion& rotation) {
 }
 constexpr const char* kNoRotation = "expected a quaternion, found one of length 0";
 
-/// Buttons send 1 when they are pressed and 0 when they are let go.
+/// Buttons send 1 when pressed and 0 when released.
 bool letGo(OscScene::Numbers n) {
     return n.size() == 1 && n[0] == 0.0F;
 }
@@ -89,7 +89,7 @@ bool toId(std::string_view word, int& id) {
     return error == std::errc() && end == word.data() + word.size() && id > 0 && id <= kMaxId;
 }
 
-constexpr const char* kUnknownPath = "is no path that is known here";
+constexpr const char* kUnknownPath = "unknown path";
 
 } // namespace
 
@@ -149,14 +149,14 @@ OscScene::OscScene(Orvel::World& world, float scale, Apply apply)
     : world_(world), scale_(scale), apply_(std::move(apply)) {}
 
 std::string OscScene::take(std::span<const std::byte> bytes) {
-    // The library writes into what it reads.
+    // The library modifies the bytes that it parses.
     std::vector<std::byte> copy(bytes.begin(), bytes.end());
     const auto pathEnd = std::find(copy.begin(), copy.end(), std::byte{0});
     const std::string_view path(
         reinterpret_cast<const char*>(copy.data()),
         static_cast<std::size_t>(pathEnd - copy.begin()));
     if (path.empty() || path.front() != '/' || pathEnd == copy.end()) {
-        return "what came is no message of Open Sound Control";
+        return "not a message of Open Sound Control";
     }
     const std::string begin = ascii(path) + ": ";
     int fault = 0;
@@ -179,11 +179,11 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
         } else if (lo_is_numerical_type(type) != 0) {
             const auto number = static_cast<double>(lo_hires_val(type, arguments[i]));
             if (!(std::abs(number) <= kMostNumber)) {
-                return begin + "expected numbers from -1e9 to 1e9, found another, or none";
+                return begin + "expected numbers from -1e9 to 1e9, found another value";
             }
             message.numbers.push_back(static_cast<float>(number));
         } else if (type == LO_STRING || type == LO_SYMBOL) {
-            // A text begins where the argument does, which is no address for a whole lo_arg.
+            // A text starts at the argument itself, which is no valid address of a whole lo_arg.
             message.texts.emplace_back(reinterpret_cast<const char*>(arguments[i]));
         } else {
             return begin + "expected numbers, found an argument of type '" +
@@ -250,7 +250,7 @@ std::string OscScene::dispatchToParts(
     const Message& message) {
     const auto& words = message.words;
     if (words[2] == kAll) {
-        std::vector<Part*> all; // messages make and destroy some
+        std::vector<Part*> all; // messages create and destroy some
         std::transform(parts.begin(), parts.end(), std::back_inserter(all), [](const auto& entry) {
             return entry.second;
         });
@@ -279,7 +279,7 @@ std::string OscScene::create(const Message& message) {
         return kUnknownPath;
     }
     if (!message.numbers.empty()) {
-        return "expected texts, the labels, found a number";
+        return "expected labels as texts, found a number";
     }
     if (world_.getEmitter(id) != nullptr) {
         return "there is an emitter " + std::to_string(id) + " already";
@@ -377,7 +377,7 @@ OscScene::Fault OscScene::admAxis(Orvel::Emitter& emitter, Numbers n) {
 }
 
 void OscScene::setPolar(Orvel::Emitter& emitter, Polar polar) {
-    // Counted from the front to the left, and from the horizon upwards.
+    // From the front to the left, and from the horizon upwards.
     const float azimuth = radians(polar.azimuth);
     const float elevation = radians(polar.elevation);
     polar.place = fromAdm(
@@ -404,7 +404,7 @@ OscScene::Fault OscScene::admPolar(Orvel::Emitter& emitter, Numbers n) {
     const Orvel::Vec3f& now = emitter.position();
     Polar polar;
     const auto last = polar_.find(emitter.id());
-    // What was said is remembered, because a distance of 0 has no direction of its own.
+    // The values are remembered, because a distance of 0 has no direction.
     if (last != polar_.end() && std::abs(last->second.place.x - now.x) < kNear &&
         std::abs(last->second.place.y - now.y) < kNear &&
         std::abs(last->second.place.z - now.z) < kNear) {

@@ -14,19 +14,18 @@
 
 namespace Show {
 
-/// What messages of Open Sound Control mean for a world; docs/osc.md lists them. Changes go out as
-/// the events that a client would send. The world must outlive it. Confined to the world's thread.
+/// Applies Open Sound Control messages to a world; docs/osc.md lists them. Changes are made by the
+/// same events that a client would send. The world must outlive it. Confined to the world's thread.
 class OscScene {
 public:
     /// Applies an event to the world.
     using Apply = std::function<void(Orvel::CommandEvent&)>;
     using Numbers = std::span<const float>;
 
-    /// `scale`: how many scene units the 1 of the normalised coordinates is.
+    /// `scale`: scene units per normalised unit.
     OscScene(Orvel::World& world, float scale, Apply apply);
 
-    /// Takes one message, its bytes as they came. Gives what is wrong with it, with its path in
-    /// front, or an empty text.
+    /// Applies the bytes of one message. Returns an error message with its path, or an empty text.
     std::string take(std::span<const std::byte> message);
 
 private:
@@ -34,15 +33,15 @@ private:
         float azimuth = 0.0F;
         float elevation = 0.0F;
         float distance = 0.0F;
-        Orvel::Vec3f place; // that it has led to
+        Orvel::Vec3f place; // the resulting position
     };
     using State = Orvel::WorldPart::State;
-    /// Null, or what was expected instead.
+    /// Null, or the expected form of the message.
     using Fault = const char*;
     template <class Part>
     struct Entry {
         std::string_view name;
-        std::size_t numbers; ///< how many there must be
+        std::size_t numbers; ///< required count
         Fault (OscScene::*take)(Part& part, Numbers numbers);
     };
     static const std::vector<Entry<Orvel::Emitter>> _admPaths;
@@ -68,7 +67,7 @@ private:
         const std::vector<Entry<Part>>& paths, const std::map<int, Part*>& parts, const char* kind,
         const Message& message);
 
-    // Of ADM-OSC.
+    // Paths of ADM-OSC.
     Fault admXyz(Orvel::Emitter& emitter, Numbers n);
     template <std::size_t axis>
     Fault admAxis(Orvel::Emitter& emitter, Numbers n);
@@ -77,7 +76,7 @@ private:
     Fault admPolar(Orvel::Emitter& emitter, Numbers n);
     Fault admMute(Orvel::Emitter& emitter, Numbers n);
     Fault admListenerXyz(Orvel::World& world, Numbers n);
-    // Our own.
+    // Orvel's own paths.
     Fault position(Orvel::Emitter& emitter, Numbers n);
     Fault orientation(Orvel::Emitter& emitter, Numbers n);
     Fault gain(Orvel::Emitter& emitter, Numbers n);
@@ -106,8 +105,8 @@ private:
     Orvel::World& world_;
     float scale_;
     Apply apply_;
-    std::map<int, Polar> polar_; // of emitters that were placed so, by id
-    std::map<int, float> gains_; // that muted emitters will have again, by id
+    std::map<int, Polar> polar_; // of emitters placed by such messages, by id
+    std::map<int, float> gains_; // gains to restore when unmuted, by id
 };
 
 } // namespace Show

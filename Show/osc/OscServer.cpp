@@ -114,7 +114,7 @@ void OscServer::serve(Clock::duration atMost) {
     const auto end = Clock::now() + atMost;
     const auto stop = [end] { return Clock::now() >= end; };
     accept();
-    // What is due comes before what has arrived after it.
+    // Due messages come before newly received ones.
     if (!inbox_.advance(OscInbox::Clock::now(), stop)) {
         return;
     }
@@ -197,7 +197,8 @@ bool OscServer::read(Connection& connection, const OscInbox::Stop& stop, bool& m
     }
     if (connection.stream.broken()) {
         reportWrong(
-            connection.peer + " sends no packets of at most 64 KiB; its connection is closed");
+            connection.peer +
+            " sent an invalid packet or one above 64 KiB; its connection is closed");
     }
     return !connection.stream.broken();
 }
@@ -227,7 +228,7 @@ void OscServer::reportWrong(const std::string& fault) {
         report_("OSC: " + fault);
     }
     if (wrong_ == kMaxReports) {
-        report_("OSC: from now on such messages are only counted");
+        report_("OSC: further invalid messages are only counted");
     }
 }
 
@@ -242,7 +243,8 @@ std::string OscServer::summary() const {
     if (messages_ == 0 && wrong_ == 0) {
         return {};
     }
-    return "OSC: " + std::to_string(messages_) + " messages, " + std::to_string(wrong_) + " wrong";
+    return "OSC: " + std::to_string(messages_) + " messages, " + std::to_string(wrong_) +
+           " invalid";
 }
 
 } // namespace Show

@@ -32,7 +32,7 @@ public:
     struct Settings {
         std::string address = "127.0.0.1"; ///< IPv4, of the interface; 0.0.0.0 for all
         unsigned short port = 0;           ///< 0: the system chooses
-        float scale = 10.0F;               ///< scene units for the 1 of normalised coordinates
+        float scale = 10.0F;               ///< scene units per normalised unit
     };
 
     OscServer(
@@ -42,16 +42,16 @@ public:
     OscServer& operator=(const OscServer&) = delete;
     ~OscServer() override;
 
-    /// Opens both sockets. False, with a report, if that is impossible.
+    /// Opens both sockets. On failure reports it and returns false.
     bool open();
     [[nodiscard]] unsigned short port() const noexcept { return port_; }
 
     /// Applies what has arrived and what is due, for about `atMost`, however much there is.
     void serve(Clock::duration atMost);
 
-    /// Applies what has arrived until now, and reports the summary, if there is one.
+    /// Applies everything received so far, and reports the summary if there is one.
     void finish();
-    /// In one sentence, how many messages came and how many were wrong; empty if none came.
+    /// The number of messages and of invalid ones as a sentence; empty if there were none.
     [[nodiscard]] std::string summary() const;
 
 private:
@@ -61,14 +61,14 @@ private:
         std::string peer;
         OscStream stream;
         Clock::time_point heard = Clock::now();
-        bool behind = false; ///< whole packets may be left in the stream
+        bool behind = false; ///< complete packets may be left in the stream
     };
 
     Clock::time_point prepare(Clock::time_point now, bool waits) override;
     [[nodiscard]] std::error_code listen(unsigned short port);
     [[nodiscard]] Corvid::Loop::Watch watch(const Corvid::Socket& socket);
     void accept();
-    /// False when the connection has ended. Sets `more` if something has come.
+    /// Returns false if the connection has ended. Sets `more` if data was read.
     bool read(Connection& connection, const OscInbox::Stop& stop, bool& more);
     void readDatagrams(const OscInbox::Stop& stop);
     void take(std::span<const std::byte> packet);

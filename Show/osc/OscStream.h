@@ -6,19 +6,19 @@
 
 namespace Show {
 
-/// Cuts what comes over a TCP connection into packets. Before each of them stands its size, in four
-/// bytes with the highest first, or, if the first byte of the connection is 0xC0, they are between
-/// such bytes (SLIP, RFC 1055). Confined to one thread at a time.
+/// Splits the data of a TCP connection into packets. Each is preceded by its size in four bytes,
+/// big-endian, or, if the first byte of the connection is 0xC0, delimited by such bytes (SLIP, RFC
+/// 1055). Confined to one thread at a time.
 class OscStream {
 public:
-    /// The most bytes of one packet.
+    /// Limit of one packet in bytes.
     static constexpr std::size_t kMostBytes = std::size_t{64} << 10U;
 
-    /// Takes the next bytes of the connection.
+    /// Adds received bytes.
     void feed(std::span<const std::byte> bytes);
-    /// The next whole packet, valid until the next call; false if there is none.
+    /// The next complete packet, valid until the next call. Returns false if there is none.
     bool next(std::span<const std::byte>& packet);
-    /// Whether something came that can be no packet, so that the connection is of no more use.
+    /// Whether the data is invalid, so that the connection is unusable.
     [[nodiscard]] bool broken() const noexcept { return broken_; }
 
 private:
@@ -29,9 +29,9 @@ private:
 
     Framing framing_ = Framing::Unknown;
     std::vector<std::byte> waiting_;
-    std::size_t begin_ = 0;         // of what is not taken yet
-    std::vector<std::byte> packet_; // of SLIP, as far as it has come
-    bool given_ = false;            // packet_ is complete and with the caller
+    std::size_t begin_ = 0;         // of the unread data
+    std::vector<std::byte> packet_; // the SLIP packet so far
+    bool given_ = false;            // packet_ is complete and was returned
     bool escaped_ = false;
     bool broken_ = false;
 };

@@ -81,7 +81,7 @@ void PlayClock::setEmitterState(Orvel::Emitter& emitter) {
         if (voice.playing) {
             voice.position = clock.played - voice.begin;
             if (clock.length > 0.0 &&
-                voice.position >= clock.length) { // it had ended, or is in a later round
+                voice.position >= clock.length) { // it has ended, or is in a later round
                 voice.position =
                     emitter.source()->loop() ? std::fmod(voice.position, clock.length) : 0.0;
             }

@@ -10,23 +10,23 @@
 
 namespace Show {
 
-/// A back end that plays nothing and keeps account of how far each emitter's sound has been played.
-/// Confined to its world's thread.
+/// A back end that plays nothing and tracks how far each emitter's sound has been played. Confined
+/// to its world's thread.
 class PlayClock : public Orvel::SilentBackend {
 public:
     explicit PlayClock(Orvel::World& world, const char* params = nullptr)
         : SilentBackend(world, params) {}
 
-    /// How many seconds the sound of a source takes; known by itself for samples.
+    /// Sets the length of a source's sound in seconds; known already for samples.
     void setLength(int source, double seconds) { clocks_[source].length = seconds; }
-    /// Lets the time pass; what happens from now on happens then. Times must not go down.
+    /// Advances the time; later changes happen at that time. Times must not decrease.
     void passTo(double seconds, const std::map<int, Ramp<float>>& pitchRamps);
 
-    /// When the last of the sounds that play now will have ended, a looped one having played once.
+    /// When the last of the playing sounds ends, a looped one after playing once.
     double end();
-    /// How many seconds of an emitter's sound have been played; those of all rounds, if it loops.
+    /// Seconds played of an emitter's sound, over all rounds if it loops.
     double played(const Orvel::Emitter& emitter);
-    /// Whether an emitter's sound is one that began, does not loop, and is over.
+    /// Whether an emitter's sound has started, does not loop, and has ended.
     bool isOver(const Orvel::Emitter& emitter);
 
     void destroySource(Orvel::Source& source) override { clocks_.erase(source.id()); }
@@ -37,7 +37,7 @@ public:
     void setEmitterState(Orvel::Emitter& emitter) override;
 
 private:
-    /// How far a sound would have come that had played since the beginning.
+    /// The position that a sound would have if it had played from the beginning.
     struct Clock {
         double at = 0.0;
         double played = 0.0; // seconds of the sound, at that time

@@ -8,7 +8,7 @@
 
 namespace Show {
 
-/// What a file holds that can be played, in any number of worlds. It outlives what it makes.
+/// The playable contents of a file, for any number of worlds. It must outlive everything it makes.
 /// Confined to one thread at a time.
 class Playable {
 public:
@@ -17,17 +17,17 @@ public:
     Playable& operator=(const Playable&) = delete;
     virtual ~Playable() = default;
 
-    /// The world to play it in.
+    /// Creates the world to play it in.
     [[nodiscard]] virtual std::unique_ptr<Stage> makeStage(SetSubject setSubject) const = 0;
-    /// What plays it in a world that makeStage() gave, which must outlive it.
+    /// Creates its player for a world of makeStage(), which must outlive it.
     [[nodiscard]] virtual std::unique_ptr<Player> makePlayer(Stage& stage) const = 0;
-    /// How many emitters there are at most.
+    /// The largest number of emitters.
     [[nodiscard]] virtual std::size_t emitters() const = 0;
-    /// The sources that it has, with their sounds.
+    /// Its sources with their sounds.
     [[nodiscard]] virtual const Scene& sources() const = 0;
-    /// The scene that it is, or null if it is something else.
+    /// The scene, or null if it is not one.
     [[nodiscard]] virtual const LoadedScene* scene() const { return nullptr; }
-    /// Whether something of it could not be had, which has been told.
+    /// Whether part of it was unavailable, which has been reported.
     [[nodiscard]] virtual bool incomplete() const { return false; }
 };
 

@@ -6,8 +6,8 @@
 
 namespace Show {
 
-/// What moves a world through time. It keeps no time itself: the caller says how late it is, so the
-/// same player serves real time and faster. Confined to the world's thread.
+/// Moves a world through time. It has no clock: the caller gives the time, so the same player
+/// serves real time and faster. Confined to the world's thread.
 class Player {
 public:
     Player() = default;
@@ -15,25 +15,25 @@ public:
     Player& operator=(const Player&) = delete;
     virtual ~Player() = default;
 
-    /// Empties the world and applies what is due at time 0. Back ends are best added before. May
-    /// be called again, to start over.
+    /// Clears the world and applies everything due at time 0. Add back ends before. May be called
+    /// again to start over.
     virtual void start() = 0;
 
-    /// Applies everything that is due up to and including this time, in seconds from the start.
-    /// Times must not go down.
+    /// Applies everything due up to and including this time, in seconds from the start. Times must
+    /// not decrease.
     virtual void advance(double seconds) = 0;
 
-    /// The next time after `seconds` at which advance() must be called exactly then. Infinity when
-    /// there is none.
+    /// The next time after `seconds` at which advance() must be called exactly. Infinity if there
+    /// is none.
     [[nodiscard]] virtual double nextChange(double seconds) const = 0;
 
-    /// Whether something moves between such times, so that regular calls make a difference.
+    /// Whether something moves between such times, so that regular calls are useful.
     [[nodiscard]] virtual bool moving() const = 0;
 
-    /// The pitches that are changing, by the id of their source.
+    /// The pitches that are changing, by source id.
     [[nodiscard]] virtual std::map<int, Ramp<float>> pitchRamps() const { return {}; }
 
-    /// When all is over, in seconds; to be called after start().
+    /// The end in seconds; call it after start().
     [[nodiscard]] virtual double end() const = 0;
 };
 

@@ -13,7 +13,7 @@ namespace Show {
 
 namespace {
 
-/// The scene without what changes neither when a sound plays nor how fast.
+/// The scene without changes that do not affect when and how fast sounds play.
 Scene withoutMovement(const Scene& scene) {
     Scene result;
     result.sources = scene.sources;

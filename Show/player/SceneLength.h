@@ -7,10 +7,10 @@
 
 namespace Show {
 
-/// When the timeline of a scene is done and every sound that plays then has ended, a looped one
-/// having played once; in seconds from the start. The scene is played through in a world of its own
-/// for that, without sound. `world`, in which the scene stands, knows the lengths of the URLs that
-/// a back end has fetched; the others count as nothing.
+/// When the timeline of a scene is over and every sound that plays then has ended, a looped one
+/// after playing once; in seconds from the start. Plays the scene through in a world of its own,
+/// without sound. `world`, which holds the scene, knows the lengths of URLs that a back end has
+/// fetched; others count as 0.
 double playingEnd(const Scene& scene, const SoundBank& sounds, Orvel::World& world);
 
 } // namespace Show

@@ -9,7 +9,7 @@
 
 namespace Show {
 
-/// A scene file's scene, to be played.
+/// The scene of a scene file.
 class ScenePlayable : public Playable {
 public:
     explicit ScenePlayable(std::unique_ptr<const LoadedScene> loaded)

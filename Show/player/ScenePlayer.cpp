@@ -26,8 +26,8 @@ void placeAnew(Orvel::World& world, Orvel::Emitter& emitter) {
     world.setEmitterHull(emitter);
 }
 
-/// One property of a change: from what it is at that moment, at once or over a time. False if there
-/// is nothing to set now.
+/// Starts one property of a change: at once, or from its current value over a time. Returns false
+/// if there is nothing to set now.
 template <class Value>
 bool turn(
     const std::optional<Value>& target, const Change& change, std::optional<Ramp<Value>>& ramp,
@@ -45,7 +45,8 @@ bool turn(
     return true;
 }
 
-/// Where a moving property is; the ramp goes when it has arrived. False if it does not move.
+/// The current value of a moving property; removes the ramp when it is complete. Returns false if
+/// the property does not move.
 template <class Value>
 bool follow(std::optional<Ramp<Value>>& ramp, double seconds, Value& value) {
     if (!ramp) {
@@ -116,7 +117,7 @@ void ScenePlayer::start() {
     for (const EmitterSpec& emitter : scene_.emitters) {
         createEmitter(emitter);
     }
-    // After all connections, since a state reaches what is connected.
+    // After all connections, since a state spreads to connected parts.
     for (const SourceSpec& source : scene_.sources) {
         if (source.state != State::NONE) {
             world_.getSource(source.id)->setState(source.state);
@@ -181,7 +182,7 @@ void ScenePlayer::createEmitter(const EmitterSpec& spec) {
     if (emitter == nullptr) {
         return;
     }
-    // All of it is sent: a back end's own defaults need not be the library's.
+    // All values are sent, because a back end's defaults may differ from the library's.
     emitter->setParam(spec.spatial, spec.value, spec.gain);
     if (spec.position == emitter->position() && spec.rotation == emitter->rotation()) {
         world_.setEmitterTransform(*emitter);

@@ -18,28 +18,28 @@ namespace Show {
 /// Puts a scene into a world and moves it through its timeline.
 ///
 /// The scene, the sounds and the world must outlive it. Confined to the world's thread. Nothing can
-/// fail; what a back end cannot do, it logs.
+/// fail; a back end logs its own failures.
 class ScenePlayer : public Player {
 public:
-    /// How often, in seconds, advance() wants to be called while something moves.
+    /// The interval, in seconds, at which to call advance() while something moves.
     static constexpr double kTick = 0.01;
 
     ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world);
-    /// For a world in which the sounds do not matter, or are given in another way. Calls `give`
-    /// where a source gets its sound; end() takes the lengths from `sounds`.
+    /// For a world without sounds, or with sounds from elsewhere. Calls `give` where a source gets
+    /// its sound; end() takes the lengths from `sounds`.
     ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give);
 
-    /// Starting over keeps the sources that still have the sound they begin with, because loading
-    /// it takes time in which nothing is heard.
+    /// Restarting keeps the sources that still have their initial sound, because loading it takes
+    /// time.
     void start() override;
     void advance(double seconds) override;
-    /// An entry of the timeline or the end of a movement.
+    /// The next entry of the timeline or end of a movement.
     [[nodiscard]] double nextChange(double seconds) const override;
     /// Whether something moves, so that calls each kTick make a difference.
     [[nodiscard]] bool moving() const override;
 
-    /// When the scene is over, in seconds: its duration; without one, when the timeline is done and
-    /// every sound that plays then has ended, a looped one having played once. Call it after
+    /// The end of the scene in seconds: its duration, or else the time when the timeline is over
+    /// and every sound that plays then has ended, a looped one after playing once. Call it after
     /// start(): the lengths of URLs are known then, if a back end has fetched them.
     [[nodiscard]] double end() const override;
 
@@ -49,7 +49,7 @@ private:
     template <class Value>
     using MaybeRamp = std::optional<Ramp<Value>>;
 
-    /// What is moving of a listener or an emitter.
+    /// The movements of a listener or an emitter.
     struct PlaceRamps {
         MaybeRamp<Orvel::Vec3f> position;
         MaybeRamp<Orvel::Quaternion> rotation;

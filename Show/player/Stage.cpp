@@ -13,7 +13,7 @@ namespace Show {
 
 namespace {
 
-/// Names what the library is busy with, for as long as it lives.
+/// Sets the subject of messages during its lifetime.
 class Subject {
 public:
     Subject(const SetSubject& set, std::string text) : set_(set) { name(std::move(text)); }

@@ -12,17 +12,17 @@
 
 namespace Show {
 
-/// Takes the part that a world is busy with, such as "source 3"; empty when it is done. May be
-/// empty.
+/// Receives the part that a world is working on, such as "source 3"; an empty text when it is done.
+/// May be empty.
 using SetSubject = std::function<void(std::string subject)>;
 
-/// A world in which an application uses a scene: it knows which part a back end is busy with when
-/// something goes wrong, and leaves nothing behind. The scene must outlive it.
-/// `Base` is a world. Confined to one thread at a time.
+/// A world for a scene in an application. It knows which part a back end is working on when a
+/// problem occurs, and cleans up after itself. The scene must outlive it. `Base` is a world class.
+/// Confined to one thread at a time.
 template <class Base>
 class StageOn : public Base {
 public:
-    /// `base` is what the constructor of the class beneath takes.
+    /// `base`: arguments for the constructor of the base class.
     template <class... Arguments>
     StageOn(const Scene& scene, SetSubject setSubject, Arguments&&... base)
         : Base(std::forward<Arguments>(base)...), path_(scene.path),
@@ -41,7 +41,7 @@ public:
     void setSourceDuration(Orvel::Source& source) override;
     void createEmitter(Orvel::Emitter& emitter) override;
 
-    /// Whether the playing time of a source has become known since the last call.
+    /// Whether the duration of a source has become known since the last call.
     bool takeNewDurations() { return std::exchange(newDurations_, false); }
 
 private:
@@ -51,14 +51,14 @@ private:
 
     std::string path_; // empty without a scene file
     SetSubject setSubject_;
-    std::map<int, Where> sounds_; // where a source gets its sound, for those that keep it
+    std::map<int, Where> sounds_; // origin of each source's sound, for messages
     bool newDurations_ = false;
 };
 
 extern template class StageOn<Orvel::World>;
 extern template class StageOn<Orvel::Server>;
 
-/// The world of a scene that is played here.
+/// The world of a local scene.
 using Stage = StageOn<Orvel::World>;
 
 } // namespace Show

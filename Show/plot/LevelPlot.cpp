@@ -7,10 +7,10 @@ namespace Show {
 
 namespace {
 
-constexpr double kFloor = -60.0; // dB; what is softer lies on the axis
+constexpr double kFloor = -60.0; // in dB; lower levels are on the axis
 constexpr double kGap = 14.0;
 
-/// A line, and the area between it and the axis, which it leaves at (left, bottom).
+/// A line, and the area between it and the axis, closed at (left, bottom).
 std::string curve(const std::string& line, double left, double bottom, const std::string& colour) {
     return "<path d=\"" + line + "V" + svgNumber(bottom) + "H" + svgNumber(left) + "Z\" fill=\"" +
            colour + "\" fill-opacity=\"0.22\"/>\n<path d=\"" + line + "\" fill=\"none\" stroke=\"" +

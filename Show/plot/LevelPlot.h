@@ -8,7 +8,7 @@
 namespace Show {
 
 /// The RMS levels of both channels over time, one above the other, as SVG elements within `frame`,
-/// which leaves room for the axes' numbers at its left and below.
+/// with room for the axis labels at its left and below.
 std::string drawLevels(const LevelMeter& meter, const Box& frame);
 
 } // namespace Show

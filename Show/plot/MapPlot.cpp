@@ -14,10 +14,10 @@ constexpr std::array kColours{"#0072b2", "#d55e00", "#009e73", "#b0408f",
 constexpr const char* kInk = "#1f2937";
 constexpr double kLabelSize = 13.0;
 constexpr double kMarkSize = 10.5;
-/// Beyond this many emitters, labels would only cover the map.
+/// With more emitters than this, labels would only cover the map.
 constexpr std::size_t kMostLabels = 60;
 
-/// Scene units seen from above to pixels, the same scale both ways.
+/// Scene units from above to pixels, with the same scale for both axes.
 class View {
 public:
     View(const ScenePaths& paths, const Box& frame) : frame_(frame) {
@@ -25,7 +25,7 @@ public:
         for (const Track& track : paths.emitters) {
             include(track, 0.0);
         }
-        // The inner hulls always, the outer ones as long as they do not make all else tiny.
+        // Always includes the inner hulls, the outer ones unless they make everything else tiny.
         const double reach = std::max({right_ - left_, bottom_ - top_, 2.0});
         for (const Track& track : paths.emitters) {
             if (track.spatial) {
@@ -78,7 +78,7 @@ private:
     double centreZ_ = 0.0;
 };
 
-/// The angle in degrees, clockwise on the page, by which "ahead" is turned; seen from above.
+/// The heading in degrees, clockwise on the page.
 double headingOf(const Orvel::Quaternion& rotation) {
     const Orvel::Vec3f ahead = rotation.rotate({0.0F, 0.0F, -1.0F});
     return std::atan2(static_cast<double>(ahead.x), static_cast<double>(-ahead.z)) * 180.0 /
@@ -89,7 +89,7 @@ std::string circle(double radius, const std::string& style) {
     return "<circle r=\"" + svgNumber(radius) + "\" " + style + "/>\n";
 }
 
-/// With a light rim, so that it can be read across lines.
+/// With a light outline, to be readable across lines.
 std::string label(
     const Labels::Spot& spot, double size, const std::string& colour, const std::string& content) {
     return svgTextAt(
@@ -132,7 +132,7 @@ public:
             out += path(paths_.emitters[i], colour(i));
         }
         out += "</g>\n";
-        // All signs before all labels, so that no label hides under a sign.
+        // All signs before all labels, so that no sign covers a label.
         avoidSigns();
         out += scaleBar();
         for (std::size_t i = 0; i < paths_.emitters.size(); ++i) {
@@ -265,7 +265,7 @@ private:
         return label(spot, kLabelSize, colour, title(track));
     }
 
-    /// Where a track that moves is at round times.
+    /// The positions of a moving track at round times.
     std::string marks(const Track& track, const std::string& colour) {
         std::string out;
         double lastX = x(track.places.front());
@@ -281,7 +281,7 @@ private:
             const double px = view_.x(static_cast<double>(position.x));
             const double py = view_.y(static_cast<double>(position.z));
             if (std::hypot(px - lastX, py - lastY) < 6.0) {
-                continue; // it stands
+                continue; // it does not move
             }
             lastX = px;
             lastY = py;

@@ -7,11 +7,11 @@
 
 namespace Show {
 
-/// The map of a scene, as SVG elements within `frame`, which leaves room for the axes' numbers at
-/// its left and below.
+/// The map of a scene, as SVG elements within `frame`, with room for the axis labels at its left
+/// and below.
 std::string drawMap(const ScenePaths& paths, const Box& frame);
 
-/// What the signs of the map mean, as SVG elements from the point (x, y) down.
+/// The legend of the map, as SVG elements from the point (x, y) down.
 std::string drawLegend(double x, double y);
 
 } // namespace Show

@@ -14,7 +14,7 @@ namespace {
 constexpr double kPlotWidth = 900.0;
 constexpr Box kMap{64.0, 56.0, 580.0, 520.0};
 constexpr Box kLevels{64.0, 642.0, 812.0, 170.0};
-constexpr double kMargin = 44.0; // below the axes' numbers and titles
+constexpr double kMargin = 44.0; // below the axis numbers and titles
 
 std::string heading(const std::string& path, const ScenePaths& paths) {
     const std::string name = path.substr(path.find_last_of('/') + 1);
@@ -39,7 +39,7 @@ std::string drawScene(const LoadedScene& loaded, const LevelMeter* levels) {
                       svgNumber(kPlotWidth) + " " + svgNumber(height) + "\" width=\"" +
                       svgNumber(kPlotWidth) + "\" height=\"" + svgNumber(height) +
                       "\" font-family=\"system-ui, 'DejaVu Sans', Helvetica, Arial, sans-serif\">\n"
-                      // A ground of its own, for pages of any colour.
+                      // Its own background, for pages of any colour.
                       "<rect width=\"100%\" height=\"100%\" fill=\"#f8fafc\"/>\n";
     out += heading(loaded.scene.path, paths);
     out += drawMap(paths, kMap);

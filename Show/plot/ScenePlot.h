@@ -7,12 +7,12 @@
 
 namespace Show {
 
-/// A scene from above as an SVG document: +x to the right, -z upwards, the listener and the
-/// emitters where they begin, their hulls, and their paths with marks of time. With levels, these
-/// of the two channels stand below.
+/// A scene from above as an SVG document: +x to the right, -z upwards, the listener, the initial
+/// places of the emitters, their hulls, and their paths with marks of time. If `levels` is given,
+/// the levels of the two channels are below.
 std::string drawScene(const LoadedScene& loaded, const LevelMeter* levels);
 
-/// The window in seconds for a meter whose levels are drawn, for a render of that length.
+/// The measuring window, in seconds, for plotting the levels of a render of that length.
 double plotWindow(double seconds);
 
 } // namespace Show

@@ -78,7 +78,7 @@ Labels::place(double x, double y, std::string_view text, double size, double dis
     const Box* best = &candidates.front();
     double least = std::numeric_limits<double>::infinity();
     for (const Box& box : candidates) {
-        // What lies outside counts more than what is covered.
+        // Area outside the frame costs more than overlap.
         double cost = 4.0 * (box.width * box.height - box.overlap(frame_));
         for (const Box& other : taken_) {
             cost += box.overlap(other);

@@ -6,14 +6,14 @@
 
 namespace Show {
 
-/// A number for an SVG attribute: two decimals, no trailing zeros, a point whatever the locale;
-/// 0 for what is no number.
+/// A number for an SVG attribute: two decimals, no trailing zeros, a decimal point in any locale; 0
+/// for NaN and infinity.
 std::string svgNumber(double value);
 
-/// A text with what has a meaning in XML escaped, and what XML cannot hold replaced.
+/// Escapes a text for XML, and replaces characters that XML cannot hold.
 std::string svgText(std::string_view text);
 
-/// The colour of axes and of other lines and texts in the background.
+/// The colour of axes and other background lines and texts.
 inline constexpr const char* kSvgFaint = "#6b7280";
 
 /// A text element with its anchor at (x, y); `more` are further attributes.
@@ -21,26 +21,26 @@ std::string svgTextAt(
     double x, double y, double size, const std::string& colour, const std::string& content,
     const std::string& more = "");
 
-/// A rectangle of pixels that is taken by something that can be read.
+/// A rectangle of pixels occupied by readable content.
 struct Box {
     double x = 0.0;
     double y = 0.0;
     double width = 0.0;
     double height = 0.0;
 
-    /// The area that both cover.
+    /// The area of the intersection.
     [[nodiscard]] double overlap(const Box& other) const;
 };
 
-/// Finds places for labels beside their points, so that as few as possible cover one another.
+/// Places labels beside their points with as little overlap as possible.
 class Labels {
 public:
     /// Labels stay within `frame`.
     explicit Labels(const Box& frame) : frame_(frame) {}
 
-    /// Keeps a place free.
+    /// Reserves an area.
     void avoid(const Box& box) { taken_.push_back(box); }
-    /// Takes the best place for a text of `size` pixels, `distance` away from the point. Gives the
+    /// Takes the best place for a text of `size` pixels at `distance` from the point. Returns the
     /// left end of its base line.
     struct Spot {
         double x;
@@ -53,10 +53,10 @@ private:
     std::vector<Box> taken_;
 };
 
-/// About how wide a text of `size` pixels is in a sans-serif font.
+/// Approximate width of a text of `size` pixels in a sans-serif font.
 double textWidth(std::string_view text, double size);
 
-/// A round step (1, 2 or 5 times a power of ten) so that `range` has at most `most` of them.
+/// A round step (1, 2 or 5 times a power of ten) of which at most `most` fit into `range`.
 double niceStep(double range, int most);
 
 } // namespace Show

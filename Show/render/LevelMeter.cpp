@@ -41,7 +41,7 @@ LevelMeter::LevelMeter(double rate, double seconds)
 
 void LevelMeter::add(std::span<const float> samples) {
     for (std::size_t i = 0; i + 1 < samples.size(); i += kChannels) {
-        // A window shorter than a frame holds nothing; it stands for silence.
+        // A window shorter than a frame is empty and counts as silence.
         while (frames() >= windowEnd_) {
             done_.push_back(current_);
             all_.add(current_);

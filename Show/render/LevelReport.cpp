@@ -19,7 +19,7 @@ void writeRow(std::ostream& out, const std::string& name, const LevelMeter::Leve
     out << row.data();
 }
 
-/// Tenths of a dB are what a table shows; here a hundredth is kept. JSON has no infinity.
+/// Rounds to hundredths of a dB; the table shows tenths. JSON has no infinity.
 nlohmann::ordered_json number(double level) {
     if (level <= 0.0) {
         return nullptr;

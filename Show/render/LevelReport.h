@@ -9,12 +9,12 @@
 
 namespace Show {
 
-/// The most rows of a table, unless all are wanted.
+/// Default limit on the rows of a table.
 inline constexpr std::size_t kMostRows = 60;
 
 /// Writes a table: a row for each second and one for all, with peak and RMS of the left and the
-/// right channel in dB below full scale, "-inf" for silence. The meter's windows are seconds. Where
-/// there would be more than `mostRows`, a row is of several seconds.
+/// right channel in dB below full scale, "-inf" for silence. The meter's windows are seconds. If
+/// there would be more than `mostRows`, each row covers several seconds.
 void writeTable(std::ostream& out, const LevelMeter& meter, std::size_t mostRows = kMostRows);
 
 /// The same as JSON: {"levels": [{"second": 0, "left": {"peak": dBFS, "rms": dBFS}, "right": ...},

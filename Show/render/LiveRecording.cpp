@@ -7,10 +7,10 @@ namespace Show {
 
 namespace {
 
-/// The least that is rendered in one go, in seconds. It is less than a block, so that an event that
-/// comes between two blocks is heard when it came.
+/// The shortest render, in seconds. Less than a block, so that an event between two blocks is heard
+/// on time.
 constexpr double kLeastAtOnce = 0.001;
-/// The most that is rendered in one go, in seconds; then others get their turn.
+/// The longest render, in seconds, before other work is done.
 constexpr double kMostAtOnce = 0.05;
 
 using Seconds = std::chrono::duration<double>;

@@ -12,25 +12,25 @@
 
 namespace Show {
 
-/// Writes what a loopback back end plays to a 16-bit WAV file in real time, as a sound card would
-/// pull it. When the machine was too slow for a while it catches up, so the file is never shorter
-/// than the time that went by. The file can be read at any moment, up to the last full second. The
+/// Writes the output of a loopback back end to a 16-bit WAV file in real time, as a sound card
+/// would pull it. If the machine was too slow for a while it catches up, so the file is never
+/// shorter than the time passed. The file can be read at any time, up to the last full second. The
 /// back end must outlive it. Confined to the back end's thread.
 class LiveRecording {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// How long a block is while all goes well.
+    /// The usual length of a block.
     static constexpr std::chrono::milliseconds kBlock{5};
 
-    /// Creates the file; its first frame is heard at `begin`. Throws OutputError.
+    /// Creates the file; its first frame corresponds to `begin`. Throws OutputError.
     LiveRecording(
         Orvel::OALLoopbackBackend& backend, const std::string& path, Clock::time_point begin);
 
-    /// Renders what is due, neither very little nor too much in one call. False when there
-    /// is no room in the file. Throws OutputError.
+    /// Renders the frames that are due, neither very few nor too many in one call. Returns false if
+    /// the file is full. Throws OutputError.
     bool advance(Clock::time_point now);
-    /// When advance() is to be called if nothing else happens.
+    /// When advance() is next due.
     [[nodiscard]] Clock::time_point next() const;
     /// Renders up to `end` and completes the file. Throws OutputError.
     void finish(Clock::time_point end);
@@ -38,7 +38,7 @@ public:
     [[nodiscard]] const LevelMeter& levels() const noexcept { return perSecond_; }
     [[nodiscard]] double seconds() const { return static_cast<double>(frames_) / rate_; }
     [[nodiscard]] std::uint64_t clipped() const noexcept { return writer_.clipped(); }
-    /// The most by which it lagged behind the clock, in seconds.
+    /// The largest lag behind the clock, in seconds.
     [[nodiscard]] double worstLag() const noexcept { return worstLag_; }
 
 private:

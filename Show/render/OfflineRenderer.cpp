@@ -10,7 +10,7 @@ namespace Show {
 
 namespace {
 
-/// How long a block may be while nothing changes, in seconds.
+/// The longest block while nothing changes, in seconds.
 constexpr double kStillStep = 0.1;
 
 std::string parameters(const Playable& what, unsigned rate) {
@@ -23,7 +23,7 @@ std::string parameters(const Playable& what, unsigned rate) {
 
 /// The first multiple of `step` after `time`.
 double nextMultiple(double time, double step) {
-    // A time that is a multiple itself may come out a little below it.
+    // Rounding may put a multiple slightly below itself.
     constexpr double kTolerance = 1e-6;
     return (std::floor(time / step + kTolerance) + 1.0) * step;
 }

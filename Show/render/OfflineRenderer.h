@@ -11,23 +11,23 @@
 
 namespace Show {
 
-/// Renders what is played block by block, as fast as the caller asks for it. Changes fall on the
-/// nearest frame. Confined to one thread at a time; what is played must outlive it.
+/// Renders a playable block by block, as fast as the caller asks. Changes fall on the nearest
+/// frame. Confined to one thread at a time; the playable must outlive it.
 class OfflineRenderer {
 public:
-    /// Opens the loopback device, `rate` in Hz, and starts to play; that fetches a scene's URLs.
+    /// Opens the loopback device, `rate` in Hz, and starts to play, which fetches a scene's URLs.
     OfflineRenderer(const Playable& what, SetSubject setSubject, unsigned rate);
 
-    /// False when the device could not be opened; next() then gives nothing.
+    /// Returns false if the device could not be opened; next() is then always empty.
     [[nodiscard]] bool working() const;
-    /// When all is over, in seconds, see Player::end().
+    /// The end in seconds, see Player::end().
     [[nodiscard]] double end() const { return player_->end(); }
 
-    /// The next frames, left and right in turn, never beyond `end` seconds; empty when that is
-    /// reached. Valid until the next call.
+    /// The next interleaved frames, left first, never beyond `end` seconds; empty at the end. Valid
+    /// until the next call.
     std::span<const float> next(double end);
 
-    /// Up to where the sound is rendered.
+    /// The rendered time in seconds.
     [[nodiscard]] double seconds() const noexcept { return now_; }
     [[nodiscard]] Stage& stage() noexcept { return *stage_; }
 
@@ -38,7 +38,7 @@ private:
     Orvel::OALLoopbackBackend* backend_; // the stage's
     std::unique_ptr<Player> player_;
     double rate_;
-    double now_ = 0.0; // up to where frames_ are rendered and, unless late_, the world has moved
+    double now_ = 0.0; // end of frames_ and, unless late_, time of the world
     bool late_ = false;
     std::uint64_t frames_ = 0;
     std::vector<float> samples_;

@@ -27,7 +27,8 @@ OutputError cannotWrite(const std::string& path, SNDFILE* handle) {
     return OutputError("cannot write " + path + ": " + sf_strerror(handle));
 }
 
-// 32768 undoes what a renderer does to 16-bit input, so that a sound at unity gain keeps its bits.
+// 32768 inverts the scaling of 16-bit input in the renderer, so a sound at unity gain keeps its
+// exact samples.
 std::int16_t toInteger(float sample) {
     const float scaled = std::nearbyint(sample * 32768.0F);
     return static_cast<std::int16_t>(std::clamp(scaled, -32768.0F, 32767.0F));
@@ -37,7 +38,7 @@ unsigned bytesPerFrame(SampleFormat format) {
     return WavWriter::kChannels * (format == SampleFormat::s16 ? 2U : 4U);
 }
 
-/// The header of a stream: libsndfile writes WAV only where it can go back.
+/// Writes the header of a stream; libsndfile can only write WAV to seekable files.
 std::string streamHeader(unsigned rate, SampleFormat format, std::optional<std::uint64_t> frames) {
     constexpr std::uint32_t kUnknown = std::numeric_limits<std::uint32_t>::max();
     std::string header;
@@ -87,7 +88,7 @@ WavWriter::WavWriter(
     if (sound_->handle == nullptr) {
         throw cannotWrite(path, nullptr);
     }
-    // The chunk of peaks holds the time of writing, so no two files would be equal.
+    // The PEAK chunk contains the time of writing, which would make equal files differ.
     sf_command(sound_->handle, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 }
 

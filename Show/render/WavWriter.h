@@ -11,10 +11,10 @@
 
 namespace Show {
 
-/// How samples are stored in a file.
+/// The sample format of a file.
 enum class SampleFormat {
-    s16, ///< 16-bit integers, rounded, and limited where they exceed full scale
-    f32, ///< 32-bit floats, as they are
+    s16, ///< 16-bit integers, rounded, clipped at full scale
+    f32, ///< 32-bit floats
 };
 
 /// Writes a stereo WAV file or stream, see OutputFile. The same samples give the same bytes.
@@ -25,9 +25,9 @@ public:
 
     using Unfinished = OutputFile::Unfinished;
 
-    /// Creates the file, `rate` in Hz. `frames` is how many will be written, if that is known: the
-    /// header of a stream cannot be corrected at the end, and has the largest sizes without it,
-    /// which readers take for unknown. Throws OutputError.
+    /// Creates the file, `rate` in Hz. `frames` is the number of frames, if known: the header of a
+    /// stream cannot be corrected at the end, and without it has the largest sizes, which readers
+    /// take for unknown. Throws OutputError.
     WavWriter(
         const std::string& path, unsigned rate, SampleFormat format,
         std::optional<std::uint64_t> frames = {}, Unfinished unfinished = Unfinished::Removed);
@@ -35,17 +35,17 @@ public:
     WavWriter& operator=(const WavWriter&) = delete;
     ~WavWriter();
 
-    /// The most frames that a WAV file of this format can count, whose sizes are 32 bit wide.
+    /// The largest number of frames in a WAV file of this format, whose sizes have 32 bits.
     static std::uint64_t mostFrames(SampleFormat format);
 
-    /// Appends whole frames, left and right in turn. Throws OutputError.
+    /// Appends whole interleaved frames, left first. Throws OutputError.
     void write(std::span<const float> samples);
-    /// Makes the file one that can be read as far as it has come, whatever happens from here on.
+    /// Updates the header, so that the file is readable as it is, whatever happens later.
     void updateHeader();
     /// Completes the file and gives it its name. Throws OutputError.
     void finish();
 
-    /// How many samples were beyond full scale and limited; 0 for f32.
+    /// Number of samples that were clipped; 0 for f32.
     [[nodiscard]] std::uint64_t clipped() const noexcept { return clipped_; }
 
 private:

@@ -41,8 +41,8 @@ std::string hexadecimal(unsigned number, int digits) {
     return text.data();
 }
 
-/// Reads a text as JSON with comments, up to the first mistake. It builds nothing: the reader of
-/// the values is JsonTree. Functions that read something give false at a mistake.
+/// Parses JSON with comments up to the first error. It builds no values; JsonTree does that.
+/// Parsing functions return false on an error.
 class MistakeFinder {
 public:
     explicit MistakeFinder(std::string_view text) : text_(text) {}
@@ -76,7 +76,7 @@ private:
     [[nodiscard]] char peek(std::size_t ahead = 0) const {
         return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\0';
     }
-    /// The first of the text from `start` on that is none of `characters`.
+    /// The first position from `start` on that holds none of `characters`.
     [[nodiscard]] std::size_t skip(std::string_view characters, std::size_t start) const {
         return std::min(text_.find_first_not_of(characters, start), text_.size());
     }
@@ -85,7 +85,7 @@ private:
     }
     [[nodiscard]] bool inObject() const { return !open_.empty() && text_[open_.back()] == '{'; }
 
-    /// What stands here, for a message: a word or number whole, otherwise one character.
+    /// The token here, for a message: a whole word or number, otherwise one character.
     [[nodiscard]] std::string found() const {
         if (at_ == text_.size()) {
             return "the end of the file";
@@ -108,14 +108,14 @@ private:
         return character == "\"" ? "a text" : '"' + std::string(character) + '"';
     }
 
-    /// The bracket that closes the innermost one, and where that stands.
+    /// The closing bracket of the innermost open one, with the position of the latter.
     [[nodiscard]] std::string closing() const {
         const JsonMistake opening = mistakeAt(text_, open_.back(), {});
         return std::string(inObject() ? R"("}" for the "{")" : R"("]" for the "[")") + " in line " +
                std::to_string(opening.line) + ", column " + std::to_string(opening.column);
     }
 
-    /// White space and comments.
+    /// Skips white space and comments.
     bool readBlanks() {
         for (;;) {
             at_ = skip(" \t\r\n", at_);
@@ -217,7 +217,7 @@ private:
         return failAtStart("a key in double quotes");
     }
 
-    /// Something that neither a value nor a key begins with.
+    /// A character that can start neither a value nor a key.
     bool failAtStart(const char* expected) {
         const char c = peek();
         const bool afterComma = next_ == Next::Key || (next_ == Next::Value && !inObject());
@@ -393,7 +393,7 @@ private:
         return first.has_value();
     }
 
-    /// What "\u" introduces.
+    /// Parses the digits after "\u".
     std::optional<unsigned> readHexDigits() {
         const std::string_view digits = text_.substr(at_ + 2, 4);
         if (digits.size() < 4 || digits.find_first_not_of(kHexDigits) != std::string_view::npos) {
@@ -406,9 +406,9 @@ private:
 
     std::string_view text_;
     std::size_t at_ = 0;
-    std::size_t previousEnd_ = 0; // of what was read last, blanks aside
+    std::size_t previousEnd_ = 0; // of the last token, without white space
     Next next_ = Next::Value;
-    std::vector<std::size_t> open_; // offsets of the brackets that are not closed yet
+    std::vector<std::size_t> open_; // offsets of the open brackets
     std::string key_;               // the last one
     std::optional<JsonMistake> mistake_;
 };

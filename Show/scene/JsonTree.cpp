@@ -16,7 +16,7 @@ namespace Show {
 
 namespace {
 
-/// How far the parser has read.
+/// The read position of the parser.
 struct ReadProgress {
     int line = 1;
     std::size_t consumed = 0;
@@ -52,16 +52,16 @@ private:
     ReadProgress* progress_;
 };
 
-/// Builds the tree. A callback that returns false ends the reading.
+/// Builds the tree. A callback that returns false stops the parser.
 class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
 public:
     struct Overflow {
-        std::size_t end = 0; ///< offset behind the number
+        std::size_t end = 0; ///< offset after the number
         std::size_t length = 0;
         Problem problem;
     };
 
-    /// `blanked`: where numbers that were too large have been overwritten by zeros, as the number
+    /// `blanked`: the numbers that were too large and have been overwritten by zeros, as the number
     /// of bytes consumed when the zero is reported.
     TreeBuilder(
         std::string_view text, const ReadProgress& progress, const std::string& file,
@@ -188,7 +188,7 @@ private:
         return value != nullptr;
     }
 
-    /// Where the innermost open array or object is.
+    /// The place of the innermost open array or object.
     std::string path() const {
         std::string text;
         for (std::size_t i = 1; i < open_.size(); ++i) {
@@ -196,7 +196,7 @@ private:
         }
         return text;
     }
-    /// Where the value is that comes next.
+    /// The place of the next value.
     std::string nextPath() const {
         std::string text = path();
         if (!open_.empty()) {
@@ -233,12 +233,12 @@ private:
         }
     }
 
-    std::string_view text_; // as it was given
+    std::string_view text_; // as given
     const ReadProgress& progress_;
     const std::string& file_;
     const std::set<std::size_t>& blanked_;
     JsonValue root_;
-    std::vector<JsonValue*> open_; // each the last item of the one before, so the pointers hold
+    std::vector<JsonValue*> open_; // each the last item of the one before
     std::string key_;
     int keyLine_ = 0;
     std::size_t values_ = 0;
@@ -287,7 +287,7 @@ std::string JsonPlace::str() const {
 
 std::optional<JsonValue>
 parseJson(std::string_view text, const std::string& file, std::vector<Problem>& problems) {
-    // The parser takes a null character for the end, and UTF-16 has those.
+    // The parser takes a null character for the end; UTF-16 contains some.
     if (text.find('\0') != std::string_view::npos) {
         if (const std::optional<JsonMistake> mistake = findMistake(text)) {
             problems.push_back({file, mistake->line, "", mistake->text, mistake->column});
@@ -296,8 +296,8 @@ parseJson(std::string_view text, const std::string& file, std::vector<Problem>& 
     }
     std::string copy(text);
     std::set<std::size_t> blanked;
-    // The parser ends at a number too large for it. So that the rest is checked too, the number is
-    // noted and overwritten, and the text read again.
+    // The parser stops at a number that is too large. To check the rest too, the number is recorded
+    // and overwritten, and the text parsed again.
     constexpr std::size_t kMaxOverflows = 10;
     for (;;) {
         ReadProgress progress;
@@ -305,14 +305,14 @@ parseJson(std::string_view text, const std::string& file, std::vector<Problem>& 
         const char* begin = copy.data();
         const bool good = nlohmann::json::sax_parse(
             CountingIterator(begin, progress), CountingIterator(begin + copy.size(), progress),
-            &builder, nlohmann::json::input_format_t::json, true, true); // comments too
+            &builder, nlohmann::json::input_format_t::json, true, true); // with comments
         if (builder.overflow() && blanked.size() < kMaxOverflows) {
             const TreeBuilder::Overflow& overflow = *builder.overflow();
             problems.push_back(overflow.problem);
             const std::size_t start = overflow.end - overflow.length;
             std::fill_n(copy.begin() + static_cast<std::ptrdiff_t>(start), overflow.length, ' ');
             copy[start] = '0';
-            blanked.insert(start + 2); // the zero and the blank after it
+            blanked.insert(start + 2); // the zero and the space after it
             continue;
         }
         if (builder.overflow()) {
@@ -329,7 +329,7 @@ parseJson(std::string_view text, const std::string& file, std::vector<Problem>& 
 std::string printable(std::string_view text, std::size_t longest) {
     std::string result(text.substr(0, longest));
     if (text.size() > longest) {
-        // Not within a UTF-8 sequence, whose later bytes are 10xxxxxx.
+        // Not inside a UTF-8 sequence, whose later bytes are 10xxxxxx.
         while (!result.empty() &&
                (static_cast<unsigned char>(text[result.size()]) & 0xC0U) == 0x80U) {
             result.pop_back();

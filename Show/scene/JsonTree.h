@@ -10,7 +10,7 @@ namespace Show {
 
 struct Problem;
 
-/// A JSON value that knows its line.
+/// A JSON value with its line.
 struct JsonValue {
     enum class Kind : unsigned char {
         Null,
@@ -28,7 +28,7 @@ struct JsonValue {
     double number = 0.0;          ///< finite
     std::string key;              ///< of a member of an object
     std::string text;             ///< UTF-8
-    std::vector<JsonValue> items; ///< elements, or members in their order
+    std::vector<JsonValue> items; ///< elements, or members in order
 
     /// The member of an object, or null.
     [[nodiscard]] const JsonValue* find(std::string_view name) const;
@@ -37,27 +37,27 @@ struct JsonValue {
 };
 using JsonKind = JsonValue::Kind;
 
-/// A place in the tree, for messages; it lives on the stack of whoever reads there.
+/// A path in the tree, for messages; lives on the reader's stack.
 struct JsonPlace {
     const JsonPlace* up = nullptr;
     std::string_view key{};
-    std::size_t index = 0; ///< counts when there is no key
+    std::size_t index = 0; ///< used if there is no key
 
     /// Such as "emitters[0].hull.maxBack".
     [[nodiscard]] std::string str() const;
 };
 
-/// Reads a JSON text with comments (//... and /*...*/), whose numbers are finite, whose keys are
-/// unique within their object, and which keeps to kMaxSceneDepth and kMaxSceneValues. What is not
-/// so becomes a problem, with `file` as its file's name. Empty if nothing can be made of the text.
+/// Reads a JSON text with comments (//... and /*...*/). Numbers must be finite and keys unique
+/// within their object; depth and size are limited by kMaxSceneDepth and kMaxSceneValues.
+/// Violations become problems, with `file` as their file name. Returns nothing if the text cannot
+/// be read at all.
 std::optional<JsonValue>
 parseJson(std::string_view text, const std::string& file, std::vector<Problem>& problems);
 
-/// `text` with what does not belong on a line replaced, and cut after `longest` bytes or a few
-/// less.
+/// `text` with unprintable characters replaced, truncated to at most `longest` bytes.
 std::string printable(std::string_view text, std::size_t longest = 60);
 
-/// A number as a person would write it.
+/// A number in its usual notation.
 std::string printable(double number);
 
 } // namespace Show

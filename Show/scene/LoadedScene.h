@@ -11,29 +11,30 @@
 
 namespace Show {
 
-/// A scene with its sounds, read once and never changed.
+/// A scene with its sounds; immutable.
 struct LoadedScene {
     Scene scene;
     SoundBank sounds;
 };
 
-/// Reads a scene file and decodes its sounds. Every mistake becomes a problem; the result is
-/// null if and only if there are any.
+/// Reads a scene file and decodes its sounds. Every mistake becomes a problem; the result is null
+/// if and only if there are any.
 std::unique_ptr<const LoadedScene>
 loadScene(const std::string& path, std::vector<Problem>& problems);
-/// The same for a scene from a stream, see readScene().
+/// Reads a scene from a stream, see readScene().
 std::unique_ptr<const LoadedScene>
 loadScene(std::istream& in, const std::string& name, std::vector<Problem>& problems);
 
-/// How many emitters a scene has, those that come in its timeline included.
+/// Number of emitters, including those created in the timeline.
 std::size_t countEmitters(const Scene& scene);
-/// How many sources a scene has, those that come in its timeline included.
+/// Number of sources, including those created in the timeline.
 std::size_t countSources(const Scene& scene);
 
-/// How many emitters OpenAL holds at once unless it is configured for more.
+/// Number of emitters that OpenAL supports by default.
 inline constexpr std::size_t kUsualEmitters = 256;
 
-/// What a user calls a sound: a file's or URL's name without folders and extension, or "440 Hz".
+/// The name of a sound for users: a file's or URL's name without folders and extension, or "440
+/// Hz".
 std::string nameOf(const Sound& sound);
 
 } // namespace Show

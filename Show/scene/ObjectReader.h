@@ -15,7 +15,7 @@
 
 namespace Show {
 
-/// Collects problems: of one file, and no more than are of use.
+/// Collects the problems of one file, up to a limit.
 class Report {
 public:
     Report(std::string file, std::vector<Problem>& problems);
@@ -23,7 +23,7 @@ public:
     void add(int line, std::string field, std::string text);
     /// "expected WHAT, found VALUE".
     void expected(const JsonValue& value, const JsonPlace& place, std::string_view what);
-    /// An id that is above kMaxId. One problem stands for all of them, and comes with finish().
+    /// An id above kMaxId. finish() reports one problem for all of them.
     void idTooLarge(const JsonValue& value, const JsonPlace& place);
     void finish();
 
@@ -34,7 +34,7 @@ private:
     std::size_t largeIds_ = 0;
 };
 
-/// The numbers that a key takes, and the words for them.
+/// The valid numbers of a key, and their description.
 struct Range {
     double low;
     double high;
@@ -42,14 +42,14 @@ struct Range {
     const char* words;
 };
 
-/// Reads the members of an object in a scene file. Each function gives nothing where the key is
-/// missing, and nothing and a problem where its value is wrong. What it is given must outlive it.
+/// Reads the members of an object in a scene file. Each function returns nothing if the key is
+/// missing, and nothing with a problem if its value is invalid. The arguments must outlive it.
 class ObjectReader {
 public:
     using Keys = std::initializer_list<const char*>;
 
-    /// Reports every key that is not known. A value that is no object is reported and then read as
-    /// an empty one.
+    /// Reports every unknown key. A value that is not an object is reported and read as an empty
+    /// one.
     ObjectReader(Report& report, const JsonValue& value, const JsonPlace& place, Keys known);
 
     [[nodiscard]] const JsonValue& value() const { return value_; }
@@ -58,22 +58,22 @@ public:
     [[nodiscard]] Where where() const { return {value_.line, place_.str()}; }
     [[nodiscard]] Where where(const char* key) const;
 
-    /// Reports the value of a key that is there.
+    /// Reports the value of an existing key.
     void expected(const char* key, std::string_view what) const;
-    /// Reports a key that must be there and is not.
+    /// Reports a required key if it is missing.
     void require(const char* key, const char* what) const;
 
     [[nodiscard]] std::optional<double> number(const char* key, const Range& range) const;
-    /// The nearest float, but no 0 for what is above it.
+    /// The nearest float; values above 0 do not round to 0.
     [[nodiscard]] std::optional<float> real(const char* key, const Range& range) const;
     [[nodiscard]] std::optional<bool> flag(const char* key) const;
-    /// Whether the key is there, whose only value is true.
+    /// Whether a key is present whose only valid value is true.
     bool mark(const char* key) const;
     [[nodiscard]] std::optional<int> id(const char* key) const;
-    /// A text as isPlain() has it.
+    /// A text that satisfies isPlain().
     [[nodiscard]] std::optional<std::string> text(const char* key, const char* what) const;
-    /// The members "position", "rotation" or "ypr" (a unit quaternion) and "state"; "none" is a
-    /// state only at first.
+    /// The members "position", "rotation" or "ypr" (a unit quaternion) and "state"; "none" is valid
+    /// only as the initial state.
     [[nodiscard]] std::optional<Orvel::Vec3f> position() const;
     [[nodiscard]] std::optional<Orvel::Quaternion> rotation() const;
     [[nodiscard]] std::optional<Orvel::WorldPart::State> state(bool initial) const;
@@ -91,9 +91,9 @@ private:
     const JsonPlace& place_;
 };
 
-/// A text in quotes, fit for a message.
+/// A text in quotes, printable in messages.
 std::string inQuotes(std::string_view text);
-/// Texts in quotes, with commas between them.
+/// Texts in quotes, separated by commas.
 std::string listed(std::span<const char* const> words);
 
 } // namespace Show

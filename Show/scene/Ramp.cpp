@@ -20,11 +20,11 @@ Orvel::Quaternion between(const Orvel::Quaternion& from, const Orvel::Quaternion
     };
     const double cosine = product(from.x, to.x) + product(from.y, to.y) + product(from.z, to.z) +
                           product(from.w, to.w);
-    // A quaternion and its negative are the same rotation; the nearer one is the shorter way.
+    // A quaternion and its negative are the same rotation; the nearer one gives the shorter way.
     const double sign = cosine < 0.0 ? -1.0 : 1.0;
     double first = 1.0 - part;
     double second = part * sign;
-    constexpr double kAlmostEqual = 0.9999; // where the sines vanish, the chord is the arc
+    constexpr double kAlmostEqual = 0.9999; // where the sines vanish, use the chord
     if (std::abs(cosine) < kAlmostEqual) {
         const double angle = std::acos(std::abs(cosine));
         first = std::sin(first * angle) / std::sin(angle);

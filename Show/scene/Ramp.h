@@ -5,14 +5,14 @@
 
 namespace Show {
 
-/// The value between two, `part` of 0 giving `from` and 1 giving `to`: linear for numbers and
-/// positions; for unit quaternions along the great circle, the shorter way round (K. Shoemake,
-/// "Animating Rotation with Quaternion Curves", 1985).
+/// Interpolates between two values, `part` from 0 to 1: linear for numbers and positions; for unit
+/// quaternions along the great circle, the shorter way round (K. Shoemake, "Animating Rotation with
+/// Quaternion Curves", 1985).
 float between(float from, float to, double part);
 Orvel::Vec3f between(const Orvel::Vec3f& from, const Orvel::Vec3f& to, double part);
 Orvel::Quaternion between(const Orvel::Quaternion& from, const Orvel::Quaternion& to, double part);
 
-/// A value on its way from one to another, between two times in seconds.
+/// A value that changes over a period of time, in seconds.
 template <class Value>
 struct Ramp {
     double start;

@@ -12,11 +12,11 @@
 #include <variant>
 #include <vector>
 
-/// The command-line tool: scene files, their sounds and their play, and the commands on them.
+/// Scenes around the library: scene files, their sounds, playing, serving and rendering them.
 namespace Show {
 
-/// A sine wave of one channel, beginning at zero. It loops without a click when hertz x seconds is
-/// a whole number, and seconds x 44100 too.
+/// A sine wave of one channel that starts at zero. It loops without a click if hertz x seconds is a
+/// whole number, and seconds x 44100 too.
 struct Tone {
     double hertz = 440.0;
     double seconds = 1.0;
@@ -27,7 +27,7 @@ struct Tone {
 /// A sound file, by its absolute path.
 struct SoundFile {
     std::string path;
-    /// Keep one or two channels as they are; otherwise all are mixed to one.
+    /// Keeps one or two channels; otherwise all are mixed to one.
     bool keepChannels = false;
     auto operator<=>(const SoundFile&) const = default;
 };
@@ -40,8 +40,7 @@ struct SoundUrl {
 
 using Sound = std::variant<std::monostate, SoundFile, SoundUrl, Tone>;
 
-/// Where something stands in the scene file: its line from 1, and its path of keys such as
-/// "emitters[0].gain".
+/// A place in the scene file: its line from 1, and its path of keys such as "emitters[0].gain".
 struct Where {
     int line = 0;
     std::string field;
@@ -54,7 +53,7 @@ struct SourceSpec {
     float pitch = 1.0F;
     Orvel::WorldPart::State state = Orvel::WorldPart::NONE;
     Where where;
-    Where soundWhere; ///< of the key that gives the sound
+    Where soundWhere; ///< of the key that defines the sound
 };
 
 struct EmitterSpec {
@@ -63,8 +62,8 @@ struct EmitterSpec {
     Orvel::Vec3f position;
     Orvel::Quaternion rotation; ///< of unit length
     Orvel::Hull hull;
-    bool oneInner = false; ///< only one of the two inner extents is given
-    bool oneOuter = false; ///< only one of the two outer extents is given
+    bool oneInner = false; ///< only one of the two inner extents is defined
+    bool oneOuter = false; ///< only one of the two outer extents is defined
     float gain = 1.0F;
     bool spatial = true;
     float value = 0.0F;
@@ -73,7 +72,7 @@ struct EmitterSpec {
     Where where;
 };
 
-/// One entry of the timeline. What the entry does not mention is empty.
+/// One entry of the timeline. Properties that it does not contain are empty.
 struct Change {
     enum class Target { Emitter, Source, Listener, World };
 
@@ -82,7 +81,7 @@ struct Change {
     Target target = Target::World;
     int id = 0; ///< of the emitter or source
 
-    /// The part that comes to life, complete; the single properties below are then empty.
+    /// The part that is created; the single properties below are then empty.
     std::optional<EmitterSpec> newEmitter;
     std::optional<SourceSpec> newSource;
     bool destroy = false;
@@ -108,19 +107,19 @@ struct Change {
     std::optional<bool> spatialize;
 
     Where where;
-    Where soundWhere; ///< of the key that gives the sound
+    Where soundWhere; ///< of the key that defines the sound
 };
 
-/// What a scene file says; see docs/scene-files.md. Values are within their ranges, and every id
-/// that is referred to exists at that moment.
+/// The contents of a scene file; see docs/scene-files.md. Values are within their ranges, and every
+/// id referred to exists at that time.
 struct Scene {
-    std::string path;               ///< of the file, as it was given
+    std::string path;               ///< of the file, as given
     std::optional<double> duration; ///< seconds
     Orvel::Vec3f listenerPosition;
     Orvel::Quaternion listenerRotation;
     std::vector<SourceSpec> sources;
     std::vector<EmitterSpec> emitters;
-    std::vector<Change> timeline; ///< by `at`; what is due together is in the file's order
+    std::vector<Change> timeline; ///< by `at`; entries with equal times are in the file's order
 };
 
 } // namespace Show

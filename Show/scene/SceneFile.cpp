@@ -47,7 +47,7 @@ bool startsWithScheme(std::string_view text) {
            (text.substr(colon, 3) == "://" || scheme == "file");
 }
 
-/// A timeline entry, and where its references stand.
+/// A timeline entry, and the places of its references.
 struct Entry {
     Change change;
     Where idWhere;
@@ -71,7 +71,7 @@ public:
                 R"(expected a scene such as { "orvel": 1, ... }, found )" + root.describe());
             return std::move(scene_);
         }
-        // The version comes first: what the keys of another one mean is not known.
+        // The version is checked first, because another version may define other keys.
         const JsonValue* version = root.find("orvel");
         if (version == nullptr) {
             report_.add(
@@ -130,7 +130,7 @@ private:
         }
     }
 
-    /// The sound that a source or a timeline entry gives, if any.
+    /// The sound of a source or a timeline entry, if any.
     std::pair<Sound, Where> readSound(const ObjectReader& object) {
         std::vector<const char*> given;
         for (const char* key : {"file", "url", "tone"}) {
@@ -253,7 +253,7 @@ private:
         return emitter;
     }
 
-    /// The extents that the key "hull" gives.
+    /// The extents in the key "hull".
     decltype(Change::hull) readHull(const ObjectReader& object) {
         const JsonPlace place = object.place("hull");
         const ObjectReader hull(
@@ -274,7 +274,7 @@ private:
         const JsonPlace place = object.place("labels");
         for (std::size_t i = 0; i < labels.items.size(); ++i) {
             const JsonValue& label = labels.items[i];
-            // A back end's labels are a list between commas, so others could match none.
+            // A back end's labels are separated by commas, so others could not match.
             if (label.kind != JsonKind::Text || !ObjectReader::isPlain(label.text) ||
                 label.text.find(',') != std::string::npos || label.text.front() == ' ' ||
                 label.text.back() == ' ') {
@@ -335,7 +335,7 @@ private:
         scene_.emitters.push_back(std::move(emitter));
     }
 
-    /// What is connected shares one state, so two different ones cannot both be meant.
+    /// Connected parts share one state, so two different states are a mistake.
     void checkSharedStates() {
         std::map<int, std::pair<State, std::string>> states; // by source
         for (const SourceSpec& source : scene_.sources) {
@@ -396,8 +396,8 @@ private:
         }
     }
 
-    /// The keys that all entries have. `target` is "emitter", ... ; `isNewPart` whether the entry
-    /// creates one. The entry counts only if all of them can be read.
+    /// Reads the keys that all entries have. `target` is "emitter", ... ; `isNewPart`: the entry
+    /// creates a part. Returns nothing if one of them is invalid.
     void readCommon(const ObjectReader& object, Entry& entry, const char* target) {
         object.require("at", "a number of seconds");
         const std::optional<double> at = object.number("at", kTime);
@@ -433,7 +433,7 @@ private:
             "expected a change, that is one of the keys " + listed(changes) + ", found none");
     }
 
-    /// "over" makes sense only beside one of these.
+    /// "over" is only valid beside one of these.
     void checkOver(const ObjectReader& object, Keys gradual) {
         if (object.find("over") == nullptr) {
             return;
@@ -555,7 +555,7 @@ private:
         readCommon(object, entry, "world");
     }
 
-    /// Follows the timeline and checks that what it refers to exists then.
+    /// Follows the timeline and checks that every reference exists at its time.
     void checkReferences() {
         Living emitters{{}, unsureEmitters_, "emitter"};
         Living sources{{}, unsureSources_, "source"};
@@ -586,10 +586,10 @@ private:
         }
     }
 
-    /// The parts that exist at a moment of the timeline.
+    /// The parts that exist at a time in the timeline.
     struct Living {
         std::set<int> ids;
-        bool unsure; ///< something that could not be read may have made others
+        bool unsure; ///< an unreadable item may have created others
         const char* kind;
     };
 
@@ -627,9 +627,9 @@ private:
     std::filesystem::path folder_;
     Scene scene_;
     std::vector<Entry> entries_;
-    std::map<int, int> sourceLines_; // where each id was given
+    std::map<int, int> sourceLines_; // line of each id's definition
     std::map<int, int> emitterLines_;
-    bool unsureSources_ = false; // which ids exist is not known, as some could not be read
+    bool unsureSources_ = false; // the set of ids is incomplete, as some could not be read
     bool unsureEmitters_ = false;
     std::map<std::string, std::string> fileFaults_;
 };
@@ -657,7 +657,7 @@ std::optional<Scene> parse(
     return scene;
 }
 
-/// Why a path does not lead to a regular file that can be read, or an empty text.
+/// The reason why a path is not a readable regular file, or an empty text.
 std::string fileFault(const std::string& path, const char* expected) {
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(path, error);

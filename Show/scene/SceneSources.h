@@ -11,7 +11,7 @@
 
 namespace Show {
 
-/// A back end that shows what a source's sound is called; the world itself knows no names.
+/// Interface of back ends that show the name of a source's sound, which the world does not know.
 class SoundNames {
 public:
     SoundNames() = default;
@@ -21,16 +21,16 @@ public:
     virtual void setSoundName(int source, std::string name) = 0;
 };
 
-/// Tells each such back end of the source's world.
+/// Passes the name to each such back end of the source's world.
 void nameSound(const Orvel::Source& source, const Sound& sound);
 
 /// Gives a source its sound: the decoded samples of a file or tone, or the URL.
 void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& sound);
 
-/// Gives a source its sound in one way or another.
+/// A function that gives a source its sound.
 using GiveSound = std::function<void(Orvel::Source& source, const Sound& sound)>;
 
-/// Makes the source that a scene describes, in no state; nothing happens if the id is taken.
+/// Creates the source of a description, in no state; has no effect if the id is in use.
 void createSource(Orvel::World& world, const SourceSpec& spec, const GiveSound& give);
 
 } // namespace Show

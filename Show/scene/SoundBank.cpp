@@ -11,7 +11,7 @@ namespace Show {
 
 namespace {
 
-/// A sound, or the reason why there is none.
+/// A sound, or the reason why it is missing.
 struct Decoded {
     Samples samples;
     std::string fault;
@@ -50,7 +50,7 @@ Decoded decode(const Tone& tone, std::size_t maxBytes) {
     const double step = tone.hertz / SoundBank::kToneRate;
     double index = 0.0;
     for (std::int16_t& value : result.samples.samples) {
-        // The phase in periods, reduced first: the sine of a large number is imprecise.
+        // Reduces the phase, in periods, because the sine of a large number is imprecise.
         const double phase = index * step;
         const double wave =
             tone.amplitude * std::sin(2.0 * std::numbers::pi * (phase - std::floor(phase)));
@@ -63,7 +63,7 @@ Decoded decode(const Tone& tone, std::size_t maxBytes) {
 } // namespace
 
 bool SoundBank::load(const Scene& scene, std::vector<Problem>& problems) {
-    std::map<Sound, std::string> faults; // so that a broken file is tried once
+    std::map<Sound, std::string> faults; // so that a broken file is read only once
     bool good = true;
     const auto add = [&](const Sound& sound, const Where& where) {
         if (samples_.contains(sound)) {

@@ -8,10 +8,10 @@
 
 namespace Show {
 
-/// The IPv4 addresses that begin with the same bits. Immutable.
+/// A range of IPv4 addresses with a common prefix. Immutable.
 class AddressRange {
 public:
-    /// Reads "ADDRESS" or "ADDRESS/BITS", such as 192.168.1.0/24; nothing if it is neither.
+    /// Parses "ADDRESS" or "ADDRESS/BITS", such as 192.168.1.0/24; empty if it is neither.
     static std::optional<AddressRange> parse(const std::string& text);
 
     [[nodiscard]] bool contains(const Corvid::InetAddress& address) const {

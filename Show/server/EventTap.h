@@ -6,7 +6,7 @@
 
 namespace Show {
 
-/// Is told what reaches a sound server, in the order in which it is applied, on the server's
+/// Receives the events of a sound server in the order in which they are applied, on the server's
 /// thread.
 class EventTap {
 public:
@@ -17,7 +17,7 @@ public:
 
     /// An event from a client ("address:port") is about to be applied.
     virtual void received(Corvid::Event& event, const std::string& client) = 0;
-    /// A client is gone, and what it has made goes.
+    /// A client is gone and its parts are removed.
     virtual void lost(const std::string& client) = 0;
 };
 

@@ -115,7 +115,7 @@ void Session::reset(const std::string& client) {
         return;
     }
     for (auto entry = world_.emitters().begin(); entry != world_.emitters().end();) {
-        Orvel::Emitter* emitter = (entry++)->second; // which leaves the map when it goes
+        Orvel::Emitter* emitter = (entry++)->second; // destroying removes the map's entry
         if (!local_.contains(emitter->id())) {
             delete emitter;
         }
@@ -129,10 +129,10 @@ void Session::reset(const std::string& client) {
 
 const char* Session::whyRefused(const Orvel::CommandEvent& event) const {
     if (event.objectId < kMinEmitterId) {
-        return "ids begin at 1";
+        return "ids start at 1";
     }
     if (local_.contains(event.objectId)) {
-        return "Open Sound Control has made one with this id; give one of them another";
+        return "Open Sound Control has created one with this id; change one of the ids";
     }
     const auto* create = dynamic_cast<const Orvel::CreateEmitterEvent*>(&event);
     if (create == nullptr) {
@@ -190,7 +190,7 @@ bool Session::intercept(
     case Orvel::CmdPlaySource:
     case Orvel::CmdPauseSource:
     case Orvel::CmdStopSource:
-        return world_.getSource(id) == nullptr && missing_.contains(id); // that has been told
+        return world_.getSource(id) == nullptr && missing_.contains(id); // reported already
     case Orvel::CmdCreateEmitter:
         if (local) {
             if (world_.getEmitter(id) == nullptr) {

@@ -16,72 +16,71 @@
 
 namespace Show {
 
-/// The rules by which the clients of a sound server change its world. They play the sources of a
-/// scene file, by id. Those are there from the start; one that comes in the scene's timeline comes
-/// when a client wants it. A reset, or destroying a source, puts sources back to how they were at
-/// first, without making them again: their sounds may be long. Emitters go with the client that has
-/// made them, and with the next client's reset, but for those of this process's own input, which
-/// clients cannot change.
+/// The rules by which clients of a sound server change its world. They play the sources of a scene
+/// file, by id. Those exist from the start; a source of the scene's timeline is created when a
+/// client creates it. A reset, or destroying a source, restores the initial state of sources
+/// without recreating them, because loading their sounds may take long. Emitters are removed with
+/// their client, and at the next client's reset, except those of the local input, which clients
+/// cannot change.
 ///
 /// The world and the scene must outlive it. Confined to the world's thread.
 class Session {
 public:
-    /// The name, instead of a client's, of what this process itself takes for the scene.
+    /// The name of the local input, in place of a client's name.
     static constexpr const char* kLocalInput = "OSC";
-    /// The most labels of one emitter, and the most bytes of all of them together.
+    /// Limits on the labels of one emitter, and on their total bytes.
     static constexpr std::size_t kMaxLabels = 64;
     static constexpr std::size_t kMaxLabelBytes = 4096;
-    /// Ids of emitters are 16-bit numbers on the wire, so this bounds how many a client can make.
+    /// Emitter ids are 16-bit numbers on the wire, so this bounds how many a client can create.
     static constexpr int kMinEmitterId = 1;
-    /// Refusals that are reported, each emitter's once.
+    /// Limit of reported refusals, one per emitter.
     static constexpr std::size_t kMaxReportedRefusals = 100;
 
     Session(Orvel::World& world, const LoadedScene& bank);
 
-    /// Fetches what sources name by URL, once and for all. Gives a problem for each that cannot be
-    /// fetched; a source of that stays silent.
+    /// Fetches the sources with a URL, once. Returns a problem for each that cannot be fetched;
+    /// such a source stays silent.
     std::vector<Problem> fetch();
-    /// Creates the sources that are there from the start.
+    /// Creates the sources that exist from the start.
     void fill();
-    /// To be called when the world is emptied: nobody has made anything.
+    /// Call it when the world is cleared.
     void forgetAll();
 
-    /// Sees each event before it is applied to the world; true if it is dealt with. `client` gives
-    /// a name by which forget() knows who has sent it. `local`: it is kLocalInput.
+    /// Receives each event before it is applied to the world; returns true if it must not be
+    /// applied. `client` returns the name for forget(). `local`: it is kLocalInput.
     bool intercept(
         const Orvel::CommandEvent& event, const std::function<std::string()>& client, bool local);
-    /// Undoes what stays of a client that has gone: its emitters, and that it has disabled the
-    /// world.
+    /// Removes the traces of a lost client: its emitters, and its disabling of the world.
     void forget(const std::string& client);
-    /// The ids of the sources that clients want and that are not here, since the last call, as a
+    /// The ids of sources that clients asked for and that are missing, since the last call, as a
     /// list for people; empty if there are none.
     std::string takeMissing();
-    /// Which emitters of clients were refused and why, since the last call, a sentence each.
+    /// The refused emitters of clients with the reason, since the last call, one sentence each.
     std::vector<std::string> takeRefusals() { return std::exchange(newRefusals_, {}); }
 
 private:
-    /// Makes a source if the bank has it; false if there is none.
+    /// Creates a source from the bank. Returns false if it has none.
     bool provide(int id);
     void give(Orvel::Source& source, const Sound& sound) const;
     void reset(const std::string& client);
-    /// Puts a source back to how it was at first, unless local input uses it.
+    /// Restores the initial state of a source, unless local input uses it.
     void restore(Orvel::Source& source);
     void restoreEnabled();
-    /// Whether an emitter may be created; if not, why not.
+    /// The reason why an emitter may not be created, or null.
     [[nodiscard]] const char* whyRefused(const Orvel::CommandEvent& event) const;
     void refuse(int id, const char* reason);
-    /// Whether an id is not a client's to change.
+    /// Whether clients may not change the emitter with this id.
     [[nodiscard]] bool isRefused(int id) const;
 
     Orvel::World& world_;
     const LoadedScene& bank_;
-    std::map<int, const SourceSpec*> specs_; // by id, the timeline's included
+    std::map<int, const SourceSpec*> specs_; // by id, including the timeline's
     std::map<std::string, std::unique_ptr<Corvid::URLImpl::File>> files_; // by URL
-    std::map<int, std::string> makers_; // the clients that have made the emitters, by id
+    std::map<int, std::string> makers_; // creating client of each emitter, by id
     std::set<int> local_;               // emitters of local input
-    std::set<int> refused_;             // emitters that clients wanted since the last reset
-    bool fresh_ = true;                 // no client has done anything since the last reset
-    std::string disabledBy_;            // the client that has disabled the world; empty if none
+    std::set<int> refused_;             // refused emitters since the last reset
+    bool fresh_ = true;                 // no client event since the last reset
+    std::string disabledBy_;            // client that disabled the world; empty if none
     std::set<int> missing_;
     std::vector<int> newMissing_;
     std::set<std::pair<int, const char*>> reported_;

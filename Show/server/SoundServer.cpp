@@ -12,8 +12,8 @@ namespace Show {
 
 namespace {
 
-constexpr unsigned kEventsBetweenLooks = 64; // at the clock
-constexpr std::size_t kMaxReports = 100;     // that wait to be taken
+constexpr unsigned kEventsBetweenLooks = 64; // between two reads of the clock
+constexpr std::size_t kMaxReports = 100;     // until they are taken
 
 std::string nameOf(const Corvid::Communicator& client) {
     const auto counters = client.counters();
@@ -73,7 +73,7 @@ bool SoundServer::begin(const Orvel::CommandEvent& event, Corvid::Communicator& 
             inform(
                 from, Orvel::DriverEvent::Refused,
                 text + (keepPlayer_ ? ", and it keeps its player" : ""));
-            report(nameOf(from) + " is turned away: " + text);
+            report(nameOf(from) + " is refused: " + text);
         }
         return false;
     }
@@ -97,7 +97,7 @@ bool SoundServer::begin(const Orvel::CommandEvent& event, Corvid::Communicator& 
 
 bool SoundServer::interceptEvent(Corvid::Event& event, Corvid::Communicator& from) {
     if (++events_ % kEventsBetweenLooks == 0 && std::chrono::steady_clock::now() >= sliceEnd_) {
-        multiServer().breakWait(); // receive() returns before the next event
+        multiServer().breakWait(); // receive() then returns before the next event
     }
     const auto* command = dynamic_cast<const Orvel::CommandEvent*>(&event);
     if (command == nullptr) {
@@ -151,7 +151,7 @@ void SoundServer::free() {
     replaced_.clear();
     for (const auto& [other, state] : clients_) {
         if (state.waits) {
-            inform(*other, Orvel::DriverEvent::Free, "nobody drives it");
+            inform(*other, Orvel::DriverEvent::Free, "no one drives it");
         }
     }
 }
@@ -176,8 +176,8 @@ std::string SoundServer::takeMissing() {
     if (list.empty()) {
         return {};
     }
-    return "clients want sources that are not here: " + list + "; what plays them stays silent; " +
-           (path_.empty() ? "start the server with --scene and a scene file that has them"
+    return "clients asked for missing sources: " + list + "; their emitters stay silent; " +
+           (path_.empty() ? "start the server with --scene and a scene file that contains them"
                           : "add them to " + path_);
 }
 

@@ -16,40 +16,38 @@
 
 namespace Show {
 
-/// The server of `orvel serve`: one client at a time drives it, the one that began last or, if it
-/// keeps its player, first; what the others send is dropped. What clients play are the sources of a
-/// scene file; Session has the rules.
+/// The server of `orvel serve`: one client at a time drives it, the newest or, if it keeps its
+/// player, the first; events of other clients are dropped. Clients play the sources of a scene file
+/// by the rules of Session.
 ///
-/// The scene must outlive it. Confined to one thread at a time, on which it is
-/// polled.
+/// The scene must outlive it. Confined to one thread at a time, which polls it.
 class SoundServer : public StageOn<Orvel::Server> {
 public:
-    /// The most resets in kResetPeriod, of all clients; the one that sends more is dropped.
+    /// Limit of resets in kResetPeriod, over all clients; a client that exceeds it is dropped.
     static constexpr int kMaxResets = 100;
     static constexpr std::chrono::seconds kResetPeriod{10};
-    /// Replaced clients that are remembered, so that they do not take over by connecting anew.
+    /// Limit of remembered replaced clients, which must not take over by reconnecting.
     static constexpr std::size_t kMaxReplaced = 1024;
 
-    /// Listens at that TCP port; 0 lets the system choose.
+    /// Listens on that TCP port; 0 lets the system choose.
     SoundServer(const LoadedScene& bank, SetSubject setSubject, unsigned short port);
 
-    /// Fetches what sources name by URL, once and for all. Gives a problem for each that cannot be
-    /// fetched.
+    /// Fetches the sources with a URL, once. Returns a problem for each that cannot be fetched.
     std::vector<Problem> fetch() { return session_.fetch(); }
-    /// Creates the sources; back ends are best added before.
+    /// Creates the sources; add back ends before.
     void fill() { session_.fill(); }
-    /// Whether a client that drives stays the driver when another comes. Before the first event.
+    /// Whether the driver stays when another client begins. Set it before the first event.
     void setKeepPlayer(bool keep) { keepPlayer_ = keep; }
-    /// Has everything that is applied reported; null ends that. The tap must outlive its use.
+    /// Sets a tap for all applied events; null removes it. The tap must outlive its use.
     void setTap(EventTap* tap) { tap_ = tap; }
-    /// Applies what has arrived, for about `atMost`, however much there is.
+    /// Applies received events, for about `atMost`.
     void serve(std::chrono::steady_clock::duration atMost);
-    /// Applies an event of this process's own input, whoever drives; false if it makes no sense.
+    /// Applies an event of the local input, whoever drives. Returns false if it is invalid.
     bool apply(Orvel::CommandEvent& event);
-    /// The sources that clients want and that are not here, since the last call, in one sentence;
+    /// The sources that clients asked for and that are missing, since the last call, as a sentence;
     /// empty if there are none.
     std::string takeMissing();
-    /// Who has replaced whom and what was refused, since the last call, a sentence each.
+    /// Driver changes and refusals since the last call, one sentence each.
     std::vector<std::string> takeReports();
 
 protected:
@@ -58,20 +56,20 @@ protected:
 
 private:
     using Clock = std::chrono::steady_clock;
-    /// What a client has been told, and done.
+    /// State of a client.
     struct Client {
-        bool began = false;   ///< it has sent something
+        bool began = false;   ///< has sent an event
         bool waits = false;   ///< it was replaced or refused
-        bool dropped = false; ///< its connection is being ended
+        bool dropped = false; ///< its connection is being closed
     };
 
-    /// Makes a driver of a client that begins; false if another drives.
+    /// Makes a client that begins the driver. Returns false if another drives.
     bool begin(const Orvel::CommandEvent& event, Corvid::Communicator& from);
-    /// Ends the driving; those that wait are told.
+    /// Frees the server for another driver and informs the waiting clients.
     void free();
     void
     inform(Corvid::Communicator& client, Orvel::DriverEvent::State state, const std::string& text);
-    /// Counts a reset; false if there are too many.
+    /// Counts a reset. Returns false if there are too many.
     bool countReset();
     void report(std::string text);
 
@@ -79,10 +77,10 @@ private:
     Session session_;
     EventTap* tap_ = nullptr; // not owned
     bool keepPlayer_ = false;
-    Corvid::Communicator* driver_ = nullptr; // null if nobody drives
+    Corvid::Communicator* driver_ = nullptr; // null if no one drives
     std::uint64_t driverInstance_ = 0;
     std::map<Corvid::Communicator*, Client> clients_;
-    std::set<std::uint64_t> replaced_; // instances, until nobody drives
+    std::set<std::uint64_t> replaced_; // instances, until no one drives
     Clock::time_point resetsSince_;
     int resets_ = 0;
     std::vector<std::string> reports_;

@@ -354,7 +354,7 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
         sendTo(datagrams, "x", loopback(server.port()));
     }
     EXPECT_TRUE(until(
-        [&] { return server.summary() == "OSC: 20100 messages, 103 wrong"; },
+        [&] { return server.summary() == "OSC: 20100 messages, 103 invalid"; },
         [&] { server.serve(1ms); }))
         << server.summary();
     // However long each message takes, others get their turn.

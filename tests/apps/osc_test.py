@@ -54,7 +54,7 @@ class Osc(RemoteCase):
         time.sleep(0.4)  # of sound
         self.send("/nonsense")
         self.end(server, "serve.log")
-        self.assertIn("OSC: 9 messages, 1 wrong", self.read("serve.log"))
+        self.assertIn("OSC: 9 messages, 1 invalid", self.read("serve.log"))
         # The capture has it too.
         self.run_tool("render", "s.orvelrec", "again.wav")
         for name in ("o.wav", "again.wav"):
@@ -119,7 +119,7 @@ class Osc(RemoteCase):
                 self.send(path.replace("/N/", f"/{part}/"), "f" * count, *["1"] * count)
         self.end(player, "doc.log")
         self.assertGreater(paths, 30)
-        self.assertIn(f"OSC: {paths} messages, 0 wrong", self.read("doc.log"))
+        self.assertIn(f"OSC: {paths} messages, 0 invalid", self.read("doc.log"))
 
 
 if __name__ == "__main__":
