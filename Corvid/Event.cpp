@@ -13,7 +13,7 @@
 
 namespace Corvid {
 
-// Values are copied between memory and the wire as they are.
+// Values are copied between memory and the wire unchanged.
 static_assert(std::endian::native == std::endian::little, "the wire is little-endian");
 static_assert(sizeof(short) == 2 && sizeof(unsigned int) == 4 && sizeof(unsigned long) == 8);
 static_assert(sizeof(float) == 4);
@@ -23,11 +23,11 @@ namespace {
 constexpr std::size_t kLengthBytes = 4;
 constexpr std::size_t kTypeBytes = 2;
 constexpr std::size_t kSmallBytes = 256; // most events fit there, on the stack
-// A thread's buffer that has grown beyond this for one large event is not kept.
+// A thread's buffer that has grown beyond this for a large event is released.
 constexpr std::size_t kMostKeptBytes = 1U << 20U;
 
-/// For larger events: kept at its full size between them, of which each uses the beginning. Taken
-/// away for the time of use, so that a sender which sends an event itself does no harm.
+/// The buffer for larger events, kept at its full size between them. Moved out while in use, so
+/// that a sender may send another event itself.
 std::vector<std::byte>& threadBuffer() {
     thread_local std::vector<std::byte> buffer;
     return buffer;
@@ -91,7 +91,7 @@ bool Event::encode(std::vector<std::byte>& frame) {
     return !frame.empty();
 }
 
-/// The frame, in one of the two buffers; empty if it would be too large.
+/// Returns the frame, in one of the two buffers; empty if it would be too large.
 std::span<const std::byte>
 Event::encodeInto(std::span<std::byte> small, std::vector<std::byte>& large) {
     begin_ = small.data();
@@ -114,8 +114,8 @@ Event::encodeInto(std::span<std::byte> small, std::vector<std::byte>& large) {
     return frame;
 }
 
-/// Makes room for `more` bytes. False if that would be too large a frame, and from then on until
-/// the encoding ends.
+/// Makes room for `more` bytes. Returns false if the frame would be too large, and for the rest of
+/// the encoding.
 bool Event::grow(std::size_t more) {
     if (begin_ == nullptr) {
         return false;
@@ -204,7 +204,7 @@ void Event::addBlock(FieldType type, const void* data, Length length) {
 
 void Event::addField(const std::string& value) {
     if (value.size() > kMaxFrameBytes) {
-        grow(value.size()); // ends the encoding; the length would not fit its field
+        grow(value.size()); // ends the encoding; the length does not fit its field
         return;
     }
     addBlock(FieldType::String, value.data(), static_cast<std::uint32_t>(value.size()));
@@ -244,7 +244,7 @@ bool Event::take(void* to, std::size_t size) {
     return true;
 }
 
-/// Reads the type and the length of a field whose value is of that length.
+/// Reads the type and length of a variable-length field.
 template <class Length>
 bool Event::getLength(FieldType type, Length& length) {
     unsigned char found = 0;
@@ -279,7 +279,7 @@ bool Event::getField(std::vector<std::string>& texts) {
 
 bool Event::getField(std::vector<unsigned char>& bytes) {
     unsigned long size = 0;
-    bytes = {}; // frees the old ones before the new ones are allocated
+    bytes = {}; // frees the old bytes before allocating
     if (!getField(size) || size > bytesLeft()) {
         readFailed_ = true;
         return false;

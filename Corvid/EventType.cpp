@@ -7,8 +7,9 @@ namespace Corvid {
 
 namespace {
 
-// One entry for each number, so that finding the type of a received event is one load. It needs no
-// construction, so types may register from any static object; pages of unused numbers cost nothing.
+// One entry per number, so that finding the type of a received event is one load.
+// Constant-initialised, so types may register from any static object; pages of unused numbers cost
+// nothing.
 constinit std::array<const EventType*, 65536> types = {};
 
 const EventType*& entry(short typeId) noexcept {

@@ -9,7 +9,7 @@ namespace Corvid {
 
 InetAddress InetAddress::getByAddress(const std::string& text) {
     in_addr address = {};
-    // A text with a zero byte inside would be read only up to it.
+    // inet_pton would read a text with an embedded zero only up to it.
     if (text.find('\0') != std::string::npos || ::inet_pton(AF_INET, text.c_str(), &address) != 1) {
         return {};
     }

@@ -131,7 +131,7 @@ bool Multicast::readInterface(
         addresses.push_back(address);
         return true;
     }
-    // As the kernel takes names; one of digits and dots alone is rather a mistyped address.
+    // The kernel's rules for names; digits and dots alone are more likely a mistyped address.
     const bool name = !text.empty() && text.size() < IF_NAMESIZE &&
                       text.find_first_of("/: \t\n") == std::string::npos &&
                       text.find_first_not_of("0123456789.") != std::string::npos;

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <ostream> // which Boost 1.74 forgets
+#include <ostream> // missing in Boost 1.74
 
 namespace Corvid {
 
@@ -25,7 +25,7 @@ bool isControl(char character) {
     return static_cast<unsigned char>(character) < 0x20U || character == 0x7F;
 }
 
-/// A name as RFC 9110 allows it.
+/// A token of RFC 9110.
 bool isToken(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](char character) {
         const char c = lower(character);
@@ -34,7 +34,7 @@ bool isToken(std::string_view text) {
     });
 }
 
-/// Appends the decoded text; false for a percent sign without two hexadecimal digits.
+/// Appends the decoded text. Returns false for a percent sign without two hexadecimal digits.
 bool decode(std::string_view text, bool plusIsBlank, std::string& decoded) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '%') {

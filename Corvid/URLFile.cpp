@@ -29,7 +29,7 @@ std::string currentDirectory() {
         throw URLImpl::Exception(
             "The current directory has control characters in its name; change to another one");
     }
-    // The slash says that this is a directory: names are resolved below it, not beside it.
+    // The slash marks a directory: names are resolved below it, not beside it.
     return path.ends_with('/') ? path : path + '/';
 }
 
@@ -42,7 +42,7 @@ std::string absolutePath(const std::string& path) {
         .string();
 }
 
-/// Why nothing can be read from the file, or an empty text.
+/// The reason why the file cannot be read, or an empty text.
 std::string whyUnreadable(const std::string& path) {
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0) {
@@ -72,8 +72,8 @@ URLFile::URLFile(Absolute absolute)
     : URLImpl("file://" + detail::percentEncode(absolute.path)), path_(std::move(absolute.path)) {}
 
 std::unique_ptr<URLImpl::File> URLFile::fetch() const {
-    // Whoever opens the file by its name later would wait for ever at a pipe, and report a
-    // directory as a file without sound.
+    // A reader that opens the file by name would block forever on a pipe, and report a directory as
+    // a file without sound.
     if (const std::string reason = whyUnreadable(path_); !reason.empty()) {
         throw Exception("Cannot read the file \"" + path_ + "\": " + reason);
     }

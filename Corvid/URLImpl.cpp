@@ -32,7 +32,7 @@ Limits& limits() {
 class Parsed {
 public:
     explicit Parsed(const std::string& text) : url_(curl_url()) {
-        // Schemes that cannot be fetched may mean something to a player.
+        // Schemes that cannot be fetched may be supported by a player.
         const unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE;
         if (!url_ || curl_url_set(url_.get(), CURLUPART_URL, text.c_str(), flags) != CURLUE_OK) {
             throwUnparsable();
@@ -59,8 +59,8 @@ bool isLetter(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
-/// "name://" or "file:" at the beginning. A single colon is no sign of a scheme for other names:
-/// files are called "take:2.wav".
+/// Whether it starts with "name://" or "file:". For other names a single colon is no scheme: files
+/// may be called "take:2.wav".
 bool hasScheme(std::string_view text) {
     const std::size_t colon = text.find(':');
     if (colon == std::string_view::npos || !isLetter(text.front())) {
@@ -74,7 +74,7 @@ bool hasScheme(std::string_view text) {
     return text.substr(colon).starts_with("://") || curl_strnequal(text.data(), "file:", 5) != 0;
 }
 
-/// The absolute URL of a path below the base's directory: what stands before the base's last slash.
+/// Resolves a path against the base's directory, its text up to the last slash.
 std::string resolve(const std::string& path, const std::string& base) {
     const std::size_t authority = base.find("://");
     const std::size_t root =
@@ -95,7 +95,7 @@ URLImpl::File::File(std::string name, bool temporary)
 
 URLImpl::File::~File() {
     if (temporary_) {
-        std::error_code ignored; // nobody is left who could do anything about it
+        std::error_code ignored; // in a destructor, errors cannot be reported
         std::filesystem::remove(name_, ignored);
     }
 }
@@ -116,7 +116,7 @@ std::unique_ptr<URLImpl> URLImpl::create(const std::string& text, const URLImpl&
     if (text.empty() || text.find('\0') != std::string::npos) {
         throwUnparsable();
     }
-    std::string absolute; // with spaces encoded, which libcurl does not do everywhere
+    std::string absolute; // with encoded spaces, as libcurl does not always encode them
     for (const char c : hasScheme(text) ? text : resolve(text, base.text())) {
         absolute += c == ' ' ? std::string("%20") : std::string(1, c);
     }
@@ -128,8 +128,8 @@ std::unique_ptr<URLImpl> URLImpl::create(const std::string& text, const URLImpl&
         }
         return std::make_unique<URLFile>(path);
     }
-    // libcurl forgives a slash too many, and would take the first folder for the host. It decodes
-    // hosts after it has looked for numeric ones, so some would be others when parsed once more.
+    // libcurl tolerates an extra slash, and would take the first folder for the host. It checks for
+    // numeric hosts before it decodes them, so some would change when parsed again.
     const std::string normal = url.part(CURLUPART_URL);
     if (absolute[absolute.find("://") + 3] == '/' || Parsed(normal).part(CURLUPART_URL) != normal) {
         throwUnparsable();

@@ -37,7 +37,7 @@ int idOf(const WorldPart& part) {
     return part.id();
 }
 
-/// Fills the event of a change and sends it; changes and the replay to a new server share it.
+/// Fills the event of a change and sends it; used for changes and for the replay to a new server.
 template <Command command, class Event, class Subject>
 void send(Sender* to, Event& event, Subject& subject, bool transferData) {
     event.address(command, idOf(subject));
@@ -58,14 +58,14 @@ void sendState(Sender* to, CommandEvent& event, short command, int id) {
     }
 }
 
-/// The state that servers have of a part: going back to NONE is not told.
+/// The state of a part on the servers: a return to NONE is not sent.
 WorldPart::State toldState(const WorldPart& part) {
     return part.state() == WorldPart::NONE ? part.previousState() : part.state();
 }
 
-/// Whether a server that is sent each part with its state has those states afterwards. It has not
-/// where a state was not told, and where one spreads from an emitter to its source, and on to the
-/// source's other emitters.
+/// Whether a replay of every part with its state leaves a server with these states. It does not if
+/// a state was not sent, or spreads from an emitter to its source, and on to the source's other
+/// emitters.
 bool statesArrive(World& world) {
     const auto untold = [](const auto& entry) {
         return entry.second->state() == WorldPart::NONE &&
@@ -157,7 +157,7 @@ ClientBackend::~ClientBackend() {
     }
 }
 
-/// Takes where to search for servers from the parameters.
+/// Applies the search parameters.
 void ClientBackend::configure() {
     const auto text = [this](const char* name) {
         return std::string(params()->getParam(name, ""));
@@ -320,7 +320,7 @@ bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
             command.send(connection);
         }
     }
-    // A server is enabled unless a client has disabled it, maybe an earlier one.
+    // A server is enabled unless a client, perhaps an earlier one, has disabled it.
     if (followEnabled_ || !tellsEnabled()) {
         command.address(tellsEnabled() ? CmdEnable : CmdDisable, 0);
         command.send(connection);
@@ -328,10 +328,10 @@ bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
     return true;
 }
 
-/// Sends what a server needs to have the scene. `exactly` means with those states that the other
-/// servers have, none of which spreads, and without the sources that they have no more.
+/// Sends the replay of the scene. `exactly`: with the states of the other servers, without
+/// spreading, and without the sources that they no longer have.
 void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
-    detail::Events events; // refilled for each part
+    detail::Events events; // reused for each part
     auto& command = std::get<CommandEvent>(events);
     // `before` is called with the command of each row.
     const auto replay = [&]<class Subject>(Subject& subject, auto before) {
@@ -363,8 +363,8 @@ void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
         const auto sendItsState = [&, id = id] {
             sendState(connection, command, emitterState2Command(state), id);
         };
-        // A state that differs from the source's comes first, so that it does not spread. One that
-        // is equal comes last: a connection would silence what plays.
+        // A state that differs from the source's is sent first, so that it does not spread. An
+        // equal one is sent last, because connecting would silence a playing emitter.
         const bool stateFirst =
             exactly && emitter->source() != nullptr && toldState(*emitter->source()) != state;
         replay(*emitter, [&](Command next) {
@@ -406,7 +406,7 @@ void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
     delete connection;
 }
 
-/// False if the server is lost.
+/// Returns false if the server is lost.
 bool ClientBackend::takeEvent(Corvid::Communicator* connection) {
     Corvid::Event* received = nullptr;
     if (!Corvid::Event::receive(connection, received) || received == nullptr) {
@@ -500,7 +500,7 @@ short ClientBackend::emitterState2Command(WorldPart::State state) {
 Backend* ClientBackend::createMethod(World& world, const char* params) {
     try {
         return new ClientBackend(world, params);
-    } catch (const std::system_error& error) { // such as no descriptor for the thread's wake-up
+    } catch (const std::system_error& error) { // no descriptor is left for the thread's wake-up
         ORVEL_LOG(Fatal, "ClientBackend: no server will be reached: %s\n", error.what());
         return nullptr;
     }

@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::array<const char*, 6> kLevelNames{"LOG",    "FATAL", "WARNING",
                                                  "NOTICE", "INFO",  "DEBUG"};
-// Blue, red, yellow, green, cyan, magenta: ANSI colour sequences, one for each level.
+// ANSI colour sequences, one per level: blue, red, yellow, green, cyan, magenta.
 constexpr std::array<const char*, 6> kLevelColours{"\x1b[34m", "\x1b[31m", "\x1b[33m",
                                                    "\x1b[32m", "\x1b[36m", "\x1b[35m"};
 constexpr const char* kColourOff = "\x1b[0m";
@@ -34,8 +34,8 @@ std::size_t levelIndex(Log::Level level) noexcept {
     return static_cast<std::size_t>(std::clamp(static_cast<int>(level), 0, 5));
 }
 
-/// The file as it stands in the source tree, without its extension. A compiler cache with a base
-/// directory names it relative to the build folder.
+/// The path in the source tree, without its extension. With a base directory, a compiler cache
+/// makes it relative to the build folder.
 std::string_view nameInTree(std::string_view file) {
     while (file.starts_with("../")) {
         file.remove_prefix(3);
@@ -85,7 +85,7 @@ bool Log::State::accepts(const char* module) {
     bool accepted = true;
     try {
         accepted = filter(module);
-    } catch (...) { // NOLINT(bugprone-empty-catch): rather a line too many than a lost one
+    } catch (...) { // a line too many is better than a lost one
     }
     busy = false;
     return accepted;
@@ -175,7 +175,7 @@ void Log::State::redirect(std::ostream* newStream, Callback newCallback) {
 Log::Log() : state_(std::make_unique<State>()) {}
 
 Log& Log::the() {
-    // Never destroyed: static objects of the host may still log while the process ends.
+    // Never destroyed, because static objects of the host may still log during process exit.
     static Log* const log = new Log;
     return *log;
 }
@@ -251,7 +251,7 @@ void Log::write(const Site& site, const char* format, ...) noexcept {
             state_->appendMessage(format, arguments);
             state_->emit(site.level);
         }
-    } catch (...) { // out of memory, or a stream that throws: there is nobody left to tell
+    } catch (...) { // out of memory, or a stream that throws; cannot be reported
         std::fputs("Orvel: a log line was lost\n", stderr);
     }
     va_end(arguments);

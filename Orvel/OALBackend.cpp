@@ -23,7 +23,7 @@ namespace Orvel {
 
 namespace {
 
-/// The layouts of PCM samples that AL takes.
+/// The PCM sample layouts that AL supports.
 struct SampleLayout {
     unsigned bitsPerSample;
     unsigned channels;
@@ -58,8 +58,8 @@ float seconds(std::size_t bytes, double sampleRate, const SampleLayout& layout) 
     return static_cast<float>(static_cast<double>(bytes) / sampleRate / layout.bytesPerFrame);
 }
 
-// The texts for "invalid enum" and "invalid value" are each other's by meaning; who greps logs of
-// many years relies on this pairing, so it stays.
+// The texts of "invalid enum" and "invalid value" are swapped. They stay so, because log filters
+// rely on them.
 std::string errorText(ALenum error) {
     switch (error) {
     case AL_INVALID_NAME:
@@ -84,7 +84,7 @@ struct FreeMemory {
     void operator()(void* memory) const noexcept { std::free(memory); }
 };
 
-/// A sound file as ALUT has read it; without samples when it could not.
+/// A sound file as read by ALUT; without samples on failure.
 struct LoadedSound {
     std::unique_ptr<void, FreeMemory> samples;
     ALenum format = 0;
@@ -92,7 +92,7 @@ struct LoadedSound {
     ALfloat frequency = 0.0F;
     ALenum error = ALUT_ERROR_NO_ERROR;
 
-    /// The frequency as AL takes it; 0, which AL refuses, for what a file cannot mean.
+    /// The sample rate for AL; 0, which AL refuses, for an invalid one.
     [[nodiscard]] ALsizei sampleRate() const {
         constexpr ALfloat kTooHigh = 2147483648.0F;
         return frequency >= 1.0F && frequency < kTooHigh ? static_cast<ALsizei>(frequency) : 0;
@@ -100,8 +100,8 @@ struct LoadedSound {
 };
 
 LoadedSound tryToLoad(const std::string& fileName) {
-    // ALUT keeps the first error until somebody asks; one that was left behind would stand in for
-    // the reason of this load's failure.
+    // ALUT keeps the first error until it is read; an old one would replace the reason of this
+    // load's failure.
     alutGetError();
     LoadedSound sound;
     sound.samples.reset(
@@ -114,14 +114,14 @@ LoadedSound tryToLoad(const std::string& fileName) {
 
 LoadedSound load(const std::string& fileName) {
     LoadedSound sound = tryToLoad(fileName);
-    // ALUT counts no users: the exit of another back end has ended it for this one too.
+    // ALUT does not count its users: the exit of another back end has ended it for this one too.
     if (sound.error == ALUT_ERROR_INVALID_OPERATION && alutInitWithoutContext(nullptr, nullptr)) {
         sound = tryToLoad(fileName);
     }
     return sound;
 }
 
-/// Has an AL source begin where the emitter's host wants it. False if the sound is over there.
+/// Sets an AL source to the emitter's start offset. Returns false if the sound is over there.
 bool seek(ALuint name, const Emitter& emitter) {
     const Source* source = emitter.source();
     double offset = emitter.startOffset();
@@ -135,16 +135,17 @@ bool seek(ALuint name, const Emitter& emitter) {
         }
         offset = std::fmod(offset, duration);
     }
-    // AL keeps it for the next time that the source plays, if it does not.
+    // If the source is not playing, AL keeps the offset for the next start.
     alSourcef(name, AL_SEC_OFFSET, static_cast<ALfloat>(offset));
     return true;
 }
 
 } // namespace
 
-/// AL objects made in the back end's context and not yet deleted.
+/// The AL objects that belong to the back end's context.
 struct OALBackend::Objects {
-    // Hashed: every change of an emitter looks its name up, after the mixer has used the caches.
+    // Hashed, because every change of an emitter looks up its name, after the mixer has used the
+    // caches.
     using Names = std::unordered_map<int, ALuint>;
 
     Names emitterSources; // emitter id to AL source
@@ -164,7 +165,7 @@ struct OALBackend::Objects {
     }
 };
 
-// Both constructors log for themselves: a line names the constructor that the host has called.
+// Both constructors log themselves, because a line contains the name of the constructor.
 OALBackend::OALBackend(World& world, const char* params)
     : Backend(world, params), device_(std::make_unique<detail::OALDevice>()),
       objects_(std::make_unique<Objects>()) {
@@ -224,8 +225,8 @@ bool OALBackend::selectContext() const {
     if (context == nullptr) {
         return false;
     }
-    // Names of AL objects repeat from context to context: with another back end's context current,
-    // a call would change that one's objects, without an error.
+    // Names of AL objects are only unique per context: in another back end's context a call would
+    // silently change that one's objects.
     if (alcGetCurrentContext() != context) {
         alcMakeContextCurrent(context);
     }
@@ -241,7 +242,7 @@ bool OALBackend::checkALError(const char* message) const {
         return false;
     }
     if (!detail::logPasses(Log::Level::Fatal) || !detail::admitPeerLine(detail::PeerLine::OpenAL)) {
-        return true; // a server's peers cause such errors as well
+        return true; // peers of a server can cause such errors too
     }
     if (message != nullptr) {
         ORVEL_LOG(Fatal, "%s", message);
@@ -291,7 +292,7 @@ void OALBackend::setListenerTransform() {
     if (!selectContext()) {
         return;
     }
-    // A moved listener hears again, until the next setEnabled() mutes it.
+    // Moving the listener unmutes it, until the next setEnabled() mutes it.
     alListenerf(AL_GAIN, 1.0F);
     const Vec3f& position = world().listenerPosition();
     alListenerfv(AL_POSITION, std::array{position.x, position.y, position.z}.data());
@@ -353,8 +354,8 @@ void OALBackend::setSourceData(Source& source) {
             ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
             return;
         }
-        // ALUT refuses to load while an AL error is pending, and swallows it; so it is reported
-        // first.
+        // ALUT refuses to load while an AL error is pending, and discards the error, so it is
+        // reported first.
         checkALError("left by an earlier operation, before a wav file load\n");
         const LoadedSound sound = load(file->name());
         if (sound.samples == nullptr) {
@@ -419,7 +420,7 @@ void OALBackend::setSourceParam(Source& source) {
     }
 }
 
-// Emitters are what plays here.
+// Only emitters play.
 void OALBackend::setSourceState(Source& /*source*/) {}
 
 void OALBackend::createEmitter(Emitter& emitter) {
@@ -457,7 +458,7 @@ void OALBackend::setEmitterTransform(Emitter& emitter) {
         return;
     }
     const bool spatial = emitter.isSpatial();
-    // Otherwise the sound sits on the listener and is heard from everywhere.
+    // Otherwise the sound is at the listener and heard from all directions.
     const Vec3f position = spatial ? emitter.position() : Vec3f{};
     alSourcefv(*name, AL_POSITION, std::array{position.x, position.y, position.z}.data());
     alSourcei(*name, AL_SOURCE_RELATIVE, spatial ? AL_FALSE : AL_TRUE);
@@ -469,7 +470,7 @@ void OALBackend::setEmitterHull(Emitter& emitter) {
     if (name == nullptr) {
         return;
     }
-    // A reference at or beyond the maximum would switch attenuation off.
+    // A reference at or beyond the maximum would disable attenuation.
     const bool spatial = emitter.isSpatial();
     const Reach reach = spatial ? reachOf(emitter.hull()) : Reach{1.0F, 2.0F};
     alSourcefv(*name, AL_DIRECTION, std::array{1.0F, 0.0F, 0.0F}.data());
@@ -495,7 +496,7 @@ void OALBackend::setEmitterConnection(Emitter& emitter) {
     if (name == nullptr) {
         return;
     }
-    // AL takes no buffer while a source plays.
+    // AL does not accept a buffer while a source plays.
     alSourceStop(*name);
     const Source* source = emitter.source();
     if (source == nullptr) {

@@ -15,8 +15,7 @@ namespace {
 
 constexpr unsigned kLowestRate = 8000;
 constexpr unsigned kHighestRate = 192000;
-// What OpenAL Soft gives a context that asks for nothing; it takes fewer only from its own
-// settings.
+// OpenAL Soft's default; it provides fewer only because of its settings.
 constexpr unsigned kDefaultSources = 256;
 constexpr unsigned kMostSources = 65536;
 
@@ -46,7 +45,7 @@ public:
         rate = readNumber(params, "rate", kLowestRate, kHighestRate, rate);
         const unsigned sources =
             readNumber(params, "sources", kDefaultSources, kMostSources, kDefaultSources);
-        // Everything that would otherwise come from the user's OpenAL settings and change the
+        // All attributes that could otherwise come from the user's OpenAL settings and change the
         // sound.
         attributes_ = {
             ALC_FORMAT_CHANNELS_SOFT,

@@ -15,10 +15,10 @@ namespace {
 
 using Corvid::FrameRole;
 
-/// The role of a command's frames. To the subject, which is 0 for the scene with its listener,
-/// comes the id of the part.
+/// The role of a command's frames. The id of the part is added to the subject; the subject is 0 for
+/// the scene with its listener.
 struct CommandRole {
-    const Corvid::EventType* type = nullptr; // null: no command of a client
+    const Corvid::EventType* type = nullptr; // null: not a client's command
     FrameRole role;
 };
 
@@ -47,7 +47,7 @@ bool OrvelMultiClient::addCommunicator(Corvid::Communicator* connection) {
     try {
         return MultiCommunicator::addCommunicator(connection) &&
                backend_.addCommunicator(connection);
-    } catch (const std::exception& fault) { // the connection is closed, and made anew later
+    } catch (const std::exception& fault) { // the connection is closed and later made again
         ORVEL_LOG(Fatal, "ClientBackend: cannot send the scene: %s\n", fault.what());
         return false;
     }

@@ -10,7 +10,8 @@ namespace Orvel {
 
 namespace {
 
-/// What a state asks for. An unknown one is reported; `place` tells the two reports apart.
+/// Whether a state starts playback. An unknown state is reported; `place` distinguishes the two
+/// reports.
 bool startsPlaying(WorldPart::State state, int place) {
     if (state == WorldPart::PLAY) {
         return true;

@@ -18,7 +18,7 @@ namespace {
 
 enum class Outcome { Applied, Invalid, Unknown };
 
-/// A dynamic_cast to the base of all that a client sends, but faster for the library's own.
+/// A dynamic_cast to the base of a client's events, but faster for the library's own.
 CommandEvent* asCommand(Corvid::Event* event) {
     const auto isOneOf = [type =
                               &typeid(*event)]<class... Classes>(std::tuple<Classes...>* /*of*/) {
@@ -28,7 +28,7 @@ CommandEvent* asCommand(Corvid::Event* event) {
                                                           : dynamic_cast<CommandEvent*>(event);
 }
 
-/// The same to the class of a command's event. Most events are of that very class.
+/// The same to the class of a command's event; most events are exactly of that class.
 template <class EventClass>
 EventClass* as(CommandEvent& event) {
     return typeid(event) == typeid(EventClass) ? static_cast<EventClass*>(&event)
@@ -50,7 +50,7 @@ Part* find(World& world, int id) {
     }
 }
 
-/// Applies a command's event, if it is of the command's class and the part exists.
+/// Applies a command's event, if its class is right and the part exists.
 template <class Row>
 Outcome applyAs(World& world, CommandEvent& event) {
     using Apply = decltype(Row::apply);
@@ -138,7 +138,7 @@ short Server::idOf(const char* text) {
     if (text != nullptr && *text != '\0') {
         value = static_cast<int>(std::strtol(text, nullptr, 10));
         if (value == 0) {
-            unsigned sum = 0; // running over is defined
+            unsigned sum = 0; // wrapping is defined
             for (const char* c = text; *c != '\0'; ++c) {
                 sum += static_cast<unsigned>(static_cast<signed char>(*c));
             }
@@ -192,7 +192,8 @@ int Server::receive(bool block) {
     while (!stopping_ && (block || hasMore()) && multiServer_->receiveCommunicator(client)) {
         if (receiveFrom(client)) {
             ++count;
-            // At once, because a blocking call ends only with the thread. Nobody else writes.
+            // Updated at once, because a blocking call returns only with the thread. No other
+            // thread writes.
             receivedEvents_.store(
                 receivedEvents_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
         }
@@ -200,7 +201,7 @@ int Server::receive(bool block) {
     return count;
 }
 
-/// Takes one event from a client and applies it; false, and the client is gone, if that cannot be.
+/// Applies one event of a client. Returns false if the client is lost.
 bool Server::receiveFrom(Corvid::Communicator* client) {
     try {
         if (takeEvent(client)) {
@@ -220,7 +221,7 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
     return false;
 }
 
-/// False if the client is lost.
+/// Returns false if the client is lost.
 bool Server::takeEvent(Corvid::Communicator* client) {
     Corvid::Event* received = nullptr;
     if (!Corvid::Event::receive(client, received) || received == nullptr) {

@@ -22,7 +22,7 @@ std::int16_t toSample(double value) {
     return static_cast<std::int16_t>(std::lrint(std::clamp(value * 32768.0, -32768.0, 32767.0)));
 }
 
-/// Why a path does not lead to a regular file, or an empty text. Opening a pipe would wait for its
+/// The reason why a path is not a regular file, or an empty text. Opening a pipe would wait for its
 /// writer.
 std::string pathFault(const std::string& path) {
     std::error_code error;
@@ -69,7 +69,7 @@ struct SoundFile::State {
         position += static_cast<std::uint64_t>(std::max<sf_count_t>(got, 0));
         return static_cast<std::size_t>(std::max<sf_count_t>(got, 0));
     }
-    /// Reads the next samples, at most that many, into a block of its own.
+    /// Reads at most `most` further samples into a buffer of this object.
     std::span<const float> readBlock(std::size_t most) {
         const std::size_t frames = std::max<std::size_t>(1, kBlockSamples / channels());
         block.resize(frames * channels());

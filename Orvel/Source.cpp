@@ -64,7 +64,7 @@ void Source::setData(
         sampleRate_ = sampleRate;
         bitsPerSample_ = bitsPerSample;
         channels_ = channels;
-        // A new block rather than assign(): exactly this size, and `data` may be our own bytes.
+        // A new block instead of assign(): exactly this size, and `data` may alias the old one.
         data_ = std::vector<unsigned char>(data, data + size);
     } else {
         sampleRate_ = 0;

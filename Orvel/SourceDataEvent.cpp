@@ -17,7 +17,7 @@ SourceDataEvent& SourceDataEvent::operator=(const SourceDataEvent& other) {
     if (this != &other) {
         EventOf::operator=(other);
         fileName = other.fileName;
-        data_ = std::vector<unsigned char>(other.data_); // a block of its size, the old one freed
+        data_ = std::vector<unsigned char>(other.data_); // frees the old block
     }
     return *this;
 }
@@ -52,7 +52,7 @@ bool SourceDataEvent::loadData() {
         file.seekg(0);
         file.read(reinterpret_cast<char*>(data_.data()), end);
         got = static_cast<unsigned long>(file.gcount());
-    } catch (const std::exception&) { // no memory for a file of that size
+    } catch (const std::exception&) { // not enough memory for the file
         got = 0;
     }
     if (got != size) {
@@ -76,7 +76,7 @@ bool SourceDataEvent::storeData(const std::string& targetName) const {
         file.write(
             reinterpret_cast<const char*>(data_.data()),
             static_cast<std::streamsize>(data_.size()));
-        file.close(); // a full disk may show only now
+        file.close(); // a full disk may be detected only on close
     }
     if (!file) {
         ORVEL_LOG(

@@ -1,6 +1,6 @@
-// The kinds that are registered when the library is loaded. They stand in one source file, because
-// only within one is the order fixed in which static objects are built: first the registry, then
-// the kinds and the types of events in this order.
+// The kinds that register when the library is loaded. They are in one source file because the
+// construction order of static objects is only defined within a file: first the registry, then the
+// kinds and the event types in this order.
 #include <Orvel/BackendFactory.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/ClientBackend.h>

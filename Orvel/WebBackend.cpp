@@ -18,12 +18,12 @@ namespace Orvel {
 
 namespace {
 
-/// Stands at the right of the index page's header.
+/// The notice at the right of the index page's header.
 constexpr const char* kNotice = "Orvel";
 
 bool setAddress(Corvid::Multicast& multicast, const std::string& text) {
     if (text.empty()) {
-        return true; // it stays as it is
+        return true; // unchanged
     }
     const Corvid::InetAddress address = Corvid::InetAddress::getByAddress(text);
     return address.isValid() && multicast.setAddress(address);
@@ -67,7 +67,7 @@ WebBackend::WebBackend(World& world, const char* params)
     server.addPage("/", Corvid::WebPageRedirection("/index.html"));
     server.addPage("/index.html", WebPageObject<WebBackend>(*this, &WebBackend::createIndexPage));
     server.addPage("/log.html", WebPageObject<WebServer>(server, &WebServer::createLogPage));
-    // With its final zero.
+    // Includes the terminating zero.
     server.addPage("/Style.css", WebPageStatic("text/css", {_stylePage, sizeof _stylePage}));
     server.addPage("/favicon.ico", WebPageStatic("image/x-icon", std::string(WebServer::icon())));
     server.setName("Orvel");
@@ -116,7 +116,7 @@ void WebBackend::createIndexPage(
     using Corvid::escapeHtml;
     reply.setHeader("Content-Type", "text/html");
     const Vessa::SysInfo& info = Vessa::SysInfo::the();
-    // The odd line end and cell tags are what programs that read this page have always met.
+    // Programs that read this page rely on the odd line end and cell tags.
     reply.setBody(
         "<HTML>\n  <HEAD>\n    <TITLE>Orvel Web Interface</TITLE>\n"
         "    <LINK REL=\"stylesheet\" TYPE=\"text/css\" HREF=\"/Style.css\">"

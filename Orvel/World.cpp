@@ -14,8 +14,7 @@ namespace Orvel {
 
 namespace {
 
-/// Calls one operation of every back end. The list is walked live: a back end that is appended
-/// meanwhile is told too.
+/// Calls one operation of every back end. Back ends that are appended meanwhile are called too.
 template <auto operation, class... Arguments>
 void tellAll(const std::list<Backend*>& backends, Arguments&... arguments) {
     for (Backend* backend : backends) {
@@ -26,7 +25,7 @@ void tellAll(const std::list<Backend*>& backends, Arguments&... arguments) {
 template <class Part>
 void deleteAllParts(const std::map<int, Part*>& parts) {
     while (!parts.empty()) {
-        delete parts.begin()->second; // leaves the map in its destructor
+        delete parts.begin()->second; // its destructor removes it from the map
     }
 }
 
@@ -159,7 +158,7 @@ void World::setListenerTransform(const Vec3f& position, const Quaternion& rotati
 }
 
 int World::nextId() {
-    // In unsigned arithmetic, so that running over is defined.
+    // Unsigned, so that wrapping is defined.
     lastId_ = static_cast<int>(static_cast<unsigned>(lastId_) + 1U);
     return lastId_;
 }
@@ -182,7 +181,7 @@ Emitter* World::createEmitter(const std::vector<std::string>& labels, int id) {
 }
 
 Emitter* World::getEmitter(int id) {
-    // Several changes of one emitter mostly come together, above all when a scene arrives.
+    // Changes of one emitter usually come together, above all in a replay.
     if (latest_ == nullptr || latest_->id() != id) {
         latest_ = find(emitters_, id);
     }
@@ -259,7 +258,7 @@ void World::initBackendState(Backend& backend) {
 
 void World::deleteAllBackends() {
     while (!backends_.empty()) {
-        delete backends_.front(); // leaves the list in its destructor
+        delete backends_.front(); // its destructor removes it from the list
     }
 }
 
@@ -270,7 +269,7 @@ void World::print() {
 }
 
 void World::enter(Emitter& emitter) {
-    // Ids mostly ascend, and then the end is a place that needs no search.
+    // Ids usually ascend, so the end is the right hint.
     emitters_.insert_or_assign(emitters_.end(), emitter.id(), &emitter);
     latest_ = &emitter;
 }

@@ -45,12 +45,12 @@ using Orvel::Vec3f;
 using Orvel::World;
 using Orvel::WorldPart;
 
-constexpr double kLongestWait = 3600.0; // so that no clock runs over
+constexpr double kLongestWait = 3600.0; // prevents overflow of the clock
 
 thread_local std::string lastError;
 thread_local std::string kindList;
 
-/// What is wrong with a call; becomes the last error.
+/// An invalid call; its text becomes the last error.
 class Refusal : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -64,8 +64,8 @@ void remember(const char* function, const char* reason) noexcept {
     }
 }
 
-/// Runs the body of a function of the interface: its result, or, with the error remembered,
-/// `failure` if it throws.
+/// Runs the body of an interface function. Returns its result, or `failure` with the error stored
+/// if it throws.
 template <class Result, class Body>
 Result guarded(const char* function, Result failure, Body body) noexcept {
     try {
@@ -80,7 +80,7 @@ Result guarded(const char* function, Result failure, Body body) noexcept {
     return failure;
 }
 
-/// The same for functions that only succeed or fail.
+/// The same for functions that return only success or failure.
 template <class Body>
 bool done(const char* function, Body body) noexcept {
     return guarded(function, false, [&] {
@@ -121,7 +121,7 @@ protected:
         }
         Source* source = getSource(command->objectId);
         if (source != nullptr && command->command == Orvel::CmdDestroySource) {
-            // As if it were a new one; its emitters keep their states, as elsewhere.
+            // Restores the initial state; its emitters keep their states, as elsewhere.
             while (!source->connectedEmitters().empty()) {
                 source->connectedEmitters().begin()->second->setSource(nullptr);
             }
@@ -323,7 +323,7 @@ const char* orvel_backend_kinds(void) {
 orvel_backend* orvel_world_add_backend(orvel_world* world, const char* kind, const char* params) {
     return guarded(__func__, static_cast<orvel_backend*>(nullptr), [&] {
         need(kind, "the kind");
-        const std::string known = kinds(", "); // also makes "loopback" known
+        const std::string known = kinds(", "); // also registers "loopback"
         Backend* backend = get(world).addBackend(kind, params);
         if (backend == nullptr) {
             throw Refusal(

@@ -20,7 +20,7 @@ HttpParser::HttpParser(std::size_t headerBytes, std::size_t bodyBytes)
 
 void HttpParser::start() {
     parser_.emplace();
-    // Beast counts the request line apart from the fields; read() sees to the sum of both.
+    // Beast limits the request line separately from the fields; read() limits their sum.
     parser_->header_limit(
         static_cast<std::uint32_t>(std::min<std::size_t>(headerBytes_, UINT32_MAX)));
     parser_->body_limit(bodyBytes_);
@@ -47,7 +47,7 @@ HttpParser::Outcome HttpParser::read() {
         buffer_.clear();
         return Outcome::Refused;
     }
-    if (headerSize_ == 0) { // empty lines before a request are to be ignored
+    if (headerSize_ == 0) { // empty lines before a request are ignored
         buffer_.erase(0, std::min(buffer_.find_first_not_of("\r\n"), buffer_.size()));
     }
     bool askedToContinue = false;
@@ -60,7 +60,7 @@ HttpParser::Outcome HttpParser::read() {
             if (const int status = checkHeader(); status != 0) {
                 return refuse(status);
             }
-            parser_->eager(true); // from here on, as much as there is
+            parser_->eager(true); // from here on, parse all available bytes
             askedToContinue =
                 boost::beast::iequals(parser_->get()[http::field::expect], "100-continue");
         }
@@ -68,7 +68,7 @@ HttpParser::Outcome HttpParser::read() {
     if (error == http::error::body_limit) {
         return refuse(413);
     }
-    // The line that begins a chunk is held to the same limit as a header.
+    // The first line of a chunk has the same limit as a header.
     const std::size_t size = buffer_.size() + (parser_->is_header_done() ? 0 : headerSize_);
     if (error == http::error::header_limit || (!parser_->is_done() && size > headerBytes_)) {
         return refuse(431);
@@ -76,7 +76,7 @@ HttpParser::Outcome HttpParser::read() {
     if (error && error != http::error::need_more) {
         return refuse(400);
     }
-    // Beast waits for a version even after the end of a first line that has none.
+    // Beast waits for a version even after the end of a first line without one.
     if (headerSize_ == 0 && !parser_->is_header_done()) {
         const std::size_t end = buffer_.find('\n');
         if (end != std::string::npos && buffer_.find(" HTTP/") > end) {
@@ -97,7 +97,7 @@ int HttpParser::checkHeader() const {
     if (hosts > 1 || (hosts == 0 && message.version() >= 11)) {
         return 400;
     }
-    // What cannot be decoded cannot be told from the next request either.
+    // A body with an unsupported encoding cannot be delimited from the next request.
     if (message.count(http::field::transfer_encoding) > 0 &&
         (message.version() < 11 || message.count(http::field::transfer_encoding) > 1 ||
          !boost::beast::iequals(message[http::field::transfer_encoding], "chunked"))) {

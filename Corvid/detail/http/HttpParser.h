@@ -19,25 +19,25 @@ public:
 
     enum class Outcome {
         Incomplete, ///< more bytes are needed
-        Continue,   ///< the same, and the client waits to be told so before it sends the body
-        Complete,   ///< request() can be taken; the bytes after it are kept
-        Refused     ///< status() says why; nothing after this can be read
+        Continue,   ///< the client waits for 100 Continue before it sends the body
+        Complete,   ///< takeRequest() is available; later bytes are kept
+        Refused     ///< status() is the reason; parsing cannot continue
     };
 
-    /// Keeps the bytes for read().
+    /// Buffers bytes for read().
     void append(std::string_view bytes) { buffer_ += bytes; }
     [[nodiscard]] Outcome read();
 
-    /// Whether a part of a request has come.
+    /// Whether part of a request has arrived.
     [[nodiscard]] bool hasBegun() const { return !buffer_.empty() || headerSize_ > 0; }
-    /// How many bytes wait to be read.
+    /// Number of unread bytes.
     [[nodiscard]] std::size_t buffered() const { return buffer_.size(); }
 
-    /// The request, once after each Complete.
+    /// The request; call it once after each Complete.
     [[nodiscard]] ProtocolHTTP::Request takeRequest();
     /// After Complete: whether the client may send another one.
     [[nodiscard]] bool keepsAlive() const { return keepsAlive_; }
-    /// After Complete: whether the client understands a body in chunks.
+    /// After Complete: whether the client supports chunked bodies.
     [[nodiscard]] bool knowsChunks() const { return knowsChunks_; }
     [[nodiscard]] int status() const { return status_; }
 
@@ -47,14 +47,14 @@ private:
     void start();
     Outcome refuse(int status);
     bool put(boost::system::error_code& error);
-    /// 0, or the status to refuse with.
+    /// 0, or the status of a refusal.
     [[nodiscard]] int checkHeader() const;
 
     std::size_t headerBytes_;
     std::size_t bodyBytes_;
     std::string buffer_;
     std::optional<Parser> parser_;
-    std::size_t headerSize_ = 0; // what was taken from the buffer for it
+    std::size_t headerSize_ = 0; // bytes taken from the buffer
     bool keepsAlive_ = false;
     bool knowsChunks_ = false;
     int status_ = 0;

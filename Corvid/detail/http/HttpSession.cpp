@@ -14,13 +14,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kMostBuffered = 64U << 10U; // of requests that wait for their turn
+constexpr std::size_t kMostBuffered = 64U << 10U; // of queued requests
 constexpr std::size_t kFewWaiting = 64U << 10U;   // below it, a producer is asked for more
 constexpr std::size_t kSmall = 16U << 10U;        // below it, copying beats another buffer
 constexpr auto kLinger = 2s;
 
-/// Sent unless a page sets its own. Nothing is loaded from elsewhere, nothing frames a page, no
-/// copy is kept.
+/// Default headers, which a page may override: nothing is loaded from elsewhere, no page may be
+/// framed, no copy is kept.
 constexpr std::array<std::pair<const char*, const char*>, 6> kDefaultHeaders{{
     {"Cache-Control", "no-store"},
     {"Content-Security-Policy", "default-src 'none'; style-src 'self'; img-src 'self'; "
@@ -30,7 +30,7 @@ constexpr std::array<std::pair<const char*, const char*>, 6> kDefaultHeaders{{
     {"X-Content-Type-Options", "nosniff"},
     {"X-Frame-Options", "DENY"},
 }};
-/// Set here alone.
+/// Headers that a page cannot set.
 constexpr std::array kOwnHeaders{"Connection", "Content-Length", "Date", "Transfer-Encoding"};
 
 bool isOwnHeader(const std::string& name) {
@@ -117,7 +117,7 @@ void HttpSession::send(ProtocolHTTP::Reply& reply, bool withBody, Clock::time_po
     producer_ = reply.takeProducer();
     std::string body = reply.takeBody();
     chunked_ = producer_ && parser_.knowsChunks();
-    keepsAlive_ = keepsAlive_ && (!producer_ || chunked_); // else its end is the connection's
+    keepsAlive_ = keepsAlive_ && (!producer_ || chunked_); // else closing ends the body
 
     std::string head = "HTTP/1.1 " + std::to_string(reply.status()) + ' ' +
                        std::string(ProtocolHTTP::reason(reply.status())) +
@@ -173,7 +173,7 @@ void HttpSession::produce() {
     } catch (...) {
         fault = "it threw something unknown";
     }
-    if (!fault.empty()) { // the client sees that the rest is missing
+    if (!fault.empty()) { // the client notices the truncated body
         producer_ = nullptr;
         site_.tell("a page was cut off while it was made: " + fault);
         drop();

@@ -11,8 +11,8 @@
 
 namespace Corvid::detail {
 
-/// The protocol on one connection, apart from its socket: bytes that arrive go in, bytes to send
-/// come out. One request is answered and sent before the next is read. Confined.
+/// The protocol of one connection, without its socket: received bytes go in, bytes to send come
+/// out. One request is answered and sent before the next is read. Confined.
 class HttpSession {
 public:
     using Clock = std::chrono::steady_clock;
@@ -22,8 +22,8 @@ public:
     enum class State {
         Reading,   ///< waits for a request
         Replying,  ///< an answer is being made or sent
-        Lingering, ///< all is sent and the end is told; what comes is thrown away, so that the
-                   ///< client is not cut off while it reads
+        Lingering, ///< all is sent and the output closed; input is discarded, so that the
+                   ///< client can finish reading
         Closed
     };
     [[nodiscard]] State state() const { return state_; }
@@ -33,22 +33,22 @@ public:
 
     [[nodiscard]] bool wantsInput() const;
     void receive(std::string_view bytes, Clock::time_point now);
-    /// The client will send no more; it still gets the answers to what it sent.
+    /// The client will send no more; it still gets the answers to its requests.
     void endInput();
 
-    /// Whether there is something to do without further input.
+    /// Whether there is work without further input.
     [[nodiscard]] bool wantsTurn() const;
-    /// Answers one request, or makes one more piece of an answer.
+    /// Answers one request, or makes the next piece of an answer.
     void turn(Clock::time_point now);
 
-    /// What is to be sent, in order; tell sent() what was.
+    /// The data to send, in order; report progress with sent().
     [[nodiscard]] const std::deque<std::string>& output() const { return output_; }
     [[nodiscard]] std::size_t outputOffset() const { return outputOffset_; } ///< in the first
     [[nodiscard]] std::size_t outputBytes() const { return outputBytes_; }
     void sent(std::size_t bytes, Clock::time_point now);
 
     [[nodiscard]] Clock::time_point deadline() const { return deadline_; }
-    /// To be called when the deadline has passed.
+    /// Call it when the deadline has passed.
     void expire(Clock::time_point now);
 
 private:
@@ -62,8 +62,8 @@ private:
     WebClient client_;
     HttpParser parser_;
     State state_ = State::Reading;
-    bool hasNews_ = false;   // bytes that the parser has not looked at
-    bool hasBegun_ = false;  // a byte of this request has come
+    bool hasNews_ = false;   // bytes that the parser has not seen
+    bool hasBegun_ = false;  // part of this request has arrived
     bool keepsAlive_ = true; // after this reply
     bool chunked_ = false;
     bool inputEnded_ = false;

@@ -20,9 +20,9 @@ namespace Corvid::detail {
 namespace {
 
 constexpr std::size_t kMostLogged = 10'000;
-constexpr std::size_t kMostShown = 256; // of a text that a client chose
+constexpr std::size_t kMostShown = 256; // of a text from a client
 
-/// Of the pages that the server makes; a host's own /Style.css may override it.
+/// The style of the server's own pages; a host's /Style.css may override it.
 constexpr const char* kFrameStyle =
     "body { margin: 0; font-family: sans-serif; color: black; background-color: white }\n"
     "header, footer { display: flex; flex-wrap: wrap; justify-content: space-between;\n"
@@ -36,7 +36,7 @@ constexpr const char* kFrameStyle =
     "  body { color: #e5eaf0; background-color: #10151c }\n"
     "}\n";
 
-/// A text that a client chose, shortened and escaped.
+/// A text from a client, shortened and escaped.
 std::string shown(const std::string& text) {
     return escapeHtml(text.substr(0, kMostShown)) + (text.size() > kMostShown ? "..." : "");
 }
@@ -70,7 +70,7 @@ std::string explanation(int status, const WebServer::Limits& limits) {
 } // namespace
 
 std::string httpDate(std::chrono::system_clock::time_point time) {
-    // Not strftime: the names are English in every locale.
+    // Not strftime, because the names are English in every locale.
     constexpr std::array kDays{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
     constexpr std::array kMonths{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -224,7 +224,7 @@ void WebSite::note(const WebClient& client, const std::string& what, int status)
     if (log_.size() == logSize_) {
         log_.pop_back();
     }
-    // One more than is shown, so that it shows that there was more.
+    // One character more than is shown, so that truncation is detected.
     log_.push_front(
         {std::chrono::system_clock::now(), client.text(), what.substr(0, kMostShown + 1), status});
 }

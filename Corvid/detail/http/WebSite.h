@@ -13,8 +13,8 @@
 
 namespace Corvid::detail {
 
-/// What a web server serves, apart from connections: the pages, the answers where there is none,
-/// and the log. Confined.
+/// The contents of a web server, without connections: the pages, the error answers and the log.
+/// Confined.
 class WebSite {
 public:
     WebSite();

@@ -23,8 +23,8 @@ std::string errorText(int code) {
     return std::generic_category().message(code);
 }
 
-/// A download under way, shared with libcurl's callbacks, none of which may throw. The file
-/// vanishes with this object unless it is taken out.
+/// A download in progress, shared with libcurl's callbacks, none of which may throw. The file is
+/// removed with this object unless it is moved out.
 struct Transfer {
     URLImpl::FetchLimits limits;
     std::unique_ptr<URLImpl::File> file;
@@ -41,7 +41,7 @@ struct Transfer {
 
     void close() {
         if (stream != nullptr && std::fclose(stream) != 0 && writeError == 0) {
-            writeError = errno; // the last bytes are written only now
+            writeError = errno; // the last bytes are written here
         }
         stream = nullptr;
     }
@@ -68,15 +68,15 @@ std::size_t takeHeader(char* /*data*/, std::size_t one, std::size_t count, void*
     return one * count;
 }
 
-/// Called about once per second also while nothing arrives. libcurl's own limit looks at the speed
-/// of the last seconds and would notice a stall that much later.
+/// Called about once per second even while nothing arrives. libcurl's own limit uses the average
+/// speed of the last seconds, and would notice a stall that much later.
 int checkStall(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
     const auto& transfer = *static_cast<const Transfer*>(user);
     const auto pause = Clock::now() - transfer.lastByte;
     return pause > std::chrono::seconds(transfer.limits.stallSeconds) ? 1 : 0;
 }
 
-/// Zero, which stands for no limit, and what is beyond libcurl's range become its greatest values.
+/// Zero, which means no limit, and values beyond libcurl's range become its maximum.
 URLImpl::FetchLimits effective(URLImpl::FetchLimits limits) {
     const auto clamp = [](auto& value, auto greatest) {
         value = value == 0 || value > greatest ? greatest : value;
@@ -88,8 +88,8 @@ URLImpl::FetchLimits effective(URLImpl::FetchLimits limits) {
     return limits;
 }
 
-/// The extension of the path's last name with its dot, or nothing: decoders go by it. What a
-/// stranger's URL puts there becomes part of a file name, so it must be plain and short.
+/// The extension of the path's last name with its dot, or an empty text, since decoders depend on
+/// it. The URL is untrusted and this becomes part of a file name, so it must be plain and short.
 std::string extension(const std::string& url) {
     constexpr std::size_t kMaxLength = 16;
     const std::string path = url.substr(0, url.find_first_of("?#"));
@@ -124,7 +124,7 @@ void openTemporary(Transfer& transfer, const std::string& suffix) {
     }
 }
 
-/// Why a finished transfer was none, or an empty text.
+/// The reason why a finished transfer failed, or an empty text.
 std::string whyFailed(CURL* curl, CURLcode code, const char* details, const Transfer& transfer) {
     if (transfer.tooLarge || code == CURLE_FILESIZE_EXCEEDED) {
         return "it is larger than the limit of " + std::to_string(transfer.limits.maxBytes) +
@@ -142,7 +142,7 @@ std::string whyFailed(CURL* curl, CURLcode code, const char* details, const Tran
     }
     long status = 0;
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-    if (status < 200 || status > 299) { // such as a redirect that does not say where to
+    if (status < 200 || status > 299) { // such as a redirect without a target
         return "the server answered with status " + std::to_string(status);
     }
     return {};
@@ -153,7 +153,7 @@ struct CurlCleanup {
 };
 
 std::unique_ptr<URLImpl::File> download(const std::string& url) {
-    // Once per process, before libcurl's first use; the language makes other threads wait for it.
+    // Once per process, before libcurl's first use; static initialisation is thread-safe.
     static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
     const std::unique_ptr<CURL, CurlCleanup> curl(ready == CURLE_OK ? curl_easy_init() : nullptr);
     if (!curl) {

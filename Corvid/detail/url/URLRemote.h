@@ -8,15 +8,15 @@
 
 namespace Corvid::detail {
 
-/// A resource that is no file of this machine. http and https can be fetched; other schemes are
-/// only known by their text. Immutable.
+/// A resource that is not a local file. http and https can be fetched; other schemes only have a
+/// text. Immutable.
 class URLRemote : public URLImpl {
 public:
-    /// `text`: an absolute URL in its normal form.
+    /// `text`: an absolute, normalised URL.
     explicit URLRemote(std::string text) : URLImpl(std::move(text)) {}
 
-    /// Downloads into the folder for temporary files, within fetchLimits(). Proxies are those of
-    /// the environment ("http_proxy" and its kin).
+    /// Downloads to the folder for temporary files, within fetchLimits(). Uses the proxies of the
+    /// environment ("http_proxy" etc.).
     [[nodiscard]] std::unique_ptr<File> fetch() const override;
 };
 

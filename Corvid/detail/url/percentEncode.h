@@ -5,8 +5,8 @@
 
 namespace Corvid::detail {
 
-/// A path as it stands in a URL: every byte but slashes and the unreserved characters of RFC 3986
-/// becomes "%XX". The result is plain ASCII, and a shell leaves it alone.
+/// Encodes a path for a URL: every byte except slashes and the unreserved characters of RFC 3986
+/// becomes "%XX". The result is plain ASCII and safe in a shell.
 inline std::string percentEncode(std::string_view path) {
     constexpr std::string_view kKept = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
                                        "0123456789-._~/";

@@ -9,11 +9,11 @@ namespace Orvel::detail {
 namespace {
 
 struct Kind {
-    const char* text; // what its lines begin with
+    const char* text; // start of its lines
     Corvid::detail::LineLimit limit{kMaxPeerLines};
 };
 
-/// In the order of PeerLine. Never destroyed: lines may come until the process ends.
+/// In the order of PeerLine. Never destroyed, because lines may come until the process ends.
 std::array<Kind, 6>& kinds() {
     static auto& all = *new std::array<Kind, 6>{
         {{"Got invalid Event"},
