@@ -10,7 +10,7 @@ namespace Config {
 TEST(ParamLine, ReadsNamedValues) {
     const struct {
         const char* text;
-        std::vector<std::pair<const char*, const char*>> params; // a null value: there is none
+        std::vector<std::pair<const char*, const char*>> params; // a null value: missing
     } rows[] = {
         {nullptr, {{"a", nullptr}}},
         {"\n a=1\tb=\r\n", {{"a", "1"}, {"A", nullptr}, {"b", ""}}},
@@ -56,7 +56,7 @@ TEST(ParamLine, NamesTheColumnOfAFault) {
             EXPECT_EQ(fault.what(), message);
             EXPECT_EQ(message.find("column " + std::to_string(fault.column()) + ':'), 0U);
         }
-        // What stands before the fault is kept; the faulty parameter is not there by halves.
+        // Parameters before the error are kept; the invalid one is not stored in part.
         EXPECT_STREQ(line.getParam("good", nullptr), text[0] == 'g' ? "1" : nullptr);
         EXPECT_EQ(line.getParam("a", nullptr), nullptr) << text;
     }

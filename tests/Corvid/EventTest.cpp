@@ -1,4 +1,4 @@
-// What events look like on the wire, and what the decoder makes of everything else.
+// The wire format of events, and the decoder's treatment of everything else.
 #include <Corvid/Event.h>
 #include <Corvid/EventType.h>
 #include <Corvid/Sender.h>
@@ -13,7 +13,7 @@ namespace {
 
 using Bytes = std::vector<std::byte>;
 
-/// One field of each kind; it reads a block of as many bytes as `big` says.
+/// One field of each kind, with a block of `big` bytes.
 class EveryField : public Event {
 public:
     std::tuple<std::string, float, unsigned int, unsigned long, short, bool> fields;
@@ -45,7 +45,7 @@ Bytes encoded(Event& event) {
     return frame;
 }
 
-/// Counts the frames that it is sent.
+/// Counts the frames sent to it.
 class Line : public Sender {
 public:
     bool sendFrame(const std::byte* /*frame*/, std::size_t /*size*/) override { return ++sent > 0; }
@@ -84,7 +84,7 @@ TEST(Event, LeavesANumberToTheFirstTypeThatHasIt) {
 TEST(Event, RefusesEveryDamagedFrameWithItsReason) {
     // The size of the frame, the place and the value of the byte that is set.
     const std::tuple<std::size_t, std::size_t, int, const char*> rows[] = {
-        {kEmptyBytes, 0, 42, ""}, // that the length says already
+        {kEmptyBytes, 0, 42, ""}, // contradicts the length
         {7, 0, 3, "a frame of 7 bytes"},
         {46, 0, 41, "a frame whose length field does not fit it"},
         {47, 0, 43, "EveryField with 1 bytes too many"},
@@ -104,7 +104,7 @@ TEST(Event, RefusesEveryDamagedFrameWithItsReason) {
         EXPECT_EQ(fault, reason);
         EXPECT_EQ(decoded == nullptr, !fault.empty());
     }
-    event.big = ~0UL; // no string is that long
+    event.big = ~0UL; // no string can be that long
     EXPECT_EQ(Event::decode(encoded(event), &fault), nullptr);
     EXPECT_EQ(fault.find("EveryField: "), 0U) << fault;
 }
@@ -117,7 +117,7 @@ TEST(Event, IsNotSentWhenItIsLargerThanAFrame) {
     } rows[] = {{kMost - kEmptyBytes, 0}, {kMost, 0}, {0, kMost}, {kMost / 2, kMost / 2}};
     Line line;
     for (const auto& row : rows) {
-        const bool fits = &row == rows; // only the first does
+        const bool fits = &row == rows; // only the first one does
         EveryField event;
         event.text.resize(row.text);
         event.block.resize(row.block);

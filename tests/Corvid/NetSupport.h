@@ -17,7 +17,7 @@
 #include <unistd.h>
 #include <vector>
 
-/// Sends a frame that carries a number; `size` in all.
+/// Sends a frame with a number; `size` is its total size.
 inline bool sendNumber(Corvid::Sender& sender, std::uint32_t number, std::uint32_t size = 12) {
     std::vector<std::byte> frame(size);
     const std::uint32_t length = size - 4;
@@ -26,7 +26,7 @@ inline bool sendNumber(Corvid::Sender& sender, std::uint32_t number, std::uint32
     return sender.sendFrame(frame.data(), frame.size());
 }
 
-/// A multi-client or multi-server that notes what happens to it. Polled from the test's thread.
+/// A multi-client or multi-server that records its events. Polled by the test's thread.
 template <class Base>
 class Noting : public Base {
 public:
@@ -78,13 +78,13 @@ public:
 using Client = Noting<Corvid::MultiClient>;
 using Server = Noting<Corvid::MultiServer>;
 
-/// Polls all until the condition holds; false after a deadline that only a fault reaches.
+/// Polls all until the condition holds. Returns false after a deadline.
 template <class... Peers>
 bool until(const std::function<bool()>& condition, Peers&... peers) {
     return Orvel::Test::until(condition, [&] { (peers.poll(), ...); });
 }
 
-/// A greeting as a client of that version and instance sends it.
+/// The greeting of a client with this version and instance.
 inline std::string greeting(char version = 2, char instance = 'i') {
     return std::string("ORVELNET") + version + std::string(3, '\0') + std::string(8, instance) +
            std::string("\x05\x00", 2);

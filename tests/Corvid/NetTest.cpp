@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
-constexpr double kNever = 3600.0; // the search interval of tests in which no later search may help
+constexpr double kNever = 3600.0; // a search interval that excludes later searches
 
 std::vector<std::uint32_t> upTo(std::uint32_t count) {
     std::vector<std::uint32_t> numbers(count);
@@ -74,7 +74,7 @@ TEST_F(Net, ConnectsOnceHoweverOftenAServerIsSeen) {
         {Corvid::InetAddress::getByAddress("127.0.0.1"),
          Corvid::InetAddress::getByAddress("127.0.0.2")});
     ASSERT_TRUE(until([&] { return client->connections() == 1; }, *server, *client));
-    // The other ways in have been tried when the server has turned away three sockets.
+    // After three refusals the server's other addresses have been tried.
     ASSERT_TRUE(until([&] { return server->counters().refused >= 2; }, *server, *client));
     EXPECT_EQ(client->counters().connected, 1U);
     EXPECT_EQ(server->counters().connected, 1U);
@@ -188,11 +188,11 @@ TEST_F(Net, IgnoresDatagramsThatItHasNotAskedFor) {
     const sockaddr_in everybody = loopback(port_, group);
     const std::pair<std::string, const sockaddr_in&> rows[] = {
         {"ORVELFND", everybody},           {std::string(36, 'x'), everybody},
-        {datagram(4, nonce), asker},    // no such kind
+        {datagram(4, nonce), asker},    // unknown kind
         {datagram(2, nonce, 0), asker}, // port 0
         {datagram(2, nonce) + 'x', asker}, {datagram(2, "none"), asker},
-        {datagram(2, nonce), everybody}, // an answer is for one
-        {datagram(3, nonce), asker},     // an announcement is for all
+        {datagram(2, nonce), everybody}, // an answer must be unicast
+        {datagram(3, nonce), asker},     // an announcement must be multicast
         {datagram(1, nonce), asker},       {std::string(60000, 'O'), everybody}};
     for (const auto& [bytes, to] : rows) {
         sendTo(descriptor, bytes, to);
@@ -205,7 +205,7 @@ TEST_F(Net, IgnoresDatagramsThatItHasNotAskedFor) {
 
     const auto server = newServer();
     ASSERT_TRUE(until([&] { return client->connections() == 1; }, *server, *client));
-    // From another network, that of an interface which is not searched: this needs one.
+    // A datagram from another network needs an interface that is not searched.
     sockaddr_in own = loopback(9, 0xC0000201);
     length = sizeof own;
     const int router = ::socket(AF_INET, SOCK_DGRAM, 0);
@@ -301,7 +301,7 @@ TEST_F(Net, SendsReplayFirstThenEverythingInOrder) {
 TEST_F(Net, KeepsOrderBetweenFramesForOneAndForAll) {
     connect();
     for (std::uint32_t number = 0; number < 6; ++number) {
-        // Large enough to be cut by the chunks, the pieces of a call and the socket's buffer.
+        // Large enough to span chunks, the pieces of a call and the socket's buffer.
         const std::uint32_t size = 12 + number * 1'500'000;
         EXPECT_TRUE(
             number % 2 == 0 ? sendNumber(*client_, number, size)
@@ -342,7 +342,7 @@ TEST_P(HostilePeer, DoesNotDisturbAGoodOne) {
     for (std::size_t at = 0; at <= hostile.bytes.size(); at += step) {
         for (std::uint16_t peer = 0; RawSocket & socket : sockets) {
             std::string bytes = hostile.bytes.substr(at, step);
-            if (++peer > 1 && !bytes.empty()) { // each is a peer of its own
+            if (++peer > 1 && !bytes.empty()) { // each is a different peer
                 std::memcpy(&bytes[12], &peer, sizeof peer);
             }
             socket.send(bytes);
@@ -480,17 +480,17 @@ TEST_F(Net, ClosesPromptlyWhateverPeersDo) {
     }
     const auto start = Clock::now();
     server_->close();
-    EXPECT_LT(Clock::now() - start, 2s); // 0.5 s, and what a busy machine adds
+    EXPECT_LT(Clock::now() - start, 2s); // 0.5 s, with a margin for a busy machine
     EXPECT_FALSE(sendNumber(*server_, 0));
 }
 
 TEST_F(Net, LetsWhatIsQueuedLeaveAtClosing) {
     connect();
-    for (std::uint32_t i = 0; i < 200; ++i) { // more than the system takes at once
+    for (std::uint32_t i = 0; i < 200; ++i) { // more than the system accepts at once
         sendNumber(*client_, i, 100'000);
     }
     server_->onFrame = [](auto...) { std::this_thread::sleep_for(3ms); };
-    sendNumber(*server_, 1); // unread input must not cut off what is sent
+    sendNumber(*server_, 1); // unread input must not prevent delivery
     server_->poll();
     std::thread closing([&] { client_->close(); });
     EXPECT_TRUE(until([&] { return server_->lost == 1; }, *server_));
@@ -498,11 +498,11 @@ TEST_F(Net, LetsWhatIsQueuedLeaveAtClosing) {
     EXPECT_EQ(server_->numbers.size(), 200U);
 }
 
-/// A client whose own thread works the loop while the test's delivers.
+/// A client whose own thread runs the loop while the test's thread delivers.
 class DeferredNet : public Net {
 protected:
     DeferredNet() {
-        client.setDiagnostic({}); // it would come on either thread
+        client.setDiagnostic({}); // it would be called on either thread
         client.multicast().setPort(port_);
         client.setDeferred(true);
         client.onAdd = [](Communicator* communicator) { return sendNumber(*communicator, 0); };
@@ -524,10 +524,10 @@ protected:
     Client client;
 
 private:
-    std::jthread loop_; // joined at its end
+    std::jthread loop_; // joined by its destructor
 };
 
-/// What is added to a new connection is all that is sent, so nothing else wakes the loop for it.
+/// Only the frames of the new connection are sent, so nothing else wakes the loop for it.
 TEST_F(DeferredNet, SendsEachReplayAtOnce) {
     open(kNever);
     for (int i = 0; i < 200; ++i) {

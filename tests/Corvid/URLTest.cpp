@@ -23,7 +23,7 @@ using Corvid::URLImpl;
 using Orvel::Test::Answer;
 using Orvel::Test::HttpServer;
 
-/// What is fetched from a server, and the extension of its file or the reason of a failure.
+/// A download from a server, and the extension of its file or the reason of a failure.
 struct Download {
     std::string path;
     Answer answer;
@@ -32,7 +32,7 @@ struct Download {
 
 constexpr int kEndless = 64 << 20; // bytes
 
-/// What the exception says that ends parsing and fetching, or "nothing thrown".
+/// The text of the exception of parsing and fetching, or "nothing thrown".
 std::string failure(const std::string& text) {
     try {
         const auto file = URL(text).fetch();
@@ -52,7 +52,7 @@ std::string read(const std::string& name) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// A folder of its own that is both the current directory and the one for temporary files.
+/// Sets up a folder as both the current directory and the one for temporary files.
 class URLTest : public testing::Test {
 protected:
     URLTest() {
@@ -204,8 +204,8 @@ TEST_F(URLTest, ReportsAFullDiskAndAMissingTemporaryFolder) {
     HttpServer server(std::vector<Download>{
         {"/long.wav", {kOk + "\r\n" + std::string(100000, 'x')}, {}},
         {"/short.wav", {kOk + "\r\n" + std::string(100, 'x')}, {}}});
-    // A limit on the size of files fails the same calls as a full disk does; 100 bytes fit into
-    // the stream's buffer, so that only closing the file fails.
+    // A limit on the file size makes the same calls fail as a full disk; 100 bytes fit into the
+    // stream's buffer, so only closing the file fails.
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit before = {};
     ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);

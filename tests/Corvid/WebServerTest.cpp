@@ -25,7 +25,7 @@ namespace {
 
 const std::string kEnd = " HTTP/1.1\r\nHost: localhost\r\n\r\n";
 
-/// A page that a test writes down where it needs it.
+/// A page defined by a function.
 class Page : public Corvid::WebPage {
 public:
     using Create = std::function<bool(const ProtocolHTTP::Request&, ProtocolHTTP::Reply&)>;
@@ -103,7 +103,7 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
     const auto post = [](const std::string& headers, const std::string& text) {
         return "POST /echo HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n\r\n" + text;
     };
-    // The request, and of its answer the status, a header and a part of the body.
+    // The request, and the status, a header and part of the body of its answer.
     const std::tuple<std::string, int, std::string, std::string> rows[] = {
         {"GET /echo?x=%41+b&y&=&x=2%26" + kEnd, 200, "Connection: keep-alive",
          "GET /echo[x=A b][y=][=][x=2&]"},
@@ -130,7 +130,7 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
         {"GET /echo HTTP/1.1\r\nHost: localhost\r\nA: " + longLine + "\r\n\r\n", 431, "", ""},
         {"GET /" + longLine.substr(0, 9000) +
              " HTTP/1.1\r\nHost: localhost\r\nA: " + longLine.substr(0, 9000) + "\r\n\r\n",
-         431, "", ""}, // neither alone is too much
+         431, "", ""}, // together they exceed the limit
         {post("Transfer-Encoding: chunked", "1;" + longLine), 431, "", ""},
     };
     const std::string host = "Host: localhost\r\n";
@@ -139,7 +139,7 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
           "GET /\r\n"s, "GET /echo HTTP/1.1\r\n" + host + host + "\r\n",
           "GET /echo HTTP/2.0\r\n" + host + "\r\n", "GET /echo HTTP/1.1\nHost: localhost\n\n"s,
           "GET /echo HTTP/1.1\r\nHost : localhost\r\n\r\n"s,
-          "\x16\x03\x01\x02"s, // how an encrypted connection begins
+          "\x16\x03\x01\x02"s, // the start of a TLS handshake
           post("Content-Length: 3\r\nTransfer-Encoding: chunked", "0\r\n\r\n"),
           post("Content-Length: 3\r\nContent-Length: 4", "abc"), post("Content-Length: -1", ""),
           post("Transfer-Encoding: gzip", "abc"), post("Transfer-Encoding: chunked", "q\r\n")}) {
@@ -181,7 +181,7 @@ TEST_F(WebServer, IsReadThroughNoNameThatItDoesNotHave) {
         for (const std::string& host : hosts) {
             RawHttp peer = client();
             EXPECT_EQ(peer.get("/static", host).status, status) << host;
-            // Where the target has one, the header does not count.
+            // If the target names a host, the header is ignored.
             EXPECT_EQ(peer.ask("GET http://" + host + "/static" + kEnd).status, status) << host;
         }
     }
@@ -244,7 +244,7 @@ TEST_F(WebServer, EndsWhatReachesALimit) {
 }
 
 TEST_F(WebServer, GivesANewClientThePlaceOfTheOneThatWaitedLongest) {
-    server.setLimits({.patience = 1h, .connections = 3}); // nobody goes for being slow
+    server.setLimits({.patience = 1h, .connections = 3}); // no connection times out
     RawHttp oldest = client();
     ASSERT_TRUE(updateUntil([&] { return server.counters().connections == 1; }));
     RawHttp busy = client();
@@ -349,7 +349,7 @@ TEST_F(WebServer, OutlivesPagesThatFail) {
 }
 
 TEST_F(WebServer, ListensWhereItIsToldTo) {
-    constexpr std::uint32_t kOther = 0x7F000101; // 127.0.1.1, by Debian's custom this host's name
+    constexpr std::uint32_t kOther = 0x7F000101; // 127.0.1.1, this host's name on Debian
     const auto answer = [](PolledWebServer& from, std::uint32_t host) {
         RawHttp peer(
             from.port(), [&from] { from.update(); }, host);

@@ -1,7 +1,7 @@
-// What every kind of back end must stand, whatever it does. A kind that is registered later is
-// tested here without further ado.
+// Requirements on every kind of back end. Kinds that are registered later are tested here
+// automatically.
 #include "support/Capture.h"
-#include "support/Loopback.h" // for back ends that look for others
+#include "support/Loopback.h" // for back ends that search for servers
 #include "support/RecordingBackend.h"
 
 #include <Corvid/URLImpl.h>
@@ -41,7 +41,7 @@ void furnish(World& world) {
         world.createEmitter(state == 1 ? Calls{} : Calls{"front"})->setSource(&source);
         source.setState(static_cast<WorldPart::State>(state));
     }
-    world.createEmitter()->setState(WorldPart::PLAY); // connected to none
+    world.createEmitter()->setState(WorldPart::PLAY); // without a source
 }
 
 std::vector<std::string> kinds() {
@@ -58,7 +58,7 @@ protected:
         EXPECT_TRUE(audible == nullptr || audible->working()) << "an inert one proves nothing";
         return *backend;
     }
-    /// That the back end is still at work: in the world's list and of its kind.
+    /// Expects that the back end is still in the world's list and of its kind.
     void expectAlive(Backend& backend) {
         const auto& all = backend.world().backends();
         EXPECT_EQ(std::count(all.begin(), all.end(), &backend), 1);
@@ -75,7 +75,7 @@ private:
 
 TEST_P(BackendContract, NeverChangesTheSceneAndSurvivesAnyOrder) {
     TidyWorld world;
-    TidyWorld elsewhere; // the back end was never told of its parts, whose ids it knows
+    TidyWorld elsewhere; // its parts have the same ids, but were never announced to the back end
     furnish(world);
     furnish(elsewhere);
     delete &add(world, "labels=\"front, back\"");
@@ -101,7 +101,7 @@ TEST_P(BackendContract, NeverChangesTheSceneAndSurvivesAnyOrder) {
     world.reset();
     furnish(world);
     expectAlive(backend);
-    backend.resetBackend(); // what it holds of elsewhere's parts goes before they do
+    backend.resetBackend(); // releases the parts of `elsewhere` before they are destroyed
 }
 
 TEST_P(BackendContract, SurvivesValuesOfAnySize) {
@@ -126,7 +126,7 @@ TEST_P(BackendContract, SurvivesValuesOfAnySize) {
         }
     }
     const unsigned numbers[] = {0, 1, 2, 8, 16, 44100, UINT_MAX};
-    for (unsigned i = 0; i < 7 * 7 * 7; ++i) { // with sizes that are no whole number of frames
+    for (unsigned i = 0; i < 7 * 7 * 7; ++i) { // includes sizes that are not whole frames
         source.setData(numbers[i / 49], numbers[i / 7 % 7], numbers[i % 7], kSamples, 1 + i % 5);
     }
     source.setDataFromURL("/dev/null");

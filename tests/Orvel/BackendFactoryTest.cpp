@@ -15,7 +15,7 @@ Backend* makeNothing(World& /*world*/, const char* /*params*/) {
     return nullptr;
 }
 
-// As an application registers a kind of its own, before main().
+// An application's own kind, registered before main().
 const BackendType earlyType("an early kind", makeNothing);
 
 } // namespace

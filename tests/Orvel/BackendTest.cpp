@@ -44,7 +44,7 @@ TEST(Backend, IsBuiltEvenWithMalformedParameters) {
     EXPECT_EQ(world.backends().back(), backend);
 }
 
-// Copying is a mistake that is reported; the copies must do no harm.
+// Copying is reported as misuse; copies must do no harm.
 TEST(Copies, LeaveTheOriginalsAlone) {
     TidyWorld world;
     const auto* player = new PlayBackend(world, "labels=front command=player");

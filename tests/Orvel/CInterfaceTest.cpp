@@ -1,5 +1,5 @@
-// The interface in C: nothing that a caller does wrong leaves it but as a false, null or -1 with a
-// text, and what it hands out is what the C++ interface has.
+// The C interface: misuse results in false, null or -1 with an error text, and results equal those
+// of the C++ interface.
 #include "support/Capture.h"
 #include "support/Loopback.h"
 
@@ -24,7 +24,7 @@ namespace {
 struct ThrowingBackend : SilentBackend {
     using SilentBackend::SilentBackend;
     void createEmitter(Emitter& /*emitter*/) override { throw std::runtime_error("no more room"); }
-    void createSource(Source& /*source*/) override { throw 7; } // NOLINT: nothing that has a text
+    void createSource(Source& /*source*/) override { throw 7; } // NOLINT: no text
 };
 
 template <class Result>
@@ -71,7 +71,7 @@ TEST(CInterface, TurnsEveryMisuseIntoAnError) {
     ORVEL_REFUSES(orvel_server_set_interfaces, "\"127.0.0\"", server, "lo, 127.0.0");
     ORVEL_REFUSES(orvel_server_poll, "seconds", server, std::numeric_limits<double>::quiet_NaN());
     ORVEL_REFUSES(orvel_log_set_level, "no level 6", 6);
-    std::thread([] { EXPECT_STREQ(orvel_last_error(), ""); }).join(); // each thread has its own
+    std::thread([] { EXPECT_STREQ(orvel_last_error(), ""); }).join(); // one per thread
     EXPECT_EQ(orvel_source_find(world, 99), nullptr);
     EXPECT_TRUE(orvel_world_destroy(nullptr) && orvel_server_destroy(nullptr));
     EXPECT_TRUE(orvel_world_destroy(world) && orvel_world_destroy(other));
@@ -146,7 +146,7 @@ TEST(CInterface, AServersSourcesSurviveTheirClientsButNotAReset) {
     ASSERT_TRUE(until([&] { return state() == ORVEL_STOP; }, step));
     EXPECT_EQ(orvel_source_find(heard, 1), kept);
     EXPECT_EQ(resets, 1);
-    orvel_world_destroy(scene); // which resets its servers
+    orvel_world_destroy(scene); // resets its servers
     EXPECT_TRUE(until(
         [&] { return resets == 2 && orvel_server_clients(server) == 0; },
         [&] { orvel_server_poll(server, 0.001); }));

@@ -1,4 +1,4 @@
-// The client back end: what it sends, whom it brings up to date, what it takes from servers.
+// The client back end: what it sends, the replay to new servers, and events from servers.
 #include "support/Capture.h"
 #include "support/EventText.h"
 #include "support/Loopback.h"
@@ -24,7 +24,7 @@ namespace Orvel::Test {
 
 namespace {
 
-/// Polled; writes down what it is sent, and takes sources from its clients.
+/// A polled server that records its events and accepts sources from its clients.
 class TestServer : public TidyServer {
 public:
     Calls events; // as "34 7 1 2 -3 0 0 0 1": command, id, values
@@ -54,14 +54,14 @@ private:
     }
 };
 
-/// A backlog and a server behind it, which gets as many bytes as it is let have.
+/// A backlog and a server behind it that reads a limited number of bytes.
 class Laggard {
 public:
     void add(Corvid::Event& event) {
         std::vector<std::byte> frame;
         event.encode(frame);
         const std::span<const std::byte> bytes(frame);
-        backlog_.add(OrvelMultiClient::roleOf, bytes.first(7)); // as if it crossed two chunks
+        backlog_.add(OrvelMultiClient::roleOf, bytes.first(7)); // as if split between two chunks
         backlog_.add(OrvelMultiClient::roleOf, bytes.subspan(7));
     }
     void take(std::size_t most) {
@@ -93,7 +93,7 @@ protected:
         const std::string params = "port=" + std::to_string(testPort()) + ' ' + more;
         return dynamic_cast<ClientBackend&>(*world.addBackend("client", params.c_str()));
     }
-    /// Whether `done` came true while all were served.
+    /// Whether `done` became true while all were served.
     template <class Done>
     static bool serve(World& world, std::vector<TestServer*> servers, Done done) {
         return until(done, [&] {
@@ -140,7 +140,7 @@ TEST_F(ClientBackends, TellANewServerTheSceneInOrderAndThenEachChange) {
     world.setEnabled(false);
     world.setListenerTransform({}, {});
     plays->setParam(true, 0.5F);
-    plays->setState(WorldPart::NONE); // tells nobody
+    plays->setState(WorldPart::NONE); // is not sent
     emitter->setSource(plays);
     emitter->setState(WorldPart::PAUSE);
     plays->setState(WorldPart::STOP);
@@ -223,7 +223,7 @@ TEST_F(ClientBackends, KeepAllWorldsEqualThroughThousandsOfChanges) {
 
 TEST_F(ClientBackends, NeverLetAValueOvertakeAnEventOfItsPart) {
     Laggard laggard;
-    const auto add = [&](const Calls& rows) { // as the server notes them, of the values only x
+    const auto add = [&](const Calls& rows) { // as recorded, only x of the values
         laggard.server.events.clear();
         for (const std::string& row : rows) {
             CommandEvent plain;
@@ -249,7 +249,7 @@ TEST_F(ClientBackends, NeverLetAValueOvertakeAnEventOfItsPart) {
             "30 1 {}", "30 2 {}", "34 1 3 0 0 0 0 0 1", "34 2 4 0 0 0 0 0 1", "36 1",
             "34 1 5 0 0 0 0 0 1", "13 0 6 0 0 0 0 0 1", "12 0", "13 0 7 0 0 0 0 0 1"}));
     add({"30 3", "34 3 1", "13 0 8"});
-    laggard.take(3); // the first one begins to leave
+    laggard.take(3); // part of the first one is sent
     add({"10 0", "30 3"});
     laggard.take(SIZE_MAX);
     EXPECT_EQ(laggard.server.events, (Calls{"30 3 {}", "13 0 8 0 0 0 0 0 1", "10 0", "30 3 {}"}));
@@ -259,7 +259,7 @@ TEST_F(ClientBackends, LetAServerThatLagsCatchUpAndNoOtherNotice) {
     TidyWorld world;
     ClientBackend& client = addClient(world, "deferred=yes newestOnly=yes");
     client.multiClient().setLagLimit(std::size_t{1} << 20U);
-    constexpr int kEmitters = 1000; // the replay is about as much as a socket takes
+    constexpr int kEmitters = 1000; // the replay about fills a socket
     constexpr int kMoves = 40000;   // 2 MB
     TestServer good;
     TestServer slow;
@@ -313,7 +313,7 @@ TEST_F(ClientBackends, TakeDurationsFromServersAndNothingElse) {
     log.take();
     TestServer server;
     ASSERT_TRUE(serve(world, {&server}, [&] { return server.sources().size() == 2; }));
-    auto* recorder = new RecordingBackend(server); // stands for one that measures
+    auto* recorder = new RecordingBackend(server); // in place of one that measures
     recorder->setSourceDuration(*server.getSource(1), 2.5F);
     recorder->setSourceDuration(*server.createSource(5), 1);
     recorder->setSourceDuration(*server.getSource(-2), 3);
@@ -333,7 +333,7 @@ TEST_F(ClientBackends, ReplayOnTheirOwnThreadToNamedServers) {
     TidyWorld world;
     world.createEmitter({}, 2);
     TestServer server;
-    server.setMulticastPort(static_cast<unsigned short>(testPort() ^ 1U)); // not found by itself
+    server.setMulticastPort(static_cast<unsigned short>(testPort() ^ 1U)); // not found by multicast
     addClient(world, "servers=127.0.0.1:" + std::to_string(server.multiServer().port()));
     const auto receive = [&] { server.receive(false); };
     ASSERT_TRUE(until([&] { return describe(server) == describe(world); }, receive));

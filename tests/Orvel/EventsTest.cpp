@@ -1,4 +1,4 @@
-// The events of a scene: what travels, what is refused, and that the documentation says the same.
+// The events of a scene: encoding, refusals, and agreement with the documentation.
 #include "support/Capture.h"
 #include "support/EventText.h"
 #include "support/TemporaryFolder.h"
@@ -24,7 +24,7 @@ EventPointer decoded(const Bytes& frame) {
     return EventPointer(Corvid::Event::decode(frame));
 }
 
-/// Such as "CmdEnable"; it is in the text that the compiler has for this function.
+/// The name of a command, such as "CmdEnable", extracted from this function's signature.
 template <Command command>
 std::string nameOf() {
     const std::string text = __PRETTY_FUNCTION__;
@@ -66,7 +66,7 @@ TEST(Events, TravelWholeAndAreRefusedWhenDamaged) {
     duration.duration = 1.5F;
     const struct {
         CommandEvent& event;
-        std::string defaults; // the values of a new one
+        std::string defaults; // the values of a new event
         std::string filled;   // those of `event`
     } rows[] = {
         {command, "", ""},
@@ -97,10 +97,10 @@ TEST(Events, TravelWholeAndAreRefusedWhenDamaged) {
             cut.pop_back();
             EXPECT_EQ(decoded(cut), nullptr) << cut.size();
             const auto length = static_cast<std::uint32_t>(cut.size() - 4);
-            std::memcpy(cut.data(), &length, 4); // a frame that is whole, but not its event
+            std::memcpy(cut.data(), &length, 4); // a complete frame with a truncated event
             EXPECT_EQ(decoded(cut), nullptr) << cut.size();
         }
-        // Any damage, be it to types or lengths, gives another event or none.
+        // Any change of types or lengths gives another event or none.
         for (std::size_t at = 4; at < frame.size(); ++at) {
             for (unsigned value = 0; value < 256; ++value) {
                 Bytes wrong = frame;
@@ -144,7 +144,7 @@ TEST(Events, AreWhatTheDocumentationSays) {
         std::istringstream lines(page.substr(at + 7, page.find("```", at + 7) - at - 7));
         Bytes frame;
         for (std::string line; std::getline(lines, line);) {
-            std::istringstream bytes(line.substr(0, line.find("  "))); // the rest explains
+            std::istringstream bytes(line.substr(0, line.find("  "))); // the rest is an explanation
             for (unsigned byte = 0; bytes >> std::hex >> byte;) {
                 frame.push_back(static_cast<std::byte>(byte));
             }

@@ -1,4 +1,5 @@
-// Exceptions on the receive threads: they cost the peer whose event caused them, and leave a line.
+// Exceptions on the receive threads: the peer whose event caused one is disconnected, and a line
+// logged.
 #include "support/Capture.h"
 #include "support/Loopback.h"
 #include "support/RecordingBackend.h"
@@ -26,7 +27,7 @@ protected:
         case 666:
             throw std::bad_alloc();
         case 667:
-            throw 7; // NOLINT: nothing that has a text
+            throw 7; // NOLINT: an exception without a text
         default:
             return false;
         }
@@ -35,7 +36,7 @@ protected:
 
 class FailingWorld : public TidyWorld {
 public:
-    ~FailingWorld() override { deleteAllBackends(); } // while the override is in force
+    ~FailingWorld() override { deleteAllBackends(); } // while the override is active
     void setSourceDuration(Source& /*source*/) override { throw std::bad_alloc(); }
 };
 

@@ -1,4 +1,4 @@
-// Compiled together with the log itself, because the library's own logging macro is hidden.
+// Compiled together with the log, because the library's own logging macro is hidden.
 #include "support/Capture.h"
 #include "support/TemporaryFolder.h"
 
@@ -27,7 +27,7 @@ protected:
         Log::the().write(site, "%s", text.c_str());
     }
     static constexpr Log::Site kSite{Level::Warning, "Orvel", "Orvel/World.cpp", 12, "void f()"};
-    LogCapture log; // its end restores the log, except for the filter
+    LogCapture log; // its destructor restores the log, except for the filter
 };
 
 } // namespace
@@ -139,7 +139,7 @@ TEST_F(Logging, ThreadsNeverMixTheirLinesWhileTheHostRedirects) {
     std::thread one(work, "a");
     std::thread other(work, "b");
     for (int i = 0; i < 200 || kinds.size() < 6; ++i) {
-        // Each is gone after its turn; nobody may write to it any more.
+        // Each target is destroyed after its turn and must not be used any more.
         std::string text;
         Log::the().setCallback([&text](Level, std::string_view line) {
             text += line.substr(0, 1);

@@ -38,7 +38,7 @@ TEST(PlayBackend, WritesTheCommandOfWhatStartsToPlay) {
     for (const auto& row : rows) {
         std::string output;
         {
-            OutputCapture capture(STDOUT_FILENO); // not longer: failures are written there too
+            OutputCapture capture(STDOUT_FILENO); // briefly: failures are written there too
             row.change();
             output = capture.take();
         }

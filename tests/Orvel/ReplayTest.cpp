@@ -1,4 +1,4 @@
-// Whoever comes late has the scene that those have who were there: servers, and local back ends.
+// Late servers and back ends get the same scene as those that were there before.
 #include "support/Capture.h"
 #include "support/Loopback.h"
 #include "support/RecordingBackend.h"
@@ -17,10 +17,10 @@ namespace Orvel::Test {
 
 namespace {
 
-/// Has some of the sources of its client, again after each reset.
+/// A server with some of its client's sources, recreated after each reset.
 class FilledServer : public TidyServer {
 public:
-    /// `provides`: makes a source anew when its client does, as applications may.
+    /// `provides`: recreates a source when its client creates it, as applications may.
     explicit FilledServer(bool provides) : provides_(provides) { fill(); }
     void resetWorld() override {
         Server::resetWorld();
@@ -49,7 +49,7 @@ private:
     bool provides_;
 };
 
-/// Changes a part of the scene, such that many emitters share few sources.
+/// Makes a random change, with many emitters sharing few sources.
 void changeSomething(World& world, std::mt19937& random) {
     const auto below = [&random](unsigned bound) { return static_cast<int>(random() % bound); };
     Source* source = world.getSource(1 + below(6));
@@ -80,7 +80,7 @@ void changeSomething(World& world, std::mt19937& random) {
 } // namespace
 
 TEST(Replay, MakesALateServerEqualToAnEarlyOne) {
-    const LogCapture quiet(Log::Level::Log); // ids that are taken, sources that are not there
+    const LogCapture quiet(Log::Level::Log); // for ids in use and missing sources
     for (const bool provides : {false, true}) {
         TidyWorld world;
         FilledServer early(provides);
@@ -105,9 +105,9 @@ TEST(Replay, MakesALateServerEqualToAnEarlyOne) {
                 changeSomething(world, random);
             }
             FilledServer late(provides);
-            late.setEnabled(round % 2 == 0); // as an earlier client may have left it
+            late.setEnabled(round % 2 == 0); // as left by an earlier client
             ASSERT_TRUE(serve(&late, [&] { return connections() == 2; }));
-            const Vec3f last{++moves, 0, 0}; // arrives after all else
+            const Vec3f last{++moves, 0, 0}; // arrives last
             world.setListenerTransform(last, {});
             const auto arrived = [&] {
                 return early.listenerPosition() == last && late.listenerPosition() == last;
@@ -121,7 +121,7 @@ TEST(Replay, MakesALateServerEqualToAnEarlyOne) {
 }
 
 TEST(Replay, MutesALateBackEndAsTheEarlyOnesAre) {
-    // Moving the listener unmutes, so the last of both counts.
+    // Moving the listener unmutes, so the order of these two matters.
     const BackendType type("recording", [](World& world, const char* params) -> Backend* {
         return new RecordingBackend(world, params);
     });

@@ -1,4 +1,5 @@
-// The server: what each command does to its world, and how clients come, go and misbehave.
+// The server: the effect of each command on its world, and clients that connect, disconnect and
+// misbehave.
 #include "Corvid/NetSupport.h"
 #include "support/Capture.h"
 #include "support/EventText.h"
@@ -21,10 +22,10 @@ namespace Orvel::Test {
 
 namespace {
 
-/// Counts the events, and takes sources from its clients.
+/// Counts the events, and accepts sources from its clients.
 class TestServer : public TidyServer {
 public:
-    ~TestServer() override { stop(); } // while it can still take events
+    ~TestServer() override { stop(); } // before its overrides are gone
     std::atomic<int> events = 0;
 
 protected:
@@ -35,7 +36,7 @@ protected:
     }
 };
 
-/// No event of the library's.
+/// Not an event of the library.
 class ForeignEvent : public Corvid::Event {
 public:
     [[nodiscard]] const Corvid::EventType* type() const override { return &kind; }
@@ -63,11 +64,11 @@ TEST(Server, ApplyEachCommandOrRefuseIt) {
         int command;
         int id;
         short type = 200;
-        Calls calls = {}; // what reaches the back ends, nothing if it is refused
+        Calls calls = {}; // the calls of the back ends; empty if it is refused
     };
     const Calls everything = {"setEmitterConnection 10", "destroyEmitter 10", "destroyEmitter 11",
                               "destroySource 1",         "destroySource 2",   "resetBackend"};
-    // The world: source 1 with emitter 10 connected, source 2, emitter 11 alone.
+    // The world: source 1 with emitter 10 connected, source 2, emitter 11 unconnected.
     std::vector<Row> rows = {
         {10, 0, 200, everything},
         {11, 0, 200, {"setEnabled"}},
@@ -93,11 +94,11 @@ TEST(Server, ApplyEachCommandOrRefuseIt) {
         rows.push_back({command, 10}); // of the wrong class
     }
     for (const int command : {21, 24, 25, 26, 31, 36, 37, 38}) {
-        rows.push_back({command, 99}); // there is no such part
+        rows.push_back({command, 99}); // unknown part
     }
     rows.insert(rows.end(), {{20, 5, 207}, {32, 10, 201}, {22, 10, 206}, {34, 1, 201}});
     for (const int command : {-1, 0, 9, 14, 19, 23, 27, 29, 39, 32767}) {
-        rows.push_back({command, 1, 208}); // unknown
+        rows.push_back({command, 1, 208}); // unknown command
     }
     for (const Row& row : rows) {
         const std::string number = std::to_string(row.command);
@@ -138,7 +139,7 @@ TEST(Server, LimitTheLinesThatPeersCause) {
         }
     }
     EXPECT_LE(log.lines().size(), 1001U);
-    EXPECT_TRUE(log.lines().back().starts_with("WARNING: 5")); // hundred, of which some are earlier
+    EXPECT_TRUE(log.lines().back().starts_with("WARNING: 5")); // about 500; some were earlier
 }
 
 TEST(Server, MakeAnIdOfAnyText) {
@@ -168,7 +169,7 @@ TEST(Server, NameStoredDataAfterTheSource) {
         {12, "x.ogg", "OrvelSRC12.ogg"},
         {12, "x", "OrvelSRC12"},
         {-5, "a.b/c.wav", "OrvelSRC-5.wav"},
-        {7, "a/b.c/d", ""}, // not at all
+        {7, "a/b.c/d", ""}, // no file
     };
     for (const auto& [id, fileName, stored] : rows) {
         event.objectId = id;
@@ -199,7 +200,7 @@ TEST(ServerNetwork, ReturnBesideAClientThatNeverPauses) {
     EXPECT_EQ(most, Server::kMaxEventsPerReceive);
 }
 
-/// A peer that comes back while the server does not receive, with the same instance or another.
+/// A peer that reconnects while the server does not receive, with the same instance or another.
 TEST(ServerNetwork, ApplyNothingThatAnEarlierConnectionLeftUnread) {
     for (const char instance : {'i', 'j'}) {
         TestServer server;
@@ -217,7 +218,7 @@ TEST(ServerNetwork, ApplyNothingThatAnEarlierConnectionLeftUnread) {
         }
         old->send(left);
         if (instance != 'i') {
-            old = nullptr; // it is gone; with the same instance that does not matter
+            old = nullptr; // disconnected; with the same instance that has no effect
         }
         const RawSocket anew(
             port, greeting(2, instance) + frame(CmdResetBackend) +
@@ -241,7 +242,7 @@ TEST(ServerNetwork, DropOnlyBadClientsAndApplyNothingOnceStopped) {
     EXPECT_EQ(
         log.take(), Calls{"FATAL: Orvel::Server got Corvid::Event which is not a Orvel::Event\n"});
 
-    const RawSocket bad( // what a lost client made stays
+    const RawSocket bad( // the parts of a lost client stay
         server.multiServer().port(), greeting(2, 'b') + frame<SourceDataEvent>(CmdCreateSource, 8) +
                                          "\4" + std::string(7, '\0')); // an unknown type
     ASSERT_TRUE(until([&] { return !log.lines().empty(); }, [] {}));

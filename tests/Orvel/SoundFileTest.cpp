@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kFrames = 50000; // several blocks of the decoder
 
-/// A stereo file whose samples count up by one.
+/// Writes a stereo file whose samples increase by one.
 std::string writeRamp(const Orvel::Test::TemporaryFolder& folder, const char* name, int format) {
     const std::string path = folder.file(name);
     std::vector<std::int16_t> samples(std::size_t{2} * kFrames);
@@ -38,7 +38,7 @@ TEST(SoundFile, ReadsInPiecesWhatItDecodesWhole) {
         ASSERT_TRUE(whole);
         for (const std::uint64_t begin : {0, 40001, 7}) {
             ASSERT_TRUE(file.seek(begin));
-            std::vector<std::int16_t> integers(20001); // no whole number of frames
+            std::vector<std::int16_t> integers(20001); // not a whole number of frames
             std::vector<float> floats(20);
             const std::size_t got = file.read(std::span(integers));
             EXPECT_EQ(got, std::min<std::uint64_t>(10000, kFrames - begin));

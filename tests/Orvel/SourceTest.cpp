@@ -30,7 +30,7 @@ TEST_F(SourceData, CopiesThePcmBytesItIsGiven) {
     source.setData(44100, 16, 2, bytes.data(), 4);
     bytes[0] = 9;
     EXPECT_EQ(source.data(), (Bytes{1, 2, 3, 4}));
-    source.setData(7, 12, 99, source.data().data() + 1, 2); // some of its own bytes; none checked
+    source.setData(7, 12, 99, source.data().data() + 1, 2); // part of its data; no checks
     EXPECT_EQ(source.data(), (Bytes{2, 3}));
     EXPECT_EQ(errors.take(), "Source::setData call\nSource::setData call\n");
     EXPECT_EQ(log.take(), Calls());
@@ -70,10 +70,10 @@ TEST_F(SourceData, DumpsAWavFile) {
     const char expected[] = "RIFF\x28\0\0\0WAVEfmt \x10\0\0\0\1\0\2\0\x44\xAC\0\0\x10\xB1\2\0"
                             "\4\0\x0C\0data\4\0\0\0abcd";
     EXPECT_EQ(dump(folder.file("a.wav")), std::string(expected, sizeof expected - 1));
-    // Values that do not fit are cut to their field, not spilt into the next.
+    // Values that do not fit are truncated to their field, without affecting the next one.
     source.setData(0xFFFFFFFF, 0x10010, 0x10003, samples.data(), 1);
     EXPECT_EQ(dump(folder.file("a.wav")).substr(22, 6), std::string("\3\0\xFF\xFF\xFF\xFF", 6));
-    // Nothing but the line tells of a file that cannot be written.
+    // A file that cannot be written is only logged.
     EXPECT_EQ(dump(folder.file("missing/a.wav")), "");
 }
 

@@ -23,8 +23,8 @@ bool noDescriptors = false;
 
 } // namespace
 
-// Taken by the library instead of the system's. A limit of descriptors would do without, but the
-// undefined behaviour sanitizer needs some of its own.
+// Replaces the system's function in the library. A limit on descriptors would also work, but the
+// undefined behaviour sanitizer needs some itself.
 extern "C" int epoll_create1(int flags) noexcept {
     if (noDescriptors) {
         errno = EMFILE;
@@ -39,7 +39,7 @@ namespace {
 
 using namespace std::string_literals;
 
-/// A sum of the index page in which the texts of this machine and build are replaced, FNV-1a.
+/// A checksum (FNV-1a) of the index page with the texts of this machine and build replaced.
 std::uint64_t sumOf(std::string page) {
     const Vessa::SysInfo& info = Vessa::SysInfo::the();
     for (const std::string& text : {info.user(), info.host(), info.system(), buildDate() + ""s}) {

@@ -40,7 +40,7 @@ TEST_F(Parts, SpreadsAStateToAllThatIsConnected) {
     EXPECT_TRUE(e3.state() == WorldPart::STOP && e3.previousState() == WorldPart::PLAY);
     e4.setState(WorldPart::PLAY);
     EXPECT_EQ(backend.take(), Calls{"setEmitterState 4"});
-    // Connecting leaves the states; what differs afterwards meets at the next change.
+    // Connecting keeps the states; the next change makes them equal.
     e4.setSource(&s1);
     EXPECT_EQ(backend.take(), Calls{"setEmitterConnection 4"});
     s1.setState(WorldPart::PLAY);
@@ -60,7 +60,7 @@ TEST_F(Parts, ConnectsAnEmitterToOneSourceAtATime) {
 }
 
 TEST_F(Parts, EndsInOrder) {
-    std::string state; // what exists and is connected during each call
+    std::string state; // the existing and connected parts during each call
     backend.onCall = [&](const std::string&) {
         state += world.getSource(1) != nullptr ? " 1" : "";
         state += e5.source() != nullptr ? "-5" : "";
@@ -101,7 +101,7 @@ TEST_F(Parts, TestsAnEmittersTransformForAChange) {
         backend.take();
         emitter.setTransform(row.position, row.rotation);
         EXPECT_EQ(backend.take().size(), row.moved || row.rotated ? 1U : 0U) << &row - rows;
-        // The half that is equal within the tolerance is not stored either.
+        // A value within the tolerance is not stored either.
         EXPECT_EQ(emitter.position() == Vec3f(), !row.moved) << &row - rows;
         EXPECT_EQ(emitter.rotation(), row.rotated ? *row.rotation : Quaternion()) << &row - rows;
     }

@@ -12,7 +12,7 @@ namespace Orvel::Test {
 TEST(World, TellsEveryBackendInTheOrderAdded) {
     std::string calls;
     TidyWorld world;
-    for (const char* name : {"a ", "b "}) { // filtering by labels is the back ends' business
+    for (const char* name : {"a ", "b "}) { // labels are filtered by the back ends
         (new RecordingBackend(world, "labels=nobody"))->onCall =
             [&calls, name](const std::string& call) { calls += name + call + ", "; };
     }
@@ -43,7 +43,7 @@ TEST(World, ReplaysTheSceneToABackendThatComesLaterAndClearsIt) {
     EXPECT_EQ(world.addBackend("recording", nullptr), made);
     const std::string told = testing::PrintToString(made->take());
     std::size_t at = 0;
-    detail::forEachChange([&](const auto& row) { // a server is told the same in the same order
+    detail::forEachChange([&](const auto& row) { // a server receives the same in the same order
         if (row.replay != detail::Replay::No && row.kCommand != CmdResetBackend) {
             at = told.find(row.operation, at);
             EXPECT_NE(at, std::string::npos) << row.operation;

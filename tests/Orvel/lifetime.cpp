@@ -1,6 +1,6 @@
-// What a process may do while scenes live: lifetime CASE LIBRARY. The library is loaded with
-// dlopen, as plug-in hosts and scripting languages do it, and has an OpenAL device, a client with
-// its thread and a server that is connected with it.
+// Lifetime of scenes in a process: lifetime CASE LIBRARY. Loads the library with dlopen, as plug-in
+// hosts and scripting languages do, with an OpenAL device, a client with its thread and a connected
+// server.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -24,7 +24,7 @@ void require(bool condition, const char* what) {
     }
 }
 
-/// Calls a function of the library, whose arguments must be of exactly the right types.
+/// Calls a function of the library; the arguments must have exactly its types.
 template <class Result, class... Arguments>
 Result call(const char* name, Arguments... arguments) {
     void* address = dlsym(loaded, name);
@@ -64,7 +64,7 @@ void destroy() {
     require(call<bool>("orvel_server_destroy", server), "the server can be destroyed");
 }
 
-/// Runs a part in a child process, which must end well by itself.
+/// Runs a part in a child process, which must exit normally.
 template <class Part>
 void inChild(const char* what, Part part) {
     const pid_t child = fork();

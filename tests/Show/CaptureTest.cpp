@@ -1,4 +1,4 @@
-// Captures: what a server did is done again, and a file that is cut or damaged plays up to there.
+// Captures: replaying a session, and truncated or damaged files, which play up to that point.
 #include <Show/capture/Capture.h>
 
 #include "commands/Kinds.h"
@@ -68,7 +68,7 @@ struct Client {
 
 class Captures : public testing::Test {
 protected:
-    /// Records a session of two clients, one after the other, and local input; gives the
+    /// Records a session of two clients, one after the other, and local input; returns the
     /// description of the server's world at its end.
     std::string record() {
         std::ofstream(bankPath) << kSources;
@@ -94,7 +94,7 @@ protected:
         Orvel::CommandEvent off(Orvel::CmdDisable);
         off.send(&clients[0]->client->multiClient());
         serve([&] { return !server.enabled(); });
-        // It goes, and what it has made and done goes with it.
+        // When a client disconnects, its parts and changes are removed.
         clients.clear();
         serve([&] { return server.emitters().empty() && server.enabled(); });
         clients.push_back(std::make_unique<Client>());
@@ -103,10 +103,10 @@ protected:
         Orvel::Emitter* b = player.emitter(12, 2);
         player.emitter(13, 1)->setParam(true, 0, 0.125F);
         player.world.createSource(3);
-        player.world.createSource(9); // which the server has not
+        player.world.createSource(9); // missing on the server
         Orvel::CreateEmitterEvent local;
         local.address(Orvel::CmdCreateEmitter, 13);
-        EXPECT_TRUE(server.apply(local)); // first, so that it is not the client's
+        EXPECT_TRUE(server.apply(local)); // first, so that the client does not own it
         serve([&] { return server.emitters().size() == 3 && server.getSource(3) != nullptr; });
         for (int i = 0; i < 200; ++i) {
             Client::move(a, static_cast<float>(std::sin(i * 0.1)));
@@ -120,7 +120,7 @@ protected:
         player.world.getSource(3)->setParam(true, 2);
         delete player.world.getSource(3);
         serve([&] { return server.listenerPosition().y > 1 && server.getEmitter(11)->gain() < 1; });
-        EXPECT_EQ(server.getSource(3)->pitch(), 1.0F); // kept, as it was at first
+        EXPECT_EQ(server.getSource(3)->pitch(), 1.0F); // kept in its initial state
         EXPECT_EQ(server.getEmitter(13)->gain(), 1.0F);
         EXPECT_TRUE(server.apply(off));
         EXPECT_FALSE(server.enabled());
@@ -136,7 +136,7 @@ protected:
     void write(const std::string& content) const {
         std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
     }
-    /// Plays the file to its end; gives the description of the world.
+    /// Plays the file to its end; returns the description of the world.
     std::string replay() {
         LibraryMessages messages(false);
         const auto capture = Capture::load(path, false, problems);
@@ -150,7 +150,7 @@ protected:
     TemporaryFolder folder;
     std::string path = folder.file("session.orvelrec");
     std::string bankPath = folder.file("bank.json");
-    std::vector<Problem> problems; // of what was loaded last
+    std::vector<Problem> problems; // of the last load
 };
 
 std::vector<float> render(const Playable& what) {
@@ -174,7 +174,7 @@ TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
     const std::vector<float> once = render(*capture);
     EXPECT_EQ(render(*capture), once);
     EXPECT_TRUE(std::any_of(once.begin(), once.end(), [](float s) { return s > 0.01F; }));
-    // Starting over leaves nothing behind of the first time.
+    // Starting over leaves nothing from the first time.
     LibraryMessages messages(false);
     const auto stage = capture->makeStage(messages.subjectSetter());
     const auto player = capture->makePlayer(*stage);
@@ -220,12 +220,12 @@ TEST_F(Captures, AFileThatIsCutAnywherePlaysUpToTheCut) {
             ++records;
         }
         EXPECT_TRUE(reader->damaged());
-        // offset() is where the last record that was given begins, so ends holds their beginnings.
+        // offset() is the start of the last record returned, so ends holds the starts.
         const auto expected = static_cast<std::size_t>(
             std::upper_bound(std::next(ends.begin()), ends.end(), size) - std::next(ends.begin()));
         EXPECT_EQ(records, expected) << size;
     }
-    // Nothing can be made of half a header.
+    // A truncated header is useless.
     for (const std::size_t size : {8, 20, 27, 28, 100}) {
         write(all.substr(0, size));
         EXPECT_EQ(CaptureReader::open(path, fault), nullptr);
@@ -259,7 +259,7 @@ TEST_F(Captures, DamageEndsThePlayAndIsToldOnce) {
         player->advance(player->end());
         EXPECT_TRUE(std::isinf(player->nextChange(0)));
         const auto told = messages.take();
-        const bool inMark = at >= all.size() - 21; // then the file counts as cut
+        const bool inMark = at >= all.size() - 21; // then the file counts as truncated
         EXPECT_EQ(
             std::count_if(
                 told.begin(), told.end(),

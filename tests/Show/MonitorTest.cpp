@@ -35,7 +35,7 @@ struct Watched {
     Orvel::Test::TidyWorld world;
 };
 
-/// Reads all pieces; `between` is called after each but the last, with all that came so far.
+/// Reads all pieces; calls `between` after each but the last, with the text so far.
 template <class Pieces, class Between>
 json readAll(Pieces pieces, Between between) {
     std::string text;
@@ -75,8 +75,8 @@ TEST(MonitorJson, AnyBytesAreReadBackAsText) {
         {"\xE0\x80\x80", bad + bad + bad},           // overlong
         {"\xED\xA0\x80", bad + bad + bad},           // a surrogate
         {"\xF4\x90\x80\x80", bad + bad + bad + bad}, // above U+10FFFF
-        {"\xE2\x82", bad + bad},                     // cut off
-        {"\xE2\x82\"", bad + bad + "\""},            // cut off by what must be escaped
+        {"\xE2\x82", bad + bad},                     // truncated
+        {"\xE2\x82\"", bad + bad + "\""},            // truncated by a character that is escaped
         {"a" + repeated("\xC3\xA9", 300), "a" + repeated("\xC3\xA9", 255) + "\xE2\x80\xA6"},
         {std::string(5 << 20, '\xBF'), repeated(bad, 509) + "\xE2\x80\xA6"},
     };
@@ -118,7 +118,7 @@ TEST(MonitorScene, PartsThatComeAndGoBetweenPiecesSpoilNothing) {
                 delete world.getEmitter(id);
             }
             delete world.getEmitter(last);
-            world.createEmitter({}, 1 + piece); // before what was written: the next time
+            world.createEmitter({}, 1 + piece); // before that part, so it appears next time
             late.insert(world.createEmitter({}, next + 5)->id());
         });
     std::vector<int> ids;
@@ -196,11 +196,11 @@ TEST(MonitorScene, KnowsWhenASoundIsOver) {
     source->setData(8000, 8, 1, samples.data(), 800);
     Orvel::Emitter* emitter = watched.world.createEmitter();
     emitter->setSource(source);
-    const auto begin = std::chrono::steady_clock::now(); // no turn has been yet
+    const auto begin = std::chrono::steady_clock::now(); // no update yet
     emitter->setState(Orvel::Emitter::PLAY);
     ASSERT_TRUE(Orvel::Test::until(over, [] {}));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
-    source->setParam(true, 1.0F); // a looped one never is
+    source->setParam(true, 1.0F); // a looped sound never ends
     EXPECT_FALSE(over());
 }
 
@@ -208,7 +208,7 @@ TEST(MonitorStatus, ManyConnectionsComeInPiecesWithoutLossOrRepetition) {
     Watched watched;
     std::vector<NetworkEnd> ends(4);
     const std::vector<std::size_t> counts{
-        250, 0, 100, 1}; // pieces end within, between and at an end
+        250, 0, 100, 1}; // pieces end inside, between and at the end of sections
     std::vector<std::string> peers;
     for (std::size_t i = 0; i < ends.size(); ++i) {
         ends[i].role = i == 0 ? "server" : "client";
@@ -256,7 +256,7 @@ TEST(MonitorRates, EachSecondKeepsItsOwnCount) {
         }
     };
     count(3);
-    EXPECT_EQ(rates.perSecond(ChangeKind::Hull), Counts()); // the second is not over
+    EXPECT_EQ(rates.perSecond(ChangeKind::Hull), Counts()); // the second is not complete
     rates.advanceTo(1);
     count(1);
     rates.advanceTo(4);
@@ -266,7 +266,7 @@ TEST(MonitorRates, EachSecondKeepsItsOwnCount) {
     rates.advanceTo(ChangeRates::kSeconds + 3);
     const Counts full = rates.perSecond(ChangeKind::Hull);
     ASSERT_EQ(full.size(), ChangeRates::kSeconds - 1);
-    EXPECT_EQ(full.front(), 2U); // of second 4, the oldest that is kept
+    EXPECT_EQ(full.front(), 2U); // of second 4, the oldest kept
     EXPECT_EQ(std::count(full.begin(), full.end(), 0U), 118);
     rates.advanceTo(1'000'000'000'000);
     EXPECT_EQ(rates.perSecond(ChangeKind::Hull), Counts(ChangeRates::kSeconds - 1));
@@ -292,7 +292,7 @@ TEST(MonitorMetrics, EveryLineIsOneThatAScraperTakes) {
     watched.monitor().update();
     const std::string all = metricsText(watched.monitor());
     std::istringstream text(all);
-    std::set<std::string> seen; // a metric is declared once, and has each set of labels once
+    std::set<std::string> seen; // each metric is declared once, with unique label sets
     for (std::string line; std::getline(text, line);) {
         EXPECT_TRUE(seen.insert(line.substr(0, line.rfind(' '))).second) << line;
         const std::string metric = line.substr(0, line.find_first_of("{ "));

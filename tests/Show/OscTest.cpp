@@ -1,4 +1,4 @@
-// Open Sound Control: what messages do, in which order, and what of it is refused.
+// Open Sound Control: the effect and order of messages, and refusals.
 #include <Show/osc/OscInbox.h>
 #include <Show/osc/OscScene.h>
 #include <Show/osc/OscServer.h>
@@ -99,7 +99,7 @@ protected:
 
 TEST_F(OscScenes, CoordinatesOfAdmBecomeThoseOfTheScene) {
     const float half = 10.0F * std::sqrt(0.5F);
-    // One after the other; each begins where the former has led to.
+    // Applied in order; each starts from the result of the previous one.
     const std::tuple<const char*, Numbers, Orvel::Vec3f> rows[] = {
         {"/adm/obj/11/xyz", {-1, 0.5F, 0.25F}, {-10, 2.5F, -5}},
         {"/adm/obj/11/x", {1}, {10, 2.5F, -5}},
@@ -108,7 +108,7 @@ TEST_F(OscScenes, CoordinatesOfAdmBecomeThoseOfTheScene) {
         {"/adm/obj/11/azim", {90}, {-10 * std::sqrt(2.0F), 0, 0}},
         {"/adm/obj/11/dist", {1}, {-10, 0, 0}},
         {"/adm/obj/11/elev", {45}, {-half, half, 0}},
-        {"/adm/obj/11/dist", {0}, {0, 0, 0}}, // and the direction is not forgotten
+        {"/adm/obj/11/dist", {0}, {0, 0, 0}}, // and the direction is remembered
         {"/adm/obj/11/dist", {2}, {-2 * half, 2 * half, 0}},
         {"/adm/obj/11/aed", {-90, 0, 1}, {10, 0, 0}},
         {"/orvel/emitter/11/position", {1, 2, 3}, {1, 2, 3}},
@@ -122,7 +122,7 @@ TEST_F(OscScenes, CoordinatesOfAdmBecomeThoseOfTheScene) {
 }
 
 TEST_F(OscScenes, TurnsLeftThenUpThenToTheRight) {
-    // The last two: what is ahead and what is to the right, after the turn.
+    // The last two: the vectors ahead and to the right after the rotation.
     const std::tuple<const char*, Numbers, Orvel::Vec3f, Orvel::Vec3f> rows[] = {
         {"/adm/lis/ypr", {90, 0, 0}, {-1, 0, 0}, {0, 0, -1}},
         {"/adm/lis/ypr", {0, 90, 0}, {0, 1, 0}, {1, 0, 0}},
@@ -170,7 +170,7 @@ TEST_F(OscScenes, PathsChangeWhatTheyName) {
         EXPECT_EQ(scene.take(bytes(message(path, numbers))), "");
         EXPECT_TRUE(check()) << path;
     }
-    // What has ended begins again: a state that is equal would tell the back ends nothing.
+    // A sound that has ended starts again, although an equal state would not notify the back ends.
     auto& recorder = *new RecordingBackend(world);
     scene.take(bytes(message("/orvel/emitter/12/play", {})));
     recorder.take();
@@ -188,7 +188,7 @@ TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
     for (const auto& [packet, expected] : std::vector<std::pair<std::string, std::string>>{
              {message("/adm/obj/11/gain", {none}), "/adm/obj/11/gain: expected numbers from -1e9"},
              {message("/adm/obj/11/xyz", {0, 0, much}), "from -1e9 to 1e9"},
-             // Finite, but its angle would not be.
+             // Finite, although its angle would not be.
              {message("/adm/obj/11/azim", {-2.9e38F}), "from -1e9 to 1e9"},
              {message("/adm/obj/11/gain", {-1}), "gain of at least 0"},
              {message("/adm/obj/11/xyz", {1, 1}), "expected 3 numbers, found 2"},
@@ -206,7 +206,7 @@ TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
         const std::string wrong = scene.take(bytes(packet));
         EXPECT_NE(wrong.find(expected), std::string::npos) << wrong;
     }
-    // Cut anywhere, it may be another message, but does no harm and nothing half.
+    // Truncated anywhere, it may be another message, but must do no harm and nothing partial.
     const std::string whole = message("/adm/obj/11/xyz", {1, 1, 1});
     for (std::size_t size = 0; size < whole.size(); ++size) {
         EXPECT_NE(scene.take(bytes(whole).first(size)), "") << size;
@@ -240,7 +240,7 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     inbox.advance(at(300));
     EXPECT_EQ(take(), (Calls{"/c", "/d", "/e"}));
     EXPECT_EQ(inbox.next(), std::nullopt);
-    // A bundle that is cut: what is whole before the cut, one fault, and no more.
+    // A truncated bundle: the complete messages before the cut, and one error.
     const std::string whole = bundle(0, {one("/1"), one("/2")});
     for (std::size_t size = 8; size < whole.size(); ++size) {
         inbox.add(bytes(whole).first(size), at(300));
@@ -258,7 +258,7 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     add(bundle(0, {deep}), at(300));
     EXPECT_EQ(take(), Calls{"/deep"});
     EXPECT_EQ(std::exchange(faults, {}).size(), 1);
-    // What is left for later stays in order.
+    // Messages left for later stay in order.
     int left = 0;
     const auto stop = [&left] { return left-- <= 0; };
     for (const char* path : {"/1", "/2"}) {
@@ -271,7 +271,7 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     EXPECT_EQ(take(), (Calls{"/1", "/1", "/3", "/2"}));
     EXPECT_TRUE(inbox.advance(at(300)));
     EXPECT_EQ(take(), (Calls{"/2", "/3"}));
-    // There is an end to what waits.
+    // The queue is limited.
     const Packets hundred(100, one("/later"));
     for (std::size_t i = 0; i <= OscInbox::kMostMessages / 100; ++i) {
         add(bundle(400, hundred), at(300));
@@ -345,8 +345,8 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
             sent += sockets.back().send(std::string_view(many).substr(sent));
             server.serve(1ms);
         }));
-    sockets[2].send(std::string(100, 'G')); // "GET / HTTP/1.1" would be one
-    for (const int i : {0, 1, 2}) {         // two have given way, and one is a stranger
+    sockets[2].send(std::string(100, 'G')); // "GET / HTTP/1.1" would be an OSC packet size
+    for (const int i : {0, 1, 2}) {         // two gave way, and one is invalid
         EXPECT_TRUE(until([&] { return sockets[i].isClosed(); }, [&] { server.serve(1ms); }));
     }
     const int datagrams = ::socket(AF_INET, SOCK_DGRAM, 0);
@@ -357,7 +357,7 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
         [&] { return server.summary() == "OSC: 20100 messages, 103 invalid"; },
         [&] { server.serve(1ms); }))
         << server.summary();
-    // However long each message takes, others get their turn.
+    // Slow messages do not block other work.
     const std::string packet = bundle(0, Packets(100, message("/adm/obj/11/y", {1})));
     sendTo(datagrams, packet, loopback(server.port()));
     pause = 1ms;

@@ -75,7 +75,7 @@ TEST(SceneFile, ChecksThePartsAndTheTimelineInTheOrderOfTime) {
          "timeline[1].connect: expected the id of a source that exists at 1 s, found 1"},
     };
     for (const auto& [scene, problem] : cases) {
-        std::string found; // without the files and the lines
+        std::string found; // without files and lines
         for (const std::string& line : problemsOf("{\"orvel\":1," + scene + "}")) {
             found += line.substr(line.find(": ") + 2);
         }
@@ -104,7 +104,8 @@ TEST(SceneFile, ReportsEveryMistakeOnceAndInOrder) {
 }
 
 // The cases are rows [name, text, position, words, times], in whose text each character is a byte.
-// What begins with y_ must be accepted, with n_ be refused there in these words; i_ may be either.
+// Names starting with y_ must be accepted, with n_ be refused at that position with these words; i_
+// may be either.
 TEST(SceneFile, TakesJsonWithCommentsAndNothingElse) {
     for (const json& row : json::parse(std::ifstream(ORVEL_JSON_CASES))) {
         const auto name = row.at(0).get<std::string>();

@@ -65,7 +65,7 @@ TEST(ScenePlayer, RampsStartFromTheValueOfTheMomentAndAreReplaced) {
         {"at":1,"source":1,"pitch":2,"over":1},
         {"at":1,"emitter":11,"hull":{"maxBack":30},"over":0.5},
         {"at":1.5,"emitter":11,"hull":{"maxFront":40}})"));
-    // The moment, the position's x and y, the gain, the pitch, maxBack, maxFront, the next change.
+    // The time, the position's x and y, the gain, the pitch, maxBack, maxFront, the next change.
     const std::vector<double> rows[] = {
         {1, 1, 0, 1, 1, 10, 10, 1.5},
         {1.25, 1.25, 0, 0.9375, 1.25, 20, 10, 1.5},
@@ -130,16 +130,16 @@ TEST(ScenePlayer, TellsBackEndsWhatEachChangeNeeds) {
          {"setEmitterTransform 11", "setEmitterHull 11", "setEmitterTransform 12",
           "setEmitterHull 12"}},
         {R"("world":true,"enabled":false)", {"setEnabled"}},
-        // A listener that moves would hear again.
+        // Moving the listener would unmute the scene.
         {R"("listener":true,"position":[2,0,0])", {"setListenerTransform", "setEnabled"}},
         {R"("emitter":11,"state":"play")",
          {"setEmitterState 11", "setSourceState 1", "setEmitterState 12"}},
-        // Goes on playing, and what else plays either source is not disturbed.
+        // Continues playing, and other parts of either source are not affected.
         {R"("emitter":11,"connect":2)",
          {"setEmitterConnection 11", "setEmitterState 11", "setEmitterConnection 11",
           "setEmitterState 11", "setSourceState 2"}},
         {R"("emitter":11,"connect":2)", {}},
-        // Nothing holds a sound while it is changed or destroyed.
+        // No emitter holds a sound while it is changed or destroyed.
         {R"("source":2,"tone":{"hertz":100})",
          {"setEmitterConnection 11", "setSourceData 2", "setEmitterState 11",
           "setEmitterConnection 11", "setEmitterState 11"}},
@@ -151,7 +151,7 @@ TEST(ScenePlayer, TellsBackEndsWhatEachChangeNeeds) {
         entries += row.change + ",\"at\":" + std::to_string(&row - rows + 1) + '}';
     }
     Stage stage(timeline(entries));
-    // A real back end finds fault with none of it, and nothing is shown on the screen.
+    // A real back end reports no error, and nothing is printed.
     ASSERT_TRUE((new Orvel::OALLoopbackBackend(stage.world, ""))->working());
     const Orvel::Test::LogCapture log(Orvel::Log::Level::Warning);
     Orvel::Test::OutputCapture errors(STDERR_FILENO);

@@ -18,7 +18,7 @@ constexpr double kStep = 1.0 / 32768.0;
 
 class SoundBankTest : public testing::Test {
 protected:
-    /// A sound file with these samples, the channels in turn.
+    /// Writes a sound file with these interleaved samples.
     SoundFile
     write(const char* name, int format, int channels, const std::vector<double>& values, int rate) {
         const std::string path = folder_.file(name);
@@ -86,7 +86,7 @@ TEST_F(SoundBankTest, ReportsWhatCannotBeUsed) {
     const std::pair<SoundFile, const char*> cases[] = {
         {{folder_.file("gone"), false}, "gone\" does not exist"},
         {{folder_.file("text"), false}, "text\" cannot be read: "},
-        {{folder_.file("pipe"), false}, "pipe\" is no regular file"}, // and nobody writes to it
+        {{folder_.file("pipe"), false}, "pipe\" is no regular file"}, // without a writer
         {write("none", kWav16, 1, {}, 8000), "holds no samples"},
         {write("slow", kWav16, 1, {0.0}, 7), "expected a sound of 1000 to 768000 samples a second"},
         {{write("three", kWav16, 3, {0.0, 0.0, 0.0}, 8000).path, true},
@@ -105,7 +105,7 @@ TEST_F(SoundBankTest, TonesLoopWithoutAStepUntilThereIsTooMuchOfThem) {
     ASSERT_EQ(v.size(), 22050U);
     EXPECT_EQ(v[25], 8192); // a quarter of the period of 100 samples
     for (std::size_t i = 0; i < v.size(); ++i) {
-        ASSERT_EQ(v[i], v[i % 100]) << i; // the end is where the beginning continues
+        ASSERT_EQ(v[i], v[i % 100]) << i; // the end continues at the beginning
     }
     bank_ = SoundBank(200000);
     EXPECT_EQ(load(Tone{1.0, 1.0, 0.5}).samples.size(), 44100U); // of two bytes each

@@ -14,8 +14,8 @@
 
 namespace Orvel::Test {
 
-/// Takes the library's log lines for as long as it lives, of every level unless told otherwise, as
-/// "FATAL: Open OpenAL device failed\n": the level's name, then the line with the header asked for
+/// Captures the library's log lines during its lifetime, by default of every level, as
+/// "FATAL: Open OpenAL device failed\n": the level's name, then the line with the requested header
 /// (none by default). Any thread may log meanwhile.
 class LogCapture {
 public:
@@ -35,12 +35,12 @@ public:
         Log::the().setLevel(level_);
     }
 
-    /// The lines since the last take() or since the beginning.
+    /// The lines since the last take() or the construction.
     [[nodiscard]] std::vector<std::string> lines() const {
         const std::lock_guard guard(Log::the());
         return lines_;
     }
-    /// The same, and forgets them.
+    /// The same, and clears them.
     std::vector<std::string> take() {
         const std::lock_guard guard(Log::the());
         return std::exchange(lines_, {});
@@ -49,11 +49,11 @@ public:
 private:
     Log::Level level_;
     unsigned header_;
-    std::vector<std::string> lines_; // guarded by the log's lock, which is held during a callback
+    std::vector<std::string> lines_; // guarded by the log's lock, which is held in the callback
 };
 
-/// Takes what the process writes to a file descriptor (STDOUT_FILENO, STDERR_FILENO) for as long as
-/// it lives, C libraries included.
+/// Captures the output of the process, including C libraries, to a file descriptor (STDOUT_FILENO,
+/// STDERR_FILENO) during its lifetime.
 class OutputCapture {
 public:
     explicit OutputCapture(int descriptor)
@@ -73,7 +73,7 @@ public:
         std::fclose(file_);
     }
 
-    /// Everything written since the last take() or since the beginning.
+    /// Everything written since the last take() or the construction.
     std::string take() {
         flush();
         std::string text;

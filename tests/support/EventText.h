@@ -22,7 +22,8 @@ void print(std::ostream& out, const auto& value) {
     out << value;
 }
 
-/// True, with the event's own values in the order of its fields, if it is of that class.
+/// Prints the event's own values in the order of its fields and returns true if it is of that
+/// class.
 template <class Concrete>
 bool print(std::ostream& out, const Corvid::Event& event) {
     const auto* concrete = dynamic_cast<const Concrete*>(&event);

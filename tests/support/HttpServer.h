@@ -13,8 +13,8 @@
 
 namespace Orvel::Test {
 
-/// What a server answers, byte by byte, so that it may break every rule. Then it sends `count`
-/// bytes of `more`, again and again, with a pause before each, in ms, and closes.
+/// The raw bytes of an answer, which may break every rule. Then the server repeatedly sends `count`
+/// bytes of `more`, with a pause before each, in ms, and closes.
 struct Answer {
     std::string bytes;
     std::string more = {};
@@ -23,10 +23,10 @@ struct Answer {
 };
 
 /// An HTTP server on a free loopback port with one thread, serving one connection after another.
-/// Paths that it does not know and clients without the library's name get status 404.
+/// Unknown paths and clients without the library's name get status 404.
 class HttpServer {
 public:
-    /// The rows have a path and its answer.
+    /// Each row has a path and its answer.
     template <class Rows>
     explicit HttpServer(const Rows& rows) {
         for (const auto& row : rows) {
@@ -82,7 +82,7 @@ private:
         }
     }
 
-    /// Whether the client sent something or went away within the time.
+    /// Whether the client sent data or disconnected within the time.
     static bool waitFor(int client, int milliseconds) {
         pollfd entry = {client, POLLIN, 0};
         return ::poll(&entry, 1, milliseconds) > 0;

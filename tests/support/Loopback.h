@@ -14,7 +14,7 @@
 
 namespace Orvel::Test {
 
-/// Keeps every search for peers of a test program on the loopback interface, from before main() on.
+/// Restricts all searches of a test program to the loopback interface, before main().
 inline const bool staysOnLoopback = [] {
     Corvid::Multicast::setDefaultInterfaces({Corvid::InetAddress::getByAddress("127.0.0.1")});
     return true;
@@ -24,7 +24,7 @@ inline sockaddr_in loopback(std::uint16_t port, std::uint32_t host = INADDR_LOOP
     return {AF_INET, htons(port), {htonl(host)}, {}};
 }
 
-/// A socket bound to a free loopback port, which it gives; the caller closes it.
+/// Returns a socket bound to a free loopback port, and the port; the caller closes it.
 inline int boundSocket(int kind, std::uint16_t& port) {
     const int descriptor = ::socket(AF_INET, kind | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
@@ -38,7 +38,7 @@ inline int boundSocket(int kind, std::uint16_t& port) {
     return descriptor;
 }
 
-/// A port that no other process used a moment ago.
+/// A port that was free a moment ago.
 inline std::uint16_t freePort(int kind) {
     std::uint16_t port = 0;
     ::close(boundSocket(kind, port));
@@ -51,7 +51,7 @@ inline std::uint16_t testPort() {
     return port;
 }
 
-/// Calls `step` until `done` gives true; false if that takes more than half a minute.
+/// Calls `step` until `done` returns true. Returns false after half a minute.
 template <class Done, class Step>
 bool until(Done done, Step step) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
@@ -60,7 +60,7 @@ bool until(Done done, Step step) {
             return false;
         }
         step();
-        ::poll(nullptr, 0, 1); // leaves the processor to the other threads
+        ::poll(nullptr, 0, 1); // yields to the other threads
     }
     return true;
 }

@@ -11,11 +11,11 @@
 
 namespace Orvel::Test {
 
-/// What a web server answered.
+/// The answer of a web server.
 struct HttpAnswer {
-    int status = 0;   ///< 0 if none came
+    int status = 0;   ///< 0 without an answer
     std::string head; ///< the status line and the headers, each with its line end
-    std::string body; ///< of chunks, what is in them
+    std::string body; ///< decoded if chunked
     bool whole = false;
 
     [[nodiscard]] bool has(const std::string& headerLine) const {
@@ -23,17 +23,17 @@ struct HttpAnswer {
     }
 };
 
-/// A client of a polled web server that sends any bytes and shows what came back. Only 127/8.
+/// A client of a polled web server that sends arbitrary bytes. Only 127/8.
 class RawHttp : public RawSocket {
 public:
-    /// `serve` is what lets the server make progress.
+    /// `serve` lets the server make progress.
     RawHttp(std::uint16_t port, std::function<void()> serve, std::uint32_t host = INADDR_LOOPBACK)
         : RawSocket(port, {}, 0, host), serve_(std::move(serve)) {}
 
-    /// The next answer; one that is incomplete if the connection ends before or nothing comes.
+    /// The next answer; incomplete if the connection ends before or nothing arrives.
     HttpAnswer receive(bool withBody = true) {
         HttpAnswer answer;
-        // To parse again after each block of a long answer would take far longer than to get it.
+        // Parsing again after each block of a long answer would take far longer than receiving it.
         until([&] { return !more_ && (parse(answer, withBody) || ended_); }, [this] { read(); });
         input_.erase(0, used_);
         return answer;
@@ -45,7 +45,7 @@ public:
     HttpAnswer get(const std::string& path, const std::string& host = "localhost") {
         return ask("GET " + path + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n");
     }
-    /// Whether the server ends the connection without another byte.
+    /// Whether the server closes the connection without sending another byte.
     bool ends() {
         until([this] { return ended_ || !input_.empty(); }, [this] { read(); });
         return ended_ && input_.empty();

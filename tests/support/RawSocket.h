@@ -10,10 +10,10 @@
 
 namespace Orvel::Test {
 
-/// A peer that does what it likes: a TCP connection to an address in 127/8.
+/// A raw TCP connection to an address in 127/8.
 class RawSocket {
 public:
-    /// A small `receiveBuffer` is filled by few bytes; 0 is the system's default.
+    /// A small `receiveBuffer` fills up quickly; 0 is the system's default.
     explicit RawSocket(
         std::uint16_t port, std::string_view bytes = {}, int receiveBuffer = 4096,
         std::uint32_t host = INADDR_LOOPBACK)
@@ -32,13 +32,13 @@ public:
     ~RawSocket() { ::close(descriptor_); }
 
     [[nodiscard]] bool connected() const { return connected_; }
-    /// Gives how many of the bytes the system has taken.
+    /// Returns the number of bytes that the system accepted.
     std::size_t send(std::string_view bytes, int flags = MSG_DONTWAIT) const {
         const auto size = ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | flags);
         return size > 0 ? static_cast<std::size_t>(size) : 0;
     }
     void endSending() const { ::shutdown(descriptor_, SHUT_WR); }
-    /// Appends what has come; false once the other side has ended the connection.
+    /// Appends received data. Returns false once the peer has closed the connection.
     bool receive(std::string& input) const {
         char block[65536];
         ssize_t size = 0;
@@ -47,7 +47,7 @@ public:
         }
         return size < 0 && (errno == EAGAIN || errno == EINTR);
     }
-    /// Whether the other side has ended the connection; discards what it has sent.
+    /// Whether the peer has closed the connection; discards its data.
     [[nodiscard]] bool isClosed() const {
         std::string discarded;
         return !receive(discarded);

@@ -16,16 +16,16 @@ namespace Orvel::Test {
 /// A world that leaves nothing behind.
 using TidyWorld = OwningWorld<>;
 
-/// Writes down what reaches it: the operation and the id of the part, as "setEmitterState 3".
-/// Its world owns it as any other; it is no registered kind.
+/// Records its calls: the operation and the id of the part, as "setEmitterState 3". Owned by its
+/// world; not a registered kind.
 class RecordingBackend : public Backend {
 public:
     explicit RecordingBackend(World& world, const char* params = "") : Backend(world, params) {}
 
-    /// Called after each operation was written down.
+    /// Called after each operation has been recorded.
     std::function<void(const std::string& call)> onCall;
 
-    /// The operations since the last take() or since the beginning.
+    /// The operations since the last take() or the construction.
     std::vector<std::string> take() { return std::exchange(calls_, {}); }
 
     void resetBackend() override { note("resetBackend"); }

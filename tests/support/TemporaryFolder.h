@@ -7,7 +7,7 @@
 
 namespace Orvel::Test {
 
-/// A new empty folder that vanishes with this object, with all that is in it.
+/// A new empty folder that is removed with its contents by the destructor.
 class TemporaryFolder {
 public:
     TemporaryFolder() : path_((std::filesystem::temp_directory_path() / "orvel-XXXXXX").string()) {

@@ -10,7 +10,8 @@
 
 namespace Orvel::Test {
 
-/// All that travels, for comparing two worlds; without `history` not the states before the last.
+/// Everything that is sent, for comparing two worlds; without `history` the previous states are
+/// omitted.
 inline std::string describe(World& world, bool history = true) {
     using testing::PrintToString;
     const auto previous = [history](const WorldPart& part) {

@@ -1,4 +1,5 @@
-// Not built. clang-tidy must report it: scripts/tidy.sh checks that the checks are on.
+// Not built. clang-tidy must report it; scripts/tidy.sh uses it to verify that the checks are
+// enabled.
 #include <string>
 #include <utility>
 

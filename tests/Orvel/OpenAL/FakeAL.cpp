@@ -45,7 +45,7 @@ std::string vector(ALenum parameter, const ALfloat* values) {
     return list.str();
 }
 
-/// False when the call is to fail.
+/// Records a call. Returns false if the call must fail.
 template <class... Arguments>
 bool record(const std::string& function, const Arguments&... arguments) {
     FakeAL& fake = FakeAL::the();
@@ -55,7 +55,7 @@ bool record(const std::string& function, const Arguments&... arguments) {
     return !function.starts_with(fake.failing);
 }
 
-/// The same for a call of AL itself.
+/// The same for AL's own functions.
 template <class... Arguments>
 bool act(const std::string& function, const Arguments&... arguments) {
     const bool works = record(function, arguments...);
@@ -128,7 +128,7 @@ void alGenBuffers(ALsizei count, ALuint* names) {
     }
 }
 
-// Those that do nothing but to be recorded: result's type, name, parameters, result, recorded text.
+// Functions that are only recorded: result type, name, parameters, result, recorded text.
 #define ORVEL_RECORDED(type, function, parameters, result, ...)                                    \
     type function parameters {                                                                     \
         act(#function __VA_OPT__(, ) __VA_ARGS__);                                                 \

@@ -1,4 +1,4 @@
-// What the back end asks of OpenAL and ALUT, call by call, and what it logs. Linked with FakeAL.
+// The back end's calls of OpenAL and ALUT, one by one, and its log lines. Linked with FakeAL.
 #include "FakeAL.h"
 
 #include <Corvid/URLImpl.h>
@@ -21,7 +21,7 @@ namespace {
 const std::string kStateMachine = "FATAL: OpenAL state machine error: ";
 const std::string kInjected = kStateMachine + "Invalid enum parameter value\n"; // AL_INVALID_VALUE
 
-/// A world, and what its back ends did since the last expectation.
+/// A world, and the calls of its back ends since the last expectation.
 struct Scene {
     Scene() { al = {}; }
     /// A back end with AL buffer 1 for source 1 and AL source 1 for emitter 11.
@@ -102,7 +102,7 @@ TEST(OALBackend, ResetDeletesSourcesBeforeBuffersByAscendingId) {
     t.world.createSource(-3);      // buffer 2
     t.world.createEmitter({}, -3); // AL source 2
     t.forget();
-    t.al.failing = "alSourceStop"; // which ends neither loop
+    t.al.failing = "alSourceStop"; // must not end either loop
     backend.resetBackend();
     t.expect(
         "alSourceStop(2); alDeleteSources(1, 2); alSourceStop(1); alDeleteSources(1, 1); "
@@ -119,7 +119,7 @@ TEST(OALBackend, MakesItsCallsInItsOwnContextAndReportsTheirErrors) {
         t.al.failing = "alGenBuffers";
         Source* unmade = t.world.createSource();
         World elsewhere;
-        const OALBackend other(elsewhere, nullptr); // names repeat there, so a call would hit
+        const OALBackend other(elsewhere, nullptr); // with the same names
         float x = 0;
         const auto param = [&](bool world, bool flag) {
             t.world.setSpatialize(world);
@@ -153,7 +153,7 @@ TEST(OALBackend, MakesItsCallsInItsOwnContextAndReportsTheirErrors) {
         } rows[] = {
             {[&] { t.world.setEnabled(true); }, "alListenerf(GAIN, 1)", "set listener gain"},
             {[&] { t.world.setEnabled(false); }, "alListenerf(GAIN, 0)", "set listener gain"},
-            {[&] { // looks up, by a rotation whose length is not 1
+            {[&] { // looks up; the rotation's length is not 1
                  t.world.setListenerTransform({4, 5, 6}, {0.5F, 0, 0, 0.5F});
              },
              "alListenerf(GAIN, 1); alListenerfv(POSITION, 4, 5, 6); "
@@ -175,7 +175,7 @@ TEST(OALBackend, MakesItsCallsInItsOwnContextAndReportsTheirErrors) {
             {[&] { state(WorldPart::PAUSE); }, "alSourcePause(1)", "pause sound"},
             {[&] { state(WorldPart::STOP); }, "alSourceStop(1)", "stop sound"},
             {[&] {
-                 t.source->setParam(true, 1.5F); // nothing plays it: no call
+                 t.source->setParam(true, 1.5F); // without a playing emitter: no call
                  t.emitter->setSource(t.source);
              },
              "alSourceStop(1); alSourcei(1, BUFFER, 1); alSourcef(1, PITCH, 1.5); "
@@ -190,7 +190,7 @@ TEST(OALBackend, MakesItsCallsInItsOwnContextAndReportsTheirErrors) {
              "destroy emitter"},
             {[&] { delete t.source; }, "alDeleteBuffers(1, 1)", "destroy source"}};
         for (const auto& row : rows) {
-            // With the own context current and no errors, or neither.
+            // Once with the back end's context current and no errors, once with neither.
             t.al.failing = disturbed ? "al" : "none";
             (disturbed ? other : backend).checkALError(nullptr);
             t.forget();

@@ -1,4 +1,4 @@
-// The default device. OpenAL chooses its driver once in a process, so this program has one test.
+// The default device. OpenAL chooses its driver once per process, so this program has one test.
 #include "Sound.h"
 
 #include <cstdint>
@@ -28,7 +28,7 @@ TEST(OALDevice, TheWaveDriverWritesWhatIsHeardAndTheDestructorCompletesTheFile) 
     world.addBackend("default", nullptr);
     play(world, {-1, 0, 0}, tone(20.0, 500));
     const auto written = [&path] { return std::filesystem::file_size(path); };
-    // The file lags behind by at most 2000 frames of 8 bytes; 13230 frames are 0.3 s.
+    // The file lags by at most 2000 frames of 8 bytes; 13230 frames are 0.3 s.
     const std::size_t placed = written();
     ASSERT_TRUE(until([&] { return written() > placed + 8 * 13230; }, [] {}));
     world.deleteAllBackends();

@@ -1,4 +1,4 @@
-// What is heard: the real OpenAL on a device that renders on demand.
+// The audible result, with the real OpenAL on a loopback device.
 #include "Sound.h"
 
 #include <Orvel/OALLoopbackBackend.h>
@@ -18,7 +18,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// A scene and an ear in it.
+/// A scene and a loopback back end that renders it.
 struct Room {
     explicit Room(const char* params = nullptr) : ear(new OALLoopbackBackend(world, params)) {}
 
@@ -27,7 +27,7 @@ struct Room {
         EXPECT_TRUE(ear->render(samples.data(), static_cast<unsigned>(samples.size() / 2)));
         return samples;
     }
-    /// The levels left and right, once a change has settled.
+    /// The levels left and right after a change has settled.
     std::pair<double, double> levels() {
         hear(0.1);
         const Stereo sound = hear(0.25);
@@ -119,7 +119,7 @@ TEST(OALLoopbackFiles, AreReadOrRefusedWithOneReason) {
         float duration;
     } rows[] = {
         {1, 1, 8000, 16, 8044, "", 0.5F},
-        {7, 1, 8000, 8, 8044, "", 1.0F}, // mu-law, made 16 bit
+        {7, 1, 8000, 8, 8044, "", 1.0F}, // mu-law, decoded to 16 bit
         {1, 1, 8000, 24, 8044, mode, 0.0F},
         {3, 1, 8000, 32, 8044, mode, 0.0F}, // float
         {1, 1, 8000, 16, 8000, "AOLError: The sound data was corrupt or truncated\n", 0.0F},
@@ -139,7 +139,7 @@ TEST(OALLoopbackFiles, AreReadOrRefusedWithOneReason) {
         const std::string trace = testing::PrintToString(&row - rows);
         EXPECT_FLOAT_EQ(source->duration(), row.duration) << trace;
         EXPECT_EQ(room.errors.take(), row.reason) << trace;
-        const bool refusedByAL = row.reason.empty() && row.duration == 0.0F; // for the rate
+        const bool refusedByAL = row.reason.empty() && row.duration == 0.0F; // because of its rate
         const char* unknown = "FATAL: Unkown sound format: 0\n";
         EXPECT_EQ(room.log.take().back(), row.reason.empty() ? loading : unknown) << trace;
         EXPECT_EQ(OALBackend::reportRefusedSound(*source), refusedByAL) << trace;

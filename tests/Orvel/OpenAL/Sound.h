@@ -22,7 +22,7 @@ inline std::vector<unsigned char> tone(double seconds, double hertz) {
     return bytes;
 }
 
-/// What comes out: left and right samples in turn.
+/// Interleaved output samples, left first.
 using Stereo = std::vector<float>;
 
 /// RMS of a channel in dB below full scale; -200 for silence.
@@ -35,7 +35,7 @@ inline double level(const Stereo& sound, std::size_t channel) {
     return mean > 1e-20 ? 10.0 * std::log10(mean) : -200.0;
 }
 
-/// A tone that is heard from a place.
+/// Plays a tone at a position.
 inline Emitter* play(
     World& world, const Vec3f& position, const std::vector<unsigned char>& samples,
     unsigned channels = 1) {

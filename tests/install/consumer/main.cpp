@@ -1,4 +1,4 @@
-// A host that knows only the installed package: a back-end kind of its own, and a scene.
+// A host that uses only the installed package: a back-end kind of its own, and a scene.
 #include <Orvel/BackendType.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/SilentBackend.h>
