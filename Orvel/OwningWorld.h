@@ -4,9 +4,9 @@
 
 namespace Orvel {
 
-/// A world, or a class derived from one such as Server, that deletes its parts and then its back
-/// ends when it is destroyed. What a class derived from this one overrides is no longer called
-/// then; a class that needs that clears itself in its own destructor.
+/// A world, or a derived class such as Server, that deletes its parts and then its back ends when
+/// it is destroyed. Overrides of derived classes are not called any more at that time; a class that
+/// needs them must clear itself in its own destructor.
 template <class Base = World>
 class OwningWorld : public Base {
 public:

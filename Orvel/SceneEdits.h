@@ -6,11 +6,11 @@
 
 #include <vector>
 
-/// Edits of a scene whose steps need a certain order.
+/// Edits of a scene whose steps must be done in a certain order.
 namespace Orvel {
 
-/// Makes each step of an edit with the setter. Another class with these functions makes them in
-/// another way, such as by events.
+/// Performs the steps with the setters. Another class with these functions may use another way,
+/// such as events.
 struct SetterSteps {
     static void setSource(Emitter& emitter, Source* source) { emitter.setSource(source); }
     static void setState(WorldPart& part, WorldPart::State state) { part.setState(state); }
@@ -21,15 +21,15 @@ struct SetterSteps {
     }
 };
 
-/// Connects an emitter to another source, or to none. One that plays begins the new sound at once,
-/// and its former source plays on.
+/// Connects an emitter to another source, or to none. A playing emitter starts the new sound at
+/// once, and the former source continues.
 template <class Steps = SetterSteps>
 void reconnect(Emitter& emitter, Source* source, const Steps& steps = {}) {
     if (source == emitter.source()) {
         return;
     }
-    // The state is set anew while nothing is connected: it would spread to what else plays either
-    // source.
+    // The state is set while it is disconnected, because it would spread to the other parts of
+    // either source.
     const bool playing = source != nullptr && emitter.state() == WorldPart::PLAY;
     steps.setSource(emitter, nullptr);
     if (playing) {
@@ -41,7 +41,7 @@ void reconnect(Emitter& emitter, Source* source, const Steps& steps = {}) {
     }
 }
 
-/// Plays a source or an emitter from the beginning, also if it plays already.
+/// Plays a source or an emitter from the beginning, also if it is playing.
 template <class Part, class Steps = SetterSteps>
 void restart(Part& part, const Steps& steps = {}) {
     if (part.state() == WorldPart::PLAY) {
@@ -50,8 +50,8 @@ void restart(Part& part, const Steps& steps = {}) {
     steps.setState(part, WorldPart::PLAY);
 }
 
-/// Moves the listener. A world that is disabled stays silent, although some back ends hear again
-/// when the listener moves.
+/// Moves the listener. A disabled world stays silent, although moving the listener unmutes some
+/// back ends.
 template <class Steps = SetterSteps>
 void moveListener(
     World& world, const Vec3f& position, const Quaternion& rotation, const Steps& steps = {}) {
@@ -64,7 +64,7 @@ void moveListener(
     }
 }
 
-/// Disconnects the emitters of a source, which are returned in the order of their ids.
+/// Disconnects the emitters of a source; returns them in the order of their ids.
 inline std::vector<Emitter*> disconnectAll(Source& source) {
     std::vector<Emitter*> emitters;
     for (const auto& [id, emitter] : source.connectedEmitters()) {
@@ -76,15 +76,15 @@ inline std::vector<Emitter*> disconnectAll(Source& source) {
     return emitters;
 }
 
-/// Destroys a source after disconnecting its emitters: a back end cannot drop a sound that
-/// something still holds.
+/// Destroys a source after disconnecting its emitters, because a back end cannot release a sound
+/// that is in use.
 inline void destroy(Source& source) {
     disconnectAll(source);
     delete &source;
 }
 
-/// Gives a source that is in use another sound: `give(source)` sets its data while no emitter holds
-/// it, which a back end could not refill. Emitters that play begin the new sound.
+/// Changes the sound of a source that is in use: `give(source)` sets its data while no emitter is
+/// connected, because a back end could not refill it. Playing emitters start the new sound.
 template <class Give>
 void changeSound(Source& source, Give give) {
     const std::vector<Emitter*> emitters = disconnectAll(source);

@@ -97,8 +97,8 @@ Pointer need(Pointer pointer, const char* what) {
     return pointer;
 }
 
-/// A server that tells its owner about resets. Its sources are the owner's: what a client has with
-/// one of them begins and ends, while the source stays.
+/// A server that notifies its owner of resets. The owner creates the sources: clients only start
+/// and stop using them.
 class PolledServer : public Orvel::OwningWorld<Orvel::Server> {
 public:
     void resetWorld() override {

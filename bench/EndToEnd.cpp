@@ -1,5 +1,5 @@
-// How fast transforms get from a host's world into a server's: against raw TCP in large batches
-// with no more than the decoding and the look-up, and against ZeroMQ with all of the same work.
+// The throughput of transforms from a host's world to a server's, against raw TCP in large batches
+// with only the decoding and the look-up, and against ZeroMQ with all of the same work.
 #include "Net.h"
 
 #include <Corvid/Event.h>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kEmitters = 1000;
 
-/// One way to make the emitters of another world move. Each round moves all emitters some times.
+/// A way to move the emitters of another world. Each round moves all emitters several times.
 class Way {
 public:
     Way() {
@@ -27,7 +27,7 @@ public:
     Way& operator=(const Way&) = delete;
     virtual ~Way() = default;
 
-    /// Seconds for each event, until the last is applied.
+    /// Seconds per event, until the last is applied.
     double round(int passes) {
         const long target = server.applied() + long{passes} * kEmitters;
         const auto start = OrvelBench::Clock::now();
@@ -53,7 +53,7 @@ public:
         host_ = std::make_unique<OrvelBench::HostScene<>>(kEmitters);
         server.run();
         host_->waitForServers(1);
-        // The replay, which makes the server's emitters anew, moves none.
+        // The replay, which recreates the server's emitters, moves none.
         round(1);
     }
 
@@ -62,7 +62,7 @@ private:
     std::unique_ptr<OrvelBench::HostScene<>> host_;
 };
 
-/// Sends batches that are encoded already, and decodes nothing but what it needs.
+/// Sends encoded batches, and decodes only the necessary fields.
 class RawTcp : public Way {
 public:
     RawTcp() {
@@ -122,7 +122,7 @@ private:
 };
 
 #ifdef ORVEL_HAS_ZMQ
-/// The library's world, events, decoding and application, but ZeroMQ between them.
+/// The library's world, events, decoding and application, connected by ZeroMQ.
 class ZeroMq : public Way, private Corvid::Sender {
 public:
     ZeroMq() {

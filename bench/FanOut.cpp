@@ -1,4 +1,4 @@
-// What a change of a part costs on its way to the back ends, against calling them directly.
+// The cost of a change of a part on its way to the back ends, against calling them directly.
 #include "Ratio.h"
 
 #include <Orvel/Backend.h>
@@ -25,7 +25,7 @@ struct Scene {
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
-    /// Another place and another direction than in the last pass, so that nothing is left out.
+    /// Another position and rotation than in the last pass, so that no call is skipped.
     void moveAll() {
         static constexpr std::array<Orvel::Vec3f, 2> kPositions{{{1, 2, 3}, {-3, 2, -1}}};
         static constexpr std::array<Orvel::Quaternion, 2> kRotations{{{0, 0, 0, 1}, {0, 1, 0, 0}}};

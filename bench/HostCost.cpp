@@ -1,5 +1,5 @@
-// What a host pays for an emitter's transform that goes to sound servers, against appending the
-// same bytes to a buffer that a thread sends: 1,000 every 10 ms, as a frame loop makes them.
+// The host's cost of an emitter's transform sent to sound servers, against appending the same bytes
+// to a buffer that a thread sends: 1,000 every 10 ms, as in a frame loop.
 #include "Net.h"
 
 #include <Corvid/detail/net/wire.h>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// What the host's thread does while it is watched. Its only call of write() wakes the I/O thread.
+// Counters of the host's thread while it is watched. Its only call of write() wakes the I/O thread.
 thread_local bool watched = false;
 thread_local long allocations = 0;
 thread_local long writeCalls = 0;
@@ -27,7 +27,7 @@ void* allocate(std::size_t size) {
 
 } // namespace
 
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): these stand in for the usual ones
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): these replace the standard ones
 void* operator new(std::size_t size) {
     return allocate(size);
 }
@@ -57,8 +57,8 @@ namespace {
 
 constexpr int kEmitters = 1000;
 
-/// Servers that greet and then throw away what they are sent, so that many of them do not take the
-/// processor away from what is measured.
+/// Servers that greet and then discard all data, so that many of them do not take processor time
+/// from the measured thread.
 class Sinks {
 public:
     explicit Sinks(int count) : listening_(static_cast<std::size_t>(count)) {}
@@ -83,7 +83,7 @@ public:
         }
         thread_ = std::thread([this] { run(); });
     }
-    /// Bytes that arrived at the first one.
+    /// Bytes received by the first one.
     [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
 
 private:
@@ -100,7 +100,7 @@ private:
                 if (polled[i].revents == 0) {
                     continue;
                 }
-                // MSG_TRUNC discards what has arrived instead of copying it.
+                // MSG_TRUNC discards received data instead of copying it.
                 const std::size_t size = connections_[i].receive(nullptr, 1U << 20U, MSG_TRUNC);
                 bytes_ += i == 0 ? size : 0;
                 if (size == 0) {
@@ -117,13 +117,13 @@ private:
     std::thread thread_;
 };
 
-/// A scene that is sent to sinks.
+/// A scene connected to such servers.
 struct Sending {
     explicit Sending(int sinkCount) : sinks(sinkCount) {
         sinks.connect(scene.client->multiClient());
         scene.waitForServers(static_cast<std::size_t>(sinkCount));
     }
-    /// Bytes that the first sink got, once everything has arrived.
+    /// Bytes received by the first server, once everything has arrived.
     [[nodiscard]] double bytesArrived() const {
         const auto settled = [&] {
             constexpr std::size_t kGreeting = Corvid::detail::Greeting::kSize;
@@ -137,7 +137,7 @@ struct Sending {
     OrvelBench::HostScene<> scene{kEmitters};
 };
 
-/// Bytes as long as a transform, appended to a buffer; a thread sends them to another socket.
+/// Blocks of the size of a transform, appended to a buffer; a thread sends them to another socket.
 class Appending {
 public:
     Appending()
@@ -165,12 +165,12 @@ private:
     OrvelBench::BufferedWriter writer_{sockets_.near};
 };
 
-/// Seconds for each of the changes of a batch, which begins with the next tick.
+/// Seconds per change of a batch, which starts with the next tick.
 template <class Work>
 double tick(Work&& work) {
     static auto next = OrvelBench::Clock::now();
     next = std::max(next + std::chrono::milliseconds(5), OrvelBench::Clock::now());
-    std::this_thread::sleep_until(next); // two sides take turns, so each has its own every 10 ms
+    std::this_thread::sleep_until(next); // the two sides alternate, so each has its own every 10 ms
     const auto start = OrvelBench::Clock::now();
     work();
     return OrvelBench::secondsSince(start) / kEmitters;
@@ -196,8 +196,8 @@ int main(int argc, char** argv) {
     OrvelBench::Report report("A transform to sound servers, for the host", argc, argv);
     OrvelBench::prepareNetwork();
 
-    // The threads that send and receive are born on another processor, if there is one; where the
-    // system puts them beside the host's, they interrupt it, which would decide the comparison.
+    // The sending and receiving threads start on another processor, if there is one; beside the
+    // host's thread they would interrupt it, which would dominate the comparison.
     OrvelBench::pinTo(1);
     Sending one(1);
     Sending many(32);
@@ -234,7 +234,7 @@ int main(int argc, char** argv) {
         "bytes of a transform on the wire",
         (one.bytesArrived() - bytesBefore) / (double{kEmitters} * batches), OrvelBench::kBytes,
         OrvelBench::kTransformBytes);
-    // Some batches meet an interruption in which all that was sent leaves.
+    // Some batches are interrupted, and all queued data is sent meanwhile.
     report.figure("wake-ups in a batch", OrvelBench::median(wakeUps), OrvelBench::kTimes, 1);
     report.figure(
         "allocations in all batches", static_cast<double>(allocations), OrvelBench::kTimes, 0);

@@ -1,5 +1,5 @@
-// How long a server takes that comes late to a large scene, from its construction to the last
-// event: against its bytes over raw TCP plus its events applied to a world that is there already.
+// The time from a late server's construction to the last event of a large scene's replay: against
+// its bytes over raw TCP plus its events applied to a local world.
 #include "Net.h"
 
 #include <Corvid/Event.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// A scene in which no emitter has its first values, as they would change nothing.
+/// A scene in which no emitter has its default values, which would change nothing.
 struct Host : OrvelBench::HostScene<> {
     explicit Host(int emitterCount) : HostScene(emitterCount) {
         moveAll();
@@ -22,7 +22,7 @@ struct Host : OrvelBench::HostScene<> {
     }
 };
 
-/// Knows when the last emitter of a scene plays, which is the last event of its replay.
+/// Detects that the last emitter of a scene plays, which is the last event of its replay.
 class LateServer : public OrvelBench::CountingServer {
 public:
     explicit LateServer(int emitterCount) : lastId_(emitterCount) {}
@@ -57,7 +57,7 @@ double join(Host& host) {
     return seconds;
 }
 
-/// The bytes of the replay, as a server gets them.
+/// The bytes of the replay as sent to a server.
 std::vector<std::byte> record(Host& host) {
     const OrvelBench::Listening listening;
     Corvid::MultiClient& network = host.client->multiClient();
@@ -95,7 +95,7 @@ double sendRaw(const std::vector<std::byte>& bytes) {
     return OrvelBench::secondsSince(start);
 }
 
-/// Applies events that are decoded already.
+/// Applies decoded events.
 double applyHere(const std::vector<std::byte>& bytes, int emitterCount) {
     std::vector<std::unique_ptr<Corvid::Event>> events;
     for (std::span<const std::byte> left = bytes; !left.empty();) {

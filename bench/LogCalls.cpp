@@ -1,4 +1,4 @@
-// What a log line costs that the level keeps back, against the same loop without it.
+// The cost of a log line that the level suppresses, against the same loop without it.
 #include "Ratio.h"
 
 #include <Orvel/Log.h>
@@ -11,7 +11,7 @@ int main(int argc, char** argv) {
     Orvel::Log& log = Orvel::Log::the();
     log.setLevel(Orvel::Log::Level::Notice);
 
-    // A line that is formatted all the same shows in the callback or in its argument.
+    // If the line were formatted, the callback or its argument would show it.
     long evaluated = 0;
     log.setCallback([&](Orvel::Log::Level, std::string_view) { ++evaluated; });
 

@@ -1,4 +1,4 @@
-// How much memory a part takes in all, against the size of its object or of its samples.
+// The total memory of a part, against the size of its object or of its samples.
 #include "Ratio.h"
 #include "Sound.h"
 
@@ -17,7 +17,7 @@ double bytesInUse() {
     return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
-/// Bytes for each of `parts` parts, the allocator's own included, against `baseline`.
+/// Bytes per part of `parts`, including the allocator's overhead, against `baseline`.
 template <class Make>
 OrvelBench::Comparison measure(int parts, double baseline, Make&& make) {
     Orvel::World world;
@@ -59,7 +59,7 @@ int main(int argc, char** argv) {
             kParts, kSource,
             [](auto& world) { world.createSource()->setDataFromURL("file:///voices/left.wav"); }),
         kBytes);
-    // Held twice, they would take double.
+    // Two copies would double it.
     const std::vector<unsigned char> samples = OrvelBench::tone();
     report.row(
         "source with a second of samples",

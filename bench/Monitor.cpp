@@ -1,5 +1,5 @@
-// What somebody who looks at the monitor costs the frame loop: the time inside update(), turn by
-// turn, while one answer is made and sent, with 1,000 emitters of which all move.
+// The cost of a monitor's client for the frame loop: the time inside each update() while one answer
+// is made and sent, with 1,000 moving emitters.
 #include "Net.h"
 #include <Show/monitor/MonitorBackend.h>
 
@@ -100,7 +100,7 @@ Access look(Scene& scene, const std::string& path) {
     return access;
 }
 
-/// A turn while nobody looks.
+/// An update without requests.
 double idle(Scene& scene) {
     constexpr int kTurns = 200;
     const auto begin = Clock::now();

@@ -39,7 +39,8 @@ constexpr std::size_t kTransformBytes = 49;
 
 // Raw sockets on loopback
 
-/// A descriptor that is closed at its end. Whatever fails, or takes ten seconds, ends the program.
+/// A descriptor that is closed by the destructor. A failure, or a wait of ten seconds, ends the
+/// program.
 class Socket {
 public:
     Socket() = default;
@@ -74,7 +75,7 @@ public:
             size -= static_cast<std::size_t>(sent);
         }
     }
-    /// As much as there is; 0 when the peer has closed.
+    /// Reads the available bytes; 0 if the peer has closed.
     [[nodiscard]] std::size_t receive(void* data, std::size_t size, int flags = 0) const {
         const ssize_t received = ::recv(descriptor_, data, size, flags);
         if (received < 0) {
@@ -148,8 +149,8 @@ struct SocketPair {
     Socket near, far;
 };
 
-/// The obvious way to send without waiting: bytes are appended to a buffer under a mutex, and a
-/// thread sends what is there. It is woken only when it waits.
+/// The obvious non-blocking sender: bytes are appended to a buffer under a mutex, and a thread
+/// sends them. The thread is only notified if it waits.
 class BufferedWriter {
 public:
     explicit BufferedWriter(const Socket& socket) : socket_(socket) {
@@ -208,7 +209,7 @@ private:
     std::thread thread_;
 };
 
-/// Takes whole transforms from a socket until its end.
+/// Receives whole transforms from a socket until its end.
 template <class Take>
 void receiveTransforms(const Socket& socket, Take&& take) {
     std::vector<std::byte> buffer(256U << 10U);
@@ -230,14 +231,14 @@ void receiveTransforms(const Socket& socket, Take&& take) {
 
 // The library on loopback
 
-/// A port for discovery that nobody else uses.
+/// A discovery port that no other process uses.
 inline std::uint16_t groupPort() {
     static const std::uint16_t port =
         bindToFreePort(Socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)));
     return port;
 }
 
-/// No traffic leaves this machine, and comings and goings are not told.
+/// Keeps all traffic on this machine, and suppresses messages about connections.
 inline void prepareNetwork() {
     Corvid::Multicast::setDefaultInterfaces({Corvid::InetAddress::fromBits(INADDR_LOOPBACK)});
     Orvel::Log::the().setLevel(Orvel::Log::Level::Log);
@@ -262,7 +263,7 @@ void waitUntil(Condition&& condition, const char* what) {
     }
 }
 
-/// A sound server that counts the transforms that its world has taken.
+/// A sound server that counts the transforms applied to its world.
 class CountingServer : public Orvel::OwningWorld<Orvel::Server> {
 public:
     CountingServer() { setMulticastPort(groupPort()); }
@@ -296,7 +297,8 @@ struct HostScene {
         world.clearWorld();
     }
 
-    /// Until so many servers have been told the whole scene, which happens on another thread.
+    /// Waits until this many servers have received the whole scene, which is sent on another
+    /// thread.
     void waitForServers(std::size_t count) {
         std::size_t events = 2 + 2 * world.sources().size();
         for (const Orvel::Emitter* emitter : emitters) {

@@ -14,8 +14,8 @@
 
 namespace OrvelBench {
 
-/// What something costs against a baseline measured in the same run. `ratio` and `difference` are
-/// medians of their own over all pairs of measurements, not computed from the other two.
+/// The cost against a baseline measured in the same run. `ratio` and `difference` are medians over
+/// all pairs of measurements, not computed from the other two.
 struct Comparison {
     double figure = 0.0;
     double baseline = 0.0;
@@ -23,14 +23,14 @@ struct Comparison {
     double difference = 0.0; ///< figure - baseline
 };
 
-/// What a comparison is meant to reach. `limit` of a difference is in the row's unit.
+/// The target of a comparison. `limit` of a difference is in the row's unit.
 struct Aim {
     enum class Of { Nothing, Ratio, Difference };
     Of of = Of::Nothing;
     double limit = 0.0;
 };
 
-/// How a row's values are shown: multiplied by `scale`, with the unit's name.
+/// The format of a row's values: multiplied by `scale`, with the unit's name.
 struct Unit {
     const char* name;
     double scale;
@@ -48,8 +48,8 @@ inline double median(std::vector<double> values) {
     return *middle;
 }
 
-/// Pairs of measurements that were taken one right after the other, so that whatever the machine
-/// does meanwhile meets both.
+/// Pairs of measurements taken one right after the other, so that other load on the machine affects
+/// both.
 class Pairs {
 public:
     void add(double figure, double baseline) {
@@ -70,7 +70,7 @@ private:
     std::vector<double> differences_;
 };
 
-/// Ends the program: what was to be measured cannot be. A missed aim is no such failure.
+/// Ends the program because a measurement failed. A missed aim is no such failure.
 [[noreturn]] inline void fail(const std::string& what) {
     std::fprintf(stderr, "error: %s\n", what.c_str());
     std::exit(EXIT_FAILURE); // NOLINT(concurrency-mt-unsafe): one thread of ours, at its end
@@ -82,7 +82,7 @@ inline double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/// The frame of a benchmark program: reads the command line, measures, prints the table.
+/// The frame of a benchmark program: parses the command line, measures, prints the table.
 class Report {
 public:
     Report(std::string title, int argc, char** argv) : title_(std::move(title)) {
@@ -97,14 +97,14 @@ public:
         }
     }
 
-    /// True when a few milliseconds a figure must do: shows that the program works, measures
-    /// nothing of worth.
+    /// True to spend only a few milliseconds per figure, which shows that the program works but
+    /// measures nothing useful.
     [[nodiscard]] bool quick() const { return quick_; }
 
-    /// How long the pairs of one comparison are taken for, in seconds.
+    /// The time for the pairs of one comparison, in seconds.
     [[nodiscard]] double budget() const { return quick_ ? 0.002 : 1.5; }
 
-    /// Seconds per operation. Each call of `figure` and of `baseline` does `operations` of them.
+    /// Seconds per operation. Each call of `figure` and `baseline` performs `operations` of them.
     template <class Figure, class Baseline>
     Comparison compare(double operations, Figure&& figure, Baseline&& baseline) const {
         const long calls = std::max(callsPerBatch(figure), callsPerBatch(baseline));
@@ -112,7 +112,7 @@ public:
         Pairs pairs;
         const auto start = Clock::now();
         while (pairs.size() < kLeastPairs || secondsSince(start) < budget()) {
-            // Each goes first in every other pair, so that neither gains from its place.
+            // The order alternates, so that neither gains from it.
             if (pairs.size() % 2 == 0) {
                 const double a = secondsFor(figure, calls);
                 const double b = secondsFor(baseline, calls);
@@ -148,19 +148,19 @@ public:
         rows_.push_back(std::move(row));
     }
 
-    /// A figure that stands alone; the limit is in its unit.
+    /// A figure without a baseline; the limit is in its unit.
     void figure(const std::string& name, double value, Unit unit, double limit) {
         rows_.push_back({name, number(value * unit.scale, unit.name, 2), "-", "-", "-", "", ""});
         this->limit(value, unit, limit);
     }
 
-    /// Gives the last row, which has no aim, an aim for its figure, which was `value`.
+    /// Sets an aim for the figure of the last row, which has none; the figure was `value`.
     void limit(double value, Unit unit, double limit) {
         rows_.back().aim = "figure <= " + number(limit, unit.name, 0);
         rows_.back().verdict = verdict(value * unit.scale <= limit);
     }
 
-    /// Prints the table. The program's exit code: 0, as no time is fit to fail a build.
+    /// Prints the table. Returns the exit code: 0, since a time must not fail a build.
     int finish() const {
         const benchmark::CPUInfo& cpu = benchmark::CPUInfo::Get();
         std::printf(
@@ -186,7 +186,7 @@ private:
 
     static constexpr std::size_t kLeastPairs = 5;
 
-    /// Long enough that reading the clock does not count.
+    /// Long enough that the cost of reading the clock is negligible.
     [[nodiscard]] double batchSeconds() const { return quick_ ? 20e-6 : 500e-6; }
 
     template <class Work>
@@ -207,7 +207,7 @@ private:
         return calls;
     }
 
-    /// As many decimals as asked for, but none from 1000 on; `sign` shows a plus too.
+    /// The given number of decimals, but none from 1000 on; `sign` adds a plus sign.
     static std::string number(double value, const char* unit, int decimals, bool sign = false) {
         std::array<char, 64> text{};
         std::snprintf(

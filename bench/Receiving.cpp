@@ -1,5 +1,5 @@
-// What an event costs a server with 1 and with 100 clients, and what a client and a server cost
-// while nothing happens.
+// The cost of an event for a server with 1 and with 100 clients, and the cost of an idle client and
+// server.
 #include "Net.h"
 
 #include <Corvid/detail/net/wire.h>
@@ -11,10 +11,10 @@
 namespace {
 
 constexpr int kEmitters = 1000;
-constexpr int kEvents = 20000; // of a round
+constexpr int kEvents = 20000; // per round
 
 /// A polled server and its clients, which share the events of a round. Everything happens on one
-/// thread: what they send waits in the sockets until the server reads.
+/// thread: events are queued in the sockets until the server reads.
 class Crowd {
 public:
     explicit Crowd(int clientCount) {
@@ -37,7 +37,7 @@ public:
         }
     }
 
-    /// Seconds for each event.
+    /// Seconds per event.
     double round() {
         const Orvel::Vec3f to = OrvelBench::HostScene<>::position(++pass_);
         std::vector<std::byte> bytes;
@@ -50,7 +50,7 @@ public:
                 Orvel::TransformEvent event;
                 event.address(Orvel::CmdSetEmitterTransform, 1 + id % kEmitters);
                 event.position = to;
-                event.position.z = static_cast<float>(id / kEmitters); // each changes something
+                event.position.z = static_cast<float>(id / kEmitters); // each changes a value
                 event.encode(frame);
                 bytes.insert(bytes.end(), frame.begin(), frame.end());
             }
@@ -73,7 +73,7 @@ private:
     unsigned pass_ = 0;
 };
 
-/// Processor time of this process for each second.
+/// Processor time of this process per second.
 double load(double seconds) {
     const auto used = [] {
         timespec time{};

@@ -1,5 +1,5 @@
-// How much faster than real time a scene renders, against the same scene pulled from OpenAL Soft
-// without the library.
+// The speed of rendering a scene, against the same scene pulled from OpenAL Soft without the
+// library.
 #include "Ratio.h"
 #include "Sound.h"
 
@@ -17,7 +17,7 @@ namespace {
 
 using OrvelBench::placeOf;
 
-constexpr unsigned kFrames = OrvelBench::kRate / 100; // of a block: 10 ms
+constexpr unsigned kFrames = OrvelBench::kRate / 100; // per block of 10 ms
 using Block = std::array<float, std::size_t{2} * kFrames>;
 
 constexpr float kNear = 1.0F;
@@ -114,7 +114,7 @@ public:
         alcCloseDevice(device_);
     }
 
-    /// With the calls that the back end makes too; Updates compares them alone.
+    /// With the same calls that the back end makes; Updates compares those separately.
     void move(int step) {
         int i = 0;
         for (const ALuint source : sources_) {
@@ -139,7 +139,7 @@ private:
     LPALCRENDERSAMPLESSOFT render_ = nullptr;
 };
 
-/// Renders blocks, one after the other; the emitters move before each one, or stay.
+/// Renders block by block; the emitters optionally move before each one.
 template <class Scene>
 class Run {
 public:
@@ -184,7 +184,7 @@ int main(int argc, char** argv) {
             if (library.block == Block{}) {
                 OrvelBench::fail("the scene is silent");
             }
-            auto result = report.compare(1.0, library, direct); // seconds a block
+            auto result = report.compare(1.0, library, direct); // seconds per block
             constexpr double kBlockSeconds = 0.01;
             result.figure = kBlockSeconds / result.figure;
             result.baseline = kBlockSeconds / result.baseline;

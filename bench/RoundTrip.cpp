@@ -1,5 +1,5 @@
-// A command to a server and the playing time that comes back, host to host, each side on a
-// processor of its own; against raw TCP with the same threads, and against raw TCP without any.
+// A command to a server and the duration that comes back, host to host, each side on a processor of
+// its own; against raw TCP with the same threads, and against raw TCP without threads.
 #include "Net.h"
 
 #include <Orvel/Source.h>
@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Measures the playing time of a source whenever its state changes.
+/// Measures the duration of a source whenever its state changes.
 class Answering : public OrvelBench::CountingServer {
 public:
     ~Answering() override { stop(); }
@@ -35,7 +35,7 @@ public:
     Library() {
         server_.createSource(kSource);
         host_.world.createSource(kSource);
-        OrvelBench::pinTo(1); // threads are born where their makers are
+        OrvelBench::pinTo(1); // new threads inherit the processor
         server_.run();
         OrvelBench::pinTo(0);
         host_.waitForServers(1);
@@ -50,7 +50,7 @@ public:
 
 private:
     static constexpr int kSource = 1;
-    /// Has its source again after each reset.
+    /// Recreates its source after each reset.
     struct Server : Answering {
         ~Server() override { stop(); }
         void resetWorld() override {
@@ -78,7 +78,7 @@ void receiveWhole(const OrvelBench::Socket& socket, std::size_t size, bool& open
     }
 }
 
-/// Both sides append to a buffer that a thread sends, and have another thread that receives.
+/// Both sides append to a buffer that one thread sends, and receive on another thread.
 class RawThreads {
 public:
     RawThreads() {
@@ -120,7 +120,7 @@ private:
     OrvelBench::BufferedWriter writer_{sockets_.near};
 };
 
-/// send() and recv() and nothing else.
+/// Only send() and recv().
 class RawAlone {
 public:
     RawAlone() {

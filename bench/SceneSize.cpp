@@ -1,4 +1,4 @@
-// Whether making, replaying and clearing a scene costs the same per emitter however large it is.
+// Whether creating, replaying and clearing a scene has a constant cost per emitter.
 #include "Ratio.h"
 
 #include <Orvel/Emitter.h>
@@ -32,7 +32,7 @@ void makeScene(Orvel::World& world, int emitters, int emittersPerSource) {
 }
 
 /// How many emitters share a source, and whether the scenes of one size exist at the same time. If
-/// so, all sizes use the same amount of memory, and what is left is how the work itself grows; if
+/// so, all sizes use the same amount of memory, and only the growth of the work itself remains; if
 /// not, a small scene stays in the processor's caches.
 struct Variant {
     const char* name;
@@ -42,13 +42,13 @@ struct Variant {
 constexpr std::array<Variant, 3> kVariants{
     {{", alone", 8, false}, {", same memory", 8, true}, {", one source", kSizes.back(), true}}};
 
-/// As many scenes as it takes to make as many emitters as the largest scene has.
+/// Enough scenes for as many emitters as the largest scene has.
 Costs measure(int emitters, const Variant& variant) {
     Costs costs{};
     const int scenes = kSizes.back() / emitters;
     const int atOnce = variant.sideBySide ? scenes : 1;
     for (int done = 0; done < scenes; done += atOnce) {
-        malloc_trim(0); // fresh memory for each, or free lists in disorder would decide
+        malloc_trim(0); // fresh memory for each; fragmented free lists would dominate
         std::vector<Orvel::World> worlds(static_cast<std::size_t>(atOnce));
         const auto timeAll = [&worlds](double& cost, auto&& phase) {
             const auto start = OrvelBench::Clock::now();

@@ -1,5 +1,5 @@
 // Two servers, of which one stops reading, while the host sends 100,000 events a second. Neither
-// the host nor the other server may notice.
+// the host nor the other server may be affected.
 #include "Net.h"
 
 namespace {
@@ -7,7 +7,7 @@ namespace {
 constexpr int kEmitters = 1000;
 constexpr std::size_t kTightLimit = std::size_t{4} << 20U;
 
-/// What came of 1,000 calls every 10 ms.
+/// The result of 1,000 calls every 10 ms.
 struct Calls {
     double longest = 0.0;
     long count = 0;
@@ -34,7 +34,7 @@ Calls drive(double seconds, Call&& call, AfterBatch&& afterBatch) {
     return calls;
 }
 
-/// How long the system interrupts somebody who hands the same bytes to a thread that sends them.
+/// How long the system interrupts a thread that hands the same bytes to a sending thread.
 double longestInterruption(double seconds) {
     OrvelBench::SocketPair sockets;
     std::thread reader([&] { OrvelBench::receiveTransforms(sockets.far, [](auto) {}); });
@@ -60,7 +60,7 @@ void measure(OrvelBench::Report& report, const std::string& name, std::size_t li
     good.run();
     stuck.run();
     scene.waitForServers(2);
-    stuck.stop(); // its connection stays, and nobody reads it
+    stuck.stop(); // its connection stays open, but is not read
 
     const auto move = [&](long number) {
         const Orvel::Vec3f to =

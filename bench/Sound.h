@@ -16,7 +16,7 @@ namespace OrvelBench {
 
 constexpr unsigned kRate = 44100;
 
-/// A second of a sine at 441 Hz, 16-bit mono at kRate; it loops without a step.
+/// A second of a sine at 441 Hz, 16-bit mono at kRate; it loops without a click.
 inline std::vector<unsigned char> tone() {
     std::vector<unsigned char> bytes;
     for (unsigned i = 0; i < kRate; ++i) {
@@ -28,15 +28,15 @@ inline std::vector<unsigned char> tone() {
     return bytes;
 }
 
-/// Gives a source the samples, without the line on standard error.
+/// Sets a source's samples, without the line on standard error.
 inline void setSamples(Orvel::Source& source, const std::vector<unsigned char>& samples) {
     std::streambuf* const errors = std::cerr.rdbuf(nullptr);
     source.setData(kRate, 16, 1, samples.data(), static_cast<unsigned>(samples.size()));
     std::cerr.rdbuf(errors);
 }
 
-/// The place of an emitter on its way around the listener, 2 to 12 units away; it comes round again
-/// after kSteps steps.
+/// The place of an emitter on a path around the listener, 2 to 12 units away; repeats after kSteps
+/// steps.
 constexpr int kSteps = 64;
 inline Orvel::Vec3f placeOf(int emitter, int step) {
     const double angle = 2.0 * std::numbers::pi * step / kSteps + emitter;
@@ -46,10 +46,10 @@ inline Orvel::Vec3f placeOf(int emitter, int step) {
         static_cast<float>(distance * std::sin(angle))};
 }
 
-/// Gives every run the same OpenAL: no sound card, no settings of the user's. Only before the first
-/// call of OpenAL, which reads the environment once.
+/// Gives every run the same OpenAL: no sound card and no user settings. Call it before OpenAL is
+/// used, which reads the environment once.
 inline void isolateOpenAL() {
-    // NOLINTBEGIN(concurrency-mt-unsafe): nothing else has started
+    // NOLINTBEGIN(concurrency-mt-unsafe): no other thread runs yet
     setenv("ALSOFT_DRIVERS", "null", 1);
     setenv("ALSOFT_LOGLEVEL", "0", 1);
     setenv("HOME", "/nonexistent", 1);

@@ -1,5 +1,5 @@
-// What a change of an emitter costs through the back end "openal", against the AL calls it is made
-// of, on the same AL sources in the same context.
+// The cost of a change of an emitter through the back end "openal", against the same AL calls, on
+// the same AL sources in the same context.
 #include "Ratio.h"
 #include "Sound.h"
 
@@ -31,7 +31,7 @@ struct Scene {
         }
         source->setState(Orvel::WorldPart::PLAY);
 
-        // AL does not list its sources, but their names are small.
+        // AL cannot list its sources, but their names are small numbers.
         for (ALuint name = 1; name < 10000 && names.size() < emitters.size(); ++name) {
             if (alIsSource(name) == AL_TRUE) {
                 names.push_back(name);
@@ -51,7 +51,7 @@ struct Scene {
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
-    /// The guard that goes before the calls of one change.
+    /// The check before the calls of one change.
     void select() const {
         if (alcGetCurrentContext() != context) {
             alcMakeContextCurrent(context);
@@ -69,7 +69,7 @@ struct Scene {
     ALCcontext* context = nullptr;
 };
 
-/// A value that alternates, so that no two changes in a row are the same.
+/// A value that alternates, so that consecutive changes differ.
 class Alternating {
 public:
     float next() {

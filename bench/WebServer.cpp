@@ -1,5 +1,5 @@
-// What a web server costs the loop that updates it: with no request, with one, and how many index
-// pages it serves a second; against the same bytes over a plain socket. Everything on one thread.
+// The cost of a web server for the loop that updates it: without a request, with one, and index
+// pages per second; against the same bytes over a plain socket. Everything on one thread.
 #include "Net.h"
 
 #include <Corvid/PolledWebServer.h>
@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kRequest = "GET /index.html HTTP/1.1\r\nHost: localhost\r\n\r\n";
 
-/// Asks a polled web server for its index page over one connection.
+/// Requests the index page of a polled web server over one connection.
 class Library {
 public:
     Library() {
@@ -25,7 +25,7 @@ public:
         limits.requestsPerConnection = std::numeric_limits<std::size_t>::max();
         web_->webServer()->setLimits(limits);
         client_ = OrvelBench::connectTo(web_->webServer()->port());
-        // What comes first tells how much there is to read from then on.
+        // The first answer gives the length of all later ones.
         ask();
         serve();
         const std::size_t size = client_.receive(page_.data(), page_.size());
@@ -61,7 +61,7 @@ private:
     std::string page_ = std::string(1U << 16U, '\0');
 };
 
-/// The same bytes both ways, without looking at them.
+/// The same bytes both ways, without parsing.
 class Plain {
 public:
     explicit Plain(const std::string& page) : page_(page) {}
@@ -94,7 +94,7 @@ int main(int argc, char** argv) {
     using OrvelBench::kMicroseconds;
     OrvelBench::Report report("Web server", argc, argv);
     OrvelBench::prepareNetwork();
-    Orvel::Log::the().setCallback([](Orvel::Log::Level, std::string_view) {}); // the address
+    Orvel::Log::the().setCallback([](Orvel::Log::Level, std::string_view) {}); // hides its address
 
     Library library;
     Plain plain(library.page());

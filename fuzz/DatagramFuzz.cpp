@@ -1,4 +1,4 @@
-// Any bytes as a datagram of the discovery: what is accepted must be written again as it came.
+// Parses any bytes as a discovery datagram: an accepted one must encode to the same bytes.
 #include "require.h"
 
 #include <Corvid/detail/net/wire.h>

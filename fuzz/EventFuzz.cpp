@@ -1,5 +1,5 @@
-// Decodes any bytes as an event. What is accepted must be written again as it came, so nothing that
-// was sent is lost, and nothing reads or takes memory beyond the input.
+// Decodes any bytes as an event. An accepted one must encode to the same bytes, so nothing is lost,
+// and nothing may read or allocate beyond the input.
 #include "require.h"
 
 #include <Corvid/Event.h>
@@ -10,7 +10,7 @@
 #include <memory>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    // The length field is made to fit, as a connection does that cuts frames out of its stream.
+    // The length field is corrected, as a connection would have split the stream by it.
     std::vector<std::byte> frame(std::max<std::size_t>(size, 4));
     if (size != 0) {
         std::memcpy(frame.data(), data, size);

@@ -1,5 +1,5 @@
-// Any bytes as the beginning of a connection: they arrive in pieces, and whoever could still become
-// a greeting with each piece must be one at its end, and be written again as it came.
+// Any bytes as the start of a connection, in pieces: if each prefix could still become a greeting,
+// the whole must be one, and encode to the same bytes.
 #include "require.h"
 
 #include <Corvid/detail/net/wire.h>
@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     bool possible = true;
     for (std::size_t i = 0; i <= used; ++i) {
         const bool now = Greeting::canBegin(std::span(bytes).first(i));
-        require(possible || !now); // more bytes cannot mend a wrong beginning
+        require(possible || !now); // more bytes cannot correct a wrong start
         possible = now;
     }
     if (used < bytes.size()) {
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(greeting.has_value() == possible);
     if (greeting) {
         auto again = greeting->encode();
-        std::copy_n(bytes.begin() + 10, 2, again.begin() + 10); // the flags are not looked at
+        std::copy_n(bytes.begin() + 10, 2, again.begin() + 10); // flags are ignored
         require(again == bytes);
     }
     return 0;

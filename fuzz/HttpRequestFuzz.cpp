@@ -1,6 +1,6 @@
-// Any bytes as what a browser sends: in pieces, whose size the first byte says, and at once. Both
-// ways must give the same requests; what is answered must begin as an answer does, keep markup that
-// the client chose out of the pages, and come to an end.
+// Any bytes as HTTP input: in pieces, whose size is the first byte, and at once. Both ways must
+// give the same requests. Answers must be well-formed, must not contain the client's markup, and
+// must end.
 #include "require.h"
 
 #include <Corvid/WebPageObject.h>
@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// What makes the pages.
+/// The web site that makes the pages.
 struct Maker {
     void log(const ProtocolHTTP::Request& /*request*/, ProtocolHTTP::Reply& reply) {
         site.createLogPage(reply);
@@ -33,8 +33,8 @@ struct Maker {
     WebSite& site;
 };
 
-/// The requests that bytes hold, fed in pieces. When a malformed one is refused may depend on the
-/// pieces: one that has begun is looked at again when its header seems to be whole.
+/// The requests in the bytes, fed in pieces. The moment of refusing a malformed one may depend on
+/// the pieces, because an incomplete request is parsed again when its header seems complete.
 std::vector<std::string> requestsIn(std::string_view bytes, std::size_t step) {
     std::vector<std::string> requests;
     HttpParser parser(1024, 4096);
@@ -80,7 +80,7 @@ void talk(std::string_view bytes, std::size_t step) {
             if (session.wantsTurn()) {
                 session.turn(now);
             }
-            if (!session.output().empty()) { // a client that takes half of it
+            if (!session.output().empty()) { // a client that reads half of it
                 const std::string rest = session.output().front().substr(session.outputOffset());
                 const std::size_t taken = (rest.size() + 1) / 2;
                 output += rest.substr(0, taken);

@@ -23,7 +23,7 @@ bool sound(const Orvel::Vec3f& v) {
     return !std::isnan(v.x) && !std::isnan(v.y) && !std::isnan(v.z);
 }
 
-/// A world with something in it, and all that stands between it and the network.
+/// A world with parts, and all layers between it and the network.
 class Target {
 public:
     Target() {
@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Target datagram;
     datagram.packet(all);
     datagram.check();
-    // The same as a connection, in pieces.
+    // The same bytes as a connection, in pieces.
     Target connection;
     OscStream stream;
     for (std::size_t at = 0; at < all.size() && !stream.broken(); at += 7) {

@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         good = false;
         require(fault.column() >= 1 && fault.column() <= text.size() + 1 && *fault.what() != '\0');
     }
-    // A parameter added behind a good line is read as what it is, and takes nothing else away.
+    // A parameter appended to a valid line must be read unchanged and must not affect the others.
     if (good) {
         const char* before = line.getParam("labels", nullptr);
         const std::string labels = before == nullptr ? "" : before;

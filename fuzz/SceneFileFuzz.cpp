@@ -14,7 +14,7 @@ using namespace Show;
 
 namespace {
 
-/// What has been read without a problem must play, without any sound being given.
+/// A scene without problems must play, without any sounds.
 void play(const Scene& scene) {
     Orvel::OwningWorld<> world;
     Orvel::SilentBackend backend(world, nullptr);
@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(problems.size() <= kMaxProblems);
     for (const Problem& problem : problems) {
         require(!problem.text.empty() && problem.str().find('\n') == std::string::npos);
-        require(!problem.text.starts_with("expected JSON")); // the parser's words follow
+        require(!problem.text.starts_with("expected JSON")); // the parser's own words would follow
     }
     if (scene) {
         play(*scene);

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-/// Ends the process, which the fuzzer takes for a fault, unless the condition holds.
+/// Ends the process, which the fuzzer reports, unless the condition holds.
 inline void require(bool condition) {
     if (!condition) {
         std::abort();

@@ -20,7 +20,7 @@ namespace {
 
 using State = Orvel::WorldPart::State;
 
-/// Whether an emitter is spatial tells a back end nothing by itself.
+/// Changing whether an emitter is spatial does not notify the back ends by itself.
 void placeAnew(Orvel::World& world, Orvel::Emitter& emitter) {
     world.setEmitterTransform(emitter);
     world.setEmitterHull(emitter);
