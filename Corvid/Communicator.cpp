@@ -10,7 +10,7 @@ Communicator::Communicator(std::shared_ptr<detail::Connection> connection)
     : connection_(std::move(connection)) {}
 
 Communicator::~Communicator() {
-    connection_->end("the application ended it");
+    connection_->end("the application closed it");
 }
 
 bool Communicator::sendFrame(const std::byte* frame, std::size_t size) {
@@ -26,11 +26,11 @@ bool Communicator::receiveFrame(std::span<const std::byte>& frame) {
 }
 
 void Communicator::refuseFrame(const std::string& reason) {
-    connection_->end("it sent something that is no event: " + reason);
+    connection_->end("it sent an invalid event: " + reason);
 }
 
 void Communicator::close() {
-    connection_->end("the application ended it");
+    connection_->end("the application closed it");
 }
 
 short Communicator::id() const {

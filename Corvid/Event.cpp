@@ -61,7 +61,7 @@ bool Event::send(Sender* sender) {
     if (frame.empty()) {
         sender->refuseEvent(
             type()->name() + " is larger than " + std::to_string(kMaxFrameBytes >> 20U) +
-            " MiB and is not sent");
+            " MiB and was not sent");
     }
     const bool sent = !frame.empty() && sender->sendFrame(frame.data(), frame.size());
     giveBack(large);
@@ -154,7 +154,7 @@ Event* Event::decode(std::span<const std::byte> frame, std::string* fault) {
     std::memcpy(&length, frame.data(), kLengthBytes);
     std::memcpy(&typeId, frame.data() + kLengthBytes, kTypeBytes);
     if (length != frame.size() - kLengthBytes) {
-        report(fault, "a frame whose length field does not fit it");
+        report(fault, "a frame with a wrong length field");
         return nullptr;
     }
     const EventType* type = EventType::find(typeId);
@@ -165,7 +165,7 @@ Event* Event::decode(std::span<const std::byte> frame, std::string* fault) {
     try {
         std::unique_ptr<Event> event(type->create());
         if (event == nullptr) {
-            report(fault, type->name() + ": no event could be made");
+            report(fault, type->name() + ": the event could not be created");
             return nullptr;
         }
         event->input_ = frame.subspan(kLengthBytes + kTypeBytes);

@@ -49,7 +49,7 @@ bool Multicast::setAddress(const InetAddress& address) {
     if (!address.isMulticast()) {
         report(
             (address.isValid() ? address.text() : "an invalid address") +
-            " is no multicast address, from 224.0.0.0 to 239.255.255.255; the group stays " +
+            " is not a multicast address (224.0.0.0 to 239.255.255.255); the group remains " +
             this->address().text());
         return false;
     }

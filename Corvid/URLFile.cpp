@@ -23,7 +23,8 @@ std::string currentDirectory() {
     const std::string path = std::filesystem::current_path(error).string();
     if (error) {
         throw URLImpl::Exception(
-            "Cannot tell the current directory: " + error.message() + "; change to another one");
+            "Cannot determine the current directory: " + error.message() +
+            "; change to another one");
     }
     if (std::any_of(path.begin(), path.end(), isControlByte)) {
         throw URLImpl::Exception(

@@ -97,7 +97,7 @@ bool yesOrNo(const Config::ParamLine& params, const char* name, bool defaultValu
     if (text != nullptr && value == defaultValue &&
         Config::Base::string2Value(text, !defaultValue) != defaultValue) {
         ORVEL_LOG(
-            Warning, "ClientBackend: %s=\"%s\" is neither yes nor no; taken as %s\n", name, text,
+            Warning, "ClientBackend: %s=\"%s\" is neither yes nor no; using %s\n", name, text,
             defaultValue ? "yes" : "no");
     }
     return value;
@@ -105,7 +105,7 @@ bool yesOrNo(const Config::ParamLine& params, const char* name, bool defaultValu
 
 void reportUnusable(const char* name, const std::string& text, const char* expected) {
     ORVEL_LOG(
-        Warning, "ClientBackend: %s=\"%s\" is not used: %s expected\n", name, text.c_str(),
+        Warning, "ClientBackend: %s=\"%s\" is invalid: %s expected\n", name, text.c_str(),
         expected);
 }
 
@@ -136,8 +136,7 @@ ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, 
         std::make_unique<Vessa::ObjectThread<ClientBackend>>(this, &ClientBackend::receiveThread);
     thread_->setFailureHandler(detail::routeFailure("ClientBackend"));
     if (!thread_->start()) {
-        ORVEL_LOG(
-            Fatal, "ClientBackend: the system has no thread left; no server will be reached\n");
+        ORVEL_LOG(Fatal, "ClientBackend: cannot start a thread; no server will be reached\n");
     }
 }
 
@@ -396,10 +395,11 @@ void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
         ORVEL_LOG_PEER(LostPeer, Fatal, "ClientBackend: Lost server\n");
     } catch (const std::exception& fault) {
         ORVEL_LOG_PEER(
-            LostPeer, Fatal, "ClientBackend: drops a server whose event failed: %s\n",
+            LostPeer, Fatal, "ClientBackend: dropping a server because its event failed: %s\n",
             fault.what());
     } catch (...) {
-        ORVEL_LOG_PEER(LostPeer, Fatal, "ClientBackend: drops a server whose event failed\n");
+        ORVEL_LOG_PEER(
+            LostPeer, Fatal, "ClientBackend: dropping a server because its event failed\n");
     }
     communicator_->removeCommunicator(connection);
     connection->close();

@@ -62,7 +62,7 @@ public:
             1,
             0};
         if (alcIsExtensionPresent(nullptr, "ALC_SOFT_loopback") != ALC_TRUE) {
-            ORVEL_LOG(Fatal, "This OpenAL library has no loopback device\n");
+            ORVEL_LOG(Fatal, "This OpenAL library does not support loopback devices\n");
             return nullptr;
         }
         const auto openLoopback = reinterpret_cast<LPALCLOOPBACKOPENDEVICESOFT>(

@@ -156,7 +156,7 @@ void Server::run() {
     thread_ = std::make_unique<Vessa::ObjectThread<Server>>(this, &Server::receiveThread);
     thread_->setFailureHandler(detail::routeFailure("Orvel::Server"));
     if (!thread_->start()) {
-        ORVEL_LOG(Fatal, "Orvel::Server: the system has no thread left; nothing is received\n");
+        ORVEL_LOG(Fatal, "Orvel::Server: cannot start a thread; nothing will be received\n");
         thread_.reset();
     }
 }
@@ -210,9 +210,11 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
         ORVEL_LOG_PEER(LostPeer, Fatal, "Orvel::Server lost client\n");
     } catch (const std::exception& fault) {
         ORVEL_LOG_PEER(
-            LostPeer, Fatal, "Orvel::Server drops a client whose event failed: %s\n", fault.what());
+            LostPeer, Fatal, "Orvel::Server dropping a client because its event failed: %s\n",
+            fault.what());
     } catch (...) {
-        ORVEL_LOG_PEER(LostPeer, Fatal, "Orvel::Server drops a client whose event failed\n");
+        ORVEL_LOG_PEER(
+            LostPeer, Fatal, "Orvel::Server dropping a client because its event failed\n");
     }
     clientLost(*client);
     multiServer_->removeCommunicator(client);

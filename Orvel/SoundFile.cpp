@@ -35,7 +35,7 @@ std::string pathFault(const std::string& path) {
     if (std::filesystem::is_directory(status)) {
         return " is a folder";
     }
-    return std::filesystem::is_regular_file(status) ? "" : " is no regular file";
+    return std::filesystem::is_regular_file(status) ? "" : " is not a regular file";
 }
 
 } // namespace
@@ -218,7 +218,7 @@ std::optional<SoundFile::Pcm> SoundFile::decode(Channels channels, std::size_t m
         }
     }
     if (state.error.empty() && pcm.samples.empty()) {
-        state.fail("a sound", " holds no samples");
+        state.fail("a sound", " contains no samples");
     }
     if (!state.error.empty()) {
         return std::nullopt;

@@ -92,7 +92,7 @@ bool done(const char* function, Body body) noexcept {
 template <class Pointer>
 Pointer need(Pointer pointer, const char* what) {
     if (pointer == nullptr) {
-        throw Refusal(std::string(what) + " is null; was its creation successful?");
+        throw Refusal(std::string(what) + " is null; did its creation succeed?");
     }
     return pointer;
 }
@@ -171,7 +171,7 @@ orvel_emitter* handle(Emitter* emitter) {
 OALLoopbackBackend& loopback(orvel_backend* backend) {
     auto* found = dynamic_cast<OALLoopbackBackend*>(&get(backend));
     if (found == nullptr) {
-        throw Refusal("the back end is no \"loopback\"; only that one renders offline");
+        throw Refusal("the back end is not a \"loopback\"; only that kind renders offline");
     }
     return *found;
 }
@@ -212,7 +212,7 @@ std::string kinds(const char* separator) {
 }
 
 std::string idIsTaken(const char* part, int id) {
-    return id == 0 ? "all ids are used up"
+    return id == 0 ? "no ids are left"
                    : std::string("there is already ") + part + " with the id " +
                          std::to_string(id) + "; take another one, or 0 for the next free one";
 }
@@ -328,7 +328,7 @@ orvel_backend* orvel_world_add_backend(orvel_world* world, const char* kind, con
         if (backend == nullptr) {
             throw Refusal(
                 "could not create a back end of the kind \"" + std::string(kind) +
-                "\"; there are default, " + known);
+                "\"; the kinds are default, " + known);
         }
         return reinterpret_cast<orvel_backend*>(backend);
     });
@@ -354,7 +354,7 @@ size_t orvel_backend_connections(orvel_backend* backend) {
 
 bool orvel_backend_render(orvel_backend* backend, float* samples, unsigned frames) {
     return done(__func__, [&] {
-        if (!loopback(backend).render(need(samples, "the place for the samples"), frames)) {
+        if (!loopback(backend).render(need(samples, "the buffer for the samples"), frames)) {
             throw Refusal("OpenAL gave no loopback device; check the installation of OpenAL Soft");
         }
     });
@@ -405,7 +405,7 @@ bool orvel_source_set_data(
             if (size > std::numeric_limits<unsigned>::max() || size % frame != 0) {
                 throw Refusal(
                     std::to_string(size) +
-                    " bytes are no whole number of frames below 4 GiB; give the size in bytes");
+                    " bytes are not a whole number of frames below 4 GiB; the size is in bytes");
             }
         }
         sound.setData(
@@ -509,7 +509,7 @@ bool orvel_emitter_set_source(orvel_emitter* emitter, orvel_source* source) {
     return done(__func__, [&] {
         Emitter& place = get(emitter);
         if (source != nullptr && &get(source).world() != &place.world()) {
-            throw Refusal("the source is of another world; create one in the emitter's world");
+            throw Refusal("the source belongs to another world; create one in the emitter's world");
         }
         place.setSource(source == nullptr ? nullptr : &get(source));
     });
@@ -534,7 +534,7 @@ orvel_server* orvel_server_create(void) {
     return guarded(__func__, static_cast<orvel_server*>(nullptr), [] {
         auto server = std::make_unique<PolledServer>();
         if (server->multiServer().port() == 0) {
-            throw Refusal("cannot listen at a TCP port; the log says why");
+            throw Refusal("cannot listen on a TCP port; the log has the reason");
         }
         return reinterpret_cast<orvel_server*>(server.release());
     });
@@ -609,7 +609,7 @@ int orvel_server_poll(orvel_server* server, double seconds) {
     return guarded(__func__, -1, [&] {
         PolledServer& world = get(server);
         if (!(seconds >= 0.0)) {
-            throw Refusal("the time to wait is no number of at least 0; give it in seconds");
+            throw Refusal("the time to wait must be at least 0, in seconds");
         }
         if (seconds > 0.0) {
             world.multiServer().waitForCommunicators(

@@ -1,5 +1,5 @@
-# Installation: the library with its headers below one folder, package files for CMake and
-# pkg-config, and the tool. Components: runtime, development, tool.
+# Installation: the library with its headers in one folder, package files for CMake and pkg-config,
+# and the tool. Components: runtime, development, tool.
 include(CMakePackageConfigHelpers)
 
 set(orvel_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Orvel")
@@ -26,7 +26,7 @@ install(FILES
     DESTINATION ${orvel_cmake_dir}
     COMPONENT development)
 
-# The prefix is found from where the file lies, so that an installed tree can be moved.
+# The prefix is computed from the file's location, so that an installed tree can be moved.
 set(orvel_pc_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 file(RELATIVE_PATH orvel_pc_prefix "/${orvel_pc_dir}" "/")
 configure_file("${CMAKE_CURRENT_LIST_DIR}/orvel.pc.in" "${PROJECT_BINARY_DIR}/orvel.pc" @ONLY)
@@ -57,13 +57,13 @@ if(TARGET orvel_cli)
     add_custom_target(man ALL DEPENDS ${orvel_man_pages})
     install(FILES ${orvel_man_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
 
-    # The tool finds the library beside itself, wherever the prefix is; in /usr the system does.
+    # The tool finds the library relative to itself in any prefix; in /usr the system does.
     if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
         file(RELATIVE_PATH orvel_bin_to_lib "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
         set_target_properties(orvel_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${orvel_bin_to_lib}")
     endif()
 
-    # The service, written when the prefix is known, and its options.
+    # The service and its options, written for the prefix.
     set(orvel_sysconfdir "${CMAKE_INSTALL_SYSCONFDIR}")
     if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
         set(orvel_sysconfdir "${CMAKE_INSTALL_FULL_SYSCONFDIR}")

@@ -1,5 +1,5 @@
-# What all our own targets are compiled with. Linked privately, so that none of it reaches a
-# project that uses the library.
+# Compile options of all our own targets. Linked privately, so that they do not reach a project that
+# uses the library.
 add_library(orvel_options INTERFACE)
 # A guarded member that is used without its lock is an error, see Vessa/Mutex.h. Only clang checks it.
 set(ORVEL_LOCK_CHECKS -Wthread-safety -Werror=thread-safety)
@@ -17,7 +17,7 @@ if(ORVEL_SANITIZE)
         -fsanitize=${ORVEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(orvel_options INTERFACE -fsanitize=${ORVEL_SANITIZE})
     if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-        # Asio has fences that the thread sanitizer does not follow; locks guard what they do.
+        # The thread sanitizer does not understand Asio's fences; locks guard the same data.
         target_compile_options(orvel_options INTERFACE -Wno-tsan)
     endif()
 endif()

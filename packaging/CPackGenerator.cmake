@@ -1,4 +1,4 @@
-# Looked at by cpack before each kind of package.
+# Read by cpack before each kind of package.
 if(CPACK_GENERATOR STREQUAL DEB AND NOT CPACK_ORVEL_PREFIX STREQUAL "/usr")
     message(FATAL_ERROR
         "Debian packages install to /usr, but this build is for ${CPACK_ORVEL_PREFIX}. "

@@ -1,5 +1,5 @@
-# Run by cpack on the packages that it has made. With a shared library in it, cpack gives a package
-# scripts that call ldconfig, beside the trigger with which Debian wants that done once.
+# Run by cpack on the finished packages. To a package with a shared library, cpack adds scripts that
+# call ldconfig, beside the trigger that Debian requires for it.
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
     if(NOT package MATCHES "/${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME}_[^/]*\\.deb$")
         continue()

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# check_schema.sh [FOLDER]: compiles the schema of scene files by a strict validator, ajv from npm, which
-# refuses what others pass over: unknown keywords, keywords without their type, required properties that
-# do not exist. FOLDER keeps npm's packages for the next time; without one they are fetched anew. Ends
-# with 77 where they cannot be had.
+# check_schema.sh [FOLDER]: compiles the schema of scene files with a strict validator, ajv from
+# npm, which refuses mistakes that others ignore: unknown keywords, keywords without their type,
+# required properties that do not exist. FOLDER caches npm's packages; without it they are fetched
+# each time. Exits with 77 if they are unavailable.
 set -euo pipefail
 
 schema=$(cd "$(dirname "$0")/.." && pwd)/docs/scene.schema.json

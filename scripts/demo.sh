@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is needed, builds Orvel, and renders a scene of recorded voices to out/demo/. Then the
-# same scene is played by one process and heard by another, a sound server, over the network of this
-# machine alone, and what the server heard is compared with the rendering.
+# Installs the dependencies, builds Orvel, and renders a scene of recorded voices to out/demo/. Then
+# one process plays the same scene through another, a sound server, over the loopback interface, and
+# the server's output is compared with the rendering.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

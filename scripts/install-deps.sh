@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs everything that building, testing and running Orvel needs, from Debian 12's packages.
-# What is there already is left alone. --run-only leaves out what only tests and checks need.
+# Installs everything needed to build, test and run Orvel, from Debian 12's packages. Installed
+# packages are not changed. --run-only omits the packages for tests and checks.
 set -euo pipefail
 
 build=(

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Tests the Debian packages as their users meet them: builds them from the source tarball, without
-# git, has lintian look at them, installs them in a clean Debian 12 without anything else, builds
-# other projects against them, runs the tool, and removes them again. Needs root, debootstrap and
-# Debian's mirror, for which ORVEL_DEBIAN_MIRROR may name another: test-packages.sh [FOLDER], where
-# FOLDER (build/test-packages) keeps the clean system for the next time.
+# Tests the Debian packages as users do: builds them from the source tarball, without git, checks
+# them with lintian, installs them in a plain Debian 12, builds other projects against them, runs
+# the tool, and removes them again. Needs root, debootstrap and Debian's mirror (or
+# ORVEL_DEBIAN_MIRROR): test-packages.sh [FOLDER], where FOLDER (build/test-packages) keeps the
+# plain system for the next time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source_tree=$PWD
@@ -46,7 +46,7 @@ rm -rf "$work/packages"
 mkdir "$work/packages"
 cp "$work"/source/build/package/*.deb "$work/packages"
 ls "$work/packages"
-# These packages are no upload to Debian.
+# These packages are not for upload to Debian.
 lintian --allow-root --no-cfg --fail-on error,warning \
     --suppress-tags initial-upload-closes-no-bugs "$work"/packages/*.deb
 
@@ -108,7 +108,7 @@ if [ -n "$left" ]; then
     exit 1
 fi
 INSIDE
-# Mounts of its own, which end with it.
+# A mount namespace, which is removed when it exits.
 unshare --mount --propagation private bash -c '
     set -e
     mount -t proc proc "$0/proc"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is needed and runs all checks: format, warnings as errors, the tests, the tests again
-# under AddressSanitizer with UndefinedBehaviorSanitizer, those of threads under ThreadSanitizer, and
-# each fuzz target for 30 seconds.
+# Installs the dependencies and runs all checks: format, warnings as errors, the tests, the tests
+# again under AddressSanitizer with UndefinedBehaviorSanitizer, the threaded tests under
+# ThreadSanitizer, and each fuzz target for 30 seconds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -36,7 +36,7 @@ fuzz() {
     rm -rf "$found"
 }
 
-# What runs more than one thread is where ThreadSanitizer has something to find.
+# ThreadSanitizer only runs the tests with several threads.
 run tsan -R 'Threads|Contract|Net|Client|Server' -E WebServer
 fuzz
 run asan

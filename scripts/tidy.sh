@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs clang-tidy over the library, the tool and the examples. Prints the findings and fails if there are
-# any. A file with a known fault comes first: if clang-tidy does not report that, its checks are off.
+# Runs clang-tidy over the library, the tool and the examples. Prints the diagnostics and fails if
+# there are any. Checks a file with known mistakes first: if clang-tidy does not report them, its
+# checks are disabled.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=build/tidy
@@ -11,8 +12,8 @@ if clang-tidy --quiet --warnings-as-errors='*' tests/tree/tidy_fault.cpp -- -std
     exit 1
 fi
 
-# The static analyser goes through Boost's templates again for each file that includes them; its shallow
-# mode takes a fifth of the time.
+# The static analyser repeats Boost's templates for each file that includes them; its shallow mode
+# takes a fifth of the time.
 arguments=(-p "$build" --quiet --warnings-as-errors='*')
 for option in -analyzer-config mode=shallow; do
     arguments+=(--extra-arg=-Xclang "--extra-arg=$option")

@@ -671,7 +671,7 @@ std::string fileFault(const std::string& path, const char* expected) {
         return start + " is a folder";
     }
     if (!std::filesystem::is_regular_file(status)) {
-        return start + " is no regular file";
+        return start + " is not a regular file";
     }
     return {};
 }

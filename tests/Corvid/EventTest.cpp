@@ -86,7 +86,7 @@ TEST(Event, RefusesEveryDamagedFrameWithItsReason) {
     const std::tuple<std::size_t, std::size_t, int, const char*> rows[] = {
         {kEmptyBytes, 0, 42, ""}, // contradicts the length
         {7, 0, 3, "a frame of 7 bytes"},
-        {46, 0, 41, "a frame whose length field does not fit it"},
+        {46, 0, 41, "a frame with a wrong length field"},
         {47, 0, 43, "EveryField with 1 bytes too many"},
         {46, 4, 0xfd, "an event of the unknown type -3"},
         {46, 12, 0x7f, "EveryField with other fields than expected"}, // the length of the text
@@ -125,7 +125,7 @@ TEST(Event, IsNotSentWhenItIsLargerThanAFrame) {
         EXPECT_EQ(event.encode(frame), fits);
         EXPECT_EQ(frame.size(), fits ? kMost : 0);
         EXPECT_EQ(event.send(&line), fits);
-        EXPECT_EQ(line.refused, fits ? "" : "EveryField is larger than 64 MiB and is not sent");
+        EXPECT_EQ(line.refused, fits ? "" : "EveryField is larger than 64 MiB and was not sent");
     }
     EXPECT_EQ(line.sent, 1);
 }

@@ -335,7 +335,7 @@ TEST_F(WebServer, OutlivesPagesThatFail) {
                    "the page /throws failed: no <luck>",
                    "the page /huge failed: it made 100001 bytes at once, more than 100000; give "
                    "it a producer",
-                   "a page was cut off while it was made: no paper"}));
+                   "a page was truncated: no paper"}));
 
     add("/close", [this](const auto&, auto&) {
         server.close();

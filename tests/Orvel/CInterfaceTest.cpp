@@ -52,7 +52,7 @@ TEST(CInterface, TurnsEveryMisuseIntoAnError) {
     std::array<float, 2> frame{};
     ORVEL_REFUSES(orvel_world_update, "the world is null", nullptr);
     ORVEL_REFUSES(orvel_server_poll, "the server is null", nullptr, 0.0);
-    ORVEL_REFUSES(orvel_world_add_backend, "\"loud\"; there are default, ", world, "loud", "");
+    ORVEL_REFUSES(orvel_world_add_backend, "\"loud\"; the kinds are default, ", world, "loud", "");
     ORVEL_REFUSES(orvel_source_create, "already a source with the id 5", world, 5);
     ORVEL_REFUSES(orvel_emitter_create, "already an emitter with the id 6", world, "", 6);
     ORVEL_REFUSES(orvel_source_set_url, "\"http://[bad\"", source, "http://[bad");

@@ -356,8 +356,8 @@ TEST_F(ClientBackends, ReportParametersThatCannotBe) {
         lines += line.substr(24);
     }
     EXPECT_EQ(
-        lines, "transferData=\"perhaps\" is neither yes nor no; taken as yes\n"
-               "deferred=\"\" is neither yes nor no; taken as no\n"
+        lines, "transferData=\"perhaps\" is neither yes nor no; using yes\n"
+               "deferred=\"\" is neither yes nor no; using no\n"
                "group=\"10.0.0.1\" is not used: a multicast address from 224.0.0.0 to "
                "239.255.255.255 expected\n"
                "port=\"12x\" is not used: a number from 1 to 65535 expected\n"

@@ -60,7 +60,7 @@ TEST(Failure, CostsThePeerWhoseEventFailed) {
             addClient(worlds[i], server);
             worlds[i].createEmitter({}, 666 + i);
             EXPECT_TRUE(logged(
-                std::string("FATAL: Orvel::Server drops a client whose event failed") +
+                std::string("FATAL: Orvel::Server dropping a client because its event failed") +
                 (i == 0 ? ": std::bad_alloc\n" : "\n")))
                 << "the thread serves the next client";
         }
@@ -74,8 +74,8 @@ TEST(Failure, CostsThePeerWhoseEventFailed) {
     ASSERT_TRUE(until([&] { return connections() == 1; }, receive));
     (new RecordingBackend(server))->setSourceDuration(*server.createSource(1), 2);
     EXPECT_TRUE(until([&] { return connections() == 0; }, receive));
-    EXPECT_TRUE(
-        logged("FATAL: ClientBackend: drops a server whose event failed: std::bad_alloc\n"));
+    EXPECT_TRUE(logged(
+        "FATAL: ClientBackend: dropping a server because its event failed: std::bad_alloc\n"));
 }
 
 TEST(Failure, OfAThreadIsReported) {

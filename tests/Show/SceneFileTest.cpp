@@ -180,5 +180,5 @@ TEST(SceneFile, LooksForFilesBesideTheScene) {
     EXPECT_EQ(problems[0].line, 3);
     EXPECT_EQ(problems[1].field, "timeline[0].file");
     EXPECT_NE(problems[2].text.find("is a folder"), std::string::npos);
-    EXPECT_NE(problems[3].text.find("is no regular file"), std::string::npos);
+    EXPECT_NE(problems[3].text.find("is not a regular file"), std::string::npos);
 }

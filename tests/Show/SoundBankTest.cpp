@@ -86,8 +86,8 @@ TEST_F(SoundBankTest, ReportsWhatCannotBeUsed) {
     const std::pair<SoundFile, const char*> cases[] = {
         {{folder_.file("gone"), false}, "gone\" does not exist"},
         {{folder_.file("text"), false}, "text\" cannot be read: "},
-        {{folder_.file("pipe"), false}, "pipe\" is no regular file"}, // without a writer
-        {write("none", kWav16, 1, {}, 8000), "holds no samples"},
+        {{folder_.file("pipe"), false}, "pipe\" is not a regular file"}, // without a writer
+        {write("none", kWav16, 1, {}, 8000), "contains no samples"},
         {write("slow", kWav16, 1, {0.0}, 7), "expected a sound of 1000 to 768000 samples a second"},
         {{write("three", kWav16, 3, {0.0, 0.0, 0.0}, 8000).path, true},
          "expected a sound of 1 or 2 channels, but "},

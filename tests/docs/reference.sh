@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# reference.sh DOXYGEN DOXYFILE: Doxygen has nothing to say about the public headers, and every class,
-# structure and enumeration in them is documented. Members may explain themselves.
+# reference.sh DOXYGEN DOXYFILE: checks that Doxygen reports no problem in the public headers, and
+# that every class, structure and enumeration in them is documented. Members may be
+# self-explanatory.
 set -euo pipefail
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

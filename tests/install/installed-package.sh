@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# installed-package.sh CMAKE BUILD-FOLDER COMPILER
-# Installs the build into a prefix with a blank in its name, then builds and runs a separate project
-# against it: once through CMake's package, once through pkg-config, and a program in C. Runs the
-# installed tool too.
+# installed-package.sh CMAKE BUILD-FOLDER COMPILER Installs the build into a prefix with a space in
+# its name, then builds and runs a separate project against it: once through CMake's package, once
+# through pkg-config, and a program in C. Runs the installed tool too.
 set -euo pipefail
 cmake=$1 build=$2 compiler=$3
 here=$(cd "$(dirname "$0")" && pwd)
@@ -33,7 +32,7 @@ fi
 pc=$(find "$prefix" -name orvel.pc)
 export PKG_CONFIG_PATH="${pc%/orvel.pc}"
 [ "$(pkg-config --modversion orvel)" = "$("$work/consumer/consumer" --version)" ]
-# eval, because pkg-config quotes the blanks of the prefix for a shell.
+# eval, because pkg-config quotes the spaces of the prefix for a shell.
 eval "\"$compiler\" -std=c++20 \"$here/consumer/main.cpp\" -o \"$work/by-pkg-config\" \
     $(pkg-config --cflags --libs orvel)"
 LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name 'liborvel.so')") "$work/by-pkg-config"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# service.sh CMAKE BUILD-FOLDER: the installed service is one that systemd takes without a word, that
-# leaves little to attack, and that stands where systemd and its settings are looked for.
+# service.sh CMAKE BUILD-FOLDER: checks that systemd accepts the installed service without warnings,
+# that its attack surface is small, and that it is installed where systemd and its settings are
+# looked for.
 set -euo pipefail
 cmake=$1 build=$2
 command -v systemd-analyze >/dev/null || { echo "skipped: there is no systemd-analyze (package systemd)"; exit 77; }
@@ -14,11 +15,11 @@ unit=$prefix/lib/systemd/system/orvel.service
 grep -qF "ExecStart=\"$prefix/bin/orvel\" serve" "$unit"
 [ -f "$(sed -n 's/^EnvironmentFile=-//p' "$unit")" ]
 "$prefix/bin/orvel" serve --help >/dev/null
-# Without its look for the manual page, for which a machine may lack man.
+# Without the check of the manual page, because man may not be installed.
 said=$(systemd-analyze verify --man=no "$unit" 2>&1 | grep -F orvel || true)
 if [ -n "$said" ]; then
     echo "systemd-analyze verify: $said"
     exit 1
 fi
-# 0 is safest, 100 is a service that may do all; above 20 it calls a service "medium".
+# 0 is safest, 100 is unrestricted; systemd calls a service above 20 "medium".
 systemd-analyze security --offline=true --threshold=20 --no-pager "$unit" | tail -n 2

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Compares what a library exports with the list of it: exported_symbols.sh NM LIBRARY LIST [--update].
-# A symbol that goes, or changes its parameters, breaks programs that were built before. One that
-# belongs to none of our namespaces could stand in for a host's own, or be replaced by it.
+# Compares a library's exports with their list: exported_symbols.sh NM LIBRARY LIST [--update].
+# Removing a symbol, or changing its parameters, breaks existing programs. A symbol outside our
+# namespaces could replace a host's own, or be replaced by it.
 set -euo pipefail
 nm=$1 library=$2 list=$3
 
-# Without addresses and kinds, which differ from build to build; the linker's name of the version,
-# an absolute symbol, is none of ours to keep.
+# Without addresses and kinds, which differ from build to build, and without the version's name, an
+# absolute symbol of the linker.
 symbols=$("$nm" -DC --defined-only "$library" | sed -E '/ A /d; s/^[0-9a-f]* +. //' | LC_ALL=C sort -u)
 foreign=$(grep -Ev '^(((typeinfo( name)?|vtable|VTT|(non-)?virtual thunk) (for |to ))?(Orvel|Corvid|Config|Vessa)::|orvel_[a-z_]+$)' <<<"$symbols" || true)
 if [ -n "$foreign" ]; then

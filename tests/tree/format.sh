@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks the format of every tracked C++ file below the given folder. Exits with 77 where it cannot.
+# Checks the format of every tracked C++ file below the given folder. Exits with 77 if it cannot.
 set -euo pipefail
 cd "$1"
 

@@ -171,11 +171,11 @@ void HttpSession::produce() {
     } catch (const std::exception& exception) {
         fault = exception.what();
     } catch (...) {
-        fault = "it threw something unknown";
+        fault = "it threw an unknown exception";
     }
     if (!fault.empty()) { // the client notices the truncated body
         producer_ = nullptr;
-        site_.tell("a page was cut off while it was made: " + fault);
+        site_.tell("a page was truncated: " + fault);
         drop();
         return;
     }

@@ -59,11 +59,13 @@ std::string explanation(int status, const WebServer::Limits& limits) {
         return "The request did not arrive within " + std::to_string(limits.patience.count()) +
                " ms.";
     case 413:
-        return "The body of a request may have " + std::to_string(limits.bodyBytes) + " bytes.";
+        return "The limit for the body of a request is " + std::to_string(limits.bodyBytes) +
+               " bytes.";
     case 431:
-        return "The header of a request may have " + std::to_string(limits.headerBytes) + " bytes.";
+        return "The limit for the header of a request is " + std::to_string(limits.headerBytes) +
+               " bytes.";
     default:
-        return "What arrived is no request of HTTP/1.0 or 1.1.";
+        return "This is not a valid HTTP/1.0 or 1.1 request.";
     }
 }
 
@@ -151,7 +153,7 @@ void WebSite::fill(
     if (!lists(methods, request.method())) {
         setError(
             reply, 405,
-            "This page knows the methods " + escapeHtml(methods) + ", not <tt>" +
+            "This page supports the methods " + escapeHtml(methods) + ", not <tt>" +
                 shown(request.method()) + "</tt>.");
         reply.setHeader("Allow", methods);
         return;
@@ -169,11 +171,11 @@ void WebSite::fill(
     } catch (const std::exception& exception) {
         fault = exception.what();
     } catch (...) {
-        fault = "it threw something unknown";
+        fault = "it threw an unknown exception";
     }
     if (!fault.empty()) {
         tell("the page " + request.path() + " failed: " + fault);
-        setError(reply, 500, "This page could not be made.");
+        setError(reply, 500, "This page failed.");
     }
 }
 
@@ -232,11 +234,11 @@ void WebSite::note(const WebClient& client, const std::string& what, int status)
 void WebSite::createLogPage(ProtocolHTTP::Reply& reply) const {
     std::string content;
     if (logSize_ == 0) {
-        content = "    <p>No requests are kept: the size of the log is 0.</p>\n";
+        content = "    <p>No requests are logged: the size of the log is 0.</p>\n";
     } else {
         content = "    <p>The last " + std::to_string(log_.size()) + " of at most " +
                   std::to_string(logSize_) +
-                  " requests, the newest first.</p>\n    <table>\n"
+                  " requests, newest first.</p>\n    <table>\n"
                   "    <tr><th>Time</th><th>Client</th><th>Request</th><th>Status</th></tr>\n";
         for (const LogEntry& entry : log_) {
             content += "    <tr><td>" + httpDate(entry.time) + "</td><td>" +

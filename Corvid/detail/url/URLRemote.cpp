@@ -107,7 +107,7 @@ void openTemporary(Transfer& transfer, const std::string& suffix) {
     const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
     if (error) {
         throw std::runtime_error(
-            "there is no folder for temporary files (" + error.message() + "); set TMPDIR to one");
+            "no folder for temporary files (" + error.message() + "); set TMPDIR to one");
     }
     std::string name = (folder / ("orvel-XXXXXX" + suffix)).string();
     const int descriptor = ::mkostemps(name.data(), static_cast<int>(suffix.size()), O_CLOEXEC);
@@ -210,7 +210,7 @@ std::unique_ptr<URLImpl::File> URLRemote::fetch() const {
         const std::string scheme = text().substr(0, text().find(':'));
         if (scheme != "http" && scheme != "https") {
             throw std::runtime_error(
-                "\"" + scheme + "\" cannot be fetched; use file, http or https");
+                "\"" + scheme + "\" is not supported; use file, http or https");
         }
         return download(text());
     } catch (const std::runtime_error& reason) {

@@ -28,7 +28,7 @@ std::array<Kind, 6>& kinds() {
 void report(Kind& kind, bool final) {
     if (const auto count = kind.limit.takeLeftOut(final); count != 0) {
         ORVEL_LOG(
-            Warning, "%llu more lines were left out of the kind: %s\n",
+            Warning, "%llu more lines of this kind were suppressed: %s\n",
             static_cast<unsigned long long>(count), kind.text);
     }
 }

@@ -24,8 +24,7 @@ inline Corvid::MultiCommunicator::Diagnostic routeDiagnostics(const char* who) {
 inline auto routeFailure(const char* who) {
     return [who](const std::string& reason) {
         ORVEL_LOG(
-            Fatal, "%s: the receive thread has failed, nothing is received any more: %s\n", who,
-            reason.c_str());
+            Fatal, "%s: the receive thread has failed and stopped: %s\n", who, reason.c_str());
     };
 }
 

@@ -1,20 +1,20 @@
-// The monitor's page: asks for the scene ten times a second and for the status once, draws, and
-// fills the tables. Whatever comes from the server is put in as text, never as markup.
+// The monitor's page: polls the scene ten times a second and the status once, draws, and fills the
+// tables. Everything from the server is inserted as text, never as markup.
 'use strict';
 
-const kScenePeriod = 100; // ms between two looks at the scene
+const kScenePeriod = 100; // ms between two requests of the scene
 const kStatusPeriod = 1000;
-const kTablePeriod = 400; // people cannot read faster
+const kTablePeriod = 400; // ms; a faster update would be unreadable
 const kRetryPeriod = 1000;
-const kPatience = 5000; // for an answer
+const kPatience = 5000; // ms to wait for an answer
 const kPathSeconds = 10;
-const kMostRows = 200; // of a table
+const kMostRows = 200; // rows of a table
 const kMostCell = 200; // characters of a cell
-const kMostNames = 150; // on the map
+const kMostNames = 150; // names on the map
 
 const byId = (id) => document.getElementById(id);
 
-/// An element with a class and a text, both optional.
+/// Creates an element with a class and a text, both optional.
 function make(tag, className, text) {
   const element = document.createElement(tag);
   if (className) element.className = className;
@@ -24,7 +24,7 @@ function make(tag, className, text) {
 
 // ---------------------------------------------------------------- texts
 
-/// A number as people read it; the server writes null for what is no number.
+/// A number for people; the server writes null for NaN and infinity.
 function number(value, decimals = 3) {
   if (typeof value !== 'number') return 'not a number';
   const factor = 10 ** decimals;
@@ -63,7 +63,7 @@ function labelsText(emitter) {
     (emitter.labelsLeftOut ? ` and ${count(emitter.labelsLeftOut)} more` : '');
 }
 
-/// A text as far as a cell of a table shows it.
+/// A text, truncated for a table cell.
 const brief = (text) => (text.length > kMostCell ? `${text.slice(0, kMostCell)}…` : text);
 
 function dataText(source) {
@@ -73,17 +73,17 @@ function dataText(source) {
     `${plural(source.channels, 'channel')}, ${bytes(source.bytes)}`;
 }
 
-// ---------------------------------------------------------------- what is known
+// ---------------------------------------------------------------- state
 
-let scene = null; // the last one
-let sources = new Map(); // of that, by id
-const tracks = new Map(); // what is drawn of the emitters, by id; the listener's has the id 0
-let instance = ''; // of the server that the tracks belong to
-let chosen = null; // the id of the chosen emitter, 0 for the listener
+let scene = null; // the latest one
+let sources = new Map(); // of that scene, by id
+const tracks = new Map(); // the drawn state of the emitters, by id; the listener's id is 0
+let instance = ''; // of the server whose tracks are stored
+let chosen = null; // the id of the selected emitter, 0 for the listener
 let status = null;
-let oldStatus = null; // the one before, for rates
+let oldStatus = null; // the previous one, for rates
 
-/// Whether an emitter is heard: the sign that stands for it, and the reason if it is not.
+/// The sign of an emitter: whether it is heard, and the reason if not.
 function hearing(emitter) {
   const source = sources.get(emitter.source);
   if (emitter.state === 'pause') return { sign: 'pause', reason: 'paused' };
@@ -96,11 +96,11 @@ function hearing(emitter) {
   return { sign: 'play', reason: '' };
 }
 
-/// Whether an emitter is heard where it stands; the others are heard at the listener.
+/// Whether an emitter is heard at its position; otherwise it is heard at the listener.
 const isSpatial = (emitter) => scene.spatialize && emitter.spatial;
 
-/// The hull as OpenAL renders it: full level up to `inner`, no softer than at `outer`, the same in
-/// all directions. Null if distance has no effect or an extent is no number.
+/// The hull as OpenAL renders it: full level up to `inner`, constant from `outer` on, the same in
+/// all directions. Null if distance has no effect or an extent is not finite.
 function heardHull(emitter) {
   const { minFront, minBack, maxFront, maxBack } = emitter.hull;
   const mean = (front, back) => ((front + back) / 2 > 0 ? (front + back) / 2 : 0.001);
@@ -112,8 +112,8 @@ function heardHull(emitter) {
   return { inner: inner < outer ? inner : 0.999 * outer, outer };
 }
 
-/// Where "ahead" points on the map: the angle clockwise from up, in radians. The axes are those of
-/// the scene seen from above: x to the right, z downwards.
+/// The direction of "ahead" on the map: the clockwise angle from up, in radians. The axes are those
+/// of the scene from above: x to the right, z downwards.
 function heading([x, y, z, w]) {
   const aheadX = -2 * (x * z + w * y);
   const aheadZ = -(1 - 2 * (x * x + y * y));
@@ -134,7 +134,7 @@ function follow(id, part, now) {
     track = { x, z, path: [] };
     tracks.set(id, track);
   }
-  // From where it is drawn now to where it is; the frames between two answers fill the way.
+  // Interpolates from the drawn position to the current one over the frames until the next answer.
   Object.assign(track, { part, fromX: track.x, fromZ: track.z, toX: x, toZ: z, since: now });
   const last = track.path[track.path.length - 1];
   if (!last || last.x !== x || last.z !== z) {
@@ -172,7 +172,7 @@ function takeScene(next) {
 // ---------------------------------------------------------------- the map
 
 const map = byId('map');
-// scale: pixels a unit; box: what is shown unless the user moved the view
+// scale: pixels per unit; box: the visible area unless the user has moved the view
 const view = { x: 0, z: 0, scale: 50, box: null, moved: false, fitted: false };
 const colours = {};
 
@@ -186,7 +186,7 @@ function readColours() {
 
 const colourOf = (id) => colours[`c${((id % 8) + 8) % 8}`];
 
-/// Gives a canvas as many pixels as the screen has for it, and its size in CSS pixels.
+/// Resizes a canvas to the screen's pixels; returns its size in CSS pixels.
 function prepare(canvas) {
   const ratio = window.devicePixelRatio || 1;
   const width = canvas.clientWidth;
@@ -204,15 +204,15 @@ function prepare(canvas) {
 const toX = (x) => map.clientWidth / 2 + (x - view.x) * view.scale;
 const toY = (z) => map.clientHeight / 2 + (z - view.z) * view.scale;
 
-/// 1, 2 or 5 times a power of ten, so that about `most` of them make up the length.
+/// A step of 1, 2 or 5 times a power of ten, of which about `most` fit into the length.
 function niceStep(length, most) {
   const rough = length / most;
   const power = 10 ** Math.floor(Math.log10(rough));
   return power * [1, 2, 5, 10].find((factor) => factor * power >= rough * 0.999);
 }
 
-/// Shows everything. Without the user's doing the view changes only if something is outside, or
-/// all has become small, so that it rests while things move.
+/// Shows everything. Unless the user has moved the view, it changes only if something is outside or
+/// everything has become small, so that it stays still while things move.
 function fit(force = false) {
   const box = { left: -1, right: 1, top: -1, bottom: 1 };
   const listener = tracks.get(0);
@@ -238,7 +238,7 @@ function fit(force = false) {
     toY(box.bottom) > height;
   const anew = force || !view.fitted || scale() > 3 * view.scale;
   if (anew || outside) {
-    if (!anew) { // what goes to and fro moves the view once
+    if (!anew) { // something that oscillates moves the view only once
       for (const side of ['left', 'top']) box[side] = Math.min(box[side], view.box[side]);
       for (const side of ['right', 'bottom']) box[side] = Math.max(box[side], view.box[side]);
     }
@@ -252,7 +252,7 @@ function fit(force = false) {
 
 function zoom(factor, x = map.clientWidth / 2, y = map.clientHeight / 2) {
   const scale = Math.min(1e5, Math.max(1e-4, view.scale * factor));
-  // What is below the pointer stays there.
+  // Zooms around the pointer.
   const ahead = 1 / view.scale - 1 / scale;
   view.x += (x - map.clientWidth / 2) * ahead;
   view.z += (y - map.clientHeight / 2) * ahead;
@@ -299,8 +299,8 @@ function drawGrid(context, width, height) {
   context.fillText('−z ↑', 4, 14);
 }
 
-/// The hull of an emitter that is heard: filled as far as its level is full, dashed where it gets no
-/// softer. That of the chosen one is drawn as lines if it is not heard.
+/// The hull of an audible emitter: the area of full level is filled, the outer extent dashed. For
+/// the selected emitter both are outlined if it is silent.
 function drawHull(context, track, colour, isChosen, outer) {
   const hull = heardHull(track.part);
   const heard = hearing(track.part).sign === 'play';
@@ -340,7 +340,7 @@ function drawPath(context, track, colour, now) {
     context.globalAlpha = 0.85 * (1 - Math.max(0, age));
     context.beginPath();
     context.moveTo(toX(from.x), toY(from.z));
-    // The last stretch ends where the sign is drawn, which is a moment behind.
+    // The last segment ends at the drawn sign, which lags slightly.
     const last = i === track.path.length - 1;
     context.lineTo(toX(last ? track.x : to.x), toY(last ? track.z : to.z));
     context.stroke();
@@ -353,7 +353,7 @@ function drawListener(context, track) {
   context.translate(toX(track.x), toY(track.z));
   context.rotate(heading(track.part.rotation));
   context.fillStyle = colours.ink;
-  context.globalAlpha = 0.07; // what is ahead
+  context.globalAlpha = 0.07; // the area ahead
   context.beginPath();
   context.moveTo(0, 0);
   context.arc(0, 0, 70, -Math.PI / 2 - 0.5, -Math.PI / 2 + 0.5);
@@ -409,7 +409,7 @@ function nameOf(emitter) {
   return `${emitter.id}${name}${labels}`;
 }
 
-/// Writes names beside their signs, each where it covers nothing, the chosen one's at any rate.
+/// Writes names beside their signs where they cover nothing; the selected one's always.
 function drawNames(context, width, height, shown) {
   context.font = '12.5px system-ui, sans-serif';
   context.lineWidth = 3.5;
@@ -452,7 +452,8 @@ function drawMap(now) {
     track.z = track.fromZ + (track.toZ - track.fromZ) * part;
     moving = moving || (part < 1 && (track.fromX !== track.toX || track.fromZ !== track.toZ));
   }
-  // The listener on top of the emitters, and the chosen one on top of all; names the other way.
+  // The listener is drawn above the emitters, and the selected one above all; names in reverse
+  // order.
   const shown = [...tracks].filter(([, track]) => {
     const hull = track.part.hull && heardHull(track.part);
     const reach = 40 + view.scale * (hull ? hull.outer : 0);
@@ -483,7 +484,7 @@ function drawMap(now) {
     context.stroke();
   }
   if (byId('names').checked) drawNames(context, width, height, shown.reverse());
-  // For whoever drives this page from outside.
+  // For scripts that drive this page.
   Object.assign(map.dataset, { x: view.x, z: view.z, scale: view.scale });
   return moving;
 }
@@ -498,7 +499,7 @@ function draw() {
   });
 }
 
-/// The emitter or the listener at a place on the map, null if there is none.
+/// The emitter or the listener at a place on the map; null if there is none.
 function pick(x, y, reach) {
   let best = null;
   let nearest = reach;
@@ -512,8 +513,8 @@ function pick(x, y, reach) {
   return best;
 }
 
-const pointers = new Map(); // that are down, by id
-let travelled = 0; // pixels since the first came down
+const pointers = new Map(); // pressed ones, by id
+let travelled = 0; // pixels since the first was pressed
 
 map.addEventListener('pointerdown', (event) => {
   map.setPointerCapture(event.pointerId);
@@ -530,7 +531,7 @@ map.addEventListener('pointermove', (event) => {
   if (pointers.size === 1) {
     if (travelled > 4) pan(dx, dy);
   } else {
-    travelled = Infinity; // a pinch is no click
+    travelled = Infinity; // a pinch is not a click
     const other = [...pointers].find(([id]) => id !== event.pointerId)[1];
     const before = Math.hypot(pointer.x - other.x, pointer.y - other.y);
     const after = Math.hypot(next.x - other.x, next.y - other.y);
@@ -580,7 +581,7 @@ new ResizeObserver(() => {
   draw();
 }).observe(map);
 
-// ---------------------------------------------------------------- the chosen part
+// ---------------------------------------------------------------- the selected part
 
 function choose(id) {
   chosen = id;
@@ -589,7 +590,7 @@ function choose(id) {
   draw();
 }
 
-/// The next or the previous part by id; the listener stands before the emitters.
+/// The next or the previous part by id; the listener precedes the emitters.
 function chooseNext(step) {
   if (!scene) return;
   const ids = [0, ...scene.emitters.map(({ id }) => id)];
@@ -626,7 +627,7 @@ function valuesOf(emitter) {
     ['full level', heard ? `up to ${number(heard.inner)}` : 'at any distance'],
     ['softest from', heard ? number(heard.outer) : 'nowhere'],
     ['hull', `${number(hull.minFront)} to ${number(hull.maxFront)} in front, ` +
-      `${number(hull.minBack)} to ${number(hull.maxBack)} behind; OpenAL takes the means`],
+      `${number(hull.minBack)} to ${number(hull.maxBack)} behind; OpenAL uses the means`],
     ['value', number(emitter.value)]);
   return rows;
 }
@@ -663,8 +664,8 @@ function setText(element, text) {
 
 // ---------------------------------------------------------------- tables
 
-/// Fills a table whose columns are [title, class]; a cell is a text, or [text, class]. Rows stay
-/// where they are and only texts change, so that a selection survives.
+/// Fills a table with columns [title, class]; a cell is a text, or [text, class]. Rows are reused
+/// and only texts change, so that a selection is kept.
 function fill(table, columns, rows, keys) {
   if (!table.tHead) {
     const head = table.createTHead().insertRow();
@@ -738,7 +739,7 @@ function fillBackends() {
       backend.labels.join(', ') || 'none: every emitter']));
 }
 
-/// Makes the parts of the network section that are not there yet; they are filled in place.
+/// Creates missing parts of the network section; they are updated in place.
 function networkPart(i) {
   const section = byId('network');
   let part = section.children[i + 1];
@@ -767,7 +768,7 @@ function fillNetwork() {
       `out ${plural(end.eventsOut, 'event')}, ${bytes(end.bytesOut)}; ` +
       `${bytes(end.bytesKept)} kept to be sent` +
       (end.eventsLeftOut ? `; ${plural(end.eventsLeftOut, 'event')} superseded and left out` : '') +
-      (end.datagramsIgnored ? `; ${plural(end.datagramsIgnored, 'strange datagram')}` : ''));
+      (end.datagramsIgnored ? `; ${plural(end.datagramsIgnored, 'ignored datagram')}` : ''));
     const before = new Map(((oldStatus && oldStatus.network[i]) || { connections: [] })
       .connections.map((connection) => [connection.peer, connection]));
     const rate = (connection, key) => {
@@ -786,7 +787,7 @@ function fillNetwork() {
       connection.bytesWaiting > 65536 ? [bytes(connection.bytesWaiting), 'bad']
         : bytes(connection.bytesWaiting)]));
     const lines = end.lastDrops.slice(-5).reverse().map((drop) =>
-      `${clock(drop.when)} ${drop.peer} is gone: ${drop.reason || 'it said goodbye'}`);
+      `${clock(drop.when)} ${drop.peer} is gone: ${drop.reason || 'it closed the connection'}`);
     while (drops.children.length > lines.length) drops.lastChild.remove();
     lines.forEach((line, k) => {
       if (!drops.children[k]) drops.append(make('li'));
@@ -863,7 +864,7 @@ function takeStatus(next) {
   drawChart();
 }
 
-// ---------------------------------------------------------------- asking the server
+// ---------------------------------------------------------------- polling the server
 
 let lastAnswer = 0;
 
@@ -893,7 +894,7 @@ async function ask(path) {
 
 const pause = (ms) => new Promise((resolve) => { setTimeout(resolve, ms); });
 
-/// Resolves when somebody can see the page, which asks for nothing while nobody can.
+/// Resolves when the page is visible; a hidden page does not poll.
 async function untilSeen() {
   if (document.visibilityState !== 'hidden') return;
   showLink('rest');

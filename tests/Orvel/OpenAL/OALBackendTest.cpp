@@ -92,7 +92,8 @@ TEST(OALBackend, OpensAndClosesInOrderAndStaysInertWithoutDeviceOrContext) {
     OALLoopbackBackend none(t.world, nullptr);
     t.expect(
         "alcIsExtensionPresent(ALC_SOFT_loopback); alutInitWithoutContext()",
-        "FATAL: This OpenAL library has no loopback device\nFATAL: Open OpenAL device failed\n");
+        "FATAL: This OpenAL library does not support loopback devices\nFATAL: Open OpenAL device "
+        "failed\n");
     EXPECT_FALSE(none.render(nullptr, 0));
 }
 
