@@ -1,4 +1,4 @@
-"""Drives a headless Chromium through its DevTools pipe: no driver and no package beside the browser."""
+"""Drives a headless Chromium through its DevTools pipe, without a driver or other packages."""
 
 import base64
 import json
@@ -18,7 +18,7 @@ def find_chromium():
 
 
 class Browser:
-    """One page. Messages of its console and exceptions collect in `complaints`."""
+    """One page. Collects console messages and exceptions in `complaints`."""
 
     def __init__(self, width=1280, height=800, dark=False):
         self.profile = tempfile.mkdtemp(prefix="orvel-browser-")
@@ -34,12 +34,12 @@ class Browser:
                  "--disable-background-networking", "--disable-component-update",
                  "--disable-sync", "--disable-dev-shm-usage", "--hide-scrollbars",
                  "--no-default-browser-check", "--disable-extensions",
-                 # Nothing but this machine can be reached.
+                 # Only this machine can be reached.
                  "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE localhost, EXCLUDE 127.0.0.1",
                  "--proxy-server=direct://", "--user-data-dir=" + self.profile]
         if os.geteuid() == 0:
             flags.append("--no-sandbox")  # the sandbox does not start for root
-        # The browser wants its pipe at exactly 3 and 4.
+        # The browser requires its pipe at descriptors 3 and 4.
         self.process = subprocess.Popen(
             ["/bin/sh", "-c", f'exec "$0" "$@" 3<&{browsers_input} 4>&{browsers_output}',
              find_chromium(), *flags, "about:blank"],
@@ -71,7 +71,7 @@ class Browser:
         shutil.rmtree(self.profile, ignore_errors=True)
 
     def call(self, method, **parameters):
-        """Calls a method of the DevTools protocol and gives its result."""
+        """Calls a method of the DevTools protocol and returns its result."""
         self._number += 1
         number = self._number
         message = {"id": number, "method": method, "params": parameters}
@@ -126,7 +126,7 @@ class Browser:
             {"name": "prefers-color-scheme", "value": "dark" if dark else "light"}])
 
     def value(self, expression):
-        """What a JavaScript expression gives, as JSON could hold it."""
+        """The value of a JavaScript expression, converted through JSON."""
         result = self.call("Runtime.evaluate", expression=expression, returnByValue=True,
                            awaitPromise=True)
         if "exceptionDetails" in result:

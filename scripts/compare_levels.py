@@ -11,10 +11,10 @@ import math
 import sys
 import wave
 
-HOP = 0.01  # seconds between two readings of the energy
-FLOOR = -60.0  # dBFS; what is below counts as silence
+HOP = 0.01  # seconds between two measurements of the energy
+FLOOR = -60.0  # dBFS; lower levels count as silence
 TOLERANCE = 1.5  # dB
-OWN_SHIFT = 0.06  # seconds by which a single second may be off
+OWN_SHIFT = 0.06  # tolerance of a single second's position
 
 
 def energies(path):
@@ -38,7 +38,7 @@ def decibels(mean):
 
 
 def best_shift(expected, heard):
-    """By how many hops `heard` is later, so that the logarithmic levels agree best."""
+    """The delay of `heard` in hops with the best match of the logarithmic levels."""
     a = [decibels(sum(pair) / 2) - FLOOR for pair in zip(*expected)]
     b = [decibels(sum(pair) / 2) - FLOOR for pair in zip(*heard)]
 

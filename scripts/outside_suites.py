@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tries the pages with suites that others wrote: outside_suites.py TOOL [FOLDER [SUITE...]].
+"""Checks the pages with external suites: outside_suites.py TOOL [FOLDER [SUITE...]].
 
 axe        axe-core: accessibility of every page, wide and narrow, light and dark
 promtool   "promtool check metrics" of /metrics
@@ -29,12 +29,12 @@ SCENE = ROOT / "examples/scenes/voices.json"
 DEADLINE = 30
 WIDE, PHONE = (1200, 900), (390, 844, True)
 
-# The index page's markup and style sheet are fixed to the byte, for programs that read them.
+# The index page's markup and style sheet are fixed, for programs that read them.
 FIXED_PAGE = {"color-contrast", "html-has-lang", "landmark-one-main", "region"}
 
 
 class Unavailable(Exception):
-    """A suite, or what it needs, cannot be had here."""
+    """A suite or one of its dependencies is unavailable."""
 
 
 def fetch(command, folder):
@@ -137,7 +137,7 @@ def axe(tool, folder):
 
 
 def wait_for_rows(browser):
-    """Until the page shows emitters and the player's connection; chooses an emitter."""
+    """Waits until the page shows emitters and the player's connection, and selects an emitter."""
     deadline = time.monotonic() + DEADLINE
     while not browser.value("document.querySelector('#emitters tbody tr') !== null &&"
                             " document.querySelector('#network tbody tr') !== null"):
@@ -162,7 +162,7 @@ def slowhttp(tool, folder):
     client = program("slowhttptest", "slowhttptest", folder)
     findings = []
     with Server(tool) as server:
-        for mode in ["-H", "-B", "-X"]:  # headers, bodies, and answers that are hardly read
+        for mode in ["-H", "-B", "-X"]:  # slow headers, slow bodies, and slowly read answers
             run = subprocess.run(
                 [client, mode, "-c", "300", "-r", "300", "-l", "6", "-i", "2", "-p", "3", "-u",
                  server.monitor + "/api/scene"], capture_output=True, text=True, timeout=60, check=False)

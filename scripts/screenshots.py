@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Takes the pictures of the web pages in docs/images again: screenshots.py TOOL.
+"""Retakes the screenshots of the web pages in docs/images: screenshots.py TOOL.
 
 The tool plays the demo's scene, silently, and a headless Chromium looks at it when the tone that circles
 the listener has come to the right. Needs the packages chromium and fonts-dejavu-core.
@@ -24,8 +24,8 @@ try:
     monitor = re.search(r"monitor is at (\S+)", told).group(1)
     web = "http://127.0.0.1:" + re.search(r"Web server open ok: http://.*:(\d+)", told).group(1)
     browser.resize(900, 360)
-    browser.open(web)  # which has one style, whatever the system's
-    # Who takes the picture, and where, is nobody's business.
+    browser.open(web)  # has only one colour scheme
+    # Hide the user and the machine.
     browser.value("""['orvel', 'studio', 'Linux 6.1 x86_64'].forEach((text, row) => {
         document.querySelectorAll('table')[1].rows[row].cells[1].textContent = text; })""")
     browser.screenshot(images / "web.png")

@@ -1,4 +1,4 @@
-"""Recording a live session and playing it again, as a user does:
+"""Recording and replaying a live session, as a user does:
 capture_test.py TOOL COMPARE [unittest arguments]."""
 
 import os
@@ -33,7 +33,7 @@ class Capture(RemoteCase):
         self.wait_for_text("first.log", "is connected")
         second = self.play("second.log", self.scene(RIGHT, "second.json"))
         self.assertEqual(second.wait(DEADLINE), 0)
-        first.kill()  # what it has made goes when that is noticed
+        first.kill()  # its parts are removed when that is noticed
         self.wait_for_text("record.log", "is gone", 2)
         self.end(recorder, "record.log", signal.SIGHUP)
         self.assertRegex(self.read("record.log"), r"s\.orvelrec: \d\.\d\d s, \d\d events")
@@ -71,7 +71,7 @@ class Capture(RemoteCase):
         err = self.run_tool("play", "s.orvelrec", "--backend", "silent", code=1)[1]
         self.assertRegex(err, r"bank\.json:\d+: sources\[1\]\.file: .*be\\xc2\\x9bll\.wav.*does not exist")
         self.assertEqual(err.count("is cut"), 1)
-        # A capture comes from anybody, and this machine asks nobody because of it.
+        # A capture is untrusted, so nothing is fetched because of it.
         self.run_tool("render", "s.orvelrec", "o.wav", code=1)
         self.assertTrue(any(channels(self.path("o.wav"))[0]))
         self.assertIn("unless --fetch is given", err)

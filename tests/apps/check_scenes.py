@@ -26,7 +26,7 @@ CREATE = {"at": 1, "emitter": 9, "create": True}
 GAIN = {"at": 0, "emitter": 1, "gain": 1}
 MOVED = {"at": 0, "listener": True, "position": [1, 2, 3], "over": 1}
 
-# What is added to a part of BASE, or replaces it: what is right, and what is not.
+# A key of a part of BASE, with valid and invalid values.
 SCENES = [
     ("orvel", [1.0], [True, 2]),
     ("comment", [], ["none"]),
@@ -78,7 +78,7 @@ SCENE_KEYS = {key for key, _, _ in SCENES}
 
 
 def scenes():
-    """Yields (scene, whether it is good)."""
+    """Yields (scene, whether it is valid)."""
     for key, right, wrong in SCENES:
         for value, good in [(v, True) for v in right] + [(v, False) for v in wrong]:
             added = BASE[key] + value if isinstance(value, list) and key in BASE else value
@@ -86,7 +86,7 @@ def scenes():
 
 
 def warning_faults(orvel, folder):
-    """The rows are [name, changes of an emitter that is heard or of the scene, warnings]."""
+    """The rows are [name, changes of an audible emitter or of the scene, warnings]."""
     def check(*arguments, **options):
         return subprocess.run([orvel, "check", *arguments], cwd=folder, capture_output=True, text=True,
                               timeout=30, **options)

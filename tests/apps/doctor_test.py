@@ -1,4 +1,4 @@
-"""The doctor of the tool, on the loopback interface: doctor_test.py TOOL [unittest arguments]."""
+"""`orvel doctor` on the loopback interface: doctor_test.py TOOL [unittest arguments]."""
 
 import json
 import os
@@ -19,7 +19,7 @@ class Doctor(RemoteCase):
         found = json.loads(out)
         self.assertEqual(found["verdict"] == "problem", code == 1)
         for check in found["checks"]:
-            # Who is told of something bad is told what to do.
+            # Every problem comes with advice.
             self.assertTrue(check["verdict"] == "ok" or check["advice"], check)
         return {check["check"]: check for check in found["checks"]}
 
@@ -34,7 +34,7 @@ class Doctor(RemoteCase):
         for value in ("clockSeconds", "roundTripMs", "connectMs"):
             self.assertGreater(there["values"][value], 0)
         self.assertIn("in use by servers", found["port " + self.port]["text"])
-        # A device that goes nowhere is named as such.
+        # A device without output is reported as such.
         self.assertEqual(found["sound output"]["verdict"], "warning")
         self.end(server, "serve.log")
         self.assertEqual(self.read("serve.log").count("\n"), 1)  # it has not noticed

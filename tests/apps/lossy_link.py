@@ -19,7 +19,7 @@ IFF_TUN, IFF_NO_PI = 0x0001, 0x1000
 
 
 class LossyLink:
-    """Use with `with`. Unless it is `silent`, each packet passes after `delay` and up to `jitter`
+    """Use with `with`. Unless `silent` is set, each packet passes after `delay` and up to `jitter`
     seconds, with which packets overtake each other; the fraction `loss` is lost. With a `rate`, in
     bytes a second, at most 32 KiB wait for it, each way. All may be changed at any time."""
 
@@ -31,7 +31,7 @@ class LossyLink:
         self._thread = threading.Thread(target=self._relay)
 
     def command(self, host):
-        """What a command begins with that runs on a host, 0 or 1."""
+        """The prefix of a command that runs on host 0 or 1."""
         return ("ip", "netns", "exec", self.hosts[host])
 
     def __enter__(self):
@@ -65,7 +65,7 @@ class LossyLink:
 
     def _relay(self):
         waiting, number = [], 0  # (when it is due, number, end, packet)
-        free = dict.fromkeys(self._tuns, 0.0)  # when the line has sent what is on it
+        free = dict.fromkeys(self._tuns, 0.0)  # when the line is free
         while not self._closing:
             pause = waiting[0][0] - time.monotonic() if waiting else 0.05
             for tun in select.select(self._tuns, [], [], min(max(pause, 0), 0.05))[0]:

@@ -34,7 +34,7 @@ class Monitor(ToolCase):
         self.runs = 0
 
     def watch(self, *arguments):
-        """Starts the tool, with a monitor; gives the process and the monitor's address."""
+        """Starts the tool with a monitor; returns the process and the monitor's address."""
         self.runs += 1
         log = f"{self.runs}.log"
         process = self.background(log, *arguments)
@@ -58,7 +58,7 @@ class Monitor(ToolCase):
             f" return {expression}; }})()")
 
     def place(self, x, z):
-        """Where a place of the scene is in the window."""
+        """Converts a place in the scene to window coordinates."""
         return self.of_the_map(f"[box.x + box.width / 2 + ({x} - x) * scale,"
                                f" box.y + box.height / 2 + ({z} - z) * scale]")
 
@@ -67,7 +67,7 @@ class Monitor(ToolCase):
                                " [...spot.getImageData(0, 0, 1, 1).data]")
 
     def address(self, url, **headers):
-        """The status, the headers and the text that an address answers with."""
+        """The status, headers and text of an address's answer."""
         try:
             answer = urllib.request.urlopen(urllib.request.Request(url, headers=headers), timeout=DEADLINE)
         except urllib.error.HTTPError as error:
@@ -92,15 +92,15 @@ class Monitor(ToolCase):
         for wanted in ["play", "1 441 Hz", "<b>bold</b>, front", "−4, 0, 0", "0.25",
                        "up to 1", "4 from the listener"]:
             self.assertIn(wanted, values)
-        # Its hull is drawn as it is heard, the same on all sides.
+        # Its hull is drawn as it is heard, equal on all sides.
         sides = [self.colour(*self.place(-4 + side * far, side * far))
                  for side in (-1, 1) for far in (0.6, 0.8)]
         self.assertEqual(sides[:2], sides[2:])
         self.assertNotEqual(sides[0], sides[1])
-        # Names are texts, whatever they look like.
+        # Names are inserted as text, even if they look like markup.
         self.assertIn("<b>bold</b>, front", self.text("#emitters"))
         self.assertEqual(self.browser.value("document.querySelectorAll('b').length"), 0)
-        # What is silent has a sign of its own.
+        # Silent emitters have a sign of their own.
         part = {**self.browser.value("tracks.get(11).part"), "hull": {
             "minFront": 6, "minBack": 6, "maxFront": 2, "maxBack": 4}}
         for changes, sign in [({}, "play"), ({"gain": 0}, "muted"), ({"source": None}, "muted"),
@@ -110,7 +110,7 @@ class Monitor(ToolCase):
             self.assertEqual(self.browser.value(f"hearing({text}).sign"), sign, changes)
             self.assertEqual(self.browser.value(f"heardHull({text})"), {"inner": 2.997, "outer": 3}
                              if changes != {"spatial": False} else None)
-        # One that moves is followed, on the map and among the values, and leaves a path.
+        # A moving emitter is updated on the map and in the values, and leaves a path.
         self.browser.value("document.querySelector('tr[data-id=\"12\"]').click()")
         seen = set()
 
@@ -122,7 +122,7 @@ class Monitor(ToolCase):
         self.assertGreater(self.browser.value("tracks.get(12).path.length"), 4)
         drawn = self.browser.value("tracks.get(12).z")
         self.assertTrue(-2 <= drawn <= 2, drawn)
-        # The wheel zooms around the pointer, a drag pans, and the button shows all again.
+        # The wheel zooms around the pointer, dragging pans, and the button shows everything again.
         scale = float(self.browser.value("document.getElementById('map').dataset.scale"))
         self.browser.wheel(x, y, -300)
         self.wait_for_value(f"Number(document.getElementById('map').dataset.scale) > {scale} * 1.5")
@@ -151,7 +151,7 @@ class Monitor(ToolCase):
         self.assertIn("77", self.text("#emitters"))
         self.assertEqual(sorted(self.browser.value("[...tracks.keys()]")), [0, 77])
         self.assertTrue(self.browser.value("document.getElementById('notice').hidden"))
-        # The browser itself reports each request that found nobody; nothing else may be wrong.
+        # The browser itself reports each failed request; there must be no other error.
         self.assertEqual([complaint for complaint in self.browser.complaints
                           if complaint.get("source") != "network"], [])
 
@@ -170,7 +170,7 @@ class Monitor(ToolCase):
         self.wait_until_live(2)
         player.send_signal(signal.SIGINT)
         self.wait_for_value("document.querySelectorAll('#network tbody tr').length", 0)
-        self.wait_until_live(0)  # what the client has made goes with it
+        self.wait_until_live(0)  # the client's parts are removed with it
         self.assertEqual(self.browser.complaints, [])
         status = json.loads(self.address(served + "api/status")[2])
         self.assertEqual(status["network"][0]["connected"], 1)
@@ -204,7 +204,7 @@ class Monitor(ToolCase):
         for address, code, words in [
                 ([taken], 1, "Address already in use"), (["nonsense:"], 2, "expected ADDR:PORT"),
                 (["127.0.0.1:65536"], 2, "expected ADDR:PORT"),
-                ([], 0, "the monitor is at http://127.0.0.1:")]:  # the scene is no address
+                ([], 0, "the monitor is at http://127.0.0.1:")]:  # the scene is not taken for an address
             self.assertIn(words, self.run_tool("play", "--monitor", *address, scene, "--backend",
                                                "silent", "--seconds", "0.1", code=code)[1])
         player.kill()

@@ -13,7 +13,7 @@ from lossy_link import LossyLink
 from tool_case import DEADLINE, LEFT, ToolCase, changed, levels
 
 LOOPED = changed(LEFT, sources=[{**LEFT["sources"][0], "loop": True}], duration=1000)
-# The x of each emitter's transform as a capture holds it: event type, tag, command, id, values.
+# The x of each emitter's transform as encoded in a capture: event type, tag, command, id, values.
 PLACE = re.compile(rb"\xc9\x00\x32\x0d\x05\x22\x00\x05..\x02(.{4})", re.DOTALL)
 
 
@@ -50,7 +50,7 @@ class TwoHosts(ToolCase):
 
     def test_a_server_that_comes_late_over_a_bad_link_is_not_behind(self):
         LINK.delay, LINK.jitter, LINK.loss, LINK.rate = 0.1, 0.005, 0.05, 80e3
-        seconds, ids = 15, range(11, 111)  # 10,000 changes a second, six times what fits through
+        seconds, ids = 15, range(11, 111)  # 10,000 changes a second, six times the link's capacity
         scene = self.scene(changed(
             LEFT, duration=seconds, emitters=[{"id": i, "position": [0, 0, 0]} for i in ids],
             timeline=[{"at": 0, "emitter": i, "position": [seconds, 0, 0], "over": seconds}

@@ -1,4 +1,4 @@
-"""Open Sound Control from a client that is not ours, oscsend:
+"""Open Sound Control from an external client, oscsend:
 osc_test.py TOOL DOCS [unittest arguments]."""
 
 import itertools
@@ -67,7 +67,7 @@ class Osc(RemoteCase):
                              "right" if right > left + 20 else
                              "between" if abs(left - right) > 1 else
                              "soft" if left < -25 else "ahead")
-            # A place holds for some windows; one with a change within it may look like any.
+            # A position lasts for some windows; a window with a change in it can have any level.
             held = [kind for kind, run in itertools.groupby(kinds) if len(list(run)) >= 3]
             heard = [kind for kind in held if kind != "silent"]
             self.assertEqual(heard, ["left", "right", "ahead", "soft"], name)
@@ -86,7 +86,7 @@ class Osc(RemoteCase):
         url = re.search(r"monitor is at (\S+)", self.read("serve.log"))[1]
         deadline = time.monotonic() + DEADLINE
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
-            for count in range(1, 201):  # at the turns of an idle loop they would take 40 s each
+            for count in range(1, 201):  # in an idle loop they would take 40 s each
                 sender.sendto(b"/orvel/enabled\0\0,i\0\0\0\0\0\1", ("127.0.0.1", int(self.osc)))
                 self.wait_for_text("serve.log", "setEnabled", count)
                 urllib.request.urlopen(url + "api/status", timeout=DEADLINE).close()

@@ -1,4 +1,4 @@
-"""What the tests of servers and players that meet on the loopback interface share."""
+"""Shared by the tests of servers and players on the loopback interface."""
 
 import signal
 import time

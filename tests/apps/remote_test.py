@@ -1,4 +1,4 @@
-"""Servers and players of the tool as processes that meet on the loopback interface:
+"""Servers and players of the tool as processes on the loopback interface:
 remote_test.py TOOL COMPARE [unittest arguments]."""
 
 import contextlib
@@ -39,7 +39,7 @@ class Remote(RemoteCase):
             [sys.executable, COMPARE, self.path("local.wav"), self.path("remote.wav")],
             capture_output=True, text=True, timeout=DEADLINE, check=False)
         self.assertEqual(compared.returncode, 0, compared.stdout + compared.stderr)
-        # Nothing is told but this; the table of levels follows.
+        # Nothing else is reported; the table of levels follows.
         self.assertRegex(self.read("play.log"),
                          r"^orvel: server 127\.0\.0\.1:\d+ is connected\n$")
         self.assertRegex(self.read("serve.log"),
@@ -97,7 +97,7 @@ class Remote(RemoteCase):
         samples = channels(self.path("o.wav"))[0]
         rounds = [i for i, s in enumerate(samples) if s and not any(samples[max(0, i - 441):i])]
         self.assertEqual(len(rounds), 4, rounds)
-        # Only what the bank has not is told of, once.
+        # Only missing sources are reported, once.
         self.assertEqual(self.read("serve.log").count("not here: 5;"), 1)
         self.assertNotIn("invalid", self.read("serve.log"))
 
@@ -110,7 +110,7 @@ class Remote(RemoteCase):
         self.assertEqual(first.wait(DEADLINE), 1)
         self.assertIn("replaced: client", self.read("first.log"))
         self.assertRegex(self.read("serve.log"), r"client \S+ drives now, in place of client ")
-        # It neither takes over by itself nor ends, until the third one leaves.
+        # It neither takes over nor exits until the third one leaves.
         third = self.play("third.log", scene, "--seconds", "1.5")
         self.assertEqual(third.wait(DEADLINE), 0)
         self.wait_for_text("waiting.log", "driving it now")
@@ -157,7 +157,7 @@ class Remote(RemoteCase):
             for number, labels in [(0, []), (-1, []), (7, [b"x"] * 65), (8, [b"x" * 4097]),
                                    (9, [b"x"] * 64), (10, [b"x" * 4096])]:
                 client.sendall(create(number, *labels) + event(200, 36, number))
-            with contextlib.suppress(ConnectionError):  # of the drop
+            with contextlib.suppress(ConnectionError):  # because of the drop
                 for _ in range(500):
                     client.sendall(create(11) + event(200, 21, 1) + reset)
             self.wait_for_text("serve.log", "is dropped: more than 100 resets in 10 s")

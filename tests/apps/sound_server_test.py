@@ -26,7 +26,7 @@ class SoundServer(ToolCase):
         server.terminate()
         server.wait(DEADLINE)
         with open(self.path("heard.wav"), "rb") as file:
-            # The file's header is not complete, because nobody closed it.
+            # The file's header is incomplete, because the file was not closed.
             data = file.read().partition(b"data")[2][4:]
         samples = array.array("h", data[:len(data) // 4 * 4])
         self.assertGreater(rms_dB(samples[::2]), -60)

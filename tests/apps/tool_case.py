@@ -1,4 +1,4 @@
-"""What the tests of the tool share; the first argument of the process is the tool."""
+"""Shared by the tests of the tool; the first argument of the process is the tool."""
 
 import array
 import json
@@ -79,7 +79,7 @@ class ToolCase(unittest.TestCase):
         return out, err
 
     def background(self, log, *arguments, **more):
-        """Starts the tool with its output in a file, and makes sure that it ends."""
+        """Starts the tool with its output in a file, and ensures that it ends."""
         with open(self.path(log), "w", encoding="utf-8") as file:
             process = self.start(*arguments, stdout=file, stderr=file, **more)
         self.addCleanup(process.wait)
@@ -96,4 +96,4 @@ class ToolCase(unittest.TestCase):
         deadline = time.monotonic() + within
         while not condition():
             self.assertLess(time.monotonic(), deadline, what)
-            time.sleep(0.005)  # between two looks
+            time.sleep(0.005)  # between two checks

@@ -195,7 +195,7 @@ class Render(ToolCase):
         self.assertEqual(len(err.splitlines()), 4, err)
         self.assertIn("o.wav is written, but some sounds", err)
         self.assertGreater(levels(self.path("o.wav"))[0], -20)
-        self.assertIn("1.00 s", out)  # as long as the sound that was fetched
+        self.assertIn("1.00 s", out)  # the length of the fetched sound
 
 
 class Plot(SoundCase):
@@ -223,7 +223,7 @@ class Plot(SoundCase):
 
 class Play(SoundCase):
     def read_until(self, process, text):
-        """The line of the process's messages that has the text."""
+        """The first line of the process's messages that contains the text."""
         line = next((line for line in process.stderr if text in line), None)
         self.assertIsNotNone(line, "it has ended by itself")
         return line
@@ -296,7 +296,7 @@ class Play(SoundCase):
 
 class Completion(SoundCase):
     def complete(self, line):
-        """What bash would offer at the end of the line."""
+        """The completions that bash offers at the end of the line."""
         script = f"""
             source "$1"
             PATH="{os.path.dirname(TOOL)}:$PATH"

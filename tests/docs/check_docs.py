@@ -1,4 +1,4 @@
-"""check_docs.py SOURCE-TREE: holds the documentation against the tree.
+"""check_docs.py SOURCE-TREE: checks the documentation against the tree.
 
 Every link to a file must lead to one. A code block that follows a line
 `<!-- from: FILE -->` must stand in that file as it is, indentation aside.

@@ -1,4 +1,4 @@
-"""run_blocks.py SOURCE-TREE TOOL COMPILER INCLUDE-FOLDERS...: does what README and docs/ tell.
+"""run_blocks.py SOURCE-TREE TOOL COMPILER INCLUDE-FOLDERS...: runs the commands of README and docs/.
 
 Commands of the tool are run, those of the build are held against presets, scripts and benchmarks, C++
 is compiled, scenes are checked, and pictures that have a scene beside them are drawn again. All in a
@@ -55,7 +55,7 @@ def of_the_tool(words):
         else:
             words += ["--seconds", "0.2"]
     if words[1] == "record":
-        (work / words[2]).unlink(missing_ok=True)  # another page has made it, and it replaces none
+        (work / words[2]).unlink(missing_ok=True)  # created by another page; existing files are not replaced
     text = None
     if "|" in words:  # into a player
         del words[words.index("|"):]
@@ -68,7 +68,7 @@ def of_the_tool(words):
 
 
 def of_the_build(words):
-    """A word on what does not exist: the preset that is named, or whose folder is."""
+    """An error message for a preset, or its folder, that does not exist."""
     names = [words[i + 1].removeprefix("build/") for i, word in enumerate(words)
              if word in ("--preset", "--install")]
     known = {preset["name"] for key, group in presets.items() if key.endswith("Presets")
@@ -96,7 +96,7 @@ def command_fault(words):
 
 
 def same_picture(*pictures):
-    """Processors may round differently, so by a pixel."""
+    """Processors may round differently, by up to a pixel."""
     number = r"-?\d+(?:\.\d+)?"
     one, other = (re.sub(number, "0", picture) for picture in pictures)
     return one == other and all(abs(float(x) - float(y)) <= 1 for x, y in zip(

@@ -13,7 +13,7 @@ LAYERS = ["Config", "Vessa", "Corvid", "Orvel", "Show", "examples"]
 POSIX = r"(sys|net|netinet|arpa|linux)/\w+\.h|" \
         r"(unistd|fcntl|poll|pthread|sched|signal|strings|pwd|netdb|ifaddrs|time)\.h"
 OTHERS = r"(?!Config|Vessa|Corvid|Orvel|Show).*"  # libraries and systems
-# Which files may include what: the first pattern that fits a file decides. The scene knows back
+# Allowed includes by file: the first matching pattern applies. The scene knows back
 # ends only by their base class and the registry. The standard library, C's included, and the
 # generated export header are open to all.
 RULES = [
@@ -38,19 +38,19 @@ INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*([<"][^>"]+[>"])', re.MULTILIN
 
 
 def forbidden(path, include, public):
-    """Whether `path` must not include `include`, which is given with its brackets."""
+    """Whether `path` must not include `include`, given with its brackets."""
     name = include[1:-1]
     if include[0] == '"':
         return True  # own headers are included as <Folder/Name.h>
     if re.fullmatch(r"[a-z0-9_]+|std\w+\.h|orvel_export\.h", name):
         return False
     if path in public or path.startswith("examples/") and not re.fullmatch(OTHERS, name):
-        return name not in public  # what is installed needs nothing else; examples are hosts
+        return name not in public  # installed headers need nothing else; examples are hosts
     return not next(re.fullmatch(what, name) for who, what in RULES if re.fullmatch(who, path))
 
 
 def faults(root, public):
-    """The forbidden pairs as (file, line, include), and how many files were read."""
+    """The forbidden pairs as (file, line, include), and the number of files read."""
     found = []
     files = sorted(path for folder in LAYERS for path in (root / folder).rglob("*")
                    if path.suffix in (".h", ".cpp"))
@@ -62,7 +62,7 @@ def faults(root, public):
     return found, len(files)
 
 
-# Pairs that must be found, or the rules say nothing.
+# Pairs that must be reported, to check the rules themselves.
 PUBLIC = ["Orvel/World.h", "Corvid/A.h"]
 BAD = [
     ("Config/A.cpp", "<unistd.h>"), ("Vessa/A.cpp", "<Corvid/A.h>"), ("Corvid/A.cpp", "<Config/A.h>"),
