@@ -48,7 +48,7 @@ bool OscServer::open() {
         }
     }
     report_(
-        "cannot take Open Sound Control at " + settings_.address + ":" +
+        "cannot accept Open Sound Control at " + settings_.address + ":" +
         std::to_string(settings_.port) + ": " + error.message() + "; choose another --osc");
     return false;
 }
@@ -155,8 +155,8 @@ void OscServer::accept() {
                 connections_.begin(), connections_.end(),
                 [](const Connection& a, const Connection& b) { return a.heard < b.heard; });
             reportWrong(
-                idlest->peer + " has been silent for longest of " +
-                std::to_string(kMostConnections) + " connections, and gives way to " + peer);
+                idlest->peer + " is the connection silent for longest of " +
+                std::to_string(kMostConnections) + ", and gives way to " + peer);
             connections_.erase(idlest);
         }
         // So that a peer that is gone without a word does not keep its place.
