@@ -211,14 +211,14 @@ void ClientBackend::configure() {
 }
 
 template <Command command, class Subject>
-void ClientBackend::tell(Subject& subject) {
+void ClientBackend::sendChange(Subject& subject) {
     detail::EventOfCommand<command> event;
     send<command>(communicator_.get(), event, subject, transferData_);
 }
 
 void ClientBackend::resetBackend() {
     destroyedSources_.clear();
-    tell<CmdResetBackend>(world());
+    sendChange<CmdResetBackend>(world());
 }
 
 bool ClientBackend::tellsEnabled() {
@@ -226,20 +226,20 @@ bool ClientBackend::tellsEnabled() {
 }
 
 void ClientBackend::setEnabled() {
-    tellsEnabled() ? tell<CmdEnable>(world()) : tell<CmdDisable>(world());
+    tellsEnabled() ? sendChange<CmdEnable>(world()) : sendChange<CmdDisable>(world());
 }
 
 void ClientBackend::setListenerTransform() {
-    tell<CmdSetListenerTransform>(world());
+    sendChange<CmdSetListenerTransform>(world());
 }
 
 void ClientBackend::createSource(Source& source) {
-    tell<CmdCreateSource>(source);
+    sendChange<CmdCreateSource>(source);
 }
 
 void ClientBackend::destroySource(Source& source) {
     destroyedSources_.insert(static_cast<short>(source.id()));
-    tell<CmdDestroySource>(source);
+    sendChange<CmdDestroySource>(source);
 }
 
 void ClientBackend::setSourceData(Source& /*source*/) {
@@ -247,7 +247,7 @@ void ClientBackend::setSourceData(Source& /*source*/) {
 }
 
 void ClientBackend::setSourceParam(Source& source) {
-    tell<CmdSetSourceParam>(source);
+    sendChange<CmdSetSourceParam>(source);
 }
 
 void ClientBackend::setSourceState(Source& source) {
@@ -256,27 +256,27 @@ void ClientBackend::setSourceState(Source& source) {
 }
 
 void ClientBackend::createEmitter(Emitter& emitter) {
-    tell<CmdCreateEmitter>(emitter);
+    sendChange<CmdCreateEmitter>(emitter);
 }
 
 void ClientBackend::destroyEmitter(Emitter& emitter) {
-    tell<CmdDestroyEmitter>(emitter);
+    sendChange<CmdDestroyEmitter>(emitter);
 }
 
 void ClientBackend::setEmitterTransform(Emitter& emitter) {
-    tell<CmdSetEmitterTransform>(emitter);
+    sendChange<CmdSetEmitterTransform>(emitter);
 }
 
 void ClientBackend::setEmitterHull(Emitter& emitter) {
-    tell<CmdSetEmitterHull>(emitter);
+    sendChange<CmdSetEmitterHull>(emitter);
 }
 
 void ClientBackend::setEmitterParam(Emitter& emitter) {
-    tell<CmdSetEmitterParam>(emitter);
+    sendChange<CmdSetEmitterParam>(emitter);
 }
 
 void ClientBackend::setEmitterConnection(Emitter& emitter) {
-    tell<CmdSetEmitterConnection>(emitter);
+    sendChange<CmdSetEmitterConnection>(emitter);
 }
 
 void ClientBackend::setEmitterState(Emitter& emitter) {

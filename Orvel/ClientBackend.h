@@ -120,7 +120,7 @@ private:
     bool takeEvent(Corvid::Communicator* connection);
     /// Sends a change of the scene or a part to all servers.
     template <Command command, class Subject>
-    void tell(Subject& subject);
+    void sendChange(Subject& subject);
     void takeDriver(const DriverEvent& event, Corvid::Communicator& server);
 
     std::unique_ptr<OrvelMultiClient> communicator_; // null in a copy
