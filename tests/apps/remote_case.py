@@ -1,7 +1,7 @@
 """Shared by the tests of servers and players on the loopback interface."""
 
+import os
 import signal
-import time
 
 from tool_case import DEADLINE, ToolCase, free_port
 
@@ -22,7 +22,12 @@ class RemoteCase(ToolCase):
                                *self.here, *arguments)
 
     def end(self, process, log, number=signal.SIGTERM):
-        begin = time.monotonic()
         process.send_signal(number)
         self.assertEqual(process.wait(DEADLINE), 0, self.read(log))
-        self.assertLess(time.monotonic() - begin, 3)
+
+    def wait_for_sound(self, recording, seconds):
+        """Waits until a server has written so much more of a recording."""
+        def size():
+            return os.path.getsize(self.path(recording))
+        end = size() + seconds * 44100 * 4
+        self.wait_for(lambda: size() >= end, f"{seconds} s in {recording}")

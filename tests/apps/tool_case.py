@@ -86,14 +86,14 @@ class ToolCase(unittest.TestCase):
         self.addCleanup(process.kill)
         return process
 
-    def wait_for_text(self, log, text, times=1, within=DEADLINE):
-        self.wait_for(lambda: self.read(log).count(text) >= times, f"{text} in {log}", within)
+    def wait_for_text(self, log, text, times=1):
+        self.wait_for(lambda: self.read(log).count(text) >= times, f"{text} in {log}")
 
     def run_tool(self, *arguments, code=0, env=None):
         return self.finish(self.start(*arguments, env=env), code)
 
-    def wait_for(self, condition, what, within=DEADLINE):
-        deadline = time.monotonic() + within
+    def wait_for(self, condition, what):
+        deadline = time.monotonic() + DEADLINE
         while not condition():
             self.assertLess(time.monotonic(), deadline, what)
             time.sleep(0.005)  # between two checks
