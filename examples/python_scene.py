@@ -12,7 +12,7 @@ HANDLE, TEXT, FLOATS = c_void_p, c_char_p, ctypes.POINTER(c_float)
 LOG_CALLBACK = ctypes.CFUNCTYPE(None, c_int, c_char_p, c_void_p)
 RESET_CALLBACK = ctypes.CFUNCTYPE(None, c_void_p, c_void_p)
 PLAY = 1
-orvel = ctypes.CDLL(sys.argv[1] if len(sys.argv) > 1 else "liborvel.so.0")
+orvel = ctypes.CDLL(sys.argv[1] if len(sys.argv) > 1 else "liborvel.so.0.1")
 
 
 def check(result, function, arguments):

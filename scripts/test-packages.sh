@@ -75,7 +75,9 @@ cd /test
 apt-get update -qq
 
 echo "-- the tool, with what it depends on and nothing else"
-$install ./liborvel0_*.deb ./orvel_*.deb >/dev/null
+library=$(basename ./liborvel[0-9]*_*.deb)
+library=${library%%_*}
+$install ./"$library"_*.deb ./orvel_*.deb >/dev/null
 orvel --version
 orvel check /usr/share/orvel/scenes/first.json
 orvel render /usr/share/orvel/scenes/first.json first.wav --plot first.svg
@@ -100,8 +102,8 @@ cc -std=c11 -Wall -Wextra -pedantic -Werror examples/c_scene.c -o c_scene \
 [ "$(dpkg-query -W -f '${Version}' orvel | cut -d- -f1)" = "$(built/consumer --version)" ]
 
 echo "-- gone again"
-dpkg --verify orvel liborvel0 liborvel-dev
-apt-get purge -y -qq orvel liborvel0 liborvel-dev >/dev/null
+dpkg --verify orvel "$library" liborvel-dev
+apt-get purge -y -qq orvel "$library" liborvel-dev >/dev/null
 left=$(find /usr /etc /var/lib/systemd -iname '*orvel*' -not -path '/usr/share/doc/*' 2>/dev/null || true)
 if [ -n "$left" ]; then
     echo "left behind: $left" >&2

@@ -36,6 +36,16 @@ for page in pages:
         if not (page.parent / target).exists():
             faults.append(f"{name}: the link to {target} leads nowhere")
 
+# The version stands in CMakeLists.txt; a released one has its section in the changelog.
+version = re.search(r"project\(Orvel\s+VERSION (\d+\.\d+)(\.\d+)", (root / "CMakeLists.txt").read_text())
+sections = re.findall(r"^## ([^\s,]+)", (root / "CHANGELOG.md").read_text(), re.M)
+if sections[:2] != ["Unreleased", "".join(version.groups())]:
+    faults.append(f"CHANGELOG.md: expected the sections Unreleased and {''.join(version.groups())} on top")
+for page in [*pages, *root.glob("examples/*.py"), root / "packaging/CMakeLists.txt"]:
+    for named in re.findall(r"liborvel(?:\.so\.)?(\d[\d.]*\d|\d)", page.read_text()):
+        if named != version[1] and page.name != "CHANGELOG.md":
+            faults.append(f"{page.relative_to(root)}: names the library of version {named}")
+
 if not pages or not quotes or not links:
     faults.append("nothing was checked")
 print("\n".join(faults) or f"{len(pages)} pages, {quotes} quotes, {links} links: all stand")
