@@ -282,7 +282,7 @@ std::string OscScene::create(const Message& message) {
         return "expected labels as texts, found a number";
     }
     if (world_.getEmitter(id) != nullptr) {
-        return "there already is an emitter " + std::to_string(id) + " already";
+        return "there is an emitter " + std::to_string(id) + " already";
     }
     Orvel::CreateEmitterEvent event;
     event.address(Orvel::CmdCreateEmitter, id);
