@@ -24,7 +24,7 @@ constexpr std::size_t kLengthBytes = 4;
 constexpr std::size_t kTypeBytes = 2;
 constexpr std::size_t kSmallBytes = 256; // most events fit there, on the stack
 // A thread's buffer that has grown beyond this for a large event is released.
-constexpr std::size_t kMostKeptBytes = 1U << 20U;
+constexpr std::size_t kMaxKeptBytes = 1U << 20U;
 
 /// The buffer for larger events, kept at its full size between them. Moved out while in use, so
 /// that a sender may send another event itself.
@@ -34,7 +34,7 @@ std::vector<std::byte>& threadBuffer() {
 }
 
 void giveBack(std::vector<std::byte>& buffer) {
-    if (!buffer.empty() && buffer.size() <= kMostKeptBytes) {
+    if (!buffer.empty() && buffer.size() <= kMaxKeptBytes) {
         threadBuffer().swap(buffer);
     }
 }

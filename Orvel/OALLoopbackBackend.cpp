@@ -17,7 +17,7 @@ constexpr unsigned kLowestRate = 8000;
 constexpr unsigned kHighestRate = 192000;
 // OpenAL Soft's default; it provides fewer only because of its settings.
 constexpr unsigned kDefaultSources = 256;
-constexpr unsigned kMostSources = 65536;
+constexpr unsigned kMaxSources = 65536;
 
 unsigned readNumber(
     const Config::ParamBag& params, const char* name, unsigned least, unsigned most,
@@ -44,7 +44,7 @@ public:
     ALCdevice* open(const Config::ParamBag& params) override {
         rate = readNumber(params, "rate", kLowestRate, kHighestRate, rate);
         const unsigned sources =
-            readNumber(params, "sources", kDefaultSources, kMostSources, kDefaultSources);
+            readNumber(params, "sources", kDefaultSources, kMaxSources, kDefaultSources);
         // All attributes that could otherwise come from the user's OpenAL settings and change the
         // sound.
         attributes_ = {

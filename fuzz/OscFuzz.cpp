@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::size_t at = 0; at < all.size() && !stream.broken(); at += 7) {
         stream.feed(all.subspan(at, std::min<std::size_t>(7, all.size() - at)));
         for (std::span<const std::byte> packet; stream.next(packet);) {
-            require(!packet.empty() && packet.size() <= OscStream::kMostBytes);
+            require(!packet.empty() && packet.size() <= OscStream::kMaxBytes);
             connection.packet(packet);
         }
     }

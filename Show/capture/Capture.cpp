@@ -16,7 +16,7 @@ namespace Show {
 namespace {
 
 /// The number of emitters that will play at once is unknown.
-constexpr std::size_t kMostEmitters = 4096;
+constexpr std::size_t kMaxEmitters = 4096;
 
 /// The scene's path, for finding its sounds: the original one or, if its folder does not exist on
 /// this machine, beside the capture.
@@ -108,7 +108,7 @@ std::unique_ptr<Player> Capture::makePlayer(Stage& stage) const {
 }
 
 std::size_t Capture::emitters() const {
-    return kMostEmitters;
+    return kMaxEmitters;
 }
 
 std::unique_ptr<const Playable>

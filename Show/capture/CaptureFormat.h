@@ -18,7 +18,7 @@ inline constexpr std::uint16_t kVersion = 1;
 inline constexpr std::size_t kFixedHeaderBytes = 8 + 2 + 2 + 8 + 4 + 4;
 inline constexpr std::size_t kSumBytes = 4;
 inline constexpr std::size_t kEndMarkBytes = 1 + 8 + 8 + kSumBytes;
-inline constexpr std::size_t kMostVarintBytes = 10;
+inline constexpr std::size_t kMaxVarintBytes = 10;
 
 /// The kind of a record: the low bits of a number whose other bits are the client's number.
 enum Kind : std::uint64_t { kEvent = 0, kClient = 1, kLost = 2 };
@@ -47,7 +47,7 @@ inline void putVarint(std::string& out, std::uint64_t value) {
 /// Removes a varint from the front. Returns false, without effect, if it is incomplete.
 inline bool takeVarint(std::span<const std::byte>& bytes, std::uint64_t& value) {
     value = 0;
-    for (std::size_t i = 0; i < bytes.size() && i < kMostVarintBytes; ++i) {
+    for (std::size_t i = 0; i < bytes.size() && i < kMaxVarintBytes; ++i) {
         const auto byte = std::to_integer<std::uint64_t>(bytes[i]);
         value |= (byte & 0x7fU) << (7U * i);
         if (byte < 0x80) {

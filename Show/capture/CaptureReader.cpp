@@ -19,8 +19,8 @@ namespace {
 using namespace CaptureFormat;
 
 constexpr std::size_t kReadSize = std::size_t{256} << 10U;
-constexpr std::uint64_t kMostTime = std::uint64_t{1} << 50U; // 35 years
-constexpr std::size_t kMostBodyBytes = Corvid::Event::kMaxFrameBytes + 2 * kMostVarintBytes;
+constexpr std::uint64_t kMaxTime = std::uint64_t{1} << 50U; // 35 years
+constexpr std::size_t kMaxBodyBytes = Corvid::Event::kMaxFrameBytes + 2 * kMaxVarintBytes;
 
 } // namespace
 
@@ -130,7 +130,7 @@ void CaptureReader::skip(std::size_t count) {
 bool CaptureReader::next(Record& record) {
     skip(std::exchange(given_, 0));
     for (;;) {
-        std::span<const std::byte> rest = peek(kMostVarintBytes);
+        std::span<const std::byte> rest = peek(kMaxVarintBytes);
         const std::size_t there = rest.size();
         std::uint64_t size = 0;
         damaged_ = !takeVarint(rest, size);
@@ -140,7 +140,7 @@ bool CaptureReader::next(Record& record) {
         }
         const std::size_t head = there - rest.size();
         damaged_ = true;
-        if (size > kMostBodyBytes || size > size_ - std::min(size_, offset_)) {
+        if (size > kMaxBodyBytes || size > size_ - std::min(size_, offset_)) {
             return false;
         }
         const std::size_t summed = head + size;
@@ -152,7 +152,7 @@ bool CaptureReader::next(Record& record) {
         std::span<const std::byte> body = all.subspan(head, size);
         std::uint64_t passed = 0;
         std::uint64_t what = 0;
-        if (!takeVarint(body, passed) || !takeVarint(body, what) || passed > kMostTime - time_) {
+        if (!takeVarint(body, passed) || !takeVarint(body, what) || passed > kMaxTime - time_) {
             return false;
         }
         damaged_ = false;

@@ -20,7 +20,7 @@ namespace {
 using namespace CaptureFormat;
 using Microseconds = std::chrono::microseconds;
 
-constexpr std::size_t kMostWaiting = std::size_t{256} << 10U;
+constexpr std::size_t kMaxWaiting = std::size_t{256} << 10U;
 constexpr std::size_t kFrameLengthBytes = 4;
 constexpr std::uint64_t kCheckedBytes = std::uint64_t{64} << 10U; // between two checks of the disk
 constexpr std::uint64_t kMinFreePart = 20;                        // of the disk
@@ -82,8 +82,8 @@ void CaptureWriter::record(std::uint64_t what, const void* data, std::size_t siz
     if (ended_) {
         return;
     }
-    constexpr std::uint64_t kMostHeadBytes = 3 * kMostVarintBytes + kSumBytes;
-    if (written_ + waiting_.size() + kMostHeadBytes + size + kEndMarkBytes > maxBytes_) {
+    constexpr std::uint64_t kMaxHeadBytes = 3 * kMaxVarintBytes + kSumBytes;
+    if (written_ + waiting_.size() + kMaxHeadBytes + size + kEndMarkBytes > maxBytes_) {
         endWithMark("--max-size is reached");
         return;
     }
@@ -98,7 +98,7 @@ void CaptureWriter::record(std::uint64_t what, const void* data, std::size_t siz
     putVarint(waiting_, body_.size());
     waiting_ += body_;
     put(waiting_, sum(waiting_.data() + begin, waiting_.size() - begin));
-    if (waiting_.size() >= kMostWaiting) {
+    if (waiting_.size() >= kMaxWaiting) {
         flush();
     }
 }

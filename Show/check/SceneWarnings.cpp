@@ -67,7 +67,7 @@ std::vector<Moment> momentsOf(const Scene& scene, double end) {
 /// Thins out the times of a scene with so many movements that evaluating all of them would take
 /// minutes. Movements are then taken as straight lines between these times.
 void limitWork(std::vector<Moment>& moments, const Scene& scene) {
-    constexpr double kMost = 2e6; // steps of one emitter
+    constexpr double kMax = 2e6; // steps of one emitter
     double work = 0.0;
     for (const Change& change : scene.timeline) {
         if (change.over > 0.0) {
@@ -84,7 +84,7 @@ void limitWork(std::vector<Moment>& moments, const Scene& scene) {
                                                          : 1.0);
         }
     }
-    const auto step = static_cast<std::size_t>(work / kMost) + 1;
+    const auto step = static_cast<std::size_t>(work / kMax) + 1;
     if (step > 1) {
         std::vector<Moment> kept;
         for (std::size_t i = step - 1; i < moments.size(); i += step) {
@@ -102,8 +102,8 @@ public:
     void add(const std::string& text) { found_.push_back({file_, 0, "", "warning: " + text}); }
     /// `others` describes all but the first emitters with the same problem, after their number.
     void add(const Where& where, const char* key, const std::string& text, const char* others) {
-        constexpr std::size_t kMostAlike = 5;
-        if (++counts_[others] <= kMostAlike) {
+        constexpr std::size_t kMaxAlike = 5;
+        if (++counts_[others] <= kMaxAlike) {
             found_.push_back({file_, where.line, where.field + key, "warning: " + text});
         } else {
             ++left_[others];

@@ -45,8 +45,8 @@ public:
                 return null();
             }
             // Most values are whole, and integers are written ten times as fast.
-            constexpr Number kMost = 1'000'000;
-            if (number > -kMost && number < kMost && number == std::trunc(number)) {
+            constexpr Number kMax = 1'000'000;
+            if (number > -kMax && number < kMax && number == std::trunc(number)) {
                 return value(static_cast<int>(number));
             }
         }

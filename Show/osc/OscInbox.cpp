@@ -65,8 +65,8 @@ void OscInbox::addMessage(std::span<const std::byte> message, Clock::time_point 
 
 void OscInbox::addBundle(
     std::span<const std::byte> bundle, Clock::time_point least, int depth, Clock::time_point now) {
-    if (bundle.size() < kBundleHeader || depth > kMostDepth) {
-        complain_(depth > kMostDepth ? "too many nested bundles" : "a truncated bundle");
+    if (bundle.size() < kBundleHeader || depth > kMaxDepth) {
+        complain_(depth > kMaxDepth ? "too many nested bundles" : "a truncated bundle");
         return;
     }
     // A nested bundle is not due before the outer one.
@@ -83,7 +83,7 @@ void OscInbox::addBundle(
         rest = rest.subspan(4 + size);
         if (isBundle(element)) {
             addBundle(element, time, depth + 1, now);
-        } else if (time > now && (waiting_.size() >= kMostMessages || bytes_ + size > kMostBytes)) {
+        } else if (time > now && (waiting_.size() >= kMaxMessages || bytes_ + size > kMaxBytes)) {
             complain_("a message for later, although too many are waiting");
         } else {
             // Due messages are queued too, to keep the order within the bundle's time.

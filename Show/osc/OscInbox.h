@@ -28,10 +28,10 @@ public:
     using Stop = std::function<bool()>;
 
     /// Limits on messages waiting for their time.
-    static constexpr std::size_t kMostMessages = 10'000;
-    static constexpr std::size_t kMostBytes = std::size_t{16} << 20U;
+    static constexpr std::size_t kMaxMessages = 10'000;
+    static constexpr std::size_t kMaxBytes = std::size_t{16} << 20U;
     /// Limit on nested bundles.
-    static constexpr int kMostDepth = 8;
+    static constexpr int kMaxDepth = 8;
 
     OscInbox(Take take, Complain complain);
 

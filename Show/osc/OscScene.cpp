@@ -27,9 +27,9 @@ namespace Show {
 namespace {
 
 constexpr std::string_view kAll = "*"; // in place of an id
-constexpr std::size_t kMostArguments = 64;
+constexpr std::size_t kMaxArguments = 64;
 /// The largest magnitude; beyond it, computed values may become infinite.
-constexpr double kMostNumber = 1e9;
+constexpr double kMaxNumber = 1e9;
 constexpr float kNear = 1e-4F;
 
 struct FreeMessage {
@@ -66,11 +66,11 @@ bool letGo(OscScene::Numbers n) {
 }
 
 std::string ascii(std::string_view text) {
-    constexpr std::size_t kMost = 80;
-    std::string result(text.substr(0, kMost));
+    constexpr std::size_t kMax = 80;
+    std::string result(text.substr(0, kMax));
     std::replace_if(
         result.begin(), result.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
-    return result + (text.size() > kMost ? "..." : "");
+    return result + (text.size() > kMax ? "..." : "");
 }
 
 std::vector<std::string_view> split(std::string_view path) {
@@ -169,7 +169,7 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
     const char* types = lo_message_get_types(read.get());
     lo_arg** arguments = lo_message_get_argv(read.get());
     const auto count = static_cast<std::size_t>(lo_message_get_argc(read.get()));
-    if (count > kMostArguments) {
+    if (count > kMaxArguments) {
         return begin + "has " + std::to_string(count) + " arguments";
     }
     for (std::size_t i = 0; i < count; ++i) {
@@ -178,7 +178,7 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
             message.numbers.push_back(type == LO_TRUE ? 1.0F : 0.0F);
         } else if (lo_is_numerical_type(type) != 0) {
             const auto number = static_cast<double>(lo_hires_val(type, arguments[i]));
-            if (!(std::abs(number) <= kMostNumber)) {
+            if (!(std::abs(number) <= kMaxNumber)) {
                 return begin + "expected numbers from -1e9 to 1e9, found another value";
             }
             message.numbers.push_back(static_cast<float>(number));

@@ -28,7 +28,7 @@ OscServer::OscServer(
       inbox_(
           [this](std::span<const std::byte> message) { take(message); },
           [this](const std::string& fault) { reportWrong(fault); }),
-      loop_(std::move(loop)), buffer_(OscStream::kMostBytes) {
+      loop_(std::move(loop)), buffer_(OscStream::kMaxBytes) {
     loop_->add(*this);
 }
 
@@ -150,13 +150,13 @@ void OscServer::accept() {
             return;
         }
         const std::string peer = socket.peer().text();
-        if (connections_.size() >= kMostConnections) {
+        if (connections_.size() >= kMaxConnections) {
             const auto idlest = std::min_element(
                 connections_.begin(), connections_.end(),
                 [](const Connection& a, const Connection& b) { return a.heard < b.heard; });
             reportWrong(
                 idlest->peer + " is the connection silent for longest of " +
-                std::to_string(kMostConnections) + ", and gives way to " + peer);
+                std::to_string(kMaxConnections) + ", and gives way to " + peer);
             connections_.erase(idlest);
         }
         // So that a peer that is gone without a word does not keep its place.

@@ -26,7 +26,7 @@ class OscServer : private Corvid::Loop::Client {
 public:
     using Clock = Corvid::Loop::Clock;
 
-    static constexpr std::size_t kMostConnections = 64;
+    static constexpr std::size_t kMaxConnections = 64;
     static constexpr std::size_t kMaxReports = 20;
 
     struct Settings {

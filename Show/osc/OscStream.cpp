@@ -38,7 +38,7 @@ bool OscStream::nextSized(std::span<const std::byte>& packet) {
     }
     std::memcpy(&size, waiting_.data() + begin_, sizeof size);
     size = be32toh(size);
-    broken_ = size == 0 || size > kMostBytes;
+    broken_ = size == 0 || size > kMaxBytes;
     if (broken_ || waiting_.size() - begin_ - sizeof size < size) {
         return false;
     }
@@ -71,7 +71,7 @@ bool OscStream::nextSlip(std::span<const std::byte>& packet) {
             byte = byte == kEscapedEnd ? kEnd : kEscape;
             escaped_ = false;
         }
-        broken_ = broken_ || packet_.size() == kMostBytes;
+        broken_ = broken_ || packet_.size() == kMaxBytes;
         if (broken_) {
             return false;
         }

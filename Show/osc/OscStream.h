@@ -12,7 +12,7 @@ namespace Show {
 class OscStream {
 public:
     /// Limit of one packet in bytes.
-    static constexpr std::size_t kMostBytes = std::size_t{64} << 10U;
+    static constexpr std::size_t kMaxBytes = std::size_t{64} << 10U;
 
     /// Adds received bytes.
     void feed(std::span<const std::byte> bytes);

@@ -15,7 +15,7 @@ constexpr const char* kInk = "#1f2937";
 constexpr double kLabelSize = 13.0;
 constexpr double kMarkSize = 10.5;
 /// With more emitters than this, labels would only cover the map.
-constexpr std::size_t kMostLabels = 60;
+constexpr std::size_t kMaxLabels = 60;
 
 /// Scene units from above to pixels, with the same scale for both axes.
 class View {
@@ -145,11 +145,11 @@ public:
                    listenerSign() + "</g>\n");
         const auto spot = labels_.place(x(listener), y(listener), "listener", kLabelSize, 19.0);
         out += label(spot, kLabelSize, kInk, "listener");
-        for (std::size_t i = 0; i < paths_.emitters.size() && i < kMostLabels; ++i) {
+        for (std::size_t i = 0; i < paths_.emitters.size() && i < kMaxLabels; ++i) {
             out += name(paths_.emitters[i], colour(i));
         }
         out += marks(paths_.listener, kSvgFaint);
-        for (std::size_t i = 0; i < paths_.emitters.size() && i < kMostLabels; ++i) {
+        for (std::size_t i = 0; i < paths_.emitters.size() && i < kMaxLabels; ++i) {
             out += marks(paths_.emitters[i], colour(i));
         }
         return out;

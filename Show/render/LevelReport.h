@@ -10,12 +10,12 @@
 namespace Show {
 
 /// Default limit on the rows of a table.
-inline constexpr std::size_t kMostRows = 60;
+inline constexpr std::size_t kMaxRows = 60;
 
 /// Writes a table: a row for each second and one for all, with peak and RMS of the left and the
 /// right channel in dB below full scale, "-inf" for silence. The meter's windows are seconds. If
 /// there would be more than `mostRows`, each row covers several seconds.
-void writeTable(std::ostream& out, const LevelMeter& meter, std::size_t mostRows = kMostRows);
+void writeTable(std::ostream& out, const LevelMeter& meter, std::size_t mostRows = kMaxRows);
 
 /// The same as JSON: {"levels": [{"second": 0, "left": {"peak": dBFS, "rms": dBFS}, "right": ...},
 /// ...], "all": {"left": ..., "right": ...}}, with null for silence.

@@ -11,7 +11,7 @@ namespace {
 /// on time.
 constexpr double kLeastAtOnce = 0.001;
 /// The longest render, in seconds, before other work is done.
-constexpr double kMostAtOnce = 0.05;
+constexpr double kMaxAtOnce = 0.05;
 
 using Seconds = std::chrono::duration<double>;
 
@@ -48,7 +48,7 @@ bool LiveRecording::advance(Clock::time_point now) {
     const std::uint64_t due = framesUntil(now) - frames_;
     if (static_cast<double>(due) >= kLeastAtOnce * rate_) {
         worstLag_ = std::max(worstLag_, static_cast<double>(due) / rate_);
-        render(std::min(due, static_cast<std::uint64_t>(kMostAtOnce * rate_)));
+        render(std::min(due, static_cast<std::uint64_t>(kMaxAtOnce * rate_)));
     }
     return frames_ < WavWriter::mostFrames(SampleFormat::s16);
 }
@@ -60,7 +60,7 @@ LiveRecording::Clock::time_point LiveRecording::next() const {
 void LiveRecording::finish(Clock::time_point end) {
     const std::uint64_t due = framesUntil(end);
     while (frames_ < due) {
-        render(std::min(due - frames_, static_cast<std::uint64_t>(kMostAtOnce * rate_)));
+        render(std::min(due - frames_, static_cast<std::uint64_t>(kMaxAtOnce * rate_)));
     }
     writer_.finish();
 }

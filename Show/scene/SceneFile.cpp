@@ -22,10 +22,10 @@ namespace {
 using State = Orvel::WorldPart::State;
 using Keys = ObjectReader::Keys;
 
-constexpr float kMost = std::numeric_limits<float>::max();
-constexpr Range kAnyNumber{-kMost, kMost, true, "a number"};
-constexpr Range kNotNegative{0.0, kMost, true, "a number of at least 0"};
-constexpr Range kPitch{0.0, kMost, false, "a number above 0"};
+constexpr float kMax = std::numeric_limits<float>::max();
+constexpr Range kAnyNumber{-kMax, kMax, true, "a number"};
+constexpr Range kNotNegative{0.0, kMax, true, "a number of at least 0"};
+constexpr Range kPitch{0.0, kMax, false, "a number above 0"};
 constexpr Range kTime{0.0, kMaxSeconds, true, "a number of seconds from 0 to 86400"};
 constexpr Range kLength{0.0, kMaxSeconds, false, "a number of seconds above 0, up to 86400"};
 constexpr Range kToneLength{0.0, 3600.0, false, "a number of seconds above 0, up to 3600"};

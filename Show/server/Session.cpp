@@ -12,7 +12,7 @@ namespace Show {
 
 namespace {
 
-constexpr std::size_t kMostMissingNamed = 10;
+constexpr std::size_t kMaxMissingNamed = 10;
 
 } // namespace
 
@@ -235,11 +235,11 @@ void Session::forget(const std::string& client) {
 
 std::string Session::takeMissing() {
     std::string list;
-    for (std::size_t i = 0; i < newMissing_.size() && i < kMostMissingNamed; ++i) {
+    for (std::size_t i = 0; i < newMissing_.size() && i < kMaxMissingNamed; ++i) {
         list += (i == 0 ? "" : ", ") + std::to_string(newMissing_[i]);
     }
-    if (newMissing_.size() > kMostMissingNamed) {
-        list += " and " + std::to_string(newMissing_.size() - kMostMissingNamed) + " more";
+    if (newMissing_.size() > kMaxMissingNamed) {
+        list += " and " + std::to_string(newMissing_.size() - kMaxMissingNamed) + " more";
     }
     newMissing_.clear();
     return list;

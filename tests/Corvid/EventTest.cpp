@@ -110,11 +110,11 @@ TEST(Event, RefusesEveryDamagedFrameWithItsReason) {
 }
 
 TEST(Event, IsNotSentWhenItIsLargerThanAFrame) {
-    constexpr std::size_t kMost = Event::kMaxFrameBytes;
+    constexpr std::size_t kMax = Event::kMaxFrameBytes;
     const struct {
         std::size_t text;
         std::size_t block;
-    } rows[] = {{kMost - kEmptyBytes, 0}, {kMost, 0}, {0, kMost}, {kMost / 2, kMost / 2}};
+    } rows[] = {{kMax - kEmptyBytes, 0}, {kMax, 0}, {0, kMax}, {kMax / 2, kMax / 2}};
     Line line;
     for (const auto& row : rows) {
         const bool fits = &row == rows; // only the first one does
@@ -123,7 +123,7 @@ TEST(Event, IsNotSentWhenItIsLargerThanAFrame) {
         event.block.resize(row.block);
         Bytes frame(3);
         EXPECT_EQ(event.encode(frame), fits);
-        EXPECT_EQ(frame.size(), fits ? kMost : 0);
+        EXPECT_EQ(frame.size(), fits ? kMax : 0);
         EXPECT_EQ(event.send(&line), fits);
         EXPECT_EQ(line.refused, fits ? "" : "EveryField is larger than 64 MiB and was not sent");
     }

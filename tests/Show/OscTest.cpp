@@ -251,7 +251,7 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
         faults.clear();
     }
     std::string deep = one("/deep");
-    for (int i = 0; i < OscInbox::kMostDepth; ++i) {
+    for (int i = 0; i < OscInbox::kMaxDepth; ++i) {
         deep = bundle(0, {deep});
     }
     add(deep, at(300));
@@ -273,12 +273,12 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     EXPECT_EQ(take(), (Calls{"/2", "/3"}));
     // The queue is limited.
     const Packets hundred(100, one("/later"));
-    for (std::size_t i = 0; i <= OscInbox::kMostMessages / 100; ++i) {
+    for (std::size_t i = 0; i <= OscInbox::kMaxMessages / 100; ++i) {
         add(bundle(400, hundred), at(300));
     }
     EXPECT_EQ(faults.size(), 100);
     inbox.advance(at(400));
-    EXPECT_EQ(take().size(), OscInbox::kMostMessages);
+    EXPECT_EQ(take().size(), OscInbox::kMaxMessages);
 }
 
 TEST(OscStream, FindsPacketsHoweverTheyArrive) {
@@ -329,7 +329,7 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
         std::make_shared<Corvid::Loop>());
     ASSERT_TRUE(server.open());
     std::deque<RawSocket> sockets;
-    for (std::size_t i = 0; i < OscServer::kMostConnections + 2; ++i) {
+    for (std::size_t i = 0; i < OscServer::kMaxConnections + 2; ++i) {
         sockets.emplace_back(server.port());
         server.serve(1ms);
     }

@@ -14,9 +14,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kMostBuffered = 64U << 10U; // of queued requests
-constexpr std::size_t kFewWaiting = 64U << 10U;   // below it, a producer is asked for more
-constexpr std::size_t kSmall = 16U << 10U;        // below it, copying beats another buffer
+constexpr std::size_t kMaxBuffered = 64U << 10U; // of queued requests
+constexpr std::size_t kFewWaiting = 64U << 10U;  // below it, a producer is asked for more
+constexpr std::size_t kSmall = 16U << 10U;       // below it, copying beats another buffer
 constexpr auto kLinger = 2s;
 
 /// Default headers, which a page may override: nothing is loaded from elsewhere, no page may be
@@ -52,7 +52,7 @@ void HttpSession::drop() {
 
 bool HttpSession::wantsInput() const {
     return !inputEnded_ && (state_ == State::Lingering ||
-                            (state_ == State::Reading && parser_.buffered() < kMostBuffered));
+                            (state_ == State::Reading && parser_.buffered() < kMaxBuffered));
 }
 
 void HttpSession::endInput() {

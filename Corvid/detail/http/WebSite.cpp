@@ -19,8 +19,8 @@ namespace Corvid::detail {
 
 namespace {
 
-constexpr std::size_t kMostLogged = 10'000;
-constexpr std::size_t kMostShown = 256; // of a text from a client
+constexpr std::size_t kMaxLogged = 10'000;
+constexpr std::size_t kMaxShown = 256; // of a text from a client
 
 /// The style of the server's own pages; a host's /Style.css may override it.
 constexpr const char* kFrameStyle =
@@ -38,7 +38,7 @@ constexpr const char* kFrameStyle =
 
 /// A text from a client, shortened and escaped.
 std::string shown(const std::string& text) {
-    return escapeHtml(text.substr(0, kMostShown)) + (text.size() > kMostShown ? "..." : "");
+    return escapeHtml(text.substr(0, kMaxShown)) + (text.size() > kMaxShown ? "..." : "");
 }
 
 bool lists(const std::string& methods, const std::string& method) {
@@ -213,7 +213,7 @@ std::string WebSite::createFrame(const std::string& title, const std::string& co
 }
 
 void WebSite::setLogSize(std::size_t size) {
-    logSize_ = std::min(size, kMostLogged);
+    logSize_ = std::min(size, kMaxLogged);
     log_.resize(std::min(log_.size(), logSize_));
 }
 
@@ -228,7 +228,7 @@ void WebSite::note(const WebClient& client, const std::string& what, int status)
     }
     // One character more than is shown, so that truncation is detected.
     log_.push_front(
-        {std::chrono::system_clock::now(), client.text(), what.substr(0, kMostShown + 1), status});
+        {std::chrono::system_clock::now(), client.text(), what.substr(0, kMaxShown + 1), status});
 }
 
 void WebSite::createLogPage(ProtocolHTTP::Reply& reply) const {

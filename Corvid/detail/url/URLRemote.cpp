@@ -81,9 +81,9 @@ URLImpl::FetchLimits effective(URLImpl::FetchLimits limits) {
     const auto clamp = [](auto& value, auto greatest) {
         value = value == 0 || value > greatest ? greatest : value;
     };
-    constexpr unsigned kMostSeconds = std::numeric_limits<int>::max() / 1000;
-    clamp(limits.connectSeconds, kMostSeconds);
-    clamp(limits.stallSeconds, kMostSeconds);
+    constexpr unsigned kMaxSeconds = std::numeric_limits<int>::max() / 1000;
+    clamp(limits.connectSeconds, kMaxSeconds);
+    clamp(limits.stallSeconds, kMaxSeconds);
     clamp(limits.maxBytes, std::uint64_t{std::numeric_limits<curl_off_t>::max()});
     return limits;
 }

@@ -8,9 +8,9 @@ const kTablePeriod = 400; // ms; a faster update would be unreadable
 const kRetryPeriod = 1000;
 const kPatience = 5000; // ms to wait for an answer
 const kPathSeconds = 10;
-const kMostRows = 200; // rows of a table
-const kMostCell = 200; // characters of a cell
-const kMostNames = 150; // names on the map
+const kMaxRows = 200; // rows of a table
+const kMaxCell = 200; // characters of a cell
+const kMaxNames = 150; // names on the map
 
 const byId = (id) => document.getElementById(id);
 
@@ -64,7 +64,7 @@ function labelsText(emitter) {
 }
 
 /// A text, truncated for a table cell.
-const brief = (text) => (text.length > kMostCell ? `${text.slice(0, kMostCell)}…` : text);
+const brief = (text) => (text.length > kMaxCell ? `${text.slice(0, kMaxCell)}…` : text);
 
 function dataText(source) {
   if (source.data === 'url') return source.url;
@@ -424,7 +424,7 @@ function drawNames(context, width, height, shown) {
   const free = (box) => box[0] > 0 && box[2] < width && box[1] > 0 && box[3] < height &&
     !taken.some((other) =>
       box[0] < other[2] && other[0] < box[2] && box[1] < other[3] && other[1] < box[3]);
-  for (const [id, track] of shown.slice(0, kMostNames)) {
+  for (const [id, track] of shown.slice(0, kMaxNames)) {
     let text = id === 0 ? 'listener' : nameOf(track.part);
     if (text.length > 40) text = `${text.slice(0, 39)}…`;
     const length = context.measureText(text).width;
@@ -699,7 +699,7 @@ function fillTables() {
   const wanted = byId('filter').value.trim().toLowerCase();
   const fitting = scene.emitters.filter((emitter) => !wanted ||
     `${nameOf(emitter)} ${stateText(emitter)}`.toLowerCase().includes(wanted));
-  const emitters = fitting.slice(0, kMostRows);
+  const emitters = fitting.slice(0, kMaxRows);
   byId('emitterCount').textContent = emitters.length < scene.emitters.length
     ? `${count(emitters.length)} of ${count(scene.emitters.length)}` : count(emitters.length);
   fill(byId('emitters'), [['id', n], ['state', ''], ['source', ''], ['position x, y, z', ''],
@@ -713,7 +713,7 @@ function fillTables() {
       hull ? number(hull.inner) : '', hull ? number(hull.outer) : '',
       labelsText(emitter)];
   }), emitters.map(({ id }) => id));
-  const some = scene.sources.slice(0, kMostRows);
+  const some = scene.sources.slice(0, kMaxRows);
   byId('sourceCount').textContent = some.length < scene.sources.length
     ? `${count(some.length)} of ${count(scene.sources.length)}` : count(some.length);
   fill(byId('sources'), [['id', n], ['name', ''], ['state', ''], ['sound', 'long'], ['length', n],
@@ -779,7 +779,7 @@ function fillNetwork() {
     fill(scroll.firstChild, [['peer', ''], ['id', n], ['since', ''], ['events in', n],
       ['a second', n], ['bytes in', n], ['events out', n], ['a second', n], ['bytes out', n],
       ['waiting', n]],
-    end.connections.slice(0, kMostRows).map((connection) => [
+    end.connections.slice(0, kMaxRows).map((connection) => [
       connection.lost ? [`${connection.peer} (lost)`, 'bad'] : connection.peer,
       String(connection.id), clock(connection.since), count(connection.eventsIn),
       rate(connection, 'eventsIn'), bytes(connection.bytesIn), count(connection.eventsOut),

@@ -225,7 +225,7 @@ void RenderCommand::report(const Result& result) const {
         return;
     }
     Show::writeTable(
-        out, result.perSecond, all_ ? std::numeric_limits<std::size_t>::max() : Show::kMostRows);
+        out, result.perSecond, all_ ? std::numeric_limits<std::size_t>::max() : Show::kMaxRows);
     if (result.clipped != 0) {
         out << result.clipped << " samples exceeded full scale and were clipped; lower the gains, "
             << "or use --format f32\n";

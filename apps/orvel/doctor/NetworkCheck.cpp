@@ -36,7 +36,7 @@ using Verdict = Finding::Verdict;
 constexpr auto kAnswerPatience = 500ms;
 constexpr auto kSearch = 1s;
 constexpr double kSearchInterval = 0.25; // in seconds
-constexpr std::size_t kMostServersTried = 16;
+constexpr std::size_t kMaxServersTried = 16;
 constexpr double kLongRoundTrip = 0.05;        // in seconds
 constexpr unsigned long kFewDescriptors = 512; // of files
 
@@ -247,7 +247,7 @@ Findings checkServers(const NetworkOptions& options) {
             finding.values.emplace_back("roundTripMs", server.roundTripSeconds * 1e3);
         }
         double seconds = 0.0;
-        if (tried++ >= kMostServersTried) {
+        if (tried++ >= kMaxServersTried) {
             continue;
         }
         if (!reach(server.address, server.port, seconds)) {

@@ -24,8 +24,8 @@ namespace {
 
 using Verdict = Finding::Verdict;
 
-constexpr std::size_t kMostDevices = 32;
-constexpr std::size_t kMostSources = 4096; // higher counts are not measured
+constexpr std::size_t kMaxDevices = 32;
+constexpr std::size_t kMaxSources = 4096; // higher counts are not measured
 constexpr std::size_t kFewSources = 64;
 constexpr double kLongLatency = 100.0; // in ms
 
@@ -53,7 +53,7 @@ std::vector<std::string> deviceNames() {
     std::vector<std::string> names;
     const char* list =
         alcGetString(nullptr, all ? ALC_ALL_DEVICES_SPECIFIER : ALC_DEVICE_SPECIFIER);
-    while (list != nullptr && *list != '\0' && names.size() < kMostDevices) {
+    while (list != nullptr && *list != '\0' && names.size() < kMaxDevices) {
         names.emplace_back(list);
         list += names.back().size() + 1;
     }
@@ -94,7 +94,7 @@ double latency(ALCdevice* device) {
 std::size_t countSources() {
     std::vector<ALuint> sources;
     alGetError();
-    while (sources.size() < kMostSources) {
+    while (sources.size() < kMaxSources) {
         ALuint source = 0;
         alGenSources(1, &source);
         if (alGetError() != AL_NO_ERROR) {
@@ -151,7 +151,7 @@ Finding checkSources() {
     Finding finding{
         "sounds at once",
         Verdict::Ok,
-        (count == kMostSources ? "at least " : "") + std::to_string(count) +
+        (count == kMaxSources ? "at least " : "") + std::to_string(count) +
             " emitters can play at the same time",
         {},
         {{"sources", static_cast<double>(count)}}};
