@@ -19,7 +19,14 @@ public:
     /// A text that is not a URL, or a resource that could not be fetched; what() has the details.
     class ORVEL_EXPORT Exception : public std::runtime_error {
     public:
-        using std::runtime_error::runtime_error;
+        explicit Exception(const std::string& text) : Exception(text, text) {}
+        Exception(const std::string& text, std::string reason)
+            : std::runtime_error(text), reason_(std::move(reason)) {}
+        /// The cause alone, for messages that name the URL themselves; what() where it does not.
+        [[nodiscard]] const std::string& reason() const noexcept { return reason_; }
+
+    private:
+        std::string reason_;
     };
 
     /// A resource as a local file, for the lifetime of this object. A downloaded file keeps the

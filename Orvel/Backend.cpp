@@ -1,9 +1,10 @@
 #include <Orvel/Backend.h>
 
+#include <Orvel/BackendState.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 #include <Orvel/detail/SplitList.h>
 
 #include <algorithm>
@@ -17,15 +18,21 @@ Backend::Backend(World& world, const char* params)
     try {
         params_->setParamLine(params);
     } catch (const std::exception& fault) {
-        std::cerr << "ERROR: Backend: Cannot parse parameters" << std::endl;
-        ORVEL_LOG(Warning, "Parameters of a back end: %s\n", fault.what());
+        Diagnostic diagnostic = detail::about(Diagnostic::Code::Parameter, {}, {}, fault.what());
+        diagnostic.level = Log::Level::Warning;
+        diagnostic.text = std::string("Parameters of a back end: ") + fault.what();
+        if (!detail::isHandled(diagnostic)) {
+            std::cerr << "ERROR: Backend: Cannot parse parameters" << std::endl;
+            ORVEL_LOG(Warning, "Parameters of a back end: %s\n", fault.what());
+        }
     }
     labels_ = detail::splitList(params_->getParam("labels", ""));
     world.enter(*this);
 }
 
 Backend::Backend(const Backend& other) : world_(other.world_) {
-    ORVEL_LOG(Fatal, "ERROR: In Backend copy constructor\n");
+    ORVEL_REPORT(
+        Fatal, detail::about(Diagnostic::Code::Misuse), "ERROR: In Backend copy constructor\n");
 }
 
 Backend::~Backend() {
@@ -38,6 +45,10 @@ bool Backend::enabled() {
 
 bool Backend::update() {
     return true;
+}
+
+BackendState Backend::state() const {
+    return {};
 }
 
 bool Backend::hasSameLabel(Emitter& emitter) const {

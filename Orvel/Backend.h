@@ -11,6 +11,7 @@
 namespace Orvel {
 
 class BackendType;
+struct BackendState;
 class Emitter;
 class Source;
 class World;
@@ -58,6 +59,9 @@ public:
     virtual bool update();
     /// The kind's record in the registry.
     virtual BackendType* type() = 0;
+    /// How it is: whether it works, what it has in use, what it could not do. A kind that can fail
+    /// overrides it; here a working one with nothing to say. May allocate; not for a setter's path.
+    [[nodiscard]] virtual BackendState state() const;
 
     /// Whether this back end serves an emitter: they share a label, or one of them has none. The
     /// world notifies every back end of every emitter; kinds that filter do so in createEmitter.

@@ -1,7 +1,7 @@
 #include <Orvel/BackendFactory.h>
 
 #include <Orvel/BackendType.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 
 #include <iostream>
 
@@ -18,7 +18,9 @@ Backend* BackendFactory::createBackend(World& world, const std::string& name, co
         }
     }
     if (backend == nullptr) {
-        ORVEL_LOG(Fatal, "Unknown Orvel backend %s; can not create\n", name.c_str());
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::UnknownKind, {}, name),
+            "Unknown Orvel backend %s; can not create\n", name.c_str());
     }
     return backend;
 }
@@ -31,7 +33,9 @@ void BackendFactory::addBackendType(BackendType* type) {
         _backendTypeMap = new std::map<std::string, BackendType*>;
     }
     if (!_backendTypeMap->emplace(type->name(), type).second) {
-        ORVEL_LOG(Warning, "There is already a backend %s, skip reg.\n", type->name().c_str());
+        ORVEL_REPORT(
+            Warning, detail::about(Diagnostic::Code::UnknownKind, {}, type->name()),
+            "There is already a backend %s, skip reg.\n", type->name().c_str());
     }
 }
 

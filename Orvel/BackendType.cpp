@@ -1,7 +1,7 @@
 #include <Orvel/BackendType.h>
 
 #include <Orvel/BackendFactory.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 
 namespace Orvel {
 
@@ -12,7 +12,8 @@ BackendType::BackendType(const std::string& name, CreateFunction createFunction)
 
 // NOLINTNEXTLINE(bugprone-copy-constructor-init): a copy is empty on purpose
 BackendType::BackendType(const BackendType& /*other*/) {
-    ORVEL_LOG(Fatal, "In BackendType copy constructor\n");
+    ORVEL_REPORT(
+        Fatal, detail::about(Diagnostic::Code::Misuse), "In BackendType copy constructor\n");
 }
 
 BackendType::~BackendType() {

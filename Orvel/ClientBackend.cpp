@@ -1,8 +1,9 @@
 #include <Orvel/ClientBackend.h>
 
+#include <Orvel/BackendState.h>
 #include <Orvel/OrvelMultiClient.h>
 #include <Orvel/Server.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 #include <Orvel/detail/SplitList.h>
 #include <Orvel/detail/net/Changes.h>
 #include <Orvel/detail/net/PeerLines.h>
@@ -96,23 +97,24 @@ bool yesOrNo(const Config::ParamLine& params, const char* name, bool defaultValu
     const bool value = Config::Base::string2Value(text, defaultValue);
     if (text != nullptr && value == defaultValue &&
         Config::Base::string2Value(text, !defaultValue) != defaultValue) {
-        ORVEL_LOG(
-            Warning, "ClientBackend: %s=\"%s\" is neither yes nor no; using %s\n", name, text,
+        ORVEL_REPORT(
+            Warning, detail::about(Diagnostic::Code::Parameter, {}, name, text),
+            "ClientBackend: %s=\"%s\" is neither yes nor no; using %s\n", name, text,
             defaultValue ? "yes" : "no");
     }
     return value;
 }
 
 void reportUnusable(const char* name, const std::string& text, const char* expected) {
-    ORVEL_LOG(
-        Warning, "ClientBackend: %s=\"%s\" is invalid: %s expected\n", name, text.c_str(),
-        expected);
+    ORVEL_REPORT(
+        Warning, detail::about(Diagnostic::Code::Parameter, {}, name, text),
+        "ClientBackend: %s=\"%s\" is invalid: %s expected\n", name, text.c_str(), expected);
 }
 
-void reportInvalid(const CommandEvent& event) {
-    ORVEL_LOG_PEER(
-        InvalidEvent, Fatal, "Got invalid Event: %s/%d/%d/%d\n", event.type()->name().c_str(),
-        event.command, event.objectId, event.protocolTag);
+void reportInvalid(const CommandEvent& event, Diagnostic::Code code) {
+    ORVEL_REPORT_PEER(
+        InvalidEvent, Fatal, detail::about(code), "Got invalid Event: %s/%d/%d/%d\n",
+        event.type()->name().c_str(), event.command, event.objectId, event.protocolTag);
 }
 
 } // namespace
@@ -136,7 +138,9 @@ ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, 
         std::make_unique<Vessa::ObjectThread<ClientBackend>>(this, &ClientBackend::receiveThread);
     thread_->setFailureHandler(detail::routeFailure("ClientBackend"));
     if (!thread_->start()) {
-        ORVEL_LOG(Fatal, "ClientBackend: cannot start a thread; no server will be reached\n");
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Thread),
+            "ClientBackend: cannot start a thread; no server will be reached\n");
     }
 }
 
@@ -242,8 +246,10 @@ void ClientBackend::destroySource(Source& source) {
     sendChange<CmdDestroySource>(source);
 }
 
-void ClientBackend::setSourceData(Source& /*source*/) {
-    ORVEL_LOG(Fatal, "ClientBackend::setSourceData() not implemented\n");
+void ClientBackend::setSourceData(Source& source) {
+    ORVEL_REPORT(
+        Fatal, detail::about(Diagnostic::Code::SoundNotSent, source),
+        "ClientBackend::setSourceData() not implemented\n");
 }
 
 void ClientBackend::setSourceParam(Source& source) {
@@ -377,13 +383,27 @@ void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
     }
 }
 
+BackendState ClientBackend::state() const {
+    BackendState state;
+    state.working = communicator_ != nullptr;
+    if (state.working) {
+        state.network = {true, communicator_->id(), communicator_->counters()};
+    }
+    return state;
+}
+
 int ClientBackend::receiveThread() {
     Corvid::Communicator* connection = nullptr;
     while (communicator_->waitForCommunicators() &&
            communicator_->receiveCommunicator(connection)) {
         receiveFrom(connection);
     }
-    std::cout << "INFO: exit ClientBackend::receiveThread" << std::endl;
+    Diagnostic diagnostic = detail::about(Diagnostic::Code::ReceiveEnded);
+    diagnostic.level = Log::Level::Info;
+    diagnostic.text = "exit ClientBackend::receiveThread";
+    if (!detail::isHandled(diagnostic)) {
+        std::cout << "INFO: exit ClientBackend::receiveThread" << std::endl;
+    }
     return 0;
 }
 
@@ -392,14 +412,17 @@ void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
         if (takeEvent(connection)) {
             return;
         }
-        ORVEL_LOG_PEER(LostPeer, Fatal, "ClientBackend: Lost server\n");
+        ORVEL_REPORT_PEER(
+            LostPeer, Fatal, detail::about(Diagnostic::Code::LostPeer),
+            "ClientBackend: Lost server\n");
     } catch (const std::exception& fault) {
-        ORVEL_LOG_PEER(
-            LostPeer, Fatal, "ClientBackend: dropping a server because its event failed: %s\n",
-            fault.what());
+        ORVEL_REPORT_PEER(
+            LostPeer, Fatal, detail::about(Diagnostic::Code::InvalidEvent, {}, {}, fault.what()),
+            "ClientBackend: dropping a server because its event failed: %s\n", fault.what());
     } catch (...) {
-        ORVEL_LOG_PEER(
-            LostPeer, Fatal, "ClientBackend: dropping a server because its event failed\n");
+        ORVEL_REPORT_PEER(
+            LostPeer, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
+            "ClientBackend: dropping a server because its event failed\n");
     }
     communicator_->removeCommunicator(connection);
     connection->close();
@@ -418,8 +441,8 @@ bool ClientBackend::takeEvent(Corvid::Communicator* connection) {
     } else if (auto* command = dynamic_cast<CommandEvent*>(event.get())) {
         dispatchEvent(command);
     } else {
-        ORVEL_LOG_PEER(
-            ForeignEvent, Fatal,
+        ORVEL_REPORT_PEER(
+            ForeignEvent, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
             "Orvel::ClientBackend got Corvid::Event which is not a Orvel::Event\n");
     }
     return true;
@@ -440,9 +463,9 @@ void ClientBackend::takeDriver(const DriverEvent& event, Corvid::Communicator& s
     if (handler) {
         handler(event, name);
     } else if (event.state == DriverEvent::Replaced || event.state == DriverEvent::Refused) {
-        ORVEL_LOG(
-            Warning, "ClientBackend: does not drive the server %s: %s\n", name.c_str(),
-            event.text.c_str());
+        ORVEL_REPORT(
+            Warning, detail::about(Diagnostic::Code::NotDriving, {}, name, event.text),
+            "ClientBackend: does not drive the server %s: %s\n", name.c_str(), event.text.c_str());
     }
     if (event.state == DriverEvent::Free) {
         addCommunicator(&server);
@@ -453,6 +476,7 @@ bool ClientBackend::dispatchEvent(CommandEvent* event) {
     if (event == nullptr) {
         return false;
     }
+    Diagnostic::Code code = Diagnostic::Code::InvalidEvent;
     if (event->command == CmdSetSourceDuration) {
         const auto* duration = dynamic_cast<const SourceDurationEvent*>(event);
         Source* source = world().getSource(event->objectId);
@@ -460,10 +484,15 @@ bool ClientBackend::dispatchEvent(CommandEvent* event) {
             setSourceDuration(*source, duration->duration);
             return true;
         }
+        if (duration != nullptr) {
+            code = Diagnostic::Code::UnknownSource;
+        }
     } else {
-        ORVEL_LOG_PEER(UnknownCommand, Fatal, "Unkown command ID: %d\n", event->command);
+        ORVEL_REPORT_PEER(
+            UnknownCommand, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
+            "Unkown command ID: %d\n", event->command);
     }
-    reportInvalid(*event);
+    reportInvalid(*event, code);
     return false;
 }
 
@@ -478,7 +507,9 @@ short ClientBackend::sourceState2Command(WorldPart::State state) {
     case WorldPart::STOP:
         return CmdStopSource;
     }
-    ORVEL_LOG(Fatal, "Unknown Orvel::WorldPart::source state: %i\n", static_cast<int>(state));
+    ORVEL_REPORT(
+        Fatal, detail::about(Diagnostic::Code::Misuse),
+        "Unknown Orvel::WorldPart::source state: %i\n", static_cast<int>(state));
     return 0;
 }
 
@@ -493,7 +524,9 @@ short ClientBackend::emitterState2Command(WorldPart::State state) {
     case WorldPart::STOP:
         return CmdStopEmitter;
     }
-    ORVEL_LOG(Fatal, "Unknown Orvel::WorldPart::emitter state: %i\n", static_cast<int>(state));
+    ORVEL_REPORT(
+        Fatal, detail::about(Diagnostic::Code::Misuse),
+        "Unknown Orvel::WorldPart::emitter state: %i\n", static_cast<int>(state));
     return 0;
 }
 
@@ -501,7 +534,9 @@ Backend* ClientBackend::createMethod(World& world, const char* params) {
     try {
         return new ClientBackend(world, params);
     } catch (const std::system_error& error) { // no descriptor is left for the thread's wake-up
-        ORVEL_LOG(Fatal, "ClientBackend: no server will be reached: %s\n", error.what());
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Thread, {}, {}, error.what()),
+            "ClientBackend: no server will be reached: %s\n", error.what());
         return nullptr;
     }
 }

@@ -76,6 +76,8 @@ public:
     /// In deferred mode calls deliver(); otherwise does nothing.
     bool update() override;
     BackendType* type() override;
+    /// The network; a copy is not working.
+    [[nodiscard]] BackendState state() const override;
 
     /// In deferred mode: brings new servers up to date and applies received events, on the calling
     /// thread, which must be the one that changes the world. Never waits for the network. Returns

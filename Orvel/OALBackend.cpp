@@ -1,22 +1,27 @@
 #include <Orvel/OALBackend.h>
 
 #include <Corvid/URL.h>
+#include <Orvel/BackendState.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 #include <Orvel/detail/al/OALDevice.h>
 #include <Orvel/detail/net/PeerLines.h>
 
 #include <AL/al.h>
 #include <AL/alc.h>
+#include <AL/alext.h>
 #include <AL/alut.h>
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <map>
+#include <set>
+#include <string>
 #include <unordered_map>
 
 namespace Orvel {
@@ -121,6 +126,32 @@ LoadedSound load(const std::string& fileName) {
     return sound;
 }
 
+/// A fetch that failed, in two log lines: the second one is the whole reason, if there is one.
+void reportNoDownload(
+    const Source& source, const std::string& url, const char* whole, const std::string& reason) {
+    Diagnostic diagnostic = detail::about(Diagnostic::Code::CannotFetch, source, url, reason);
+    diagnostic.text = "OALBackend: Cannot download file \"" + url + "\"";
+    if (detail::isHandled(diagnostic)) {
+        return;
+    }
+    ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
+    if (whole != nullptr) {
+        ORVEL_LOG(Notice, "%s\n", whole);
+    }
+}
+
+/// A file that ALUT cannot read. True if the sink has dealt with it.
+bool reportUnreadable(const Source& source, const std::string& url, ALenum error) {
+    const char* reason = alutGetErrorString(error);
+    Diagnostic diagnostic = detail::about(Diagnostic::Code::CannotPlay, source, url, reason);
+    diagnostic.text = std::string("AOLError: ") + reason;
+    const bool handled = detail::isHandled(diagnostic);
+    if (!handled) {
+        std::cerr << "AOLError: " << reason << std::endl;
+    }
+    return handled;
+}
+
 /// Sets an AL source to the emitter's start offset. Returns false if the sound is over there.
 bool seek(ALuint name, const Emitter& emitter) {
     const Source* source = emitter.source();
@@ -148,8 +179,10 @@ struct OALBackend::Objects {
     // caches.
     using Names = std::unordered_map<int, ALuint>;
 
-    Names emitterSources; // emitter id to AL source
-    Names sourceBuffers;  // source id to AL buffer
+    Names emitterSources;  // emitter id to AL source
+    Names sourceBuffers;   // source id to AL buffer
+    std::set<int> refused; // emitters without an AL source
+    std::uint64_t failures = 0;
 
     /// The names in ascending order of the parts' ids.
     static std::map<int, ALuint> inOrder(const Names& names) {
@@ -170,7 +203,7 @@ OALBackend::OALBackend(World& world, const char* params)
     : Backend(world, params), device_(std::make_unique<detail::OALDevice>()),
       objects_(std::make_unique<Objects>()) {
     if (const char* failure = open()) {
-        ORVEL_LOG(Fatal, "%s", failure);
+        ORVEL_REPORT(Fatal, detail::about(Diagnostic::Code::NoDevice), "%s", failure);
     } else {
         ORVEL_LOG(Notice, "OpenAL device & context open: ok\n");
     }
@@ -179,7 +212,7 @@ OALBackend::OALBackend(World& world, const char* params)
 OALBackend::OALBackend(World& world, const char* params, std::unique_ptr<detail::OALDevice> device)
     : Backend(world, params), device_(std::move(device)), objects_(std::make_unique<Objects>()) {
     if (const char* failure = open()) {
-        ORVEL_LOG(Fatal, "%s", failure);
+        ORVEL_REPORT(Fatal, detail::about(Diagnostic::Code::NoDevice), "%s", failure);
     } else {
         ORVEL_LOG(Notice, "OpenAL device & context open: ok\n");
     }
@@ -220,6 +253,22 @@ bool OALBackend::working() const noexcept {
     return device_->context != nullptr;
 }
 
+BackendState OALBackend::state() const {
+    BackendState state;
+    state.working = working();
+    state.failures = objects_->failures;
+    state.refusedEmitters.assign(objects_->refused.begin(), objects_->refused.end());
+    if (state.working) {
+        const char* name = alcGetString(device_->device, ALC_ALL_DEVICES_SPECIFIER);
+        state.device = name == nullptr ? "" : name;
+        ALCint allowed = 0;
+        alcGetIntegerv(device_->device, ALC_MONO_SOURCES, 1, &allowed);
+        state.voicesAllowed = static_cast<std::size_t>(std::max(allowed, 0));
+        state.voicesUsed = objects_->emitterSources.size();
+    }
+    return state;
+}
+
 bool OALBackend::selectContext() const {
     ALCcontext* const context = device_->context;
     if (context == nullptr) {
@@ -233,7 +282,8 @@ bool OALBackend::selectContext() const {
     return true;
 }
 
-bool OALBackend::checkALError(const char* message) const {
+template <class Subject>
+bool OALBackend::check(const char* message, const Subject& subject) const {
     if (!selectContext()) {
         return true;
     }
@@ -241,14 +291,31 @@ bool OALBackend::checkALError(const char* message) const {
     if (error == AL_NO_ERROR) {
         return false;
     }
-    if (!detail::logPasses(Log::Level::Fatal) || !detail::admitPeerLine(detail::PeerLine::OpenAL)) {
-        return true; // peers of a server can cause such errors too
+    reportALError(message, subject, error);
+    return true;
+}
+
+bool OALBackend::checkALError(const char* message) const {
+    return check(message, Diagnostic::Part());
+}
+
+void OALBackend::reportALError(const char* message, Diagnostic::Part part, int error) const {
+    ++objects_->failures;
+    if (!detail::isReported(Log::Level::Fatal) ||
+        !detail::admitPeerLine(detail::PeerLine::OpenAL)) {
+        return; // peers of a server can cause such errors too
+    }
+    const std::string reason = errorText(error);
+    Diagnostic diagnostic = detail::about(Diagnostic::Code::OpenAL, part, {}, reason);
+    diagnostic.text = message == nullptr ? "" : message;
+    diagnostic.text.erase(diagnostic.text.find_last_not_of('\n') + 1);
+    if (detail::isHandled(diagnostic)) {
+        return;
     }
     if (message != nullptr) {
         ORVEL_LOG(Fatal, "%s", message);
     }
-    ORVEL_LOG(Fatal, "OpenAL state machine error: %s\n", errorText(error).c_str());
-    return true;
+    ORVEL_LOG(Fatal, "OpenAL state machine error: %s\n", reason.c_str());
 }
 
 bool OALBackend::reportRefusedSound(const Source& source) {
@@ -258,7 +325,7 @@ bool OALBackend::reportRefusedSound(const Source& source) {
     for (Backend* backend : source.world().backends()) {
         const auto* openAL = dynamic_cast<const OALBackend*>(backend);
         if (openAL != nullptr && openAL->working()) {
-            refused = openAL->checkALError(message.c_str()) || refused;
+            refused = openAL->check(message.c_str(), source) || refused;
         }
     }
     return refused;
@@ -277,6 +344,7 @@ void OALBackend::resetBackend() {
         alDeleteBuffers(1, &buffer);
     }
     objects_->sourceBuffers.clear();
+    objects_->refused.clear();
     checkALError("Cannot reset backend\n");
 }
 
@@ -310,7 +378,7 @@ void OALBackend::createSource(Source& source) {
     }
     ALuint buffer = 0;
     alGenBuffers(1, &buffer);
-    if (!checkALError("Cannot create source\n")) {
+    if (!check("Cannot create source\n", source)) {
         objects_->sourceBuffers[source.id()] = buffer;
     }
 }
@@ -325,7 +393,7 @@ void OALBackend::destroySource(Source& source) {
     }
     alDeleteBuffers(1, &found->second);
     objects_->sourceBuffers.erase(found);
-    checkALError("Cannot destroy source\n");
+    check("Cannot destroy source\n", source);
 }
 
 void OALBackend::setSourceData(Source& source) {
@@ -338,35 +406,48 @@ void OALBackend::setSourceData(Source& source) {
     }
     if (source.dataKind() == Source::URL_SD) {
         if (source.url() == nullptr) {
-            ORVEL_LOG(Fatal, "source.url() not set in Source::URL_SD set\n");
+            ORVEL_REPORT(
+                Fatal, detail::about(Diagnostic::Code::Misuse, source),
+                "source.url() not set in Source::URL_SD set\n");
             return;
         }
         const std::string url = source.url()->text();
-        ORVEL_LOG(Log, "loading: >%s<\n", url.c_str());
+        ORVEL_REPORT(
+            Log, detail::about(Diagnostic::Code::Loading, source, url), "loading: >%s<\n",
+            url.c_str());
         std::unique_ptr<Corvid::URLImpl::File> file;
         try {
             file = source.url()->fetch();
+        } catch (const Corvid::URLImpl::Exception& fault) {
+            reportNoDownload(source, url, fault.what(), fault.reason());
+            return;
         } catch (const std::exception& fault) {
-            ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
-            ORVEL_LOG(Notice, "%s\n", fault.what());
+            reportNoDownload(source, url, fault.what(), fault.what());
             return;
         } catch (...) {
-            ORVEL_LOG(Fatal, "OALBackend: Cannot download file \"%s\"\n", url.c_str());
+            reportNoDownload(source, url, nullptr, "unknown");
             return;
         }
         // ALUT refuses to load while an AL error is pending, and discards the error, so it is
         // reported first.
         checkALError("left by an earlier operation, before a wav file load\n");
         const LoadedSound sound = load(file->name());
-        if (sound.samples == nullptr) {
-            std::cerr << "AOLError: " << alutGetErrorString(sound.error) << std::endl;
-        }
-        if (checkALError("wav file load error\n")) {
+        const bool told = sound.samples == nullptr && reportUnreadable(source, url, sound.error);
+        if (check("wav file load error\n", source)) {
             return;
         }
         const SampleLayout* layout = layoutOf(sound.format);
-        if (layout == nullptr) {
+        if (layout == nullptr && sound.samples != nullptr) {
+            ORVEL_REPORT(
+                Fatal,
+                detail::about(
+                    Diagnostic::Code::CannotPlay, source, url,
+                    "unknown sample format " + std::to_string(sound.format)),
+                "Unkown sound format: %d\n", sound.format);
+        } else if (layout == nullptr && !told) { // the second line about an unreadable file
             ORVEL_LOG(Fatal, "Unkown sound format: %d\n", sound.format);
+        }
+        if (layout == nullptr) {
             return;
         }
         const ALsizei sampleRate = sound.sampleRate();
@@ -391,15 +472,16 @@ void OALBackend::setSourceData(Source& source) {
         }
         const SampleLayout* layout = layoutOf(bits, channels);
         if (layout == nullptr) {
-            ORVEL_LOG(
-                Fatal, "Invalid source bits/channels: %d/%d\n", static_cast<int>(bits),
+            ORVEL_REPORT(
+                Fatal, detail::about(Diagnostic::Code::CannotPlay, source),
+                "Invalid source bits/channels: %d/%d\n", static_cast<int>(bits),
                 static_cast<int>(channels));
             return;
         }
         alBufferData(
             *buffer, layout->format, data.data(), static_cast<ALsizei>(data.size()),
             static_cast<ALsizei>(sampleRate));
-        if (checkALError("alBufferData() call failed\n")) {
+        if (check("alBufferData() call failed\n", source)) {
             return;
         }
         setSourceDuration(source, seconds(data.size(), sampleRate, *layout));
@@ -415,7 +497,7 @@ void OALBackend::setSourceParam(Source& source) {
         if (name != nullptr) {
             alSourcef(*name, AL_PITCH, source.pitch());
             alSourcei(*name, AL_LOOPING, source.loop() ? AL_TRUE : AL_FALSE);
-            checkALError("Cannot set source parameters\n");
+            check("Cannot set source parameters\n", source);
         }
     }
 }
@@ -429,7 +511,9 @@ void OALBackend::createEmitter(Emitter& emitter) {
     }
     ALuint name = 0;
     alGenSources(1, &name);
-    if (!checkALError("Cannot create emitter\n")) {
+    if (check("Cannot create emitter\n", emitter)) {
+        objects_->refused.insert(emitter.id());
+    } else {
         objects_->emitterSources[emitter.id()] = name;
     }
 }
@@ -438,6 +522,7 @@ void OALBackend::destroyEmitter(Emitter& emitter) {
     if (!selectContext()) {
         return;
     }
+    objects_->refused.erase(emitter.id());
     const auto found = objects_->emitterSources.find(emitter.id());
     if (found == objects_->emitterSources.end()) {
         return;
@@ -445,7 +530,7 @@ void OALBackend::destroyEmitter(Emitter& emitter) {
     alSourceStop(found->second);
     alDeleteSources(1, &found->second);
     objects_->emitterSources.erase(found);
-    checkALError("Cannot destroy emitter\n");
+    check("Cannot destroy emitter\n", emitter);
 }
 
 const unsigned int* OALBackend::select(const Emitter& emitter) const {
@@ -462,7 +547,7 @@ void OALBackend::setEmitterTransform(Emitter& emitter) {
     const Vec3f position = spatial ? emitter.position() : Vec3f{};
     alSourcefv(*name, AL_POSITION, std::array{position.x, position.y, position.z}.data());
     alSourcei(*name, AL_SOURCE_RELATIVE, spatial ? AL_FALSE : AL_TRUE);
-    checkALError("Cannot set emitter transformation\n");
+    check("Cannot set emitter transformation\n", emitter);
 }
 
 void OALBackend::setEmitterHull(Emitter& emitter) {
@@ -479,7 +564,7 @@ void OALBackend::setEmitterHull(Emitter& emitter) {
     alSourcef(*name, AL_REFERENCE_DISTANCE, reach.full);
     alSourcef(*name, AL_MAX_DISTANCE, reach.softest);
     alSourcef(*name, AL_ROLLOFF_FACTOR, spatial ? 1.0F : 0.0F);
-    checkALError("Cannot set emitter hull\n");
+    check("Cannot set emitter hull\n", emitter);
 }
 
 void OALBackend::setEmitterParam(Emitter& emitter) {
@@ -488,7 +573,7 @@ void OALBackend::setEmitterParam(Emitter& emitter) {
         return;
     }
     alSourcef(*name, AL_GAIN, emitter.gain());
-    checkALError("Cannot set emitter parameters\n");
+    check("Cannot set emitter parameters\n", emitter);
 }
 
 void OALBackend::setEmitterConnection(Emitter& emitter) {
@@ -501,7 +586,7 @@ void OALBackend::setEmitterConnection(Emitter& emitter) {
     const Source* source = emitter.source();
     if (source == nullptr) {
         alSourcei(*name, AL_BUFFER, 0);
-        checkALError("Cannot disconnect emitter and source\n");
+        check("Cannot disconnect emitter and source\n", emitter);
         return;
     }
     const ALuint* buffer = Objects::find(objects_->sourceBuffers, source->id());
@@ -512,7 +597,7 @@ void OALBackend::setEmitterConnection(Emitter& emitter) {
         alSourcef(*name, AL_PITCH, source->pitch());
         alSourcei(*name, AL_LOOPING, source->loop() ? AL_TRUE : AL_FALSE);
     }
-    checkALError("Cannot connect emitter and source\n");
+    check("Cannot connect emitter and source\n", emitter);
 }
 
 void OALBackend::setEmitterState(Emitter& emitter) {
@@ -526,22 +611,23 @@ void OALBackend::setEmitterState(Emitter& emitter) {
             break;
         }
         alSourcePlay(*name);
-        checkALError("Cannot play sound\n");
+        check("Cannot play sound\n", emitter);
         break;
     case WorldPart::PAUSE:
         seek(*name, emitter);
         alSourcePause(*name);
-        checkALError("Cannot pause sound\n");
+        check("Cannot pause sound\n", emitter);
         break;
     case WorldPart::STOP:
         alSourceStop(*name);
-        checkALError("Cannot stop sound\n");
+        check("Cannot stop sound\n", emitter);
         break;
     case WorldPart::NONE:
         break;
     default:
-        ORVEL_LOG(
-            Fatal, "OALBackend::setEmitterState(): Bad Orvel::Emitter::state %d \n",
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Misuse, emitter),
+            "OALBackend::setEmitterState(): Bad Orvel::Emitter::state %d \n",
             static_cast<int>(emitter.state()));
     }
 }

@@ -2,6 +2,7 @@
 
 #include <Orvel/Backend.h>
 #include <Orvel/BackendType.h>
+#include <Orvel/Diagnostic.h>
 
 #include <memory>
 
@@ -45,6 +46,8 @@ public:
     void setEmitterState(Emitter& emitter) override;
 
     BackendType* type() override;
+    /// The device's name, the AL sources, the emitters that got none, and the AL errors so far.
+    [[nodiscard]] BackendState state() const override;
 
     /// Whether the device and the context are open.
     [[nodiscard]] bool working() const noexcept;
@@ -70,6 +73,11 @@ protected:
 
 private:
     struct Objects;
+
+    /// checkALError() for an operation on a part.
+    template <class Subject>
+    ORVEL_NO_EXPORT bool check(const char* message, const Subject& subject) const;
+    ORVEL_NO_EXPORT void reportALError(const char* message, Diagnostic::Part part, int error) const;
 
     /// Opens device and context and initialises ALUT. Returns an error message, or null on success.
     const char* open();

@@ -1,6 +1,6 @@
 #include <Orvel/OALLoopbackBackend.h>
 
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 #include <Orvel/detail/al/OALDevice.h>
 
 #include <AL/alc.h>
@@ -31,9 +31,10 @@ unsigned readNumber(
     const auto [end, error] = std::from_chars(view.data(), view.data() + view.size(), number);
     if (error != std::errc() || end != view.data() + view.size() || number < least ||
         number > most) {
-        ORVEL_LOG(
-            Warning, "Parameter %s is \"%s\", expected %u to %u; %u is used\n", name, text, least,
-            most, defaultValue);
+        ORVEL_REPORT(
+            Warning, detail::about(Diagnostic::Code::Parameter, {}, name, text),
+            "Parameter %s is \"%s\", expected %u to %u; %u is used\n", name, text, least, most,
+            defaultValue);
         return defaultValue;
     }
     return number;
@@ -62,7 +63,9 @@ public:
             1,
             0};
         if (alcIsExtensionPresent(nullptr, "ALC_SOFT_loopback") != ALC_TRUE) {
-            ORVEL_LOG(Fatal, "This OpenAL library does not support loopback devices\n");
+            ORVEL_REPORT(
+                Fatal, detail::about(Diagnostic::Code::NoDevice),
+                "This OpenAL library does not support loopback devices\n");
             return nullptr;
         }
         const auto openLoopback = reinterpret_cast<LPALCLOOPBACKOPENDEVICESOFT>(

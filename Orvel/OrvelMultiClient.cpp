@@ -1,7 +1,7 @@
 #include <Orvel/OrvelMultiClient.h>
 
 #include <Orvel/ClientBackend.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 #include <Orvel/detail/net/Changes.h>
 
 #include <array>
@@ -48,7 +48,9 @@ bool OrvelMultiClient::addCommunicator(Corvid::Communicator* connection) {
         return MultiCommunicator::addCommunicator(connection) &&
                backend_.addCommunicator(connection);
     } catch (const std::exception& fault) { // the connection is closed and later made again
-        ORVEL_LOG(Fatal, "ClientBackend: cannot send the scene: %s\n", fault.what());
+        ORVEL_REPORT(
+            Fatal, detail::about(Orvel::Diagnostic::Code::Network, {}, {}, fault.what()),
+            "ClientBackend: cannot send the scene: %s\n", fault.what());
         return false;
     }
 }

@@ -1,7 +1,7 @@
 #include <Orvel/Server.h>
 
 #include <Corvid/MultiServer.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 #include <Orvel/detail/net/Changes.h>
 #include <Orvel/detail/net/PeerLines.h>
 #include <Orvel/detail/net/RouteDiagnostics.h>
@@ -150,13 +150,17 @@ short Server::idOf(const char* text) {
 
 void Server::run() {
     if (thread_ != nullptr) {
-        ORVEL_LOG(Fatal, "Orvel::Server thread is already running\n");
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Misuse),
+            "Orvel::Server thread is already running\n");
         return;
     }
     thread_ = std::make_unique<Vessa::ObjectThread<Server>>(this, &Server::receiveThread);
     thread_->setFailureHandler(detail::routeFailure("Orvel::Server"));
     if (!thread_->start()) {
-        ORVEL_LOG(Fatal, "Orvel::Server: cannot start a thread; nothing will be received\n");
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Thread),
+            "Orvel::Server: cannot start a thread; nothing will be received\n");
         thread_.reset();
     }
 }
@@ -207,14 +211,17 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
         if (takeEvent(client)) {
             return true;
         }
-        ORVEL_LOG_PEER(LostPeer, Fatal, "Orvel::Server lost client\n");
+        ORVEL_REPORT_PEER(
+            LostPeer, Fatal, detail::about(Diagnostic::Code::LostPeer),
+            "Orvel::Server lost client\n");
     } catch (const std::exception& fault) {
-        ORVEL_LOG_PEER(
-            LostPeer, Fatal, "Orvel::Server dropping a client because its event failed: %s\n",
-            fault.what());
+        ORVEL_REPORT_PEER(
+            LostPeer, Fatal, detail::about(Diagnostic::Code::InvalidEvent, {}, {}, fault.what()),
+            "Orvel::Server dropping a client because its event failed: %s\n", fault.what());
     } catch (...) {
-        ORVEL_LOG_PEER(
-            LostPeer, Fatal, "Orvel::Server dropping a client because its event failed\n");
+        ORVEL_REPORT_PEER(
+            LostPeer, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
+            "Orvel::Server dropping a client because its event failed\n");
     }
     clientLost(*client);
     multiServer_->removeCommunicator(client);
@@ -239,8 +246,9 @@ bool Server::takeEvent(Corvid::Communicator* client) {
         }
         dispatchEvent(command);
     } else {
-        ORVEL_LOG_PEER(
-            ForeignEvent, Fatal, "Orvel::Server got Corvid::Event which is not a Orvel::Event\n");
+        ORVEL_REPORT_PEER(
+            ForeignEvent, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
+            "Orvel::Server got Corvid::Event which is not a Orvel::Event\n");
     }
     return true;
 }
@@ -261,11 +269,14 @@ bool Server::applyEvent(World& world, CommandEvent* event) {
     }
     const Outcome outcome = apply(world, *event);
     if (outcome == Outcome::Unknown) {
-        ORVEL_LOG_PEER(UnknownCommand, Fatal, "Unkown command ID: %d\n", event->command);
+        ORVEL_REPORT_PEER(
+            UnknownCommand, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
+            "Unkown command ID: %d\n", event->command);
     } else if (outcome == Outcome::Invalid) {
-        ORVEL_LOG_PEER(
-            InvalidEvent, Fatal, "Got invalid Event: %s/%d/%d/%d\n", event->type()->name().c_str(),
-            event->command, event->objectId, event->protocolTag);
+        ORVEL_REPORT_PEER(
+            InvalidEvent, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
+            "Got invalid Event: %s/%d/%d/%d\n", event->type()->name().c_str(), event->command,
+            event->objectId, event->protocolTag);
     }
     return outcome == Outcome::Applied;
 }

@@ -3,7 +3,7 @@
 #include <Corvid/URL.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/World.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 
 #include <cstdint>
 #include <fstream>
@@ -58,7 +58,12 @@ void Source::setParam(bool loop, float pitch) {
 void Source::setData(
     unsigned int sampleRate, unsigned int bitsPerSample, unsigned int channels,
     const unsigned char* data, unsigned int size) {
-    std::cerr << "Source::setData call" << std::endl;
+    Diagnostic diagnostic = detail::about(Diagnostic::Code::SoundSet, *this);
+    diagnostic.level = Log::Level::Log;
+    diagnostic.text = "Source::setData call";
+    if (!detail::isHandled(diagnostic)) {
+        std::cerr << "Source::setData call" << std::endl;
+    }
     dataKind_ = PCM_SD;
     if (data != nullptr && size != 0) {
         sampleRate_ = sampleRate;
@@ -72,7 +77,9 @@ void Source::setData(
         channels_ = 0;
         data_.clear();
         data_.shrink_to_fit();
-        ORVEL_LOG(Log, "Invalid data in Orvel::Source::setData()\n");
+        ORVEL_REPORT(
+            Log, detail::about(Diagnostic::Code::CannotPlay, *this),
+            "Invalid data in Orvel::Source::setData()\n");
     }
     world().setSourceData(*this);
 }

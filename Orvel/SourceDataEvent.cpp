@@ -1,6 +1,6 @@
 #include <Orvel/SourceDataEvent.h>
 
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -42,7 +42,9 @@ bool SourceDataEvent::loadData() {
     }
     const std::streamoff end = otherKind ? 0 : std::streamoff(file.tellg());
     if (end <= 0) {
-        ORVEL_LOG(Fatal, "Could not seek Orvel::Source data: >%s<\n", fileName.c_str());
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::File, {}, fileName),
+            "Could not seek Orvel::Source data: >%s<\n", fileName.c_str());
         return false;
     }
     const auto size = static_cast<unsigned long>(end);
@@ -56,9 +58,9 @@ bool SourceDataEvent::loadData() {
         got = 0;
     }
     if (got != size) {
-        ORVEL_LOG(
-            Fatal, "Could not read Orvel::Source data: >%s< (%lu/%lu)\n", fileName.c_str(), size,
-            got);
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::File, {}, fileName),
+            "Could not read Orvel::Source data: >%s< (%lu/%lu)\n", fileName.c_str(), size, got);
         data_ = {};
         return false;
     }
@@ -79,9 +81,10 @@ bool SourceDataEvent::storeData(const std::string& targetName) const {
         file.close(); // a full disk may be detected only on close
     }
     if (!file) {
-        ORVEL_LOG(
-            Fatal, "Could not write local Orvel::Source data: >%s< (%lu bytes)\n",
-            targetName.c_str(), dataSize());
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::File, {}, targetName),
+            "Could not write local Orvel::Source data: >%s< (%lu bytes)\n", targetName.c_str(),
+            dataSize());
         return false;
     }
     ORVEL_LOG(

@@ -7,9 +7,10 @@
 #include <Corvid/WebPageRedirection.h>
 #include <Corvid/WebPageStatic.h>
 #include <Corvid/escapeHtml.h>
+#include <Orvel/BackendState.h>
 #include <Orvel/Version.h>
 #include <Orvel/World.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 #include <Vessa/SysInfo.h>
 
 #include <string>
@@ -73,8 +74,11 @@ WebBackend::WebBackend(World& world, const char* params)
     server.setName("Orvel");
     server.setNotice("");
     server.setContact("");
-    server.setDiagnostic(
-        [](const std::string& line) { ORVEL_LOG(Warning, "WebBackend: %s\n", line.c_str()); });
+    server.setDiagnostic([](const std::string& line) {
+        ORVEL_REPORT(
+            Warning, detail::about(Diagnostic::Code::WebServer, {}, {}, line), "WebBackend: %s\n",
+            line.c_str());
+    });
 
     const std::string address;
     bool success = setAddress(server.multicast(), address);
@@ -90,7 +94,9 @@ WebBackend::WebBackend(World& world, const char* params)
             Log, "Web server open ok: http://%s:%d\n",
             Corvid::InetAddress::getLocalHostName().c_str(), server.port());
     } else {
-        ORVEL_LOG(Fatal, "Could not create web server; %s:%d\n", address.c_str(), 0);
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::WebServer),
+            "Could not create web server; %s:%d\n", address.c_str(), 0);
     }
 }
 
@@ -105,6 +111,17 @@ WebBackend::~WebBackend() {
 bool WebBackend::update() {
     webServer_->update();
     return true;
+}
+
+BackendState WebBackend::state() const {
+    BackendState state;
+    state.working = webServer_ != nullptr && webServer_->isOpen();
+    state.webServer = webServer_.get();
+    if (state.working) {
+        state.page = "http://" + Corvid::InetAddress::getLocalHostName() + ":" +
+                     std::to_string(webServer_->port()) + "/";
+    }
+    return state;
 }
 
 BackendType* WebBackend::type() {

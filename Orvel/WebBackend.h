@@ -31,6 +31,8 @@ public:
     /// Serves pending requests, without waiting. Always true.
     bool update() override;
     BackendType* type() override;
+    /// The page and its server.
+    [[nodiscard]] BackendState state() const override;
 
     /// The page "/index.html".
     void createIndexPage(

@@ -4,7 +4,7 @@
 #include <Orvel/BackendFactory.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 #include <Orvel/detail/net/PeerLines.h>
 #include <Orvel/detail/net/SameTransform.h>
 
@@ -40,12 +40,14 @@ Part* find(const std::map<int, Part*>& parts, int id) {
 World::World() = default;
 
 World::World(const World& /*other*/) {
-    ORVEL_LOG(Warning, "In World copy constructor\n");
+    ORVEL_REPORT(Warning, detail::about(Diagnostic::Code::Misuse), "In World copy constructor\n");
 }
 
 World::~World() {
     if (!emitters_.empty() || !sources_.empty()) {
-        ORVEL_LOG(Fatal, "clearWorld() should be called in derived World dest.\n");
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Misuse),
+            "clearWorld() should be called in derived World dest.\n");
     }
 }
 
@@ -170,7 +172,9 @@ Emitter* World::createEmitter(const std::vector<std::string>& labels, int id) {
             return nullptr;
         }
     } else if (getEmitter(id) != nullptr) {
-        ORVEL_LOG_PEER(UsedId, Fatal, "There is already a Orvel emitter with the ID %d", id);
+        ORVEL_REPORT_PEER(
+            UsedId, Fatal, detail::about(Diagnostic::Code::Misuse),
+            "There is already a Orvel emitter with the ID %d", id);
         return nullptr;
     } else {
         lastId_ = std::max(lastId_, id);
@@ -195,7 +199,9 @@ Source* World::createSource(int id) {
             return nullptr;
         }
     } else if (getSource(id) != nullptr) {
-        ORVEL_LOG(Fatal, "There is already a source with the ID %d\n", id);
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Misuse),
+            "There is already a source with the ID %d\n", id);
         return nullptr;
     } else {
         lastId_ = std::max(lastId_, id);
@@ -222,7 +228,9 @@ Backend* World::addBackend(const char* type, const char* params) {
     }
     Backend* backend = BackendFactory::_the.createBackend(*this, std::string(type), params);
     if (backend == nullptr) {
-        ORVEL_LOG(Warning, "Could not create Orvel backend: %s\n", type);
+        ORVEL_REPORT(
+            Warning, detail::about(Diagnostic::Code::UnknownKind, {}, type),
+            "Could not create Orvel backend: %s\n", type);
         return nullptr;
     }
     ORVEL_LOG(Notice, "Create new Orvel backend: %s\n", type);

@@ -1,13 +1,14 @@
 #include <Orvel/WorldPart.h>
 
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 
 namespace Orvel {
 
 WorldPart::WorldPart(World& world, int id) : world_(world), id_(id) {}
 
 WorldPart::WorldPart(const WorldPart& other) : world_(other.world_), id_(-1) {
-    ORVEL_LOG(Fatal, "Runing WorldPart copy constructor\n");
+    ORVEL_REPORT(
+        Fatal, detail::about(Diagnostic::Code::Misuse), "Runing WorldPart copy constructor\n");
 }
 
 bool WorldPart::changeState(State state) noexcept {

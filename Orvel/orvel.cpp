@@ -1,11 +1,10 @@
 #include <Orvel/orvel.h>
 
 #include <Corvid/InetAddress.h>
-#include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
 #include <Corvid/URLImpl.h>
 #include <Orvel/BackendFactory.h>
-#include <Orvel/ClientBackend.h>
+#include <Orvel/BackendState.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Log.h>
@@ -34,7 +33,6 @@
 namespace {
 
 using Orvel::Backend;
-using Orvel::ClientBackend;
 using Orvel::Emitter;
 using Orvel::Log;
 using Orvel::OALBackend;
@@ -49,6 +47,8 @@ constexpr double kLongestWait = 3600.0; // prevents overflow of the clock
 
 thread_local std::string lastError;
 thread_local std::string kindList;
+thread_local std::string deviceName;
+thread_local std::string pageUrl;
 
 /// An invalid call; its text becomes the last error.
 class Refusal : public std::runtime_error {
@@ -339,16 +339,44 @@ bool orvel_backend_destroy(orvel_backend* backend) {
 }
 
 bool orvel_backend_working(orvel_backend* backend) {
-    return guarded(__func__, false, [&] {
-        const auto* openAl = dynamic_cast<const OALBackend*>(&get(backend));
-        return openAl == nullptr || openAl->working();
+    return guarded(__func__, false, [&] { return get(backend).state().working; });
+}
+
+const char* orvel_backend_device(orvel_backend* backend) {
+    return done(__func__, [&] { deviceName = get(backend).state().device; }) ? deviceName.c_str()
+                                                                             : "";
+}
+
+const char* orvel_backend_page(orvel_backend* backend) {
+    return done(__func__, [&] { pageUrl = get(backend).state().page; }) ? pageUrl.c_str() : "";
+}
+
+size_t orvel_backend_voices(orvel_backend* backend, size_t* allowed) {
+    return guarded(__func__, size_t{0}, [&] {
+        const auto state = get(backend).state();
+        if (allowed != nullptr) {
+            *allowed = state.voicesAllowed;
+        }
+        return state.voicesUsed;
+    });
+}
+
+size_t orvel_backend_refused(orvel_backend* backend, int* ids, size_t count) {
+    return guarded(__func__, size_t{0}, [&] {
+        const auto refused = get(backend).state().refusedEmitters;
+        if (count != 0) {
+            std::copy_n(
+                refused.begin(), std::min(count, refused.size()),
+                need(ids, "the place for the ids"));
+        }
+        return refused.size();
     });
 }
 
 size_t orvel_backend_connections(orvel_backend* backend) {
     return guarded(__func__, size_t{0}, [&] {
-        const auto* client = dynamic_cast<const ClientBackend*>(&get(backend));
-        return client == nullptr ? 0 : client->multiClient().counters().connections.size();
+        const auto network = get(backend).state().network;
+        return network ? network->counters.connections.size() : 0;
     });
 }
 

@@ -121,8 +121,19 @@ ORVEL_EXPORT const char* orvel_backend_kinds(void);
 ORVEL_EXPORT orvel_backend*
 orvel_world_add_backend(orvel_world* world, const char* kind, const char* params);
 ORVEL_EXPORT bool orvel_backend_destroy(orvel_backend* backend);
-/// False for an OpenAL back end without a device, which stays silent.
+/// False for a back end that can do nothing, such as an OpenAL back end without a device.
 ORVEL_EXPORT bool orvel_backend_working(orvel_backend* backend);
+/// The sound device's name; empty without one. Valid until the next call on the same thread.
+ORVEL_EXPORT const char* orvel_backend_device(orvel_backend* backend);
+/// URL of the page that a back end serves; empty without one. Valid until the next call on the same
+/// thread.
+ORVEL_EXPORT const char* orvel_backend_page(orvel_backend* backend);
+/// Number of emitters that a back end has voices for. Stores the limit in `allowed`, which may be
+/// null; 0 if it is not known.
+ORVEL_EXPORT size_t orvel_backend_voices(orvel_backend* backend, size_t* allowed);
+/// Number of emitters that a back end cannot play. Stores the first `count` of their ids in `ids`,
+/// in ascending order; it may be null if `count` is 0.
+ORVEL_EXPORT size_t orvel_backend_refused(orvel_backend* backend, int* ids, size_t count);
 /// Number of servers that a "client" back end is connected to; 0 for other kinds.
 ORVEL_EXPORT size_t orvel_backend_connections(orvel_backend* backend);
 /// Renders the next `frames` frames of a "loopback" back end into `samples`, which must have room

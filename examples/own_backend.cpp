@@ -1,5 +1,6 @@
 // A back end of the host's own, which keeps the loudest gain it has seen. An application registers
 // a kind by a static BackendType; World::addBackend then knows its name.
+#include <Orvel/BackendState.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/SilentBackend.h>
@@ -21,6 +22,12 @@ public:
         }
     }
     Orvel::BackendType* type() override { return &_type; }
+    // For monitors, and for hosts that ask whether a back end works.
+    [[nodiscard]] Orvel::BackendState state() const override {
+        Orvel::BackendState state;
+        state.device = "loudness meter";
+        return state;
+    }
 
     [[nodiscard]] float loudest() const { return loudest_; }
 
@@ -46,7 +53,8 @@ int main() {
     world.createEmitter({"stage"})->setParam(true, 0.0F, 0.25F);
     world.createEmitter({"stage"})->setParam(true, 0.0F, 0.75F);
     world.createEmitter({"foyer"})->setParam(true, 0.0F, 4.0F); // not this back end's label
-    std::cout << "loudest gain on stage: " << backend->loudest() << '\n';
+    std::cout << "loudest gain on stage: " << backend->loudest() << " by the "
+              << backend->state().device << '\n';
     const bool asExpected = backend->loudest() == 0.75F;
 
     world.clearWorld();

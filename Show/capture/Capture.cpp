@@ -93,8 +93,8 @@ Capture::load(const std::string& path, bool fetch, std::vector<Problem>& problem
     return capture;
 }
 
-std::unique_ptr<Stage> Capture::makeStage(SetSubject setSubject) const {
-    return std::make_unique<ReplayStage>(bank_, std::move(setSubject));
+std::unique_ptr<Stage> Capture::makeStage() const {
+    return std::make_unique<ReplayStage>(bank_);
 }
 
 std::unique_ptr<Player> Capture::makePlayer(Stage& stage) const {

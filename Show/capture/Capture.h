@@ -18,7 +18,7 @@ public:
     [[nodiscard]] static std::unique_ptr<const Capture>
     load(const std::string& path, bool fetch, std::vector<Problem>& problems);
 
-    [[nodiscard]] std::unique_ptr<Stage> makeStage(SetSubject setSubject) const override;
+    [[nodiscard]] std::unique_ptr<Stage> makeStage() const override;
     [[nodiscard]] std::unique_ptr<Player> makePlayer(Stage& stage) const override;
     [[nodiscard]] std::size_t emitters() const override;
     [[nodiscard]] const Scene& sources() const override { return bank_.scene; }

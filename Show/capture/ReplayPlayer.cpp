@@ -1,8 +1,8 @@
 #include <Show/capture/ReplayPlayer.h>
 
 #include <Corvid/Event.h>
+#include <Orvel/Diagnostic.h>
 #include <Orvel/Emitter.h>
-#include <Orvel/Log.h>
 #include <Orvel/Source.h>
 
 #include <algorithm>
@@ -115,9 +115,7 @@ double ReplayPlayer::end() const {
 
 /// Uses the log, whose lines the commands print when it is safe.
 void ReplayPlayer::warn(const std::string& text) const {
-    Orvel::Log::the().write(
-        {Orvel::Log::Level::Warning, "orvel", __FILE__, __LINE__, __PRETTY_FUNCTION__}, "%s\n",
-        (path_ + ": " + text).c_str());
+    Orvel::report({.subject = path_, .reason = text, .text = path_ + ": " + text}, "orvel");
 }
 
 } // namespace Show

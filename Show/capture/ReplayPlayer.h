@@ -16,8 +16,7 @@ namespace Show {
 /// The world of a replayed session, with the rules of the recorded server.
 class ReplayStage : public Stage {
 public:
-    ReplayStage(const LoadedScene& bank, SetSubject setSubject)
-        : Stage(bank.scene, std::move(setSubject)), session_(*this, bank) {}
+    ReplayStage(const LoadedScene& bank) : session_(*this, bank) {}
 
     [[nodiscard]] Session& session() noexcept { return session_; }
 

@@ -10,7 +10,7 @@
 #include <Corvid/IOException.h>
 #include <Corvid/InetAddress.h>
 #include <Corvid/WebPage.h>
-#include <Orvel/Log.h>
+#include <Orvel/Diagnostic.h>
 #include <Orvel/World.h>
 
 #include <algorithm>
@@ -66,9 +66,14 @@ std::string randomText() {
 }
 
 void warn(const std::string& text) {
-    Orvel::Log::the().write(
-        {Orvel::Log::Level::Warning, "monitor", __FILE__, __LINE__, __func__}, "monitor: %s\n",
-        text.c_str());
+    Orvel::report(
+        {Orvel::Diagnostic::Code::WebServer,
+         Orvel::Log::Level::Warning,
+         {},
+         {},
+         text,
+         "monitor: " + text},
+        "monitor");
 }
 
 } // namespace
@@ -78,12 +83,12 @@ Orvel::BackendType MonitorBackend::_type("monitor", &MonitorBackend::createMetho
 MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
     : PlayClock(world, params), instance_(randomText()),
       address_(this->params()->getParam("address", "127.0.0.1")) {
-    server_.setName("Orvel monitor");
-    server_.setDiagnostic(&warn);
+    server_->setName("Orvel monitor");
+    server_->setDiagnostic(&warn);
     std::string_view names = this->params()->getParam("names", "");
     while (!names.empty()) {
         const std::string_view name = names.substr(0, names.find_first_of(", "));
-        server_.addHostName(std::string(name));
+        server_->addHostName(std::string(name));
         names.remove_prefix(std::min(name.size() + 1, names.size()));
     }
     addPages();
@@ -92,7 +97,7 @@ MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
 
 void MonitorBackend::addPages() {
     const auto add = [this](const char* path, const char* type, Page::Fill fill) {
-        server_.addPage(path, Page(type, std::move(fill)));
+        server_->addPage(path, Page(type, std::move(fill)));
     };
     const auto file = [&add](const char* path, const char* type, std::string_view content) {
         add(path, type, [content](auto& reply) { reply.setBody(std::string(content)); });
@@ -121,16 +126,24 @@ void MonitorBackend::open() {
     }
     try {
         try {
-            server_.open(address_, port);
+            server_->open(address_, port);
         } catch (const Corvid::IOException&) {
             if (given != nullptr) {
                 throw;
             }
-            server_.open(address_, 0); // the default port is in use by another monitor
+            server_->open(address_, 0); // the default port is in use by another monitor
         }
     } catch (const Corvid::IOException& fault) {
         warn(fault.what());
     }
+}
+
+Orvel::BackendState MonitorBackend::state() const {
+    Orvel::BackendState state;
+    state.working = isOpen();
+    state.page = url();
+    state.webServer = server_.get();
+    return state;
 }
 
 std::string MonitorBackend::url() const {
@@ -143,7 +156,7 @@ std::string MonitorBackend::url() const {
     } else if (host == "0.0.0.0") { // all interfaces; no single address to print
         host = Corvid::InetAddress::getLocalHostName();
     }
-    return "http://" + host + ":" + std::to_string(server_.port()) + "/";
+    return "http://" + host + ":" + std::to_string(server_->port()) + "/";
 }
 
 std::string_view MonitorBackend::soundName(int source) const {
@@ -174,7 +187,7 @@ bool MonitorBackend::update() {
     pass();
     ++updates_;
     rates_.advanceTo(static_cast<std::uint64_t>(seconds_));
-    server_.update();
+    server_->update();
     return true;
 }
 

@@ -6,12 +6,14 @@
 
 #include <Corvid/PolledWebServer.h>
 #include <Orvel/Backend.h>
+#include <Orvel/BackendState.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/Source.h>
 
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 
 namespace Show {
@@ -33,8 +35,7 @@ public:
 
     MonitorBackend(Orvel::World& world, const char* params);
 
-    [[nodiscard]] bool isOpen() const { return server_.isOpen(); }
-    [[nodiscard]] Corvid::PolledWebServer& server() { return server_; }
+    [[nodiscard]] bool isOpen() const { return server_->isOpen(); }
     /// Where a browser finds it, such as "http://127.0.0.1:33790/"; empty when it is not open.
     [[nodiscard]] std::string url() const;
 
@@ -54,6 +55,8 @@ public:
 
     bool update() override;
     Orvel::BackendType* type() override { return &_type; }
+    /// The page and its server.
+    [[nodiscard]] Orvel::BackendState state() const override;
 
     void resetBackend() override;
     void setEnabled() override;
@@ -91,7 +94,8 @@ private:
     ChangeRates rates_;
     std::map<int, std::string> names_; // by source
     std::string address_;
-    Corvid::PolledWebServer server_;
+    const std::unique_ptr<Corvid::PolledWebServer> server_ =
+        std::make_unique<Corvid::PolledWebServer>();
 };
 
 } // namespace Show

@@ -1,9 +1,11 @@
 #include <Show/monitor/NetworkReading.h>
 
-#include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
-#include <Orvel/ClientBackend.h>
+#include <Orvel/Backend.h>
+#include <Orvel/BackendState.h>
 #include <Orvel/Server.h>
+
+#include <utility>
 
 namespace Show {
 
@@ -14,9 +16,8 @@ std::vector<NetworkEnd> readNetwork(const Orvel::World& world) {
         ends.push_back({"server", network.id(), network.port(), network.counters()});
     }
     for (const Orvel::Backend* backend : world.backends()) {
-        if (const auto* client = dynamic_cast<const Orvel::ClientBackend*>(backend)) {
-            const Corvid::MultiClient& network = client->multiClient();
-            ends.push_back({"client", network.id(), 0, network.counters()});
+        if (auto network = backend->state().network) {
+            ends.push_back({"client", network->id, 0, std::move(network->counters)});
         }
     }
     return ends;

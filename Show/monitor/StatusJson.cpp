@@ -3,8 +3,8 @@
 #include <Show/monitor/JsonWriter.h>
 #include <Show/monitor/MonitorBackend.h>
 
+#include <Orvel/BackendState.h>
 #include <Orvel/BackendType.h>
-#include <Orvel/OALBackend.h>
 #include <Orvel/Version.h>
 #include <Orvel/World.h>
 
@@ -14,6 +14,8 @@
 namespace Show {
 
 namespace {
+
+constexpr std::size_t kRefusedShown = 100; // of a back end's emitters
 
 /// Seconds since 1970.
 double unixTime(std::chrono::system_clock::time_point when) {
@@ -25,9 +27,15 @@ void writeBackends(JsonWriter& json, const Orvel::World& world) {
     for (Orvel::Backend* backend : world.backends()) {
         const Orvel::BackendType* type = backend->type();
         json.open('{').field("kind", type == nullptr ? "" : type->name());
-        const auto* openAl = dynamic_cast<const Orvel::OALBackend*>(backend);
-        json.field("working", openAl == nullptr || openAl->working());
-        json.field("enabled", backend->enabled()).key("labels").open('[');
+        const Orvel::BackendState state = backend->state();
+        json.field("working", state.working).field("device", state.device);
+        json.field("page", state.page).field("failures", state.failures);
+        json.field("voicesUsed", state.voicesUsed).field("voicesAllowed", state.voicesAllowed);
+        json.field("refused", state.refusedEmitters.size()).key("refusedEmitters").open('[');
+        for (std::size_t i = 0; i < std::min(state.refusedEmitters.size(), kRefusedShown); ++i) {
+            json.value(state.refusedEmitters[i]);
+        }
+        json.close(']').field("enabled", backend->enabled()).key("labels").open('[');
         for (const std::string& label : backend->labels()) {
             json.value(label);
         }

@@ -2,6 +2,7 @@
 
 #include <Show/player/Player.h>
 #include <Show/player/Stage.h>
+#include <Show/scene/LoadedScene.h>
 
 #include <cstddef>
 #include <memory>
@@ -18,7 +19,7 @@ public:
     virtual ~Playable() = default;
 
     /// Creates the world to play it in.
-    [[nodiscard]] virtual std::unique_ptr<Stage> makeStage(SetSubject setSubject) const = 0;
+    [[nodiscard]] virtual std::unique_ptr<Stage> makeStage() const = 0;
     /// Creates its player for a world of makeStage(), which must outlive it.
     [[nodiscard]] virtual std::unique_ptr<Player> makePlayer(Stage& stage) const = 0;
     /// The largest number of emitters.

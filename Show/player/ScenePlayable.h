@@ -15,8 +15,8 @@ public:
     explicit ScenePlayable(std::unique_ptr<const LoadedScene> loaded)
         : loaded_(std::move(loaded)) {}
 
-    [[nodiscard]] std::unique_ptr<Stage> makeStage(SetSubject setSubject) const override {
-        return std::make_unique<Stage>(loaded_->scene, std::move(setSubject));
+    [[nodiscard]] std::unique_ptr<Stage> makeStage() const override {
+        return std::make_unique<Stage>();
     }
     [[nodiscard]] std::unique_ptr<Player> makePlayer(Stage& stage) const override {
         return std::make_unique<ScenePlayer>(loaded_->scene, loaded_->sounds, stage);

@@ -30,8 +30,8 @@ double nextMultiple(double time, double step) {
 
 } // namespace
 
-OfflineRenderer::OfflineRenderer(const Playable& what, SetSubject setSubject, unsigned rate)
-    : stage_(what.makeStage(std::move(setSubject))),
+OfflineRenderer::OfflineRenderer(const Playable& what, unsigned rate)
+    : stage_(what.makeStage()),
       backend_(dynamic_cast<Orvel::OALLoopbackBackend*>(
           stage_->addBackend("loopback", parameters(what, rate).c_str()))),
       player_(what.makePlayer(*stage_)), rate_(rate) {

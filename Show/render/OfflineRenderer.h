@@ -16,7 +16,7 @@ namespace Show {
 class OfflineRenderer {
 public:
     /// Opens the loopback device, `rate` in Hz, and starts to play, which fetches a scene's URLs.
-    OfflineRenderer(const Playable& what, SetSubject setSubject, unsigned rate);
+    OfflineRenderer(const Playable& what, unsigned rate);
 
     /// Returns false if the device could not be opened; next() is then always empty.
     [[nodiscard]] bool working() const;

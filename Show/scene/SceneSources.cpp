@@ -1,12 +1,10 @@
 #include <Show/scene/SceneSources.h>
 
-#include <Show/detail/HiddenLine.h>
 #include <Show/scene/LoadedScene.h>
 
 #include <Orvel/Backend.h>
 #include <Orvel/Emitter.h>
 
-#include <iostream>
 #include <variant>
 
 namespace Show {
@@ -24,7 +22,6 @@ void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& soun
     if (const auto* url = std::get_if<SoundUrl>(&sound)) {
         source.setDataFromURL(url->text);
     } else if (const Samples* samples = sounds.find(sound)) {
-        const HiddenLine quiet(std::cerr, "Source::setData call");
         samples->giveTo(source);
     }
 }

@@ -23,9 +23,8 @@ std::string nameOf(const Corvid::Communicator& client) {
 
 } // namespace
 
-SoundServer::SoundServer(const LoadedScene& bank, SetSubject setSubject, unsigned short port)
-    : StageOn(bank.scene, std::move(setSubject), "", port), path_(bank.scene.path),
-      session_(*this, bank) {}
+SoundServer::SoundServer(const LoadedScene& bank, unsigned short port)
+    : StageOn("", port), path_(bank.scene.path), session_(*this, bank) {}
 
 void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
     sliceEnd_ = std::chrono::steady_clock::now() + atMost;

@@ -30,7 +30,7 @@ public:
     static constexpr std::size_t kMaxReplaced = 1024;
 
     /// Listens on that TCP port; 0 lets the system choose.
-    SoundServer(const LoadedScene& bank, SetSubject setSubject, unsigned short port);
+    SoundServer(const LoadedScene& bank, unsigned short port);
 
     /// Fetches the sources with a URL, once. Returns a problem for each that cannot be fetched.
     std::vector<Problem> fetch() { return session_.fetch(); }

@@ -3,6 +3,7 @@
 #include "support/Capture.h"
 #include "support/Loopback.h"
 
+#include <Orvel/BackendState.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/SilentBackend.h>
@@ -25,6 +26,13 @@ struct ThrowingBackend : SilentBackend {
     using SilentBackend::SilentBackend;
     void createEmitter(Emitter& /*emitter*/) override { throw std::runtime_error("no more room"); }
     void createSource(Source& /*source*/) override { throw 7; } // NOLINT: no text
+    [[nodiscard]] BackendState state() const override {
+        BackendState state;
+        state.working = false;
+        state.device = "own";
+        state.refusedEmitters = {3, 4};
+        return state;
+    }
 };
 
 template <class Result>
@@ -83,7 +91,13 @@ TEST(CInterface, LetsNoExceptionOfABackEndThrough) {
         return new ThrowingBackend(world, params);
     });
     orvel_world* world = orvel_world_create();
-    ASSERT_NE(orvel_world_add_backend(world, "throwing", ""), nullptr);
+    orvel_backend* backend = orvel_world_add_backend(world, "throwing", "");
+    ASSERT_NE(backend, nullptr);
+    EXPECT_FALSE(orvel_backend_working(backend)); // an own kind says so as the library's do
+    EXPECT_STREQ(orvel_backend_device(backend), "own");
+    int id = 0;
+    EXPECT_EQ(orvel_backend_refused(backend, &id, 1), 2U);
+    EXPECT_EQ(id, 3);
     ORVEL_REFUSES(orvel_emitter_create, "no more room", world, "", 0);
     ORVEL_REFUSES(orvel_source_create, "unknown exception", world, 0);
     EXPECT_TRUE(orvel_world_destroy(world));

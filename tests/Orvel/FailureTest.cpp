@@ -7,11 +7,15 @@
 
 #include <Corvid/MultiServer.h>
 #include <Orvel/CommandEvent.h>
+#include <Orvel/Diagnostic.h>
+#include <Orvel/Source.h>
 #include <Vessa/Thread.h>
 
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <new>
+#include <stdexcept>
+#include <unistd.h>
 
 namespace Orvel::Test {
 
@@ -88,6 +92,38 @@ TEST(Failure, OfAThreadIsReported) {
     ASSERT_TRUE(thread.start());
     EXPECT_EQ(thread.join(), -1);
     EXPECT_EQ(reason, "std::bad_alloc");
+}
+
+TEST(Failure, IsAValueForTheSinkOrElseALine) {
+    const LogCapture log(Log::Level::Log);
+    OutputCapture errors(STDERR_FILENO);
+    TidyWorld world;
+    const auto add = [&world](const char* kind) { world.addBackend(kind, nullptr); };
+    std::vector<Diagnostic> taken;
+    setDiagnosticSink([&](const Diagnostic& diagnostic) {
+        taken.push_back(diagnostic);
+        if (diagnostic.subject == "nested") {
+            add("within"); // to the log, not to this sink again
+            throw std::runtime_error("host");
+        }
+        return diagnostic.subject != "left";
+    });
+    Log::the().setLevel(Log::Level::Log); // is the log's alone
+    add("taken");
+    world.createSource()->setData(0, 0, 0, nullptr, 0);
+    report({.level = Log::Level::Log, .subject = "left", .text = "of a host"});
+    report({.level = Log::Level::Log, .subject = "nested", .text = "at which it throws"});
+    setDiagnosticSink({});
+    add("not taken");
+    ASSERT_EQ(taken.size(), 6);
+    EXPECT_EQ(taken[0].code, Diagnostic::Code::UnknownKind);
+    EXPECT_EQ(taken[0].level, Log::Level::Fatal);
+    EXPECT_EQ(taken[0].subject, "taken");
+    EXPECT_EQ(taken[0].text, "Unknown Orvel backend taken; can not create");
+    EXPECT_EQ(taken[2].code, Diagnostic::Code::SoundSet);
+    EXPECT_EQ(taken[2].part.kind, Diagnostic::Part::Kind::Source);
+    EXPECT_EQ(errors.take(), "");
+    EXPECT_EQ(log.lines(), (Calls{"LOG: of a host\n", "LOG: at which it throws\n"}));
 }
 
 } // namespace Orvel::Test

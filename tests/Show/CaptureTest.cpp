@@ -2,7 +2,7 @@
 #include <Show/capture/Capture.h>
 
 #include "commands/Kinds.h"
-#include "process/LibraryMessages.h"
+#include "process/Diagnostics.h"
 #include <Show/capture/CaptureFormat.h>
 #include <Show/capture/CaptureReader.h>
 #include <Show/capture/CaptureWriter.h>
@@ -73,8 +73,8 @@ protected:
     std::string record() {
         std::ofstream(bankPath) << kSources;
         const auto bank = loadScene(bankPath, problems);
-        LibraryMessages messages(false);
-        SoundServer server(*bank, messages.subjectSetter(), 0);
+        Diagnostics diagnostics(false);
+        SoundServer server(*bank, 0);
         server.setMulticastPort(testPort());
         server.fill();
         CaptureWriter writer(path, bankPath, kSources, UINT64_MAX, {});
@@ -138,9 +138,9 @@ protected:
     }
     /// Plays the file to its end; returns the description of the world.
     std::string replay() {
-        LibraryMessages messages(false);
+        Diagnostics diagnostics(false);
         const auto capture = Capture::load(path, false, problems);
-        const auto stage = capture->makeStage(messages.subjectSetter());
+        const auto stage = capture->makeStage();
         const auto player = capture->makePlayer(*stage);
         player->start();
         player->advance(player->end());
@@ -155,8 +155,8 @@ protected:
 
 std::vector<float> render(const Playable& what) {
     registerKinds();
-    LibraryMessages messages(false);
-    OfflineRenderer renderer(what, messages.subjectSetter(), 44100);
+    Diagnostics diagnostics(false);
+    OfflineRenderer renderer(what, 44100);
     std::vector<float> all;
     for (auto block = renderer.next(renderer.end()); !block.empty();
          block = renderer.next(renderer.end())) {
@@ -175,8 +175,8 @@ TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
     EXPECT_EQ(render(*capture), once);
     EXPECT_TRUE(std::any_of(once.begin(), once.end(), [](float s) { return s > 0.01F; }));
     // Starting over leaves nothing from the first time.
-    LibraryMessages messages(false);
-    const auto stage = capture->makeStage(messages.subjectSetter());
+    Diagnostics diagnostics(false);
+    const auto stage = capture->makeStage();
     const auto player = capture->makePlayer(*stage);
     for (int round = 0; round < 2; ++round) {
         player->start();
@@ -184,10 +184,10 @@ TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
         player->advance(player->end());
         EXPECT_EQ(describe(*stage), live);
     }
-    const auto told = messages.take();
+    const auto told = diagnostics.take();
     ASSERT_EQ(told.size(), 1);
     EXPECT_NE(told[0].find("sources that the server had not: 9"), std::string::npos) << told[0];
-    EXPECT_EQ(messages.lost(), 0);
+    EXPECT_EQ(diagnostics.lost(), 0);
 }
 
 TEST_F(Captures, AFileThatIsCutAnywherePlaysUpToTheCut) {
@@ -208,8 +208,8 @@ TEST_F(Captures, AFileThatIsCutAnywherePlaysUpToTheCut) {
         ASSERT_EQ(problems.size(), 1);
         EXPECT_NE(problems[0].str().find("is cut"), std::string::npos) << problems[0].str();
         problems.clear();
-        LibraryMessages messages(false);
-        const auto stage = capture->makeStage(messages.subjectSetter());
+        Diagnostics diagnostics(false);
+        const auto stage = capture->makeStage();
         const auto player = capture->makePlayer(*stage);
         player->start();
         player->advance(player->end());
@@ -252,13 +252,13 @@ TEST_F(Captures, DamageEndsThePlayAndIsToldOnce) {
         other[at] = static_cast<char>(other[at] ^ 0x21);
         write(other);
         const auto capture = Capture::load(path, false, problems);
-        LibraryMessages messages(false);
-        const auto stage = capture->makeStage(messages.subjectSetter());
+        Diagnostics diagnostics(false);
+        const auto stage = capture->makeStage();
         const auto player = capture->makePlayer(*stage);
         player->start();
         player->advance(player->end());
         EXPECT_TRUE(std::isinf(player->nextChange(0)));
-        const auto told = messages.take();
+        const auto told = diagnostics.take();
         const bool inMark = at >= all.size() - 21; // then the file counts as truncated
         EXPECT_EQ(
             std::count_if(

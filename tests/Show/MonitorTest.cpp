@@ -218,8 +218,27 @@ TEST(MonitorStatus, ManyConnectionsComeInPiecesWithoutLossOrRepetition) {
         }
     }
     ends[3].counters.lastDrops.push_back({"a", 1, {}, "\xFF gone"});
+    struct Own : Orvel::Test::RecordingBackend {
+        using RecordingBackend::RecordingBackend;
+        [[nodiscard]] Orvel::BackendState state() const override {
+            Orvel::BackendState state;
+            state.working = false;
+            state.refusedEmitters = std::vector<int>(101, 7);
+            state.network = {true, 5, {}};
+            state.network->counters.connected = 3;
+            return state;
+        }
+    };
+    new Own(watched.world, nullptr);
     const json status = readAll(StatusJson(watched.monitor(), ends));
     EXPECT_EQ(status.at("backends").at(0).at("kind"), "monitor");
+    const json& own = status.at("backends").at(1); // an application's kind shows as the others do
+    EXPECT_EQ(own.at("working"), false);
+    EXPECT_EQ(own.at("refused"), 101);
+    EXPECT_EQ(own.at("refusedEmitters").size(), 100);
+    const auto read = readNetwork(watched.world);
+    ASSERT_EQ(read.size(), 1);
+    EXPECT_EQ(read[0].counters.connected, 3);
     std::vector<std::string> found;
     for (std::size_t i = 0; i < ends.size(); ++i) {
         for (const json& connection : status.at("network").at(i).at("connections")) {

@@ -214,7 +214,7 @@ std::unique_ptr<URLImpl::File> URLRemote::fetch() const {
         }
         return download(text());
     } catch (const std::runtime_error& reason) {
-        throw Exception("Cannot fetch \"" + text() + "\": " + reason.what());
+        throw Exception("Cannot fetch \"" + text() + "\": " + reason.what(), reason.what());
     }
 }
 

@@ -27,8 +27,9 @@ std::array<Kind, 6>& kinds() {
 
 void report(Kind& kind, bool final) {
     if (const auto count = kind.limit.takeLeftOut(final); count != 0) {
-        ORVEL_LOG(
-            Warning, "%llu more lines of this kind were suppressed: %s\n",
+        ORVEL_REPORT(
+            Warning, about(Diagnostic::Code::LeftOut),
+            "%llu more lines of this kind were suppressed: %s\n",
             static_cast<unsigned long long>(count), kind.text);
     }
 }

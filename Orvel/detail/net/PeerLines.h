@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 
 namespace Orvel::detail {
 
@@ -17,11 +17,11 @@ void reportPeerLinesLeftOut(bool final = false);
 
 } // namespace Orvel::detail
 
-/// ORVEL_LOG for a line that peers can cause.
-#define ORVEL_LOG_PEER(kind, level, ...)                                                           \
+/// ORVEL_REPORT for what peers can cause.
+#define ORVEL_REPORT_PEER(kind, level, diagnostic, ...)                                            \
     do {                                                                                           \
-        if (::Orvel::detail::logPasses(::Orvel::Log::Level::level) &&                              \
+        if (::Orvel::detail::isReported(::Orvel::Log::Level::level) &&                             \
             ::Orvel::detail::admitPeerLine(::Orvel::detail::PeerLine::kind)) {                     \
-            ORVEL_LOG(level, __VA_ARGS__);                                                         \
+            ORVEL_REPORT(level, diagnostic, __VA_ARGS__);                                          \
         }                                                                                          \
     } while (false)

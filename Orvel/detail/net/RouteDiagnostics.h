@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Corvid/MultiCommunicator.h>
-#include <Orvel/detail/LogLine.h>
+#include <Orvel/detail/Report.h>
 
 #include <string>
 
@@ -12,9 +12,13 @@ namespace Orvel::detail {
 inline Corvid::MultiCommunicator::Diagnostic routeDiagnostics(const char* who) {
     return [who](Corvid::MultiCommunicator::Severity severity, const std::string& text) {
         if (severity == Corvid::MultiCommunicator::Severity::Notice) {
-            ORVEL_LOG(Notice, "%s: %s\n", who, text.c_str());
+            ORVEL_REPORT(
+                Notice, about(Diagnostic::Code::Network, {}, {}, text), "%s: %s\n", who,
+                text.c_str());
         } else {
-            ORVEL_LOG(Warning, "%s: %s\n", who, text.c_str());
+            ORVEL_REPORT(
+                Warning, about(Diagnostic::Code::Network, {}, {}, text), "%s: %s\n", who,
+                text.c_str());
         }
     };
 }
@@ -23,8 +27,9 @@ inline Corvid::MultiCommunicator::Diagnostic routeDiagnostics(const char* who) {
 /// as a line of `who`.
 inline auto routeFailure(const char* who) {
     return [who](const std::string& reason) {
-        ORVEL_LOG(
-            Fatal, "%s: the receive thread has failed and stopped: %s\n", who, reason.c_str());
+        ORVEL_REPORT(
+            Fatal, about(Diagnostic::Code::Thread, {}, {}, reason),
+            "%s: the receive thread has failed and stopped: %s\n", who, reason.c_str());
     };
 }
 

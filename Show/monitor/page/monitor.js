@@ -733,9 +733,14 @@ byId('emitters').addEventListener('click', (event) => {
 byId('filter').addEventListener('input', fillTables);
 
 function fillBackends() {
-  fill(byId('backends'), [['kind', ''], ['works', ''], ['labels', 'long']],
-    status.backends.map((backend) => [backend.kind,
+  fill(byId('backends'), [['kind', ''], ['works', ''], ['device', 'long'], ['voices', n],
+    ['refused', n], ['labels', 'long']],
+  status.backends.map((backend) => [backend.kind,
       backend.working && backend.enabled ? 'yes' : ['no', 'bad'],
+      backend.device,
+      backend.voicesAllowed > 0
+        ? `${count(backend.voicesUsed)} of ${count(backend.voicesAllowed)}` : '',
+      backend.refused > 0 ? [count(backend.refused), 'bad'] : '',
       backend.labels.join(', ') || 'none: every emitter']));
 }
 

@@ -2,10 +2,12 @@
 
 #include "commands/Command.h"
 #include "commands/Kinds.h"
+#include "process/HiddenStandardError.h"
 #include <Show/detail/DidYouMean.h>
 
 #include <Config/ParamLine.h>
-#include <Orvel/OALBackend.h>
+#include <Orvel/Backend.h>
+#include <Orvel/BackendState.h>
 
 #include <algorithm>
 #include <optional>
@@ -99,15 +101,15 @@ bool BackendOption::read(
     return true;
 }
 
-bool addWeb(Orvel::World& world, LibraryMessages& messages) {
-    const std::size_t before = messages.lost();
+bool addWeb(Orvel::World& world, Diagnostics& diagnostics) {
+    const std::size_t before = diagnostics.lost();
     world.addBackend("web", "");
-    messages.tell();
-    return messages.lost() == before;
+    diagnostics.report();
+    return diagnostics.lost() == before;
 }
 
 bool addBackends(
-    Orvel::World& world, LibraryMessages& messages,
+    Orvel::World& world, Diagnostics& diagnostics,
     const std::vector<BackendOption::Choice>& choices, const std::string& advice, bool verbose) {
     bool heard = false;
     bool seen = false;
@@ -121,14 +123,14 @@ bool addBackends(
             }
             backend = world.addBackend(choice.kind.c_str(), choice.params.c_str());
         }
-        const auto* openAl = dynamic_cast<const Orvel::OALBackend*>(backend);
-        if (openAl != nullptr && !openAl->working()) {
+        const bool working = backend != nullptr && backend->state().working;
+        if (backend != nullptr && !working && !isForLooking(choice.kind)) {
             // Replaced by our own message below.
-            messages.drop();
+            diagnostics.drop();
             deviceMissing = true;
         } else {
-            messages.tell();
-            (isForLooking(choice.kind) ? seen : heard) |= backend != nullptr;
+            diagnostics.report();
+            (isForLooking(choice.kind) ? seen : heard) |= working;
         }
     }
     if (deviceMissing) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "process/LibraryMessages.h"
+#include "process/Diagnostics.h"
 
 #include <Orvel/World.h>
 
@@ -36,12 +36,12 @@ private:
 };
 
 /// Adds the back end of --web. Reports problems; returns false if it cannot serve.
-bool addWeb(Orvel::World& world, LibraryMessages& messages);
+bool addWeb(Orvel::World& world, Diagnostics& diagnostics);
 
 /// Adds back ends to a world and reports problems. Returns false if nothing would play; `advice` is
 /// the message's suggestion when there is no sound device.
 bool addBackends(
-    Orvel::World& world, LibraryMessages& messages,
+    Orvel::World& world, Diagnostics& diagnostics,
     const std::vector<BackendOption::Choice>& choices, const std::string& advice, bool verbose);
 
 } // namespace OrvelTool

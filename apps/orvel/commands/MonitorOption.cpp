@@ -4,7 +4,8 @@
 #include "process/Complaint.h"
 #include <Show/monitor/MonitorBackend.h>
 
-#include <Orvel/WebBackend.h>
+#include <Orvel/BackendState.h>
+#include <Orvel/BackendType.h>
 
 #include <algorithm>
 
@@ -66,11 +67,12 @@ void MonitorOption::addTo(std::vector<BackendOption::Choice>& choices) const {
 
 bool announceMonitors(const Orvel::World& world) {
     bool good = true;
-    for (const Orvel::Backend* backend : world.backends()) {
-        if (const auto* monitor = dynamic_cast<const Show::MonitorBackend*>(backend)) {
-            good = good && monitor->isOpen();
-            if (monitor->isOpen()) {
-                complain("the monitor is at " + monitor->url());
+    for (Orvel::Backend* backend : world.backends()) {
+        if (backend->type() == &Show::MonitorBackend::_type) {
+            const Orvel::BackendState state = backend->state();
+            good = good && state.working;
+            if (state.working) {
+                complain("the monitor is at " + state.page);
             }
         }
     }
@@ -79,11 +81,9 @@ bool announceMonitors(const Orvel::World& world) {
 
 std::vector<Corvid::PolledWebServer*> webServers(const Orvel::World& world) {
     std::vector<Corvid::PolledWebServer*> servers;
-    for (Orvel::Backend* backend : world.backends()) {
-        if (auto* monitor = dynamic_cast<Show::MonitorBackend*>(backend)) {
-            servers.push_back(&monitor->server());
-        } else if (const auto* web = dynamic_cast<Orvel::WebBackend*>(backend)) {
-            servers.push_back(web->webServer());
+    for (const Orvel::Backend* backend : world.backends()) {
+        if (auto* server = backend->state().webServer) {
+            servers.push_back(server);
         }
     }
     return servers;

@@ -1,7 +1,7 @@
 #include "commands/PlayCommand.h"
 
 #include "network/RemoteServers.h"
-#include "process/LibraryMessages.h"
+#include "process/Diagnostics.h"
 #include "process/ShortPeriods.h"
 #include "process/StopSignals.h"
 #include <Show/capture/Capture.h>
@@ -130,11 +130,11 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
 
 bool PlayCommand::addAll(
     const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
-    LibraryMessages& messages) const {
+    Diagnostics& diagnostics) const {
     const std::string advice =
         "to render the scene to a file: orvel render " + scenePath_ + " OUT.wav";
     if (from_ <= 0.0) {
-        return addBackends(stage, messages, choices, advice, verbose_);
+        return addBackends(stage, diagnostics, choices, advice, verbose_);
     }
     // Monitors are added first, since they learn the names of sounds as these are set. The others
     // are added once the scene has reached its time, so that nothing is heard before.
@@ -143,10 +143,10 @@ bool PlayCommand::addAll(
     for (const BackendOption::Choice& choice : choices) {
         (choice.kind == "monitor" ? monitors : others).push_back(choice);
     }
-    const bool seen = addBackends(stage, messages, monitors, advice, verbose_);
+    const bool seen = addBackends(stage, diagnostics, monitors, advice, verbose_);
     skipTo(from_, player, stage);
     const bool heard =
-        others.empty() ? seen : addBackends(stage, messages, others, advice, verbose_);
+        others.empty() ? seen : addBackends(stage, diagnostics, others, advice, verbose_);
     for (const auto& [id, emitter] : stage.emitters()) {
         emitter->setStartOffset(0.0);
     }
@@ -165,15 +165,15 @@ int PlayCommand::run() {
         return kFailure;
     }
     network_.restrictInterfaces();
-    LibraryMessages messages(verbose_);
-    const auto made = what->makeStage(messages.subjectSetter());
+    Diagnostics diagnostics(verbose_, Show::PartNames(what->sources()));
+    const auto made = what->makeStage();
     Show::Stage& stage = *made;
     std::optional<ShortPeriods> shortPeriods;
     if (loop_) {
         shortPeriods.emplace();
     }
     const auto player = what->makePlayer(stage);
-    if (!addAll(choices, *player, stage, messages) || !announceMonitors(stage)) {
+    if (!addAll(choices, *player, stage, diagnostics) || !announceMonitors(stage)) {
         return kFailure;
     }
     network_.limitClients(stage);
@@ -181,7 +181,7 @@ int PlayCommand::run() {
         complain(tooLate(player->end()));
         return kWrongUse;
     }
-    if (backends_.web() && !addWeb(stage, messages)) {
+    if (backends_.web() && !addWeb(stage, diagnostics)) {
         return kFailure;
     }
     const auto loop = std::make_shared<Corvid::Loop>();
@@ -195,16 +195,16 @@ int PlayCommand::run() {
             return kFailure;
         }
     }
-    const bool alone = play(*player, stage, osc.get(), *loop, messages);
+    const bool alone = play(*player, stage, osc.get(), *loop, diagnostics);
     if (osc != nullptr) {
         osc->finish();
     }
-    return alone && messages.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
+    return alone && diagnostics.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
 }
 
 bool PlayCommand::play(
     Show::Player& player, Show::Stage& stage, Show::OscServer* osc, Corvid::Loop& loop,
-    LibraryMessages& messages) {
+    Diagnostics& diagnostics) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(stage, servers_, wait_);
@@ -219,7 +219,7 @@ bool PlayCommand::play(
     const auto limit =
         seconds_ > 0.0 ? Clock::now() + duration(seconds_) : Clock::time_point::max();
     auto begin = Clock::now() - duration(from_); // of the round
-    messages.tell();
+    diagnostics.report();
     // With OSC the scene has no end of its own.
     const bool endless = osc != nullptr && !loop_;
     const auto endOf = [&] {
@@ -252,7 +252,7 @@ bool PlayCommand::play(
         }
         stage.update();
         servers.look();
-        messages.tell();
+        diagnostics.report();
         if (stage.takeNewDurations()) {
             end = endOf();
         }

@@ -26,11 +26,11 @@ private:
     /// nothing would play.
     bool addAll(
         const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
-        LibraryMessages& messages) const;
+        Diagnostics& diagnostics) const;
     /// Returns false if another player drove a server, so that this one was not heard there.
     bool play(
         Show::Player& player, Show::Stage& stage, Show::OscServer* osc, Corvid::Loop& loop,
-        LibraryMessages& messages);
+        Diagnostics& diagnostics);
 
     BackendOption backends_;
     MonitorOption monitor_;

@@ -1,7 +1,7 @@
 #include "commands/RenderCommand.h"
 
 #include "commands/OutputGuard.h"
-#include "process/LibraryMessages.h"
+#include "process/Diagnostics.h"
 #include "process/Progress.h"
 #include "process/StopSignals.h"
 #include <Show/capture/Capture.h>
@@ -117,9 +117,9 @@ int RenderCommand::render(const Show::Playable& what) {
     // OpenAL probes the sound drivers even for offline rendering, which may start a sound server.
     // No other thread runs yet that could read the environment.
     setenv("ALSOFT_DRIVERS", "null", 1); // NOLINT(concurrency-mt-unsafe)
-    LibraryMessages messages(verbose_);
-    Show::OfflineRenderer renderer(what, messages.subjectSetter(), rate_);
-    messages.tell();
+    Diagnostics diagnostics(verbose_, Show::PartNames(what.sources()));
+    Show::OfflineRenderer renderer(what, rate_);
+    diagnostics.report();
     if (!renderer.working()) {
         complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
         return kFailure;
@@ -178,18 +178,18 @@ int RenderCommand::render(const Show::Playable& what) {
             }
         }
         progress.show(renderer.seconds() / end);
-        if (messages.pending()) {
+        if (diagnostics.pending()) {
             progress.clear();
-            messages.tell();
+            diagnostics.report();
         }
     }
     progress.clear();
-    messages.tell();
+    diagnostics.report();
     writer.finish();
     const std::chrono::duration<double> taken = Clock::now() - begin;
     const Result result{
         static_cast<double>(perSecond.frames()) / rate_, taken.count(), writer.clipped(),
-        messages.lost(), perSecond};
+        diagnostics.lost(), perSecond};
     if (!plot_.empty()) {
         Show::OutputFile picture(plot_);
         picture.write(Show::drawScene(*what.scene(), &forPlot));

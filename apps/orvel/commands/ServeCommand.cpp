@@ -135,8 +135,8 @@ int ServeCommand::run() {
              [&choices] {
                  const bool there = choices.empty() || worksElsewhere([&choices] {
                                         Orvel::World world;
-                                        LibraryMessages messages(false);
-                                        return addBackends(world, messages, choices, "", false);
+                                        Diagnostics diagnostics(false);
+                                        return addBackends(world, diagnostics, choices, "", false);
                                     });
                  return std::string(there ? "" : "a sound device that opens");
              }})) {
@@ -155,9 +155,9 @@ int ServeCommand::run() {
     }
     const std::string text = capturePath_.empty() ? "" : sceneText(scenePath_);
     network_.restrictInterfaces();
-    LibraryMessages messages(verbose_);
-    Show::SoundServer server(*bank, messages.subjectSetter(), tcpPort_);
-    messages.tell();
+    Diagnostics diagnostics(verbose_, Show::PartNames(bank->scene));
+    Show::SoundServer server(*bank, tcpPort_);
+    diagnostics.report();
     if (server.multiServer().port() == 0) {
         complain("cannot serve; see above");
         return kFailure;
@@ -185,7 +185,7 @@ int ServeCommand::run() {
     if (!output_.empty()) {
         loopback = dynamic_cast<Orvel::OALLoopbackBackend*>(
             server.addBackend("loopback", kRecordingParams));
-        messages.tell();
+        diagnostics.report();
         if (loopback == nullptr || !loopback->working()) {
             complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
             return kFailure;
@@ -193,16 +193,16 @@ int ServeCommand::run() {
     }
     if (!choices.empty() &&
         !addBackends(
-            server, messages, choices,
+            server, diagnostics, choices,
             "to write the output to a file: orvel serve --render OUT.wav", verbose_)) {
         return kFailure;
     }
-    if (!announceMonitors(server) || (backends_.web() && !addWeb(server, messages))) {
+    if (!announceMonitors(server) || (backends_.web() && !addWeb(server, diagnostics))) {
         return kFailure;
     }
     server.fill();
-    messages.tell();
-    if (messages.lost() != 0) {
+    diagnostics.report();
+    if (diagnostics.lost() != 0) {
         return kFailure;
     }
 
@@ -231,7 +231,7 @@ int ServeCommand::run() {
     }
     const bool room = serve(
         server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, osc.get(), begin,
-        messages);
+        diagnostics);
     const bool captured = !capture || finish(*capture);
     if (recording) {
         recording->finish(
@@ -284,7 +284,7 @@ void ServeCommand::announce(const Show::SoundServer& server, DiscoveryWatch& dis
 
 bool ServeCommand::serve(
     Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
-    Show::OscServer* osc, Clock::time_point begin, LibraryMessages& messages) const {
+    Show::OscServer* osc, Clock::time_point begin, Diagnostics& diagnostics) const {
     const auto limit = seconds_ > 0.0 ? begin + std::chrono::duration_cast<Clock::duration>(
                                                     std::chrono::duration<double>(seconds_))
                                       : Clock::time_point::max();
@@ -344,7 +344,7 @@ bool ServeCommand::serve(
         if (const std::string missing = server.takeMissing(); !missing.empty()) {
             complain(missing);
         }
-        messages.tell();
+        diagnostics.report();
         if (capture != nullptr) {
             capture->flush();
         }

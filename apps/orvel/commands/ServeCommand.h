@@ -44,7 +44,7 @@ private:
     /// Serves until it is stopped. Returns false if the recording is full.
     bool serve(
         Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
-        Show::OscServer* osc, Clock::time_point begin, LibraryMessages& messages) const;
+        Show::OscServer* osc, Clock::time_point begin, Diagnostics& diagnostics) const;
     void announce(const Show::SoundServer& server, DiscoveryWatch& discovery) const;
     /// Refuses outputs that would overwrite inputs, and reports it.
     [[nodiscard]] bool checkOutputs(const Show::Scene& bank) const;

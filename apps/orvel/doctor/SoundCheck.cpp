@@ -1,6 +1,6 @@
 #include "doctor/SoundCheck.h"
 
-#include "process/LibraryMessages.h"
+#include "process/HiddenStandardError.h"
 
 #include <Orvel/SoundFile.h>
 

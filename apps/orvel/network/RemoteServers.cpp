@@ -5,10 +5,10 @@
 #include <Show/player/PlayClock.h>
 
 #include <Corvid/MultiClient.h>
+#include <Orvel/BackendState.h>
 #include <Orvel/ClientBackend.h>
 #include <Orvel/DriverEvent.h>
 #include <Orvel/Emitter.h>
-#include <Orvel/OALBackend.h>
 #include <Orvel/Source.h>
 
 #include <algorithm>
@@ -41,7 +41,7 @@ RemoteServers::RemoteServers(
                 take(entry, event, server);
             });
         }
-        sounds_ = sounds_ || dynamic_cast<Orvel::OALBackend*>(backend) != nullptr;
+        sounds_ = sounds_ || !backend->state().device.empty();
     }
     if (!clients_.empty()) {
         clock_ = new Show::PlayClock(world); // the world deletes it

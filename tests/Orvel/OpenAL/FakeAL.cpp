@@ -90,6 +90,14 @@ ALCboolean alcCloseDevice(ALCdevice* device) {
     return ALC_TRUE;
 }
 
+const ALCchar* alcGetString(ALCdevice* /*device*/, ALCenum /*name*/) {
+    return "Fake";
+}
+
+void alcGetIntegerv(ALCdevice* /*device*/, ALCenum /*name*/, ALCsizei /*size*/, ALCint* values) {
+    *values = 256;
+}
+
 ALCcontext* alcCreateContext(ALCdevice* device, const ALCint* attributes) {
     const char* list = attributes == nullptr ? "null" : "some";
     return record("alcCreateContext", device->number, list) ? new ALCcontext : nullptr;

@@ -2,6 +2,7 @@
 #include "FakeAL.h"
 
 #include <Corvid/URLImpl.h>
+#include <Orvel/BackendState.h>
 #include <Orvel/OALLoopbackBackend.h>
 
 #include <cmath>
@@ -235,6 +236,29 @@ TEST(OALBackend, PartsThatWereNotMadeOrAreNotServedAreIgnored) {
     t.al.failing = "alGen";
     Emitter* unmade = t.world.createEmitter({"a"});
     t.expect("alGenSources(1); alGetError()", "FATAL: Cannot create emitter\n" + kInjected);
+    // The same as a value, and how the back end says it is.
+    std::vector<Diagnostic> diagnostics;
+    setDiagnosticSink([&](const Diagnostic& diagnostic) {
+        diagnostics.push_back(diagnostic);
+        return diagnostic.code == Diagnostic::Code::OpenAL;
+    });
+    Emitter* another = t.world.createEmitter({"a"}, 700);
+    setDiagnosticSink({});
+    t.expect("alGenSources(1); alGetError()", "");
+    ASSERT_EQ(diagnostics.size(), 1);
+    EXPECT_EQ(diagnostics[0].part.kind, Diagnostic::Part::Kind::Emitter);
+    EXPECT_EQ(diagnostics[0].part.id, 700);
+    EXPECT_EQ(diagnostics[0].text, "Cannot create emitter");
+    EXPECT_EQ(diagnostics[0].reason, "Invalid enum parameter value");
+    const BackendState state = t.world.backends().front()->state();
+    EXPECT_TRUE(state.working);
+    EXPECT_EQ(state.device, "Fake");
+    EXPECT_EQ(state.voicesUsed, 1);
+    EXPECT_EQ(state.voicesAllowed, 256);
+    EXPECT_EQ(state.failures, 2);
+    EXPECT_EQ(state.refusedEmitters, (std::vector{unmade->id(), 700}));
+    delete another;
+    EXPECT_EQ(t.world.backends().front()->state().refusedEmitters.size(), 1);
     t.source = t.world.createSource();
     t.expect("alGenBuffers(1); alGetError()", "FATAL: Cannot create source\n" + kInjected);
     for (Emitter* emitter : {unserved, unmade}) {

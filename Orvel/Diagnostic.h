@@ -1,0 +1,82 @@
+#pragma once
+
+#include <Orvel/Log.h>
+
+#include <functional>
+#include <source_location>
+#include <string>
+
+#include <orvel_export.h>
+
+namespace Orvel {
+
+class Emitter;
+class Source;
+
+/// One thing that went wrong, as a value. Its rendering in the log is one or more lines.
+struct Diagnostic {
+    enum class Code {
+        Other,         ///< of an application, or of a library above this one
+        Misuse,        ///< a call that makes no sense, such as creating a part with an id in use
+        Parameter,     ///< a back end does not use a parameter; subject: its name
+        UnknownKind,   ///< a back end's kind is unknown, or registered twice; subject: the kind
+        NoDevice,      ///< no sound device, or it refuses a context; the back end stays inert
+        OpenAL,        ///< OpenAL refuses an operation; text: the operation
+        CannotFetch,   ///< subject: the URL
+        CannotPlay,    ///< a sound in no format that a back end plays; subject: its URL, if any
+        File,          ///< a file of sample data cannot be read or written; subject: its name
+        SoundNotSent,  ///< a client back end sends no sounds: servers have their own
+        LostPeer,      ///< a connection has ended
+        InvalidEvent,  ///< a peer has sent an event that makes no sense here
+        UnknownSource, ///< a server reports on a source that only it has
+        NotDriving,    ///< another client drives the server; subject: the server
+        Network,       ///< listening, searching, connecting, or a peer that is refused
+        WebServer,     ///< a web server cannot listen, or refuses a request
+        Thread,        ///< a thread cannot start, or has failed; nothing is received
+        LeftOut,       ///< diagnostics that peers cause were too many; text: how many
+        Loading,       ///< no failure: a back end begins to load a sound; subject: its URL
+        SoundSet,      ///< no failure: a source was given samples
+        ReceiveEnded,  ///< no failure: a client back end's thread has ended
+    };
+
+    /// The part of the scene that it concerns.
+    struct Part {
+        enum class Kind { None, Source, Emitter };
+
+        Part() = default;
+        ORVEL_EXPORT Part(const Source& source);   // NOLINT(google-explicit-constructor)
+        ORVEL_EXPORT Part(const Emitter& emitter); // NOLINT(google-explicit-constructor)
+
+        Kind kind = Kind::None;
+        int id = 0;
+    };
+
+    Code code = Code::Other;
+    /// The severity. Fatal: something is not done, so that it is not heard, sent or received.
+    Log::Level level = Log::Level::Warning;
+    Part part{};
+    std::string subject{}; ///< see Code; may be empty
+    std::string reason{};  ///< the cause, where it is known apart from the text; may be empty
+    std::string text{};    ///< one sentence, as in the log, without header and line end
+};
+
+/// Takes the process's diagnostics. Returns whether it has dealt with one; otherwise the library
+/// writes the lines for it, to the log or to the standard stream that has always had them.
+using DiagnosticSink = std::function<bool(const Diagnostic& diagnostic)>;
+
+/// Installs the process's sink; an empty one, the default, leaves everything to the log. The sink
+/// gets every diagnostic, whatever the log's level and filter are; those that peers cause are
+/// limited as their log lines are (docs/limits.md).
+///
+/// Synchronised. The sink is called on the thread that reports, with the log's lock held, and never
+/// again once this call has replaced it; so it must not wait for another thread that reports. What
+/// it reports itself goes to the log. A diagnostic at which it throws counts as not dealt with.
+ORVEL_EXPORT void setDiagnosticSink(DiagnosticSink sink);
+
+/// Hands a diagnostic to the sink. Unless that deals with it, writes its text to the log, as a line
+/// of `module`. For back ends and hosts. Synchronised; never throws.
+ORVEL_EXPORT void report(
+    const Diagnostic& diagnostic, const char* module = LogModuleName,
+    const std::source_location& where = std::source_location::current()) noexcept;
+
+} // namespace Orvel

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <Show/scene/PartNames.h>
+
+#include <Orvel/Diagnostic.h>
+
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace OrvelTool {
+
+/// The process's diagnostic sink, for as long as it lives: turns what the libraries report into
+/// messages for the tool's user, "orvel: ...". With `verbose`, the log's lines are written to
+/// standard error as well, as they come; without it only lines of the level Log, and those that are
+/// no diagnostics.
+///
+/// One at a time. Confined to one thread; the libraries may report on others as well.
+class Diagnostics {
+public:
+    static constexpr std::size_t kMaxMessages = 1000;
+
+    /// `names` are for the parts that messages are about.
+    explicit Diagnostics(bool verbose, Show::PartNames names = {});
+    Diagnostics(const Diagnostics&) = delete;
+    Diagnostics& operator=(const Diagnostics&) = delete;
+    ~Diagnostics();
+
+    /// The messages since the last call, each text once in this object's life, and no more than
+    /// kMaxMessages: strangers on the network cause some of them.
+    std::vector<std::string> take();
+    /// Writes them to standard error. False if there are none.
+    bool report();
+    /// Whether take() would look at any.
+    [[nodiscard]] bool pending() const;
+    /// Forgets the messages since the last take().
+    void drop();
+
+    /// How many different messages were about something that is not heard as the scene wants it.
+    [[nodiscard]] std::size_t lost() const noexcept { return lost_; }
+
+private:
+    struct Message {
+        std::string text;
+        bool lost = false;
+    };
+
+    /// False if the log is to write its lines for it as well.
+    bool add(const Orvel::Diagnostic& diagnostic);
+    void write(Orvel::Log::Level level, std::string_view line) const;
+
+    const bool verbose_;
+    const Show::PartNames names_;
+    std::vector<Message> messages_;  // guarded by the log's lock
+    std::set<std::string> reported_; // texts
+    std::size_t lost_ = 0;
+    const unsigned formerHeader_;
+    const Orvel::Log::Level formerLevel_;
+};
+
+} // namespace OrvelTool
