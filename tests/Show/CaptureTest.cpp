@@ -206,7 +206,7 @@ TEST_F(Captures, AFileThatIsCutAnywherePlaysUpToTheCut) {
         const auto capture = Capture::load(path, false, problems);
         ASSERT_NE(capture, nullptr);
         ASSERT_EQ(problems.size(), 1);
-        EXPECT_NE(problems[0].str().find("is cut"), std::string::npos) << problems[0].str();
+        EXPECT_NE(problems[0].str().find("is truncated"), std::string::npos) << problems[0].str();
         problems.clear();
         Diagnostics diagnostics(false);
         const auto stage = capture->makeStage();

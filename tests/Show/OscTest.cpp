@@ -199,10 +199,10 @@ TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
              {message("/orvel/source/1/pitch", {0}), "pitch above 0"},
              {message("/adm/obj/13/gain", {1}), "there is no emitter 13"},
              {message("/adm/obj/11/gain", {}, "loud"), "found a text"},
-             {message("/adm/obj/11/gains", {1}), "no path that is known"},
-             {message("/\x1b[2J\n", {}), "/?[2J?: is no path"},
-             {"/", "no message of Open Sound Control"},
-             {{}, "no message of Open Sound Control"}}) {
+             {message("/adm/obj/11/gains", {1}), "unknown path"},
+             {message("/\x1b[2J\n", {}), "/?[2J?: unknown path"},
+             {"/", "not a message of Open Sound Control"},
+             {{}, "not a message of Open Sound Control"}}) {
         const std::string wrong = scene.take(bytes(packet));
         EXPECT_NE(wrong.find(expected), std::string::npos) << wrong;
     }

@@ -70,7 +70,7 @@ class Capture(RemoteCase):
         os.remove(self.path(bell))
         err = self.run_tool("play", "s.orvelrec", "--backend", "silent", code=1)[1]
         self.assertRegex(err, r"bank\.json:\d+: sources\[1\]\.file: .*be\\xc2\\x9bll\.wav.*does not exist")
-        self.assertEqual(err.count("is cut"), 1)
+        self.assertEqual(err.count("is truncated"), 1)
         # A capture is untrusted, so nothing is fetched because of it.
         self.run_tool("render", "s.orvelrec", "o.wav", code=1)
         self.assertTrue(any(channels(self.path("o.wav"))[0]))

@@ -102,7 +102,7 @@ class Remote(RemoteCase):
         rounds = [i for i, s in enumerate(samples) if s and not any(samples[max(0, i - 441):i])]
         self.assertEqual(len(rounds), 4, rounds)
         # Only missing sources are reported, once.
-        self.assertEqual(self.read("serve.log").count("not here: 5;"), 1)
+        self.assertEqual(self.read("serve.log").count("missing sources: 5;"), 1)
         self.assertNotIn("invalid", self.read("serve.log"))
 
     def test_one_player_drives_at_a_time(self):
