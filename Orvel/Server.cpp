@@ -223,6 +223,9 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
             LostPeer, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
             "Orvel::Server dropping a client because its event failed\n");
     }
+    if (observer_ != nullptr) {
+        observer_->lost(client->counters().peer);
+    }
     clientLost(*client);
     multiServer_->removeCommunicator(client);
     client->close();
@@ -237,6 +240,9 @@ bool Server::takeEvent(Corvid::Communicator* client) {
         return false;
     }
     const std::unique_ptr<Corvid::Event> event(received);
+    if (observer_ != nullptr) {
+        observer_->received(*event, client->counters().peer);
+    }
     if (interceptEvent(*event, *client)) {
         return true;
     }

@@ -77,6 +77,24 @@ public:
     /// The connections: port, counters, settings. Lives as long as this server.
     [[nodiscard]] Corvid::MultiServer& multiServer() const noexcept { return *multiServer_; }
 
+    /// Sees what clients do, for recordings and statistics. Called on the thread that receives; the
+    /// server must not be destroyed meanwhile.
+    class ORVEL_EXPORT Observer {
+    public:
+        Observer() = default;
+        Observer(const Observer&) = delete;
+        Observer& operator=(const Observer&) = delete;
+        virtual ~Observer() = default;
+
+        /// An event from a client ("address:port") has arrived whole and is applied next.
+        virtual void received(Corvid::Event& event, const std::string& client) = 0;
+        /// A client is gone.
+        virtual void lost(const std::string& client) = 0;
+    };
+    /// Has an observer see every event; null ends that. It must outlive its use. At a moment when
+    /// nothing is received.
+    void setObserver(Observer* observer) noexcept { observer_ = observer; }
+
     /// Starts the receive thread.
     void run();
     /// Stops the receive thread, if there is one, and waits for it; do not call it on that thread.
@@ -129,7 +147,8 @@ private:
     std::atomic<std::int64_t> receivedEvents_ = 0;
     std::atomic<bool> stopping_ = false;
     std::unique_ptr<Vessa::Thread> thread_;
-    std::string dataDir_; // empty: the current directory
+    Observer* observer_ = nullptr; // not owned
+    std::string dataDir_;          // empty: the current directory
 };
 
 } // namespace Orvel

@@ -15,6 +15,7 @@
 #include <Orvel/Source.h>
 #include <Orvel/Version.h>
 #include <Orvel/World.h>
+#include <Orvel/detail/CCalls.h>
 #include <Orvel/detail/SplitList.h>
 
 #include <algorithm>
@@ -50,52 +51,10 @@ thread_local std::string kindList;
 thread_local std::string deviceName;
 thread_local std::string pageUrl;
 
-/// An invalid call; its text becomes the last error.
-class Refusal : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-void remember(const char* function, const char* reason) noexcept {
-    try {
-        lastError = std::string(function) + ": " + reason;
-    } catch (...) {
-        lastError.clear(); // no memory for the text
-    }
-}
-
-/// Runs the body of an interface function. Returns its result, or `failure` with the error stored
-/// if it throws.
-template <class Result, class Body>
-Result guarded(const char* function, Result failure, Body body) noexcept {
-    try {
-        return body();
-    } catch (const std::bad_alloc&) {
-        remember(function, "out of memory");
-    } catch (const std::exception& fault) {
-        remember(function, fault.what());
-    } catch (...) {
-        remember(function, "unknown exception");
-    }
-    return failure;
-}
-
-/// The same for functions that return only success or failure.
-template <class Body>
-bool done(const char* function, Body body) noexcept {
-    return guarded(function, false, [&] {
-        body();
-        return true;
-    });
-}
-
-template <class Pointer>
-Pointer need(Pointer pointer, const char* what) {
-    if (pointer == nullptr) {
-        throw Refusal(std::string(what) + " is null; did its creation succeed?");
-    }
-    return pointer;
-}
+using Orvel::detail::done;
+using Orvel::detail::guarded;
+using Orvel::detail::need;
+using Orvel::detail::Refusal;
 
 /// A server that notifies its owner of resets. The owner creates the sources: clients only start
 /// and stop using them.
@@ -225,6 +184,14 @@ const char* orvel_version(void) {
 
 const char* orvel_last_error(void) {
     return lastError.c_str();
+}
+
+void orvel_set_last_error(const char* text) {
+    try {
+        lastError = text == nullptr ? "" : text;
+    } catch (...) {
+        lastError.clear(); // no memory for the text
+    }
 }
 
 bool orvel_log_set_callback(orvel_log_callback callback, void* user) {

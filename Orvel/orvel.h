@@ -67,6 +67,9 @@ ORVEL_EXPORT const char* orvel_version(void);
 /// A sentence about the latest failure on this thread; empty before the first. Never null. Success
 /// does not change it.
 ORVEL_EXPORT const char* orvel_last_error(void);
+/// Sets that text, which is copied; null is an empty one. For libraries that are built on this one
+/// and report in the same way.
+ORVEL_EXPORT void orvel_set_last_error(const char* text);
 
 // The log
 

@@ -1,5 +1,5 @@
 # Installation: the library with its headers in one folder, package files for CMake and pkg-config,
-# and the tool. Components: runtime, development, tool.
+# and the tool. Components: runtime, show, development, tool.
 include(CMakePackageConfigHelpers)
 
 set(orvel_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Orvel")
@@ -15,6 +15,22 @@ install(EXPORT OrvelTargets
     NAMESPACE Orvel::
     DESTINATION ${orvel_cmake_dir}
     COMPONENT development)
+if(TARGET orvel_show)
+    install(TARGETS orvel_show
+        EXPORT OrvelShowTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            COMPONENT show NAMELINK_COMPONENT development
+        FILE_SET HEADERS DESTINATION ${orvel_header_dir} COMPONENT development
+        FILE_SET generated_headers DESTINATION ${orvel_header_dir} COMPONENT development)
+    install(EXPORT OrvelShowTargets
+        NAMESPACE Orvel::
+        DESTINATION ${orvel_cmake_dir}
+        COMPONENT development)
+    # It finds liborvel beside itself, wherever the prefix is; in /usr the system does.
+    if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set_target_properties(orvel_show PROPERTIES INSTALL_RPATH "$ORIGIN")
+    endif()
+endif()
 configure_package_config_file(
     "${CMAKE_CURRENT_LIST_DIR}/OrvelConfig.cmake.in" "${PROJECT_BINARY_DIR}/OrvelConfig.cmake"
     INSTALL_DESTINATION ${orvel_cmake_dir})
@@ -32,6 +48,12 @@ file(RELATIVE_PATH orvel_pc_prefix "/${orvel_pc_dir}" "/")
 configure_file("${CMAKE_CURRENT_LIST_DIR}/orvel.pc.in" "${PROJECT_BINARY_DIR}/orvel.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/orvel.pc"
     DESTINATION ${orvel_pc_dir} COMPONENT development)
+if(TARGET orvel_show)
+    configure_file(
+        "${CMAKE_CURRENT_LIST_DIR}/orvel-show.pc.in" "${PROJECT_BINARY_DIR}/orvel-show.pc" @ONLY)
+    install(FILES "${PROJECT_BINARY_DIR}/orvel-show.pc"
+        DESTINATION ${orvel_pc_dir} COMPONENT development)
+endif()
 
 if(TARGET orvel_cli)
     install(TARGETS orvel_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)

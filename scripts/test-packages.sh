@@ -89,10 +89,13 @@ grep -q '^EnvironmentFile=-/etc/default/orvel$' /usr/lib/systemd/system/orvel.se
 for page in orvel orvel-serve; do gzip -dc "/usr/share/man/man1/$page.1.gz" | grep -q '^\.Sh NAME'; done
 
 echo "-- other projects"
+$install ./liborvel-show0.1_*.deb >/dev/null
 $install ./liborvel-dev_*.deb g++ cmake ninja-build pkg-config >/dev/null
-cmake -G Ninja -S consumer -B built >/dev/null
+cmake -G Ninja -S consumer -B built -DEXAMPLES=/test/examples >/dev/null
 cmake --build built >/dev/null
 built/consumer
+ALSOFT_DRIVERS=null built/show_monitor /usr/share/orvel/scenes/first.json shown.wav | grep 'http://'
+[ -s shown.wav ]
 c++ -std=c++20 consumer/main.cpp -o by-pkg-config $(pkg-config --cflags --libs orvel)
 ./by-pkg-config
 $install alsa-utils >/dev/null # the recorded voices
@@ -102,8 +105,8 @@ cc -std=c11 -Wall -Wextra -pedantic -Werror examples/c_scene.c -o c_scene \
 [ "$(dpkg-query -W -f '${Version}' orvel | cut -d- -f1)" = "$(built/consumer --version)" ]
 
 echo "-- gone again"
-dpkg --verify orvel "$library" liborvel-dev
-apt-get purge -y -qq orvel "$library" liborvel-dev >/dev/null
+dpkg --verify orvel "$library" liborvel-show0.1 liborvel-dev
+apt-get purge -y -qq orvel "$library" liborvel-show0.1 liborvel-dev >/dev/null
 left=$(find /usr /etc /var/lib/systemd -iname '*orvel*' -not -path '/usr/share/doc/*' 2>/dev/null || true)
 if [ -n "$left" ]; then
     echo "left behind: $left" >&2

@@ -94,17 +94,16 @@ Capture::load(const std::string& path, bool fetch, std::vector<Problem>& problem
 }
 
 std::unique_ptr<Stage> Capture::makeStage() const {
-    return std::make_unique<ReplayStage>(bank_);
+    return std::make_unique<Stage>();
 }
 
-std::unique_ptr<Player> Capture::makePlayer(Stage& stage) const {
+std::unique_ptr<Player> Capture::makePlayer(Orvel::World& world) const {
     std::string fault;
     auto reader = CaptureReader::open(path_, fault);
     if (reader == nullptr) {
         throw std::runtime_error(path_ + ": " + fault); // it could be opened before
     }
-    return std::make_unique<ReplayPlayer>(
-        path_, std::move(reader), dynamic_cast<ReplayStage&>(stage));
+    return std::make_unique<ReplayPlayer>(path_, std::move(reader), bank_, world);
 }
 
 std::size_t Capture::emitters() const {

@@ -19,7 +19,7 @@ public:
     load(const std::string& path, bool fetch, std::vector<Problem>& problems);
 
     [[nodiscard]] std::unique_ptr<Stage> makeStage() const override;
-    [[nodiscard]] std::unique_ptr<Player> makePlayer(Stage& stage) const override;
+    [[nodiscard]] std::unique_ptr<Player> makePlayer(Orvel::World& world) const override;
     [[nodiscard]] std::size_t emitters() const override;
     [[nodiscard]] const Scene& sources() const override { return bank_.scene; }
     [[nodiscard]] bool incomplete() const override { return incomplete_; }

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <Show/detail/Report.h>
-#include <Show/server/EventTap.h>
+
+#include <Orvel/Server.h>
 
 #include <chrono>
 #include <cstdint>
@@ -15,7 +16,7 @@ namespace Show {
 /// The file is valid at any time. The recording stops, with a report, before it exceeds its limit
 /// and before the disk is full, since clients decide how much there is to record. Confined to one
 /// thread at a time.
-class CaptureWriter : public EventTap {
+class CaptureWriter : public Orvel::Server::Observer {
 public:
     /// Free space left on the disk: this many bytes, or a twentieth of a small disk.
     static constexpr std::uint64_t kMinFreeBytes = std::uint64_t{256} << 20U;

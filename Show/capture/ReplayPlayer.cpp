@@ -3,6 +3,7 @@
 #include <Corvid/Event.h>
 #include <Orvel/Diagnostic.h>
 #include <Orvel/Emitter.h>
+#include <Orvel/Server.h>
 #include <Orvel/Source.h>
 
 #include <algorithm>
@@ -21,22 +22,23 @@ double inSeconds(std::uint64_t microseconds) {
 } // namespace
 
 ReplayPlayer::ReplayPlayer(
-    std::string path, std::unique_ptr<CaptureReader> reader, ReplayStage& stage)
-    : path_(std::move(path)), reader_(std::move(reader)), stage_(stage) {}
+    std::string path, std::unique_ptr<CaptureReader> reader, const LoadedScene& bank,
+    Orvel::World& world)
+    : path_(std::move(path)), reader_(std::move(reader)), world_(world), session_(world, bank) {}
 
 void ReplayPlayer::start() {
     if (!std::exchange(fetched_, true)) {
-        for (const Problem& problem : stage_.session().fetch()) {
+        for (const Problem& problem : session_.fetch()) {
             warn(problem.str() + "; its sources stay silent");
         }
     }
-    stage_.session().forgetAll();
-    stage_.clearWorld();
-    stage_.setListenerTransform({}, {});
-    if (!stage_.enabled()) {
-        stage_.setEnabled(true);
+    session_.forgetAll();
+    world_.clearWorld();
+    world_.setListenerTransform({}, {});
+    if (!world_.enabled()) {
+        world_.setEnabled(true);
     }
-    stage_.session().fill();
+    session_.fill();
     clients_.clear();
     reader_->rewind();
     readNext();
@@ -58,7 +60,7 @@ void ReplayPlayer::advance(double seconds) {
         apply();
         readNext();
     }
-    if (const std::string missing = stage_.session().takeMissing(); !missing.empty()) {
+    if (const std::string missing = session_.takeMissing(); !missing.empty()) {
         warn("its clients asked for sources that the server did not have: " + missing);
     }
 }
@@ -70,7 +72,7 @@ void ReplayPlayer::apply() {
         client.assign(reinterpret_cast<const char*>(next_.data.data()), next_.data.size());
         break;
     case CaptureReader::Kind::Lost:
-        stage_.session().forget(client);
+        session_.forget(client);
         break;
     case CaptureReader::Kind::Event: {
         const auto length = static_cast<std::uint32_t>(next_.data.size());
@@ -83,9 +85,9 @@ void ReplayPlayer::apply() {
             warn("holds " + fault + ", which is skipped");
         } else if (auto* command = dynamic_cast<Orvel::CommandEvent*>(event.get());
                    command != nullptr &&
-                   !stage_.session().intercept(
+                   !session_.intercept(
                        *command, [&client] { return client; }, client == Session::kLocalInput)) {
-            Orvel::Server::applyEvent(stage_, command);
+            Orvel::Server::applyEvent(world_, command);
         }
         break;
     }

@@ -2,8 +2,9 @@
 
 #include <Show/capture/CaptureReader.h>
 #include <Show/player/Player.h>
-#include <Show/player/Stage.h>
 #include <Show/server/Session.h>
+
+#include <Orvel/World.h>
 
 #include <cstdint>
 #include <map>
@@ -13,25 +14,16 @@
 
 namespace Show {
 
-/// The world of a replayed session, with the rules of the recorded server.
-class ReplayStage : public Stage {
-public:
-    ReplayStage(const LoadedScene& bank) : session_(*this, bank) {}
-
-    [[nodiscard]] Session& session() noexcept { return session_; }
-
-private:
-    Session session_;
-};
-
 /// Replays a recorded session into a world, with the original timing, until the recording's end or
-/// the point where the file is truncated.
+/// the point where the file is truncated. The world gets the rules of the recorded server.
 ///
-/// The stage must outlive it. Confined to the world's thread.
+/// The bank and the world must outlive it. Confined to the world's thread.
 class ReplayPlayer : public Player {
 public:
     /// `path` is for messages.
-    ReplayPlayer(std::string path, std::unique_ptr<CaptureReader> reader, ReplayStage& stage);
+    ReplayPlayer(
+        std::string path, std::unique_ptr<CaptureReader> reader, const LoadedScene& bank,
+        Orvel::World& world);
 
     void start() override;
     void advance(double seconds) override;
@@ -48,7 +40,8 @@ private:
 
     std::string path_;
     std::unique_ptr<CaptureReader> reader_;
-    ReplayStage& stage_;
+    Orvel::World& world_;
+    Session session_;
     bool fetched_ = false;
     CaptureReader::Record next_;
     bool more_ = false;

@@ -20,8 +20,9 @@ public:
 
     /// Creates the world to play it in.
     [[nodiscard]] virtual std::unique_ptr<Stage> makeStage() const = 0;
-    /// Creates its player for a world of makeStage(), which must outlive it.
-    [[nodiscard]] virtual std::unique_ptr<Player> makePlayer(Stage& stage) const = 0;
+    /// Creates its player for a world, which must outlive the player. Throws std::runtime_error if
+    /// the file has gone since it was loaded.
+    [[nodiscard]] virtual std::unique_ptr<Player> makePlayer(Orvel::World& world) const = 0;
     /// The largest number of emitters.
     [[nodiscard]] virtual std::size_t emitters() const = 0;
     /// Its sources with their sounds.

@@ -18,8 +18,8 @@ public:
     [[nodiscard]] std::unique_ptr<Stage> makeStage() const override {
         return std::make_unique<Stage>();
     }
-    [[nodiscard]] std::unique_ptr<Player> makePlayer(Stage& stage) const override {
-        return std::make_unique<ScenePlayer>(loaded_->scene, loaded_->sounds, stage);
+    [[nodiscard]] std::unique_ptr<Player> makePlayer(Orvel::World& world) const override {
+        return std::make_unique<ScenePlayer>(loaded_->scene, loaded_->sounds, world);
     }
     [[nodiscard]] std::size_t emitters() const override { return countEmitters(loaded_->scene); }
     [[nodiscard]] const Scene& sources() const override { return loaded_->scene; }

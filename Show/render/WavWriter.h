@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/SampleFormat.h>
 #include <Show/detail/OutputFile.h>
 
 #include <cstdint>
@@ -10,12 +11,6 @@
 #include <vector>
 
 namespace Show {
-
-/// The sample format of a file.
-enum class SampleFormat {
-    s16, ///< 16-bit integers, rounded, clipped at full scale
-    f32, ///< 32-bit floats
-};
 
 /// Writes a stereo WAV file or stream, see OutputFile. The same samples give the same bytes.
 /// Confined to one thread at a time.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/Problem.h>
 #include <Show/scene/Scene.h>
 
 #include <iosfwd>
@@ -9,19 +10,6 @@
 #include <vector>
 
 namespace Show {
-
-/// A mistake in a scene file or in one of its sounds.
-struct Problem {
-    std::string file;  ///< the scene file, as given
-    int line = 0;      ///< from 1; 0 if it concerns the whole file
-    std::string field; ///< such as "emitters[0].gain"; may be empty
-    std::string text;  ///< the expected and the actual value
-    int column = 0;    ///< from 1 for JSON syntax errors; otherwise 0
-
-    /// One line: "scene.json:12: emitters[0].gain: expected ..., found ...". A column follows the
-    /// line: "scene.json:12:7: ...".
-    [[nodiscard]] std::string str() const;
-};
 
 /// Reads a scene file. Every mistake becomes a problem, sorted by line, at most kMaxProblems of
 /// them; the result is empty if and only if there are any. Only checks that sound files exist, see

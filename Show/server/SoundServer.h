@@ -1,7 +1,6 @@
 #pragma once
 
 #include <Show/player/Stage.h>
-#include <Show/server/EventTap.h>
 #include <Show/server/Session.h>
 
 #include <Orvel/DriverEvent.h>
@@ -38,8 +37,8 @@ public:
     void fill() { session_.fill(); }
     /// Whether the driver stays when another client begins. Set it before the first event.
     void setKeepPlayer(bool keep) { keepPlayer_ = keep; }
-    /// Sets a tap for all applied events; null removes it. The tap must outlive its use.
-    void setTap(EventTap* tap) { tap_ = tap; }
+    /// Sets an observer of all applied events; null removes it. It must outlive its use.
+    void setTap(Observer* tap) { tap_ = tap; }
     /// Applies received events, for about `atMost`.
     void serve(std::chrono::steady_clock::duration atMost);
     /// Applies an event of the local input, whoever drives. Returns false if it is invalid.
@@ -75,7 +74,7 @@ private:
 
     std::string path_; // of the scene
     Session session_;
-    EventTap* tap_ = nullptr; // not owned
+    Observer* tap_ = nullptr; // not owned
     bool keepPlayer_ = false;
     Corvid::Communicator* driver_ = nullptr; // null if no one drives
     std::uint64_t driverInstance_ = 0;

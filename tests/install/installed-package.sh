@@ -42,6 +42,18 @@ eval "${CC:-cc} -std=c11 -Wall -Wextra -pedantic -Werror \"$here/../../examples/
     -o \"$work/in-c\" $(pkg-config --cflags --libs orvel) -lm"
 LD_LIBRARY_PATH=$(dirname "$(find "$prefix" -name 'liborvel.so')") "$work/in-c" | tail -n 1
 
+if [ -n "$(find "$prefix" -name orvel-show.pc)" ]; then
+    ALSOFT_DRIVERS=null "$work/consumer/show_monitor" \
+        "$here/../../examples/scenes/first.json" "$work/out.wav" >"$work/show.log" &
+    until url=$(grep -o 'http://[^ ]*' "$work/show.log"); do
+        jobs %% >/dev/null 2>&1 || { cat "$work/show.log"; exit 1; }
+        sleep 0.05
+    done
+    curl -fsS --noproxy '*' --retry 3 "${url}api/scene" | grep -q '"emitters"'
+    wait %%
+    [ -s "$work/out.wav" ]
+fi
+
 if [ -x "$prefix/bin/orvel" ]; then
     "$prefix/bin/orvel" --version
     "$prefix/bin/orvel" check "$prefix/share/orvel/scenes/first.json"

@@ -8,7 +8,7 @@ nm=$1 library=$2 list=$3
 # Without addresses and kinds, which differ from build to build, and without the version's name, an
 # absolute symbol of the linker.
 symbols=$("$nm" -DC --defined-only "$library" | sed -E '/ A /d; s/^[0-9a-f]* +. //' | LC_ALL=C sort -u)
-foreign=$(grep -Ev '^(((typeinfo( name)?|vtable|VTT|(non-)?virtual thunk) (for |to ))?(Orvel|Corvid|Config|Vessa)::|orvel_[a-z_]+$)' <<<"$symbols" || true)
+foreign=$(grep -Ev '^(((typeinfo( name)?|vtable|VTT|(non-)?virtual thunk) (for |to ))?(Orvel|Corvid|Config|Vessa|Show)::|orvel_[a-z_]+$)' <<<"$symbols" || true)
 if [ -n "$foreign" ]; then
     echo "these symbols are exported and belong to none of our namespaces:"
     echo "$foreign"

@@ -5,8 +5,8 @@
 #include "process/ShortPeriods.h"
 #include "process/StopSignals.h"
 #include <Show/capture/Capture.h>
-#include <Show/player/PlayClock.h>
 #include <Show/player/ScenePlayer.h>
+#include <Show/player/skipTo.h>
 
 #include <algorithm>
 #include <chrono>
@@ -25,21 +25,6 @@ constexpr double kDeviceDelay = 0.1;
 constexpr double kShortestRound = 0.01;
 /// Time limit for OSC messages between two steps of the scene.
 constexpr std::chrono::milliseconds kLongestOsc{4};
-
-/// Starts a player and moves its world to a time at once. Sounds that are playing by then get the
-/// start offset they would have reached.
-void skipTo(double seconds, Show::Player& player, Show::Stage& stage) {
-    const auto clock = std::make_unique<Show::PlayClock>(stage);
-    player.start();
-    for (double now = 0.0; now < seconds;) {
-        now = std::min(player.nextChange(now), seconds);
-        clock->passTo(now, player.pitchRamps());
-        player.advance(now);
-    }
-    for (const auto& [id, emitter] : stage.emitters()) {
-        emitter->setStartOffset(clock->played(*emitter));
-    }
-}
 
 } // namespace
 
@@ -144,12 +129,10 @@ bool PlayCommand::addAll(
         (choice.kind == "monitor" ? monitors : others).push_back(choice);
     }
     const bool seen = addBackends(stage, diagnostics, monitors, advice, verbose_);
-    skipTo(from_, player, stage);
+    Show::skipTo(from_, player, stage);
     const bool heard =
         others.empty() ? seen : addBackends(stage, diagnostics, others, advice, verbose_);
-    for (const auto& [id, emitter] : stage.emitters()) {
-        emitter->setStartOffset(0.0);
-    }
+    Show::clearOffsets(stage);
     return heard;
 }
 

@@ -1,0 +1,98 @@
+#include <Show/OscInput.h>
+
+#include <Show/osc/OscServer.h>
+
+#include <Corvid/InetAddress.h>
+#include <Orvel/Server.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <optional>
+
+namespace Show {
+
+namespace {
+
+using Clock = OscServer::Clock;
+
+constexpr std::chrono::milliseconds kSlice{4};
+constexpr double kMaxWait = 3600.0; // so that no clock runs over
+
+} // namespace
+
+struct OscInput::State {
+    std::function<void(const std::string& message)> report;
+    std::shared_ptr<Corvid::Loop> loop;
+    std::string error;
+    std::optional<OscServer> server; // none if it is not open
+};
+
+OscInput::OscInput(Orvel::World& world) : OscInput(world, Settings()) {}
+
+OscInput::OscInput(Orvel::World& world, const Settings& settings)
+    : state_(new State{settings.report, settings.loop, {}, {}}) {
+    State& state = *state_;
+    if (state.loop == nullptr) {
+        state.loop = std::make_shared<Corvid::Loop>();
+    }
+    const auto address = Corvid::InetAddress::getByAddress(settings.address);
+    if (!address.isValid() || address.isMulticast()) {
+        state.error =
+            "expected an IPv4 address of an interface, found \"" + settings.address + "\"";
+        return;
+    }
+    if (!(settings.scale > 0.0F) || !std::isfinite(settings.scale)) {
+        state.error = "expected a scale above 0";
+        return;
+    }
+    state.server.emplace(
+        world, OscServer::Settings{settings.address, settings.port, settings.scale},
+        [&world](Orvel::CommandEvent& event) { Orvel::Server::applyEvent(world, &event); },
+        [&state](const std::string& message) {
+            if (state.server && state.server->port() == 0) {
+                state.error = message; // it cannot open
+            } else if (state.report) {
+                state.report(message);
+            }
+        },
+        state.loop);
+    if (!state.server->open()) {
+        state.server.reset();
+    }
+}
+
+OscInput::~OscInput() = default;
+
+bool OscInput::isOpen() const noexcept {
+    return state_->server.has_value();
+}
+
+const std::string& OscInput::error() const noexcept {
+    return state_->error;
+}
+
+unsigned short OscInput::port() const noexcept {
+    return isOpen() ? state_->server->port() : 0;
+}
+
+Corvid::Loop& OscInput::loop() const noexcept {
+    return *state_->loop;
+}
+
+void OscInput::serve(double seconds) {
+    if (!isOpen()) {
+        return;
+    }
+    if (seconds > 0.0) {
+        const std::chrono::duration<double> wait(std::min(seconds, kMaxWait));
+        state_->loop->wait(Clock::now() + std::chrono::duration_cast<Clock::duration>(wait));
+    }
+    state_->server->serve(kSlice);
+}
+
+std::string OscInput::summary() const {
+    return isOpen() ? state_->server->summary() : std::string();
+}
+
+} // namespace Show

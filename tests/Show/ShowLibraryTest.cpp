@@ -1,0 +1,142 @@
+// The public interface of the library: what its thin classes add to the inner ones, which have
+// tests of their own. The examples cover the way that all goes well.
+#include <Show/MonitorPage.h>
+#include <Show/Playback.h>
+#include <Show/Render.h>
+#include <Show/orvel_show.h>
+
+#include <Orvel/Emitter.h>
+#include <Orvel/SilentBackend.h>
+#include <Orvel/SoundFile.h>
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <support/TemporaryFolder.h>
+
+using namespace Show;
+
+namespace {
+
+constexpr const char* kScene = R"({"orvel": 1, "sources": [{"id": 1, "tone": {"seconds": 3}}],
+    "emitters": [{"id": 2, "source": 1, "state": "play", "hull": {"minBack": 9, "minFront": 9}}],
+    "timeline": [{"at": 1, "emitter": 2, "position": [4, 0, 0], "over": 2}]})";
+
+/// Keeps how an emitter began to play last.
+struct Beginnings : Orvel::SilentBackend {
+    using SilentBackend::SilentBackend;
+    void setEmitterState(Orvel::Emitter& emitter) override { offset = emitter.startOffset(); }
+    void resetBackend() override { ++resets; }
+    double offset = -1.0;
+    int resets = 0;
+};
+
+class ShowLibrary : public testing::Test {
+protected:
+    std::string write(const char* name, const char* text) {
+        std::ofstream(folder_.file(name)) << text;
+        return folder_.file(name);
+    }
+    Orvel::Test::TemporaryFolder folder_;
+    ShowFile scene_ = ShowFile::load(write("s.json", kScene));
+};
+
+} // namespace
+
+TEST_F(ShowLibrary, StartsAtAnyTimeWithEverySoundAtItsPlace) {
+    Orvel::World world;
+    auto* before = new Beginnings(world, nullptr);
+    Playback playback(world, scene_);
+    playback.start(2.0);
+    EXPECT_EQ(before->offset, 2.0);
+    EXPECT_EQ(before->resets, 1);
+    auto* after = new Beginnings(world, nullptr);
+    world.initBackendState(*after);
+    EXPECT_EQ(after->offset, 2.0);
+    const Orvel::Emitter& emitter = *world.getEmitter(2);
+    EXPECT_EQ(emitter.position().x, 2.0F);
+    EXPECT_EQ(playback.nextStep(), 2.0 + Playback::kTick);
+    playback.advance(3.5);
+    EXPECT_EQ(emitter.startOffset(), 0.0); // what begins later does so at its beginning
+    EXPECT_EQ(emitter.position().x, 4.0F);
+    EXPECT_EQ(playback.end(), 3.0);
+    world.clearWorld();
+    world.deleteAllBackends();
+}
+
+TEST_F(ShowLibrary, RendersTheSamePartToAFileAndAFunctionUnlessCancelled) {
+    RenderSettings settings;
+    settings.format = SampleFormat::f32;
+    settings.from = 0.5;
+    settings.seconds = 0.25;
+    const std::string path = folder_.file("out.wav");
+    std::vector<float> samples;
+    const auto take = [&](std::span<const float> block) {
+        samples.insert(samples.end(), block.begin(), block.end());
+        return samples.size() < 30000;
+    };
+    ASSERT_TRUE(render(scene_, take, settings).isGood());
+    const RenderResult result = renderToFile(scene_, path, settings);
+    ASSERT_TRUE(result.isGood()) << result.error;
+    EXPECT_EQ(result.seconds, 0.25);
+    Orvel::SoundFile file(path);
+    std::vector<float> written(file.frames() * 2 + 2);
+    written.resize(2 * file.read(std::span(written)));
+    EXPECT_EQ(written, samples);
+    std::filesystem::remove(path);
+    settings.progress = [](double done) { return done < 0.5; };
+    EXPECT_TRUE(renderToFile(scene_, path, settings).cancelled);
+    settings.seconds = 0.0; // more than the function takes
+    settings.progress = {};
+    EXPECT_TRUE(render(scene_, take, settings).cancelled);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path()), {}), 1);
+    settings.rate = 7;
+    EXPECT_NE(render(scene_, take, settings).error.find("8000 to 192000"), std::string::npos);
+}
+
+TEST_F(ShowLibrary, TurnsEveryMisuseIntoAnErrorInC) {
+    const auto expect = [](bool failed, const char* reason) {
+        EXPECT_TRUE(failed) << reason;
+        EXPECT_NE(std::string(orvel_last_error()).find(reason), std::string::npos)
+            << orvel_last_error();
+        orvel_set_last_error("none");
+    };
+    const std::string good = folder_.file("s.json");
+    orvel_world* world = orvel_world_create();
+    orvel_server* server = orvel_server_create();
+    orvel_show_file* scene = orvel_show_file_load(good.c_str(), false);
+    orvel_show_file* bad =
+        orvel_show_file_load(write("bad.json", "{\n\"orvel\": 1,\n\"x\": 2}").c_str(), false);
+    orvel_show_problem problem{};
+    ASSERT_TRUE(orvel_show_file_problem(bad, 0, &problem));
+    EXPECT_EQ(problem.line, 3);
+    EXPECT_STREQ(problem.field, "x");
+    expect(!orvel_show_file_good(bad), "bad.json:3: x: ");
+    expect(!orvel_show_file_problem(bad, 1, &problem), "use an index below");
+    expect(orvel_show_file_check(bad, nullptr) < 0, "bad.json:3");
+    expect(orvel_show_file_load(nullptr, false) == nullptr, "the path is null");
+    expect(orvel_show_playback_create(world, bad) == nullptr, "bad.json:3");
+    expect(orvel_show_playback_create(nullptr, scene) == nullptr, "the world is null");
+    expect(!orvel_show_playback_advance(nullptr, 0.0), "the playback is null");
+    const auto never = [](const float* /*samples*/, size_t /*frames*/, void* /*user*/) {
+        return false;
+    };
+    expect(!orvel_show_render(scene, nullptr, never, nullptr), "cancelled");
+    expect(!orvel_show_render(scene, nullptr, nullptr, nullptr), "is null");
+    expect(!orvel_show_render_file(scene, "/none/x.wav", nullptr, nullptr, nullptr), "/none/x.wav");
+    const char* const path = good.c_str();
+    expect(orvel_show_recorder_create(server, path, nullptr, 0) == nullptr, "exists already");
+    expect(orvel_show_recorder_create(server, "/none/c", "/none", 0) == nullptr, "a scene file");
+    expect(orvel_show_osc_create(world, "nowhere", 0, 0, nullptr, nullptr) == nullptr, "nowhere");
+    orvel_show_monitor* page = orvel_show_monitor_create(world, nullptr, 0, nullptr);
+    const std::string url = orvel_show_monitor_url(page);
+    const int port = std::stoi(url.substr(url.rfind(':') + 1));
+    expect(orvel_show_monitor_create(world, nullptr, port, nullptr) == nullptr, "no monitor at");
+    expect(orvel_show_monitor_create(world, "'", 0, nullptr) == nullptr, "no monitor at");
+    for (orvel_show_file* file : {scene, bad}) {
+        orvel_show_file_destroy(file);
+    }
+    orvel_show_monitor_destroy(page);
+    orvel_world_destroy(world);
+    orvel_server_destroy(server);
+}
