@@ -14,7 +14,7 @@ namespace Corvid {
 
 namespace {
 
-constexpr int kMaxEvents = 64; // of one call; the kernel begins with others in the next
+constexpr int kMaxEvents = 64; // per call; the kernel continues with the others
 constexpr std::chrono::hours kLongestWait{24};
 
 int waitForEvents(int poller, epoll_event* events, Loop::Clock::time_point until) {
@@ -22,7 +22,7 @@ int waitForEvents(int poller, epoll_event* events, Loop::Clock::time_point until
     if (until == Loop::Clock::time_point::max()) {
         return ::epoll_wait(poller, events, kMaxEvents, -1);
     }
-    // Most calls need not ask the clock.
+    // Most calls do not need the clock.
     const auto left =
         until == Loop::kNow
             ? nanoseconds(0)
@@ -84,7 +84,8 @@ bool Loop::Watch::want(bool toRead, bool toWrite) {
     epoll_event event = {};
     event.events = wanted;
     event.data.ptr = item_.get();
-    // The system reports a broken socket also to who wants nothing, so that is not in the set.
+    // epoll reports a broken socket even if nothing is wanted, so such a socket is removed from the
+    // set.
     const int operation = before == 0 ? EPOLL_CTL_ADD : wanted == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
     if (::epoll_ctl(loop_->poller_, operation, item_->descriptor, &event) != 0) {
         return false;
@@ -164,7 +165,7 @@ Loop::Clock::time_point Loop::next() {
 }
 
 void Loop::dispatch(Clock::time_point until) {
-    std::array<epoll_event, kMaxEvents> events; // filled by the kernel as far as it is read
+    std::array<epoll_event, kMaxEvents> events; // written by the kernel as far as it is read
     const int count = waitForEvents(poller_, events.data(), until);
     for (std::size_t i = 0; i < clients_.size(); ++i) {
         clients_[i]->resume();
@@ -196,7 +197,7 @@ void Loop::dispatch(Clock::time_point until) {
 
 void Loop::wake() {
     const std::uint64_t one = 1;
-    // It can fail only when so many wake-ups are waiting that one more makes no difference.
+    // It fails only if so many wake-ups are pending that another makes no difference.
     [[maybe_unused]] const auto size = ::write(event_, &one, sizeof one);
 }
 

@@ -13,32 +13,32 @@
 
 namespace Corvid {
 
-/// The one thing that a program waits on: readiness of sockets, times, and wake-ups by other
-/// threads. Events, web pages and Open Sound Control are its clients. Each of them makes a loop of
-/// its own unless it is given one to share; all that share it keep it alive.
+/// The only place where a program waits: for sockets, timers, and wake-ups by other threads.
+/// Events, web pages and Open Sound Control are its clients. Each of them creates its own loop
+/// unless it is given a shared one; all that share it keep it alive.
 ///
 /// It has no thread. The loop thread is the one inside run(), wait() or poll(), one at a time, and
-/// everything but wake() and breakWait() belongs to it.
+/// everything except wake() and breakWait() belongs to it.
 class ORVEL_EXPORT Loop {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// What prepare() returns if its host has something to take.
+    /// The result of prepare() if its host has something to take.
     static constexpr Clock::time_point kNow = Clock::time_point::min();
 
-    /// Has sockets or deadlines that a loop serves.
+    /// An object with sockets or deadlines served by a loop.
     class ORVEL_EXPORT Client {
     public:
         virtual ~Client() = default;
-        /// Does what is due and needs no host. Returns kNow, or when to call it again at the
-        /// latest. `waits`: whether the loop waits after this if all clients let it.
+        /// Does due work that does not need the host. Returns kNow, or the latest time of the next
+        /// call. `waits`: whether the loop waits afterwards, if all clients agree.
         virtual Clock::time_point prepare(Clock::time_point now, bool waits) = 0;
         /// The wait is over. Called before any readiness is reported.
         virtual void resume() {}
     };
 
-    /// The readiness of one descriptor, which must stay open while this lives. It reports again and
-    /// again until what made the descriptor ready was taken, or is not wanted any more.
+    /// Watches one descriptor, which must stay open meanwhile. Level-triggered: reports repeatedly
+    /// until the descriptor is not ready or not wanted any more.
     class ORVEL_EXPORT Watch {
     public:
         struct Ready {
@@ -53,14 +53,14 @@ public:
         Watch() = default;
         /// Reports nothing until want().
         Watch(std::shared_ptr<Loop> loop, const Socket& socket, Handler handler);
-        /// Watches a descriptor of the host's.
+        /// Watches a descriptor of the host.
         Watch(std::shared_ptr<Loop> loop, int descriptor, Handler handler);
         Watch(Watch&& other) noexcept = default;
         Watch& operator=(Watch&& other) noexcept;
         ~Watch();
 
         explicit operator bool() const { return item_ != nullptr; }
-        /// What to report; one that wants neither reports nothing. False if the system refuses:
+        /// Selects the events to report; none by default. Returns false if the system refuses:
         /// another watch of this loop has the descriptor, or it cannot be waited for.
         bool want(bool toRead, bool toWrite);
         bool wantRead(bool wanted);
@@ -80,37 +80,37 @@ public:
         std::unique_ptr<Item> item_;
     };
 
-    /// Throws std::system_error when the process has no descriptor left.
+    /// Throws std::system_error if the process has no descriptor left.
     Loop();
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
     ~Loop();
 
-    /// A client removes itself before it is destroyed.
+    /// A client must remove itself before it is destroyed.
     void add(Client& client);
     void remove(Client& client);
 
-    /// Waits until a client has something for its host, or a time has come. False after that time
-    /// or breakWait().
+    /// Waits until a client has something for its host. Returns false at `until` or after
+    /// breakWait().
     bool wait(Clock::time_point until);
-    /// One pass: prepares the clients, waits at most until that time or something happens, and
-    /// reports what is ready. True if a client had something for its host.
+    /// One iteration: prepares the clients, waits until something happens, at most until the given
+    /// time, and reports ready descriptors. Returns true if a client has something for its host.
     bool run(Clock::time_point until);
-    /// Reports what is ready without preparing the clients, and waits for it at most until then.
+    /// Reports ready descriptors without preparing the clients; waits for them at most until the
+    /// given time.
     void poll(Clock::time_point until = kNow) { dispatch(until); }
 
     /// Ends the wait inside run(), or the next. Synchronised.
     void wake();
     /// Ends wait(), or the next. Synchronised.
     void breakWait();
-    /// Counts calls of wake(), those in a row as one.
+    /// Number of calls of wake(), where consecutive ones count once.
     [[nodiscard]] std::uint64_t wakeUps() const { return wakeUps_; }
 
-    /// For a program that waits in a loop of its own: readable when run() has something to do. The
-    /// loop keeps it.
+    /// For a program with a loop of its own: readable when run() has work. Owned by the loop.
     [[nodiscard]] int descriptor() const { return poller_; }
-    /// When to call run() although descriptor() is not readable; at or before now if at once. To be
-    /// asked before each wait.
+    /// When to call run() even if descriptor() is not readable; now or earlier means at once. Ask
+    /// before each wait.
     [[nodiscard]] Clock::time_point next();
 
 private:
@@ -123,7 +123,7 @@ private:
     std::atomic<bool> break_ = false;
     std::uint64_t wakeUps_ = 0;
     int depth_ = 0;                                  // of dispatch()
-    std::vector<std::unique_ptr<Watch::Item>> dead_; // may be in a list of events still
+    std::vector<std::unique_ptr<Watch::Item>> dead_; // may still be in a list of events
 };
 
 } // namespace Corvid

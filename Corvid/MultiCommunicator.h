@@ -20,19 +20,19 @@ namespace Corvid {
 
 /// Any number of connections: broadcasts to all, and receives from whichever has data.
 ///
-/// It has no thread of its own. The loop thread is whichever is inside waitForCommunicators(),
+/// It has no thread of its own. The loop thread is the one inside waitForCommunicators(),
 /// receiveCommunicator() or communicatorsAvail(), one at a time; connections are made, read and
-/// written there, so somebody must come back regularly. sendFrame(), breakWait(), the settings and
-/// counters() are synchronised; everything else belongs to the loop thread, and close() to whoever
-/// knows that no thread is inside any more.
+/// written there, so call one of them regularly. sendFrame(), breakWait(), the settings and
+/// counters() are synchronised; everything else belongs to the loop thread. Call close() only when
+/// no thread is inside any more.
 class ORVEL_EXPORT MultiCommunicator : public Sender {
 public:
     enum class Severity {
-        Notice, ///< a peer comes or goes
-        Warning ///< a peer is refused or dropped, or the system refuses something
+        Notice, ///< a peer connects or disconnects
+        Warning ///< a peer is refused or dropped, or a system call fails
     };
-    /// Takes one line without a line break. Called on the loop thread, or on the thread that opens,
-    /// closes, makes a setting that cannot be, or sends what is too large, with no lock held; the
+    /// Receives one line without a line break. Called on the loop thread, or on the thread that
+    /// opens, closes, makes an invalid setting or sends an oversized event, with no lock held; the
     /// last call is during close(). Must not throw.
     using Diagnostic = std::function<void(Severity, const std::string&)>;
 
@@ -44,9 +44,9 @@ public:
         std::string reason;
     };
 
-    /// A reading of all that went on since opening.
+    /// Statistics since opening.
     struct Counters {
-        std::vector<Communicator::Counters> connections; ///< those that are registered now
+        std::vector<Communicator::Counters> connections; ///< the registered ones
         std::uint64_t connected = 0;                     ///< connections registered so far
         std::uint64_t refused = 0;  ///< connections that ended before they were registered
         std::uint64_t dropped = 0;  ///< registered connections that were lost
@@ -55,22 +55,22 @@ public:
         std::uint64_t eventsOut = 0;
         std::uint64_t bytesOut = 0;
         std::uint64_t eventsLeftOut = 0;
-        std::uint64_t bytesKept = 0;        ///< memory in use for what waits to be sent
-        std::uint64_t datagramsIgnored = 0; ///< discovery datagrams that made no sense
-        std::vector<Drop> lastDrops;        ///< the newest last, at most kMaxDrops
+        std::uint64_t bytesKept = 0;        ///< memory used by queued data
+        std::uint64_t datagramsIgnored = 0; ///< invalid or unsolicited discovery datagrams
+        std::vector<Drop> lastDrops;        ///< newest last, at most kMaxDrops
     };
 
     static constexpr std::size_t kMaxDrops = 32;
-    /// Connections in all, and those of them that have not shown yet who they are.
+    /// Limits of all connections, and of those that have not greeted yet.
     static constexpr std::size_t kMaxConnections = 1024;
     static constexpr std::size_t kMaxUngreeted = 64;
-    /// A client that has sent nothing for so long after it came gives way to others.
+    /// A client that has sent nothing for this long after it connected gives way to others.
     static constexpr std::chrono::seconds kTimeToBegin{1};
-    /// File descriptors that are left to the process when peers connect, or a quarter of what it
-    /// may have if that is less.
+    /// File descriptors reserved for the process when peers connect, or a quarter of its limit if
+    /// that is less.
     static constexpr std::size_t kKeptDescriptors = 64;
-    /// Diagnostics about refused peers, and about peers that come and go, in 10 s; the rest is
-    /// counted, and a further one says how many there were.
+    /// Limits of diagnostics in 10 s, about refused peers and about peers that connect and
+    /// disconnect; the rest is counted and reported as a number.
     static constexpr unsigned kMaxRefusalLines = 20;
     static constexpr unsigned kMaxVisitLines = 1000;
     static constexpr std::size_t kDefaultLagLimit = std::size_t{64} << 20U; ///< 64 MiB
@@ -79,72 +79,72 @@ public:
     MultiCommunicator& operator=(const MultiCommunicator&) = delete;
     ~MultiCommunicator() override;
 
-    /// Queues a frame for every registered connection, and never waits. True also when there is
-    /// none; false when closed or not opened, or for what is no frame.
+    /// Queues a frame for every registered connection; never waits. Also returns true if there is
+    /// none; returns false if closed or not open, or if the frame is invalid.
     bool sendFrame(const std::byte* frame, std::size_t size) override;
 
-    /// Makes a diagnostic of it.
+    /// Reports it as a diagnostic.
     void refuseEvent(const std::string& reason) override;
 
-    /// Registers a new connection: it gets what is sent to all from here on. Called when the peer
-    /// has shown who it is, on the loop thread (or in MultiClient::deliver()); a derived class
-    /// calls this first and then brings the peer up to date through the connection. A connection
-    /// for which the result is false is closed and deleted. Must not throw.
+    /// Registers a new connection, which gets all broadcast frames from now on. Called when the
+    /// peer has greeted, on the loop thread (or in MultiClient::deliver()). A derived class calls
+    /// this first and then brings the peer up to date through the connection. If it returns false,
+    /// the connection is closed and deleted. Must not throw.
     virtual bool addCommunicator(Communicator* communicator);
-    /// Ends a connection and gives it to the caller, who deletes it. False if it is not ours.
+    /// Closes a connection and passes it to the caller, who deletes it. Returns false if it is not
+    /// registered here.
     bool removeCommunicator(Communicator* communicator);
 
-    /// Waits until a connection has something to receive. False after breakWait() or close().
+    /// Waits until a connection has data. Returns false after breakWait() or close().
     bool waitForCommunicators();
-    /// The same for `atMost`; false too when that is over, and when another object that shares the
-    /// loop has something.
+    /// Waits for at most `atMost`. Also returns false when that is over, and when another object
+    /// that shares the loop has something.
     bool waitForCommunicators(std::chrono::steady_clock::duration atMost);
-    /// The loop that waits. Other objects can share it, and a program then waits in Loop::wait()
-    /// for all of them: true means that one has something, so serve each of them.
+    /// The loop that it waits on. Other objects can share it; a program then waits in Loop::wait()
+    /// for all of them. If that returns true, serve each of them.
     [[nodiscard]] std::shared_ptr<Loop> loop() const;
-    /// Gives the next connection that has something to receive, in turn, one frame each; waits if
-    /// there is none. A lost connection is given once, so that receiving from it fails. False, and
-    /// null, after breakWait() or close().
+    /// Returns the next connection with data, round-robin, for one frame; waits if there is none. A
+    /// lost connection is returned once, so that receiving from it fails. Returns false, and null,
+    /// after breakWait() or close().
     bool receiveCommunicator(Communicator*& communicator);
-    /// Makes the waiting call return false, or the next one if there is none. From any thread.
+    /// Makes the waiting call, or the next one, return false. Any thread.
     void breakWait();
-    /// Does what is due without waiting, and counts the connections that have something to receive.
-    /// False when closed or not opened.
+    /// Does due work without waiting, and counts the connections with data. Returns false if closed
+    /// or not open.
     bool communicatorsAvail(int& count);
 
-    /// Ends everything and deletes the connections that are left. First waits until what is queued
-    /// has arrived, until peers have taken nothing of it for half a second, and for 2 s at most.
-    /// Further calls do nothing.
+    /// Closes and deletes all connections. First waits until queued data has arrived, until peers
+    /// have read nothing of it for half a second, and for at most 2 s. Further calls do nothing.
     void close();
 
-    /// The id that peers are told; 0 at first.
+    /// The id sent to peers; 0 by default.
     [[nodiscard]] short id() const;
     void setId(short id);
-    /// Bits that this object's peers see, see Communicator::features(); the highest is not free.
-    /// For connections made from now on. 0 at first. Synchronised.
+    /// Bits sent to peers, see Communicator::features(); the highest is reserved. For later
+    /// connections. 0 by default. Synchronised.
     void setFeatures(std::uint16_t features);
-    /// Whether small frames leave at once instead of being collected by the system (TCP_NODELAY);
-    /// for connections made from now on. True at first.
+    /// Whether small frames are sent at once instead of being collected by the system
+    /// (TCP_NODELAY); for later connections. True by default.
     void setNoDelay(bool noDelay);
-    /// Bytes by which a connection may lag before it is dropped.
+    /// The number of bytes by which a connection may lag before it is dropped.
     void setLagLimit(std::size_t bytes);
-    /// How many connections, and with a client how many servers that were found, one address may
-    /// have at a time; kMaxConnections at first, which is no limit. When a server's connections are
-    /// too many, in all or of one address, the oldest gives way that has sent nothing for
-    /// kTimeToBegin; without one the newcomer is refused. Synchronised.
+    /// Limit of connections, and for a client of found servers, per address; by default
+    /// kMaxConnections, which is no limit. If a server has too many connections, in total or from
+    /// one address, the oldest that has sent nothing for kTimeToBegin gives way; if there is none,
+    /// the new one is refused. Synchronised.
     void setMaxPerAddress(std::size_t count);
-    /// Before open(): a connection that lags by more than 256 KiB or a quarter of a second gets
-    /// only the newest values until it has caught up; the others get every frame. `classify` says
-    /// how a frame relates to others; it is called on the loop thread, only while a connection
-    /// lags, and must not throw. Each frame is sent if it is empty, as at first.
+    /// Call it before open(): a connection that lags by more than 256 KiB or a quarter of a second
+    /// gets only the newest values until it has caught up; the others get every frame. `classify`
+    /// relates frames to each other; it is called on the loop thread, only while a connection lags,
+    /// and must not throw. If it is empty, the default, every frame is sent.
     void setNewestOnly(std::function<FrameRole(std::span<const std::byte> frame)> classify);
     void setDiagnostic(Diagnostic diagnostic);
     [[nodiscard]] Counters counters() const;
-    /// A random number that tells this object from all others.
+    /// A random number that identifies this object.
     [[nodiscard]] std::uint64_t instanceId() const;
 
 protected:
-    /// `protocolVersion`: peers of another version are refused. Throws std::system_error when the
+    /// `protocolVersion`: peers with another version are refused. Throws std::system_error if the
     /// process has no file descriptor left.
     explicit MultiCommunicator(int protocolVersion);
     [[nodiscard]] detail::Hub& hub() { return *hub_; }

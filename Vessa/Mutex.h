@@ -2,29 +2,29 @@
 
 #include <mutex>
 
-/// What clang's thread-safety analysis checks (-Wthread-safety); nothing for other compilers.
+/// Attributes for clang's thread-safety analysis (-Wthread-safety); empty for other compilers.
 #if defined(__clang__)
 #define ORVEL_THREAD_SAFETY(attribute) __attribute__((attribute))
 #else
 #define ORVEL_THREAD_SAFETY(attribute)
 #endif
-/// A type that can be locked, and one that locks while it lives.
+/// A type that can be locked, and one that locks during its lifetime.
 #define ORVEL_CAPABILITY ORVEL_THREAD_SAFETY(capability("mutex"))
 #define ORVEL_SCOPED_CAPABILITY ORVEL_THREAD_SAFETY(scoped_lockable)
-/// A member that is read and written only under this lock.
+/// A member that is only accessed under this lock.
 #define ORVEL_GUARDED_BY(mutex) ORVEL_THREAD_SAFETY(guarded_by(mutex))
-/// A function that is called only under this lock, or never under it.
+/// A function that is only called under this lock, or never under it.
 #define ORVEL_REQUIRES(mutex) ORVEL_THREAD_SAFETY(requires_capability(mutex))
 #define ORVEL_EXCLUDES(mutex) ORVEL_THREAD_SAFETY(locks_excluded(mutex))
-/// A function that takes a lock, or gives it back.
+/// A function that acquires or releases a lock.
 #define ORVEL_ACQUIRE(...) ORVEL_THREAD_SAFETY(acquire_capability(__VA_ARGS__))
 #define ORVEL_RELEASE(...) ORVEL_THREAD_SAFETY(release_capability(__VA_ARGS__))
-/// A function that the analysis cannot follow; a comment there says why it is right.
+/// A function that the analysis cannot follow; a comment there explains why it is correct.
 #define ORVEL_NO_THREAD_SAFETY_ANALYSIS ORVEL_THREAD_SAFETY(no_thread_safety_analysis)
 
 namespace Vessa {
 
-/// A mutex of the standard library, whose own the analysis does not cover.
+/// A mutex of the standard library with the attributes that the library's own lacks.
 template <class Native>
 class ORVEL_CAPABILITY BasicMutex {
 public:
@@ -37,7 +37,7 @@ private:
 using Mutex = BasicMutex<std::mutex>;
 using RecursiveMutex = BasicMutex<std::recursive_mutex>;
 
-/// Holds a mutex while it lives.
+/// Holds a mutex during its lifetime.
 template <class M>
 class ORVEL_SCOPED_CAPABILITY Lock {
 public:

@@ -21,7 +21,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What one call of serve() does at most, so that it stays short whatever clients do.
+// Limits of one call of serve(), so that it stays short.
 constexpr int kMaxAccepted = 16;
 constexpr int kMaxSteps = 8;                     // requests answered and pieces made
 constexpr std::size_t kMaxReceived = 64U << 10U; // from one client
@@ -76,8 +76,8 @@ void HttpServer::open(const std::string& host, std::uint16_t port) {
     if (!host.empty()) {
         own.address = lookUp(host, port);
     } else {
-        // A local client may take any address of this machine: its packets come through the
-        // loopback device, and no others do.
+        // A local client may use any address of this machine: its packets come through the loopback
+        // device, and no others do.
         constexpr char kLoopback[] = "lo";
         if (!listener.set(SOL_SOCKET, SO_BINDTODEVICE, kLoopback, sizeof kLoopback)) {
             own.address = InetAddress::fromBits(INADDR_LOOPBACK);
@@ -169,7 +169,7 @@ bool HttpServer::serve() {
     try {
         loop_->poll();
         serveOnce();
-    } catch (const std::bad_alloc&) { // the memory of the connections is what can be given up
+    } catch (const std::bad_alloc&) { // give up connections to free memory
         connections_.clear();
     }
     serving_ = false;
@@ -195,7 +195,7 @@ Loop::Clock::time_point HttpServer::nextServe() const {
 
 Loop::Clock::time_point HttpServer::prepare(Clock::time_point now, bool /*waits*/) {
     const Clock::time_point next = nextServe();
-    return next <= now ? Loop::kNow : next; // all that is due is for serve()
+    return next <= now ? Loop::kNow : next; // due work is for serve()
 }
 
 void HttpServer::serveOnce() {
@@ -235,7 +235,7 @@ void HttpServer::acceptClients(Clock::time_point now) {
                 continue;
             }
             if (error != std::errc::operation_would_block) {
-                // No descriptor or memory is left. Asking again in every call would not help.
+                // No descriptor or memory is left. Trying again in every call would not help.
                 listenerWatch_.want(false, false);
                 acceptAgain_ = now + kFullPause;
             }
@@ -248,12 +248,12 @@ void HttpServer::acceptClients(Clock::time_point now) {
         Connection& connection = connections_.emplace_back(
             std::move(socket), site_, WebClient(peer.address, peer.port), now);
         watch(connection);
-        connection.ready.toRead = true; // what it wants has often come along
+        connection.ready.toRead = true; // its next input has often arrived already
     }
 }
 
 void HttpServer::makeRoom() {
-    // Those that wait for the client before those that are being served, then the longest wait.
+    // Connections that wait for the client come first, then the longest wait.
     const auto importance = [](const Connection& connection) {
         return std::make_pair(
             connection.session.state() == HttpSession::State::Replying,
@@ -318,7 +318,7 @@ void HttpServer::flush(Connection& connection, Clock::time_point now) const {
     HttpSession& session = connection.session;
     std::size_t left = kMaxSent;
     while (!session.output().empty() && session.state() != HttpSession::State::Closed) {
-        if (left == 0) { // the rest in the next call
+        if (left == 0) { // the rest is for the next call
             connection.blocked = true;
             return;
         }

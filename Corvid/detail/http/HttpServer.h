@@ -14,8 +14,8 @@
 
 namespace Corvid::detail {
 
-/// The sockets of a web server. As a client of a loop it only learns which of them are ready; pages
-/// are made inside serve(). Confined to the loop thread.
+/// The sockets of a web server. As a client of a loop it only records which of them are ready;
+/// pages are made inside serve(). Confined to the loop thread.
 class HttpServer : private Loop::Client {
 public:
     explicit HttpServer(WebSite& site);
@@ -34,7 +34,7 @@ public:
     void setLoop(std::shared_ptr<Loop> loop);
 
     bool serve();
-    /// When serve() is due; Loop::kNow if a socket has something for it.
+    /// When serve() is due; Loop::kNow if a socket is ready.
     [[nodiscard]] Loop::Clock::time_point nextServe() const;
 
     [[nodiscard]] std::size_t connections() const { return connections_.size(); }
@@ -43,7 +43,7 @@ public:
 private:
     using Clock = Loop::Clock;
 
-    /// What is known about a socket since the last serve().
+    /// The readiness of a socket since the last serve().
     struct Readiness {
         bool toRead = false;
         bool broken = false;
@@ -57,7 +57,7 @@ private:
         Loop::Watch watch;
         Readiness ready;
         bool saidEnd = false;
-        bool blocked = false; // the system's socket took no more
+        bool blocked = false; // the system's socket is full
     };
 
     Clock::time_point prepare(Clock::time_point now, bool waits) override;
@@ -76,13 +76,13 @@ private:
     Socket listener_;
     Loop::Watch listenerWatch_;
     std::uint16_t port_ = 0;
-    std::list<Connection> connections_; // those that were served go to the end
+    std::list<Connection> connections_; // recently served ones are at the end
     std::vector<std::byte> input_;
     bool clientsWait_ = false;                                 // to be accepted
     bool isReady_ = false;                                     // since the last serve()
     Clock::time_point acceptAgain_ = Clock::time_point::max(); // while nothing can be accepted
     bool serving_ = false;
-    bool closing_ = false; // a page asked for it
+    bool closing_ = false; // requested by a page
 };
 
 } // namespace Corvid::detail

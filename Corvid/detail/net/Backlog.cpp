@@ -74,7 +74,7 @@ void Backlog::addFrame(const Classify& classify, std::span<const std::byte> fram
     bytes_.insert(bytes_.end(), frame.begin(), frame.end());
 }
 
-/// Drops what waits but for frames about the whole, and barriers.
+/// Drops all queued frames except those about the whole, and barriers.
 void Backlog::reset(const Classify& classify) {
     newest_.clear();
     std::uint64_t to = next_;

@@ -12,8 +12,8 @@
 
 namespace Corvid::detail {
 
-/// Frames for a connection that lags, with only the newest of each value. A value takes the place
-/// of the older one that still waits, unless an event of the same subject lies between them; so a
+/// The queue of a connection that lags, with only the newest of each value. A value replaces the
+/// older one that is still queued, unless an event of the same subject lies between them; so a
 /// value that changes often waits no longer than others, and never overtakes an event. Confined.
 class Backlog {
 public:
@@ -22,24 +22,24 @@ public:
     /// Sizes in bytes.
     struct Counts {
         std::uint64_t waiting = 0; ///< not yet sent
-        std::uint64_t lag = 0;     ///< the same without what belongs to the replay
+        std::uint64_t lag = 0;     ///< the same without the replay
         std::uint64_t kept = 0;    ///< memory in use
-        std::uint64_t leftOut = 0; ///< frames that were superseded, so far
+        std::uint64_t leftOut = 0; ///< superseded frames so far
     };
 
     [[nodiscard]] bool empty() const { return sent_ == bytes_.size(); }
-    /// While it is empty: of the bytes that are added next, so many are the rest of a frame of
-    /// which the beginning has been sent, and so many belong to the replay.
+    /// For an empty backlog: of the bytes added next, `rest` belong to a frame that has been sent
+    /// in part, and `replay` to the replay.
     void begin(std::uint64_t rest, std::uint64_t replay) {
         rest_ = rest;
         replayEnd_ = end() + replay;
     }
-    /// Takes frames in pieces of any size.
+    /// Adds frames in pieces of any size.
     void add(const Classify& classify, std::span<const std::byte> bytes);
 
-    /// What is to be sent next: all of it.
+    /// The bytes to send next: all of them.
     [[nodiscard]] std::span<std::byte> next() { return std::span(bytes_).subspan(sent_); }
-    /// Forgets what has been sent.
+    /// Removes sent bytes.
     void advance(std::size_t size);
 
     [[nodiscard]] Counts counts() const;
@@ -55,11 +55,11 @@ private:
     std::vector<std::byte> bytes_; // the first of them is at position begin_
     std::uint64_t begin_ = 1;
     std::size_t sent_ = 0;
-    std::uint64_t next_ = 1;      // position of the first frame of which nothing has been sent
+    std::uint64_t next_ = 1;      // position of the first frame that is entirely unsent
     std::uint64_t replayEnd_ = 1; // position
     std::uint64_t leftOut_ = 0;
     std::uint64_t rest_ = 0;
-    std::vector<std::byte> part_;                         // of a frame that has not come whole yet
+    std::vector<std::byte> part_;                         // of an incomplete frame
     std::unordered_map<std::uint32_t, Positions> newest_; // of each subject's values
 };
 

@@ -51,7 +51,7 @@ std::uint64_t ChunkQueue::frameStart(std::uint64_t position) const {
     }
     std::uint64_t start = chunks_[(position - first_) / kChunkBytes]->firstFrame;
     while (start < position) {
-        std::array<std::byte, kFrameHeaderBytes> header; // may cross from one chunk to the next
+        std::array<std::byte, kFrameHeaderBytes> header; // may span two chunks
         std::array<iovec, 2> pieces;
         const std::size_t count =
             gather(start, start + header.size(), pieces.data(), pieces.size());
@@ -74,7 +74,7 @@ void ChunkQueue::trim(std::uint64_t position) {
         chunks_.pop_front();
         first_ += kChunkBytes;
     }
-    // Nothing is left: the next byte goes into a new chunk, or to the start of the only one.
+    // Empty: the next byte goes into a new chunk, or to the start of the only one.
     if (chunks_.empty()) {
         first_ = end_;
         room_ = 0;

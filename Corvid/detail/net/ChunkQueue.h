@@ -11,14 +11,14 @@
 
 namespace Corvid::detail {
 
-/// A stream of frames, kept in chunks from begin() to end(); positions count from its first byte on
-/// and only grow. Bytes once written are never moved, so that they can be read while more are
-/// appended. Not synchronised.
+/// A stream of frames, stored in chunks from begin() to end(); positions count from its first byte
+/// and only grow. Bytes are never moved, so that they can be read while others are appended. Not
+/// synchronised.
 class ChunkQueue {
 public:
     static constexpr std::size_t kChunkBytes = std::size_t{64} << 10U;
 
-    /// `spares`: emptied chunks that are kept for use again.
+    /// `spares`: number of empty chunks kept for reuse.
     explicit ChunkQueue(std::size_t spares) : maxSpares_(spares) {}
 
     [[nodiscard]] std::uint64_t begin() const noexcept { return begin_; }
@@ -27,10 +27,9 @@ public:
         return (chunks_.size() + spares_.size()) * kChunkBytes;
     }
 
-    /// Appends a whole frame. True if a new chunk was begun, which is the time to look for what can
-    /// go.
+    /// Appends a whole frame. Returns true if a new chunk was started, which is the time to trim.
     bool append(const std::byte* bytes, std::size_t size) {
-        if (size <= room_) { // nearly always
+        if (size <= room_) { // the usual case
             std::memcpy(tail_, bytes, size);
             tail_ += size;
             room_ -= size;
@@ -41,19 +40,18 @@ public:
         return true;
     }
 
-    /// Lists the memory of [from, to) in at most `most` pieces; gives the number of pieces.
+    /// Lists the memory of [from, to) in at most `most` pieces; returns the number of pieces.
     std::size_t gather(std::uint64_t from, std::uint64_t to, iovec* pieces, std::size_t most) const;
 
-    /// The position from begin() to end() at which the first frame begins that does not begin
-    /// before `position`.
+    /// The position, from begin() to end(), of the first frame that starts at or after `position`.
     [[nodiscard]] std::uint64_t frameStart(std::uint64_t position) const;
 
-    /// Forgets what lies before the position.
+    /// Frees everything before the position.
     void trim(std::uint64_t position);
 
 private:
     struct Chunk {
-        std::uint64_t firstFrame; // position of the first frame that begins here or later
+        std::uint64_t firstFrame; // position of the first frame that starts here or later
         std::array<std::byte, kChunkBytes> bytes;
     };
 
@@ -65,7 +63,7 @@ private:
     std::uint64_t first_ = 0; // position of the first byte of the first chunk
     std::uint64_t begin_ = 0;
     std::uint64_t end_ = 0;
-    std::byte* tail_ = nullptr; // where the next byte goes, and how many fit there
+    std::byte* tail_ = nullptr; // where the next byte goes, and the space there
     std::size_t room_ = 0;
 };
 

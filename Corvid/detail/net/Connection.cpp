@@ -11,15 +11,14 @@ namespace Corvid::detail {
 
 namespace {
 
-// A peer that dies without a word is noticed after 3 + 3 * 2 s of silence, or when what was sent
-// has not been acknowledged for as long.
+// A dead peer is noticed after 3 + 3 * 2 s of silence, or when sent data has not been acknowledged
+// for as long.
 constexpr int kKeepAliveIdleSeconds = 3;
 constexpr int kKeepAliveIntervalSeconds = 2;
 constexpr int kKeepAliveProbes = 3;
 constexpr unsigned kUserTimeoutMilliseconds = 9000;
 
-// Where only the newest values are sent: what the system holds and has not sent once is lag as
-// well.
+// With newest values only: unsent data in the system's buffer counts as lag too.
 constexpr unsigned kUnsentLimit = 4096;
 constexpr char kCongestionControl[] = "bbr";
 
@@ -35,7 +34,7 @@ Connection::Connection(
         peerName_ = peer.text();
         peerAddress_ = peer.address;
     }
-    // A system that lacks an option notices a dead peer later, which is no reason to refuse it.
+    // A system without an option notices a dead peer later, which is no reason to refuse it.
     socket_.set(IPPROTO_TCP, TCP_NODELAY, noDelay ? 1 : 0);
     socket_.set(SOL_SOCKET, SO_KEEPALIVE, 1);
     socket_.set(IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
@@ -44,7 +43,7 @@ Connection::Connection(
     socket_.set(IPPROTO_TCP, TCP_USER_TIMEOUT, kUserTimeoutMilliseconds);
     if (context_->stream.newestOnly()) {
         socket_.set(IPPROTO_TCP, TCP_NOTSENT_LOWAT, kUnsentLimit);
-        // Its rate does not fall with each packet that is lost. Not every system has it.
+        // Its rate does not fall with each lost packet. Not available on every system.
         socket_.set(IPPROTO_TCP, TCP_CONGESTION, kCongestionControl, sizeof kCongestionControl - 1);
     }
 }
@@ -92,7 +91,7 @@ Connection::Status Connection::read() {
 
 Connection::Status Connection::write() {
     constexpr std::size_t kMostPieces = 64;
-    constexpr int kMostCalls = 4; // then it is another connection's turn
+    constexpr int kMostCalls = 4; // then other connections are served
     std::array<iovec, kMostPieces> pieces;
     context_->stream.moveLag(outlet_);
     for (int call = 0; call < kMostCalls; ++call) {
@@ -140,8 +139,8 @@ void Connection::end(const std::string& reason) {
     if (!ended_) {
         endReason_ = reason;
         ended_ = true;
-        // Closing is left to the destructor, as another thread may be using the descriptor. The
-        // loop thread finds the socket readable now.
+        // The destructor closes the socket, as another thread may be using the descriptor. The loop
+        // thread finds it readable now.
         socket_.end();
     }
 }
@@ -185,7 +184,7 @@ bool Connection::sendFrame(const std::byte* frame, std::size_t size) {
         if (replayBytes_ >= kReplayPart) {
             replayBytes_ = 0;
             context_->stream.unblock(outlet_);
-            write(); // whether all of it went out shows when the loop sends the rest
+            write(); // the result shows when the loop sends the rest
         }
     }
     return taken;
@@ -214,7 +213,7 @@ Communicator::Counters Connection::counters() const {
 }
 
 std::size_t Connection::finish(bool sent) {
-    constexpr int kMaxReads = 64; // beside a peer that sends without a pause
+    constexpr int kMaxReads = 64; // with a peer that sends continuously
     if (sent) {
         socket_.endSending();
     }

@@ -22,8 +22,8 @@
 namespace Corvid::detail {
 
 /// The socket of one connection with its input and its place in the outgoing stream. Confined to
-/// the loop thread but for what says otherwise. Shared by its Communicator and the hub; the socket
-/// closes with the last of them.
+/// the loop thread unless stated otherwise. Shared by its Communicator and the hub; the last of
+/// them closes the socket.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     enum class Status { Done, More, Blocked, Failed };
@@ -63,28 +63,28 @@ public:
         Gone
     };
 
-    /// Takes a connected socket. `target`: the name under which a server was asked for, if it was.
+    /// Takes a connected socket. `target`: the name by which a server was given, or empty.
     Connection(
         std::shared_ptr<ConnectionContext> context, Socket socket, bool noDelay,
         std::string target);
 
     /// Sends our greeting.
     bool sendGreeting(const Greeting& greeting);
-    /// Reads as much of the peer's greeting as has arrived; Done when it is complete. Reads no byte
-    /// more.
+    /// Reads the peer's greeting as far as it has arrived, and not a byte more; Done when it is
+    /// complete.
     Status readGreeting();
     [[nodiscard]] bool hasSaidAnything() const { return greetingSize_ > 0; }
-    /// Whether it is a client that has sent no part of an event since it came, `atLeast` ago.
+    /// Whether it is a client that connected at least `atLeast` ago and has sent no part of an
+    /// event.
     [[nodiscard]] bool isIdle(std::chrono::steady_clock::duration atLeast);
     /// Reads once.
     Status read();
-    /// Sends what waits; More if there is more but it is another connection's turn.
+    /// Sends queued data; More if there is more but other connections must be served first.
     Status write();
 
-    /// Whether the peer has closed the connection, or it is broken, even if there is input to read
-    /// before that shows.
+    /// Whether the peer has closed the connection, or it is broken, even if there is unread input.
     [[nodiscard]] bool isPeerGone() const { return socket_.isPeerGone(); }
-    /// Discards what has arrived.
+    /// Discards unread input.
     void discardInput() { input_.clear(); }
 
     /// Ends the connection; the first reason counts. Synchronised.
@@ -92,19 +92,19 @@ public:
     [[nodiscard]] bool isEnded() const { return ended_; }
     [[nodiscard]] std::string endReason() const ORVEL_EXCLUDES(mutex_);
 
-    // For the thread that has the input.
+    // For the thread that owns the input.
     [[nodiscard]] InputBuffer::Next next() const { return input_.next(); }
     bool receiveFrame(std::span<const std::byte>& frame);
 
-    /// On the loop thread, while that brings the peer up to date: what this thread queues meanwhile
-    /// is sent in large parts at once, so that the peer works too.
+    /// On the loop thread, while it brings the peer up to date: frames queued by this thread are
+    /// sent in large parts at once, so that the peer can work meanwhile.
     void beginReplay() { replayThread_ = std::this_thread::get_id(); }
-    /// What is left is for the loop to send.
+    /// The loop sends the rest.
     void endReplay();
 
     /// Queues a frame for this peer. Synchronised.
     bool sendFrame(const std::byte* frame, std::size_t size);
-    /// Gives the host a line about what could not be sent. Synchronised.
+    /// Reports a frame that could not be sent. Synchronised.
     void report(const std::string& text) const;
     /// Synchronised.
     [[nodiscard]] Communicator::Counters counters() const;
@@ -117,14 +117,15 @@ public:
     [[nodiscard]] const Socket& socket() const { return socket_; }
     [[nodiscard]] OutgoingStream::Outlet& outlet() { return outlet_; }
     [[nodiscard]] std::size_t inputCapacity() const { return input_.capacity(); }
-    /// While closing: says that nothing more will follow if all has been `sent`, and discards what
-    /// the peer sends, because a socket that closes with unread input cuts off what is on its way.
-    /// Gives the bytes that the peer has not acknowledged.
+    /// While closing: shuts down the output if everything has been `sent`, and discards the peer's
+    /// data, because closing a socket with unread input would destroy data in flight. Returns the
+    /// number of bytes that the peer has not acknowledged.
     std::size_t finish(bool sent);
 
     /// Watches nothing once the connection is lost.
     Loop::Watch watch;
-    /// The host's handle; null before addCommunicator() and after the removal. The host's thread's.
+    /// The host's handle; null before addCommunicator() and after the removal. Belongs to the
+    /// host's thread.
     Communicator* communicator = nullptr;
 
 private:
@@ -138,16 +139,16 @@ private:
     std::string target_;
     std::array<std::byte, Greeting::kSize> greetingBytes_ = {};
     std::size_t greetingSize_ = 0;
-    Greeting peer_; // written once, before the connection is shown to anyone
+    Greeting peer_; // written once, before the connection is visible to others
     InputBuffer input_;
     std::uint64_t bytesRead_ = 0; // after the greeting
     OutgoingStream::Outlet outlet_;
-    std::atomic<std::thread::id> replayThread_; // none but during the replay
+    std::atomic<std::thread::id> replayThread_; // set only during the replay
     std::size_t replayBytes_ = 0;               // since the last part of it was sent
     std::chrono::system_clock::time_point since_;
     std::atomic<std::uint64_t> eventsIn_ = 0;
     std::atomic<std::uint64_t> bytesIn_ = 0;
-    State state_ = State::Greeting; // HandOver's
+    State state_ = State::Greeting; // belongs to HandOver
     std::atomic<bool> ended_ = false;
     mutable Vessa::Mutex mutex_;
     std::string endReason_ ORVEL_GUARDED_BY(mutex_);

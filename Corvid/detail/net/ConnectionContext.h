@@ -10,20 +10,20 @@
 
 namespace Corvid::detail {
 
-/// What the connections of one hub share and keep alive. Synchronised, but for the loop's own
-/// rules.
+/// Shared by the connections of one hub, which keep it alive. Synchronised, except for the loop's
+/// own rules.
 class ConnectionContext {
 public:
-    /// Throws std::system_error when the process has no descriptor left.
+    /// Throws std::system_error if the process has no descriptor left.
     ConnectionContext() = default;
 
     const std::shared_ptr<Loop> loop = std::make_shared<Loop>();
     OutgoingStream stream;
 
     void setDiagnostic(MultiCommunicator::Diagnostic diagnostic);
-    /// Gives the host a line.
+    /// Passes a line to the host.
     void report(MultiCommunicator::Severity severity, const std::string& text) const;
-    /// Has the loop thread look for work soon.
+    /// Makes the loop thread look for work soon.
     void nudge();
 
 private:

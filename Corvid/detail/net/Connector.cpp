@@ -25,14 +25,14 @@ constexpr std::size_t kMaxAttempts = 64;
 constexpr int kIntervalsRemembered = 3;
 
 std::string targetOf(std::uint64_t instance) {
-    return "#" + std::to_string(instance); // no host name begins so
+    return "#" + std::to_string(instance); // no host name starts so
 }
 
 std::string targetOf(const std::string& host, std::uint16_t port) {
     return host + ":" + std::to_string(port);
 }
 
-/// Not to be guessed by who has not heard the query. 0 stands for none.
+/// Unpredictable for anyone who has not received the query. 0 means none.
 std::uint32_t newNonce() {
     return std::random_device()() | 1U;
 }
@@ -130,7 +130,7 @@ void Connector::search(Clock::time_point now) {
     const auto forget = searched_ - kIntervalsRemembered * seconds(usedInterval_);
     std::erase_if(found_, [&](const auto& entry) { return entry.second.heard < forget; });
     for (auto& [instance, found] : found_) {
-        found.endpoints.clear(); // the answers name those that work now
+        found.endpoints.clear(); // the answers contain the current ones
         found.tried = 0;
     }
     const Greeting self = hub_.greeting();
@@ -142,8 +142,8 @@ void Connector::search(Clock::time_point now) {
     publish();
 }
 
-/// Only an answer to a query of ours comes to this side's own address, and only an announcement
-/// comes to the group: a stranger must not have the scene sent to it with a datagram.
+/// Answers must come to this side's own address and belong to its query, and announcements must
+/// come to the group: a stranger must not get the scene by sending a datagram.
 bool Connector::isAskedFor(const Discovery::Arrival& arrival) const {
     const DiscoveryDatagram& datagram = arrival.datagram;
     if (arrival.toGroup) {
@@ -154,7 +154,7 @@ bool Connector::isAskedFor(const Discovery::Arrival& arrival) const {
 }
 
 /// Makes room for one more server at this address by forgetting one that has not answered the
-/// latest search, or that cannot be reached. False if there is none.
+/// latest search, or cannot be reached. Returns false if there is none.
 bool Connector::makeRoom(const InetAddress& address) {
     const auto isThere = [&](const auto& entry) { return entry.second.server.address == address; };
     const bool many =
@@ -271,7 +271,7 @@ void Connector::tryNamed(const std::string& target) {
 
 void Connector::lookUp(Named& named) {
     named.lookUp = std::make_shared<LookUp>();
-    // The system's look-up may take many seconds and cannot be broken off.
+    // The system's look-up may take many seconds and cannot be cancelled.
     const auto work = [result = named.lookUp, context = hub_.context(), host = named.host,
                        port = named.port] {
         addrinfo hints = {};
@@ -383,7 +383,7 @@ void Connector::failed(const std::string& target, const std::string& reason) {
     for (auto& [instance, found] : found_) {
         if (targetOf(instance) == target) {
             found.busy = false;
-            tryNext(instance); // it may have been seen on other interfaces
+            tryNext(instance); // it may have been found on other interfaces
             return;
         }
     }
@@ -408,7 +408,7 @@ bool Connector::accept(Connection& connection) {
         }
         return false;
     }
-    // A socket may connect to itself when nobody listens at a local port.
+    // A socket may connect to itself if no one listens on a local port.
     if (instance == hub_.greeting().instance || connected_.contains(instance)) {
         return false;
     }
@@ -421,7 +421,7 @@ void Connector::lost(Connection& connection) {
     const auto entry = connected_.find(connection.peer().instance);
     if (entry != connected_.end() && entry->second == &connection) {
         connected_.erase(entry);
-    } else { // it has never been accepted; the next search tries again
+    } else { // it was never accepted; the next search tries again
         const auto named = named_.find(connection.target());
         if (named != named_.end()) {
             named->second.busy = false;

@@ -22,8 +22,7 @@
 
 namespace Corvid::detail {
 
-/// Searches for servers and connects to them. Confined to the loop thread but for what says
-/// otherwise.
+/// Searches for servers and connects to them. Confined to the loop thread unless stated otherwise.
 class Connector : public Hub::Role {
 public:
     using Clock = Loop::Clock;
@@ -47,22 +46,22 @@ public:
     void stop() override;
 
 private:
-    /// A host that is being looked up, on a thread that may outlive all of this.
+    /// A host name being resolved, on a thread that may outlive everything else.
     struct LookUp {
         Vessa::Mutex mutex;
         bool done ORVEL_GUARDED_BY(mutex) = false;
         std::optional<Socket::Endpoint> endpoint ORVEL_GUARDED_BY(mutex);
         std::string error ORVEL_GUARDED_BY(mutex);
     };
-    /// A server that was found.
+    /// A found server.
     struct Found {
         MultiClient::FoundServer server;
-        std::vector<Socket::Endpoint> endpoints; ///< tried one after the other
+        std::vector<Socket::Endpoint> endpoints; ///< tried in order
         std::size_t tried = 0;                   ///< of those, since the last search
         bool busy = false;                       ///< an attempt or a greeting is under way
         Clock::time_point heard;
     };
-    /// A server that was asked for.
+    /// A server of connectToServer().
     struct Named {
         std::string host;
         std::uint16_t port = 0;
@@ -100,9 +99,9 @@ private:
     std::map<std::uint64_t, Connection*> connected_;
     std::map<std::uint64_t, Found> found_;
     std::map<std::string, Named> named_;    // by "host:port"
-    std::list<Attempt> attempts_;           // the oldest first
+    std::list<Attempt> attempts_;           // oldest first
     std::set<std::uint64_t> otherVersions_; // reported already
-    std::set<std::uint64_t> closed_;        // instances that do not admit this machine's address
+    std::set<std::uint64_t> closed_;        // instances that refuse this machine's address
     std::uint32_t nonce_ = 0;
     std::uint32_t lastNonce_ = 0;
     Clock::time_point searched_;

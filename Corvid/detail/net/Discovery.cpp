@@ -29,15 +29,15 @@ bool isIn(const std::vector<Value>& list, const Value& value) {
 
 Discovery::Network networkOf(const ifaddrs& one, const InetAddress& address) {
     if ((one.ifa_flags & IFF_POINTOPOINT) != 0) {
-        return {0, 0}; // there is nobody but the one peer, and what that passes on
+        return {0, 0}; // no networks, only the peer and what it forwards
     }
     const auto* mask = reinterpret_cast<const sockaddr_in*>(one.ifa_netmask);
     const std::uint32_t bits = mask == nullptr ? ~0U : ntohl(mask->sin_addr.s_addr);
     return {address.bits() & bits, bits};
 }
 
-/// The interfaces that are up and can multicast, or those of them that are asked for. Unless its
-/// address is asked for, one address of each interface is enough.
+/// The interfaces that are up and can multicast, restricted to those of the settings. Unless its
+/// address is requested, one address per interface is enough.
 std::vector<Interface> findInterfaces(const Multicast::Settings& settings) {
     std::vector<Interface> found;
     std::map<unsigned, std::vector<Discovery::Network>> networks; // by the interface's index
@@ -116,7 +116,7 @@ bool Discovery::refresh() {
             return one.address == link->address && one.index == link->index;
         };
         const auto found = std::find_if(interfaces.begin(), interfaces.end(), same);
-        // What could not be opened is tried again.
+        // Interfaces that could not be opened are tried again.
         const bool keep = found != interfaces.end() && link->error.empty();
         if (keep) {
             link->networks = std::move(found->networks); // they may change
@@ -145,7 +145,7 @@ bool Discovery::refresh() {
     for (const InetAddress& address : settings_.interfaces) {
         const auto same = [&](const auto& link) { return link->address == address; };
         if (std::none_of(links_.begin(), links_.end(), same)) {
-            const auto link = std::make_shared<Link>(); // to say that it is missing
+            const auto link = std::make_shared<Link>(); // to report it as missing
             link->address = address;
             link->error = "no interface that is up has this address";
             links_.push_back(link);
@@ -195,10 +195,10 @@ void Discovery::openLink(Link& link) {
     const bool good =
         open(link.group) && link.group.set(SOL_SOCKET, SO_REUSEADDR, 1) && // others hear it too
         bind(link.group, {settings_.address, settings_.port}) &&
-        set(link.group, IP_MULTICAST_ALL, 0) && // only what arrives on this interface
+        set(link.group, IP_MULTICAST_ALL, 0) && // only datagrams of this interface
         set(link.group, IP_ADD_MEMBERSHIP, membership) && open(link.own) &&
         bind(link.own, {link.address, 0}) && set(link.own, IP_MULTICAST_IF, membership) &&
-        set(link.own, IP_MULTICAST_LOOP, 1); // other programs of this machine
+        set(link.own, IP_MULTICAST_LOOP, 1); // for other programs of this machine
     if (good) {
         setTtl(link, settings_.ttl);
     } else {
@@ -231,13 +231,13 @@ Loop::Watch Discovery::listen(const std::shared_ptr<Link>& link, Socket& socket)
 void Discovery::receive(Link& link, Socket& socket) {
     constexpr int kMaxInARow = 64; // in a flood, before the connections are served
     for (int i = 0; i < kMaxInARow && socket; ++i) {
-        std::array<std::byte, DiscoveryDatagram::kSize + 1> bytes; // one more shows a longer one
+        std::array<std::byte, DiscoveryDatagram::kSize + 1> bytes; // one more detects longer ones
         Socket::Endpoint sender;
         const Socket::Transfer got = socket.receive(bytes, &sender);
         if (got.blocked()) {
             return;
         }
-        if (got.error) { // such as a peer's port that is closed; it says nothing about the next one
+        if (got.error) { // such as a closed port of a peer; the next one may be fine
             continue;
         }
         const auto datagram = DiscoveryDatagram::decode(std::span(bytes).first(got.bytes));

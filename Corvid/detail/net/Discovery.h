@@ -15,21 +15,21 @@
 
 namespace Corvid::detail {
 
-/// Whether an address of this machine belongs to the interfaces that the settings name; true if
-/// they name none.
+/// Whether an address of this machine belongs to the interfaces of the settings; true if they name
+/// none.
 [[nodiscard]] bool mayUse(const Multicast::Settings& settings, const InetAddress& own);
 
-/// Datagrams to and from the multicast group, on each interface for itself: a socket that hears the
-/// group there and one that sends from the interface's own address and hears what comes back to it.
-/// Confined to the loop thread but for ignored().
+/// Datagrams to and from the multicast group, separately per interface: one socket receives from
+/// the group, another sends from the interface's own address and receives the answers. Confined to
+/// the loop thread except ignored().
 class Discovery {
 public:
-    /// The addresses that an interface reaches without a router.
+    /// A network that an interface reaches without a router.
     struct Network {
         std::uint32_t address;
         std::uint32_t mask;
     };
-    /// One interface. `error` says why it cannot be used; empty if it can.
+    /// One interface. `error` is the reason why it cannot be used; empty if it can.
     struct Link {
         std::string name;
         InetAddress address;
@@ -44,11 +44,11 @@ public:
         /// Whether an address is in one of the interface's networks.
         [[nodiscard]] bool isNear(const InetAddress& other) const;
     };
-    /// A datagram, its sender, and where it has arrived.
+    /// A datagram with its sender and interface.
     struct Arrival {
         DiscoveryDatagram datagram;
         Socket::Endpoint sender;
-        bool toGroup; ///< or else to the interface's own address
+        bool toGroup; ///< otherwise to the interface's own address
         Link& link;
     };
     using Handler = std::function<void(const Arrival&)>;
@@ -57,23 +57,23 @@ public:
 
     /// Whether the settings have changed since the last refresh().
     [[nodiscard]] bool isOutdated() const { return multicast_.revision() != revision_; }
-    /// Takes up changed settings and interfaces; interfaces that stay as they are keep their
-    /// sockets. True if there is a new interface.
+    /// Applies changed settings and interfaces; unchanged interfaces keep their sockets. Returns
+    /// true if there is a new interface.
     bool refresh();
     /// Sends to the group on all interfaces.
     void send(const DiscoveryDatagram& datagram);
     /// Sends from an interface's own address to one peer.
     static void
     answer(Link& link, const DiscoveryDatagram& datagram, const Socket::Endpoint& receiver);
-    /// Closes all sockets; nothing arrives any more.
+    /// Closes all sockets.
     void stop();
 
-    /// The interfaces as of the last refresh(), and those that were asked for and are not there.
+    /// The interfaces as of the last refresh(), and requested ones that are missing.
     [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const;
-    /// Whether a datagram has come no further than this side would send one: with a TTL of 1 or
-    /// less, from a network of the interface.
+    /// Whether a datagram has come no further than this side would send one: with a TTL of at most
+    /// 1, from a network of the interface.
     [[nodiscard]] bool isInReach(const Arrival& arrival) const;
-    /// Datagrams that were none of ours. Synchronised.
+    /// Number of invalid and unsolicited datagrams. Synchronised.
     [[nodiscard]] std::uint64_t ignored() const { return ignored_; }
     void countIgnored() { ++ignored_; }
 

@@ -49,7 +49,7 @@ constexpr bool isLost(State state) {
 
 } // namespace
 
-/// Locks if there are two threads.
+/// Locks only if there are two threads.
 class ORVEL_SCOPED_CAPABILITY HandOver::Guard {
 public:
     explicit Guard(const HandOver& owner) ORVEL_ACQUIRE(owner.mutex_)
@@ -61,7 +61,7 @@ public:
     ~Guard() ORVEL_RELEASE() { unlock(); }
 
 private:
-    // Without a second thread there is nothing to lock, which the analysis cannot know.
+    // Without a second thread nothing is locked, which the analysis cannot know.
     void lock() ORVEL_NO_THREAD_SAFETY_ANALYSIS {
         if (mutex_ != nullptr) {
             mutex_->lock();
@@ -76,8 +76,9 @@ private:
     Vessa::Mutex* mutex_;
 };
 
-/// The only function that changes a state. The lists follow: a connection is in the queue exactly
-/// while it is queued; take() has taken it out before. Gives the connection back if no list has it.
+/// The only function that changes a state. Maintains the lists: a connection is in the queue
+/// exactly while it is queued; take() has removed it before. Returns the connection if no list
+/// holds it.
 HandOver::Pointer HandOver::enter(Pointer connection, State state) {
     const State before = std::exchange(connection->state_, state);
     assert(leadsTo(before, state));
@@ -181,7 +182,7 @@ Connection* HandOver::take() {
     if (queue_.empty()) {
         return nullptr;
     }
-    Pointer connection = std::move(queue_.front()); // moved, as this happens for each frame
+    Pointer connection = std::move(queue_.front()); // moved, because this happens for each frame
     queue_.pop_front();
     State state = State::Out;
     if (connection->state_ == State::Lost) {

@@ -11,16 +11,16 @@
 
 namespace Corvid::detail {
 
-/// Passes connections between the loop thread, which reads them, and the host, which takes what has
-/// arrived: the states of Connection::State and the lists that go with them. The two may be one
-/// thread, and then nothing is locked.
+/// Passes connections between the loop thread, which reads them, and the host, which takes received
+/// frames: the states of Connection::State and their lists. If both are one thread, nothing is
+/// locked.
 class HandOver {
 public:
     using Pointer = std::shared_ptr<Connection>;
     using State = Connection::State;
 
-    /// Whether the host takes connections on a thread of its own, in deliver(). Before the first
-    /// connection.
+    /// Whether the host takes connections on a thread of its own, in deliver(). Set it before the
+    /// first connection.
     void setDeferred(bool deferred) { deferred_ = deferred; }
     [[nodiscard]] bool isDeferred() const { return deferred_; }
 
@@ -31,16 +31,17 @@ public:
     void wait(Pointer connection);
     /// Queues a connection that has been read and holds a whole frame.
     void offer(Pointer connection);
-    /// Forgets a connection that the host has not seen. False if it has.
+    /// Forgets a connection that the host has not seen. Returns false if it has.
     bool refuse(const Pointer& connection);
-    /// Queues a connection that has ended, after `record`, which must not block. False, and nothing
-    /// happens, if it is lost already or the host has removed it.
+    /// Queues a connection that has ended, after `record`, which must not block. Returns false,
+    /// without effect, if it is lost already or the host has removed it.
     bool lose(const Pointer& connection, const std::function<void()>& record);
-    /// Takes those that came back from the host, for read() or forget(). It may list one twice.
+    /// Returns the connections that came back from the host, for read() or forget(). May contain
+    /// duplicates.
     [[nodiscard]] std::vector<Pointer> takeReturned();
-    /// Returned becomes Reading; false if it was not returned.
+    /// Changes Returned to Reading; false if it was not returned.
     bool read(const Pointer& connection);
-    /// Removed becomes Gone; false if it was not removed.
+    /// Changes Removed to Gone; false if it was not removed.
     bool forget(const Pointer& connection);
 
     // The host's.
@@ -48,13 +49,15 @@ public:
     /// Whether something is queued, and how many connections.
     [[nodiscard]] bool hasQueued() const { return queued() > 0; }
     [[nodiscard]] std::size_t queued() const;
-    /// Takes the next of the queue; null if there is none. The host has it until finish().
+    /// Takes the next connection of the queue; null if there is none. The host has it until
+    /// finish().
     Connection* take();
-    /// The host has done with what it took: it is queued again, or goes back to the loop thread.
+    /// The host is done with the taken connection: it is queued again, or goes back to the loop
+    /// thread.
     void finish();
-    /// What the host took; null if nothing.
+    /// The connection that the host has taken; null if none.
     [[nodiscard]] Pointer taken() const;
-    /// Takes one that has greeted past the queue, and gives back one that was introduced.
+    /// Takes a connection that has greeted, bypassing the queue, and returns it afterwards.
     void introduce(const Pointer& connection);
     void introduced(const Pointer& connection);
     /// The host has removed a connection.

@@ -17,12 +17,12 @@ using Severity = MultiCommunicator::Severity;
 using State = Connection::State;
 
 constexpr auto kTimeToGreet = 5s;
-// What is queued at closing may leave as long as the peers take something of it, within limits. A
-// segment that got lost is sent again after a round trip and 200 ms.
+// Time for queued data at closing, as long as the peers read some of it, within limits. A lost
+// segment is sent again after a round trip and 200 ms.
 constexpr auto kTimeToLeave = 500ms;
 constexpr auto kMaxTimeToLeave = 2s;
 constexpr auto kDrainInterval = 2ms;
-constexpr int kMaxTaken = 256; // frames between two looks at the sockets
+constexpr int kMaxTaken = 256; // frames between two polls of the sockets
 constexpr auto kNap = 200us;
 constexpr std::size_t kMaxInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
@@ -47,7 +47,7 @@ Hub::Hub(MultiCommunicator& owner, int protocolVersion)
 Hub::~Hub() {
     try {
         close();
-    } catch (...) { // only memory can be missing, and a destructor can do nothing about it
+    } catch (...) { // only out of memory, and a destructor cannot handle it
     }
     loop()->remove(*this);
 }
@@ -110,8 +110,8 @@ std::vector<Hub::Pointer> Hub::registered() const {
 
 // Coming
 
-/// Has an idle connection give way if there are too many; the result says why the newcomer may not
-/// stay, if it may not.
+/// Makes an idle connection give way if there are too many. Returns the reason if the new one must
+/// be refused.
 std::string Hub::makeRoom(const Pointer& newcomer) {
     std::vector<Pointer> others(ungreeted_.begin(), ungreeted_.end());
     others.insert(others.end(), served_.begin(), served_.end());
@@ -135,7 +135,7 @@ std::string Hub::makeRoom(const Pointer& newcomer) {
     return {};
 }
 
-/// Ends the oldest connection that has sent nothing; false if there is none.
+/// Closes the oldest connection that has sent nothing. Returns false if there is none.
 bool Hub::endIdle(const std::vector<Pointer>& connections) {
     Pointer oldest;
     for (const Pointer& connection : connections) {
@@ -164,19 +164,19 @@ void Hub::adopt(Socket socket, const std::string& target) {
         [this, raw = connection.get()](const Loop::Watch::Ready& what) {
             ready(raw->shared_from_this(), what);
         });
-    // A client shows who it is when it knows that it will stay; see role_->accept().
+    // A client greets when it knows that it keeps the connection; see role_->accept().
     if (!connection->watch.want(true, false) ||
         (target.empty() && !connection->sendGreeting(greeting()))) {
         refuse(connection, "the connection broke at once");
         return;
     }
-    // A peer that opens connections and never greets loses the oldest of them; others greet fast.
+    // The oldest connection gives way, because real peers greet quickly.
     if (ungreeted_.size() > MultiCommunicator::kMaxUngreeted) {
         refuse(Pointer(ungreeted_.front()), "too many others have not shown either who they are");
     }
 }
 
-/// Refuses those that have not greeted in time. Gives when the next is due.
+/// Refuses those that have not greeted in time. Returns when the next is due.
 Hub::Clock::time_point Hub::refuseTheLate(Clock::time_point now) {
     while (!ungreeted_.empty()) {
         const Pointer oldest = ungreeted_.front();
@@ -188,7 +188,8 @@ Hub::Clock::time_point Hub::refuseTheLate(Clock::time_point now) {
     return Clock::time_point::max();
 }
 
-/// Ends a connection that the host has not seen; one that it has seen is lost for that reason.
+/// Closes a connection that the host has not seen; one that it has seen is reported as lost with
+/// that reason.
 void Hub::refuse(const Pointer& connection, const std::string& reason) {
     connection->end(reason);
     if (!handOver_.refuse(connection)) {
@@ -243,7 +244,7 @@ void Hub::readGreeting(const Pointer& connection) {
     }
 }
 
-/// Shows a connection to the host, which brings the peer up to date.
+/// Passes a connection to the host, which brings the peer up to date.
 void Hub::introduce(const Pointer& connection) {
     reportVisit("connected with " + nameOf(*connection));
     std::unique_ptr<Communicator> communicator(new Communicator(connection));
@@ -258,7 +259,7 @@ void Hub::introduce(const Pointer& connection) {
     const std::vector<Pointer> all = registered();
     const bool isRegistered = std::count(all.begin(), all.end(), connection) > 0;
     if (kept && isRegistered) {
-        static_cast<void>(communicator.release()); // now it is ours until close(), see there
+        static_cast<void>(communicator.release()); // owned here until close(), see there
         handOver_.introduced(connection);
         if (context_->stream.ready(connection->outlet())) {
             loop()->wake();
@@ -325,7 +326,7 @@ void Hub::record(const Connection& connection) {
     drops.push_back(std::move(drop));
 }
 
-/// What follows a loss that was counted: the loop does not serve the connection any more.
+/// Removes a lost connection, which has been counted, from the loop.
 void Hub::announceLoss(const Pointer& connection) {
     context_->stream.leave(connection->outlet());
     connection->watch = {};
@@ -335,13 +336,13 @@ void Hub::announceLoss(const Pointer& connection) {
 }
 
 void Hub::lose(const Pointer& connection) {
-    // Counted first, so that the host finds the reason when it is given the loss.
+    // Counted first, so that the host finds the reason when it learns of the loss.
     if (handOver_.lose(connection, [&] { record(*connection); })) {
         announceLoss(connection);
     }
 }
 
-/// Ends a connection and discards what it has left unread.
+/// Closes a connection and discards its unread input.
 void Hub::abandon(const Pointer& connection, const std::string& reason) {
     connection->end(reason);
     connection->discardInput();
@@ -390,7 +391,7 @@ void Hub::ready(const Pointer& connection, const Loop::Watch::Ready& ready) {
         readGreeting(connection);
     } else if (state == State::Reading) {
         read(connection);
-    } else { // the host is to take first what has arrived, so that the peer is slowed down
+    } else { // the host must take received frames first, which slows down the peer
         connection->watch.wantRead(false);
     }
 }
@@ -411,7 +412,7 @@ void Hub::read(const Pointer& connection) {
     }
 }
 
-/// Whether the input buffers take more memory together than they may.
+/// Whether the input buffers together exceed their memory limit.
 bool Hub::isInputFull() const {
     std::size_t bytes = 0;
     for (const Pointer& connection : registered()) {
@@ -430,7 +431,7 @@ Connection::Status Hub::write(const Pointer& connection) {
     return status;
 }
 
-/// Sends what waits. True if more could be sent at once.
+/// Sends queued data. Returns true if more could be sent at once.
 bool Hub::flush() {
     bool more = false;
     std::vector<Pointer> failed;
@@ -450,7 +451,7 @@ bool Hub::flush() {
 
 // The loop
 
-/// Takes up what the host has done with connections.
+/// Processes the connections that the host has returned.
 void Hub::takeReturned() {
     for (const Pointer& connection : handOver_.takeReturned()) {
         if (handOver_.forget(connection)) {
@@ -473,7 +474,7 @@ Hub::Clock::time_point Hub::prepare(Clock::time_point now, bool waits) {
     if (!open_) {
         return Clock::time_point::max();
     }
-    // First of all: what is handed over from here on asks for work anew, and so for another pass.
+    // First, because data queued from here on requests work again, and so another iteration.
     const bool work = context_->stream.takeWork();
     auto next = role_->serve(now);
     reportLeftOut();
@@ -490,10 +491,10 @@ Hub::Clock::time_point Hub::prepare(Clock::time_point now, bool waits) {
     if (!waits) {
         return now;
     }
-    // A thread that has woken this one is probably making a batch of events. Wait a moment without
-    // asking to be woken for them; input ends the wait at once. Otherwise that thread would have to
-    // wake this one for each event, at the cost of a change of threads where both share a
-    // processor, and would meet it at the mutex while it fetches them one by one.
+    // A thread that has woken this one is probably sending a batch of events. Wait a moment without
+    // requesting a wake-up; input ends the wait at once. Otherwise that thread would have to wake
+    // this one for each event, at the cost of a context switch if both share a processor, and
+    // contend for the mutex while this one fetches them one by one.
     if (inBatch && work && !more) {
         napEnd_ = Clock::now() + kNap;
         return std::min(next, *napEnd_);
@@ -560,7 +561,7 @@ int Hub::deliver(const std::function<void(Communicator*)>& receive) {
     delivering_ = true;
     const std::unique_ptr<bool, void (*)(bool*)> end(
         &delivering_, [](bool* delivering) { *delivering = false; });
-    handOver_.finish(); // left behind if `receive` has thrown
+    handOver_.finish(); // left over if `receive` has thrown
     int count = 0;
     while (count < MultiClient::kMaxDelivered) {
         const Connection* connection = handOver_.take();
@@ -576,7 +577,7 @@ int Hub::deliver(const std::function<void(Communicator*)>& receive) {
         ++count;
     }
     if (count > 0) {
-        context_->nudge(); // what was given back is to be read again
+        context_->nudge(); // returned connections must be read again
     }
     return count;
 }
@@ -605,7 +606,7 @@ MultiCommunicator::Counters Hub::counters() const {
 
 // Closing
 
-/// Gives what is queued its time to leave, and to arrive.
+/// Gives queued data time to be sent and received.
 void Hub::drain() {
     const auto end = Clock::now() + kMaxTimeToLeave;
     auto deadline = Clock::now() + kTimeToLeave;
@@ -636,7 +637,7 @@ void Hub::close() {
     }
     context_->stream.close();
     role_->stop();
-    open_ = false; // from here on nothing is read any more
+    open_ = false; // nothing is read from here on
     drain();
     std::vector<Pointer> registered;
     {

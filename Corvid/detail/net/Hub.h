@@ -19,19 +19,20 @@
 
 namespace Corvid::detail {
 
-/// The inside of a MultiCommunicator: all its connections. A client of its loop; threads are as
-/// MultiCommunicator says.
+/// The implementation of a MultiCommunicator: all its connections. A client of its loop; see
+/// MultiCommunicator for threads.
 class Hub : private Loop::Client {
 public:
     using Clock = Loop::Clock;
 
-    /// What makes the connections. All calls come on the loop thread, stop() on the closing one.
+    /// Makes the connections: a client or a server. All calls come on the loop thread, stop() on
+    /// the closing one.
     class Role {
     public:
         virtual ~Role() = default;
-        /// Does what is due, changed settings included. Returns when to call it again.
+        /// Does due work, including changed settings. Returns when to call it again.
         virtual Clock::time_point serve(Clock::time_point now) = 0;
-        /// Whether a peer that has shown who it is may stay.
+        /// Whether to keep a peer that has greeted.
         virtual bool accept(Connection& connection) = 0;
         /// A connection that was accepted has ended.
         virtual void lost(Connection& connection) = 0;
@@ -45,7 +46,7 @@ public:
     Hub(const Hub&) = delete;
     Hub& operator=(const Hub&) = delete;
 
-    /// False if it is or was open.
+    /// Returns false if it is or was open.
     bool open(Role& role);
     void close();
     void setDeferred(bool deferred) { handOver_.setDeferred(deferred); }
@@ -53,27 +54,27 @@ public:
     bool sendFrame(const std::byte* frame, std::size_t size);
     bool add(Communicator* communicator) ORVEL_EXCLUDES(mutex_);
     bool remove(Communicator* communicator) ORVEL_EXCLUDES(mutex_);
-    /// Waits for a connection that has something, or until a time. Null: does not take it, and
-    /// returns also when another client of the loop has something for its host.
+    /// Waits for a connection with data, or until a time. With null it does not take it, and also
+    /// returns when another client of the loop has something for its host.
     bool wait(Communicator** communicator, Clock::time_point until = Clock::time_point::max());
     bool available(int& count);
     void breakWait();
     int deliver(const std::function<void(Communicator*)>& receive);
     [[nodiscard]] MultiCommunicator::Counters counters() const ORVEL_EXCLUDES(mutex_);
 
-    /// Takes a new socket; the greetings follow.
+    /// Adds a new socket; the greetings follow.
     void adopt(Socket socket, const std::string& target);
-    /// Ends the registered connections of a peer that has come back on this new one, and discards
-    /// what they have left unread. Not when deferred.
+    /// Closes the registered connections of a peer that has reconnected, and discards their unread
+    /// events. Not in deferred mode.
     void replaceBy(const Connection& newer);
-    /// The same for connections registered before that of `since`, if their peers are gone.
+    /// The same for connections registered before `since`, if their peers are gone.
     void discardLeftovers(const Communicator* since);
 
-    /// Gives the host a line.
+    /// Passes a line to the host.
     void report(MultiCommunicator::Severity severity, const std::string& text) const {
         context_->report(severity, text);
     }
-    /// The same for what a stranger can cause as often as it likes.
+    /// The same for lines that strangers can cause at any rate.
     void reportRefusal(const std::string& text);
     void countRefusal() { ++refused_; }
 
@@ -122,9 +123,9 @@ private:
     HandOver handOver_;
 
     // The loop thread's.
-    std::deque<Pointer> ungreeted_; // the oldest first
-    std::vector<Pointer> served_;   // that have greeted and are not lost
-    int taken_ = 0;                 // by the host since the sockets were last asked
+    std::deque<Pointer> ungreeted_; // oldest first
+    std::vector<Pointer> served_;   // have greeted and are not lost
+    int taken_ = 0;                 // by the host since the last poll of the sockets
     std::uint64_t wakeUps_ = 0;     // of the loop, when last seen
     std::optional<Clock::time_point> napEnd_;
 
@@ -136,7 +137,7 @@ private:
     std::atomic<std::uint64_t> refused_ = 0;
     mutable Vessa::Mutex mutex_;
     std::vector<Pointer> registered_ ORVEL_GUARDED_BY(mutex_);
-    // Of the connections that are gone.
+    // Of closed connections.
     MultiCommunicator::Counters totals_ ORVEL_GUARDED_BY(mutex_);
 };
 

@@ -13,7 +13,7 @@ std::span<std::byte> InputBuffer::room() {
     if (capacity_ == 0) {
         resize(kLeast);
     } else if (used == 0 && capacity_ > kUsual) {
-        resize(kUsual); // a large frame is through
+        resize(kUsual); // after a large frame
     } else if ((wasFull_ && capacity_ < kUsual) || used > capacity_ / 2) {
         resize(2 * capacity_); // the peer sends a lot, or the rest of a large frame follows
     } else if (begin_ > 0) {

@@ -6,26 +6,26 @@
 
 namespace Corvid::detail {
 
-/// Bytes that have arrived on a connection, cut into frames. It grows with what has arrived, never
-/// by what a length field says. Not synchronised.
+/// Received bytes of a connection, split into frames. It grows with received data, never because of
+/// a length field. Not synchronised.
 class InputBuffer {
 public:
     enum class Next {
-        Part,  ///< no whole frame
-        Frame, ///< at least one whole frame
-        Broken ///< what comes next cannot be a frame
+        Part,  ///< no complete frame
+        Frame, ///< at least one complete frame
+        Broken ///< the next bytes are not a frame
     };
 
-    /// Where to put what arrives next; never empty. Frames given before become invalid.
+    /// The space for received bytes; never empty. Invalidates returned frames.
     std::span<std::byte> room();
-    /// Tells how much has been put there.
+    /// Sets the number of bytes stored there.
     void commit(std::size_t bytes);
 
-    /// Discards what has arrived; a frame given before stays valid.
+    /// Discards unread bytes; returned frames stay valid.
     void clear() { begin_ = end_; }
 
     [[nodiscard]] Next next() const;
-    /// Takes the next frame, which must be whole. It is valid until room().
+    /// Returns the next frame, which must be complete. Valid until room().
     std::span<const std::byte> take();
 
     [[nodiscard]] std::size_t capacity() const noexcept { return capacity_; }
@@ -40,7 +40,7 @@ private:
     std::size_t capacity_ = 0;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
-    bool wasFull_ = false; // the last room was filled, so that a larger one saves calls
+    bool wasFull_ = false; // the last room was filled, so a larger one saves calls
 };
 
 } // namespace Corvid::detail

@@ -8,8 +8,8 @@
 
 namespace Corvid::detail {
 
-/// Limits the lines of one kind that peers can cause in a period, and counts those that are left
-/// out. Synchronised.
+/// Limits the lines of one kind that peers can cause in a period, and counts those left out.
+/// Synchronised.
 class LineLimit {
 public:
     using Clock = std::chrono::steady_clock;
@@ -32,10 +32,10 @@ public:
         ++leftOut_;
         return false;
     }
-    /// How many lines were left out since the last call; 0 while the period in which that began is
-    /// not over. `final`: ends the period.
+    /// Number of lines left out since the last call; 0 until the period is over. `final`: ends the
+    /// period.
     std::uint64_t takeLeftOut(bool final = false) {
-        if (leftOut_ == 0) { // as nearly always
+        if (leftOut_ == 0) { // the usual case
             return 0;
         }
         const Vessa::Lock lock(mutex_);

@@ -14,7 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kRefreshInterval = 3s; // interfaces come and go
+constexpr auto kRefreshInterval = 3s; // to notice changed interfaces
 constexpr auto kFullPause = 100ms;
 constexpr int kMaxAccepted = 16; // before the others are served
 constexpr int kBacklog = 128;
@@ -103,8 +103,7 @@ bool Listener::admit(Socket& socket, const Multicast::Settings& settings) {
     }
     Greeting refusal = hub_.greeting();
     refusal.features = Greeting::kNotAdmitted;
-    socket.send(
-        refusal.encode()); // without it, the client finds the connection closed all the same
+    socket.send(refusal.encode()); // on failure, the client still finds the connection closed
     socket.endSending();
     hub_.countRefusal();
     hub_.reportRefusal("refused a client at " + peer.text() + ": its address is not allowed");
@@ -112,7 +111,7 @@ bool Listener::admit(Socket& socket, const Multicast::Settings& settings) {
 }
 
 bool Listener::accept(Connection& connection) {
-    // The peer keeps one connection, and has given up the former ones.
+    // The peer keeps one connection, and has given up earlier ones.
     hub_.replaceBy(connection);
     return true;
 }
@@ -162,11 +161,11 @@ void Listener::answer(const Discovery::Arrival& query) {
     if (query.datagram.kind != DiscoveryDatagram::Kind::Query) {
         return; // another server's
     }
-    if (!query.toGroup || !discovery_.isInReach(query)) { // nobody searches so
+    if (!query.toGroup || !discovery_.isInReach(query)) { // not a valid search
         discovery_.countIgnored();
         return;
     }
-    // Clients of another version are answered too, so that they can report the mismatch.
+    // Clients with another version are answered too, so that they can report the mismatch.
     Discovery::answer(
         query.link, datagram(DiscoveryDatagram::Kind::Answer, query.datagram.nonce), query.sender);
 }

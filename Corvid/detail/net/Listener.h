@@ -17,18 +17,18 @@
 
 namespace Corvid::detail {
 
-/// Accepts clients and answers those that search. Confined to the loop thread after listen() but
-/// for what says otherwise.
+/// Accepts clients and answers their searches. Confined to the loop thread after listen() unless
+/// stated otherwise.
 class Listener : public Hub::Role {
 public:
     using Clock = Loop::Clock;
 
     Listener(Hub& hub, const Multicast& multicast);
 
-    /// Empty if it listens now, else the reason.
+    /// Returns the reason if it cannot listen; otherwise empty.
     std::string listen(const std::string& host, std::uint16_t port, bool announce);
     [[nodiscard]] std::uint16_t port() const { return port_; }
-    /// Before the first pass of the loop.
+    /// Call it before the loop first runs.
     void setAdmission(MultiServer::Admission admission) { admission_ = std::move(admission); }
     /// Synchronised.
     [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const ORVEL_EXCLUDES(mutex_);
@@ -41,7 +41,7 @@ public:
 
 private:
     void acceptClients();
-    /// Whether the settings allow a connection; one that they do not is sent a refusal.
+    /// Whether the settings allow a connection; otherwise sends a refusal.
     bool admit(Socket& socket, const Multicast::Settings& settings);
     void refresh(Clock::time_point now) ORVEL_EXCLUDES(mutex_);
     void answer(const Discovery::Arrival& query);

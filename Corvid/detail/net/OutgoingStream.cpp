@@ -70,7 +70,8 @@ std::uint64_t OutgoingStream::lagOf(const Outlet& outlet) const {
            std::max(outlet.own.begin(), outlet.replayEnd) + outlet.backlogCounts.lag;
 }
 
-/// Called once per chunk, so that an append costs the same however many connections there are.
+/// Called once per chunk, so that the cost of an append does not depend on the number of
+/// connections.
 void OutgoingStream::checkLag() {
     bool any = false;
     for (Outlet* outlet : outlets_) {
@@ -78,7 +79,7 @@ void OutgoingStream::checkLag() {
         any = any || outlet->overrun;
     }
     if (any) {
-        trimLocked(); // the writer may not come for long, and memory must stay bounded
+        trimLocked(); // the writer may be late, and memory must stay bounded
     }
 }
 
@@ -128,7 +129,7 @@ bool OutgoingStream::isLate(Outlet& outlet) {
            (outlet.position < outlet.mark && now - outlet.markTime > kLateTime);
 }
 
-/// Lists all that waits for an outlet, in its order. Gives where its own part ends.
+/// Lists all queued data of an outlet, in order. Returns the end of its own part.
 std::uint64_t OutgoingStream::listPending(Outlet& outlet) {
     std::uint64_t position = outlet.position;
     std::uint64_t own = outlet.own.begin();

@@ -14,47 +14,47 @@
 
 namespace Corvid::detail {
 
-/// What waits to be sent: one stream for all connections, and for each its position in it and a
-/// queue of its own. Any thread appends, one (the writer) takes from it; the writer is to be woken
-/// only when it sleeps. A connection that lags can be given only the newest values: the writer then
-/// moves what waits for it into a backlog of its own. Synchronised.
+/// The outgoing data: one stream for all connections, and per connection its position in it and a
+/// queue of its own. Any thread appends; one (the writer) takes from it and is only woken if it
+/// sleeps. A connection that lags can be restricted to the newest values: the writer then moves its
+/// data into a backlog. Synchronised.
 class OutgoingStream {
 public:
-    /// A connection's part, guarded by the stream's mutex. Lives until leave() at least.
+    /// The part of one connection, guarded by the stream's mutex. Lives at least until leave().
     struct Outlet {
-        /// Bytes of the connection's own that go out where the stream has reached `position`.
+        /// Bytes of the connection's own, to be sent when the stream has reached `position`.
         struct Run {
             std::uint64_t position;
             std::uint64_t end; // in `own`
         };
         bool joined = false;
-        bool leaving = false; // leaves when the writer has done with it
-        bool joining = false; // until the peer is brought up to date nothing of the stream goes out
+        bool leaving = false; // removed when the writer is done with it
+        bool joining = false; // nothing of the stream is sent until the peer is up to date
         bool writing = false; // the writer reads its bytes outside the mutex
-        bool overrun = false; // lags too far; keeps nothing any more
-        bool blocked = false; // the socket takes no more
-        bool stuck = false;   // and did so at some time since all had been sent
+        bool overrun = false; // lags too far; stores nothing any more
+        bool blocked = false; // the socket is full
+        bool stuck = false;   // the socket was full at some time since everything was sent
         std::uint64_t position = 0;
         ChunkQueue own{1};
         std::deque<Run> runs;
-        std::uint64_t replayEnd = 0;    // in `own`; what lies before does not count as lag
+        std::uint64_t replayEnd = 0;    // in `own`; data before it does not count as lag
         std::uint64_t framesBefore = 0; // frames of the stream when it joined
         std::uint64_t framesOwn = 0;
         std::uint64_t bytesOut = 0;
-        // A position that the stream had reached at that time; the next when it has been sent.
+        // A position that the stream had reached at that time; replaced when it has been sent.
         std::uint64_t mark = 0;
         std::chrono::steady_clock::time_point markTime;
-        Backlog backlog; // goes out before the rest; the writer's, outside the mutex too
+        Backlog backlog; // is sent first; the writer's, outside the mutex too
         Backlog::Counts backlogCounts;
     };
-    /// What gather() found.
+    /// The result of gather().
     struct Batch {
         std::size_t pieces = 0;
         std::size_t bytes = 0;
-        bool overrun = false; ///< it lags by more than the limit and gets nothing any more
-        bool backlog = false; ///< it lags and gets only the newest values
+        bool overrun = false; ///< lags by more than the limit and gets nothing any more
+        bool backlog = false; ///< lags and gets only the newest values
     };
-    /// A reading of an outlet.
+    /// Statistics of an outlet.
     struct Counts {
         std::uint64_t frames = 0;
         std::uint64_t bytesOut = 0;
@@ -63,40 +63,40 @@ public:
     };
 
     void setLagLimit(std::size_t bytes);
-    /// Before open(): connections that lag get only the newest values. `classify` says how frames
-    /// relate; the writer calls it, without the mutex.
+    /// Call it before open(): connections that lag get only the newest values. `classify` relates
+    /// frames to each other; the writer calls it without the mutex.
     void setNewestOnly(Backlog::Classify classify) { classify_ = std::move(classify); }
     [[nodiscard]] bool newestOnly() const { return classify_ != nullptr; }
 
-    /// Appends a frame for all who have joined. Sets `wake` if the writer sleeps and has to be
-    /// woken now. False when closed.
+    /// Appends a frame for all joined outlets. Sets `wake` if the writer sleeps and must be woken.
+    /// Returns false if closed.
     bool append(const std::byte* frame, std::size_t size, bool& wake);
-    /// Appends a frame for one. False when that has left or lags too far.
+    /// Appends a frame for one outlet. Returns false if it has left or lags too far.
     bool append(Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake);
 
     void open();
     void close();
-    /// From here on the outlet gets what is appended; the stream's part only after ready().
+    /// From now on the outlet gets appended frames; those of the stream only after ready().
     void join(Outlet& outlet);
-    /// True if the writer has to be woken.
+    /// Returns true if the writer must be woken.
     bool ready(Outlet& outlet);
     void leave(Outlet& outlet);
 
     // The writer's.
 
-    /// Moves what waits for an outlet into its backlog if it lags too much to get every value.
+    /// Moves an outlet's queued data into its backlog if it lags too much to get every value.
     void moveLag(Outlet& outlet);
-    /// Lists what is next for an outlet, which it then reads until advance().
+    /// Lists the next data of an outlet, which the caller may read until advance().
     Batch gather(Outlet& outlet, iovec* pieces, std::size_t most);
-    /// Tells how much of that has been written and whether the socket takes more.
+    /// Reports the number of bytes written and whether the socket is full.
     void advance(Outlet& outlet, std::size_t bytes, bool blocked);
     void unblock(Outlet& outlet);
     void trim();
     /// Whether there is work since the last call.
     bool takeWork();
-    /// Makes takeWork() give true; true if the writer has to be woken.
+    /// Makes takeWork() return true. Returns true if the writer must be woken.
     bool addWork();
-    /// Before sleeping: false if there is work after all.
+    /// Call it before sleeping. Returns false if there is work after all.
     bool beginSleep();
     void endSleep();
 
@@ -118,7 +118,7 @@ private:
     bool wakeLocked() ORVEL_REQUIRES(mutex_);
     [[nodiscard]] std::uint64_t lagOf(const Outlet& outlet) const ORVEL_REQUIRES(mutex_);
 
-    Backlog::Classify classify_; // not changed once open
+    Backlog::Classify classify_; // constant once open
     std::vector<iovec> pending_; // the writer's
 
     mutable Vessa::Mutex mutex_; // guards the outlets too, as far as they are not the writer's

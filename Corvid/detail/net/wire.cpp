@@ -34,7 +34,7 @@ private:
     std::span<std::byte> bytes_;
 };
 
-/// The caller has checked that there are enough bytes.
+/// The caller has checked the number of bytes.
 class Reader {
 public:
     explicit Reader(std::span<const std::byte> bytes) : bytes_(bytes) {}

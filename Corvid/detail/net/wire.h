@@ -11,12 +11,12 @@
 
 namespace Corvid::detail {
 
-/// What both sides send first on a connection, the server at once and the client when it has seen
-/// that it will stay: 22 bytes, little-endian. "ORVELNET", protocol
-/// version (16 bits), features (16 bits), instance (64 bits), id (16 bits).
+/// The first message of each side, sent by the server at once and by the client when it keeps the
+/// connection: 22 bytes, little-endian. "ORVELNET", protocol version (16 bits), features (16 bits),
+/// instance (64 bits), id (16 bits).
 struct Greeting {
     static constexpr std::size_t kSize = 22;
-    /// The feature of a server that turns the address away; no other is meant by it.
+    /// The feature bit of a server that refuses the address; the other bits then have no meaning.
     static constexpr std::uint16_t kNotAdmitted = 0x8000;
 
     std::uint16_t version = 0;
@@ -25,19 +25,19 @@ struct Greeting {
     std::uint16_t features = 0;
 
     [[nodiscard]] std::array<std::byte, kSize> encode() const;
-    /// Nothing if that is no greeting. The version may be any.
+    /// Returns nothing if it is not a greeting. Accepts any version.
     [[nodiscard]] static std::optional<Greeting> decode(std::span<const std::byte, kSize> bytes);
-    /// Whether a greeting can begin like that.
+    /// Whether a greeting can start like that.
     [[nodiscard]] static bool canBegin(std::span<const std::byte> bytes);
 };
 
-/// What clients and servers send each other to be found: 36 bytes, little-endian. "ORVELFND",
-/// protocol version (16 bits), kind (16 bits), instance (64 bits), id (16 bits), TCP port
-/// (16 bits), nonce (32 bits), clock (64 bits).
+/// A datagram of discovery: 36 bytes, little-endian. "ORVELFND", protocol version (16 bits), kind
+/// (16 bits), instance (64 bits), id (16 bits), TCP port (16 bits), nonce (32 bits), clock (64
+/// bits).
 struct DiscoveryDatagram {
     static constexpr std::size_t kSize = 36;
     enum class Kind : std::uint16_t {
-        Query = 1,   ///< a client looks for servers; the port is 0
+        Query = 1,   ///< a client searches for servers; the port is 0
         Answer = 2,  ///< a server's answer, with the nonce of the query
         Announce = 3 ///< a server has opened; the nonce is 0
     };
@@ -51,15 +51,15 @@ struct DiscoveryDatagram {
     std::uint64_t clock = 0; ///< of a server: microseconds since it opened; 0 in a query
 
     [[nodiscard]] std::array<std::byte, kSize> encode() const;
-    /// Nothing if that is no such datagram. The version may be any.
+    /// Returns nothing if it is not such a datagram. Accepts any version.
     [[nodiscard]] static std::optional<DiscoveryDatagram> decode(std::span<const std::byte> bytes);
 };
 
-/// The length, event type and tag that each frame begins with.
+/// The length, event type and tag at the start of each frame.
 constexpr std::size_t kFrameHeaderBytes = 8;
 
-/// Size of the frame that these bytes begin with, its length field included: nothing if the field
-/// is not there yet, 0 if no frame can begin so.
+/// The size of the frame at the start of these bytes, including its length field: nothing if the
+/// field is incomplete, 0 if it is invalid.
 [[nodiscard]] inline std::optional<std::size_t> frameSize(std::span<const std::byte> bytes) {
     std::uint32_t length = 0;
     if (bytes.size() < sizeof length) {
