@@ -85,7 +85,8 @@ bool until(const std::function<bool()>& condition, Peers&... peers) {
 }
 
 /// The greeting of a client with this version and instance.
-inline std::string greeting(char version = 2, char instance = 'i') {
-    return std::string("ORVELNET") + version + std::string(3, '\0') + std::string(8, instance) +
-           std::string("\x05\x00", 2);
+inline std::string greeting(char version = 2, std::uint16_t instance = 'i') {
+    std::string bytes = "ORVELNET" + std::string{version} + std::string(11, '\0') + "\x05" + '\0';
+    std::memcpy(&bytes[12], &instance, sizeof instance);
+    return bytes;
 }

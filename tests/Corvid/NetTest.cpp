@@ -136,8 +136,9 @@ TEST_F(Net, TakesClientsOfItsInterfacesOnly) {
 }
 
 /// A greeting, then so many times the words.
-std::string greetingAnd(const std::vector<std::uint32_t>& words, int times = 1) {
-    std::string bytes = greeting();
+std::string
+greetingAnd(const std::vector<std::uint32_t>& words, int times = 1, std::uint16_t instance = 'i') {
+    std::string bytes = greeting(2, instance);
     while (times-- > 0) {
         bytes.append(reinterpret_cast<const char*>(words.data()), 4 * words.size());
     }
@@ -389,17 +390,12 @@ TEST_F(Net, TurnsAwaySilentPeersInTimeOrWhenTheyAreTooMany) {
 
 TEST_F(Net, BoundsConnectionsAndTheMemoryOfTheirInput) {
     const auto server = newServer(0, false);
-    const auto greetingOf = [](std::uint16_t peer) {
-        std::string bytes = greeting();
-        std::memcpy(&bytes[12], &peer, sizeof peer);
-        return bytes;
-    };
     // Events that never end, each in a buffer of 64 MiB.
     std::list<RawSocket> large;
     const std::string part(std::size_t{24} << 20U, 'x');
     for (std::uint16_t peer = 0; peer < 5; ++peer) {
         const RawSocket& socket =
-            large.emplace_back(server->port(), greetingOf(peer) + "\0\0\0\3\0\0\0"s, 0);
+            large.emplace_back(server->port(), greeting(2, peer) + "\0\0\0\3\0\0\0"s, 0);
         std::size_t sent = 0;
         ASSERT_TRUE(until(
             [&] {
@@ -411,7 +407,6 @@ TEST_F(Net, BoundsConnectionsAndTheMemoryOfTheirInput) {
     ASSERT_TRUE(until([&] { return server->lost == 1; }, *server));
     EXPECT_EQ(
         server->counters().lastDrops.at(0).reason, "too many large events are arriving at once");
-    large.clear();
 
     constexpr std::size_t kMax = Corvid::MultiCommunicator::kMaxConnections;
     rlimit limit = {};
@@ -422,15 +417,13 @@ TEST_F(Net, BoundsConnectionsAndTheMemoryOfTheirInput) {
     server->setMaxPerAddress(2 * kMax);
     std::list<RawSocket> peers;
     while (peers.size() < kMax + 20) {
-        peers.emplace_back(server->port(), greetingOf(static_cast<std::uint16_t>(peers.size())));
+        peers.emplace_back(server->port(), greeting(2, static_cast<std::uint16_t>(peers.size())));
         server->poll();
     }
-    EXPECT_TRUE(until(
-        [&] {
-            const auto counters = server->counters();
-            return counters.connected + counters.refused == peers.size() + 5;
-        },
-        *server));
+    const auto isSettled = [&, all = peers.size() + large.size()] {
+        return server->counters().connected + server->counters().refused == all;
+    };
+    EXPECT_TRUE(until(isSettled, *server));
     EXPECT_EQ(server->connections(), kMax);
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
@@ -464,11 +457,10 @@ TEST_F(Net, ServesConnectionsInTurn) {
     constexpr int kEach = 5000;
     std::list<RawSocket> loud;
     for (const char peer : {'a', 'b', 'c'}) {
-        const std::string frames = greetingAnd({8, 0, static_cast<std::uint32_t>(peer)}, kEach);
-        loud.emplace_back(server->port(), greeting(2, peer) + frames.substr(greeting().size()));
+        const std::vector<std::uint32_t> frame = {8, 0, static_cast<std::uint32_t>(peer)};
+        loud.emplace_back(server->port(), greetingAnd(frame, kEach, peer));
     }
-    const RawSocket quiet(
-        server->port(), greeting(2, 'q') + greetingAnd({8, 0, 7}).substr(greeting().size()));
+    const RawSocket quiet(server->port(), greetingAnd({8, 0, 7}, 1, 'q'));
     ASSERT_TRUE(until([&] { return server->numbers.size() == 3 * kEach + 1; }, *server));
     server->numbers.resize(3000);
     for (const char peer : {'a', 'b', 'c'}) {
