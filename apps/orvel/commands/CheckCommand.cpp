@@ -1,7 +1,6 @@
 #include "commands/CheckCommand.h"
 
-#include <Show/check/SceneWarnings.h>
-#include <Show/scene/LoadedScene.h>
+#include <Show/ShowFile.h>
 
 #include <cstdio>
 #include <iostream>
@@ -32,26 +31,28 @@ CheckCommand::CheckCommand(CLI::App& parent) {
 
 bool CheckCommand::check(const std::string& path) const {
     const bool fromInput = path == "-";
-    std::vector<Show::Problem> problems;
-    const auto loaded = fromInput ? Show::loadScene(std::cin, "standard input", problems)
-                                  : Show::loadScene(path, problems);
-    complain(problems);
-    if (loaded == nullptr) {
+    const std::string name = fromInput ? "standard input" : path;
+    const Show::ShowFile scene =
+        fromInput ? Show::ShowFile::readScene(std::cin, name) : Show::ShowFile::load(path);
+    if (scene.isCapture()) {
+        complain(path + " is a capture; only scenes are checked. To hear it: orvel play " + path);
         return false;
     }
-    double end = 0.0;
-    const std::vector<Show::Problem> warnings = Show::findWarnings(*loaded, end);
+    complain(scene.problems());
+    if (!scene.isGood()) {
+        return false;
+    }
+    const auto [warnings, end] = scene.check();
     complain(warnings);
-    const Show::Scene& scene = loaded->scene;
     if (strict_ && !warnings.empty()) {
         return false;
     }
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%g", end);
-    std::cout << scene.path << ": ok"
+    std::cout << name << ": ok"
               << (warnings.empty() ? "" : ", " + counted(warnings.size(), "warning")) << " ("
-              << counted(Show::countSources(scene), "source") << ", "
-              << counted(Show::countEmitters(scene), "emitter") << ", " << seconds << " s)\n";
+              << counted(scene.sources(), "source") << ", " << counted(scene.emitters(), "emitter")
+              << ", " << seconds << " s)\n";
     return true;
 }
 
