@@ -74,7 +74,7 @@ class Capture(RemoteCase):
         # A capture is untrusted, so nothing is fetched because of it.
         self.run_tool("render", "s.orvelrec", "o.wav", code=1)
         self.assertTrue(any(channels(self.path("o.wav"))[0]))
-        self.assertIn("unless --fetch is given", err)
+        self.assertIn("only fetched with --fetch", err)
         os.remove(self.path("ring.wav"))
         err = self.run_tool("render", "--fetch", "s.orvelrec", "o.wav", code=1)[1]
         self.assertRegex(err, r"sources\[2\]\.url: .*ring\.wav")
@@ -95,7 +95,7 @@ class Capture(RemoteCase):
         with socket.create_connection(("127.0.0.1", int(osc))) as sender:
             sender.sendall((len(message).to_bytes(4, "big") + message) * 100000)
         self.assertEqual(recorder.wait(DEADLINE), 0, self.read("record.log"))
-        self.assertRegex(self.read("record.log"), r"disk is almost full; the recording ends here "
+        self.assertRegex(self.read("record.log"), r"disk is almost full; the recording stops here "
                          r"and can be played\n(?s:.*) events; part of.*\nAvail\n +[1-9]\d+\n$")
 
 
