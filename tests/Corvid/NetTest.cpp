@@ -383,7 +383,7 @@ TEST_F(Net, TurnsAwaySilentPeersInTimeOrWhenTheyAreTooMany) {
     }
     ASSERT_TRUE(until([&] { return first.isClosed(); }, *server));
     EXPECT_FALSE(second.isClosed());
-    EXPECT_TRUE(server->hasLine("too many others have not shown either who they are"));
+    EXPECT_TRUE(server->hasLine("too many connections have not greeted"));
     ASSERT_TRUE(until([&] { return second.isClosed(); }, *server));
     EXPECT_TRUE(server->hasLine("has not shown who it is in time"));
 }

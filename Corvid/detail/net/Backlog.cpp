@@ -10,7 +10,7 @@ namespace Corvid::detail {
 namespace {
 
 constexpr std::size_t kLeastForgotten = std::size_t{64} << 10U; // moving the rest is worth it
-constexpr std::size_t kMostKeptEmpty = std::size_t{1} << 20U;
+constexpr std::size_t kMaxKeptEmpty = std::size_t{1} << 20U;
 constexpr std::size_t kBytesPerSubject = 64; // about as much as the map takes
 
 } // namespace
@@ -107,7 +107,7 @@ void Backlog::advance(std::size_t size) {
     sent_ = 0;
     if (bytes_.empty()) {
         newest_.clear();
-        if (bytes_.capacity() > kMostKeptEmpty) {
+        if (bytes_.capacity() > kMaxKeptEmpty) {
             bytes_.shrink_to_fit();
         }
     }

@@ -59,8 +59,7 @@ Connection::Status Connection::readGreeting() {
         return Status::Blocked;
     }
     if (got.bytes == 0) {
-        end(got.error ? got.error.message()
-                      : "it closed the connection before it had shown who it is");
+        end(got.error ? got.error.message() : "it closed the connection before it had greeted");
         return Status::Failed;
     }
     greetingSize_ += got.bytes;
@@ -90,15 +89,15 @@ Connection::Status Connection::read() {
 }
 
 Connection::Status Connection::write() {
-    constexpr std::size_t kMostPieces = 64;
-    constexpr int kMostCalls = 4; // then other connections are served
-    std::array<iovec, kMostPieces> pieces;
+    constexpr std::size_t kMaxPieces = 64;
+    constexpr int kMaxCalls = 4; // then other connections are served
+    std::array<iovec, kMaxPieces> pieces;
     context_->stream.moveLag(outlet_);
-    for (int call = 0; call < kMostCalls; ++call) {
+    for (int call = 0; call < kMaxCalls; ++call) {
         const OutgoingStream::Batch batch =
             context_->stream.gather(outlet_, pieces.data(), pieces.size());
         if (batch.overrun) {
-            end("it takes its data too slowly, and more waits for it than the limit allows");
+            end("it reads too slowly, and its queue exceeds the limit");
             return Status::Failed;
         }
         if (batch.pieces == 0) {
@@ -153,7 +152,7 @@ std::string Connection::endReason() const {
 bool Connection::receiveFrame(std::span<const std::byte>& frame) {
     if (input_.next() != InputBuffer::Next::Frame) {
         if (input_.next() == InputBuffer::Next::Broken) {
-            end("it sent something that is no event");
+            end("it sent an invalid event");
         }
         return false;
     }

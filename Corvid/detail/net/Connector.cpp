@@ -194,7 +194,7 @@ void Connector::heard(const Discovery::Arrival& arrival) {
             otherVersions_.insert(datagram.instance).second) {
             hub_.reportRefusal(
                 "the server at " + endpoint.text() + " speaks version " +
-                std::to_string(datagram.version) + " of the protocol, and this program version " +
+                std::to_string(datagram.version) + " of the protocol, this program version " +
                 std::to_string(self.version) + "; use the same release on both");
         }
         return;

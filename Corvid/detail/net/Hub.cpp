@@ -87,7 +87,8 @@ void Hub::reportLeftOut(bool final) {
     if (const auto count = visitLines_.takeLeftOut(final); count != 0) {
         report(
             Severity::Notice,
-            std::to_string(count) + " more lines about peers that came and went were left out");
+            std::to_string(count) +
+                " more lines about peers that connected and disconnected were left out");
     }
 }
 
@@ -130,7 +131,7 @@ std::string Hub::makeRoom(const Pointer& newcomer) {
     }
     if (!newcomer->socket().leavesDescriptors(MultiCommunicator::kKeptDescriptors)) {
         endIdle(others); // which closes later, and makes room for the next
-        return "the last file descriptors are for the process itself";
+        return "the remaining file descriptors are reserved for the process";
     }
     return {};
 }
@@ -145,7 +146,7 @@ bool Hub::endIdle(const std::vector<Pointer>& connections) {
         }
     }
     if (oldest) {
-        refuse(oldest, "it has sent nothing, and another needs its place");
+        refuse(oldest, "it has sent nothing and gave way to another");
     }
     return oldest != nullptr;
 }
@@ -167,12 +168,12 @@ void Hub::adopt(Socket socket, const std::string& target) {
     // A client greets when it knows that it keeps the connection; see role_->accept().
     if (!connection->watch.want(true, false) ||
         (target.empty() && !connection->sendGreeting(greeting()))) {
-        refuse(connection, "the connection broke at once");
+        refuse(connection, "the connection was lost at once");
         return;
     }
     // The oldest connection gives way, because real peers greet quickly.
     if (ungreeted_.size() > MultiCommunicator::kMaxUngreeted) {
-        refuse(Pointer(ungreeted_.front()), "too many others have not shown either who they are");
+        refuse(Pointer(ungreeted_.front()), "too many connections have not greeted");
     }
 }
 
@@ -183,7 +184,7 @@ Hub::Clock::time_point Hub::refuseTheLate(Clock::time_point now) {
         if (now < oldest->since() + kTimeToGreet) {
             return oldest->since() + kTimeToGreet;
         }
-        refuse(oldest, "it has not shown who it is in time");
+        refuse(oldest, "it did not greet in time");
     }
     return Clock::time_point::max();
 }
@@ -220,19 +221,19 @@ void Hub::readGreeting(const Pointer& connection) {
     if (connection->peer().version != version_) {
         refuse(
             connection, "it speaks version " + std::to_string(connection->peer().version) +
-                            " of the protocol, and this program version " +
-                            std::to_string(version_) + "; use the same release on both");
+                            " of the protocol, this program version " + std::to_string(version_) +
+                            "; use the same release on both");
         return;
     }
     std::erase(ungreeted_, connection);
     if (!role_->accept(*connection)) {
-        connection->end("there is a connection with this peer already");
+        connection->end("there is already a connection to this peer");
         handOver_.refuse(connection);
         connection->watch = {};
         return;
     }
     if (!connection->target().empty() && !connection->sendGreeting(greeting())) {
-        refuse(connection, "the connection broke at once");
+        refuse(connection, "the connection was lost at once");
         return;
     }
     served_.push_back(connection);
@@ -266,7 +267,7 @@ void Hub::introduce(const Pointer& connection) {
         }
         return;
     }
-    connection->end("the application did not want it");
+    connection->end("the application refused it");
     if (!isRegistered || !remove(communicator.get())) {
         connection->communicator = nullptr;
         handOver_.remove(connection);
@@ -302,7 +303,7 @@ bool Hub::remove(Communicator* communicator) {
         totals_.bytesOut += counters.bytesOut;
         totals_.eventsLeftOut += counters.eventsLeftOut;
     }
-    connection->end("the application ended it");
+    connection->end("the application closed it");
     context_->stream.leave(connection->outlet());
     connection->communicator = nullptr;
     handOver_.remove(connection);
@@ -352,7 +353,7 @@ void Hub::abandon(const Pointer& connection, const std::string& reason) {
 void Hub::replaceBy(const Connection& newer) {
     for (const Pointer& connection : registered()) {
         if (connection->peer().instance == newer.peer().instance) {
-            abandon(connection, "the peer has connected anew");
+            abandon(connection, "the peer has reconnected");
         }
     }
 }
@@ -403,7 +404,7 @@ void Hub::read(const Pointer& connection) {
         connection->end("too many large events are arriving at once");
     }
     if (connection->next() == InputBuffer::Next::Broken) {
-        connection->end("it sent something that is no event");
+        connection->end("it sent an invalid event");
     }
     if (status == Connection::Status::Failed || connection->isEnded()) {
         lose(connection);
@@ -459,7 +460,7 @@ void Hub::takeReturned() {
             announceLoss(connection);
         } else if (handOver_.read(connection)) {
             if (connection->next() == InputBuffer::Next::Broken) {
-                connection->end("it sent something that is no event");
+                connection->end("it sent an invalid event");
             }
             if (connection->isEnded()) {
                 lose(connection);

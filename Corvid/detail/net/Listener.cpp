@@ -88,7 +88,7 @@ void Listener::acceptClients() {
 bool Listener::admit(Socket& socket, const Multicast::Settings& settings) {
     if (settings.restricted() && !mayUse(settings, socket.own().address)) {
         hub_.countRefusal();
-        hub_.reportRefusal("refused a client of an interface that is not to be used");
+        hub_.reportRefusal("refused a client on an excluded interface");
         return false;
     }
     if (!admission_) {

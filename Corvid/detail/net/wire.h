@@ -67,8 +67,8 @@ constexpr std::size_t kFrameHeaderBytes = 8;
     }
     std::memcpy(&length, bytes.data(), sizeof length);
     constexpr std::size_t kLeast = kFrameHeaderBytes - sizeof length;
-    constexpr std::size_t kMost = Event::kMaxFrameBytes - sizeof length;
-    return length < kLeast || length > kMost ? 0 : length + sizeof length;
+    constexpr std::size_t kMax = Event::kMaxFrameBytes - sizeof length;
+    return length < kLeast || length > kMax ? 0 : length + sizeof length;
 }
 
 } // namespace Corvid::detail
