@@ -45,7 +45,7 @@ struct Scene {
     }
     void move() {
         for (std::size_t i = 0; i < emitters.size(); ++i) {
-            const float at = 0.0123F * static_cast<float>(i) + 0.001F * static_cast<float>(++turn);
+            const float at = 0.0123F * static_cast<float>(i) + 0.001F * static_cast<float>(++frame);
             const Orvel::Vec3f position{at, 0.5F * at, -at};
             emitters[i]->setTransform(&position, nullptr);
         }
@@ -55,14 +55,14 @@ struct Scene {
     Show::MonitorBackend* monitor = nullptr;
     std::vector<Orvel::Source*> sources;
     std::vector<Orvel::Emitter*> emitters;
-    int turn = 0;
+    int frame = 0;
 };
 
 /// The seconds inside update() for one answer.
 struct Access {
     double longest = 0.0;
     double sum = 0.0;
-    double turns = 0.0;
+    double updates = 0.0;
     double bytes = 0.0;
 };
 
@@ -85,7 +85,7 @@ Access look(Scene& scene, const std::string& path) {
         const double seconds = OrvelBench::secondsSince(before);
         access.longest = std::max(access.longest, seconds);
         access.sum += seconds;
-        ++access.turns;
+        ++access.updates;
         const ssize_t size = ::recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
         if (size > 0) {
             answer.append(buffer.data(), static_cast<std::size_t>(size));
@@ -125,17 +125,18 @@ int main(int argc, char** argv) {
             const double unwatched = idle(scene);
             access = look(scene, path);
             longest.add(access.longest, unwatched);
-            whole.add(access.sum, unwatched * access.turns);
+            whole.add(access.sum, unwatched * access.updates);
             worst = std::max(worst, access.longest);
         }
         const std::string name = path;
-        report.row(name + ", longest turn", longest.medians(), OrvelBench::kMicroseconds);
+        report.row(name + ", longest update", longest.medians(), OrvelBench::kMicroseconds);
         report.limit(longest.medians().figure, OrvelBench::kMicroseconds, 1000.0);
         report.figure(name + ", worst of 300", worst, OrvelBench::kMicroseconds, 1000.0);
-        char turns[64];
+        char updates[64];
         std::snprintf(
-            turns, sizeof turns, ", all %.0f turns, %.0f KiB", access.turns, access.bytes / 1024.0);
-        report.row(name + turns, whole.medians(), OrvelBench::kMicroseconds);
+            updates, sizeof updates, ", all %.0f updates, %.0f KiB", access.updates,
+            access.bytes / 1024.0);
+        report.row(name + updates, whole.medians(), OrvelBench::kMicroseconds);
         report.limit(whole.medians().figure, OrvelBench::kMicroseconds, 1000.0);
     }
     return report.finish();

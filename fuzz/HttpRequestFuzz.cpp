@@ -76,9 +76,9 @@ void talk(std::string_view bytes, std::size_t step) {
     HttpSession session(site, WebClient(InetAddress::fromBits(0x7F000001), 1), now);
     std::string output;
     const auto attend = [&] {
-        for (int i = 0; i < 100'000 && (session.wantsTurn() || !session.output().empty()); ++i) {
-            if (session.wantsTurn()) {
-                session.turn(now);
+        for (int i = 0; i < 100'000 && (session.wantsStep() || !session.output().empty()); ++i) {
+            if (session.wantsStep()) {
+                session.step(now);
             }
             if (!session.output().empty()) { // a client that reads half of it
                 const std::string rest = session.output().front().substr(session.outputOffset());
@@ -88,7 +88,7 @@ void talk(std::string_view bytes, std::size_t step) {
                 session.sent(taken, now);
             }
         }
-        require(!session.wantsTurn() && session.outputBytes() == 0);
+        require(!session.wantsStep() && session.outputBytes() == 0);
     };
     for (; !bytes.empty(); bytes.remove_prefix(std::min(step, bytes.size()))) {
         if (session.wantsInput()) {

@@ -305,7 +305,7 @@ void OscScene::move(Orvel::Emitter& emitter, const Orvel::Vec3f& place) {
     apply_(event);
 }
 
-void OscScene::turn(Orvel::Emitter& emitter, const Orvel::Quaternion& rotation) {
+void OscScene::rotate(Orvel::Emitter& emitter, const Orvel::Quaternion& rotation) {
     Orvel::TransformEvent event;
     event.address(Orvel::CmdSetEmitterTransform, emitter.id());
     event.position = emitter.position();
@@ -472,7 +472,7 @@ OscScene::Fault OscScene::orientation(Orvel::Emitter& emitter, Numbers n) {
     if (!toRotation(n, rotation)) {
         return kNoRotation;
     }
-    turn(emitter, rotation);
+    rotate(emitter, rotation);
     return nullptr;
 }
 

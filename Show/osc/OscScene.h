@@ -96,7 +96,7 @@ private:
 
     void send(short command, int id);
     void move(Orvel::Emitter& emitter, const Orvel::Vec3f& place);
-    void turn(Orvel::Emitter& emitter, const Orvel::Quaternion& rotation);
+    void rotate(Orvel::Emitter& emitter, const Orvel::Quaternion& rotation);
     void setGain(Orvel::Emitter& emitter, float gain);
     void setPolar(Orvel::Emitter& emitter, Polar polar);
     [[nodiscard]] bool muted(const Orvel::Emitter& emitter) const;

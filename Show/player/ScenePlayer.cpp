@@ -29,7 +29,7 @@ void placeAnew(Orvel::World& world, Orvel::Emitter& emitter) {
 /// Starts one property of a change: at once, or from its current value over a time. Returns false
 /// if there is nothing to set now.
 template <class Value>
-bool turn(
+bool startChange(
     const std::optional<Value>& target, const Change& change, std::optional<Ramp<Value>>& ramp,
     Value& value) {
     if (!target) {
@@ -242,8 +242,8 @@ void ScenePlayer::applyToWorld(const Change& change) {
 void ScenePlayer::applyToListener(const Change& change) {
     Orvel::Vec3f position = world_.listenerPosition();
     Orvel::Quaternion rotation = world_.listenerRotation();
-    const bool moved = turn(change.position, change, listener_.position, position);
-    if (turn(change.rotation, change, listener_.rotation, rotation) || moved) {
+    const bool moved = startChange(change.position, change, listener_.position, position);
+    if (startChange(change.rotation, change, listener_.rotation, rotation) || moved) {
         moveListener(world_, position, rotation);
     }
 }
@@ -265,7 +265,7 @@ void ScenePlayer::applyToSource(const Change& change, Orvel::Source& source) {
             pitches_.erase(found);
         }
     }
-    const bool pitched = turn(change.pitch, change, ramp, pitch);
+    const bool pitched = startChange(change.pitch, change, ramp, pitch);
     if (change.pitch && ramp) {
         pitches_.insert_or_assign(source.id(), *ramp);
     }
@@ -286,8 +286,8 @@ void ScenePlayer::applyToEmitter(const Change& change, Orvel::Emitter& emitter) 
     EmitterRamps& ramps = emitters_[emitter.id()];
     float gain = emitter.gain();
     float value = emitter.paramValue();
-    bool changed = turn(change.gain, change, ramps.gain, gain);
-    changed = turn(change.value, change, ramps.value, value) || changed;
+    bool changed = startChange(change.gain, change, ramps.gain, gain);
+    changed = startChange(change.value, change, ramps.value, value) || changed;
     const bool replaced = change.spatial && *change.spatial != emitter.paramFlag();
     if (changed || replaced) {
         emitter.setParam(change.spatial.value_or(emitter.paramFlag()), value, gain);
@@ -297,15 +297,15 @@ void ScenePlayer::applyToEmitter(const Change& change, Orvel::Emitter& emitter) 
     }
     Orvel::Vec3f position = emitter.position();
     Orvel::Quaternion rotation = emitter.rotation();
-    changed = turn(change.position, change, ramps.position, position);
-    if (turn(change.rotation, change, ramps.rotation, rotation) || changed) {
+    changed = startChange(change.position, change, ramps.position, position);
+    if (startChange(change.rotation, change, ramps.rotation, rotation) || changed) {
         emitter.setTransform(&position, &rotation);
     }
     Orvel::Hull hull = emitter.hull();
     changed = false;
     for (std::size_t i = 0; i < ramps.hull.size(); ++i) {
         float& extent = hull.*Orvel::kHullExtents[i].value;
-        changed = turn(change.hull[i], change, ramps.hull[i], extent) || changed;
+        changed = startChange(change.hull[i], change, ramps.hull[i], extent) || changed;
     }
     if (changed) {
         emitter.setHull(hull);

@@ -385,7 +385,7 @@ TEST_F(Net, TurnsAwaySilentPeersInTimeOrWhenTheyAreTooMany) {
     EXPECT_FALSE(second.isClosed());
     EXPECT_TRUE(server->hasLine("too many connections have not greeted"));
     ASSERT_TRUE(until([&] { return second.isClosed(); }, *server));
-    EXPECT_TRUE(server->hasLine("has not shown who it is in time"));
+    EXPECT_TRUE(server->hasLine("it did not greet in time"));
 }
 
 TEST_F(Net, BoundsConnectionsAndTheMemoryOfTheirInput) {

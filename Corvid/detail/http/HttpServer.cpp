@@ -185,7 +185,7 @@ Loop::Clock::time_point HttpServer::nextServe() const {
     }
     Clock::time_point next = acceptAgain_;
     for (const Connection& connection : connections_) {
-        if (connection.session.wantsTurn()) {
+        if (connection.session.wantsStep()) {
             return Loop::kNow;
         }
         next = std::min(next, connection.session.deadline());
@@ -298,9 +298,9 @@ void HttpServer::attend(Connection& connection, int& steps, Clock::time_point no
     if (session.state() != HttpSession::State::Closed && now >= session.deadline()) {
         session.expire(now);
     }
-    if (session.wantsTurn() && steps > 0) {
+    if (session.wantsStep() && steps > 0) {
         --steps;
-        session.turn(now);
+        session.step(now);
     }
     if (!connection.blocked) {
         flush(connection, now);

@@ -74,12 +74,12 @@ void HttpSession::receive(std::string_view bytes, Clock::time_point now) {
     }
 }
 
-bool HttpSession::wantsTurn() const {
+bool HttpSession::wantsStep() const {
     return (state_ == State::Reading && hasNews_) ||
            (state_ == State::Replying && producer_ && outputBytes_ < kFewWaiting);
 }
 
-void HttpSession::turn(Clock::time_point now) {
+void HttpSession::step(Clock::time_point now) {
     if (state_ == State::Replying) {
         produce();
         if (state_ == State::Replying && !producer_ && output_.empty()) {

@@ -37,9 +37,9 @@ public:
     void endInput();
 
     /// Whether there is work without further input.
-    [[nodiscard]] bool wantsTurn() const;
+    [[nodiscard]] bool wantsStep() const;
     /// Answers one request, or makes the next piece of an answer.
-    void turn(Clock::time_point now);
+    void step(Clock::time_point now);
 
     /// The data to send, in order; report progress with sent().
     [[nodiscard]] const std::deque<std::string>& output() const { return output_; }
