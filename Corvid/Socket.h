@@ -14,9 +14,9 @@ struct iovec;
 
 namespace Corvid {
 
-/// An IPv4 socket of the system. No operation waits: Loop::Watch says when one can go on.
+/// An IPv4 socket. No operation blocks; Loop::Watch reports when one can continue.
 ///
-/// It owns the descriptor. Confined; end() may be called while another thread uses the socket.
+/// Owns the descriptor. Confined; end() may be called while another thread uses the socket.
 class ORVEL_EXPORT Socket {
 public:
     enum class Type { Stream, Datagram };
@@ -31,10 +31,10 @@ public:
 
     /// The outcome of sending or receiving.
     struct Transfer {
-        std::size_t bytes = 0; ///< of received ones, 0 without an error: the peer has ended
+        std::size_t bytes = 0; ///< when receiving, 0 without an error means the end
         std::error_code error;
 
-        /// Nothing was wrong, but the operation would have had to wait.
+        /// Whether the operation would have blocked.
         [[nodiscard]] bool blocked() const;
     };
 
@@ -50,13 +50,13 @@ public:
 
     [[nodiscard]] std::error_code bind(const Endpoint& own);
     [[nodiscard]] std::error_code listen(int backlog);
-    /// Takes the next client that waits. std::errc::operation_would_block if there is none.
+    /// Accepts the next client; std::errc::operation_would_block if there is none.
     [[nodiscard]] std::error_code accept(Socket& client);
-    /// Begins to connect. When the socket becomes writable, takeError() gives the outcome.
+    /// Starts to connect. When the socket becomes writable, takeError() returns the result.
     [[nodiscard]] std::error_code connect(const Endpoint& peer);
     [[nodiscard]] std::error_code takeError();
 
-    /// Its own end and the peer's; with port 0 and an invalid address if there is none.
+    /// The local and the peer's address; port 0 and an invalid address if there is none.
     [[nodiscard]] Endpoint own() const;
     [[nodiscard]] Endpoint peer() const;
 
@@ -65,29 +65,28 @@ public:
     Transfer send(const iovec* pieces, std::size_t count);
     Transfer send(std::span<const std::byte> bytes, const Endpoint& receiver);
 
-    /// Sends the peer an end after all that was sent.
+    /// Shuts down sending, after everything that was sent.
     void endSending();
-    /// Ends both directions at once; the descriptor stays until the socket is destroyed.
+    /// Shuts down both directions; the descriptor stays open until the socket is destroyed.
     void end();
 
-    /// An option of setsockopt(); false if the system refuses it.
+    /// Sets a socket option. Returns false if the system refuses it.
     template <class T>
     bool set(int level, int option, const T& value) {
         return set(level, option, &value, sizeof value);
     }
     bool set(int level, int option, const void* value, std::size_t size);
 
-    /// Whether the peer has closed the connection, or it is broken, even if there is input to read
-    /// before that shows.
+    /// Whether the peer has closed the connection, or it is broken, even if there is unread input.
     [[nodiscard]] bool isPeerGone() const;
-    /// Bytes that have arrived and were not read.
+    /// Number of received, unread bytes.
     [[nodiscard]] std::size_t unread() const;
-    /// Bytes that the system has taken and not sent once, and those that it has sent and the peer
-    /// has not acknowledged, or not sent. 0 if the system does not say.
+    /// Number of bytes that the system has not sent yet, and of those that the peer has not
+    /// acknowledged. 0 if unknown.
     [[nodiscard]] std::size_t unsent() const;
     [[nodiscard]] std::size_t unacknowledged() const;
-    /// Whether the process can open so many descriptors after this one, or a quarter of all that it
-    /// may have if that is less. For a socket that has just been opened.
+    /// Whether the process can open `count` more descriptors after this one, or a quarter of its
+    /// limit if that is less. For a socket that has just been opened.
     [[nodiscard]] bool leavesDescriptors(std::size_t count) const;
 
 private:

@@ -14,27 +14,26 @@ class PolledWebServer;
 
 namespace Orvel {
 
-/// How a back end is, as it says by Backend::state(): for monitors, for hosts that ask whether
-/// anything is heard, and for people who look for a fault. What does not concern a kind stays as it
-/// is here.
+/// The state of a back end, returned by Backend::state(): for monitors, hosts and troubleshooting.
+/// Fields that do not apply to a kind keep their defaults.
 struct BackendState {
-    /// A kind's end of the network.
+    /// The network endpoint of a back end.
     struct Network {
         bool searching = false; ///< it looks for servers
         short id = 0;           ///< by which peers know it
-        /// The connections with their addresses and what waits for them (bytesWaiting), and sums.
+        /// The connections with their addresses and queues (bytesWaiting), and totals.
         Corvid::MultiCommunicator::Counters counters{};
     };
 
-    /// False if it can do nothing in its life, such as without a sound device.
+    /// False if it will never work, for instance without a sound device.
     bool working = true;
     std::string device{};               ///< the sound device; empty without one
     std::size_t voicesUsed = 0;         ///< emitters that it plays or could play at once
-    std::size_t voicesAllowed = 0;      ///< the limit of those; 0: none, or not known
-    std::vector<int> refusedEmitters{}; ///< ids, ascending, of those that it cannot play
-    std::uint64_t failures = 0;         ///< operations that have failed so far
-    std::string page{};                 ///< URL of the page that it serves; empty without one
-    /// What serves the page inside Backend::update(), owned by the back end; null without one.
+    std::size_t voicesAllowed = 0;      ///< their limit; 0: none or unknown
+    std::vector<int> refusedEmitters{}; ///< ascending ids of emitters that it cannot play
+    std::uint64_t failures = 0;         ///< failed operations so far
+    std::string page{};                 ///< URL of its page; empty without one
+    /// Serves the page inside Backend::update(); owned by the back end, null without one.
     Corvid::PolledWebServer* webServer = nullptr;
     std::optional<Network> network{};
 };

@@ -13,28 +13,28 @@ namespace Orvel {
 class Emitter;
 class Source;
 
-/// One thing that went wrong, as a value. Its rendering in the log is one or more lines.
+/// A failure as a value. Its log form is one or more lines.
 struct Diagnostic {
     enum class Code {
         Other,         ///< of an application, or of a library above this one
-        Misuse,        ///< a call that makes no sense, such as creating a part with an id in use
-        Parameter,     ///< a back end does not use a parameter; subject: its name
+        Misuse,        ///< an invalid call, such as creating a part with an id in use
+        Parameter,     ///< an unusable parameter of a back end; subject: its name
         UnknownKind,   ///< a back end's kind is unknown, or registered twice; subject: the kind
         NoDevice,      ///< no sound device, or it refuses a context; the back end stays inert
         OpenAL,        ///< OpenAL refuses an operation; text: the operation
         CannotFetch,   ///< subject: the URL
-        CannotPlay,    ///< a sound in no format that a back end plays; subject: its URL, if any
+        CannotPlay,    ///< no back end supports the format; subject: the sound's URL, if any
         File,          ///< a file of sample data cannot be read or written; subject: its name
         SoundNotSent,  ///< a client back end sends no sounds: servers have their own
         LostPeer,      ///< a connection has ended
-        InvalidEvent,  ///< a peer has sent an event that makes no sense here
-        UnknownSource, ///< a server reports on a source that only it has
+        InvalidEvent,  ///< an event of a peer that is invalid here
+        UnknownSource, ///< a server reports on a source that is missing here
         NotDriving,    ///< another client drives the server; subject: the server
-        Network,       ///< listening, searching, connecting, or a peer that is refused
+        Network,       ///< listening, searching, connecting, or a refused peer
         WebServer,     ///< a web server cannot listen, or refuses a request
         Thread,        ///< a thread cannot start, or has failed; nothing is received
-        LeftOut,       ///< diagnostics that peers cause were too many; text: how many
-        Loading,       ///< no failure: a back end begins to load a sound; subject: its URL
+        LeftOut,       ///< too many diagnostics caused by peers; text: the number left out
+        Loading,       ///< no failure: a back end starts to load a sound; subject: its URL
         SoundSet,      ///< no failure: a source was given samples
         ReceiveEnded,  ///< no failure: a client back end's thread has ended
     };
@@ -52,16 +52,16 @@ struct Diagnostic {
     };
 
     Code code = Code::Other;
-    /// The severity. Fatal: something is not done, so that it is not heard, sent or received.
+    /// The severity. Fatal: something will not be heard, sent or received.
     Log::Level level = Log::Level::Warning;
     Part part{};
     std::string subject{}; ///< see Code; may be empty
-    std::string reason{};  ///< the cause, where it is known apart from the text; may be empty
+    std::string reason{};  ///< the cause, if known separately; may be empty
     std::string text{};    ///< one sentence, as in the log, without header and line end
 };
 
-/// Takes the process's diagnostics. Returns whether it has dealt with one; otherwise the library
-/// writes the lines for it, to the log or to the standard stream that has always had them.
+/// Receives the process's diagnostics. Returns true if it has handled one; otherwise the library
+/// writes its lines to the log or to the standard stream.
 using DiagnosticSink = std::function<bool(const Diagnostic& diagnostic)>;
 
 /// Installs the process's sink; an empty one, the default, leaves everything to the log. The sink

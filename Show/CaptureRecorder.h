@@ -10,26 +10,25 @@
 
 namespace Show {
 
-/// Records what the clients of a server do into a capture, with its time; ShowFile and Playback
-/// replay it. The file grows as it goes, can be played at any moment, and names sounds without
-/// holding them. Recording ends by itself before the file exceeds its limit and before the disk is
-/// full.
+/// Records the clients' changes of a server to a capture, with their times; ShowFile and Playback
+/// replay it. The file can be played at any time, and refers to sounds without containing them.
+/// Recording stops by itself before the file exceeds its limit and before the disk is full.
 ///
 /// The server must outlive it, is polled (`receive(false)`), and has no other observer. Confined to
-/// the thread that polls. Nothing is thrown but std::bad_alloc.
+/// the thread that polls. Throws only std::bad_alloc.
 class ORVEL_SHOW_EXPORT CaptureRecorder {
 public:
-    /// What the capture says about the server, and how large it may be.
+    /// Settings of the capture.
     struct Settings {
-        /// The scene file that has the server's sources, so that a replay finds their sounds;
-        /// empty: none.
+        /// The scene file of the server's sources, so that a replay finds their sounds; empty:
+        /// none.
         std::string scenePath;
-        /// The most bytes that the file takes.
+        /// Maximum size of the file in bytes.
         std::uint64_t maxBytes = UINT64_MAX;
     };
 
-    /// Creates the file, which must not exist yet, and records from now on. Look at isRecording()
-    /// next.
+    /// Creates the file, which must not exist yet, and starts to record. Check isRecording()
+    /// afterwards.
     CaptureRecorder(Orvel::Server& server, const std::string& path);
     CaptureRecorder(Orvel::Server& server, const std::string& path, const Settings& settings);
     CaptureRecorder(const CaptureRecorder&) = delete;
@@ -37,18 +36,18 @@ public:
     /// Ends the recording without an end mark, as if interrupted, unless finish() was called.
     ~CaptureRecorder();
 
-    /// Whether it records. If not, and finish() was not called, error() says why.
+    /// Whether it records. If not, and finish() was not called, error() has the reason.
     [[nodiscard]] bool isRecording() const noexcept;
     [[nodiscard]] const std::string& error() const noexcept;
 
-    /// Hands what has come to the system; to be called several times a second.
+    /// Writes buffered data to the file; call it several times a second.
     void flush();
-    /// Completes the file and waits until it is on the disk. False if not everything is in it.
+    /// Completes the file and waits until it is on the disk. Returns false if it is incomplete.
     bool finish();
 
-    /// How many events are recorded.
+    /// Number of recorded events.
     [[nodiscard]] std::uint64_t events() const noexcept;
-    /// How much time is recorded, in seconds.
+    /// Recorded time in seconds.
     [[nodiscard]] double seconds() const;
 
 private:

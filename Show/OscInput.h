@@ -11,45 +11,45 @@
 
 namespace Show {
 
-/// Takes Open Sound Control over UDP and TCP at one port and applies it to a world; docs/osc.md
-/// lists the messages. It has no thread: everything happens inside serve(). At most 64 connections,
-/// and 10,000 messages or 16 MiB that wait for their time. There is no password: whoever reaches
+/// Receives Open Sound Control over UDP and TCP at one port and applies it to a world; docs/osc.md
+/// lists the messages. It has no thread: everything happens inside serve(). Limits: 64 connections,
+/// and 10,000 messages or 16 MiB waiting for their time. There is no password: anyone who can reach
 /// the port can change the scene.
 ///
-/// The world must outlive it. Confined to the world's thread. Nothing is thrown but std::bad_alloc.
+/// The world must outlive it. Confined to the world's thread. Throws only std::bad_alloc.
 class ORVEL_SHOW_EXPORT OscInput {
 public:
-    /// Where to listen, and what to do with what is wrong.
+    /// Where to listen, and how to report problems.
     struct Settings {
         std::string address = "127.0.0.1"; ///< IPv4, of the interface; 0.0.0.0 for all
         unsigned short port = 0;           ///< 0: the system chooses
-        float scale = 10.0F;               ///< scene units for the 1 of normalised coordinates
-        /// Takes a sentence about messages that make no sense, the first 20 of them, on the thread
-        /// of serve(). May be empty.
+        float scale = 10.0F;               ///< scene units per normalised unit
+        /// Receives a sentence about each of the first 20 invalid messages, on the thread of
+        /// serve(). May be empty.
         std::function<void(const std::string& message)> report;
-        /// What waits for it, shared with what else the program waits for; null: a loop of its own.
+        /// The loop that waits for it, which may be shared; null: a loop of its own.
         std::shared_ptr<Corvid::Loop> loop;
     };
 
-    /// Opens both sockets. Look at isOpen() next.
+    /// Opens both sockets. Check isOpen() afterwards.
     explicit OscInput(Orvel::World& world);
     OscInput(Orvel::World& world, const Settings& settings);
     OscInput(const OscInput&) = delete;
     OscInput& operator=(const OscInput&) = delete;
     ~OscInput();
 
-    /// Whether it can receive. If not, error() says why, and the other functions do nothing.
+    /// Whether it can receive. If not, error() has the reason, and the other functions do nothing.
     [[nodiscard]] bool isOpen() const noexcept;
     [[nodiscard]] const std::string& error() const noexcept;
     /// 0 if it is not open.
     [[nodiscard]] unsigned short port() const noexcept;
-    /// The loop that waits for it, with a descriptor for a host that waits in one of its own.
+    /// The loop that waits for it, with a descriptor for a host with a loop of its own.
     [[nodiscard]] Corvid::Loop& loop() const noexcept;
 
-    /// Applies what has arrived and what is due, for about 4 ms, however much there is. First waits
-    /// up to `seconds`, by its loop, for something to do; 0 never waits.
+    /// Applies received and due messages, for about 4 ms. First waits up to `seconds`, in its loop,
+    /// for work; 0 never waits.
     void serve(double seconds = 0.0);
-    /// In one sentence, how many messages came and how many were wrong; empty if none came.
+    /// The number of messages and of invalid ones as a sentence; empty if there were none.
     [[nodiscard]] std::string summary() const;
 
 private:

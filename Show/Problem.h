@@ -9,7 +9,7 @@ namespace Show {
 /// A mistake in a scene file or in one of its sounds, or a warning about it, or a part of a capture
 /// that cannot be played.
 struct Problem {
-    std::string file;  ///< the file, as it was given
+    std::string file;  ///< the file, as given
     int line = 0;      ///< from 1; 0 if it concerns the whole file
     std::string field; ///< such as "emitters[0].gain"; may be empty
     std::string text;  ///< the expected and the actual value

@@ -12,40 +12,40 @@
 
 namespace Show {
 
-/// How to render.
+/// Settings of a render.
 struct RenderSettings {
-    unsigned rate = 44100; ///< frames a second, 8000 to 192000
-    double from = 0.0;     ///< seconds of the file; what comes before is rendered and left out
-    double seconds = 0.0;  ///< how much to render; 0: until the end
+    unsigned rate = 44100; ///< sample rate in Hz, 8000 to 192000
+    double from = 0.0;     ///< start in seconds of the file; the part before is discarded
+    double seconds = 0.0;  ///< length to render; 0: until the end
     SampleFormat format = SampleFormat::s16; ///< of renderToFile()
-    /// Called after each block, of at most 0.1 s, with the part that is done, from 0 to 1. False
+    /// Called after each block, of at most 0.1 s, with the progress from 0 to 1. Returning false
     /// cancels.
     std::function<bool(double done)> progress;
 };
 
-/// What came of rendering.
+/// The result of a render.
 struct RenderResult {
-    std::string error;         ///< empty if all was rendered
+    std::string error;         ///< empty on success
     bool cancelled = false;    ///< by the progress function or the one that takes the samples
-    double seconds = 0.0;      ///< that were rendered
-    std::uint64_t clipped = 0; ///< samples beyond full scale that renderToFile() has limited
+    double seconds = 0.0;      ///< rendered length
+    std::uint64_t clipped = 0; ///< samples that renderToFile() has clipped
 
     [[nodiscard]] bool isGood() const noexcept { return error.empty() && !cancelled; }
 };
 
-/// Renders what a scene or a capture sounds like to a stereo WAV file of at most 4 GiB, faster than
-/// real time, through OpenAL's loopback device. The same file gives the same bytes each time. The
-/// WAV file appears when it is whole; when this fails or is cancelled, nothing is left behind.
+/// Renders a scene or a capture to a stereo WAV file of at most 4 GiB, faster than real time,
+/// through OpenAL's loopback device. The same file always gives the same bytes. The WAV file
+/// appears when it is complete; on failure or cancellation nothing is left behind.
 ///
-/// Blocks until it is done, on the calling thread, which no other may render on meanwhile: all
-/// OpenAL back ends of a process belong to one thread at a time. Sounds by URL are fetched here;
-/// those that cannot be had are logged and left out. OpenAL looks for sound drivers even where it
-/// only renders; set ALSOFT_DRIVERS=null in the environment to prevent that.
+/// Blocks until it is done, on the calling thread; no other thread may render meanwhile, because
+/// all OpenAL back ends of a process must be used by one thread at a time. Sounds by URL are
+/// fetched here; those that cannot be fetched are logged and left out. OpenAL probes the sound
+/// drivers even for offline rendering; set ALSOFT_DRIVERS=null in the environment to prevent that.
 ORVEL_SHOW_EXPORT RenderResult
 renderToFile(const ShowFile& file, const std::string& path, const RenderSettings& settings = {});
 
-/// The same into a function, block by block: left and right interleaved, full scale is 1. The
-/// samples live during the call. False cancels. What it throws leaves this function.
+/// Renders into a function, block by block: interleaved, left first; full scale is 1. The samples
+/// are valid during the call. Returning false cancels. Its exceptions are passed on.
 ORVEL_SHOW_EXPORT RenderResult render(
     const ShowFile& file, const std::function<bool(std::span<const float> samples)>& take,
     const RenderSettings& settings = {});
