@@ -8,7 +8,7 @@ target_compile_options(orvel_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> -Wcast-align
     -Wconversion -Wdouble-promotion -Wformat=2
     $<$<BOOL:${ORVEL_WARNINGS_AS_ERRORS}>:-Werror>
-    $<$<COMPILE_LANG_AND_ID:CXX,Clang>:${ORVEL_LOCK_CHECKS}>
+    "$<$<COMPILE_LANG_AND_ID:CXX,Clang>:${ORVEL_LOCK_CHECKS}>"
     # Log lines name files relative to the source tree, and no build path ends up in a binary.
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_include_directories(orvel_options INTERFACE "${PROJECT_SOURCE_DIR}")
