@@ -85,12 +85,11 @@ void setDiagnosticSink(DiagnosticSink sink) {
 }
 
 void report(
-    const Diagnostic& diagnostic, const char* module, const std::source_location& where) noexcept {
+    const Diagnostic& diagnostic, const char* module, const char* file, int line,
+    const char* function) noexcept {
     if (!detail::isHandled(diagnostic)) {
         Log::the().write(
-            {diagnostic.level, module, where.file_name(), static_cast<int>(where.line()),
-             where.function_name()},
-            "%s\n", diagnostic.text.c_str());
+            {diagnostic.level, module, file, line, function}, "%s\n", diagnostic.text.c_str());
     }
 }
 

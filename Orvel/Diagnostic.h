@@ -3,7 +3,6 @@
 #include <Orvel/Log.h>
 
 #include <functional>
-#include <source_location>
 #include <string>
 
 #include <orvel_export.h>
@@ -77,6 +76,7 @@ ORVEL_EXPORT void setDiagnosticSink(DiagnosticSink sink);
 /// of `module`. For back ends and hosts. Synchronised; never throws.
 ORVEL_EXPORT void report(
     const Diagnostic& diagnostic, const char* module = LogModuleName,
-    const std::source_location& where = std::source_location::current()) noexcept;
+    const char* file = __builtin_FILE(), int line = __builtin_LINE(),
+    const char* function = __builtin_FUNCTION()) noexcept; // clang 14 has no std::source_location
 
 } // namespace Orvel
