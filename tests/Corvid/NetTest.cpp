@@ -118,7 +118,7 @@ TEST_F(Net, TakesUpSettingsChangedAfterOpening) {
     EXPECT_TRUE(client->hasLine("the TTL 256 is not from 0 to 255; 255 is used"));
     EXPECT_EQ(client->multicast().ttl(), 255);
     EXPECT_FALSE(server->multicast().setAddress(Corvid::InetAddress::getByAddress("10.0.0.1")));
-    EXPECT_TRUE(server->hasLine("10.0.0.1 is no multicast address"));
+    EXPECT_TRUE(server->hasLine("10.0.0.1 is not a multicast address"));
     const auto found = client->foundServers();
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].id, 12);

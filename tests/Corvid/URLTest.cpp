@@ -134,7 +134,7 @@ TEST_F(URLTest, UsesALocalFileWhereItStandsOrSaysWhyNot) {
     expectFailure("pipe.wav", "It is a device, pipe or socket");
     fs::current_path("folder.wav");
     fs::remove(folder_.file("folder.wav"));
-    expectFailure("b.wav", "Cannot tell the current directory");
+    expectFailure("b.wav", "Cannot determine the current directory");
     EXPECT_EQ(URL("/a b.wav").text() + URL("http://h/x").text(), "file:///a%20b.wavhttp://h/x");
     fs::create_directory(folder_.file("a\nb"));
     fs::current_path(folder_.file("a\nb"));

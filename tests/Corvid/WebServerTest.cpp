@@ -122,7 +122,7 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
         {"GE /static" + kEnd, 405, "Allow: GET, HEAD", "<tt>GE</tt>"},
         {"GET /%4" + kEnd, 400, "", "malformed"},
         {"GET /%<b>" + kEnd, 400, "", "<tt>/%&lt;b&gt;</tt>"},
-        {"GET /echo HTTP/1.1\r\n\r\n", 400, "Connection: close", "no request"},
+        {"GET /echo HTTP/1.1\r\n\r\n", 400, "Connection: close", "not a valid"},
         {post("Content-Length: 65537", ""), 413, "Connection: close", "65536"},
         {post("Transfer-Encoding: chunked", "8000\r\n" + body.substr(0, 0x8000) + "\r\n8001\r\n"),
          413, "Connection: close", ""},
