@@ -42,7 +42,7 @@ std::string pathFault(const std::string& path) {
 
 struct SoundFile::State {
     struct Close {
-        void operator()(SNDFILE* file) const { sf_close(file); }
+        void operator()(SNDFILE* handle) const { sf_close(handle); }
     };
 
     std::string name; // in quotes

@@ -24,9 +24,10 @@ void require(bool condition, const char* what) {
     }
 }
 
-/// Calls a function of the library; the arguments must have exactly its types.
+/// Calls a function of the library; the arguments must have exactly its types, handles aside, which
+/// are pointers of all kinds.
 template <class Result, class... Arguments>
-Result call(const char* name, Arguments... arguments) {
+__attribute__((no_sanitize("undefined"))) Result call(const char* name, Arguments... arguments) {
     void* address = dlsym(loaded, name);
     require(address != nullptr, name);
     Result (*function)(Arguments...) = nullptr;
