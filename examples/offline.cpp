@@ -27,7 +27,7 @@ int main() {
 
     constexpr unsigned kFramesPerBlock = 2400; // 0.05 s
     constexpr int kBlocks = 28;
-    std::vector<float> block(kFramesPerBlock * Orvel::OALLoopbackBackend::kChannels);
+    std::vector<float> block(std::size_t{kFramesPerBlock} * Orvel::OALLoopbackBackend::kChannels);
     for (int i = 0; i < kBlocks; ++i) {
         const Orvel::Vec3f position{-4.0F + 8.0F * static_cast<float>(i) / kBlocks, 0.0F, -1.0F};
         emitter->setTransform(&position, nullptr);

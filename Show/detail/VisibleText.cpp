@@ -17,8 +17,12 @@ bool isControl(std::string_view character) {
 
 /// U+202A to U+202E and U+2066 to U+2069.
 bool turnsWriting(std::string_view character) {
-    return (character >= "\xE2\x80\xAA" && character <= "\xE2\x80\xAE") ||
-           (character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
+    if (character.size() != 3 || character.front() != '\xE2') { // U+2000 to U+2FFF
+        return false;
+    }
+    const unsigned low = (static_cast<unsigned char>(character[1]) & 0x3FU) << 6U |
+                         (static_cast<unsigned char>(character[2]) & 0x3FU);
+    return (low >= 0x2A && low <= 0x2E) || (low >= 0x66 && low <= 0x69);
 }
 
 void append(std::string& out, std::string_view text, std::string_view kept) {

@@ -342,9 +342,8 @@ private:
             }
             if (c < ' ') {
                 const std::string code = hexadecimal(c, 4);
-                return fail(
-                    at_, "expected no control character within a text, found U+" + code +
-                             "; write \\u" + code);
+                std::string fault = "expected no control character within a text, found U+";
+                return fail(at_, fault.append(code).append("; write \\u").append(code));
             }
             if (c == '\\') {
                 if (!readEscape()) {

@@ -20,8 +20,8 @@ namespace Show {
 struct Tone {
     double hertz = 440.0;
     double seconds = 1.0;
-    double amplitude = 0.5; ///< of full scale, 0 to 1
-    auto operator<=>(const Tone&) const = default;
+    double amplitude = 0.5;                        ///< of full scale, 0 to 1
+    auto operator<=>(const Tone&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 /// A sound file, by its absolute path.
@@ -29,13 +29,13 @@ struct SoundFile {
     std::string path;
     /// Keeps one or two channels; otherwise all are mixed to one.
     bool keepChannels = false;
-    auto operator<=>(const SoundFile&) const = default;
+    auto operator<=>(const SoundFile&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 /// A sound that the back ends fetch themselves.
 struct SoundUrl {
     std::string text;
-    auto operator<=>(const SoundUrl&) const = default;
+    auto operator<=>(const SoundUrl&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 using Sound = std::variant<std::monostate, SoundFile, SoundUrl, Tone>;

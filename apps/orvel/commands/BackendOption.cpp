@@ -70,15 +70,14 @@ bool BackendOption::read(
             return false;
         }
         if (!isKind(choice.kind)) {
-            std::string known;
+            std::string fault = "--backend " + text + ": unknown kind \"" + choice.kind + '"';
+            const char* before = "; expected one of: ";
             for (const std::string& kind : kinds()) {
                 if (!refused.contains(kind)) {
-                    known.append(known.empty() ? "" : ", ").append(kind);
+                    fault.append(std::exchange(before, ", ")).append(kind);
                 }
             }
-            complain(
-                "--backend " + text + ": unknown kind \"" + choice.kind +
-                "\"; expected one of: " + known);
+            complain(fault);
             return false;
         }
         NamedParams params;

@@ -16,7 +16,7 @@ namespace OrvelTool {
 namespace {
 
 std::string_view environment(const char* name) {
-    const char* value = std::getenv(name);
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
     return value == nullptr ? "" : value;
 }
 
