@@ -2,6 +2,7 @@
 #include "support/Capture.h"
 #include "support/EventText.h"
 #include "support/Loopback.h"
+#include "support/RandomChanges.h"
 #include "support/RecordingBackend.h"
 #include "support/TidyServer.h"
 #include "support/WorldText.h"
@@ -17,7 +18,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
-#include <random>
 #include <sstream>
 
 namespace Orvel::Test {
@@ -160,54 +160,15 @@ TEST_F(ClientBackends, KeepAllWorldsEqualThroughThousandsOfChanges) {
     const ClientBackend& client = addClient(world);
     ASSERT_TRUE(serve(
         world, {&server}, [&] { return !client.multiClient().counters().connections.empty(); }));
-    std::mt19937 random(2024);
-    const auto below = [&random](std::size_t bound) { return random() % bound; };
-    const auto number = [&] { return static_cast<float>(below(100)) / 8; };
-    const auto any = [&below](const auto& parts) {
-        return parts.empty()
-                   ? nullptr
-                   : std::next(parts.begin(), static_cast<long>(below(parts.size())))->second;
-    };
-    const auto state = [&below] { return static_cast<WorldPart::State>(1 + below(3)); };
-    const auto freeId = [&](const auto& parts) {
-        const int id = 1 + static_cast<int>(below(12));
-        return parts.contains(id) ? 0 : id;
-    };
+    RandomChanges changes(world);
     for (int i = 0; i < 12000; ++i) {
-        Source* source = any(world.sources());
-        Emitter* emitter = any(world.emitters());
-        const auto kind = below(100);
-        if (below(1000) == 0) {
-            world.reset();
-        } else if (kind < 2 || source == nullptr) {
-            world.createSource(freeId(world.sources()));
-        } else if (kind < 5 || emitter == nullptr) {
-            world.createEmitter(
-                below(2) == 0 ? Calls{} : Calls{"front", "x"}, freeId(world.emitters()));
-        } else if (kind < 6) {
-            delete source;
-        } else if (kind < 8) {
-            delete emitter;
-        } else if (kind < 15) {
-            source->setState(state());
-        } else if (kind < 30) {
-            emitter->setState(state());
-        } else if (kind < 45) {
-            emitter->setSource(below(4) == 0 ? nullptr : source);
-        } else if (kind < 55) {
-            source->setParam(below(2) == 0, number());
-            emitter->setParam(below(2) == 0, number(), number());
-            emitter->setHull(number(), number(), number(), number());
-        } else {
-            const Vec3f position{number(), number(), number()};
-            const Quaternion rotation{number(), 0, 0, 1};
-            emitter->setTransform(&position, below(2) == 0 ? nullptr : &rotation);
-            world.setListenerTransform(position, rotation);
-        }
-        if (below(50) == 0) {
+        changes.change(WorldPart::PLAY);
+        changes.changeValues();
+        if (changes.below(50) == 0) {
             world.update();
             server.receive(false);
-            laggard.take(below(4) == 0 ? below(5000) : below(300));
+            laggard.take(
+                static_cast<std::size_t>(changes.below(changes.below(4) == 0 ? 5000 : 300)));
         }
     }
     ASSERT_GT(world.emitters().size(), 3U);
