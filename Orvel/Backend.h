@@ -59,8 +59,9 @@ public:
     virtual bool update();
     /// The kind's record in the registry.
     virtual BackendType* type() = 0;
-    /// How it is: whether it works, what it has in use, what it could not do. A kind that can fail
-    /// overrides it; here a working one with nothing to say. May allocate; not for a setter's path.
+    /// The state: whether it works, its resources in use, and its failures. Kinds that can fail
+    /// override it; by default a working one without details. May allocate; not for a setter's
+    /// path.
     [[nodiscard]] virtual BackendState state() const;
 
     /// Whether this back end serves an emitter: they share a label, or one of them has none. The

@@ -64,12 +64,13 @@ struct Diagnostic {
 using DiagnosticSink = std::function<bool(const Diagnostic& diagnostic)>;
 
 /// Installs the process's sink; an empty one, the default, leaves everything to the log. The sink
-/// gets every diagnostic, whatever the log's level and filter are; those that peers cause are
-/// limited as their log lines are (docs/limits.md).
+/// gets every diagnostic, regardless of the log's level and filter; those caused by peers are
+/// limited like their log lines (docs/limits.md).
 ///
-/// Synchronised. The sink is called on the thread that reports, with the log's lock held, and never
-/// again once this call has replaced it; so it must not wait for another thread that reports. What
-/// it reports itself goes to the log. A diagnostic at which it throws counts as not dealt with.
+/// Synchronised. The sink is called on the reporting thread, with the log's lock held, and never
+/// after this call has replaced it; so it must not wait for another thread that reports.
+/// Diagnostics that it causes itself go to the log. If it throws, the diagnostic counts as
+/// unhandled.
 ORVEL_EXPORT void setDiagnosticSink(DiagnosticSink sink);
 
 /// Hands a diagnostic to the sink. Unless that deals with it, writes its text to the log, as a line

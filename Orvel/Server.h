@@ -77,8 +77,8 @@ public:
     /// The connections: port, counters, settings. Lives as long as this server.
     [[nodiscard]] Corvid::MultiServer& multiServer() const noexcept { return *multiServer_; }
 
-    /// Sees what clients do, for recordings and statistics. Called on the thread that receives; the
-    /// server must not be destroyed meanwhile.
+    /// Observes the clients' events, for recordings and statistics. Called on the receiving thread;
+    /// the server must not be destroyed meanwhile.
     class ORVEL_EXPORT Observer {
     public:
         Observer() = default;

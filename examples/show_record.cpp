@@ -1,5 +1,5 @@
-// A sound server records what its client does, here the play of a scene, and the capture is then
-// played again: show_record SCENE OUT.orvelrec
+// A sound server records the changes of its client, which plays a scene, and then replays the
+// capture: show_record SCENE OUT.orvelrec
 #include <Show/CaptureRecorder.h>
 #include <Show/Playback.h>
 
@@ -15,7 +15,7 @@ struct Server : Orvel::Server {
     Server() : Orvel::Server("127.0.0.1", 0) {}
     void resetWorld() override { // the client starts its scene
         Orvel::Server::resetWorld();
-        createSource(1); // without a sound: what happens is only recorded
+        createSource(1); // without a sound; the session is only recorded
     }
 };
 

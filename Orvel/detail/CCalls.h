@@ -10,7 +10,7 @@
 /// How a function of the interfaces in C turns exceptions into results and the last error.
 namespace Orvel::detail {
 
-/// What is wrong with a call; becomes the last error.
+/// An invalid call; its text becomes the last error.
 class Refusal : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

@@ -7,11 +7,11 @@ namespace Show {
 
 class MonitorBackend;
 
-/// Writes what is in a scene as JSON, piece by piece, so that no call takes long, however large the
-/// scene is; docs/monitor.md has the fields.
+/// Writes a scene as JSON, in pieces, so that no call takes long for a large scene; docs/monitor.md
+/// lists the fields.
 ///
 /// The scene may change between two pieces. Parts come in ascending order of their ids, each at
-/// most once and as it is when its piece is written; what has gone by then is left out. The back
+/// most once and with its values at that time; parts that are gone by then are left out. The back
 /// end must outlive it. On the world's thread.
 class SceneJson {
 public:

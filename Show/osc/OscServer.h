@@ -46,7 +46,7 @@ public:
     bool open();
     [[nodiscard]] unsigned short port() const noexcept { return port_; }
 
-    /// Applies what has arrived and what is due, for about `atMost`, however much there is.
+    /// Applies received and due messages, for about `atMost`.
     void serve(Clock::duration atMost);
 
     /// Applies everything received so far, and reports the summary if there is one.

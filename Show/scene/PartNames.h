@@ -9,9 +9,9 @@
 
 namespace Show {
 
-/// What users call the parts of a scene: a source by the line and the field of the scene file where
-/// it gets its sound, any other part by its kind and id. Without a scene there are only those.
-/// Immutable; keeps nothing of the scene.
+/// The names of a scene's parts in messages: for a source the line and field in the scene file that
+/// define its sound, for other parts, and without a scene, kind and id. Immutable; keeps no
+/// reference to the scene.
 class PartNames {
 public:
     PartNames() = default;

@@ -1,5 +1,5 @@
-// The public interface of the library: what its thin classes add to the inner ones, which have
-// tests of their own. The examples cover the way that all goes well.
+// The public interface of the library: the behaviour that its thin classes add to the inner ones,
+// which have tests of their own. The examples cover the normal case.
 #include <Show/MonitorPage.h>
 #include <Show/Playback.h>
 #include <Show/Render.h>
@@ -57,7 +57,7 @@ TEST_F(ShowLibrary, StartsAtAnyTimeWithEverySoundAtItsPlace) {
     EXPECT_EQ(emitter.position().x, 2.0F);
     EXPECT_EQ(playback.nextStep(), 2.0 + Playback::kTick);
     playback.advance(3.5);
-    EXPECT_EQ(emitter.startOffset(), 0.0); // what begins later does so at its beginning
+    EXPECT_EQ(emitter.startOffset(), 0.0); // later sounds start at their beginning
     EXPECT_EQ(emitter.position().x, 4.0F);
     EXPECT_EQ(playback.end(), 3.0);
     world.clearWorld();

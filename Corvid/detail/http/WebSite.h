@@ -25,7 +25,7 @@ public:
     /// Answers a request, or refuses it.
     void
     answer(WebClient& client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply);
-    /// Answers what could not be read as a request.
+    /// Answers an unreadable request.
     void refuse(WebClient& client, int status, ProtocolHTTP::Reply& reply);
     /// Tells the host.
     void tell(const std::string& line) const;
@@ -53,8 +53,8 @@ private:
         int status;
     };
 
-    /// Whether `host`, as a request has it, stands for this server. A name that a stranger's page
-    /// has made stand for this machine does not: that page could read the answer.
+    /// Whether `host` of a request is a name of this server. A foreign name that resolves to this
+    /// machine is not, because a page elsewhere could then read the answer.
     [[nodiscard]] bool isCalled(std::string_view host) const;
     void
     fill(WebClient& client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) const;
@@ -66,7 +66,7 @@ private:
     std::size_t logSize_ = 0;
 };
 
-/// A moment in Greenwich time as the header Date has it, such as "Sun, 06 Nov 1994 08:49:37 GMT".
+/// A time in GMT in the format of the header Date, such as "Sun, 06 Nov 1994 08:49:37 GMT".
 [[nodiscard]] std::string httpDate(std::chrono::system_clock::time_point time);
 
 } // namespace Corvid::detail

@@ -17,7 +17,7 @@ void reportPeerLinesLeftOut(bool final = false);
 
 } // namespace Orvel::detail
 
-/// ORVEL_REPORT for what peers can cause.
+/// ORVEL_REPORT for diagnostics that peers can cause.
 #define ORVEL_REPORT_PEER(kind, level, diagnostic, ...)                                            \
     do {                                                                                           \
         if (::Orvel::detail::isReported(::Orvel::Log::Level::level) &&                             \

@@ -14,7 +14,7 @@ inline constexpr int kWrongUse = 2;
 
 /// Writes "orvel: ", the message and a line end to standard error.
 void complain(const std::string& message);
-/// Writes problems with what the user gave to standard error, a line each.
+/// Writes problems in the user's input to standard error, one line each.
 void complain(const std::vector<Show::Problem>& problems);
 
 } // namespace OrvelTool

@@ -11,10 +11,10 @@
 
 namespace OrvelTool {
 
-/// The process's diagnostic sink, for as long as it lives: turns what the libraries report into
-/// messages for the tool's user, "orvel: ...". With `verbose`, the log's lines are written to
-/// standard error as well, as they come; without it only lines of the level Log, and those that are
-/// no diagnostics.
+/// The process's diagnostic sink during its lifetime: turns the libraries' diagnostics into
+/// messages for the tool's user, "orvel: ...". With `verbose`, the log's lines are also written to
+/// standard error as they come; without it only lines of the level Log, and those that are not
+/// diagnostics.
 ///
 /// One at a time. Confined to one thread; the libraries may report on others as well.
 class Diagnostics {

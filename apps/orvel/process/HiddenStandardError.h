@@ -2,8 +2,8 @@
 
 namespace OrvelTool {
 
-/// Discards what the process writes to standard error, C libraries included, for as long as it
-/// lives. Sound drivers write to it without being asked.
+/// Discards the process's standard error, including that of C libraries, during its lifetime. Sound
+/// drivers write to it unasked.
 class HiddenStandardError {
 public:
     HiddenStandardError();
