@@ -1,11 +1,11 @@
 #include <Orvel/Backend.h>
 
+#include <Config/Param.h>
 #include <Orvel/BackendState.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/Report.h>
-#include <Orvel/detail/SplitList.h>
 
 #include <algorithm>
 #include <exception>
@@ -26,7 +26,7 @@ Backend::Backend(World& world, const char* params)
             ORVEL_LOG(Warning, "Parameters of a back end: %s\n", fault.what());
         }
     }
-    labels_ = detail::splitList(params_->getParam("labels", ""));
+    labels_ = Config::splitList(params_->getParam("labels", ""));
     world.enter(*this);
 }
 

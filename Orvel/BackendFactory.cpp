@@ -10,19 +10,22 @@ namespace Orvel {
 std::map<std::string, BackendType*>* BackendFactory::_backendTypeMap = nullptr;
 
 Backend* BackendFactory::createBackend(World& world, const std::string& name, const char* params) {
-    Backend* backend = nullptr;
-    if (_backendTypeMap != nullptr) {
-        const auto found = _backendTypeMap->find(name == "default" ? "openal" : name);
-        if (found != _backendTypeMap->end()) {
-            backend = found->second->createBackend(world, params);
-        }
-    }
+    const BackendType* kind = type(name);
+    Backend* backend = kind == nullptr ? nullptr : kind->createBackend(world, params);
     if (backend == nullptr) {
         ORVEL_REPORT(
             Fatal, detail::about(Diagnostic::Code::UnknownKind, {}, name),
             "Unknown Orvel backend %s; can not create\n", name.c_str());
     }
     return backend;
+}
+
+const BackendType* BackendFactory::type(const std::string& name) {
+    if (_backendTypeMap == nullptr) {
+        return nullptr;
+    }
+    const auto found = _backendTypeMap->find(name == "default" ? "openal" : name);
+    return found == _backendTypeMap->end() ? nullptr : found->second;
 }
 
 void BackendFactory::addBackendType(BackendType* type) {

@@ -35,6 +35,8 @@ public:
     static void printTypes();
     /// The names of all kinds, sorted.
     [[nodiscard]] static std::vector<std::string> names();
+    /// The record of a kind, where "default" means "openal"; null if there is no such kind.
+    [[nodiscard]] static const BackendType* type(const std::string& name);
 
     /// The registry.
     static BackendFactory _the;

@@ -5,8 +5,10 @@
 
 namespace Orvel {
 
-BackendType::BackendType(const std::string& name, CreateFunction createFunction)
-    : name_(name), createFunction_(createFunction) {
+BackendType::BackendType(
+    const std::string& name, CreateFunction createFunction, const char* description,
+    std::span<const Config::Param> params)
+    : name_(name), createFunction_(createFunction), description_(description), params_(params) {
     BackendFactory::addBackendType(this);
 }
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <Config/Param.h>
+
+#include <span>
 #include <string>
 
 #include <orvel_export.h>
@@ -18,7 +21,11 @@ public:
     using CreateFunction = Backend* (*)(World& world, const char* params);
 
     /// Registers the kind. If the name is taken, it is not registered and a line is logged.
-    BackendType(const std::string& name, CreateFunction createFunction);
+    /// `description` is a phrase for people. `params` are the parameters that the kind takes
+    /// besides "labels"; both must outlive the record.
+    BackendType(
+        const std::string& name, CreateFunction createFunction, const char* description = "",
+        std::span<const Config::Param> params = {});
     /// Only reports misuse: logs, and creates an unnamed, unregistered record.
     BackendType(const BackendType& other);
     BackendType& operator=(const BackendType&) = delete;
@@ -28,10 +35,14 @@ public:
     /// Returns null if the create function does or there is none.
     [[nodiscard]] Backend* createBackend(World& world, const char* params) const;
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
+    [[nodiscard]] const char* description() const noexcept { return description_; }
+    [[nodiscard]] std::span<const Config::Param> params() const noexcept { return params_; }
 
 private:
     std::string name_;
     CreateFunction createFunction_ = nullptr;
+    const char* description_ = "";
+    std::span<const Config::Param> params_;
 };
 
 } // namespace Orvel

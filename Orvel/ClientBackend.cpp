@@ -3,8 +3,8 @@
 #include <Orvel/BackendState.h>
 #include <Orvel/OrvelMultiClient.h>
 #include <Orvel/Server.h>
+#include <Orvel/detail/KindParams.h>
 #include <Orvel/detail/Report.h>
-#include <Orvel/detail/SplitList.h>
 #include <Orvel/detail/net/Changes.h>
 #include <Orvel/detail/net/PeerLines.h>
 #include <Orvel/detail/net/RouteDiagnostics.h>
@@ -82,35 +82,6 @@ bool statesArrive(World& world) {
            std::ranges::none_of(world.emitters(), spreads);
 }
 
-std::optional<int> wholeNumber(std::string_view text, int lowest, int highest) {
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < lowest ||
-        value > highest) {
-        return std::nullopt;
-    }
-    return value;
-}
-
-bool yesOrNo(const Config::ParamLine& params, const char* name, bool defaultValue) {
-    const char* text = params.getParam(name, nullptr);
-    const bool value = Config::Base::string2Value(text, defaultValue);
-    if (text != nullptr && value == defaultValue &&
-        Config::Base::string2Value(text, !defaultValue) != defaultValue) {
-        ORVEL_REPORT(
-            Warning, detail::about(Diagnostic::Code::Parameter, {}, name, text),
-            "ClientBackend: %s=\"%s\" is neither yes nor no; using %s\n", name, text,
-            defaultValue ? "yes" : "no");
-    }
-    return value;
-}
-
-void reportUnusable(const char* name, const std::string& text, const char* expected) {
-    ORVEL_REPORT(
-        Warning, detail::about(Diagnostic::Code::Parameter, {}, name, text),
-        "ClientBackend: %s=\"%s\" is invalid: %s expected\n", name, text.c_str(), expected);
-}
-
 void reportInvalid(const CommandEvent& event, Diagnostic::Code code) {
     ORVEL_REPORT_PEER(
         InvalidEvent, Fatal, detail::about(code), "Got invalid Event: %s/%d/%d/%d\n",
@@ -120,19 +91,20 @@ void reportInvalid(const CommandEvent& event, Diagnostic::Code code) {
 } // namespace
 
 ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, params) {
-    transferData_ = yesOrNo(*this->params(), "transferData", true);
-    deferred_ = yesOrNo(*this->params(), "deferred", false);
-    followEnabled_ = yesOrNo(*this->params(), "followEnabled", false);
+    const auto read = detail::readParams(*this->params(), detail::kClientParams, "ClientBackend");
+    transferData_ = read.flag("transferData");
+    deferred_ = read.flag("deferred");
+    followEnabled_ = read.flag("followEnabled");
     communicator_ = std::make_unique<OrvelMultiClient>(CommandEvent::kProtocolVersion, *this);
     communicator_->setNoDelay(true);
     communicator_->setSearchInterval(kSearchSeconds);
     communicator_->setDiagnostic(detail::routeDiagnostics("ClientBackend"));
     communicator_->setDeferred(deferred_);
-    if (yesOrNo(*this->params(), "newestOnly", false)) {
+    if (read.flag("newestOnly")) {
         communicator_->setNewestOnly(OrvelMultiClient::roleOf);
     }
     communicator_->setFeatures(DriverEvent::kFeature);
-    configure();
+    configure(read);
     communicator_->open();
     thread_ =
         std::make_unique<Vessa::ObjectThread<ClientBackend>>(this, &ClientBackend::receiveThread);
@@ -160,56 +132,47 @@ ClientBackend::~ClientBackend() {
     }
 }
 
-/// Applies the search parameters.
-void ClientBackend::configure() {
-    const auto text = [this](const char* name) {
-        return std::string(params()->getParam(name, ""));
-    };
+/// Applies the search parameters. What is not set stays as the process has it.
+void ClientBackend::configure(const Config::ParamReader& read) {
     Corvid::Multicast& multicast = communicator_->multicast();
-    if (const std::string group = text("group"); !group.empty()) {
+    if (const std::string group = read.text("group"); read.isSet("group")) {
         if (const auto address = Corvid::InetAddress::getByAddress(group); address.isMulticast()) {
             multicast.setAddress(address);
         } else {
-            reportUnusable("group", group, "a multicast address from 224.0.0.0 to 239.255.255.255");
+            read.refuse("group", group, "a multicast address from 224.0.0.0 to 239.255.255.255");
         }
     }
-    if (const std::string port = text("port"); !port.empty()) {
-        if (const auto number = wholeNumber(port, 1, 65535)) {
-            multicast.setPort(static_cast<std::uint16_t>(*number));
-        } else {
-            reportUnusable("port", port, "a number from 1 to 65535");
-        }
+    if (read.isSet("port")) {
+        multicast.setPort(static_cast<std::uint16_t>(read.number("port")));
     }
-    if (const std::string ttl = text("ttl"); !ttl.empty()) {
-        if (const auto number = wholeNumber(ttl, 0, 255)) {
-            multicast.setTtl(*number);
-        } else {
-            reportUnusable("ttl", ttl, "a number from 0 to 255");
-        }
+    if (read.isSet("ttl")) {
+        multicast.setTtl(static_cast<int>(read.number("ttl")));
     }
     std::vector<Corvid::InetAddress> interfaces;
     std::vector<std::string> names;
-    for (const std::string& item : detail::splitList(text("interfaces"))) {
+    for (const std::string& item : read.list("interfaces")) {
         if (!Corvid::Multicast::readInterface(item, interfaces, names)) {
-            reportUnusable("interfaces", item, "the IPv4 address or the name of an interface");
+            read.refuse("interfaces", item, "the IPv4 address or the name of an interface");
         }
     }
     multicast.setInterfaces(std::move(interfaces), std::move(names));
     std::vector<short> ids;
-    for (const std::string& item : detail::splitList(text("only"))) {
+    for (const std::string& item : read.list("only")) {
         ids.push_back(Server::idOf(item.c_str()));
     }
     communicator_->setServerIds(std::move(ids));
-    for (const std::string& item : detail::splitList(text("servers"))) {
+    for (const std::string& item : read.list("servers")) {
         const auto colon = item.rfind(':');
-        const auto port = colon == std::string::npos || colon == 0
-                              ? std::nullopt
-                              : wholeNumber(std::string_view(item).substr(colon + 1), 1, 65535);
-        if (port) {
-            communicator_->connectToServer(
-                item.substr(0, colon), static_cast<unsigned short>(*port));
+        unsigned short port = 0;
+        if (colon != std::string::npos && colon != 0) {
+            const char* const end = item.data() + item.size();
+            const auto [last, error] = std::from_chars(item.data() + colon + 1, end, port);
+            port = error == std::errc() && last == end ? port : 0;
+        }
+        if (port != 0) {
+            communicator_->connectToServer(item.substr(0, colon), port);
         } else {
-            reportUnusable("servers", item, "HOST:PORT");
+            read.refuse("servers", item, "HOST:PORT");
         }
     }
 }

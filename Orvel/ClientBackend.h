@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Config/Param.h>
 #include <Orvel/Backend.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/CommandEvent.h>
@@ -114,7 +115,7 @@ public:
     static BackendType _type;
 
 private:
-    void configure();
+    void configure(const Config::ParamReader& read);
     [[nodiscard]] bool tellsEnabled();
     void sendScene(Corvid::Communicator* connection, bool exactly);
     /// Applies one event of a connection that has some, or removes a lost connection.

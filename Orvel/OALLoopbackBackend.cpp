@@ -1,51 +1,22 @@
 #include <Orvel/OALLoopbackBackend.h>
 
+#include <Orvel/detail/KindParams.h>
 #include <Orvel/detail/Report.h>
 #include <Orvel/detail/al/OALDevice.h>
 
 #include <AL/alc.h>
 #include <AL/alext.h>
 #include <array>
-#include <charconv>
-#include <string_view>
 
 namespace Orvel {
 
 namespace {
 
-constexpr unsigned kLowestRate = 8000;
-constexpr unsigned kHighestRate = 192000;
-// OpenAL Soft's default; it provides fewer only because of its settings.
-constexpr unsigned kDefaultSources = 256;
-constexpr unsigned kMaxSources = 65536;
-
-unsigned readNumber(
-    const Config::ParamBag& params, const char* name, unsigned least, unsigned most,
-    unsigned defaultValue) {
-    const char* text = params.getParam(name, nullptr);
-    if (text == nullptr) {
-        return defaultValue;
-    }
-    const std::string_view view(text);
-    unsigned number = 0;
-    const auto [end, error] = std::from_chars(view.data(), view.data() + view.size(), number);
-    if (error != std::errc() || end != view.data() + view.size() || number < least ||
-        number > most) {
-        ORVEL_REPORT(
-            Warning, detail::about(Diagnostic::Code::Parameter, {}, name, text),
-            "Parameter %s is \"%s\", expected %u to %u; %u is used\n", name, text, least, most,
-            defaultValue);
-        return defaultValue;
-    }
-    return number;
-}
-
 class LoopbackDevice : public detail::OALDevice {
 public:
     ALCdevice* open(const Config::ParamBag& params) override {
-        rate = readNumber(params, "rate", kLowestRate, kHighestRate, rate);
-        const unsigned sources =
-            readNumber(params, "sources", kDefaultSources, kMaxSources, kDefaultSources);
+        const auto read = detail::readParams(params, detail::kLoopbackParams, "OALLoopbackBackend");
+        rate = static_cast<unsigned>(read.number("rate"));
         // All attributes that could otherwise come from the user's OpenAL settings and change the
         // sound.
         attributes_ = {
@@ -58,7 +29,7 @@ public:
             ALC_HRTF_SOFT,
             ALC_FALSE,
             ALC_MONO_SOURCES,
-            static_cast<ALCint>(sources - 1),
+            static_cast<ALCint>(read.number("sources") - 1),
             ALC_STEREO_SOURCES,
             1,
             0};
@@ -115,7 +86,9 @@ Backend* OALLoopbackBackend::createMethod(World& world, const char* params) {
 }
 
 BackendType* OALLoopbackBackend::registerType() {
-    static BackendType type("loopback", &OALLoopbackBackend::createMethod);
+    static BackendType type(
+        "loopback", &OALLoopbackBackend::createMethod, "renders offline; used by \"orvel render\"",
+        detail::kLoopbackParams);
     return &type;
 }
 

@@ -9,6 +9,7 @@
 #include <Orvel/PlayBackend.h>
 #include <Orvel/SilentBackend.h>
 #include <Orvel/WebBackend.h>
+#include <Orvel/detail/KindParams.h>
 #include <Orvel/detail/net/Changes.h>
 
 using Corvid::EventType;
@@ -17,12 +18,19 @@ namespace Orvel {
 
 BackendFactory BackendFactory::_the;
 
-BackendType ClientBackend::_type("client", &ClientBackend::createMethod);
-BackendType LogBackend::_type("log", &LogBackend::createMethod);
-BackendType PlayBackend::_type("play", &PlayBackend::createMethod);
-BackendType SilentBackend::_type("silent", &SilentBackend::createMethod);
-BackendType OALBackend::_type("openal", &OALBackend::createMethod);
-BackendType WebBackend::_type("web", &WebBackend::createMethod);
+BackendType ClientBackend::_type(
+    "client", &ClientBackend::createMethod, "plays the scene on sound servers (orvel serve)",
+    detail::kClientParams);
+BackendType LogBackend::_type(
+    "log", &LogBackend::createMethod, "writes each change of the scene to standard error");
+BackendType PlayBackend::_type(
+    "play", &PlayBackend::createMethod,
+    "prints a player command line for each sound (command=\"player -q\")", detail::kPlayParams);
+BackendType SilentBackend::_type("silent", &SilentBackend::createMethod, "does nothing");
+BackendType OALBackend::_type(
+    "openal", &OALBackend::createMethod, "plays through this machine's sound device");
+BackendType WebBackend::_type(
+    "web", &WebBackend::createMethod, "serves a status page to browsers on this machine (--web)");
 
 #define ORVEL_REGISTER(class_, number) EventType class_::_type(#class_, number, &class_::create);
 ORVEL_EVENTS(ORVEL_REGISTER)

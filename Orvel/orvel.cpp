@@ -1,5 +1,6 @@
 #include <Orvel/orvel.h>
 
+#include <Config/Param.h>
 #include <Corvid/InetAddress.h>
 #include <Corvid/MultiServer.h>
 #include <Corvid/URLImpl.h>
@@ -16,7 +17,6 @@
 #include <Orvel/Version.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/CCalls.h>
-#include <Orvel/detail/SplitList.h>
 
 #include <algorithm>
 #include <array>
@@ -453,7 +453,7 @@ float orvel_source_duration(orvel_source* source) {
 orvel_emitter* orvel_emitter_create(orvel_world* world, const char* labels, int id) {
     return guarded(__func__, static_cast<orvel_emitter*>(nullptr), [&] {
         Emitter* emitter =
-            get(world).createEmitter(Orvel::detail::splitList(labels == nullptr ? "" : labels), id);
+            get(world).createEmitter(Config::splitList(labels == nullptr ? "" : labels), id);
         if (emitter == nullptr) {
             throw Refusal(idIsTaken("an emitter", id));
         }
@@ -577,7 +577,7 @@ bool orvel_server_set_interfaces(orvel_server* server, const char* interfaces) {
         std::vector<Corvid::InetAddress> addresses;
         std::vector<std::string> names;
         for (const std::string& text :
-             Orvel::detail::splitList(need(interfaces, "the list of interfaces"))) {
+             Config::splitList(need(interfaces, "the list of interfaces"))) {
             if (!Corvid::Multicast::readInterface(text, addresses, names)) {
                 throw Refusal(
                     "\"" + text +

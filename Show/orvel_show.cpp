@@ -6,8 +6,8 @@
 #include <Show/Playback.h>
 #include <Show/Render.h>
 
+#include <Config/Param.h>
 #include <Orvel/detail/CCalls.h>
-#include <Orvel/detail/SplitList.h>
 
 #include <limits>
 #include <memory>
@@ -289,7 +289,7 @@ orvel_show_monitor* orvel_show_monitor_create(
         if (port >= 0) {
             settings.port = static_cast<std::uint16_t>(port);
         }
-        settings.hostNames = Orvel::detail::splitList(orEmpty(host_names));
+        settings.hostNames = Config::splitList(orEmpty(host_names));
         auto monitor =
             std::unique_ptr<orvel_show_monitor>(new orvel_show_monitor{{get(world), settings}});
         if (!monitor->page.isOpen()) {

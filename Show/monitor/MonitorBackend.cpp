@@ -6,6 +6,7 @@
 #include <Show/monitor/SceneJson.h>
 #include <Show/monitor/StatusJson.h>
 
+#include <Config/Param.h>
 #include <Config/ParamLine.h>
 #include <Corvid/IOException.h>
 #include <Corvid/InetAddress.h>
@@ -13,8 +14,7 @@
 #include <Orvel/Diagnostic.h>
 #include <Orvel/World.h>
 
-#include <algorithm>
-#include <charconv>
+#include <array>
 #include <functional>
 #include <random>
 #include <string_view>
@@ -76,23 +76,34 @@ void warn(const std::string& text) {
         "monitor");
 }
 
+constexpr std::array kParams{
+    Config::Param{
+        "address", Config::Param::Type::Text, "127.0.0.1",
+        "address or name of the interface to listen on; 0.0.0.0 for all"},
+    Config::Param{
+        "port", Config::Param::Type::Number, MonitorBackend::kDefaultPort,
+        "TCP port; 0 for a free one, as when the default is taken", 0, 65535},
+    Config::Param{
+        "names", Config::Param::Type::List, "", "host names that browsers may use besides"}};
+
 } // namespace
 
-Orvel::BackendType MonitorBackend::_type("monitor", &MonitorBackend::createMethod);
+Orvel::BackendType MonitorBackend::_type(
+    "monitor", &MonitorBackend::createMethod,
+    "shows the scene in a browser as it plays; added by --monitor", kParams);
 
 MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
-    : PlayClock(world, params), instance_(randomText()),
-      address_(this->params()->getParam("address", "127.0.0.1")) {
+    : PlayClock(world, params), instance_(randomText()) {
     server_->setName("Orvel monitor");
     server_->setDiagnostic(&warn);
-    std::string_view names = this->params()->getParam("names", "");
-    while (!names.empty()) {
-        const std::string_view name = names.substr(0, names.find_first_of(", "));
-        server_->addHostName(std::string(name));
-        names.remove_prefix(std::min(name.size() + 1, names.size()));
+    const Config::ParamReader read(
+        *this->params(), kParams,
+        [](const Config::Param&, const std::string& sentence) { warn(sentence); });
+    for (const std::string& name : read.list("names")) {
+        server_->addHostName(name);
     }
     addPages();
-    open();
+    open(read.text("address"), static_cast<std::uint16_t>(read.number("port")), read.isSet("port"));
 }
 
 void MonitorBackend::addPages() {
@@ -113,22 +124,13 @@ void MonitorBackend::addPages() {
         [this](auto& reply) { reply.setBody(metricsText(*this)); });
 }
 
-void MonitorBackend::open() {
-    const char* given = params()->getParam("port", nullptr);
-    std::uint16_t port = kDefaultPort;
-    if (given != nullptr) {
-        const std::string_view text = given;
-        const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), port);
-        if (fault != std::errc() || end != text.data() + text.size()) {
-            warn("the parameter port must be 0 to 65535, found \"" + std::string(text) + "\"");
-            return;
-        }
-    }
+void MonitorBackend::open(const std::string& address, std::uint16_t port, bool exactly) {
+    address_ = address;
     try {
         try {
             server_->open(address_, port);
         } catch (const Corvid::IOException&) {
-            if (given != nullptr) {
+            if (exactly) {
                 throw;
             }
             server_->open(address_, 0); // the default port is in use by another monitor

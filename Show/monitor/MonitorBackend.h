@@ -31,7 +31,7 @@ namespace Show {
 /// it logs a warning and stays in the list without a page; isOpen() then returns false.
 class MonitorBackend : public PlayClock, public SoundNames {
 public:
-    static constexpr std::uint16_t kDefaultPort = 33790;
+    static constexpr const char* kDefaultPort = "33790";
 
     MonitorBackend(Orvel::World& world, const char* params);
 
@@ -85,7 +85,8 @@ private:
     void addPages();
     /// Advances the clock to now.
     void pass();
-    void open();
+    /// Listens there or, unless it must be `exactly` there, at any free port.
+    void open(const std::string& address, std::uint16_t port, bool exactly);
 
     const Clock::time_point begin_ = Clock::now();
     const std::string instance_;

@@ -317,16 +317,16 @@ TEST_F(ClientBackends, ReportParametersThatCannotBe) {
         lines += line.substr(24);
     }
     EXPECT_EQ(
-        lines, "transferData=\"perhaps\" is neither yes nor no; using yes\n"
-               "deferred=\"\" is neither yes nor no; using no\n"
-               "group=\"10.0.0.1\" is invalid: a multicast address from 224.0.0.0 to "
-               "239.255.255.255 expected\n"
-               "port=\"12x\" is invalid: a number from 1 to 65535 expected\n"
-               "ttl=\"256\" is invalid: a number from 0 to 255 expected\n"
-               "interfaces=\"127.0.0\" is invalid: the IPv4 address or the name of an interface "
-               "expected\n"
-               "servers=\"host\" is invalid: HOST:PORT expected\n"
-               "servers=\"host:70000\" is invalid: HOST:PORT expected\n");
+        lines, "transferData=\"perhaps\" is not used: expected yes or no; using yes\n"
+               "deferred=\"\" is not used: expected yes or no; using no\n"
+               "group=\"10.0.0.1\" is not used: expected a multicast address from 224.0.0.0 to "
+               "239.255.255.255\n"
+               "port=\"12x\" is not used: expected a number from 1 to 65535; using 33780\n"
+               "ttl=\"256\" is not used: expected a number from 0 to 255; using 1\n"
+               "interfaces=\"127.0.0\" is not used: expected the IPv4 address or the name of an "
+               "interface\n"
+               "servers=\"host\" is not used: expected HOST:PORT\n"
+               "servers=\"host:70000\" is not used: expected HOST:PORT\n");
 }
 
 } // namespace Orvel::Test

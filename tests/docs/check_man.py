@@ -32,13 +32,26 @@ for name in sorted(wanted.keys() & pages.keys()):
     options += len(told & written)
 faults += [f"orvel: the page does not name {command}" for command in commands
            if f".It Cm {command}\n" not in pages.get("orvel", "")]
-kinds = subprocess.run([tool, "kinds"], capture_output=True, text=True, check=True).stdout
-taken = {(kind, name) for kind, names in re.findall(r"^(\w+) .*\[labels ?(.*)\]$", kinds, re.M)
-         for name in names.split()}
-documented = set(re.findall(r"^\| (\w+)(?: \(of the tool\))? \| `(\w+)` \|",
-                            (folder.parent / "parameters.md").read_text(), re.M))
-faults += [f"{kind}: {name} is {'not documented' if (kind, name) in taken else 'refused by the tool'}"
-           for kind, name in sorted(taken ^ documented)]
+listed = subprocess.run([tool, "kinds", "--verbose"], capture_output=True, text=True, check=True).stdout
+taken = set()
+for line in listed.splitlines():
+    if line.startswith("    "):
+        name, values, usual = re.split(r"  +", line.strip())[:3]
+        numbers = re.search(r"\d+ to \d+", values)
+        if name != "labels":
+            taken.add((kind, name, usual.replace("empty", "none"), numbers[0] if numbers else ""))
+    else:
+        kind = line.split()[0]
+documented = set()
+for kind, name, usual, meaning in re.findall(
+        r"^\| (\w+)(?: \(of the tool\))? \| `(\w+)` \| ([^|]*) \| (.*) \|",
+        (folder.parent / "parameters.md").read_text(), re.M):
+    numbers = re.search(r"\d+ to \d+", meaning)
+    usual = re.split("[;,]", usual)[0].replace("every one", "none").replace("empty", "none")
+    documented.add((kind, name, usual, numbers[0] if numbers else ""))
+faults += [f"{kind}: {name} ({usual}, {numbers}) stands only in "
+           f"{'`orvel kinds --verbose`' if (kind, name, usual, numbers) in taken else 'parameters.md'}"
+           for kind, name, usual, numbers in sorted(taken ^ documented)]
 if shutil.which("mandoc"):
     lint = subprocess.run(["mandoc", "-Tlint", "-Wwarning", *sorted(folder.glob("*.1"))],
                           capture_output=True, text=True, timeout=30, check=False)

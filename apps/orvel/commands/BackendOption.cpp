@@ -87,7 +87,7 @@ bool BackendOption::read(
             complain("--backend " + text + ": in the parameters: " + fault.what());
             return false;
         }
-        const std::vector<const char*> known = parametersOf(choice.kind);
+        const std::vector<const char*> known = parameterNames(choice.kind);
         if (const std::string* unknown = params.findUnknown(known)) {
             complain(
                 "--backend " + text + ": unknown parameter \"" + *unknown + "\" of the kind \"" +

@@ -1,47 +1,17 @@
 #include "commands/Kinds.h"
 
 #include <Orvel/BackendFactory.h>
+#include <Orvel/BackendType.h>
 #include <Orvel/OALLoopbackBackend.h>
+#include <Orvel/detail/KindParams.h>
 
 #include <algorithm>
-#include <map>
+#include <iomanip>
 #include <sstream>
 #include <utility>
 #include <vector>
 
 namespace OrvelTool {
-
-namespace {
-
-/// The description of a kind for the user.
-struct KindText {
-    const char* description;
-    std::vector<const char*> parameters; // besides "labels", which every kind has
-};
-
-/// The kinds of the library and of the tool.
-const std::map<std::string, KindText>& table() {
-    static const std::map<std::string, KindText> kinds{
-        {"client",
-         {"plays the scene on sound servers (orvel serve)",
-          {"deferred", "followEnabled", "group", "interfaces", "newestOnly", "only", "port",
-           "servers", "transferData", "ttl"}}},
-        {"default", {"the same as \"openal\"", {}}},
-        {"log", {"writes each change of the scene to standard error", {}}},
-        {"loopback", {"renders offline; used by \"orvel render\"", {"rate", "sources"}}},
-        {"monitor",
-         {"shows the scene in a browser as it plays; added by --monitor",
-          {"address", "names", "port"}}},
-        {"openal", {"plays through this machine's sound device", {}}},
-        {"play",
-         {"prints a player command line for each sound (command=\"player -q\")", {"command"}}},
-        {"silent", {"does nothing", {}}},
-        {"web", {"serves a status page to browsers on this machine (--web)", {}}},
-    };
-    return kinds;
-}
-
-} // namespace
 
 void registerKinds() {
     Orvel::OALLoopbackBackend::registerType();
@@ -56,33 +26,45 @@ std::vector<std::string> kinds() {
 }
 
 bool isKind(const std::string& name) {
-    const auto names = kinds();
-    return std::find(names.begin(), names.end(), name) != names.end();
+    return Orvel::BackendFactory::type(name) != nullptr;
 }
 
-std::vector<const char*> parametersOf(const std::string& kind) {
-    std::vector<const char*> names{"labels"};
-    if (const auto found = table().find(kind); found != table().end()) {
-        const auto& own = found->second.parameters;
-        names.insert(names.end(), own.begin(), own.end());
+std::vector<Config::Param> parametersOf(const std::string& kind) {
+    std::vector<Config::Param> params{Orvel::detail::kLabelsParam};
+    if (const auto* type = Orvel::BackendFactory::type(kind)) {
+        params.insert(params.end(), type->params().begin(), type->params().end());
+    }
+    return params;
+}
+
+std::vector<const char*> parameterNames(const std::string& kind) {
+    std::vector<const char*> names;
+    for (const Config::Param& param : parametersOf(kind)) {
+        names.push_back(param.name);
     }
     return names;
 }
 
-std::string describeKinds() {
+std::string describeKinds(bool verbose) {
     std::ostringstream text;
     for (const std::string& kind : kinds()) {
-        constexpr std::size_t kColumn = 10;
-        text << kind;
-        if (const auto found = table().find(kind); found != table().end()) {
-            text << std::string(kColumn - std::min(kColumn - 1, kind.size()), ' ')
-                 << found->second.description;
+        text << std::left << std::setw(9) << kind << ' '
+             << (kind == "default" ? "the same as \"openal\""
+                                   : Orvel::BackendFactory::type(kind)->description());
+        if (!verbose) {
+            std::string separator = " [";
+            for (const char* parameter : parameterNames(kind)) {
+                text << std::exchange(separator, " ") << parameter;
+            }
+            text << "]\n";
+            continue;
         }
-        std::string separator = " [";
-        for (const char* parameter : parametersOf(kind)) {
-            text << std::exchange(separator, " ") << parameter;
+        text << '\n';
+        for (const Config::Param& param : parametersOf(kind)) {
+            const char* usual = *param.defaultValue == '\0' ? "empty" : param.defaultValue;
+            text << "    " << std::setw(15) << param.name << std::setw(32) << valuesOf(param)
+                 << std::setw(15) << usual << param.help << '\n';
         }
-        text << "]\n";
     }
     return text.str();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Config/Param.h>
+
 #include <string>
 #include <vector>
 
@@ -14,10 +16,13 @@ bool isKind(const std::string& name);
 /// All kinds, sorted.
 std::vector<std::string> kinds();
 
-/// The parameter names of a kind.
-std::vector<const char*> parametersOf(const std::string& kind);
+/// The parameters of a kind.
+std::vector<Config::Param> parametersOf(const std::string& kind);
+/// Their names.
+std::vector<const char*> parameterNames(const std::string& kind);
 
-/// All kinds, one per line with a description and the names of its parameters.
-std::string describeKinds();
+/// All kinds, one per line with a description and the names of its parameters. `verbose`: each
+/// parameter on a line of its own, with its values, its default and its meaning.
+std::string describeKinds(bool verbose);
 
 } // namespace OrvelTool

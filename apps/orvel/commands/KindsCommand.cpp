@@ -11,7 +11,7 @@ KindsCommand::KindsCommand(CLI::App& parent) {
 }
 
 int KindsCommand::run() {
-    std::cout << describeKinds();
+    std::cout << describeKinds(verbose_);
     return kSuccess;
 }
 

@@ -32,7 +32,7 @@ void MonitorOption::declare(CLI::App& app) {
                      "--monitor", text_,
                      "Show the scene to browsers as it plays, as a page, JSON and metrics, at this "
                      "address (default: 127.0.0.1:" +
-                         std::to_string(Show::MonitorBackend::kDefaultPort) +
+                         std::string(Show::MonitorBackend::kDefaultPort) +
                          ", or a free port if that is taken). Anyone who can reach the port can "
                          "see the page")
                   ->type_name("[ADDR:PORT]")

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <Config/Param.h>
+#include <Corvid/Multicast.h>
+#include <Orvel/detail/Report.h>
+
+#include <array>
+
+namespace Orvel::detail {
+
+using Config::Param;
+
+/// What every kind of back end takes.
+inline constexpr Param kLabelsParam{
+    "labels", Param::Type::List, "", "labels of the back end; it serves emitters that share one"};
+
+/// What each kind takes besides: the one place that names a kind's parameters, their ranges and
+/// their defaults.
+inline constexpr std::array kClientParams{
+    Param{
+        "transferData", Param::Type::Flag, "yes",
+        "whether the creation of a source may carry its sound file along"},
+    Param{
+        "deferred", Param::Type::Flag, "no", "serve new servers and reports on the host's thread"},
+    Param{"followEnabled", Param::Type::Flag, "no", "enable and disable servers with the world"},
+    Param{"newestOnly", Param::Type::Flag, "no", "send a server that lags only the newest values"},
+    Param{"servers", Param::Type::List, "", "HOST:PORT of servers that multicast does not reach"},
+    Param{"only", Param::Type::List, "", "ids or names of the servers to drive; empty for all"},
+    Param{"interfaces", Param::Type::List, "", "interfaces to search on; empty for all"},
+    Param{
+        "group", Param::Type::Text, Corvid::Multicast::kDefaultAddress,
+        "multicast group of the search"},
+    Param{"port", Param::Type::Number, "33780", "UDP port of the search", 1, 65535},
+    Param{"ttl", Param::Type::Number, "1", "TTL of the search; 0 stays on this machine", 0, 255}};
+inline constexpr std::array kPlayParams{
+    Param{"command", Param::Type::Text, "", "start of the composed command line"}};
+inline constexpr std::array kLoopbackParams{
+    Param{"rate", Param::Type::Number, "44100", "sample rate in hertz", 8000, 192000},
+    // OpenAL Soft's default; it provides fewer only because of its settings.
+    Param{"sources", Param::Type::Number, "256", "emitters that can sound at once", 256, 65536}};
+
+/// Reads a back end's parameters; what is not used is reported as its own, under `name`, which must
+/// outlive the reader.
+inline Config::ParamReader
+readParams(const Config::ParamBag& bag, std::span<const Param> table, const char* name) {
+    return {bag, table, [name](const Param& param, const std::string& sentence) {
+                ORVEL_REPORT(
+                    Warning, about(Diagnostic::Code::Parameter, {}, param.name), "%s: %s\n", name,
+                    sentence.c_str());
+            }};
+}
+
+} // namespace Orvel::detail
