@@ -41,6 +41,7 @@ public:
     /// until the descriptor is not ready or not wanted any more.
     class ORVEL_EXPORT Watch {
     public:
+        /// What a descriptor is ready for.
         struct Ready {
             bool toRead;
             bool toWrite;

@@ -21,6 +21,7 @@ class ORVEL_EXPORT Socket {
 public:
     enum class Type { Stream, Datagram };
 
+    /// An address with its port.
     struct Endpoint {
         InetAddress address;
         std::uint16_t port = 0;

@@ -21,15 +21,24 @@ struct orvel_show_file {
     std::vector<Show::Problem> warnings;
 };
 struct orvel_show_playback {
+    orvel_show_playback(Orvel::World& world, const Show::ShowFile& file) : playback(world, file) {}
     Show::Playback playback;
 };
 struct orvel_show_recorder {
+    orvel_show_recorder(
+        Orvel::Server& server, const std::string& path,
+        const Show::CaptureRecorder::Settings& settings)
+        : recorder(server, path, settings) {}
     Show::CaptureRecorder recorder;
 };
 struct orvel_show_osc {
+    orvel_show_osc(Orvel::World& world, const Show::OscInput::Settings& settings)
+        : input(world, settings) {}
     Show::OscInput input;
 };
 struct orvel_show_monitor {
+    orvel_show_monitor(Orvel::World& world, const Show::MonitorPage::Settings& settings)
+        : page(world, settings) {}
     Show::MonitorPage page;
 };
 
@@ -147,8 +156,7 @@ bool orvel_show_file_warning(orvel_show_file* file, size_t index, orvel_show_pro
 
 orvel_show_playback* orvel_show_playback_create(orvel_world* world, orvel_show_file* file) {
     return guarded(__func__, static_cast<orvel_show_playback*>(nullptr), [&] {
-        auto playback = std::unique_ptr<orvel_show_playback>(
-            new orvel_show_playback{{get(world), get(file).file}});
+        auto playback = std::make_unique<orvel_show_playback>(get(world), get(file).file);
         if (!playback->playback.isGood()) {
             throw Refusal(playback->playback.error());
         }
@@ -209,8 +217,8 @@ orvel_show_recorder* orvel_show_recorder_create(
         const Show::CaptureRecorder::Settings settings{
             orEmpty(scene_path),
             max_bytes == 0 ? std::numeric_limits<std::uint64_t>::max() : max_bytes};
-        auto recorder = std::unique_ptr<orvel_show_recorder>(new orvel_show_recorder{
-            {dynamic_cast<Orvel::Server&>(get(world)), need(path, "the path"), settings}});
+        auto recorder = std::make_unique<orvel_show_recorder>(
+            dynamic_cast<Orvel::Server&>(get(world)), need(path, "the path"), settings);
         if (!recorder->recorder.isRecording()) {
             throw Refusal(recorder->recorder.error());
         }
@@ -254,7 +262,7 @@ orvel_show_osc* orvel_show_osc_create(
         if (report != nullptr) {
             settings.report = [=](const std::string& text) { report(text.c_str(), user); };
         }
-        auto osc = std::unique_ptr<orvel_show_osc>(new orvel_show_osc{{get(world), settings}});
+        auto osc = std::make_unique<orvel_show_osc>(get(world), settings);
         if (!osc->input.isOpen()) {
             throw Refusal(osc->input.error());
         }
@@ -290,8 +298,7 @@ orvel_show_monitor* orvel_show_monitor_create(
             settings.port = static_cast<std::uint16_t>(port);
         }
         settings.hostNames = Config::splitList(orEmpty(host_names));
-        auto monitor =
-            std::unique_ptr<orvel_show_monitor>(new orvel_show_monitor{{get(world), settings}});
+        auto monitor = std::make_unique<orvel_show_monitor>(get(world), settings);
         if (!monitor->page.isOpen()) {
             throw Refusal(monitor->page.error());
         }
