@@ -1,43 +1,48 @@
 #!/usr/bin/env bash
-# Installs the dependencies and runs all checks: format, warnings as errors, the tests, the tests
-# again under AddressSanitizer with UndefinedBehaviorSanitizer, the threaded tests under
-# ThreadSanitizer, and each fuzz target for 30 seconds.
+# Installs the dependencies and runs all checks: clang-tidy, the tests of threads under ThreadSanitizer, all
+# tests under AddressSanitizer with UndefinedBehaviorSanitizer, each fuzz target for 15 seconds, and all
+# tests of the optimised build. The format is one of the tests; warnings are errors throughout.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
 
+# stage NAME COMMAND...: runs a stage and reports what it took.
+stage() {
+    echo "== $1"
+    local TIMEFORMAT="== $1: %0R s, %0U s of processor time and %0S s in the kernel"
+    time "${@:2}"
+}
+
 build() {
-    echo "== $1: build"
     cmake --preset "$1" >/dev/null
-    cmake --build --preset "$1" -- --quiet
+    cmake --build --preset "$1" -- --quiet "${@:2}"
 }
 
 run() {
-    local preset=$1
-    shift
-    build "$preset"
-    echo "== $preset: test"
-    ctest --preset "$preset" -j "$(nproc)" "$@"
+    ctest --preset "$1" -j "$(nproc)" "${@:2}"
 }
 
 fuzz() {
-    build fuzz
     local found target
     found=$(mktemp -d)
-    for target in build/fuzz/fuzz/fuzz_*; do
+    for target in build/asan/fuzz/fuzz_*; do
         mkdir "$found/${target##*/}"
         echo "${target##*/}"
     done | xargs -P "$(nproc)" -I{} sh -c '
-        echo "== fuzz: {}"
-        "build/fuzz/fuzz/{}" -max_total_time=30 -artifact_prefix="$0/{}/" -verbosity=0 \
+        "build/asan/fuzz/{}" -max_total_time=15 -artifact_prefix="$0/{}/" -verbosity=0 \
             "$0/{}" "fuzz/seeds/$(echo "{}" | cut -c6-)" >"$0/{}.log" 2>&1 ||
-            { cat "$0/{}.log"; exit 255; }' "$found"
+            { echo "{}"; cat "$0/{}.log"; exit 255; }' "$found"
     rm -rf "$found"
 }
 
+stage "clang-tidy" scripts/tidy.sh
 # ThreadSanitizer only runs the tests with several threads.
-run tsan -R 'Threads|Contract|Net|Client|Server' -E WebServer
-fuzz
-run asan
+stage "tsan: build" build tsan corvid_net_tests orvel_contract_tests orvel_log_tests orvel_tests
+stage "tsan: test" run tsan -R 'Threads|Contract|Net|Client|Server'
+stage "asan: build" build asan
+stage "asan: test" run asan
+stage "asan: fuzz" fuzz
+stage "dev: build" build dev
+echo "== dev: test"
 run dev
