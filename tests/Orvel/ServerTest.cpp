@@ -224,8 +224,9 @@ TEST(ServerNetwork, ApplyNothingThatAnEarlierConnectionLeftUnread) {
             port, greeting(2, instance) + frame(CmdResetBackend) +
                       frame<CreateEmitterEvent>(CmdCreateEmitter, 1));
         serve([&] {
-            const auto connections = server.multiServer().counters().connections;
-            return connections.size() == 1 && connections[0].eventsIn == 2;
+            const auto counters = server.multiServer().counters();
+            return counters.connected == 2 && counters.connections.size() == 1 &&
+                   counters.connections[0].eventsIn == 2;
         });
         EXPECT_EQ(server.emitters().size(), 1U) << instance;
     }
