@@ -5,27 +5,22 @@ include(CMakePackageConfigHelpers)
 set(orvel_cmake_dir "${CMAKE_INSTALL_LIBDIR}/cmake/Orvel")
 set(orvel_header_dir "${CMAKE_INSTALL_INCLUDEDIR}/orvel")
 
-install(TARGETS orvel
-    EXPORT OrvelTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        COMPONENT runtime NAMELINK_COMPONENT development
-    FILE_SET HEADERS DESTINATION ${orvel_header_dir} COMPONENT development
-    FILE_SET generated_headers DESTINATION ${orvel_header_dir} COMPONENT development)
-install(EXPORT OrvelTargets
-    NAMESPACE Orvel::
-    DESTINATION ${orvel_cmake_dir}
-    COMPONENT development)
-if(TARGET orvel_show)
-    install(TARGETS orvel_show
-        EXPORT OrvelShowTargets
+# A library with its headers: orvel_install_library(TARGET EXPORT COMPONENT)
+function(orvel_install_library target export component)
+    install(TARGETS ${target}
+        EXPORT ${export}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-            COMPONENT show NAMELINK_COMPONENT development
+            COMPONENT ${component} NAMELINK_COMPONENT development
         FILE_SET HEADERS DESTINATION ${orvel_header_dir} COMPONENT development
         FILE_SET generated_headers DESTINATION ${orvel_header_dir} COMPONENT development)
-    install(EXPORT OrvelShowTargets
+    install(EXPORT ${export}
         NAMESPACE Orvel::
         DESTINATION ${orvel_cmake_dir}
         COMPONENT development)
+endfunction()
+orvel_install_library(orvel OrvelTargets runtime)
+if(TARGET orvel_show)
+    orvel_install_library(orvel_show OrvelShowTargets show)
     # It finds liborvel beside itself, wherever the prefix is; in /usr the system does.
     if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
         set_target_properties(orvel_show PROPERTIES INSTALL_RPATH "$ORIGIN")
