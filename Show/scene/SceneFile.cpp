@@ -446,13 +446,22 @@ private:
         object.expected("over", "\"over\" only beside one of the keys " + listed(gradual));
     }
 
+    /// Reads an entry that destroys a part; false, without effect, if this is another entry.
+    bool
+    readDestroy(const JsonValue& value, const JsonPlace& place, Entry& entry, const char* part) {
+        if (value.find("destroy") == nullptr) {
+            return false;
+        }
+        const ObjectReader object(report_, value, place, {"at", part, "destroy"});
+        entry.change.destroy = object.mark("destroy");
+        readCommon(object, entry, part);
+        return true;
+    }
+
     void readEmitterEntry(const JsonValue& value, const JsonPlace& place, Entry& entry) {
         Change& change = entry.change;
         change.target = Change::Target::Emitter;
-        if (value.find("destroy") != nullptr) {
-            const ObjectReader object(report_, value, place, {"at", "emitter", "destroy"});
-            change.destroy = object.mark("destroy");
-            readCommon(object, entry, "emitter");
+        if (readDestroy(value, place, entry, "emitter")) {
             return;
         }
         if (value.find("create") != nullptr) {
@@ -506,10 +515,7 @@ private:
     void readSourceEntry(const JsonValue& value, const JsonPlace& place, Entry& entry) {
         Change& change = entry.change;
         change.target = Change::Target::Source;
-        if (value.find("destroy") != nullptr) {
-            const ObjectReader object(report_, value, place, {"at", "source", "destroy"});
-            change.destroy = object.mark("destroy");
-            readCommon(object, entry, "source");
+        if (readDestroy(value, place, entry, "source")) {
             return;
         }
         if (value.find("create") != nullptr) {
