@@ -12,6 +12,11 @@ namespace Orvel {
 class Backend;
 class World;
 
+/// The parameter that every kind takes.
+inline constexpr Config::Param kLabelsParam{
+    "labels", Config::Param::Type::List, "",
+    "labels of the back end; it serves emitters that share one"};
+
 /// A kind of back end: its name and its factory function. A static object of this class registers
 /// the kind for its lifetime; applications add kinds of their own in this way. Immutable; construct
 /// and destroy it while no other thread uses the registry.

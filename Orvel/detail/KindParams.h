@@ -10,12 +10,8 @@ namespace Orvel::detail {
 
 using Config::Param;
 
-/// What every kind of back end takes.
-inline constexpr Param kLabelsParam{
-    "labels", Param::Type::List, "", "labels of the back end; it serves emitters that share one"};
-
-/// What each kind takes besides: the one place that names a kind's parameters, their ranges and
-/// their defaults.
+/// The parameters of the library's kinds: the one place that names them, their ranges and their
+/// defaults.
 inline constexpr std::array kClientParams{
     Param{
         "transferData", Param::Type::Flag, "yes",

@@ -3,7 +3,6 @@
 #include <Orvel/BackendFactory.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/OALLoopbackBackend.h>
-#include <Orvel/detail/KindParams.h>
 
 #include <algorithm>
 #include <iomanip>
@@ -30,7 +29,7 @@ bool isKind(const std::string& name) {
 }
 
 std::vector<Config::Param> parametersOf(const std::string& kind) {
-    std::vector<Config::Param> params{Orvel::detail::kLabelsParam};
+    std::vector<Config::Param> params{Orvel::kLabelsParam};
     if (const auto* type = Orvel::BackendFactory::type(kind)) {
         params.insert(params.end(), type->params().begin(), type->params().end());
     }
