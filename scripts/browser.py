@@ -18,11 +18,11 @@ def find_chromium():
 
 
 class Browser:
-    """One page. Collects console messages and exceptions in `complaints`."""
+    """One page. Collects console messages and exceptions in `errors`."""
 
     def __init__(self, width=1280, height=800, dark=False):
         self.profile = tempfile.mkdtemp(prefix="orvel-browser-")
-        self.complaints = []
+        self.errors = []
         self._number = 0
         self._answers = {}
         self._loaded = 0
@@ -106,11 +106,11 @@ class Browser:
         if method == "Page.loadEventFired":
             self._loaded += 1
         elif method == "Runtime.exceptionThrown":
-            self.complaints.append(details["exceptionDetails"])
+            self.errors.append(details["exceptionDetails"])
         elif method == "Runtime.consoleAPICalled" and details["type"] in ("error", "warning"):
-            self.complaints.append(details["args"])
+            self.errors.append(details["args"])
         elif method == "Log.entryAdded" and details["entry"]["level"] in ("error", "warning"):
-            self.complaints.append(details["entry"])
+            self.errors.append(details["entry"])
 
     def open(self, url):
         before = self._loaded

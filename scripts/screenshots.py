@@ -38,8 +38,8 @@ try:
         while not browser.value("tracks.has(19) && tracks.get(19).x > 1.7"):
             time.sleep(0.01)
         browser.screenshot(images / f"monitor-{name}.png")
-    if browser.complaints:
-        sys.exit(f"the browser complains: {browser.complaints}")
+    if browser.errors:
+        sys.exit(f"the page reports: {browser.errors}")
 finally:
     browser.close()
     player.kill()

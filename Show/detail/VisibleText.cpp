@@ -53,24 +53,14 @@ std::string visible(std::string_view text) {
     return out;
 }
 
-VisibleOutput::VisibleOutput(std::ostream& stream) : stream_(stream), to_(stream.rdbuf(this)) {}
-
-VisibleOutput::~VisibleOutput() {
-    pass();
-    const auto state = stream_.rdstate();
-    stream_.rdbuf(to_);
-    stream_.clear(state); // reset by setting a buffer
-}
-
-bool VisibleOutput::pass() {
+bool VisibleStream::Buffer::pass() {
     std::string text;
     append(text, line_, "\n\t");
     line_.clear();
-    const auto size = static_cast<std::streamsize>(text.size());
-    return to_->sputn(text.data(), size) == size;
+    return to_.write(text.data(), static_cast<std::streamsize>(text.size())).good();
 }
 
-VisibleOutput::int_type VisibleOutput::overflow(int_type character) {
+VisibleStream::Buffer::int_type VisibleStream::Buffer::overflow(int_type character) {
     if (traits_type::eq_int_type(character, traits_type::eof())) {
         return traits_type::not_eof(character);
     }
@@ -78,14 +68,14 @@ VisibleOutput::int_type VisibleOutput::overflow(int_type character) {
     return line_.back() != '\n' || pass() ? character : traits_type::eof();
 }
 
-std::streamsize VisibleOutput::xsputn(const char* text, std::streamsize size) {
+std::streamsize VisibleStream::Buffer::xsputn(const char* text, std::streamsize size) {
     const std::string_view added(text, static_cast<std::size_t>(size));
     line_ += added;
     return added.find('\n') == std::string_view::npos || pass() ? size : 0;
 }
 
-int VisibleOutput::sync() {
-    return pass() && to_->pubsync() == 0 ? 0 : -1;
+int VisibleStream::Buffer::sync() {
+    return pass() && to_.flush().good() ? 0 : -1;
 }
 
 } // namespace Show

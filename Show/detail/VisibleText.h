@@ -12,27 +12,36 @@ namespace Show {
 /// terminal obeys control characters.
 std::string visible(std::string_view text);
 
-/// Passes each line written to a stream through visible() during its lifetime; tabs are kept.
-/// Confined to the stream's thread.
-class VisibleOutput : public std::streambuf {
+/// A stream that writes to another one, line by line, through visible(); tabs are kept. An
+/// incomplete line is written when the stream is flushed or destroyed. Confined to one thread at a
+/// time.
+class VisibleStream : public std::ostream {
 public:
-    explicit VisibleOutput(std::ostream& stream);
-    VisibleOutput(const VisibleOutput&) = delete;
-    VisibleOutput& operator=(const VisibleOutput&) = delete;
-    ~VisibleOutput() override;
-
-protected:
-    int_type overflow(int_type character) override;
-    std::streamsize xsputn(const char* text, std::streamsize size) override;
-    int sync() override;
+    explicit VisibleStream(std::ostream& to) : std::ostream(nullptr), buffer_(to) {
+        rdbuf(&buffer_); // also clears the error state
+    }
+    VisibleStream(const VisibleStream&) = delete;
+    VisibleStream& operator=(const VisibleStream&) = delete;
+    ~VisibleStream() override { buffer_.pass(); }
 
 private:
-    /// Writes the buffered part of the line. Returns false if the stream fails.
-    bool pass();
+    class Buffer : public std::streambuf {
+    public:
+        explicit Buffer(std::ostream& to) : to_(to) {}
+        /// Writes the buffered part of the line. Returns false if the stream fails.
+        bool pass();
 
-    std::ostream& stream_;
-    std::streambuf* to_;
-    std::string line_;
+    protected:
+        int_type overflow(int_type character) override;
+        std::streamsize xsputn(const char* text, std::streamsize size) override;
+        int sync() override;
+
+    private:
+        std::ostream& to_;
+        std::string line_;
+    };
+
+    Buffer buffer_;
 };
 
 } // namespace Show

@@ -38,8 +38,7 @@ OscInbox::Clock::time_point timeOf(std::uint64_t tag) {
 
 } // namespace
 
-OscInbox::OscInbox(Take take, Complain complain)
-    : take_(std::move(take)), complain_(std::move(complain)) {}
+OscInbox::OscInbox(Take take, Report report) : take_(std::move(take)), report_(std::move(report)) {}
 
 void OscInbox::add(std::span<const std::byte> packet, Clock::time_point now, const Stop& stop) {
     const bool inTime = advance(now, stop);
@@ -66,7 +65,7 @@ void OscInbox::addMessage(std::span<const std::byte> message, Clock::time_point 
 void OscInbox::addBundle(
     std::span<const std::byte> bundle, Clock::time_point least, int depth, Clock::time_point now) {
     if (bundle.size() < kBundleHeader || depth > kMaxDepth) {
-        complain_(depth > kMaxDepth ? "too many nested bundles" : "a truncated bundle");
+        report_(depth > kMaxDepth ? "too many nested bundles" : "a truncated bundle");
         return;
     }
     // A nested bundle is not due before the outer one.
@@ -76,7 +75,7 @@ void OscInbox::addBundle(
         const std::size_t size =
             rest.size() < 4 ? rest.size() : std::size_t{be32toh(read<std::uint32_t>(rest))};
         if (rest.size() < 4 || size == 0 || size > rest.size() - 4) {
-            complain_("a truncated bundle");
+            report_("a truncated bundle");
             return;
         }
         const auto element = rest.subspan(4, size);
@@ -84,7 +83,7 @@ void OscInbox::addBundle(
         if (isBundle(element)) {
             addBundle(element, time, depth + 1, now);
         } else if (time > now && (waiting_.size() >= kMaxMessages || bytes_ + size > kMaxBytes)) {
-            complain_("a message for later, although too many are waiting");
+            report_("a message for later, although too many are waiting");
         } else {
             // Due messages are queued too, to keep the order within the bundle's time.
             addMessage(element, time);

@@ -22,7 +22,7 @@ public:
     /// Receives the bytes of one message.
     using Take = std::function<void(std::span<const std::byte>)>;
     /// Receives a short description of an invalid packet.
-    using Complain = std::function<void(const std::string&)>;
+    using Report = std::function<void(const std::string&)>;
     /// Whether to stop and leave the rest for later; called between two messages, since one for all
     /// emitters may take long.
     using Stop = std::function<bool()>;
@@ -33,7 +33,7 @@ public:
     /// Limit on nested bundles.
     static constexpr int kMaxDepth = 8;
 
-    OscInbox(Take take, Complain complain);
+    OscInbox(Take take, Report report);
 
     /// Parses a packet, a message or a bundle, and delivers due messages until stopped.
     void add(std::span<const std::byte> packet, Clock::time_point now, const Stop& stop = {});
@@ -50,7 +50,7 @@ private:
     void addMessage(std::span<const std::byte> message, Clock::time_point time);
 
     Take take_;
-    Complain complain_;
+    Report report_;
     std::map<std::pair<Clock::time_point, std::uint64_t>, std::vector<std::byte>> waiting_;
     std::size_t bytes_ = 0; // of the waiting messages
     std::uint64_t count_ = 0;

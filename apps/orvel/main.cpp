@@ -19,7 +19,6 @@
 #include <algorithm>
 #include <array>
 #include <exception>
-#include <iostream>
 #include <memory>
 #include <new>
 #include <string>
@@ -132,7 +131,7 @@ int run(int argc, char** argv) {
         std::reverse(words.begin(), words.end()); // the parser takes them in reverse order
         app.parse(std::move(words));
     } catch (const CLI::ParseError& fault) {
-        return app.exit(fault) == 0 ? kSuccess : kWrongUse;
+        return app.exit(fault, standardOutput(), standardError()) == 0 ? kSuccess : kWrongUse;
     }
     registerKinds();
     for (const auto& command : commands) {
@@ -146,22 +145,19 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // Everything the tool prints passes through these.
-    const Show::VisibleOutput out(std::cout);
-    const Show::VisibleOutput err(std::cerr);
     int code = kFailure;
     try {
         code = run(argc, argv);
     } catch (const Show::OutputError& fault) {
-        complain(fault.what());
+        report(fault.what());
     } catch (const std::bad_alloc&) {
-        complain("out of memory");
+        report("out of memory");
     } catch (const std::exception& fault) {
-        complain(fault.what());
+        report(fault.what());
     }
-    std::cout.flush();
-    if (!std::cout) {
-        complain("cannot write to standard output");
+    standardOutput().flush();
+    if (!standardOutput()) {
+        report("cannot write to standard output");
         return kFailure;
     }
     return code;

@@ -273,12 +273,12 @@ TEST_F(Captures, DamageEndsThePlayAndIsToldOnce) {
 TEST(VisibleText, LetsNoControlCharacterThrough) {
     std::ostringstream out;
     {
-        const VisibleOutput filter(out);
-        out << "\x1b[2J\r\t"
-            << "\xC2\x9B\x9B\x7F"
-            << "\xE2\x80\xAE"
-            << "h\u00F6rt \u2026\n"
-            << '\a';
+        VisibleStream filter(out);
+        filter << "\x1b[2J\r\t"
+               << "\xC2\x9B\x9B\x7F"
+               << "\xE2\x80\xAE"
+               << "h\u00F6rt \u2026\n"
+               << '\a';
     }
     EXPECT_EQ(
         out.str(), "\\x1b[2J\\x0d\t\\xc2\\x9b\\x9b\\x7f\\xe2\\x80\\xaeh\u00F6rt \u2026\n\\x07");

@@ -46,7 +46,7 @@ class Monitor(ToolCase):
 
     def wait_for_value(self, expression, wanted=True):
         self.wait_for(lambda: self.browser.value(expression) == wanted,
-                      f"{expression} == {wanted!r}; complaints: {self.browser.complaints}")
+                      f"{expression} == {wanted!r}; errors: {self.browser.errors}")
 
     def text(self, selector):
         return self.browser.value(f"document.querySelector('{selector}').innerText")
@@ -134,13 +134,13 @@ class Monitor(ToolCase):
         self.wait_for_value(f"Number(document.getElementById('map').dataset.scale) < {scale} * 1.5")
         self.wait_for_value("/movement: [1-9]/.test(document.getElementById('groups').innerText)")
         self.assertIn("silent", self.text("#backends"))
-        self.assertEqual(self.browser.complaints, [])
+        self.assertEqual(self.browser.errors, [])
 
     def test_a_restart_is_survived(self):
         player, url = self.play(SCENE)
         self.browser.open(url)
         self.wait_until_live(2)
-        self.assertEqual(self.browser.complaints, [])
+        self.assertEqual(self.browser.errors, [])
         player.kill()
         player.wait()
         self.wait_for_value("document.getElementById('link').className", "pill lost")
@@ -152,8 +152,8 @@ class Monitor(ToolCase):
         self.assertEqual(sorted(self.browser.value("[...tracks.keys()]")), [0, 77])
         self.assertTrue(self.browser.value("document.getElementById('notice').hidden"))
         # The browser itself reports each failed request; there must be no other error.
-        self.assertEqual([complaint for complaint in self.browser.complaints
-                          if complaint.get("source") != "network"], [])
+        self.assertEqual([error for error in self.browser.errors
+                          if error.get("source") != "network"], [])
 
     def test_connections_are_shown(self):
         port = free_port()
@@ -171,7 +171,7 @@ class Monitor(ToolCase):
         player.send_signal(signal.SIGINT)
         self.wait_for_value("document.querySelectorAll('#network tbody tr').length", 0)
         self.wait_until_live(0)  # the client's parts are removed with it
-        self.assertEqual(self.browser.complaints, [])
+        self.assertEqual(self.browser.errors, [])
         status = json.loads(self.address(served + "api/status")[2])
         self.assertEqual(status["network"][0]["connected"], 1)
         _, headers, text = self.address(served + "metrics")
@@ -195,7 +195,7 @@ class Monitor(ToolCase):
             names = self.browser.value(
                 "performance.getEntriesByType('resource').map(({ name }) => name)")
             self.assertTrue(all(name.startswith(url) for name in names), names)
-        self.assertEqual(self.browser.complaints, [])
+        self.assertEqual(self.browser.errors, [])
 
     def test_an_address_that_cannot_be_is_refused(self):
         player, url = self.play(SCENE)

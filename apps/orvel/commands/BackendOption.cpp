@@ -66,7 +66,7 @@ bool BackendOption::read(
         const auto colon = std::min(text.find(':'), text.size());
         Choice choice{text.substr(0, colon), text.substr(std::min(colon + 1, text.size()))};
         if (const auto found = refused.find(choice.kind); found != refused.end()) {
-            complain("--backend " + text + ": " + found->second);
+            report("--backend " + text + ": " + found->second);
             return false;
         }
         if (!isKind(choice.kind)) {
@@ -77,19 +77,19 @@ bool BackendOption::read(
                     fault.append(std::exchange(before, ", ")).append(kind);
                 }
             }
-            complain(fault);
+            report(fault);
             return false;
         }
         NamedParams params;
         try {
             params.setParamLine(choice.params.c_str());
         } catch (const Config::ParamLine::Exception& fault) {
-            complain("--backend " + text + ": in the parameters: " + fault.what());
+            report("--backend " + text + ": in the parameters: " + fault.what());
             return false;
         }
         const std::vector<const char*> known = parameterNames(choice.kind);
         if (const std::string* unknown = params.findUnknown(known)) {
-            complain(
+            report(
                 "--backend " + text + ": unknown parameter \"" + *unknown + "\" of the kind \"" +
                 choice.kind + "\"; expected one of: " + joined(known) +
                 Show::didYouMean(*unknown, known));
@@ -133,7 +133,7 @@ bool addBackends(
         }
     }
     if (deviceMissing) {
-        complain("no sound device could be opened; " + advice);
+        report("no sound device could be opened; " + advice);
     }
     return heard || (seen && !deviceMissing);
 }

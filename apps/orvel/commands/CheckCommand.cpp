@@ -35,24 +35,24 @@ bool CheckCommand::check(const std::string& path) const {
     const Show::ShowFile scene =
         fromInput ? Show::ShowFile::readScene(std::cin, name) : Show::ShowFile::load(path);
     if (scene.isCapture()) {
-        complain(path + " is a capture; only scenes are checked. To hear it: orvel play " + path);
+        report(path + " is a capture; only scenes are checked. To hear it: orvel play " + path);
         return false;
     }
-    complain(scene.problems());
+    report(scene.problems());
     if (!scene.isGood()) {
         return false;
     }
     const auto [warnings, end] = scene.check();
-    complain(warnings);
+    report(warnings);
     if (strict_ && !warnings.empty()) {
         return false;
     }
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%g", end);
-    std::cout << name << ": ok"
-              << (warnings.empty() ? "" : ", " + counted(warnings.size(), "warning")) << " ("
-              << counted(scene.sources(), "source") << ", " << counted(scene.emitters(), "emitter")
-              << ", " << seconds << " s)\n";
+    standardOutput() << name << ": ok"
+                     << (warnings.empty() ? "" : ", " + counted(warnings.size(), "warning")) << " ("
+                     << counted(scene.sources(), "source") << ", "
+                     << counted(scene.emitters(), "emitter") << ", " << seconds << " s)\n";
     return true;
 }
 

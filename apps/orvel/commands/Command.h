@@ -1,6 +1,6 @@
 #pragma once
 
-#include "process/Complaint.h"
+#include "process/Output.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>

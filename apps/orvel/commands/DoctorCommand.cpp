@@ -6,7 +6,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <iostream>
 #include <iterator>
 
 namespace OrvelTool {
@@ -44,9 +43,10 @@ int DoctorCommand::run() {
     }
     if (json_) {
         using Json = nlohmann::ordered_json;
-        std::cout << toJson(findings).dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
+        standardOutput() << toJson(findings).dump(2, ' ', true, Json::error_handler_t::replace)
+                         << '\n';
     } else {
-        writeFindings(std::cout, findings);
+        writeFindings(standardOutput(), findings);
     }
     return worst(findings) == Finding::Verdict::Problem ? kFailure : kSuccess;
 }

@@ -2,8 +2,6 @@
 
 #include "commands/Kinds.h"
 
-#include <iostream>
-
 namespace OrvelTool {
 
 KindsCommand::KindsCommand(CLI::App& parent) {
@@ -11,7 +9,7 @@ KindsCommand::KindsCommand(CLI::App& parent) {
 }
 
 int KindsCommand::run() {
-    std::cout << describeKinds(verbose_);
+    standardOutput() << describeKinds(verbose_);
     return kSuccess;
 }
 

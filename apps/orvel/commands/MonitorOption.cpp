@@ -1,7 +1,7 @@
 #include "commands/MonitorOption.h"
 
 #include "network/NetworkOptions.h"
-#include "process/Complaint.h"
+#include "process/Output.h"
 #include <Show/monitor/MonitorBackend.h>
 
 #include <Orvel/BackendState.h>
@@ -72,7 +72,7 @@ bool announceMonitors(const Orvel::World& world) {
             const Orvel::BackendState state = backend->state();
             good = good && state.working;
             if (state.working) {
-                complain("the monitor is at " + state.page);
+                report("the monitor is at " + state.page);
             }
         }
     }

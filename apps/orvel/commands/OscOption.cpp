@@ -1,6 +1,6 @@
 #include "commands/OscOption.h"
 
-#include "process/Complaint.h"
+#include "process/Output.h"
 
 #include <Corvid/InetAddress.h>
 
@@ -65,12 +65,12 @@ std::unique_ptr<Show::OscServer> OscOption::open(
     parse(text_, settings);
     settings.scale = scale_;
     auto server = std::make_unique<Show::OscServer>(
-        world, settings, std::move(apply), [](const std::string& message) { complain(message); },
+        world, settings, std::move(apply), [](const std::string& message) { report(message); },
         std::move(loop));
     if (!server->open()) {
         return nullptr;
     }
-    complain(
+    report(
         "accepting Open Sound Control at " + settings.address + ":" +
         std::to_string(server->port()));
     return server;

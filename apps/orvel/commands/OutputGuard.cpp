@@ -1,6 +1,6 @@
 #include "commands/OutputGuard.h"
 
-#include "process/Complaint.h"
+#include "process/Output.h"
 #include <Show/detail/OutputFile.h>
 
 #include <Corvid/URL.h>
@@ -89,7 +89,7 @@ void OutputGuard::readsSounds(const Show::Scene& scene) {
 
 bool OutputGuard::accept(const std::string& path, const Format& format) {
     const auto refuse = [](const std::string& why) {
-        complain(why);
+        report(why);
         return false;
     };
     const bool twice = std::any_of(outputs_.begin(), outputs_.end(), [&](const auto& other) {

@@ -99,8 +99,8 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
         }
     }
     if (!remote && (!servers_.empty() || !only_.empty() || wait_ || network_.interfacesGiven())) {
-        complain("--server, --only, --wait and --interface apply to servers on the network; add "
-                 "--backend client");
+        report("--server, --only, --wait and --interface apply to servers on the network; add "
+               "--backend client");
         return false;
     }
     if (choices.empty()) {
@@ -108,7 +108,7 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
     }
     monitor_.addTo(choices);
     if (remote && from_ > 0.0) {
-        complain("--from: on servers, sounds that are already playing start from their beginning");
+        report("--from: on servers, sounds that are already playing start from their beginning");
     }
     return true;
 }
@@ -143,7 +143,7 @@ int PlayCommand::run() {
     }
     std::vector<Show::Problem> problems;
     const auto what = Show::loadPlayable(scenePath_, fetch_, problems);
-    complain(problems);
+    report(problems);
     if (what == nullptr) {
         return kFailure;
     }
@@ -161,7 +161,7 @@ int PlayCommand::run() {
     }
     network_.limitClients(stage);
     if (from_ > 0.0 && from_ >= player->end()) {
-        complain(tooLate(player->end()));
+        report(tooLate(player->end()));
         return kWrongUse;
     }
     if (backends_.web() && !addWeb(stage, diagnostics)) {

@@ -19,11 +19,11 @@ namespace {
 std::optional<Show::LevelMeter> measure(const std::string& path) {
     Orvel::SoundFile file(path);
     if (!file.isOpen()) {
-        complain("cannot read " + path + ": " + file.error());
+        report("cannot read " + path + ": " + file.error());
         return std::nullopt;
     }
     if (file.channels() != Show::LevelMeter::kChannels) {
-        complain(
+        report(
             path + ": expected 2 channels, as written by \"orvel render\", found " +
             std::to_string(file.channels()));
         return std::nullopt;
@@ -56,7 +56,7 @@ PlotCommand::PlotCommand(CLI::App& parent) {
 int PlotCommand::run() {
     std::vector<Show::Problem> problems;
     const auto loaded = Show::loadScene(scenePath_, problems);
-    complain(problems);
+    report(problems);
     if (loaded == nullptr) {
         return kFailure;
     }

@@ -17,7 +17,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <limits>
 
 namespace OrvelTool {
@@ -93,9 +92,9 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
 int RenderCommand::run() {
     std::vector<Show::Problem> problems;
     const auto what = Show::loadPlayable(scenePath_, fetch_, problems);
-    complain(problems);
+    report(problems);
     if (what != nullptr && what->scene() == nullptr && !plot_.empty()) {
-        complain("--plot draws scenes, but " + scenePath_ + " is a capture; omit the option");
+        report("--plot draws scenes, but " + scenePath_ + " is a capture; omit the option");
         return kWrongUse;
     }
     if (what == nullptr) {
@@ -121,17 +120,17 @@ int RenderCommand::render(const Show::Playable& what) {
     Show::OfflineRenderer renderer(what, rate_);
     diagnostics.report();
     if (!renderer.working()) {
-        complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
+        report("OpenAL gave no loopback device; check the installation of OpenAL Soft");
         return kFailure;
     }
     const double end = seconds_ > 0.0 ? from_ + seconds_ : renderer.end();
     const double length = end - from_;
     if (from_ > 0.0 && length <= 0.0) {
-        complain(tooLate(end));
+        report(tooLate(end));
         return kWrongUse;
     }
     if (length * rate_ < 1.0) {
-        complain(
+        report(
             scenePath_ +
             ": nothing to render: no sound plays; set the scene's \"duration\", or use --seconds");
         return kFailure;
@@ -139,7 +138,7 @@ int RenderCommand::render(const Show::Playable& what) {
     const Show::SampleFormat format =
         format_ == "f32" ? Show::SampleFormat::f32 : Show::SampleFormat::s16;
     if (length * rate_ > static_cast<double>(Show::WavWriter::mostFrames(format))) {
-        complain(
+        report(
             output_ + ": " + fixed(length, 0) +
             " s do not fit into a WAV file, which holds 4 GiB; use --seconds, a lower --rate or "
             "--format "
@@ -165,7 +164,7 @@ int RenderCommand::render(const Show::Playable& what) {
         }
         if (StopSignals::came()) {
             progress.clear();
-            complain(
+            report(
                 "interrupted; " + Show::nameOfOutput(output_) +
                 (Show::isStandardOutput(output_) ? " is incomplete" : " is not written"));
             return kFailure;
@@ -195,9 +194,9 @@ int RenderCommand::render(const Show::Playable& what) {
         picture.write(Show::drawScene(*what.scene(), &forPlot));
         picture.keep();
     }
-    report(result);
+    writeResult(result);
     if (result.lost != 0 || what.incomplete()) {
-        complain(
+        report(
             Show::nameOfOutput(output_) +
             " is written, but some sounds are missing from it (see above)");
         return kFailure;
@@ -205,9 +204,10 @@ int RenderCommand::render(const Show::Playable& what) {
     return kSuccess;
 }
 
-void RenderCommand::report(const Result& result) const {
-    std::ostream& out =
-        Show::isStandardOutput(output_) || Show::isStandardOutput(plot_) ? std::cerr : std::cout;
+void RenderCommand::writeResult(const Result& result) const {
+    std::ostream& out = Show::isStandardOutput(output_) || Show::isStandardOutput(plot_)
+                            ? standardError()
+                            : standardOutput();
     if (json_) {
         nlohmann::ordered_json json;
         json["file"] = output_;

@@ -18,7 +18,7 @@ private:
     struct Result;
 
     int render(const Show::Playable& what);
-    void report(const Result& result) const;
+    void writeResult(const Result& result) const;
 
     std::string output_;
     unsigned rate_;

@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -146,7 +145,7 @@ int ServeCommand::run() {
     std::vector<Show::Problem> problems;
     const auto bank = scenePath_.empty() ? std::make_unique<const Show::LoadedScene>()
                                          : Show::loadScene(scenePath_, problems);
-    complain(problems);
+    report(problems);
     if (bank == nullptr) {
         return kFailure;
     }
@@ -159,7 +158,7 @@ int ServeCommand::run() {
     Show::SoundServer server(*bank, tcpPort_);
     diagnostics.report();
     if (server.multiServer().port() == 0) {
-        complain("cannot serve; see above");
+        report("cannot serve; see above");
         return kFailure;
     }
     network_.apply(server.multiServer().multicast());
@@ -178,7 +177,7 @@ int ServeCommand::run() {
         });
     }
     if (problems = server.fetch(); !problems.empty()) {
-        complain(problems);
+        report(problems);
         return kFailure;
     }
     Orvel::OALLoopbackBackend* loopback = nullptr;
@@ -187,7 +186,7 @@ int ServeCommand::run() {
             server.addBackend("loopback", kRecordingParams));
         diagnostics.report();
         if (loopback == nullptr || !loopback->working()) {
-            complain("OpenAL gave no loopback device; check the installation of OpenAL Soft");
+            report("OpenAL gave no loopback device; check the installation of OpenAL Soft");
             return kFailure;
         }
     }
@@ -221,7 +220,7 @@ int ServeCommand::run() {
     if (!capturePath_.empty()) {
         capture.emplace(
             capturePath_, scenePath_.empty() ? "" : std::filesystem::absolute(scenePath_).string(),
-            text, maxCaptureBytes_, [](const std::string& message) { complain(message); });
+            text, maxCaptureBytes_, [](const std::string& message) { report(message); });
         server.setTap(&*capture);
     }
     const auto begin = Clock::now();
@@ -239,10 +238,10 @@ int ServeCommand::run() {
                 ? begin + std::chrono::duration_cast<Clock::duration>(
                               std::chrono::duration<double>(seconds_))
                 : Clock::now());
-        report(*recording);
+        writeLevels(*recording);
     }
     if (!room) {
-        complain(
+        report(
             Show::nameOfOutput(output_) +
             ": a WAV file holds at most 4 GiB; the server has stopped");
     }
@@ -251,7 +250,7 @@ int ServeCommand::run() {
 
 bool ServeCommand::checkOutputs(const Show::Scene& bank) const {
     if (Show::isStandardOutput(capturePath_)) {
-        complain("a capture cannot be written to standard output; give a file name");
+        report("a capture cannot be written to standard output; give a file name");
         return false;
     }
     OutputGuard guard;
@@ -264,7 +263,7 @@ bool ServeCommand::checkOutputs(const Show::Scene& bank) const {
 }
 
 std::ostream& ServeCommand::results() const {
-    return Show::isStandardOutput(output_) ? std::cerr : std::cout;
+    return Show::isStandardOutput(output_) ? standardError() : standardOutput();
 }
 
 bool ServeCommand::finish(Show::CaptureWriter& capture) const {
@@ -276,7 +275,7 @@ bool ServeCommand::finish(Show::CaptureWriter& capture) const {
 
 void ServeCommand::announce(const Show::SoundServer& server, DiscoveryWatch& discovery) const {
     const std::string id = std::to_string(server.id());
-    complain(
+    report(
         "serving, id " + id + (id_.empty() || id_ == id ? "" : " (" + id_ + ")") +
         ", at TCP port " + std::to_string(server.multiServer().port()) + "; " +
         discovery.describe());
@@ -332,17 +331,17 @@ bool ServeCommand::serve(
         const std::size_t before = clients.count();
         clients.look();
         for (const std::string& text : server.takeReports()) {
-            complain(text);
+            report(text);
         }
         if (clients.count() != before) {
             manager.status(
                 std::to_string(clients.count()) + (clients.count() == 1 ? " client" : " clients"));
         }
         if (const std::string found = discovery.look(now); !found.empty()) {
-            complain(found);
+            report(found);
         }
         if (const std::string missing = server.takeMissing(); !missing.empty()) {
-            complain(missing);
+            report(missing);
         }
         diagnostics.report();
         if (capture != nullptr) {
@@ -357,7 +356,7 @@ bool ServeCommand::serve(
     return room;
 }
 
-void ServeCommand::report(const Show::LiveRecording& recording) const {
+void ServeCommand::writeLevels(const Show::LiveRecording& recording) const {
     std::ostream& out = results();
     Show::writeTable(out, recording.levels());
     if (recording.clipped() != 0) {

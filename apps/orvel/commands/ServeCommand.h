@@ -50,7 +50,7 @@ private:
     [[nodiscard]] bool checkOutputs(const Show::Scene& bank) const;
     /// The stream for results: not standard output if the recording goes there.
     [[nodiscard]] std::ostream& results() const;
-    void report(const Show::LiveRecording& recording) const;
+    void writeLevels(const Show::LiveRecording& recording) const;
     /// Completes the capture and prints its length. Returns false if it is incomplete.
     bool finish(Show::CaptureWriter& capture) const;
 

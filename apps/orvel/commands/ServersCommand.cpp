@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <iostream>
 #include <tuple>
 #include <utility>
 
@@ -46,7 +45,7 @@ int ServersCommand::run() {
     Corvid::MultiClient client(Orvel::CommandEvent::kProtocolVersion);
     client.setDiagnostic([this](Corvid::MultiCommunicator::Severity severity, const auto& text) {
         if (verbose_ || severity == Corvid::MultiCommunicator::Severity::Warning) {
-            complain(text);
+            report(text);
         }
     });
     network_.apply(client.multicast());
@@ -78,7 +77,7 @@ int ServersCommand::run() {
 }
 
 void ServersCommand::writeTable(const Servers& servers) {
-    std::cout << "    id  address          port  round trip  found on\n";
+    standardOutput() << "    id  address          port  round trip  found on\n";
     for (const auto& server : servers) {
         std::string trip = "-"; // announced, but no answer
         if (server.roundTripSeconds >= 0.0) {
@@ -91,7 +90,7 @@ void ServersCommand::writeTable(const Servers& servers) {
             line, sizeof line, "%6d  %-15s %5u  %10s  %s\n", server.id,
             server.address.text().c_str(), unsigned{server.port}, trip.c_str(),
             server.interface.text().c_str());
-        std::cout << line;
+        standardOutput() << line;
     }
 }
 
@@ -123,7 +122,7 @@ void ServersCommand::writeJson(const Servers& servers, const Corvid::MultiClient
         entry["error"] = interface.error.empty() ? Json(nullptr) : Json(interface.error);
         json["searched"].push_back(std::move(entry));
     }
-    std::cout << json.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
+    standardOutput() << json.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
 }
 
 void ServersCommand::explainSilence(const Corvid::MultiClient& client) const {
@@ -143,7 +142,7 @@ void ServersCommand::explainSilence(const Corvid::MultiClient& client) const {
             " on either machine; and that both are on one network, or else have a --ttl above 1. "
             "Without multicast, use orvel play SCENE --backend client --server HOST:PORT, with the "
             "TCP port that the server prints when it starts.";
-    complain(text);
+    report(text);
 }
 
 } // namespace OrvelTool

@@ -1,6 +1,6 @@
 #include "commands/WaitOption.h"
 
-#include "process/Complaint.h"
+#include "process/Output.h"
 #include "process/ServiceManager.h"
 #include "process/StopSignals.h"
 #include <Show/scene/SceneFile.h>
@@ -57,7 +57,7 @@ bool WaitOption::wait(const std::vector<Need>& needs) const {
             return true;
         }
         if (missing != reported) {
-            complain("waiting for " + missing);
+            report("waiting for " + missing);
             reported = missing;
         }
         manager.waiting(missing);

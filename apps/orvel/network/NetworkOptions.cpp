@@ -1,6 +1,6 @@
 #include "network/NetworkOptions.h"
 
-#include "process/Complaint.h"
+#include "process/Output.h"
 
 #include <Corvid/InetAddress.h>
 #include <Corvid/MultiClient.h>
@@ -158,7 +158,7 @@ void NetworkOptions::restrictInterfaces() const {
             for (const auto& [other, name] : own) {
                 known += (known.empty() ? "" : ", ") + other.text() + " (" + name + ")";
             }
-            complain(
+            report(
                 "--interface " + text +
                 ": no interface that is up has this name or address; it will be used once it comes "
                 "up. Available: " +

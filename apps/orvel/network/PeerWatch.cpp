@@ -6,7 +6,7 @@
 namespace OrvelTool {
 
 PeerWatch::PeerWatch(const Corvid::MultiCommunicator& peers, std::string what)
-    : peers_(peers), what_(std::move(what)), complaints_(what_ + "s") {}
+    : peers_(peers), what_(std::move(what)), reports_(what_ + "s") {}
 
 std::vector<std::string> PeerWatch::look() {
     const auto counters = peers_.counters();
@@ -29,7 +29,7 @@ std::vector<std::string> PeerWatch::look() {
             std::find_if(drops.rbegin(), drops.rend(), [&name = peer](const auto& other) {
                 return other.peer == name;
             });
-        complaints_.complain(
+        reports_.report(
             describe(peer, id) + " is gone" +
             (drop == drops.rend() || drop->reason.empty() ? "" : ": " + drop->reason));
         gone.push_back(peer);
@@ -38,11 +38,11 @@ std::vector<std::string> PeerWatch::look() {
     for (const auto& [peer, id] : now) {
         if (!known_.contains(peer)) {
             someCame_ = true;
-            complaints_.complain(describe(peer, id) + " is connected");
+            reports_.report(describe(peer, id) + " is connected");
         }
     }
     known_ = std::move(now);
-    complaints_.reportLeftOut();
+    reports_.reportLeftOut();
     return gone;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "process/PeerComplaints.h"
+#include "process/PeerReports.h"
 
 #include <Corvid/MultiCommunicator.h>
 
@@ -11,7 +11,7 @@
 namespace OrvelTool {
 
 /// Reports on standard error which peers connect and disconnect, within the limit of
-/// PeerComplaints. The peers must outlive it. Confined to one thread at a time.
+/// PeerReports. The peers must outlive it. Confined to one thread at a time.
 class PeerWatch {
 public:
     /// `what` names the kind of peer: "server" or "client".
@@ -28,7 +28,7 @@ public:
 private:
     const Corvid::MultiCommunicator& peers_;
     std::string what_;
-    PeerComplaints complaints_;
+    PeerReports reports_;
     std::map<std::string, short> known_; // ids by name
     bool someCame_ = false;
 };

@@ -1,7 +1,7 @@
 #include "network/RemoteServers.h"
 
 #include "network/NetworkOptions.h"
-#include "process/Complaint.h"
+#include "process/Output.h"
 #include <Show/player/PlayClock.h>
 
 #include <Corvid/MultiClient.h>
@@ -60,12 +60,12 @@ void RemoteServers::take(
     if (event.state == Event::Driving) {
         if (othersDrive_.erase(server) != 0) {
             client.regained = true;
-            complain("server " + server + ": driving it now");
+            report("server " + server + ": driving it now");
         }
     } else if (event.state == Event::Replaced || event.state == Event::Refused) {
         othersDrive_.insert(server);
         hindered_ = true;
-        complain(
+        report(
             "server " + server + (event.state == Event::Replaced ? ": replaced: " : ": refused: ") +
             event.text +
             (wait_ ? "; waiting for it to leave" : "; this player is not heard there"));
@@ -101,7 +101,7 @@ void RemoteServers::look() {
     }
     if (!told_ && now >= begin_ + kPatience) {
         told_ = true;
-        complain(
+        report(
             "no server has been found yet; still searching. Run \"orvel servers\" to find out why");
     }
 }

@@ -1,9 +1,8 @@
 #include "process/Diagnostics.h"
 
-#include "process/Complaint.h"
+#include "process/Output.h"
 #include <Show/detail/VisibleText.h>
 
-#include <iostream>
 #include <mutex>
 #include <utility>
 
@@ -88,7 +87,7 @@ std::vector<std::string> Diagnostics::take() {
 bool Diagnostics::report() {
     const auto texts = take();
     for (const std::string& text : texts) {
-        complain(text);
+        OrvelTool::report(text);
     }
     return !texts.empty();
 }
@@ -120,8 +119,8 @@ void Diagnostics::write(Orvel::Log::Level level, std::string_view line) const {
     while (!line.empty() && (line.back() == '\n' || line.back() == ' ')) {
         line.remove_suffix(1);
     }
-    std::cerr << (verbose_ ? Orvel::Log::levelName(level) : "") << (verbose_ ? ": " : "") << line
-              << std::endl;
+    standardError() << (verbose_ ? Orvel::Log::levelName(level) : "") << (verbose_ ? ": " : "")
+                    << line << std::endl;
 }
 
 } // namespace OrvelTool
