@@ -35,7 +35,7 @@ void writeCommand(const Config::ParamBag* params, const Source& source) {
 
 } // namespace
 
-PlayBackend::PlayBackend(World& world, const char* params) : SilentBackend(world, params) {}
+PlayBackend::PlayBackend(World& world, const char* params) : Backend(world, params) {}
 
 PlayBackend::PlayBackend(const PlayBackend&) = default;
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <Orvel/SilentBackend.h>
+#include <Orvel/Backend.h>
+#include <Orvel/BackendType.h>
 
 #include <orvel_export.h>
 
@@ -11,7 +12,7 @@ namespace Orvel {
 ///
 /// The parameter "command" is the start of the line; the source's URL and " &" follow. It is read
 /// each time, so a change takes effect at once. Confined to its world's thread.
-class ORVEL_EXPORT PlayBackend : public SilentBackend {
+class ORVEL_EXPORT PlayBackend : public Backend {
 public:
     PlayBackend(World& world, const char* params);
     PlayBackend(const PlayBackend& other);
@@ -20,6 +21,21 @@ public:
     void setSourceState(Source& source) override;
     void setEmitterState(Emitter& emitter) override;
     BackendType* type() override;
+
+    // Changes that start nothing.
+    void resetBackend() override {}
+    void setEnabled() override {}
+    void setListenerTransform() override {}
+    void createSource(Source& /*source*/) override {}
+    void destroySource(Source& /*source*/) override {}
+    void setSourceData(Source& /*source*/) override {}
+    void setSourceParam(Source& /*source*/) override {}
+    void createEmitter(Emitter& /*emitter*/) override {}
+    void destroyEmitter(Emitter& /*emitter*/) override {}
+    void setEmitterTransform(Emitter& /*emitter*/) override {}
+    void setEmitterHull(Emitter& /*emitter*/) override {}
+    void setEmitterParam(Emitter& /*emitter*/) override {}
+    void setEmitterConnection(Emitter& /*emitter*/) override {}
 
     static Backend* createMethod(World& world, const char* params);
     static BackendType _type;

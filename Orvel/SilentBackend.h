@@ -7,8 +7,9 @@
 
 namespace Orvel {
 
-/// Does nothing for any change: the kind "silent", the smallest complete back end, and the base of
-/// kinds that handle few changes. Confined to its world's thread.
+/// Does nothing for any change: the kind "silent" and the smallest complete back end. A host may
+/// derive its own kinds from it, to override only the operations that they need. Confined to its
+/// world's thread.
 class ORVEL_EXPORT SilentBackend : public Backend {
 public:
     SilentBackend(World& world, const char* params);

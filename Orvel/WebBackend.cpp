@@ -60,7 +60,7 @@ const char WebBackend::_stylePage[739] =
     "tr.public  { background-color: White }\n";
 
 WebBackend::WebBackend(World& world, const char* params)
-    : SilentBackend(world, params), webServer_(std::make_unique<Corvid::PolledWebServer>()) {
+    : Backend(world, params), webServer_(std::make_unique<Corvid::PolledWebServer>()) {
     using Corvid::WebPageObject;
     using Corvid::WebPageStatic;
     using Corvid::WebServer;
@@ -100,7 +100,7 @@ WebBackend::WebBackend(World& world, const char* params)
     }
 }
 
-WebBackend::WebBackend(const WebBackend& other) : SilentBackend(other) {}
+WebBackend::WebBackend(const WebBackend& other) : Backend(other) {}
 
 WebBackend::~WebBackend() {
     if (webServer_) {

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <Corvid/ProtocolHTTP.h>
-#include <Orvel/SilentBackend.h>
+#include <Orvel/Backend.h>
+#include <Orvel/BackendType.h>
 
 #include <cstdint>
 #include <memory>
@@ -20,7 +21,7 @@ namespace Orvel {
 /// It serves clients of this machine, at a port that is chosen by the system and logged. Pages are
 /// made inside update(), on the thread that updates the world. If no port is available, that is
 /// logged, and the back end does nothing. Confined to its world's thread.
-class ORVEL_EXPORT WebBackend : public SilentBackend {
+class ORVEL_EXPORT WebBackend : public Backend {
 public:
     WebBackend(World& world, const char* params);
     /// A copy has no web server; do not call update() on it.
@@ -33,6 +34,23 @@ public:
     BackendType* type() override;
     /// The page and its server.
     [[nodiscard]] BackendState state() const override;
+
+    // The page is made from the world when it is requested.
+    void resetBackend() override {}
+    void setEnabled() override {}
+    void setListenerTransform() override {}
+    void createSource(Source& /*source*/) override {}
+    void destroySource(Source& /*source*/) override {}
+    void setSourceData(Source& /*source*/) override {}
+    void setSourceParam(Source& /*source*/) override {}
+    void setSourceState(Source& /*source*/) override {}
+    void createEmitter(Emitter& /*emitter*/) override {}
+    void destroyEmitter(Emitter& /*emitter*/) override {}
+    void setEmitterTransform(Emitter& /*emitter*/) override {}
+    void setEmitterHull(Emitter& /*emitter*/) override {}
+    void setEmitterParam(Emitter& /*emitter*/) override {}
+    void setEmitterConnection(Emitter& /*emitter*/) override {}
+    void setEmitterState(Emitter& /*emitter*/) override {}
 
     /// The page "/index.html".
     void createIndexPage(
