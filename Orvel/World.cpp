@@ -29,13 +29,45 @@ void deleteAllParts(const std::map<int, Part*>& parts) {
     }
 }
 
-template <class Part>
-Part* find(const std::map<int, Part*>& parts, int id) {
-    const auto found = parts.find(id);
-    return found == parts.end() ? nullptr : found->second;
+/// Negative ids follow all others.
+std::size_t indexOf(int id) {
+    return static_cast<unsigned>(id);
 }
 
 } // namespace
+
+template <class Part>
+void World::Parts<Part>::enter(int id, Part& part) {
+    const std::size_t index = indexOf(id);
+    if (index < kMaxTable && index >= table_.size()) {
+        table_.resize(index + 1);
+    }
+    all_.insert_or_assign(all_.end(), id, &part); // ids usually ascend
+    if (index < kMaxTable) {
+        table_[index] = &part;
+    }
+}
+
+template <class Part>
+void World::Parts<Part>::leave(int id) {
+    all_.erase(id);
+    if (const std::size_t index = indexOf(id); index < kMaxTable) {
+        table_[index] = nullptr;
+    }
+}
+
+template <class Part>
+Part* World::Parts<Part>::find(int id) const {
+    const std::size_t index = indexOf(id);
+    if (index < table_.size()) {
+        return table_[index];
+    }
+    if (index < kMaxTable) {
+        return nullptr;
+    }
+    const auto found = all_.find(id);
+    return found == all_.end() ? nullptr : found->second;
+}
 
 World::World() = default;
 
@@ -44,7 +76,7 @@ World::World(const World& /*other*/) {
 }
 
 World::~World() {
-    if (!emitters_.empty() || !sources_.empty()) {
+    if (!emitters().empty() || !sources().empty()) {
         ORVEL_REPORT(
             Fatal, detail::about(Diagnostic::Code::Misuse),
             "clearWorld() should be called in derived World dest.\n");
@@ -115,8 +147,8 @@ void World::setEmitterState(Emitter& emitter) {
 }
 
 void World::clearWorld() {
-    deleteAllParts(emitters_);
-    deleteAllParts(sources_);
+    deleteAllParts(emitters());
+    deleteAllParts(sources());
 }
 
 void World::reset() {
@@ -185,11 +217,7 @@ Emitter* World::createEmitter(const std::vector<std::string>& labels, int id) {
 }
 
 Emitter* World::getEmitter(int id) {
-    // Changes of one emitter usually come together, above all in a replay.
-    if (latest_ == nullptr || latest_->id() != id) {
-        latest_ = find(emitters_, id);
-    }
-    return latest_;
+    return emitters_.find(id);
 }
 
 Source* World::createSource(int id) {
@@ -212,7 +240,7 @@ Source* World::createSource(int id) {
 }
 
 Source* World::getSource(int id) {
-    return find(sources_, id);
+    return sources_.find(id);
 }
 
 bool World::update() {
@@ -241,7 +269,7 @@ Backend* World::addBackend(const char* type, const char* params) {
 void World::initBackendState(Backend& backend) {
     backend.setEnabled();
     backend.setListenerTransform();
-    for (const auto& [id, source] : sources_) {
+    for (const auto& [id, source] : sources()) {
         if (source != nullptr) {
             backend.createSource(*source);
             backend.setSourceData(*source);
@@ -249,7 +277,7 @@ void World::initBackendState(Backend& backend) {
             backend.setSourceState(*source);
         }
     }
-    for (const auto& [id, emitter] : emitters_) {
+    for (const auto& [id, emitter] : emitters()) {
         if (emitter != nullptr) {
             backend.createEmitter(*emitter);
             backend.setEmitterTransform(*emitter);
@@ -272,27 +300,24 @@ void World::deleteAllBackends() {
 
 void World::print() {
     ORVEL_LOG(
-        Log, "Orvel Emitter/Source/Backend count: %d/%d/%d\n", static_cast<int>(emitters_.size()),
-        static_cast<int>(sources_.size()), static_cast<int>(backends_.size()));
+        Log, "Orvel Emitter/Source/Backend count: %d/%d/%d\n", static_cast<int>(emitters().size()),
+        static_cast<int>(sources().size()), static_cast<int>(backends_.size()));
 }
 
 void World::enter(Emitter& emitter) {
-    // Ids usually ascend, so the end is the right hint.
-    emitters_.insert_or_assign(emitters_.end(), emitter.id(), &emitter);
-    latest_ = &emitter;
+    emitters_.enter(emitter.id(), emitter);
 }
 
 void World::leave(Emitter& emitter) {
-    emitters_.erase(emitter.id());
-    latest_ = nullptr;
+    emitters_.leave(emitter.id());
 }
 
 void World::enter(Source& source) {
-    sources_.insert_or_assign(sources_.end(), source.id(), &source);
+    sources_.enter(source.id(), source);
 }
 
 void World::leave(Source& source) {
-    sources_.erase(source.id());
+    sources_.leave(source.id());
 }
 
 } // namespace Orvel

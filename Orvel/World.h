@@ -3,6 +3,7 @@
 #include <Orvel/Quaternion.h>
 #include <Orvel/Vec3f.h>
 
+#include <cstddef>
 #include <list>
 #include <map>
 #include <string>
@@ -23,8 +24,9 @@ class Source;
 /// change by overriding that operation.
 ///
 /// Confined: there are no locks, so a world, its parts and its back ends are used by one thread at
-/// a time. The destructor deletes neither parts nor back ends: call `clearWorld()` and
-/// `deleteAllBackends()` before. Failures return null and write one log line.
+/// a time. Only reading is safe on several threads, while none changes anything: reading stores
+/// nothing, look-ups included. The destructor deletes neither parts nor back ends: call
+/// `clearWorld()` and `deleteAllBackends()` before. Failures return null and write one log line.
 class ORVEL_EXPORT World {
 public:
     World();
@@ -109,14 +111,33 @@ public:
     /// Logs the number of emitters, sources and back ends.
     void print();
 
-    [[nodiscard]] const std::map<int, Emitter*>& emitters() const noexcept { return emitters_; }
-    [[nodiscard]] const std::map<int, Source*>& sources() const noexcept { return sources_; }
+    [[nodiscard]] const std::map<int, Emitter*>& emitters() const noexcept {
+        return emitters_.all();
+    }
+    [[nodiscard]] const std::map<int, Source*>& sources() const noexcept { return sources_.all(); }
     [[nodiscard]] const std::list<Backend*>& backends() const noexcept { return backends_; }
 
 private:
     friend class Backend; // enter, leave
     friend class Emitter; // enter, leave
     friend class Source;  // enter, leave
+
+    /// The parts of one type by their ids. Small ids, which are those of every received event, are
+    /// found in a table.
+    template <class Part>
+    class Parts {
+    public:
+        void enter(int id, Part& part);
+        void leave(int id);
+        [[nodiscard]] Part* find(int id) const;
+        [[nodiscard]] const std::map<int, Part*>& all() const noexcept { return all_; }
+
+    private:
+        static constexpr std::size_t kMaxTable = 65536;
+
+        std::map<int, Part*> all_;
+        std::vector<Part*> table_; // by id, up to the largest so far below kMaxTable
+    };
 
     void enter(Backend& backend) { backends_.push_back(&backend); }
     void leave(Backend& backend) { backends_.remove(&backend); }
@@ -132,9 +153,8 @@ private:
     bool enabled_ = true;
     bool spatialize_ = true;
     bool listenerMoved_ = false; // since enabled_ was set
-    std::map<int, Emitter*> emitters_;
-    Emitter* latest_ = nullptr; // the last result of getEmitter()
-    std::map<int, Source*> sources_;
+    Parts<Emitter> emitters_;
+    Parts<Source> sources_;
     Vec3f listenerPosition_;
     Quaternion listenerRotation_;
     std::list<Backend*> backends_;

@@ -6,6 +6,7 @@
 #include <climits>
 #include <gtest/gtest.h>
 #include <limits>
+#include <thread>
 
 namespace Orvel::Test {
 
@@ -109,6 +110,31 @@ TEST(World, NumbersPartsFromOneCounter) {
     world.createEmitter({}, -1); // larger than INT_MIN, so the counter follows
     EXPECT_EQ(world.createEmitter(), nullptr) << "once when the counter wraps";
     EXPECT_EQ(world.createEmitter()->id(), 1);
+}
+
+/// With ThreadSanitizer, a look-up that stored anything would be reported.
+TEST(World, FindsPartsByAnyIdOnSeveralThreads) {
+    TidyWorld world;
+    const int ids[] = {1, 2, 65535, 65536, 70000, INT_MAX, -1, -25536, INT_MIN};
+    for (const int id : ids) {
+        world.createEmitter({}, id)->setSource(world.createSource(id));
+    }
+    delete world.getEmitter(2);
+    const auto read = [&] {
+        for (const int id : ids) {
+            const Emitter* emitter = world.getEmitter(id);
+            ASSERT_EQ(emitter == nullptr, id == 2);
+            EXPECT_EQ(world.getSource(id)->id(), id);
+            EXPECT_EQ(
+                id == 2 ? nullptr : emitter->source(), id == 2 ? nullptr : world.getSource(id));
+        }
+        for (const int id : {0, 3, 65534, 65537, -2}) {
+            EXPECT_EQ(world.getEmitter(id), nullptr);
+            EXPECT_EQ(world.getSource(id), nullptr);
+        }
+    };
+    const std::jthread other(read);
+    read();
 }
 
 TEST(World, SaysWhatIsWrongAndCounts) {
