@@ -103,9 +103,10 @@ public:
     /// The loop that it waits on. Other objects can share it; a program then waits in Loop::wait()
     /// for all of them. If that returns true, serve each of them.
     [[nodiscard]] std::shared_ptr<Loop> loop() const;
-    /// Returns the next connection with data, round-robin, for one frame; waits if there is none. A
-    /// lost connection is returned once, so that receiving from it fails. Returns false, and null,
-    /// after breakWait() or close().
+    /// Returns the next connection with data, for one frame; waits if there is none. Connections
+    /// take turns of at most 64 frames or 4 KiB, so that none starves another. A lost connection is
+    /// returned once, so that receiving from it fails. Returns false, and null, after breakWait()
+    /// or close().
     bool receiveCommunicator(Communicator*& communicator);
     /// Makes the waiting call, or the next one, return false. Any thread.
     void breakWait();

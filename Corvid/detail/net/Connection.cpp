@@ -150,8 +150,8 @@ std::string Connection::endReason() const {
 }
 
 bool Connection::receiveFrame(std::span<const std::byte>& frame) {
-    if (input_.next() != InputBuffer::Next::Frame) {
-        if (input_.next() == InputBuffer::Next::Broken) {
+    if (const auto next = input_.next(); next != InputBuffer::Next::Frame) {
+        if (next == InputBuffer::Next::Broken) {
             end("it sent an invalid event");
         }
         return false;

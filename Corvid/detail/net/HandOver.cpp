@@ -189,7 +189,20 @@ Connection* HandOver::take() {
         state = connection->next() == InputBuffer::Next::Frame ? State::LostOut : State::Over;
     }
     taken_ = enter(std::move(connection), state);
+    turnEndFrames_ = taken_->eventsIn_.load(std::memory_order_relaxed) + kMaxTurnFrames;
+    turnEndBytes_ = taken_->bytesIn_.load(std::memory_order_relaxed) + kMaxTurnBytes;
     return taken_.get();
+}
+
+Connection* HandOver::inTurn() const {
+    const Guard guard(*this);
+    Connection* connection = taken_.get();
+    return connection != nullptr && connection->state_ == State::Out &&
+                   connection->eventsIn_.load(std::memory_order_relaxed) < turnEndFrames_ &&
+                   connection->bytesIn_.load(std::memory_order_relaxed) < turnEndBytes_ &&
+                   connection->next() == InputBuffer::Next::Frame && !connection->isEnded()
+               ? connection
+               : nullptr;
 }
 
 void HandOver::giveBack(Pointer connection) {

@@ -4,6 +4,7 @@
 #include <Vessa/Mutex.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -14,10 +15,18 @@ namespace Corvid::detail {
 /// Passes connections between the loop thread, which reads them, and the host, which takes received
 /// frames: the states of Connection::State and their lists. If both are one thread, nothing is
 /// locked.
+///
+/// The host takes the connections in turn. A turn is several frames, because changing between
+/// connections costs more than a small frame; it ends at a number of bytes too, so that peers with
+/// large frames get no more than others.
 class HandOver {
 public:
     using Pointer = std::shared_ptr<Connection>;
     using State = Connection::State;
+
+    /// The limits of a turn; the last frame may exceed that of bytes.
+    static constexpr std::uint64_t kMaxTurnFrames = 64;
+    static constexpr std::uint64_t kMaxTurnBytes = 4096;
 
     /// Whether the host takes connections on a thread of its own, in deliver(). Set it before the
     /// first connection.
@@ -49,6 +58,8 @@ public:
     /// Whether something is queued, and how many connections.
     [[nodiscard]] bool hasQueued() const { return queued() > 0; }
     [[nodiscard]] std::size_t queued() const;
+    /// The taken connection if its turn goes on: the host may take another frame. Otherwise null.
+    [[nodiscard]] Connection* inTurn() const;
     /// Takes the next connection of the queue; null if there is none. The host has it until
     /// finish().
     Connection* take();
@@ -77,6 +88,9 @@ private:
     std::deque<Pointer> queue_ ORVEL_GUARDED_BY(mutex_);
     std::vector<Pointer> returned_ ORVEL_GUARDED_BY(mutex_);
     Pointer taken_ ORVEL_GUARDED_BY(mutex_);
+    // Of the taken connection, when its turn ends.
+    std::uint64_t turnEndFrames_ ORVEL_GUARDED_BY(mutex_) = 0;
+    std::uint64_t turnEndBytes_ ORVEL_GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace Corvid::detail

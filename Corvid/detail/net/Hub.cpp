@@ -486,8 +486,11 @@ Hub::Clock::time_point Hub::prepare(Clock::time_point now, bool waits) {
     const bool inBatch = before != wakeUps_ || (napEnd_ && now >= *napEnd_);
     napEnd_.reset();
     taken_ = 0;
-    if (!handOver_.isDeferred() && handOver_.hasQueued()) {
-        return Loop::kNow;
+    if (!handOver_.isDeferred()) {
+        handOver_.finish();
+        if (handOver_.hasQueued()) {
+            return Loop::kNow;
+        }
     }
     if (!waits) {
         return now;
@@ -513,10 +516,14 @@ bool Hub::wait(Communicator** communicator, Clock::time_point until) {
             return false;
         }
         if (!handOver_.isDeferred()) {
-            handOver_.finish();
-            if (handOver_.hasQueued() && taken_ < kMaxTaken) {
+            const Connection* next = taken_ < kMaxTaken ? handOver_.inTurn() : nullptr;
+            if (next == nullptr) {
+                handOver_.finish();
+            }
+            if (next != nullptr || (handOver_.hasQueued() && taken_ < kMaxTaken)) {
                 if (communicator != nullptr) {
-                    *communicator = handOver_.take()->communicator;
+                    next = next != nullptr ? next : handOver_.take();
+                    *communicator = next->communicator;
                     ++taken_;
                 }
                 return true;
@@ -542,6 +549,10 @@ bool Hub::available(int& count) {
         loop()->run(Loop::kNow);
         return true;
     }
+    if (taken_ < kMaxTaken && handOver_.inTurn() != nullptr) {
+        count = static_cast<int>(handOver_.queued()) + 1;
+        return true;
+    }
     handOver_.finish();
     if (!handOver_.hasQueued() || taken_ >= kMaxTaken) {
         loop()->run(Loop::kNow);
@@ -565,7 +576,11 @@ int Hub::deliver(const std::function<void(Communicator*)>& receive) {
     handOver_.finish(); // left over if `receive` has thrown
     int count = 0;
     while (count < MultiClient::kMaxDelivered) {
-        const Connection* connection = handOver_.take();
+        const Connection* connection = handOver_.inTurn();
+        if (connection == nullptr) {
+            handOver_.finish();
+            connection = handOver_.take();
+        }
         if (connection == nullptr) {
             break;
         }
@@ -574,9 +589,9 @@ int Hub::deliver(const std::function<void(Communicator*)>& receive) {
             continue;
         }
         receive(connection->communicator);
-        handOver_.finish();
         ++count;
     }
+    handOver_.finish();
     if (count > 0) {
         context_->nudge(); // returned connections must be read again
     }

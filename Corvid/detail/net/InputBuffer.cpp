@@ -1,7 +1,5 @@
 #include <Corvid/detail/net/InputBuffer.h>
 
-#include <Corvid/detail/net/wire.h>
-
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -39,25 +37,6 @@ void InputBuffer::resize(std::size_t capacity) {
 void InputBuffer::commit(std::size_t bytes) {
     end_ += bytes;
     wasFull_ = end_ == capacity_;
-}
-
-InputBuffer::Next InputBuffer::next() const {
-    const std::span<const std::byte> bytes(bytes_.get() + begin_, end_ - begin_);
-    const auto size = frameSize(bytes);
-    if (!size) {
-        return Next::Part;
-    }
-    if (*size == 0) {
-        return Next::Broken;
-    }
-    return *size <= bytes.size() ? Next::Frame : Next::Part;
-}
-
-std::span<const std::byte> InputBuffer::take() {
-    std::span<const std::byte> bytes(bytes_.get() + begin_, end_ - begin_);
-    bytes = bytes.first(*frameSize(bytes));
-    begin_ += bytes.size();
-    return bytes;
 }
 
 } // namespace Corvid::detail

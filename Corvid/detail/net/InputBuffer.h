@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Corvid/detail/net/wire.h>
+
 #include <cstddef>
 #include <memory>
 #include <span>
@@ -24,9 +26,25 @@ public:
     /// Discards unread bytes; returned frames stay valid.
     void clear() { begin_ = end_; }
 
-    [[nodiscard]] Next next() const;
+    // Inline, because they are called for each frame.
+    [[nodiscard]] Next next() const {
+        const std::span<const std::byte> bytes(bytes_.get() + begin_, end_ - begin_);
+        const auto size = frameSize(bytes);
+        if (!size) {
+            return Next::Part;
+        }
+        if (*size == 0) {
+            return Next::Broken;
+        }
+        return *size <= bytes.size() ? Next::Frame : Next::Part;
+    }
     /// Returns the next frame, which must be complete. Valid until room().
-    std::span<const std::byte> take();
+    std::span<const std::byte> take() {
+        std::span<const std::byte> bytes(bytes_.get() + begin_, end_ - begin_);
+        bytes = bytes.first(*frameSize(bytes));
+        begin_ += bytes.size();
+        return bytes;
+    }
 
     [[nodiscard]] std::size_t capacity() const noexcept { return capacity_; }
 
