@@ -48,7 +48,7 @@ void report(std::string* fault, std::string text) {
 } // namespace
 
 void Event::getFields() {
-    take(&protocolTag, sizeof(protocolTag));
+    getHeader();
 }
 
 bool Event::send(Sender* sender) {
@@ -144,7 +144,7 @@ bool Event::grow(std::size_t more) {
     return true;
 }
 
-Event* Event::decode(std::span<const std::byte> frame, std::string* fault) {
+const EventType* Event::typeOf(std::span<const std::byte> frame, std::string* fault) {
     std::uint32_t length = 0;
     short typeId = 0;
     if (frame.size() < kMinFrameBytes || frame.size() > kMaxFrameBytes) {
@@ -160,6 +160,34 @@ Event* Event::decode(std::span<const std::byte> frame, std::string* fault) {
     const EventType* type = EventType::find(typeId);
     if (type == nullptr) {
         report(fault, "an event of the unknown type " + std::to_string(typeId));
+    }
+    return type;
+}
+
+bool Event::decodeFrom(std::span<const std::byte> frame, std::string* fault) {
+    try {
+        input_ = frame.subspan(kLengthBytes + kTypeBytes);
+        readFailed_ = false;
+        getFields();
+        const std::size_t left = std::exchange(input_, {}).size();
+        if (readFailed_) {
+            report(fault, type()->name() + " with other fields than expected");
+            return false;
+        }
+        if (left != 0) {
+            report(fault, type()->name() + " with " + std::to_string(left) + " bytes too many");
+            return false;
+        }
+        return true;
+    } catch (const std::exception& exception) {
+        report(fault, type()->name() + ": " + exception.what());
+        return false;
+    }
+}
+
+Event* Event::decode(std::span<const std::byte> frame, std::string* fault) {
+    const EventType* type = typeOf(frame, fault);
+    if (type == nullptr) {
         return nullptr;
     }
     try {
@@ -168,21 +196,8 @@ Event* Event::decode(std::span<const std::byte> frame, std::string* fault) {
             report(fault, type->name() + ": the event could not be created");
             return nullptr;
         }
-        event->input_ = frame.subspan(kLengthBytes + kTypeBytes);
-        event->readFailed_ = false;
-        event->getFields();
-        const std::size_t left = event->input_.size();
-        event->input_ = {};
-        if (event->readFailed_) {
-            report(fault, type->name() + " with other fields than expected");
-            return nullptr;
-        }
-        if (left != 0) {
-            report(fault, type->name() + " with " + std::to_string(left) + " bytes too many");
-            return nullptr;
-        }
-        return event.release();
-    } catch (const std::exception& exception) {
+        return event->decodeFrom(frame, fault) ? event.release() : nullptr;
+    } catch (const std::exception& exception) { // no memory for it
         report(fault, type->name() + ": " + exception.what());
         return nullptr;
     }

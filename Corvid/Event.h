@@ -72,6 +72,13 @@ public:
     /// over. `fault`, if not null, then receives the reason.
     [[nodiscard]] static Event*
     decode(std::span<const std::byte> frame, std::string* fault = nullptr);
+    /// The type of the event in a complete frame; null if it is malformed or of an unknown type.
+    /// `fault`, if not null, then receives the reason.
+    [[nodiscard]] static const EventType*
+    typeOf(std::span<const std::byte> frame, std::string* fault = nullptr);
+    /// Decodes a frame, of which typeOf() is this event's type, into this event: for events that
+    /// are not to be allocated. Returns false if it is malformed, as decode() does.
+    bool decodeFrom(std::span<const std::byte> frame, std::string* fault = nullptr);
 
     /// An application-defined header field, sent with the event.
     short protocolTag = 0;
@@ -100,6 +107,15 @@ protected:
     /// Adds a raw block; its length is limited only by the frame.
     void addData(const void* data, long length);
 
+    /// Reads the header field, as getFields() does, but inline.
+    void getHeader() {
+        if (readFailed_ || input_.size() < sizeof(protocolTag)) {
+            readFailed_ = true;
+            return;
+        }
+        std::memcpy(&protocolTag, input_.data(), sizeof(protocolTag));
+        input_ = input_.subspan(sizeof(protocolTag));
+    }
     // Each reads one field of its type. On failure `value` is unchanged.
     bool getField(std::string& value);
     bool getField(float& value) { return getEach(value); }

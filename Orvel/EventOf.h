@@ -4,6 +4,7 @@
 #include <Corvid/EventType.h>
 
 #include <tuple>
+#include <type_traits>
 
 namespace Orvel {
 
@@ -24,7 +25,11 @@ public:
             Concrete::fields(static_cast<const Concrete&>(*this)));
     }
     void getFields() override {
-        Base::getFields();
+        if constexpr (std::is_same_v<Base, Corvid::Event>) {
+            this->getHeader();
+        } else {
+            Base::getFields();
+        }
         std::apply(
             [this](auto&... field) { this->getEach(field...); },
             Concrete::fields(static_cast<Concrete&>(*this)));

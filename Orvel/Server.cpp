@@ -7,8 +7,11 @@
 #include <Orvel/detail/net/RouteDiagnostics.h>
 #include <Vessa/ObjectThread.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdlib>
 #include <exception>
+#include <span>
 #include <type_traits>
 #include <typeinfo>
 
@@ -18,17 +21,7 @@ namespace {
 
 enum class Outcome { Applied, Invalid, Unknown };
 
-/// A dynamic_cast to the base of a client's events, but faster for the library's own.
-CommandEvent* asCommand(Corvid::Event* event) {
-    const auto isOneOf = [type =
-                              &typeid(*event)]<class... Classes>(std::tuple<Classes...>* /*of*/) {
-        return ((type == &typeid(Classes)) || ...);
-    };
-    return isOneOf(static_cast<detail::Events*>(nullptr)) ? static_cast<CommandEvent*>(event)
-                                                          : dynamic_cast<CommandEvent*>(event);
-}
-
-/// The same to the class of a command's event; most events are exactly of that class.
+/// A dynamic_cast to the class of a command's event; most events are exactly of that class.
 template <class EventClass>
 EventClass* as(CommandEvent& event) {
     return typeid(event) == typeid(EventClass) ? static_cast<EventClass*>(&event)
@@ -69,6 +62,53 @@ Outcome applyAs(World& world, CommandEvent& event) {
         apply(*concrete, *target);
         return Outcome::Applied;
     }
+}
+
+/// The library's events are decoded in place: allocating one would cost as much as applying it.
+template <class Take, class EventClass>
+bool decodeAs(std::span<const std::byte> frame, std::string& fault, const Take& take) {
+    EventClass event;
+    if (!event.decodeFrom(frame, &fault)) {
+        return false;
+    }
+    take(event, &event);
+    return true;
+}
+
+/// Others are allocated by their type.
+template <class Take>
+bool decodeOther(std::span<const std::byte> frame, std::string& fault, const Take& take) {
+    const std::unique_ptr<Corvid::Event> event(Corvid::Event::decode(frame, &fault));
+    if (event == nullptr) {
+        return false;
+    }
+    take(*event, dynamic_cast<CommandEvent*>(event.get()));
+    return true;
+}
+
+/// Decodes a frame and passes the event to `take`, as a command too if it is one. Returns false if
+/// it is malformed, with the reason.
+template <class Take>
+bool decode(std::span<const std::byte> frame, std::string& fault, const Take& take) {
+    struct Row {
+        const Corvid::EventType* type;
+        bool (*decode)(std::span<const std::byte>, std::string&, const Take&);
+    };
+    constexpr short kFirst = 200;
+#define ORVEL_ROW(class_, number) rows[(number)-kFirst] = {&class_::_type, &decodeAs<Take, class_>};
+    static constexpr auto kRows = [] {
+        std::array<Row, 10> rows{};
+        ORVEL_EVENTS(ORVEL_ROW)
+        return rows;
+    }();
+#undef ORVEL_ROW
+    const Corvid::EventType* type = Corvid::Event::typeOf(frame, &fault);
+    if (type == nullptr) {
+        return false;
+    }
+    const auto row = static_cast<std::size_t>(type->typeId() - kFirst);
+    return row < kRows.size() && kRows[row].type == type ? kRows[row].decode(frame, fault, take)
+                                                         : decodeOther(frame, fault, take);
 }
 
 constexpr auto kAppliers = detail::byCommand<Outcome (*)(World&, CommandEvent&)>(
@@ -208,7 +248,7 @@ int Server::receive(bool block) {
 /// Applies one event of a client. Returns false if the client is lost.
 bool Server::receiveFrom(Corvid::Communicator* client) {
     try {
-        if (takeEvent(client)) {
+        if (takeEvent(*client)) {
             return true;
         }
         ORVEL_REPORT_PEER(
@@ -234,21 +274,33 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
 }
 
 /// Returns false if the client is lost.
-bool Server::takeEvent(Corvid::Communicator* client) {
-    Corvid::Event* received = nullptr;
-    if (!Corvid::Event::receive(client, received) || received == nullptr) {
+bool Server::takeEvent(Corvid::Communicator& client) {
+    std::span<const std::byte> frame;
+    if (!client.receiveFrame(frame)) {
         return false;
     }
-    const std::unique_ptr<Corvid::Event> event(received);
+    std::string fault;
+    const bool isWhole = decode(frame, fault, [&](Corvid::Event& event, CommandEvent* command) {
+        take(event, command, client);
+    });
+    if (!isWhole) {
+        client.refuseFrame(fault);
+    }
+    return isWhole;
+}
+
+/// Applies an event that has arrived; `command` is the same one, or null if it is of a foreign
+/// class.
+void Server::take(Corvid::Event& event, CommandEvent* command, Corvid::Communicator& client) {
     if (observer_ != nullptr) {
-        observer_->received(*event, client->counters().peer);
+        observer_->received(event, client.counters().peer);
     }
-    if (interceptEvent(*event, *client)) {
-        return true;
+    if (interceptEvent(event, client)) {
+        return;
     }
-    if (auto* command = asCommand(received)) {
+    if (command != nullptr) {
         if (command->command == CmdResetBackend) {
-            multiServer_->discardLeftovers(client);
+            multiServer_->discardLeftovers(&client);
         }
         dispatchEvent(command);
     } else {
@@ -256,7 +308,6 @@ bool Server::takeEvent(Corvid::Communicator* client) {
             ForeignEvent, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
             "Orvel::Server got Corvid::Event which is not a Orvel::Event\n");
     }
-    return true;
 }
 
 bool Server::interceptEvent(Corvid::Event& /*event*/, Corvid::Communicator& /*from*/) {

@@ -141,7 +141,8 @@ protected:
 
 private:
     bool receiveFrom(Corvid::Communicator* client);
-    bool takeEvent(Corvid::Communicator* client);
+    bool takeEvent(Corvid::Communicator& client);
+    void take(Corvid::Event& event, CommandEvent* command, Corvid::Communicator& client);
 
     std::unique_ptr<Corvid::MultiServer> multiServer_;
     std::atomic<std::int64_t> receivedEvents_ = 0;

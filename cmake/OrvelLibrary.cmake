@@ -36,8 +36,9 @@ function(orvel_shared_library target)
     set(symbols ${PROJECT_SOURCE_DIR}/cmake/${target}.map)
     # A host may unload the library while threads of ours or of OpenAL, or back ends of its kinds, are
     # alive: it then stays loaded.
+    # Calls of our own exported functions are bound at link time, not by the procedure linkage table.
     target_link_options(${target} PRIVATE
-        -Wl,--as-needed -Wl,--version-script=${symbols} -Wl,-z,nodelete)
+        -Wl,--as-needed -Wl,--version-script=${symbols} -Wl,-z,nodelete -Wl,-Bsymbolic-functions)
     # Undefined symbols are errors, except with sanitizers, whose symbols clang links into programs only.
     if(NOT (ORVEL_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang"))
         target_link_options(${target} PRIVATE -Wl,-z,defs)
