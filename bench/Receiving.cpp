@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kEmitters = 1000;
+using OrvelBench::kEmitters;
 constexpr int kEvents = 20000; // per round
 
 /// A polled server and its clients, which share the events of a round. Everything happens on one
@@ -48,7 +48,10 @@ public:
             bytes.clear();
             for (int i = 0; i < each; ++i, ++id) {
                 Orvel::TransformEvent event;
-                event.address(Orvel::CmdSetEmitterTransform, 1 + id % kEmitters);
+                event.address(
+                    Orvel::CmdSetEmitterTransform,
+                    1 + static_cast<int>(
+                            OrvelBench::permuted(static_cast<std::size_t>(id), kEmitters)));
                 event.position = to;
                 event.position.z = static_cast<float>(id / kEmitters); // each changes a value
                 event.encode(frame);

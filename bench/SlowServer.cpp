@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr int kEmitters = 1000;
+using OrvelBench::kEmitters;
 constexpr std::size_t kTightLimit = std::size_t{4} << 20U;
 
 /// The result of 1,000 calls every 10 ms.
@@ -37,12 +37,14 @@ Calls drive(double seconds, Call&& call, AfterBatch&& afterBatch) {
 /// How long the system interrupts a thread that hands the same bytes to a sending thread.
 double longestInterruption(double seconds) {
     OrvelBench::SocketPair sockets;
-    std::thread reader([&] { OrvelBench::receiveTransforms(sockets.far, [](auto) {}); });
+    std::thread reader(
+        [&] { OrvelBench::receiveTransforms(sockets.far, [](const std::byte* /*frame*/) {}); });
     double longest = 0.0;
     {
         OrvelBench::BufferedWriter writer(sockets.near);
-        const std::array<std::byte, OrvelBench::kTransformBytes> frame{};
-        const auto append = [&](long) { writer.append(frame.data(), frame.size()); };
+        const auto append = [&](long number) {
+            writer.append(OrvelBench::transformOf(static_cast<std::uint32_t>(number)));
+        };
         longest = drive(seconds, append, [](Calls&) {}).longest;
     }
     sockets.near.end();
@@ -63,9 +65,7 @@ void measure(OrvelBench::Report& report, const std::string& name, std::size_t li
     stuck.stop(); // its connection stays open, but is not read
 
     const auto move = [&](long number) {
-        const Orvel::Vec3f to =
-            OrvelBench::HostScene<>::position(1 + static_cast<unsigned>(number / kEmitters));
-        scene.emitters[static_cast<std::size_t>(number % kEmitters)]->setTransform(&to, nullptr);
+        scene.move(OrvelBench::transformOf(static_cast<std::uint32_t>(number)));
     };
     const Calls calls = drive(seconds, move, [&](Calls& so) {
         so.bytesKept = std::max(so.bytesKept, static_cast<double>(network.counters().bytesKept));

@@ -14,7 +14,6 @@
 #include <Orvel/OrvelMultiClient.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
@@ -22,8 +21,6 @@
 #include <sstream>
 
 namespace Orvel::Test {
-
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -238,28 +235,20 @@ TEST_F(ClientBackends, LetAServerThatLagsCatchUpAndNoOtherNotice) {
         Emitter* emitter = server.getEmitter(kEmitters);
         return emitter == nullptr ? -1.0F : emitter->position().x;
     };
-    auto lastRead = std::chrono::steady_clock::now();
     for (int i = 1; i <= kMoves; ++i) {
         const Vec3f position{static_cast<float>(i), 0, 0};
         world.getEmitter(1 + (i - 1) % kEmitters)->setTransform(&position, nullptr);
         if (i % kEmitters == 0) {
             ASSERT_TRUE(serve(world, {&good}, [&] { return last(good) == position.x; }));
-            // A peer that reads nothing for 9 s is dropped, and a loaded machine takes as long.
-            if (const auto now = std::chrono::steady_clock::now(); now - lastRead > 3s) {
-                slow.receive(false);
-                lastRead = now;
-            }
         }
     }
     ASSERT_TRUE(serve(world, {&slow}, [&] { return last(slow) == last(good); }));
     EXPECT_EQ(describe(good), describe(world));
     EXPECT_TRUE(serve(world, {&slow}, [&] { return describe(slow) == describe(world); }));
     for (const auto& connection : client.multiClient().counters().connections) {
-        EXPECT_EQ(connection.eventsLeftOut > kMoves / 40, connection.peerId == slow.id());
+        EXPECT_EQ(connection.eventsLeftOut > kMoves / 4, connection.peerId == slow.id());
     }
-    for (const auto& drop : client.multiClient().counters().lastDrops) {
-        ADD_FAILURE() << drop.reason;
-    }
+    EXPECT_EQ(client.multiClient().counters().dropped, 0U);
 }
 
 TEST_F(ClientBackends, ReportALostServerAndTakeItBack) {
