@@ -1,6 +1,6 @@
 #include <Corvid/URLFile.h>
 
-#include <Corvid/detail/url/percentEncode.h>
+#include <Corvid/detail/url/PercentEncode.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 #include <Corvid/URLImpl.h>
 
 #include <Corvid/URLFile.h>
+#include <Corvid/detail/url/PercentEncode.h>
 #include <Corvid/detail/url/URLRemote.h>
-#include <Corvid/detail/url/percentEncode.h>
 #include <Vessa/Mutex.h>
 
 #include <curl/curl.h>

@@ -1,6 +1,6 @@
 #include <Corvid/WebPageRedirection.h>
 
-#include <Corvid/escapeHtml.h>
+#include <Corvid/EscapeHtml.h>
 
 #include <utility>
 

@@ -2,7 +2,7 @@
 // buffer that a thread sends: in frames of 1,000 and of 50 every 10 ms, and flat out.
 #include "Net.h"
 
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 
 #include <memory>
 #include <new>

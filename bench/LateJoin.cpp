@@ -3,7 +3,7 @@
 #include "Net.h"
 
 #include <Corvid/Event.h>
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 #include <Orvel/CommandEvent.h>
 
 #include <memory>

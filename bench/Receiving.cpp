@@ -2,7 +2,7 @@
 // server.
 #include "Net.h"
 
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/TransformEvent.h>
 

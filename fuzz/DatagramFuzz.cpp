@@ -1,7 +1,7 @@
 // Parses any bytes as a discovery datagram: an accepted one must encode to the same bytes.
-#include "require.h"
+#include "Require.h"
 
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 
 #include <algorithm>
 

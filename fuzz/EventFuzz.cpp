@@ -1,6 +1,6 @@
 // Decodes any bytes as an event. An accepted one must encode to the same bytes, so nothing is lost,
 // and nothing may read or allocate beyond the input.
-#include "require.h"
+#include "Require.h"
 
 #include <Corvid/Event.h>
 

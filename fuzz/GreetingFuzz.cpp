@@ -1,8 +1,8 @@
 // Any bytes as the start of a connection, in pieces: if each prefix could still become a greeting,
 // the whole must be one, and encode to the same bytes.
-#include "require.h"
+#include "Require.h"
 
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 
 #include <algorithm>
 #include <cstring>

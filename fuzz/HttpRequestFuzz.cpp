@@ -1,7 +1,7 @@
 // Any bytes as HTTP input: in pieces, whose size is the first byte, and at once. Both ways must
 // give the same requests. Answers must be well-formed, must not contain the client's markup, and
 // must end.
-#include "require.h"
+#include "Require.h"
 
 #include <Corvid/WebPageObject.h>
 #include <Corvid/WebPageRedirection.h>

@@ -1,4 +1,4 @@
-#include "require.h"
+#include "Require.h"
 #include <Show/osc/OscInbox.h>
 #include <Show/osc/OscScene.h>
 #include <Show/osc/OscStream.h>

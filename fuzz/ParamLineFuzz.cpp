@@ -1,4 +1,4 @@
-#include "require.h"
+#include "Require.h"
 
 #include <Config/ParamLine.h>
 

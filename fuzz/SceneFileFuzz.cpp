@@ -1,4 +1,4 @@
-#include "require.h"
+#include "Require.h"
 #include <Show/player/ScenePlayer.h>
 #include <Show/scene/SceneFile.h>
 

@@ -1,12 +1,12 @@
 #include "support/RawHttp.h"
 
+#include <Corvid/EscapeHtml.h>
 #include <Corvid/IOException.h>
 #include <Corvid/InetAddress.h>
 #include <Corvid/PolledWebServer.h>
 #include <Corvid/WebPageObject.h>
 #include <Corvid/WebPageRedirection.h>
 #include <Corvid/WebPageStatic.h>
-#include <Corvid/escapeHtml.h>
 
 #include <gtest/gtest.h>
 #include <memory>

@@ -2,9 +2,9 @@
 #include "support/RawHttp.h"
 #include "support/RecordingBackend.h"
 
+#include <Corvid/EscapeHtml.h>
 #include <Corvid/InetAddress.h>
 #include <Corvid/PolledWebServer.h>
-#include <Corvid/escapeHtml.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
 #include <Orvel/Version.h>

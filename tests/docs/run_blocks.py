@@ -28,7 +28,7 @@ if "ORVEL_ALONE" not in os.environ:
 subprocess.run(LOOPBACK_UP, check=True)
 
 PRELUDE = "".join(f"#include <{name}.h>\n" for name in (
-    "Corvid/PolledWebServer", "Corvid/WebPageRedirection", "Corvid/escapeHtml", "Orvel/Backend",
+    "Corvid/PolledWebServer", "Corvid/WebPageRedirection", "Corvid/EscapeHtml", "Orvel/Backend",
     "Orvel/Emitter", "Orvel/Log", "Orvel/OALLoopbackBackend", "Orvel/Server", "Orvel/SoundFile", "Orvel/Source",
     "Orvel/World")) + "void f(Orvel::World& world, Corvid::ProtocolHTTP::Reply& reply) {\n"
 done = {"commands": 0, "C++": 0, "scenes": 0, "pictures": 0}

@@ -175,7 +175,7 @@ void HttpSession::produce() {
     }
     if (!fault.empty()) { // the client notices the truncated body
         producer_ = nullptr;
-        site_.tell("a page was truncated: " + fault);
+        site_.report("a page was truncated: " + fault);
         drop();
         return;
     }

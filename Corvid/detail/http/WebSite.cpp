@@ -1,8 +1,8 @@
 #include <Corvid/detail/http/WebSite.h>
 
+#include <Corvid/EscapeHtml.h>
 #include <Corvid/InetAddress.h>
 #include <Corvid/WebPageStatic.h>
-#include <Corvid/escapeHtml.h>
 
 #include <boost/beast/core/string.hpp>
 
@@ -174,7 +174,7 @@ void WebSite::fill(
         fault = "it threw an unknown exception";
     }
     if (!fault.empty()) {
-        tell("the page " + request.path() + " failed: " + fault);
+        report("the page " + request.path() + " failed: " + fault);
         setError(reply, 500, "This page failed.");
     }
 }
@@ -192,7 +192,7 @@ void WebSite::setError(ProtocolHTTP::Reply& reply, int status, const std::string
     reply.setBody(createFrame(title, "    <p>" + text + "</p>\n"));
 }
 
-void WebSite::tell(const std::string& line) const {
+void WebSite::report(const std::string& line) const {
     if (diagnostic) {
         diagnostic(line);
     }

@@ -27,8 +27,8 @@ public:
     answer(WebClient& client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply);
     /// Answers an unreadable request.
     void refuse(WebClient& client, int status, ProtocolHTTP::Reply& reply);
-    /// Tells the host.
-    void tell(const std::string& line) const;
+    /// Reports to the host.
+    void report(const std::string& line) const;
 
     void setLogSize(std::size_t size);
     [[nodiscard]] std::size_t logSize() const { return logSize_; }

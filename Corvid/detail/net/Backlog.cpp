@@ -1,6 +1,6 @@
 #include <Corvid/detail/net/Backlog.h>
 
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 
 #include <algorithm>
 #include <cstring>

@@ -6,7 +6,7 @@
 #include <Corvid/detail/net/ConnectionContext.h>
 #include <Corvid/detail/net/InputBuffer.h>
 #include <Corvid/detail/net/OutgoingStream.h>
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 #include <Vessa/Mutex.h>
 
 #include <array>

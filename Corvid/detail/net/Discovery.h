@@ -4,7 +4,7 @@
 #include <Corvid/Loop.h>
 #include <Corvid/Multicast.h>
 #include <Corvid/Socket.h>
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 
 #include <atomic>
 #include <cstdint>

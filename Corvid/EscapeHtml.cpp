@@ -1,4 +1,4 @@
-#include <Corvid/escapeHtml.h>
+#include <Corvid/EscapeHtml.h>
 
 namespace Corvid {
 

@@ -1,4 +1,4 @@
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 
 #include <Corvid/Event.h>
 
