@@ -60,7 +60,7 @@ void sendState(Sender* to, CommandEvent& event, short command, int id) {
 }
 
 /// The state of a part on the servers: a return to NONE is not sent.
-WorldPart::State toldState(const WorldPart& part) {
+WorldPart::State sentState(const WorldPart& part) {
     return part.state() == WorldPart::NONE ? part.previousState() : part.state();
 }
 
@@ -68,17 +68,17 @@ WorldPart::State toldState(const WorldPart& part) {
 /// a state was not sent, or spreads from an emitter to its source, and on to the source's other
 /// emitters.
 bool statesArrive(World& world) {
-    const auto untold = [](const auto& entry) {
+    const auto isUnsent = [](const auto& entry) {
         return entry.second->state() == WorldPart::NONE &&
-               toldState(*entry.second) != WorldPart::NONE;
+               sentState(*entry.second) != WorldPart::NONE;
     };
     const auto spreads = [](const auto& entry) {
         const auto& [id, emitter] = entry;
         return emitter->state() != WorldPart::NONE && emitter->source() != nullptr &&
                emitter->source()->state() != emitter->state();
     };
-    return std::ranges::none_of(world.sources(), untold) &&
-           std::ranges::none_of(world.emitters(), untold) &&
+    return std::ranges::none_of(world.sources(), isUnsent) &&
+           std::ranges::none_of(world.emitters(), isUnsent) &&
            std::ranges::none_of(world.emitters(), spreads);
 }
 
@@ -188,12 +188,12 @@ void ClientBackend::resetBackend() {
     sendChange<CmdResetBackend>(world());
 }
 
-bool ClientBackend::tellsEnabled() {
+bool ClientBackend::sendsEnabled() {
     return enabled() && (!followEnabled_ || world().enabled());
 }
 
 void ClientBackend::setEnabled() {
-    tellsEnabled() ? sendChange<CmdEnable>(world()) : sendChange<CmdDisable>(world());
+    sendsEnabled() ? sendChange<CmdEnable>(world()) : sendChange<CmdDisable>(world());
 }
 
 void ClientBackend::setListenerTransform() {
@@ -289,8 +289,8 @@ bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
         }
     }
     // A server is enabled unless a client, perhaps an earlier one, has disabled it.
-    if (followEnabled_ || !tellsEnabled()) {
-        command.address(tellsEnabled() ? CmdEnable : CmdDisable, 0);
+    if (followEnabled_ || !sendsEnabled()) {
+        command.address(sendsEnabled() ? CmdEnable : CmdDisable, 0);
         command.send(connection);
     }
     return true;
@@ -323,18 +323,18 @@ void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
     }
     for (const auto& [id, source] : world().sources()) {
         replay(*source, nothing);
-        const auto state = exactly ? toldState(*source) : source->state();
+        const auto state = exactly ? sentState(*source) : source->state();
         sendState(connection, command, sourceState2Command(state), id);
     }
     for (const auto& [id, emitter] : world().emitters()) {
-        const auto state = exactly ? toldState(*emitter) : emitter->state();
+        const auto state = exactly ? sentState(*emitter) : emitter->state();
         const auto sendItsState = [&, id = id] {
             sendState(connection, command, emitterState2Command(state), id);
         };
         // A state that differs from the source's is sent first, so that it does not spread. An
         // equal one is sent last, because connecting would silence a playing emitter.
         const bool stateFirst =
-            exactly && emitter->source() != nullptr && toldState(*emitter->source()) != state;
+            exactly && emitter->source() != nullptr && sentState(*emitter->source()) != state;
         replay(*emitter, [&](Command next) {
             if (stateFirst && next == CmdSetEmitterConnection) {
                 sendItsState();

@@ -116,7 +116,7 @@ public:
 
 private:
     void configure(const Config::ParamReader& read);
-    [[nodiscard]] bool tellsEnabled();
+    [[nodiscard]] bool sendsEnabled();
     void sendScene(Corvid::Communicator* connection, bool exactly);
     /// Applies one event of a connection that has some, or removes a lost connection.
     void receiveFrom(Corvid::Communicator* connection);

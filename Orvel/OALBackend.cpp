@@ -432,7 +432,8 @@ void OALBackend::setSourceData(Source& source) {
         // reported first.
         checkALError("left by an earlier operation, before a wav file load\n");
         const LoadedSound sound = load(file->name());
-        const bool told = sound.samples == nullptr && reportUnreadable(source, url, sound.error);
+        const bool reported =
+            sound.samples == nullptr && reportUnreadable(source, url, sound.error);
         if (check("wav file load error\n", source)) {
             return;
         }
@@ -444,7 +445,7 @@ void OALBackend::setSourceData(Source& source) {
                     Diagnostic::Code::CannotPlay, source, url,
                     "unknown sample format " + std::to_string(sound.format)),
                 "Unkown sound format: %d\n", sound.format);
-        } else if (layout == nullptr && !told) { // the second line about an unreadable file
+        } else if (layout == nullptr && !reported) { // the second line about an unreadable file
             ORVEL_LOG(Fatal, "Unkown sound format: %d\n", sound.format);
         }
         if (layout == nullptr) {

@@ -16,7 +16,7 @@ namespace {
 
 /// Calls one operation of every back end. Back ends that are appended meanwhile are called too.
 template <auto operation, class... Arguments>
-void tellAll(const std::list<Backend*>& backends, Arguments&... arguments) {
+void notifyAll(const std::list<Backend*>& backends, Arguments&... arguments) {
     for (Backend* backend : backends) {
         (backend->*operation)(arguments...);
     }
@@ -85,65 +85,65 @@ World::~World() {
 
 void World::resetWorld() {
     clearWorld();
-    tellAll<&Backend::resetBackend>(backends_);
+    notifyAll<&Backend::resetBackend>(backends_);
 }
 
 void World::setEnabled() {
-    tellAll<&Backend::setEnabled>(backends_);
+    notifyAll<&Backend::setEnabled>(backends_);
 }
 
 void World::setListenerTransform() {
-    tellAll<&Backend::setListenerTransform>(backends_);
+    notifyAll<&Backend::setListenerTransform>(backends_);
 }
 
 void World::createSource(Source& source) {
-    tellAll<&Backend::createSource>(backends_, source);
+    notifyAll<&Backend::createSource>(backends_, source);
 }
 
 void World::destroySource(Source& source) {
-    tellAll<&Backend::destroySource>(backends_, source);
+    notifyAll<&Backend::destroySource>(backends_, source);
 }
 
 void World::setSourceData(Source& source) {
-    tellAll<&Backend::setSourceData>(backends_, source);
+    notifyAll<&Backend::setSourceData>(backends_, source);
 }
 
 void World::setSourceParam(Source& source) {
-    tellAll<&Backend::setSourceParam>(backends_, source);
+    notifyAll<&Backend::setSourceParam>(backends_, source);
 }
 
 void World::setSourceDuration(Source& /*source*/) {}
 
 void World::setSourceState(Source& source) {
-    tellAll<&Backend::setSourceState>(backends_, source);
+    notifyAll<&Backend::setSourceState>(backends_, source);
 }
 
 void World::createEmitter(Emitter& emitter) {
-    tellAll<&Backend::createEmitter>(backends_, emitter);
+    notifyAll<&Backend::createEmitter>(backends_, emitter);
 }
 
 void World::destroyEmitter(Emitter& emitter) {
-    tellAll<&Backend::destroyEmitter>(backends_, emitter);
+    notifyAll<&Backend::destroyEmitter>(backends_, emitter);
 }
 
 void World::setEmitterTransform(Emitter& emitter) {
-    tellAll<&Backend::setEmitterTransform>(backends_, emitter);
+    notifyAll<&Backend::setEmitterTransform>(backends_, emitter);
 }
 
 void World::setEmitterHull(Emitter& emitter) {
-    tellAll<&Backend::setEmitterHull>(backends_, emitter);
+    notifyAll<&Backend::setEmitterHull>(backends_, emitter);
 }
 
 void World::setEmitterParam(Emitter& emitter) {
-    tellAll<&Backend::setEmitterParam>(backends_, emitter);
+    notifyAll<&Backend::setEmitterParam>(backends_, emitter);
 }
 
 void World::setEmitterConnection(Emitter& emitter) {
-    tellAll<&Backend::setEmitterConnection>(backends_, emitter);
+    notifyAll<&Backend::setEmitterConnection>(backends_, emitter);
 }
 
 void World::setEmitterState(Emitter& emitter) {
-    tellAll<&Backend::setEmitterState>(backends_, emitter);
+    notifyAll<&Backend::setEmitterState>(backends_, emitter);
 }
 
 void World::clearWorld() {
