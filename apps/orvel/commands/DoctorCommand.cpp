@@ -1,6 +1,6 @@
 #include "commands/DoctorCommand.h"
 
-#include "doctor/Finding.h"
+#include "doctor/CheckResult.h"
 #include "doctor/NetworkCheck.h"
 #include "doctor/SoundCheck.h"
 
@@ -32,23 +32,23 @@ DoctorCommand::DoctorCommand(CLI::App& parent) {
 
 int DoctorCommand::run() {
     network_.restrictInterfaces();
-    Findings findings = checkSound(verbose_);
-    findings.push_back(checkFormats());
-    findings.push_back(checkDescriptors());
-    for (Findings more :
+    CheckResults results = checkSound(verbose_);
+    results.push_back(checkFormats());
+    results.push_back(checkDescriptors());
+    for (CheckResults more :
          {checkPorts(network_, ports_), checkMulticast(network_), checkServers(network_)}) {
-        findings.insert(
-            findings.end(), std::make_move_iterator(more.begin()),
+        results.insert(
+            results.end(), std::make_move_iterator(more.begin()),
             std::make_move_iterator(more.end()));
     }
     if (json_) {
         using Json = nlohmann::ordered_json;
-        standardOutput() << toJson(findings).dump(2, ' ', true, Json::error_handler_t::replace)
+        standardOutput() << toJson(results).dump(2, ' ', true, Json::error_handler_t::replace)
                          << '\n';
     } else {
-        writeFindings(standardOutput(), findings);
+        writeResults(standardOutput(), results);
     }
-    return worst(findings) == Finding::Verdict::Problem ? kFailure : kSuccess;
+    return worst(results) == CheckResult::Verdict::Problem ? kFailure : kSuccess;
 }
 
 } // namespace OrvelTool

@@ -31,7 +31,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Corvid::InetAddress;
 using Corvid::Socket;
-using Verdict = Finding::Verdict;
+using Verdict = CheckResult::Verdict;
 
 constexpr auto kAnswerPatience = 500ms;
 constexpr auto kSearch = 1s;
@@ -147,56 +147,56 @@ std::string whoHolds(std::uint16_t port) {
 
 } // namespace
 
-Findings checkMulticast(const NetworkOptions& options) {
+CheckResults checkMulticast(const NetworkOptions& options) {
     const Corvid::Multicast::Settings settings = settingsOf(options);
-    Findings findings;
+    CheckResults results;
     bool works = false;
     for (const auto& [address, name] : options.chosenInterfaces()) {
         double seconds = 0.0;
         const std::string fault = tryMulticast(address, settings, seconds);
         works = works || fault.empty();
-        Finding& finding = findings.emplace_back();
-        finding.check = "multicast " + name;
+        CheckResult& result = results.emplace_back();
+        result.check = "multicast " + name;
         const std::string where = address.text() + ": ";
         if (fault.empty()) {
-            finding.text = where + "a datagram sent to " + settings.address.text() + ":" +
-                           std::to_string(settings.port) + " comes back, after " +
-                           milliseconds(seconds);
-            finding.values = {{"roundTripMs", seconds * 1e3}};
+            result.text = where + "a datagram sent to " + settings.address.text() + ":" +
+                          std::to_string(settings.port) + " comes back, after " +
+                          milliseconds(seconds);
+            result.values = {{"roundTripMs", seconds * 1e3}};
         } else {
-            finding.verdict = Verdict::Warning;
-            finding.text = where + fault;
-            finding.advice = "servers are not found on this interface: allow UDP port " +
-                             std::to_string(settings.port) +
-                             " through the firewall, exclude the interface with --interface, or "
-                             "name servers with --server HOST:PORT";
+            result.verdict = Verdict::Warning;
+            result.text = where + fault;
+            result.advice = "servers are not found on this interface: allow UDP port " +
+                            std::to_string(settings.port) +
+                            " through the firewall, exclude the interface with --interface, or "
+                            "name servers with --server HOST:PORT";
         }
     }
-    if (findings.empty()) {
-        findings.push_back(
+    if (results.empty()) {
+        results.push_back(
             {"multicast",
              Verdict::Problem,
              "none of the interfaces to use is up",
              "bring one up, or choose another with --interface",
              {}});
     } else if (!works) {
-        for (Finding& finding : findings) {
-            finding.verdict = Verdict::Problem; // multicast works on no interface
+        for (CheckResult& result : results) {
+            result.verdict = Verdict::Problem; // multicast works on no interface
         }
     }
-    return findings;
+    return results;
 }
 
-Findings checkPorts(const NetworkOptions& options, const std::vector<unsigned short>& ports) {
+CheckResults checkPorts(const NetworkOptions& options, const std::vector<unsigned short>& ports) {
     const Corvid::Multicast::Settings settings = settingsOf(options);
-    Findings findings;
+    CheckResults results;
     const std::string search = std::to_string(settings.port);
     const std::string alone = freeFor(Socket::Type::Datagram, settings.port);
     Socket shared;
     const bool shareable = !shared.open(Socket::Type::Datagram) &&
                            shared.set(SOL_SOCKET, SO_REUSEADDR, 1) &&
                            !shared.bind({settings.address, settings.port});
-    findings.push_back(
+    results.push_back(
         {"port " + search,
          shareable ? Verdict::Ok : Verdict::Problem,
          "UDP, for the search: " +
@@ -212,7 +212,7 @@ Findings checkPorts(const NetworkOptions& options, const std::vector<unsigned sh
         std::string fault = freeFor(Socket::Type::Stream, port);
         const std::string udp = freeFor(Socket::Type::Datagram, port);
         fault += (fault.empty() || udp.empty() ? "" : ", ") + udp;
-        findings.push_back(
+        results.push_back(
             {"port " + std::to_string(port),
              fault.empty() ? Verdict::Ok : Verdict::Problem,
              fault.empty() ? "TCP and UDP: free" : fault,
@@ -220,10 +220,10 @@ Findings checkPorts(const NetworkOptions& options, const std::vector<unsigned sh
                            : "choose another, or stop the program that has it; " + whoHolds(port),
              {}});
     }
-    return findings;
+    return results;
 }
 
-Findings checkServers(const NetworkOptions& options) {
+CheckResults checkServers(const NetworkOptions& options) {
     Corvid::MultiClient client(Orvel::CommandEvent::kProtocolVersion);
     client.setDiagnostic([](Corvid::MultiCommunicator::Severity, const std::string&) {});
     options.apply(client.multicast());
@@ -234,51 +234,51 @@ Findings checkServers(const NetworkOptions& options) {
     while (Clock::now() < end) {
         client.waitForCommunicators(end - Clock::now());
     }
-    Findings findings;
+    CheckResults results;
     std::size_t tried = 0;
     for (const auto& server : client.foundServers()) {
-        Finding& finding = findings.emplace_back();
-        finding.check = "server " + server.address.text() + ":" + std::to_string(server.port);
-        finding.text = "id " + std::to_string(server.id);
-        finding.text += ", its clock at " + clockText(server.clockSeconds);
-        finding.values = {{"id", server.id}, {"clockSeconds", server.clockSeconds}};
+        CheckResult& result = results.emplace_back();
+        result.check = "server " + server.address.text() + ":" + std::to_string(server.port);
+        result.text = "id " + std::to_string(server.id);
+        result.text += ", its clock at " + clockText(server.clockSeconds);
+        result.values = {{"id", server.id}, {"clockSeconds", server.clockSeconds}};
         if (server.roundTripSeconds >= 0.0) {
-            finding.text += ", answers in " + milliseconds(server.roundTripSeconds);
-            finding.values.emplace_back("roundTripMs", server.roundTripSeconds * 1e3);
+            result.text += ", answers in " + milliseconds(server.roundTripSeconds);
+            result.values.emplace_back("roundTripMs", server.roundTripSeconds * 1e3);
         }
         double seconds = 0.0;
         if (tried++ >= kMaxServersTried) {
             continue;
         }
         if (!reach(server.address, server.port, seconds)) {
-            finding.verdict = Verdict::Problem;
-            finding.text += ", but its TCP port cannot be reached";
-            finding.advice = "allow TCP port " + std::to_string(server.port) +
-                             " through the firewalls; orvel serve --tcp-port keeps it the same";
+            result.verdict = Verdict::Problem;
+            result.text += ", but its TCP port cannot be reached";
+            result.advice = "allow TCP port " + std::to_string(server.port) +
+                            " through the firewalls; orvel serve --tcp-port keeps it the same";
         } else {
-            finding.text += ", takes connections in " + milliseconds(seconds);
-            finding.values.emplace_back("connectMs", seconds * 1e3);
+            result.text += ", takes connections in " + milliseconds(seconds);
+            result.values.emplace_back("connectMs", seconds * 1e3);
             if (server.roundTripSeconds > kLongRoundTrip) {
-                finding.verdict = Verdict::Warning;
-                finding.advice = "the network is slow or busy; movement arrives late";
+                result.verdict = Verdict::Warning;
+                result.advice = "the network is slow or busy; movement arrives late";
             }
         }
     }
-    if (findings.empty()) {
-        findings.push_back(
+    if (results.empty()) {
+        results.push_back(
             {"servers",
              Verdict::Ok,
              "none answers",
              "if one should be running, run orvel servers to see possible reasons",
              {}});
     }
-    return findings;
+    return results;
 }
 
-Finding checkDescriptors() {
+CheckResult checkDescriptors() {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
-    Finding finding{
+    CheckResult result{
         "open files",
         Verdict::Ok,
         "this process may open " + std::to_string(limit.rlim_cur) + " files, and raise that to " +
@@ -287,10 +287,10 @@ Finding checkDescriptors() {
         {{"soft", static_cast<double>(limit.rlim_cur)},
          {"hard", static_cast<double>(limit.rlim_max)}}};
     if (limit.rlim_cur < kFewDescriptors) {
-        finding.verdict = Verdict::Warning;
-        finding.advice = "raise it with ulimit -n 1024, or with LimitNOFILE for a service";
+        result.verdict = Verdict::Warning;
+        result.advice = "raise it with ulimit -n 1024, or with LimitNOFILE for a service";
     }
-    return finding;
+    return result;
 }
 
 } // namespace OrvelTool

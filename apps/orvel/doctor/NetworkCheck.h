@@ -1,6 +1,6 @@
 #pragma once
 
-#include "doctor/Finding.h"
+#include "doctor/CheckResult.h"
 #include "network/NetworkOptions.h"
 
 #include <vector>
@@ -9,16 +9,16 @@ namespace OrvelTool {
 
 /// Checks on each interface that a datagram sent to the group comes back. Sends one datagram per
 /// interface, with a TTL of at most 1; servers ignore it. Takes up to half a second.
-Findings checkMulticast(const NetworkOptions& options);
+CheckResults checkMulticast(const NetworkOptions& options);
 
 /// Checks that the search port is usable by a server, and that `ports` are free for TCP and UDP.
-Findings checkPorts(const NetworkOptions& options, const std::vector<unsigned short>& ports);
+CheckResults checkPorts(const NetworkOptions& options, const std::vector<unsigned short>& ports);
 
 /// Searches for servers for a second. Reports the id and round trip of each, and whether its TCP
 /// port can be reached.
-Findings checkServers(const NetworkOptions& options);
+CheckResults checkServers(const NetworkOptions& options);
 
 /// Checks how many files and connections this process may open.
-Finding checkDescriptors();
+CheckResult checkDescriptors();
 
 } // namespace OrvelTool

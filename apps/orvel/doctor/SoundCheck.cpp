@@ -1,10 +1,13 @@
 #include "doctor/SoundCheck.h"
 
+#include "process/Diagnostics.h"
 #include "process/HiddenStandardError.h"
 
+#include <Orvel/Backend.h>
+#include <Orvel/BackendState.h>
+#include <Orvel/OwningWorld.h>
 #include <Orvel/SoundFile.h>
 
-#include <AL/al.h>
 #include <AL/alc.h>
 #include <AL/alext.h>
 
@@ -22,11 +25,10 @@ namespace OrvelTool {
 
 namespace {
 
-using Verdict = Finding::Verdict;
+using Verdict = CheckResult::Verdict;
 
 constexpr std::size_t kMaxDevices = 32;
-constexpr std::size_t kMaxSources = 4096; // higher counts are not measured
-constexpr std::size_t kFewSources = 64;
+constexpr std::size_t kFewVoices = 64;
 constexpr double kLongLatency = 100.0; // in ms
 
 struct CloseDevice {
@@ -34,10 +36,7 @@ struct CloseDevice {
 };
 using Device = std::unique_ptr<ALCdevice, CloseDevice>;
 struct DestroyContext {
-    void operator()(ALCcontext* context) const {
-        alcMakeContextCurrent(nullptr);
-        alcDestroyContext(context);
-    }
+    void operator()(ALCcontext* context) const { alcDestroyContext(context); }
 };
 using Context = std::unique_ptr<ALCcontext, DestroyContext>;
 
@@ -58,11 +57,6 @@ std::vector<std::string> deviceNames() {
         list += names.back().size() + 1;
     }
     return names;
-}
-
-std::string nameOf(ALCdevice* device) {
-    const char* name = alcGetString(device, ALC_ALL_DEVICES_SPECIFIER);
-    return name == nullptr ? "unnamed" : name;
 }
 
 bool goesNowhere(std::string_view name) {
@@ -91,103 +85,90 @@ double latency(ALCdevice* device) {
     return static_cast<double>(nanoseconds) / 1e6;
 }
 
-std::size_t countSources() {
-    std::vector<ALuint> sources;
-    alGetError();
-    while (sources.size() < kMaxSources) {
-        ALuint source = 0;
-        alGenSources(1, &source);
-        if (alGetError() != AL_NO_ERROR) {
-            break;
-        }
-        sources.push_back(source);
-    }
-    alDeleteSources(static_cast<ALsizei>(sources.size()), sources.data());
-    return sources.size();
+/// The state of the back end that plays by default, which is removed again.
+Orvel::BackendState defaultState(bool verbose) {
+    Diagnostics diagnostics(verbose);
+    Orvel::OwningWorld<> world;
+    const Orvel::Backend* backend = world.addBackend("default", "");
+    diagnostics.drop(); // the result reports it
+    return backend == nullptr ? Orvel::BackendState{.working = false} : backend->state();
 }
 
-Finding checkDefault(ALCdevice* device) {
-    Finding finding{"sound output", Verdict::Ok, {}, {}, {}};
-    if (device == nullptr) {
-        finding.verdict = Verdict::Problem;
-        finding.text = "no sound device can be opened";
-        finding.advice =
+CheckResult checkDefault(const Orvel::BackendState& state) {
+    CheckResult result{"sound output", Verdict::Ok, {}, {}, {}};
+    if (!state.working) {
+        result.verdict = Verdict::Problem;
+        result.text = "no sound device can be opened";
+        result.advice =
             "check that one is connected, that no other program uses it exclusively, and that you "
             "have access to it (group audio); orvel render and orvel serve --render need none";
-        return finding;
+        return result;
     }
-    const std::string name = nameOf(device);
-    finding.text = "\"" + name + "\" is used for playback";
-    if (goesNowhere(name)) {
-        finding.verdict = Verdict::Warning;
-        finding.advice = "it makes no sound: connect a device, or check ALSOFT_DRIVERS and "
-                         "\"drivers\" in OpenAL's configuration file";
+    result.text = "\"" + state.device + "\" is used for playback";
+    if (goesNowhere(state.device)) {
+        result.verdict = Verdict::Warning;
+        result.advice = "it makes no sound: connect a device, or check ALSOFT_DRIVERS and "
+                        "\"drivers\" in OpenAL's configuration file";
     }
-    return finding;
+    return result;
 }
 
-Finding checkTiming(ALCdevice* device) {
+CheckResult checkTiming(ALCdevice* device) {
     const int rate = integer(device, ALC_FREQUENCY);
     const int refresh = integer(device, ALC_REFRESH);
     const double delay = latency(device);
     const double period = refresh > 0 ? 1000.0 / refresh : 0.0;
-    Finding finding{"sound timing", Verdict::Ok, {}, {}, {}};
-    finding.text = std::to_string(rate) + " Hz, mixed every " + roundedMilliseconds(period) +
-                   (delay >= 0.0 ? ", latency " + roundedMilliseconds(delay) : "");
-    finding.values = {{"rateHz", rate}, {"periodMs", period}};
+    CheckResult result{"sound timing", Verdict::Ok, {}, {}, {}};
+    result.text = std::to_string(rate) + " Hz, mixed every " + roundedMilliseconds(period) +
+                  (delay >= 0.0 ? ", latency " + roundedMilliseconds(delay) : "");
+    result.values = {{"rateHz", rate}, {"periodMs", period}};
     if (delay >= 0.0) {
-        finding.values.emplace_back("latencyMs", delay);
+        result.values.emplace_back("latencyMs", delay);
     }
     if (std::max(delay, period) > kLongLatency) {
-        finding.verdict = Verdict::Warning;
-        finding.advice = "changes are heard late: lower \"period_size\" and \"periods\" in "
-                         "OpenAL's configuration file";
+        result.verdict = Verdict::Warning;
+        result.advice = "changes are heard late: lower \"period_size\" and \"periods\" in "
+                        "OpenAL's configuration file";
     }
-    return finding;
+    return result;
 }
 
-Finding checkSources() {
-    const std::size_t count = countSources();
-    Finding finding{
+CheckResult checkVoices(const Orvel::BackendState& state) {
+    const std::size_t count = state.voicesAllowed;
+    CheckResult result{
         "sounds at once",
         Verdict::Ok,
-        (count == kMaxSources ? "at least " : "") + std::to_string(count) +
-            " emitters can play at the same time",
+        std::to_string(count) + " emitters can play at the same time",
         {},
         {{"sources", static_cast<double>(count)}}};
-    if (count < kFewSources) {
-        finding.verdict = count == 0 ? Verdict::Problem : Verdict::Warning;
-        finding.advice = "raise \"sources\" in OpenAL's configuration file";
+    if (count < kFewVoices) {
+        result.verdict = count == 0 ? Verdict::Problem : Verdict::Warning;
+        result.advice = "raise \"sources\" in OpenAL's configuration file";
     }
-    return finding;
+    return result;
 }
 
 } // namespace
 
-Findings checkSound(bool verbose) {
+CheckResults checkSound(bool verbose) {
     std::optional<HiddenStandardError> hidden;
     if (!verbose) {
         hidden.emplace();
     }
-    Findings findings;
-    {
-        const Device device(alcOpenDevice(nullptr));
-        findings.push_back(checkDefault(device.get()));
-        const Context context(
-            device == nullptr ? nullptr : alcCreateContext(device.get(), nullptr));
-        if (context != nullptr && alcMakeContextCurrent(context.get()) == ALC_TRUE) {
-            findings.push_back(checkTiming(device.get()));
-            findings.push_back(checkSources());
-        } else if (device != nullptr) {
-            findings.front().verdict = Verdict::Problem;
-            findings.front().advice =
-                "it opens but cannot be used for playback; check the installation of OpenAL Soft";
+    CheckResults results;
+    const Orvel::BackendState state = defaultState(verbose);
+    results.push_back(checkDefault(state));
+    if (state.working) {
+        if (const Device device(alcOpenDevice(nullptr)); device != nullptr) {
+            const Context context(alcCreateContext(device.get(), nullptr)); // starts the mixer
+            results.push_back(checkTiming(device.get()));
         }
+        results.push_back(checkVoices(state));
     }
     // The default device is closed by now, so that it can be opened by name.
     for (const std::string& name : deviceNames()) {
         const Device device(alcOpenDevice(name.c_str()));
-        findings.push_back(
+        results.push_back(
             {"sound device",
              device == nullptr ? Verdict::Warning : Verdict::Ok,
              "\"" + name + "\" " + (device == nullptr ? "does not open" : "opens"),
@@ -196,10 +177,10 @@ Findings checkSound(bool verbose) {
                                : "",
              {}});
     }
-    return findings;
+    return results;
 }
 
-Finding checkFormats() {
+CheckResult checkFormats() {
     const std::set<std::string> extensions = Orvel::SoundFile::extensions();
     // libsndfile lists Ogg under the extension of one of its codecs.
     const bool ogg = extensions.contains("oga") || extensions.contains("ogg");

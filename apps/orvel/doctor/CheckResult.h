@@ -10,7 +10,7 @@
 namespace OrvelTool {
 
 /// The result of one check, with a suggestion.
-struct Finding {
+struct CheckResult {
     enum class Verdict { Ok, Warning, Problem };
 
     std::string check; ///< the subject, such as "multicast lo"
@@ -20,13 +20,13 @@ struct Finding {
     std::vector<std::pair<std::string, double>> values; ///< measurements; names include the unit
 };
 
-using Findings = std::vector<Finding>;
+using CheckResults = std::vector<CheckResult>;
 
-/// The worst verdict; Ok if there are no findings.
-Finding::Verdict worst(const Findings& findings);
-/// Writes one line per finding, with the advice below it.
-void writeFindings(std::ostream& out, const Findings& findings);
-/// The findings as JSON; see docs/doctor.md.
-nlohmann::ordered_json toJson(const Findings& findings);
+/// The worst verdict; Ok if there are no results.
+CheckResult::Verdict worst(const CheckResults& results);
+/// Writes one line per result, with the advice below it.
+void writeResults(std::ostream& out, const CheckResults& results);
+/// The results as JSON; see docs/doctor.md.
+nlohmann::ordered_json toJson(const CheckResults& results);
 
 } // namespace OrvelTool
