@@ -9,6 +9,7 @@
 #include <Orvel/World.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
@@ -71,6 +72,12 @@ void write(JsonWriter& json, const Orvel::Source& source, const MonitorBackend& 
     json.field("emitters", source.connectedEmitters().size()).close('}');
 }
 
+bool isFinite(const Orvel::Hull& hull) {
+    return std::ranges::all_of(Orvel::kHullExtents, [&hull](const Orvel::HullExtent& extent) {
+        return std::isfinite(hull.*extent.value);
+    });
+}
+
 void write(JsonWriter& json, const Orvel::Emitter& emitter, MonitorBackend& monitor) {
     json.open('{').field("id", emitter.id()).field("state", stateName(emitter.state()));
     json.field("over", monitor.isOver(emitter));
@@ -84,7 +91,14 @@ void write(JsonWriter& json, const Orvel::Emitter& emitter, MonitorBackend& moni
     for (const auto& [name, extent] : Orvel::kHullExtents) {
         json.field(name, emitter.hull().*extent);
     }
-    json.close('}').field("gain", emitter.gain()).field("spatial", emitter.paramFlag());
+    json.close('}').key("reach");
+    if (isFinite(emitter.hull())) {
+        const Orvel::Reach reach = Orvel::reachOf(emitter.hull());
+        json.open('{').field("full", reach.full).field("softest", reach.softest).close('}');
+    } else {
+        json.null();
+    }
+    json.field("gain", emitter.gain()).field("spatial", emitter.paramFlag());
     json.field("value", emitter.paramValue()).key("labels").open('[');
     const std::vector<std::string>& labels = emitter.labels();
     const std::size_t shown = std::min(labels.size(), SceneJson::kMaxLabels);
@@ -97,7 +111,7 @@ void write(JsonWriter& json, const Orvel::Emitter& emitter, MonitorBackend& moni
 } // namespace
 
 bool SceneJson::operator()(std::string& more) {
-    constexpr std::size_t kUsualBytes = 300; // of an emitter
+    constexpr std::size_t kUsualBytes = 340; // of an emitter
     std::size_t left = kMaxPieceParts;
     more.reserve(more.size() + kMaxPieceParts * kUsualBytes);
     JsonWriter json(more, continues_);

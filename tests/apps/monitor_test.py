@@ -101,14 +101,13 @@ class Monitor(ToolCase):
         self.assertIn("<b>bold</b>, front", self.text("#emitters"))
         self.assertEqual(self.browser.value("document.querySelectorAll('b').length"), 0)
         # Silent emitters have a sign of their own.
-        part = {**self.browser.value("tracks.get(11).part"), "hull": {
-            "minFront": 6, "minBack": 6, "maxFront": 2, "maxBack": 4}}
+        part = self.browser.value("tracks.get(11).part")
         for changes, sign in [({}, "play"), ({"gain": 0}, "muted"), ({"source": None}, "muted"),
                               ({"state": "none"}, "stop"), ({"state": "pause"}, "pause"),
                               ({"over": True}, "over"), ({"spatial": False}, "play")]:
             text = json.dumps({**part, **changes})
             self.assertEqual(self.browser.value(f"hearing({text}).sign"), sign, changes)
-            self.assertEqual(self.browser.value(f"heardHull({text})"), {"inner": 2.997, "outer": 3}
+            self.assertEqual(self.browser.value(f"heardReach({text})"), {"full": 1, "softest": 10}
                              if changes != {"spatial": False} else None)
         # A moving emitter is updated on the map and in the values, and leaves a path.
         self.browser.value("document.querySelector('tr[data-id=\"12\"]').click()")

@@ -99,18 +99,9 @@ function hearing(emitter) {
 /// Whether an emitter is heard at its position; otherwise it is heard at the listener.
 const isSpatial = (emitter) => scene.spatialize && emitter.spatial;
 
-/// The hull as OpenAL renders it: full level up to `inner`, constant from `outer` on, the same in
-/// all directions. Null if distance has no effect or an extent is not finite.
-function heardHull(emitter) {
-  const { minFront, minBack, maxFront, maxBack } = emitter.hull;
-  const mean = (front, back) => ((front + back) / 2 > 0 ? (front + back) / 2 : 0.001);
-  if (!isSpatial(emitter) || ![minFront, minBack, maxFront, maxBack].every(Number.isFinite)) {
-    return null;
-  }
-  const outer = mean(maxFront, maxBack);
-  const inner = mean(minFront, minBack);
-  return { inner: inner < outer ? inner : 0.999 * outer, outer };
-}
+/// The distances between which the level of an emitter falls, the same in all directions: `full` and
+/// `softest`. Null if distance has no effect or an extent of its hull is not finite.
+const heardReach = (emitter) => (isSpatial(emitter) ? emitter.reach : null);
 
 /// The direction of "ahead" on the map: the clockwise angle from up, in radians. The axes are those
 /// of the scene from above: x to the right, z downwards.
@@ -223,8 +214,8 @@ function fit(force = false) {
     box.bottom += listener.toZ;
   }
   for (const track of tracks.values()) {
-    const hull = track.part.hull && heardHull(track.part);
-    const reach = hull ? Math.min(3, hull.inner) : 0;
+    const heard = track.part.hull && heardReach(track.part);
+    const reach = heard ? Math.min(3, heard.full) : 0;
     box.left = Math.min(box.left, track.toX - reach);
     box.right = Math.max(box.right, track.toX + reach);
     box.top = Math.min(box.top, track.toZ - reach);
@@ -302,9 +293,9 @@ function drawGrid(context, width, height) {
 /// The hull of an audible emitter: the area of full level is filled, the outer extent dashed. For
 /// the selected emitter both are outlined if it is silent.
 function drawHull(context, track, colour, isChosen, outer) {
-  const hull = heardHull(track.part);
+  const reach = heardReach(track.part);
   const heard = hearing(track.part).sign === 'play';
-  if (!hull || (!heard && !isChosen)) return;
+  if (!reach || (!heard && !isChosen)) return;
   const circle = (radius) => {
     context.beginPath();
     context.arc(toX(track.x), toY(track.z), radius * view.scale, 0, 2 * Math.PI);
@@ -313,13 +304,13 @@ function drawHull(context, track, colour, isChosen, outer) {
   context.strokeStyle = colour;
   context.fillStyle = colour;
   context.lineWidth = 1;
-  circle(hull.inner);
+  circle(reach.full);
   context.globalAlpha = 0.13;
   if (heard) context.fill();
   context.globalAlpha = 0.55;
   context.stroke();
   if (outer) {
-    circle(hull.outer);
+    circle(reach.softest);
     context.setLineDash([5, 5]);
     context.globalAlpha = 0.4;
     context.stroke();
@@ -455,8 +446,8 @@ function drawMap(now) {
   // The listener is drawn above the emitters, and the selected one above all; names in reverse
   // order.
   const shown = [...tracks].filter(([, track]) => {
-    const hull = track.part.hull && heardHull(track.part);
-    const reach = 40 + view.scale * (hull ? hull.outer : 0);
+    const heard = track.part.hull && heardReach(track.part);
+    const reach = 40 + view.scale * (heard ? heard.softest : 0);
     return Math.abs(toX(track.x) - width / 2) < width / 2 + reach &&
       Math.abs(toY(track.z) - height / 2) < height / 2 + reach;
   }).sort(([a], [b]) => (a === chosen) - (b === chosen) || (a === 0) - (b === 0));
@@ -603,7 +594,7 @@ function valuesOf(emitter) {
   const listener = scene.listener.position;
   const distance = Math.hypot(...emitter.position.map((value, i) => value - listener[i]));
   const { hull } = emitter;
-  const heard = heardHull(emitter);
+  const heard = heardReach(emitter);
   const { reason } = hearing(emitter);
   const rows = [['state', emitter.state],
     ['heard', reason ? `no: ${reason}` : isSpatial(emitter) ? 'yes' : 'at the listener']];
@@ -624,8 +615,8 @@ function valuesOf(emitter) {
     ['distance', `${number(distance)} from the listener`],
     ['spatial', emitter.spatial ? 'yes' : 'no: heard at the listener'],
     ['gain', number(emitter.gain)],
-    ['full level', heard ? `up to ${number(heard.inner)}` : 'at any distance'],
-    ['softest from', heard ? number(heard.outer) : 'nowhere'],
+    ['full level', heard ? `up to ${number(heard.full)}` : 'at any distance'],
+    ['softest from', heard ? number(heard.softest) : 'nowhere'],
     ['hull', `${number(hull.minFront)} to ${number(hull.maxFront)} in front, ` +
       `${number(hull.minBack)} to ${number(hull.maxBack)} behind; OpenAL uses the means`],
     ['value', number(emitter.value)]);
@@ -706,11 +697,11 @@ function fillTables() {
     ['gain', n], ['full level', n], ['softest', n], ['labels', 'long']],
   emitters.map((emitter) => {
     const source = sources.get(emitter.source);
-    const hull = heardHull(emitter);
+    const reach = heardReach(emitter);
     return [String(emitter.id), stateText(emitter),
       emitter.source === null ? 'none' : `${emitter.source} ${source ? source.name : ''}`,
       numbers(emitter.position), number(emitter.gain),
-      hull ? number(hull.inner) : '', hull ? number(hull.outer) : '',
+      reach ? number(reach.full) : '', reach ? number(reach.softest) : '',
       labelsText(emitter)];
   }), emitters.map(({ id }) => id));
   const some = scene.sources.slice(0, kMaxRows);
