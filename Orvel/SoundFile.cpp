@@ -1,12 +1,11 @@
 #include <Orvel/SoundFile.h>
 
 #include <Orvel/Source.h>
+#include <Orvel/detail/PathProblem.h>
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <sndfile.h>
-#include <system_error>
 #include <utility>
 
 namespace Orvel {
@@ -20,22 +19,6 @@ std::int16_t toSample(double value) {
         return 0;
     }
     return static_cast<std::int16_t>(std::lrint(std::clamp(value * 32768.0, -32768.0, 32767.0)));
-}
-
-/// The reason why a path is not a regular file, or an empty text. Opening a pipe would wait for its
-/// writer.
-std::string pathFault(const std::string& path) {
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(path, error);
-    if (!std::filesystem::exists(status)) {
-        return error && status.type() == std::filesystem::file_type::none
-                   ? " cannot be reached: " + error.message()
-                   : " does not exist";
-    }
-    if (std::filesystem::is_directory(status)) {
-        return " is a folder";
-    }
-    return std::filesystem::is_regular_file(status) ? "" : " is not a regular file";
 }
 
 } // namespace
@@ -96,7 +79,7 @@ std::set<std::string> SoundFile::extensions() {
 SoundFile::SoundFile(const std::string& path) : state_(std::make_unique<State>()) {
     State& state = *state_;
     state.name = "\"" + path + "\"";
-    if (const std::string fault = pathFault(path); !fault.empty()) {
+    if (const std::string fault = detail::pathProblem(path); !fault.empty()) {
         state.fail("a sound file", fault);
         return;
     }

@@ -3,8 +3,13 @@
 #include <Show/monitor/MonitorBackend.h>
 
 #include <algorithm>
+#include <string_view>
 
 namespace Show {
+
+static_assert(
+    std::string_view(MonitorBackend::kDefaultPort) == "33790" &&
+    MonitorPage::kDefaultPort == 33790);
 
 struct MonitorPage::State {
     Orvel::World& world;

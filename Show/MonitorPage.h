@@ -21,10 +21,12 @@ namespace Show {
 /// world's thread. Throws only std::bad_alloc.
 class ORVEL_SHOW_EXPORT MonitorPage {
 public:
+    static constexpr std::uint16_t kDefaultPort = 33790;
+
     /// Where to listen.
     struct Settings {
         std::string address = "127.0.0.1"; ///< an address or name of this machine; 0.0.0.0: all
-        /// 0: a free port; empty: 33790, or a free port if that is in use.
+        /// 0: a free port; empty: kDefaultPort, or a free port if that is in use.
         std::optional<std::uint16_t> port;
         /// Host names that browsers may use besides this machine's.
         std::vector<std::string> hostNames;

@@ -48,7 +48,9 @@ OscInput::OscInput(Orvel::World& world, const Settings& settings)
     }
     state.server.emplace(
         world, OscServer::Settings{settings.address, settings.port, settings.scale},
-        [&world](Orvel::CommandEvent& event) { Orvel::Server::applyEvent(world, &event); },
+        settings.apply
+            ? settings.apply
+            : [&world](Orvel::CommandEvent& event) { Orvel::Server::applyEvent(world, &event); },
         [&state](const std::string& message) {
             if (state.server && state.server->port() == 0) {
                 state.error = message; // it cannot open
@@ -89,6 +91,12 @@ void OscInput::serve(double seconds) {
         state_->loop->wait(Clock::now() + std::chrono::duration_cast<Clock::duration>(wait));
     }
     state_->server->serve(kSlice);
+}
+
+void OscInput::finish() {
+    if (isOpen()) {
+        state_->server->finish();
+    }
 }
 
 std::string OscInput::summary() const {

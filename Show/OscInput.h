@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Corvid/Loop.h>
+#include <Orvel/CommandEvent.h>
 #include <Orvel/World.h>
 
 #include <functional>
@@ -27,6 +28,9 @@ public:
         /// Receives a sentence about each of the first 20 invalid messages, on the thread of
         /// serve(). May be empty.
         std::function<void(const std::string& message)> report;
+        /// Applies a change to the world; empty: it is applied as it is. For a world with rules of
+        /// its own.
+        std::function<void(Orvel::CommandEvent& change)> apply;
         /// The loop that waits for it, which may be shared; null: a loop of its own.
         std::shared_ptr<Corvid::Loop> loop;
     };
@@ -49,6 +53,9 @@ public:
     /// Applies received and due messages, for about 4 ms. First waits up to `seconds`, in its loop,
     /// for work; 0 never waits.
     void serve(double seconds = 0.0);
+    /// Applies everything received so far, for at most 0.1 s, and reports summary() unless it is
+    /// empty. For the end of a program.
+    void finish();
     /// The number of messages and of invalid ones as a sentence; empty if there were none.
     [[nodiscard]] std::string summary() const;
 

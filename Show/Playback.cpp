@@ -2,7 +2,7 @@
 
 #include <Show/player/Playable.h>
 #include <Show/player/ScenePlayer.h>
-#include <Show/player/skipTo.h>
+#include <Show/player/SkipTo.h>
 
 #include <Orvel/Backend.h>
 

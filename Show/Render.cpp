@@ -14,42 +14,55 @@ namespace {
 constexpr unsigned kMinRate = 8000;
 constexpr unsigned kMaxRate = 192000;
 
-/// Renders a good file; the writer may be made when the length is known.
+/// Renders a good file. `begin` receives the number of frames, and returns an error or an empty
+/// text.
 RenderResult
 renderWith(const ShowFile& file, const RenderSettings& settings, auto&& begin, auto&& take) {
     RenderResult result;
-    const auto fail = [&result](std::string text) {
+    const auto fail = [&result](std::string text, RenderResult::Cause cause) {
         result.error = std::move(text);
+        result.cause = cause;
         return result;
     };
+    using Cause = RenderResult::Cause;
     if (!file.isGood()) {
-        return fail(file.problems().empty() ? "nothing was loaded" : file.problems().front().str());
+        return fail(
+            file.problems().empty() ? "nothing was loaded" : file.problems().front().str(),
+            Cause::Other);
     }
     if (settings.rate < kMinRate || settings.rate > kMaxRate) {
         return fail(
             "expected a rate of " + std::to_string(kMinRate) + " to " + std::to_string(kMaxRate) +
-            " frames a second, found " + std::to_string(settings.rate));
+                " frames a second, found " + std::to_string(settings.rate),
+            Cause::Other);
     }
     if (!(settings.from >= 0.0) || !(settings.seconds >= 0.0) ||
         !std::isfinite(settings.from + settings.seconds)) {
-        return fail("expected times from 0 seconds on");
+        return fail("expected times from 0 seconds on", Cause::Other);
     }
     Orvel::OALLoopbackBackend::registerType();
     OfflineRenderer renderer(*file.playable(), settings.rate);
     if (!renderer.working()) {
-        return fail("OpenAL gave no loopback device; check the installation of OpenAL Soft");
+        return fail(
+            "OpenAL gave no loopback device; check the installation of OpenAL Soft", Cause::Other);
     }
-    const double end = settings.seconds > 0.0 ? settings.from + settings.seconds : renderer.end();
+    result.end = renderer.end();
+    const double end = settings.seconds > 0.0 ? settings.from + settings.seconds : result.end;
     const double rate = settings.rate;
     if ((end - settings.from) * rate < 1.0) {
         return fail(
-            "nothing to render: it is over at " + std::to_string(renderer.end()) +
-            " s; give the scene a \"duration\", or a number of seconds");
+            settings.from > 0.0 ? "nothing to render: the start is not before the end"
+                                : "nothing to render: no sound plays, and no length is given",
+            Cause::Empty);
     }
-    begin(
-        static_cast<std::uint64_t>(std::llround(end * rate) - std::llround(settings.from * rate)));
+    result.cancelled = settings.progress && !settings.progress(0.0);
+    const auto length =
+        static_cast<std::uint64_t>(std::llround(end * rate) - std::llround(settings.from * rate));
+    if (std::string text = result.cancelled ? "" : begin(length); !text.empty()) {
+        return fail(std::move(text), Cause::TooLong);
+    }
     std::uint64_t frames = 0;
-    for (;;) {
+    while (!result.cancelled) {
         const bool skipping = renderer.seconds() < settings.from;
         const auto samples = renderer.next(skipping ? settings.from : end);
         if (samples.empty() && !skipping) {
@@ -61,9 +74,6 @@ renderWith(const ShowFile& file, const RenderSettings& settings, auto&& begin, a
         }
         if (settings.progress && !settings.progress(renderer.seconds() / end)) {
             result.cancelled = true;
-        }
-        if (result.cancelled) {
-            break;
         }
     }
     result.seconds = static_cast<double>(frames) / rate;
@@ -79,15 +89,18 @@ renderToFile(const ShowFile& file, const std::string& path, const RenderSettings
         RenderResult result = renderWith(
             file, settings,
             [&](std::uint64_t frames) {
-                if (frames > WavWriter::mostFrames(settings.format)) {
-                    throw OutputError(
-                        path + ": so much does not fit into a WAV file of 4 GiB; render less, or "
-                               "at a lower rate");
+                if (frames > WavWriter::maxFrames(settings.format)) {
+                    return path + ": " + std::to_string(frames / settings.rate) +
+                           " s do not fit into a WAV file, which holds 4 GiB";
                 }
                 writer.emplace(path, settings.rate, settings.format, frames);
+                return std::string();
             },
             [&](std::span<const float> samples) {
                 writer->write(samples);
+                if (settings.samples) {
+                    settings.samples(samples);
+                }
                 return true;
             });
         if (result.isGood()) {
@@ -98,6 +111,7 @@ renderToFile(const ShowFile& file, const std::string& path, const RenderSettings
     } catch (const OutputError& fault) {
         RenderResult result;
         result.error = fault.what();
+        result.cause = RenderResult::Cause::Other;
         return result;
     }
 }
@@ -106,7 +120,7 @@ RenderResult render(
     const ShowFile& file, const std::function<bool(std::span<const float> samples)>& take,
     const RenderSettings& settings) {
     return renderWith(
-        file, settings, [](std::uint64_t /*frames*/) {}, take);
+        file, settings, [](std::uint64_t /*frames*/) { return std::string(); }, take);
 }
 
 } // namespace Show

@@ -18,14 +18,27 @@ struct RenderSettings {
     double from = 0.0;     ///< start in seconds of the file; the part before is discarded
     double seconds = 0.0;  ///< length to render; 0: until the end
     SampleFormat format = SampleFormat::s16; ///< of renderToFile()
-    /// Called after each block, of at most 0.1 s, with the progress from 0 to 1. Returning false
-    /// cancels.
+    /// Called with 0 before the file is created, and then after each block, of at most 0.1 s, with
+    /// the progress from 0 to 1. Returning false cancels.
     std::function<bool(double done)> progress;
+    /// Receives the samples that renderToFile() writes, as the function of render() does, such as
+    /// for a LevelMeter. May be empty.
+    std::function<void(std::span<const float> samples)> samples;
 };
 
 /// The result of a render.
 struct RenderResult {
-    std::string error;         ///< empty on success
+    /// The cause of an error, for programs that say more about it.
+    enum class Cause {
+        None,
+        Empty,   ///< nothing plays, or the start is not before the end
+        TooLong, ///< for a WAV file
+        Other
+    };
+
+    std::string error; ///< empty on success
+    Cause cause = Cause::None;
+    double end = 0.0;          ///< end of the file in seconds; 0 if it could not be played
     bool cancelled = false;    ///< by the progress function or the one that takes the samples
     double seconds = 0.0;      ///< rendered length
     std::uint64_t clipped = 0; ///< samples that renderToFile() has clipped

@@ -4,27 +4,81 @@
 #include <Show/check/SceneWarnings.h>
 #include <Show/player/ScenePlayable.h>
 #include <Show/plot/ScenePlot.h>
+#include <Show/scene/PartNames.h>
 
+#include <Corvid/URL.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <system_error>
 #include <utility>
+#include <variant>
 
 namespace Show {
 
+namespace {
+
+bool isMissing(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::status(path, error).type() == std::filesystem::file_type::not_found;
+}
+
+/// The path of a file URL; empty for any other URL.
+std::string fileOf(const std::string& url) {
+    try {
+        return url.starts_with("file:") ? Corvid::URL(url).fetch()->name() : "";
+    } catch (const Corvid::URLImpl::Exception&) {
+        return {}; // cannot be read
+    }
+}
+
+} // namespace
+
+static_assert(ShowFile::kMaxSeconds == Show::kMaxSeconds);
+
+ShowFile::ShowFile(std::shared_ptr<const Playable> playable, std::vector<Problem> problems)
+    : playable_(std::move(playable)),
+      names_(
+          playable_ == nullptr ? std::make_shared<const PartNames>()
+                               : std::make_shared<const PartNames>(playable_->sources())),
+      problems_(std::make_shared<const std::vector<Problem>>(std::move(problems))) {}
+
+ShowFile::ShowFile() : ShowFile(nullptr, {}) {}
+
 ShowFile ShowFile::load(const std::string& path, bool fetch) {
-    ShowFile file;
     std::vector<Problem> problems;
-    file.playable_ = loadPlayable(path, fetch, problems);
-    file.problems_ = std::make_shared<const std::vector<Problem>>(std::move(problems));
-    return file;
+    auto playable = loadPlayable(path, fetch, problems);
+    return {std::move(playable), std::move(problems)};
 }
 
 ShowFile ShowFile::readScene(std::istream& in, const std::string& name) {
-    ShowFile file;
     std::vector<Problem> problems;
-    if (auto scene = loadScene(in, name, problems)) {
-        file.playable_ = std::make_shared<const ScenePlayable>(std::move(scene));
+    auto scene = loadScene(in, name, problems);
+    return {
+        scene == nullptr ? nullptr : std::make_shared<const ScenePlayable>(std::move(scene)),
+        std::move(problems)};
+}
+
+std::string ShowFile::missingFile(const std::string& path) {
+    if (isMissing(path)) {
+        return path;
     }
-    file.problems_ = std::make_shared<const std::vector<Problem>>(std::move(problems));
-    return file;
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    std::vector<Problem> problems;
+    const auto scene = parseScene(text.str(), path, problems);
+    std::string missing;
+    if (scene) {
+        visitSounds(*scene, [&missing](const Sound& sound) {
+            const auto* found = std::get_if<SoundFile>(&sound);
+            if (missing.empty() && found != nullptr && isMissing(found->path)) {
+                missing = found->path;
+            }
+        });
+    }
+    return missing;
 }
 
 bool ShowFile::isGood() const noexcept {
@@ -39,6 +93,10 @@ bool ShowFile::isComplete() const noexcept {
     return isGood() && !playable_->incomplete();
 }
 
+std::size_t ShowFile::unfetched() const noexcept {
+    return isGood() ? playable_->unfetched() : 0;
+}
+
 const std::vector<Problem>& ShowFile::problems() const noexcept {
     return *problems_;
 }
@@ -51,6 +109,25 @@ std::size_t ShowFile::emitters() const noexcept {
     return isGood() ? playable_->emitters() : 0;
 }
 
+std::vector<std::string> ShowFile::soundFiles() const {
+    std::vector<std::string> paths;
+    if (isGood()) {
+        visitSounds(playable_->sources(), [&paths](const Sound& sound) {
+            const auto* file = std::get_if<SoundFile>(&sound);
+            const auto* url = std::get_if<SoundUrl>(&sound);
+            std::string path = file != nullptr ? file->path : url ? fileOf(url->text) : "";
+            if (!path.empty()) {
+                paths.push_back(std::move(path));
+            }
+        });
+    }
+    return paths;
+}
+
+std::string ShowFile::nameOf(const Orvel::Diagnostic::Part& part) const {
+    return (*names_)(part);
+}
+
 ShowFile::Check ShowFile::check() const {
     Check check;
     if (isGood() && !isCapture()) {
@@ -59,8 +136,8 @@ ShowFile::Check ShowFile::check() const {
     return check;
 }
 
-std::string ShowFile::picture() const {
-    return isGood() && !isCapture() ? drawScene(*playable_->scene(), nullptr) : std::string();
+std::string ShowFile::picture(const LevelMeter* levels) const {
+    return isGood() && !isCapture() ? drawScene(*playable_->scene(), levels) : std::string();
 }
 
 } // namespace Show

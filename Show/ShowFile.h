@@ -2,6 +2,8 @@
 
 #include <Show/Problem.h>
 
+#include <Orvel/Diagnostic.h>
+
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
@@ -12,6 +14,8 @@
 
 namespace Show {
 
+class LevelMeter;
+class PartNames;
 class Playable;
 
 /// A scene file (docs/scene-files.md) with its sounds, or a capture of a sound server
@@ -21,6 +25,14 @@ class Playable;
 /// Immutable, and cheap to copy: copies share the loaded data, and playbacks keep it alive.
 class ORVEL_SHOW_EXPORT ShowFile {
 public:
+    /// Limit of all times in a file, in seconds: a day.
+    static constexpr double kMaxSeconds = 86400.0;
+    /// The recommended window of the levels for picture(), in seconds.
+    static constexpr double kPictureWindow = 0.05;
+
+    /// No file: it is not good and has no problems.
+    ShowFile();
+
     /// Loads a scene or a capture, depending on the file, and decodes its sounds; URLs are left to
     /// the back ends. `fetch`: whether to fetch sounds that a capture names by URL; set it only for
     /// captures that the user trusts. Check isGood() afterwards.
@@ -28,6 +40,10 @@ public:
     /// Reads a scene from a stream. `name` stands in problems; relative sound files are looked for
     /// in its folder, or in the current one if it has none.
     [[nodiscard]] static ShowFile readScene(std::istream& in, const std::string& name);
+    /// The path if that file does not exist, or else the first sound file named in the scene that
+    /// does not; empty if all do. For programs that wait for a disk or a share. Other mistakes are
+    /// left to load().
+    [[nodiscard]] static std::string missingFile(const std::string& path);
 
     /// Whether it can be played. A scene with any mistake cannot.
     [[nodiscard]] bool isGood() const noexcept;
@@ -35,6 +51,8 @@ public:
     [[nodiscard]] bool isCapture() const noexcept;
     /// Whether it can be played with all of its sounds; always true for a good scene.
     [[nodiscard]] bool isComplete() const noexcept;
+    /// Number of sounds by URL that load() left out of a capture, because of its `fetch`.
+    [[nodiscard]] std::size_t unfetched() const noexcept;
     /// The mistakes in a scene, by line, or the parts of a capture that cannot be played; at most
     /// about 100.
     [[nodiscard]] const std::vector<Problem>& problems() const noexcept;
@@ -43,6 +61,12 @@ public:
     /// largest possible numbers. 0 if it is not good.
     [[nodiscard]] std::size_t sources() const noexcept;
     [[nodiscard]] std::size_t emitters() const noexcept;
+    /// The paths of its sound files, including those named by file URLs.
+    [[nodiscard]] std::vector<std::string> soundFiles() const;
+    /// The name of a part for messages about diagnostics: for a source the place in the file that
+    /// defines its sound, such as "scene.json:4: sources[0].file"; otherwise, for example,
+    /// "scene.json: emitter 7". Empty for no part.
+    [[nodiscard]] std::string nameOf(const Orvel::Diagnostic::Part& part) const;
 
     /// The result of check().
     struct Check {
@@ -53,8 +77,8 @@ public:
     /// never heard. Plays the scene through without sound. Empty if this is not a good scene.
     [[nodiscard]] Check check() const;
     /// The scene from above as an SVG document, with the emitters' hulls and paths. Empty if this
-    /// is not a good scene.
-    [[nodiscard]] std::string picture() const;
+    /// is not a good scene. `levels`: draws the levels of a render below; null: none.
+    [[nodiscard]] std::string picture(const LevelMeter* levels = nullptr) const;
 
     /// For the other classes of this library; null if the file is not good.
     [[nodiscard]] const std::shared_ptr<const Playable>& playable() const noexcept {
@@ -62,9 +86,10 @@ public:
     }
 
 private:
-    ShowFile() = default;
+    ShowFile(std::shared_ptr<const Playable> playable, std::vector<Problem> problems);
 
-    std::shared_ptr<const Playable> playable_;
+    std::shared_ptr<const Playable> playable_; // null if it is not good
+    std::shared_ptr<const PartNames> names_;
     std::shared_ptr<const std::vector<Problem>> problems_;
 };
 

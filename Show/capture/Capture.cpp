@@ -73,9 +73,10 @@ Capture::load(const std::string& path, bool fetch, std::vector<Problem>& problem
             if (const auto [count, first] = fetch ? Urls() : takeUrls(capture->bank_.scene);
                 count > 0) {
                 capture->incomplete_ = true;
+                capture->unfetched_ = count;
                 add("names " + std::to_string(count) +
                     (count == 1 ? " sound by URL (" : " sounds by URL (the first is ") + first +
-                    "). They are only fetched with --fetch; their sources stay silent");
+                    "), which are not fetched; their sources stay silent");
                 ++before;
             }
             capture->bank_.sounds.load(capture->bank_.scene, problems);
@@ -91,10 +92,6 @@ Capture::load(const std::string& path, bool fetch, std::vector<Problem>& problem
             "running, or the file was cut; it plays up to its end");
     }
     return capture;
-}
-
-std::unique_ptr<Stage> Capture::makeStage() const {
-    return std::make_unique<Stage>();
 }
 
 std::unique_ptr<Player> Capture::makePlayer(Orvel::World& world) const {

@@ -18,11 +18,11 @@ public:
     [[nodiscard]] static std::unique_ptr<const Capture>
     load(const std::string& path, bool fetch, std::vector<Problem>& problems);
 
-    [[nodiscard]] std::unique_ptr<Stage> makeStage() const override;
     [[nodiscard]] std::unique_ptr<Player> makePlayer(Orvel::World& world) const override;
     [[nodiscard]] std::size_t emitters() const override;
     [[nodiscard]] const Scene& sources() const override { return bank_.scene; }
     [[nodiscard]] bool incomplete() const override { return incomplete_; }
+    [[nodiscard]] std::size_t unfetched() const override { return unfetched_; }
 
 private:
     explicit Capture(std::string path) : path_(std::move(path)) {}
@@ -30,6 +30,7 @@ private:
     std::string path_;
     LoadedScene bank_;
     bool incomplete_ = false;
+    std::size_t unfetched_ = 0;
 };
 
 /// Loads a scene or a capture, depending on the file. Returns null, with problems, if it cannot be

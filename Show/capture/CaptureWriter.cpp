@@ -1,7 +1,6 @@
 #include <Show/capture/CaptureWriter.h>
 
 #include <Show/capture/CaptureFormat.h>
-#include <Show/detail/OutputFile.h>
 
 #include <Orvel/CommandEvent.h>
 
@@ -57,9 +56,11 @@ CaptureWriter::CaptureWriter(
     if (!fits || !diskHasRoom()) {
         close(descriptor_);
         unlink(path_.c_str());
-        throw OutputError(
-            "cannot record to " + path + ": " +
-            (fits ? "the disk is almost full" : "--max-size is too small for the scene"));
+        const std::string start = "cannot record to " + path + ": ";
+        if (!fits) {
+            throw SizeLimit(start + "the size limit is too small for the scene");
+        }
+        throw OutputError(start + "the disk is almost full");
     }
     flush();
 }
@@ -84,7 +85,8 @@ void CaptureWriter::record(std::uint64_t what, const void* data, std::size_t siz
     }
     constexpr std::uint64_t kMaxHeadBytes = 3 * kMaxVarintBytes + kSumBytes;
     if (written_ + waiting_.size() + kMaxHeadBytes + size + kEndMarkBytes > maxBytes_) {
-        endWithMark("--max-size is reached");
+        full_ = true;
+        endWithMark("the size limit is reached");
         return;
     }
     const std::uint64_t time = now();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/detail/OutputFile.h>
 #include <Show/detail/Report.h>
 
 #include <Orvel/Server.h>
@@ -18,13 +19,18 @@ namespace Show {
 /// thread at a time.
 class CaptureWriter : public Orvel::Server::Observer {
 public:
+    /// The limit does not allow a file at all.
+    struct SizeLimit : OutputError {
+        using OutputError::OutputError;
+    };
+
     /// Free space left on the disk: this many bytes, or a twentieth of a small disk.
     static constexpr std::uint64_t kMinFreeBytes = std::uint64_t{256} << 20U;
 
     /// Creates the file, of at most `maxBytes`; `scenePath` and `sceneText` are the path and text
     /// of the server's scene file, empty without one. Throws OutputError, also if the file exists,
-    /// because a recorded session cannot be repeated, or if there is no room for it. `report`
-    /// receives the reason if the recording stops early.
+    /// because a recorded session cannot be repeated, or if there is no room for it; SizeLimit if
+    /// `maxBytes` is too small. `report` receives the reason if the recording stops early.
     CaptureWriter(
         const std::string& path, const std::string& scenePath, const std::string& sceneText,
         std::uint64_t maxBytes, Report report);
@@ -43,6 +49,8 @@ public:
 
     /// Whether the recording has stopped, which has been reported.
     [[nodiscard]] bool ended() const noexcept { return ended_; }
+    /// Whether it has stopped because of its limit. Valid already while that is reported.
+    [[nodiscard]] bool full() const noexcept { return full_; }
     [[nodiscard]] std::uint64_t events() const noexcept { return events_; }
     /// From the start until now, or until the recording stopped.
     [[nodiscard]] double seconds() const;
@@ -75,6 +83,7 @@ private:
     std::uint64_t written_ = 0;   // bytes
     std::uint64_t unchecked_ = 0; // bytes written since the last check of the disk
     bool ended_ = false;
+    bool full_ = false;
 };
 
 } // namespace Show

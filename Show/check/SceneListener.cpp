@@ -97,7 +97,7 @@ void SceneListener::createEmitter(Orvel::Emitter& emitter) {
     }
     present_[emitter.id()] = {emitters_.size(), std::nullopt};
     emitters_.push_back({.spec = spec});
-    mostEmitters_ = std::max(mostEmitters_, present_.size());
+    maxEmitters_ = std::max(maxEmitters_, present_.size());
 }
 
 void SceneListener::destroyEmitter(Orvel::Emitter& emitter) {

@@ -52,7 +52,7 @@ public:
     /// The descriptions of sources that no emitter was ever connected to.
     [[nodiscard]] std::vector<const SourceSpec*> unusedSources() const;
     /// The largest number of emitters at one time.
-    [[nodiscard]] std::size_t mostEmitters() const { return mostEmitters_; }
+    [[nodiscard]] std::size_t maxEmitters() const { return maxEmitters_; }
 
     void setEnabled() override { everything_ = true; }
     void setListenerTransform() override { everything_ = true; }
@@ -92,7 +92,7 @@ private:
     std::set<const SourceSpec*> unused_;
     std::set<int> changed_; // emitters
     bool everything_ = false;
-    std::size_t mostEmitters_ = 0;
+    std::size_t maxEmitters_ = 0;
 };
 
 } // namespace Show

@@ -254,7 +254,7 @@ std::vector<Problem> findWarnings(const LoadedScene& loaded, double& end) {
                 source->where, "", "no emitter plays this source", "sources have no emitter");
         }
     }
-    if (const std::size_t most = listener->mostEmitters(); most > kUsualEmitters) {
+    if (const std::size_t most = listener->maxEmitters(); most > kUsualEmitters) {
         warnings.add(
             std::to_string(most) + " emitters exist at once, and OpenAL holds " +
             std::to_string(kUsualEmitters) + " unless it is configured for more: " +

@@ -232,7 +232,7 @@ std::string OscScene::dispatch(
     std::string expected;
     for (const Entry<Part>& entry : paths) {
         if (entry.name == name && entry.numbers == numbers.size()) {
-            const Fault fault = (this->*entry.take)(part, numbers);
+            const Expected fault = (this->*entry.take)(part, numbers);
             return fault == nullptr ? "" : fault;
         }
         if (entry.name == name) {
@@ -344,7 +344,7 @@ struct OscScene::EventSteps {
 };
 
 template <OscScene::State state, class Part>
-OscScene::Fault OscScene::setState(Part& part, Numbers n) {
+OscScene::Expected OscScene::setState(Part& part, Numbers n) {
     if (!letGo(n) && state == State::PLAY) {
         restart(part, EventSteps{*this});
     } else if (!letGo(n)) {
@@ -357,13 +357,13 @@ Orvel::Vec3f OscScene::fromAdm(float x, float y, float z) const {
     return {x * scale_, z * scale_, -y * scale_};
 }
 
-OscScene::Fault OscScene::admXyz(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::admXyz(Orvel::Emitter& emitter, Numbers n) {
     move(emitter, fromAdm(n[0], n[1], n[2]));
     return nullptr;
 }
 
 template <std::size_t axis>
-OscScene::Fault OscScene::admAxis(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::admAxis(Orvel::Emitter& emitter, Numbers n) {
     Orvel::Vec3f place = emitter.position();
     if (axis == 0) {
         place.x = n[0] * scale_;
@@ -388,7 +388,7 @@ void OscScene::setPolar(Orvel::Emitter& emitter, Polar polar) {
     move(emitter, polar.place);
 }
 
-OscScene::Fault OscScene::admAed(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::admAed(Orvel::Emitter& emitter, Numbers n) {
     if (n[2] < 0.0F) {
         return "expected a distance of at least 0";
     }
@@ -397,7 +397,7 @@ OscScene::Fault OscScene::admAed(Orvel::Emitter& emitter, Numbers n) {
 }
 
 template <float OscScene::Polar::*member>
-OscScene::Fault OscScene::admPolar(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::admPolar(Orvel::Emitter& emitter, Numbers n) {
     if (member == &Polar::distance && n[0] < 0.0F) {
         return "expected a distance of at least 0";
     }
@@ -431,7 +431,7 @@ bool OscScene::muted(const Orvel::Emitter& emitter) const {
     return emitter.gain() == 0.0F && gains_.contains(emitter.id());
 }
 
-OscScene::Fault OscScene::gain(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::gain(Orvel::Emitter& emitter, Numbers n) {
     if (n[0] < 0.0F) {
         return "expected a gain of at least 0";
     }
@@ -443,7 +443,7 @@ OscScene::Fault OscScene::gain(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::admMute(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::admMute(Orvel::Emitter& emitter, Numbers n) {
     if (muted(emitter) == (n[0] != 0.0F)) {
         return nullptr;
     }
@@ -457,17 +457,17 @@ OscScene::Fault OscScene::admMute(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::admListenerXyz(Orvel::World& world, Numbers n) {
+OscScene::Expected OscScene::admListenerXyz(Orvel::World& world, Numbers n) {
     moveListener(world, fromAdm(n[0], n[1], n[2]), world.listenerRotation(), EventSteps{*this});
     return nullptr;
 }
 
-OscScene::Fault OscScene::position(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::position(Orvel::Emitter& emitter, Numbers n) {
     move(emitter, {n[0], n[1], n[2]});
     return nullptr;
 }
 
-OscScene::Fault OscScene::orientation(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::orientation(Orvel::Emitter& emitter, Numbers n) {
     Orvel::Quaternion rotation;
     if (!toRotation(n, rotation)) {
         return kNoRotation;
@@ -476,7 +476,7 @@ OscScene::Fault OscScene::orientation(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::value(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::value(Orvel::Emitter& emitter, Numbers n) {
     Orvel::EmitterParamEvent event;
     event.address(Orvel::CmdSetEmitterParam, emitter.id());
     event.setParam(emitter.paramFlag(), n[0], emitter.gain());
@@ -484,7 +484,7 @@ OscScene::Fault OscScene::value(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::hull(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::hull(Orvel::Emitter& emitter, Numbers n) {
     if (std::any_of(n.begin(), n.end(), [](float extent) { return extent < 0.0F; })) {
         return "expected extents of at least 0";
     }
@@ -495,7 +495,7 @@ OscScene::Fault OscScene::hull(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::source(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::source(Orvel::Emitter& emitter, Numbers n) {
     const auto id = n[0] >= 0.0F && n[0] <= static_cast<float>(kMaxId) ? static_cast<int>(n[0]) : 0;
     Orvel::Source* source = world_.getSource(id);
     if (static_cast<float>(id) != n[0] || (id != 0 && source == nullptr)) {
@@ -505,7 +505,7 @@ OscScene::Fault OscScene::source(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::destroy(Orvel::Emitter& emitter, Numbers n) {
+OscScene::Expected OscScene::destroy(Orvel::Emitter& emitter, Numbers n) {
     if (!letGo(n)) {
         polar_.erase(emitter.id());
         gains_.erase(emitter.id());
@@ -514,7 +514,7 @@ OscScene::Fault OscScene::destroy(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::pitch(Orvel::Source& source, Numbers n) {
+OscScene::Expected OscScene::pitch(Orvel::Source& source, Numbers n) {
     if (n[0] <= 0.0F) {
         return "expected a pitch above 0";
     }
@@ -526,7 +526,7 @@ OscScene::Fault OscScene::pitch(Orvel::Source& source, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::loop(Orvel::Source& source, Numbers n) {
+OscScene::Expected OscScene::loop(Orvel::Source& source, Numbers n) {
     Orvel::SourceParamEvent event;
     event.address(Orvel::CmdSetSourceParam, source.id());
     event.pitch = source.pitch();
@@ -535,12 +535,12 @@ OscScene::Fault OscScene::loop(Orvel::Source& source, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::listenerPosition(Orvel::World& world, Numbers n) {
+OscScene::Expected OscScene::listenerPosition(Orvel::World& world, Numbers n) {
     moveListener(world, {n[0], n[1], n[2]}, world.listenerRotation(), EventSteps{*this});
     return nullptr;
 }
 
-OscScene::Fault OscScene::listenerOrientation(Orvel::World& world, Numbers n) {
+OscScene::Expected OscScene::listenerOrientation(Orvel::World& world, Numbers n) {
     Orvel::Quaternion rotation;
     if (!toRotation(n, rotation)) {
         return kNoRotation;
@@ -549,7 +549,7 @@ OscScene::Fault OscScene::listenerOrientation(Orvel::World& world, Numbers n) {
     return nullptr;
 }
 
-OscScene::Fault OscScene::enabled(Orvel::World& world, Numbers n) {
+OscScene::Expected OscScene::enabled(Orvel::World& world, Numbers n) {
     EventSteps{*this}.setEnabled(world, n[0] != 0.0F);
     return nullptr;
 }

@@ -37,12 +37,12 @@ private:
     };
     using State = Orvel::WorldPart::State;
     /// Null, or the expected form of the message.
-    using Fault = const char*;
+    using Expected = const char*;
     template <class Part>
     struct Entry {
         std::string_view name;
         std::size_t numbers; ///< required count
-        Fault (OscScene::*take)(Part& part, Numbers numbers);
+        Expected (OscScene::*take)(Part& part, Numbers numbers);
     };
     static const std::vector<Entry<Orvel::Emitter>> _admPaths;
     static const std::vector<Entry<Orvel::Emitter>> _emitterPaths;
@@ -68,29 +68,29 @@ private:
         const Message& message);
 
     // Paths of ADM-OSC.
-    Fault admXyz(Orvel::Emitter& emitter, Numbers n);
+    Expected admXyz(Orvel::Emitter& emitter, Numbers n);
     template <std::size_t axis>
-    Fault admAxis(Orvel::Emitter& emitter, Numbers n);
-    Fault admAed(Orvel::Emitter& emitter, Numbers n);
+    Expected admAxis(Orvel::Emitter& emitter, Numbers n);
+    Expected admAed(Orvel::Emitter& emitter, Numbers n);
     template <float Polar::*member>
-    Fault admPolar(Orvel::Emitter& emitter, Numbers n);
-    Fault admMute(Orvel::Emitter& emitter, Numbers n);
-    Fault admListenerXyz(Orvel::World& world, Numbers n);
+    Expected admPolar(Orvel::Emitter& emitter, Numbers n);
+    Expected admMute(Orvel::Emitter& emitter, Numbers n);
+    Expected admListenerXyz(Orvel::World& world, Numbers n);
     // Orvel's own paths.
-    Fault position(Orvel::Emitter& emitter, Numbers n);
-    Fault orientation(Orvel::Emitter& emitter, Numbers n);
-    Fault gain(Orvel::Emitter& emitter, Numbers n);
-    Fault value(Orvel::Emitter& emitter, Numbers n);
-    Fault hull(Orvel::Emitter& emitter, Numbers n);
-    Fault source(Orvel::Emitter& emitter, Numbers n);
-    Fault destroy(Orvel::Emitter& emitter, Numbers n);
+    Expected position(Orvel::Emitter& emitter, Numbers n);
+    Expected orientation(Orvel::Emitter& emitter, Numbers n);
+    Expected gain(Orvel::Emitter& emitter, Numbers n);
+    Expected value(Orvel::Emitter& emitter, Numbers n);
+    Expected hull(Orvel::Emitter& emitter, Numbers n);
+    Expected source(Orvel::Emitter& emitter, Numbers n);
+    Expected destroy(Orvel::Emitter& emitter, Numbers n);
     template <State state, class Part>
-    Fault setState(Part& part, Numbers n);
-    Fault pitch(Orvel::Source& source, Numbers n);
-    Fault loop(Orvel::Source& source, Numbers n);
-    Fault listenerPosition(Orvel::World& world, Numbers n);
-    Fault listenerOrientation(Orvel::World& world, Numbers n);
-    Fault enabled(Orvel::World& world, Numbers n);
+    Expected setState(Part& part, Numbers n);
+    Expected pitch(Orvel::Source& source, Numbers n);
+    Expected loop(Orvel::Source& source, Numbers n);
+    Expected listenerPosition(Orvel::World& world, Numbers n);
+    Expected listenerOrientation(Orvel::World& world, Numbers n);
+    Expected enabled(Orvel::World& world, Numbers n);
 
     struct EventSteps;
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <Show/player/Player.h>
-#include <Show/player/Stage.h>
 #include <Show/scene/LoadedScene.h>
 
 #include <cstddef>
@@ -18,8 +17,6 @@ public:
     Playable& operator=(const Playable&) = delete;
     virtual ~Playable() = default;
 
-    /// Creates the world to play it in.
-    [[nodiscard]] virtual std::unique_ptr<Stage> makeStage() const = 0;
     /// Creates its player for a world, which must outlive the player. Throws std::runtime_error if
     /// the file has gone since it was loaded.
     [[nodiscard]] virtual std::unique_ptr<Player> makePlayer(Orvel::World& world) const = 0;
@@ -31,6 +28,8 @@ public:
     [[nodiscard]] virtual const LoadedScene* scene() const { return nullptr; }
     /// Whether part of it was unavailable, which has been reported.
     [[nodiscard]] virtual bool incomplete() const { return false; }
+    /// Number of its sounds by URL that were left out because nothing may be fetched.
+    [[nodiscard]] virtual std::size_t unfetched() const { return 0; }
 };
 
 } // namespace Show

@@ -15,9 +15,6 @@ public:
     explicit ScenePlayable(std::unique_ptr<const LoadedScene> loaded)
         : loaded_(std::move(loaded)) {}
 
-    [[nodiscard]] std::unique_ptr<Stage> makeStage() const override {
-        return std::make_unique<Stage>();
-    }
     [[nodiscard]] std::unique_ptr<Player> makePlayer(Orvel::World& world) const override {
         return std::make_unique<ScenePlayer>(loaded_->scene, loaded_->sounds, world);
     }

@@ -72,7 +72,19 @@ ScenePlayer::ScenePlayer(
       give_([this, give = std::move(give)](Orvel::Source& source, const Sound& sound) {
           given_[source.id()] = sound;
           give(source, sound);
-      }) {}
+      }) {
+    const auto add = [this](int id, const Sound& sound) {
+        if (std::holds_alternative<SoundUrl>(sound)) {
+            fetched_.push_back(id);
+        }
+    };
+    for (const SourceSpec& source : scene.sources) {
+        add(source.id, source.sound);
+    }
+    for (const Change& change : scene.timeline) {
+        add(change.id, change.newSource ? change.newSource->sound : change.sound);
+    }
+}
 
 void ScenePlayer::clear() {
     while (!world_.emitters().empty()) {
@@ -174,7 +186,19 @@ bool ScenePlayer::moving() const {
 }
 
 double ScenePlayer::end() const {
-    return scene_.duration ? *scene_.duration : playingEnd(scene_, sounds_, world_);
+    if (scene_.duration) {
+        return *scene_.duration;
+    }
+    std::vector<float> lengths;
+    for (const int id : fetched_) {
+        const Orvel::Source* source = world_.getSource(id);
+        lengths.push_back(source == nullptr ? 0.0F : source->duration());
+    }
+    if (end_ < 0.0 || lengths != lengths_) {
+        end_ = playingEnd(scene_, sounds_, world_);
+        lengths_ = std::move(lengths);
+    }
+    return end_;
 }
 
 void ScenePlayer::createEmitter(const EmitterSpec& spec) {

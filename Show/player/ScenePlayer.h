@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <map>
 #include <optional>
+#include <vector>
 
 namespace Show {
 
@@ -40,7 +41,8 @@ public:
 
     /// The end of the scene in seconds: its duration, or else the time when the timeline is over
     /// and every sound that plays then has ended, a looped one after playing once. Call it after
-    /// start(): the lengths of URLs are known then, if a back end has fetched them.
+    /// start(): the lengths of URLs are known then, if a back end has fetched them. Cheap until
+    /// another length becomes known.
     [[nodiscard]] double end() const override;
 
     [[nodiscard]] std::map<int, Ramp<float>> pitchRamps() const override { return pitches_; }
@@ -83,6 +85,9 @@ private:
     PlaceRamps listener_;
     std::map<int, EmitterRamps> emitters_; // by id; those without any ramp are removed
     std::map<int, Ramp<float>> pitches_;   // by id of the source
+    std::vector<int> fetched_;             // sources that have a sound by URL at some time
+    mutable std::vector<float> lengths_;   // of fetched_, when end_ was computed
+    mutable double end_ = -1.0;            // negative: unknown
 };
 
 } // namespace Show

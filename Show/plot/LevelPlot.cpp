@@ -9,6 +9,7 @@ namespace {
 
 constexpr double kFloor = -60.0; // in dB; lower levels are on the axis
 constexpr double kGap = 14.0;
+constexpr std::size_t kMaxPoints = 500; // more windows are merged
 
 /// A line, and the area between it and the axis, closed at (left, bottom).
 std::string curve(const std::string& line, double left, double bottom, const std::string& colour) {
@@ -20,9 +21,10 @@ std::string curve(const std::string& line, double left, double bottom, const std
 } // namespace
 
 std::string drawLevels(const LevelMeter& meter, const Box& frame) {
-    const auto windows = meter.windows();
-    const double seconds =
-        std::max(meter.windowSeconds() * static_cast<double>(windows.size()), 1e-3);
+    const std::size_t each = meter.windows().size() / kMaxPoints + 1;
+    const auto windows = meter.windows(each);
+    const double windowSeconds = meter.windowSeconds() * static_cast<double>(each);
+    const double seconds = std::max(windowSeconds * static_cast<double>(windows.size()), 1e-3);
     const double perSecond = frame.width / seconds;
     const double height = (frame.height - kGap) / 2.0;
     const std::array<const char*, LevelMeter::kChannels> names{"left", "right"};
@@ -48,14 +50,14 @@ std::string drawLevels(const LevelMeter& meter, const Box& frame) {
         }
         std::string line;
         for (std::size_t i = 0; i < windows.size(); ++i) {
-            const double middle = (static_cast<double>(i) + 0.5) * meter.windowSeconds();
+            const double middle = (static_cast<double>(i) + 0.5) * windowSeconds;
             line.append(i == 0 ? "M" : "L")
                 .append(svgNumber(frame.x + middle * perSecond))
                 .append(" ")
                 .append(svgNumber(yOf(windows[i][channel].rms)));
         }
         if (!line.empty()) {
-            const double half = 0.5 * meter.windowSeconds() * perSecond;
+            const double half = 0.5 * windowSeconds * perSecond;
             out += curve(line, frame.x + half, top + height, colours[channel]);
         }
         out += svgTextAt(

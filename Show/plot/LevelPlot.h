@@ -1,7 +1,7 @@
 #pragma once
 
+#include <Show/LevelMeter.h>
 #include <Show/plot/Svg.h>
-#include <Show/render/LevelMeter.h>
 
 #include <string>
 

@@ -5,8 +5,6 @@
 #include <Show/plot/MapPlot.h>
 #include <Show/plot/Svg.h>
 
-#include <algorithm>
-
 namespace Show {
 
 namespace {
@@ -25,10 +23,6 @@ std::string heading(const std::string& path, const ScenePaths& paths) {
 }
 
 } // namespace
-
-double plotWindow(double seconds) {
-    return std::max(0.05, seconds / 500.0);
-}
 
 std::string drawScene(const LoadedScene& loaded, const LevelMeter* levels) {
     const ScenePaths paths = followScene(loaded);

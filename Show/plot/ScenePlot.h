@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Show/render/LevelMeter.h>
+#include <Show/LevelMeter.h>
 #include <Show/scene/LoadedScene.h>
 
 #include <string>
@@ -11,8 +11,5 @@ namespace Show {
 /// places of the emitters, their hulls, and their paths with marks of time. If `levels` is given,
 /// the levels of the two channels are below.
 std::string drawScene(const LoadedScene& loaded, const LevelMeter* levels);
-
-/// The measuring window, in seconds, for plotting the levels of a render of that length.
-double plotWindow(double seconds);
 
 } // namespace Show

@@ -29,7 +29,7 @@ std::uint64_t LiveRecording::framesUntil(Clock::time_point time) const {
     const double seconds = std::max(0.0, Seconds(time - begin_).count());
     return std::min(
         static_cast<std::uint64_t>(std::llround(seconds * rate_)),
-        WavWriter::mostFrames(SampleFormat::s16));
+        WavWriter::maxFrames(SampleFormat::s16));
 }
 
 void LiveRecording::render(std::uint64_t frames) {
@@ -50,7 +50,7 @@ bool LiveRecording::advance(Clock::time_point now) {
         worstLag_ = std::max(worstLag_, static_cast<double>(due) / rate_);
         render(std::min(due, static_cast<std::uint64_t>(kMaxAtOnce * rate_)));
     }
-    return frames_ < WavWriter::mostFrames(SampleFormat::s16);
+    return frames_ < WavWriter::maxFrames(SampleFormat::s16);
 }
 
 LiveRecording::Clock::time_point LiveRecording::next() const {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Show/render/LevelMeter.h>
+#include <Show/LevelMeter.h>
 #include <Show/render/WavWriter.h>
 
 #include <Orvel/OALLoopbackBackend.h>

@@ -31,10 +31,9 @@ double nextMultiple(double time, double step) {
 } // namespace
 
 OfflineRenderer::OfflineRenderer(const Playable& what, unsigned rate)
-    : stage_(what.makeStage()),
-      backend_(dynamic_cast<Orvel::OALLoopbackBackend*>(
-          stage_->addBackend("loopback", parameters(what, rate).c_str()))),
-      player_(what.makePlayer(*stage_)), rate_(rate) {
+    : backend_(dynamic_cast<Orvel::OALLoopbackBackend*>(
+          world_.addBackend("loopback", parameters(what, rate).c_str()))),
+      player_(what.makePlayer(world_)), rate_(rate) {
     if (working()) {
         player_->start();
     }
@@ -53,7 +52,7 @@ std::span<const float> OfflineRenderer::next(double end) {
     while (working() && now_ < end) {
         if (late_) {
             player_->advance(now_);
-            stage_->update();
+            world_.update();
         }
         now_ = nextStop(end);
         late_ = true;

@@ -3,6 +3,7 @@
 #include <Show/player/Playable.h>
 
 #include <Orvel/OALLoopbackBackend.h>
+#include <Orvel/OwningWorld.h>
 
 #include <cstdint>
 #include <memory>
@@ -29,13 +30,12 @@ public:
 
     /// The rendered time in seconds.
     [[nodiscard]] double seconds() const noexcept { return now_; }
-    [[nodiscard]] Stage& stage() noexcept { return *stage_; }
 
 private:
     double nextStop(double end) const;
 
-    std::unique_ptr<Stage> stage_;
-    Orvel::OALLoopbackBackend* backend_; // the stage's
+    Orvel::OwningWorld<> world_;
+    Orvel::OALLoopbackBackend* backend_; // the world's
     std::unique_ptr<Player> player_;
     double rate_;
     double now_ = 0.0; // end of frames_ and, unless late_, time of the world

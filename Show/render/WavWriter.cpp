@@ -94,7 +94,7 @@ WavWriter::WavWriter(
 
 WavWriter::~WavWriter() = default;
 
-std::uint64_t WavWriter::mostFrames(SampleFormat format) {
+std::uint64_t WavWriter::maxFrames(SampleFormat format) {
     constexpr std::uint32_t kRoomForHeaders = 1024;
     return (std::numeric_limits<std::uint32_t>::max() - kRoomForHeaders) / bytesPerFrame(format);
 }

@@ -31,7 +31,7 @@ public:
     ~WavWriter();
 
     /// The largest number of frames in a WAV file of this format, whose sizes have 32 bits.
-    static std::uint64_t mostFrames(SampleFormat format);
+    static std::uint64_t maxFrames(SampleFormat format);
 
     /// Appends whole interleaved frames, left first. Throws OutputError.
     void write(std::span<const float> samples);

@@ -1,6 +1,6 @@
 #include <Show/scene/JsonTree.h>
 
-#include <Show/scene/JsonMistake.h>
+#include <Show/scene/JsonProblem.h>
 #include <Show/scene/SceneFile.h>
 
 #include <nlohmann/json.hpp>
@@ -117,15 +117,15 @@ public:
             overflow_ = Overflow{position, token.size(), {}};
             overflow_->problem = problem(
                 nextPath(),
-                mistakeAt(
+                problemAt(
                     text_, position - token.size(),
                     "expected a number within the range of a double, found " + printable(token)));
             return false;
         }
-        const std::optional<JsonMistake> mistake = findMistake(text_);
+        const std::optional<JsonProblem> mistake = findProblem(text_);
         problems_.push_back(problem(
             path(), mistake ? *mistake
-                            : mistakeAt(
+                            : problemAt(
                                   text_, std::min(progress_.consumed, text_.size()),
                                   std::string("expected JSON, found ") + error.what())));
         return false;
@@ -136,11 +136,11 @@ public:
     JsonValue& root() { return root_; }
 
 private:
-    [[nodiscard]] Problem problem(std::string field, const JsonMistake& mistake) const {
+    [[nodiscard]] Problem problem(std::string field, const JsonProblem& mistake) const {
         return {file_, mistake.line, std::move(field), mistake.text, mistake.column};
     }
-    [[nodiscard]] JsonMistake mistakeHere(std::string words) const {
-        return mistakeAt(text_, progress_.consumed - 1, std::move(words));
+    [[nodiscard]] JsonProblem mistakeHere(std::string words) const {
+        return problemAt(text_, progress_.consumed - 1, std::move(words));
     }
 
     bool addNumber(double number) {
@@ -289,7 +289,7 @@ std::optional<JsonValue>
 parseJson(std::string_view text, const std::string& file, std::vector<Problem>& problems) {
     // The parser takes a null character for the end; UTF-16 contains some.
     if (text.find('\0') != std::string_view::npos) {
-        if (const std::optional<JsonMistake> mistake = findMistake(text)) {
+        if (const std::optional<JsonProblem> mistake = findProblem(text)) {
             problems.push_back({file, mistake->line, "", mistake->text, mistake->column});
             return std::nullopt;
         }

@@ -122,4 +122,14 @@ struct Scene {
     std::vector<Change> timeline; ///< by `at`; entries with equal times are in the file's order
 };
 
+/// Calls `visit` with every sound of a scene, those of its timeline included.
+void visitSounds(const Scene& scene, auto&& visit) {
+    for (const SourceSpec& source : scene.sources) {
+        visit(source.sound);
+    }
+    for (const Change& change : scene.timeline) {
+        visit(change.newSource ? change.newSource->sound : change.sound);
+    }
+}
+
 } // namespace Show

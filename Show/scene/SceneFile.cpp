@@ -4,6 +4,7 @@
 #include <Show/scene/ObjectReader.h>
 
 #include <Corvid/URL.h>
+#include <Orvel/detail/PathProblem.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -201,9 +202,9 @@ private:
         if (!lookForFiles_) {
             return;
         }
-        const auto [known, isNew] = fileFaults_.try_emplace(path);
+        const auto [known, isNew] = fileProblems_.try_emplace(path);
         if (isNew) {
-            known->second = soundFileFault(path);
+            known->second = soundFileProblem(path);
         }
         if (!known->second.empty()) {
             report_.add(where.line, where.field, known->second);
@@ -637,7 +638,7 @@ private:
     std::map<int, int> emitterLines_;
     bool unsureSources_ = false; // the set of ids is incomplete, as some could not be read
     bool unsureEmitters_ = false;
-    std::map<std::string, std::string> fileFaults_;
+    std::map<std::string, std::string> fileProblems_;
 };
 
 std::optional<Scene> parse(
@@ -663,23 +664,11 @@ std::optional<Scene> parse(
     return scene;
 }
 
-/// The reason why a path is not a readable regular file, or an empty text.
-std::string fileFault(const std::string& path, const char* expected) {
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(path, error);
-    const std::string start = std::string("expected ") + expected + ", but " + '"' + path + '"';
-    if (!std::filesystem::exists(status)) {
-        return start + (error && status.type() == std::filesystem::file_type::none
-                            ? " cannot be reached: " + error.message()
-                            : " does not exist");
-    }
-    if (std::filesystem::is_directory(status)) {
-        return start + " is a folder";
-    }
-    if (!std::filesystem::is_regular_file(status)) {
-        return start + " is not a regular file";
-    }
-    return {};
+/// The reason why a path is not a regular file, or an empty text.
+std::string fileProblem(const std::string& path, const char* expected) {
+    const std::string fault = Orvel::detail::pathProblem(path);
+    return fault.empty() ? fault
+                         : std::string("expected ") + expected + ", but \"" + path + '"' + fault;
 }
 
 } // namespace
@@ -698,8 +687,8 @@ std::string Problem::str() const {
     return visible(result + ": " + text);
 }
 
-std::string soundFileFault(const std::string& path) {
-    return fileFault(path, "a sound file");
+std::string soundFileProblem(const std::string& path) {
+    return fileProblem(path, "a sound file");
 }
 
 std::optional<Scene>
@@ -708,7 +697,7 @@ parseScene(std::string_view text, const std::string& path, std::vector<Problem>&
 }
 
 std::optional<Scene> readScene(const std::string& path, std::vector<Problem>& problems) {
-    if (std::string text = fileFault(path, "a scene file"); !text.empty()) {
+    if (std::string text = fileProblem(path, "a scene file"); !text.empty()) {
         problems.push_back({path, 0, "", std::move(text)});
         return std::nullopt;
     }

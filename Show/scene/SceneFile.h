@@ -27,7 +27,7 @@ std::optional<Scene>
 parseScene(std::string_view text, const std::string& path, std::vector<Problem>& problems);
 
 /// The reason why a sound file cannot be read, or an empty text.
-std::string soundFileFault(const std::string& path);
+std::string soundFileProblem(const std::string& path);
 
 inline constexpr std::size_t kMaxProblems = 100;
 inline constexpr std::size_t kMaxSceneBytes = std::size_t{64} << 20U;

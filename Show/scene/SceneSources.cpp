@@ -3,7 +3,7 @@
 #include <Show/scene/LoadedScene.h>
 
 #include <Orvel/Backend.h>
-#include <Orvel/Emitter.h>
+#include <Orvel/OALBackend.h>
 
 #include <variant>
 
@@ -17,10 +17,15 @@ void nameSound(const Orvel::Source& source, const Sound& sound) {
     }
 }
 
+void giveUrl(Orvel::Source& source, const std::string& url) {
+    source.setDataFromURL(url);
+    Orvel::OALBackend::reportRefusedSound(source);
+}
+
 void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& sound) {
     nameSound(source, sound);
     if (const auto* url = std::get_if<SoundUrl>(&sound)) {
-        source.setDataFromURL(url->text);
+        giveUrl(source, url->text);
     } else if (const Samples* samples = sounds.find(sound)) {
         samples->giveTo(source);
     }

@@ -24,6 +24,9 @@ public:
 /// Passes the name to each such back end of the source's world.
 void nameSound(const Orvel::Source& source, const Sound& sound);
 
+/// Sets a source's sound by URL, and reports it if OpenAL has fetched and refuses it.
+void giveUrl(Orvel::Source& source, const std::string& url);
+
 /// Gives a source its sound: the decoded samples of a file or tone, or the URL.
 void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& sound);
 

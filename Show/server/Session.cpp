@@ -50,7 +50,7 @@ void Session::give(Orvel::Source& source, const Sound& sound) const {
         giveSound(bank_.sounds, source, sound);
     } else if (const auto file = files_.find(url->text); file != files_.end()) {
         nameSound(source, sound);
-        source.setDataFromURL(file->second->name());
+        giveUrl(source, file->second->name());
     }
 }
 

@@ -24,7 +24,7 @@ std::string nameOf(const Corvid::Communicator& client) {
 } // namespace
 
 SoundServer::SoundServer(const LoadedScene& bank, unsigned short port)
-    : StageOn("", port), path_(bank.scene.path), session_(*this, bank) {}
+    : OwningWorld("", port), session_(*this, bank) {}
 
 void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
     sliceEnd_ = std::chrono::steady_clock::now() + atMost;
@@ -168,16 +168,6 @@ std::vector<std::string> SoundServer::takeReports() {
     std::vector<std::string> refusals = session_.takeRefusals();
     std::move(refusals.begin(), refusals.end(), std::back_inserter(reports));
     return reports;
-}
-
-std::string SoundServer::takeMissing() {
-    const std::string list = session_.takeMissing();
-    if (list.empty()) {
-        return {};
-    }
-    return "clients asked for missing sources: " + list + "; their emitters stay silent; " +
-           (path_.empty() ? "start the server with --scene and a scene file that contains them"
-                          : "add them to " + path_);
 }
 
 } // namespace Show

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <Show/player/Stage.h>
 #include <Show/server/Session.h>
 
 #include <Orvel/DriverEvent.h>
+#include <Orvel/OwningWorld.h>
+#include <Orvel/Server.h>
 
 #include <chrono>
 #include <cstdint>
@@ -20,7 +21,7 @@ namespace Show {
 /// by the rules of Session.
 ///
 /// The scene must outlive it. Confined to one thread at a time, which polls it.
-class SoundServer : public StageOn<Orvel::Server> {
+class SoundServer : public Orvel::OwningWorld<Orvel::Server> {
 public:
     /// Limit of resets in kResetPeriod, over all clients; a client that exceeds it is dropped.
     static constexpr int kMaxResets = 100;
@@ -43,9 +44,9 @@ public:
     void serve(std::chrono::steady_clock::duration atMost);
     /// Applies an event of the local input, whoever drives. Returns false if it is invalid.
     bool apply(Orvel::CommandEvent& event);
-    /// The sources that clients asked for and that are missing, since the last call, as a sentence;
-    /// empty if there are none.
-    std::string takeMissing();
+    /// The ids of sources that clients asked for and that are missing, since the last call, as a
+    /// list for people; empty if there are none.
+    std::string takeMissing() { return session_.takeMissing(); }
     /// Driver changes and refusals since the last call, one sentence each.
     std::vector<std::string> takeReports();
 
@@ -72,7 +73,6 @@ private:
     bool countReset();
     void report(std::string text);
 
-    std::string path_; // of the scene
     Session session_;
     Observer* tap_ = nullptr; // not owned
     bool keepPlayer_ = false;

@@ -140,11 +140,11 @@ protected:
     std::string replay() {
         Diagnostics diagnostics(false);
         const auto capture = Capture::load(path, false, problems);
-        const auto stage = capture->makeStage();
-        const auto player = capture->makePlayer(*stage);
+        Orvel::OwningWorld<> world;
+        const auto player = capture->makePlayer(world);
         player->start();
         player->advance(player->end());
-        return describe(*stage);
+        return describe(world);
     }
 
     TemporaryFolder folder;
@@ -176,13 +176,13 @@ TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
     EXPECT_TRUE(std::any_of(once.begin(), once.end(), [](float s) { return s > 0.01F; }));
     // Starting over leaves nothing from the first time.
     Diagnostics diagnostics(false);
-    const auto stage = capture->makeStage();
-    const auto player = capture->makePlayer(*stage);
+    Orvel::OwningWorld<> world;
+    const auto player = capture->makePlayer(world);
     for (int round = 0; round < 2; ++round) {
         player->start();
-        EXPECT_TRUE(stage->enabled());
+        EXPECT_TRUE(world.enabled());
         player->advance(player->end());
-        EXPECT_EQ(describe(*stage), live);
+        EXPECT_EQ(describe(world), live);
     }
     const auto told = diagnostics.take();
     ASSERT_EQ(told.size(), 1);
@@ -210,8 +210,8 @@ TEST_F(Captures, AFileThatIsCutAnywherePlaysUpToTheCut) {
         EXPECT_NE(problems[0].str().find("is truncated"), std::string::npos) << problems[0].str();
         problems.clear();
         Diagnostics diagnostics(false);
-        const auto stage = capture->makeStage();
-        const auto player = capture->makePlayer(*stage);
+        Orvel::OwningWorld<> world;
+        const auto player = capture->makePlayer(world);
         player->start();
         player->advance(player->end());
         EXPECT_TRUE(std::isinf(player->nextChange(player->end())));
@@ -254,8 +254,8 @@ TEST_F(Captures, DamageEndsThePlayAndIsToldOnce) {
         write(other);
         const auto capture = Capture::load(path, false, problems);
         Diagnostics diagnostics(false);
-        const auto stage = capture->makeStage();
-        const auto player = capture->makePlayer(*stage);
+        Orvel::OwningWorld<> world;
+        const auto player = capture->makePlayer(world);
         player->start();
         player->advance(player->end());
         EXPECT_TRUE(std::isinf(player->nextChange(0)));

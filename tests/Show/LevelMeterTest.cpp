@@ -1,4 +1,4 @@
-#include <Show/render/LevelMeter.h>
+#include <Show/LevelMeter.h>
 
 #include <cmath>
 #include <gtest/gtest.h>

@@ -74,7 +74,7 @@ class Capture(RemoteCase):
         # A capture is untrusted, so nothing is fetched because of it.
         self.run_tool("render", "s.orvelrec", "o.wav", code=1)
         self.assertTrue(any(channels(self.path("o.wav"))[0]))
-        self.assertIn("only fetched with --fetch", err)
+        self.assertIn("give --fetch", err)
         os.remove(self.path("ring.wav"))
         err = self.run_tool("render", "--fetch", "s.orvelrec", "o.wav", code=1)[1]
         self.assertRegex(err, r"sources\[2\]\.url: .*ring\.wav")

@@ -1,7 +1,5 @@
 #include "commands/Command.h"
 
-#include <Show/scene/SceneFile.h>
-
 #include <Orvel/Version.h>
 
 #include <cmath>
@@ -13,12 +11,12 @@ namespace {
 
 bool readSeconds(const std::string& text, double& value) {
     return CLI::detail::lexical_cast(text, value) && std::isfinite(value) &&
-           value <= Show::kMaxSeconds;
+           value <= Show::ShowFile::kMaxSeconds;
 }
 
 std::string expected(const char* what, const std::string& text) {
     return std::string("expected seconds ") + what + ", at most " +
-           std::to_string(std::lround(Show::kMaxSeconds)) + ", found \"" + text + "\"";
+           std::to_string(std::lround(Show::ShowFile::kMaxSeconds)) + ", found \"" + text + "\"";
 }
 
 std::string checkSeconds(const std::string& text) {
@@ -57,6 +55,17 @@ void Command::declareFrom(const std::string& description) {
     app_->add_option("--from", from_, description)
         ->type_name("S")
         ->check(CLI::Validator(checkFrom, "", "from"));
+}
+
+Show::ShowFile Command::load() const {
+    Show::ShowFile file = Show::ShowFile::load(scenePath_, fetch_);
+    report(file.problems());
+    if (file.unfetched() != 0) {
+        report(
+            "to fetch the sounds of " + scenePath_ +
+            ", give --fetch; only for captures that you trust");
+    }
+    return file;
 }
 
 std::string Command::tooLate(double end) const {

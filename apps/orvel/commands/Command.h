@@ -1,6 +1,7 @@
 #pragma once
 
 #include "process/Output.h"
+#include <Show/ShowFile.h>
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -37,6 +38,8 @@ protected:
     /// Declares --seconds.
     void declareSeconds(const std::string& description);
 
+    /// Loads the scene or capture, and reports its problems.
+    [[nodiscard]] Show::ShowFile load() const;
     /// The message for a --from that is not before the end.
     [[nodiscard]] std::string tooLate(double end) const;
 

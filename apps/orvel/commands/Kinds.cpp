@@ -1,5 +1,7 @@
 #include "commands/Kinds.h"
 
+#include <Show/MonitorPage.h>
+
 #include <Orvel/BackendFactory.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/OALLoopbackBackend.h>
@@ -14,6 +16,7 @@ namespace OrvelTool {
 
 void registerKinds() {
     Orvel::OALLoopbackBackend::registerType();
+    Show::MonitorPage::registerKind();
 }
 
 std::vector<std::string> kinds() {

@@ -2,8 +2,9 @@
 
 #include "network/NetworkOptions.h"
 #include "process/Output.h"
-#include <Show/monitor/MonitorBackend.h>
+#include <Show/MonitorPage.h>
 
+#include <Orvel/Backend.h>
 #include <Orvel/BackendState.h>
 #include <Orvel/BackendType.h>
 
@@ -32,7 +33,7 @@ void MonitorOption::declare(CLI::App& app) {
                      "--monitor", text_,
                      "Show the scene to browsers as it plays, as a page, JSON and metrics, at this "
                      "address (default: 127.0.0.1:" +
-                         std::string(Show::MonitorBackend::kDefaultPort) +
+                         std::to_string(Show::MonitorPage::kDefaultPort) +
                          ", or a free port if that is taken). Anyone who can reach the port can "
                          "see the page")
                   ->type_name("[ADDR:PORT]")
@@ -68,7 +69,7 @@ void MonitorOption::addTo(std::vector<BackendOption::Choice>& choices) const {
 bool announceMonitors(const Orvel::World& world) {
     bool good = true;
     for (Orvel::Backend* backend : world.backends()) {
-        if (backend->type() == &Show::MonitorBackend::_type) {
+        if (backend->type()->name() == "monitor") {
             const Orvel::BackendState state = backend->state();
             good = good && state.working;
             if (state.working) {

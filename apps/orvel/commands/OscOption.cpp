@@ -11,7 +11,7 @@ namespace OrvelTool {
 namespace {
 
 /// Parses "ADDR:PORT" or "PORT"; false if it is neither.
-bool parse(const std::string& text, Show::OscServer::Settings& settings) {
+bool parse(const std::string& text, Show::OscInput::Settings& settings) {
     const auto colon = text.rfind(':');
     if (colon != std::string::npos) {
         settings.address = text.substr(0, colon);
@@ -24,7 +24,7 @@ bool parse(const std::string& text, Show::OscServer::Settings& settings) {
 }
 
 std::string checkPlace(const std::string& text) {
-    Show::OscServer::Settings settings;
+    Show::OscInput::Settings settings;
     return parse(text, settings) ? ""
                                  : "expected PORT or ADDR:PORT, such as 9000 or 0.0.0.0:9000, "
                                    "found \"" +
@@ -54,26 +54,29 @@ void OscOption::declare(CLI::App& app) {
 }
 
 std::string OscOption::address() const {
-    Show::OscServer::Settings settings;
+    Show::OscInput::Settings settings;
     parse(text_, settings);
     return settings.address;
 }
 
-std::unique_ptr<Show::OscServer> OscOption::open(
-    Orvel::World& world, Show::OscScene::Apply apply, std::shared_ptr<Corvid::Loop> loop) const {
-    Show::OscServer::Settings settings;
+std::unique_ptr<Show::OscInput> OscOption::open(
+    Orvel::World& world, std::shared_ptr<Corvid::Loop> loop,
+    std::function<void(Orvel::CommandEvent&)> apply) const {
+    Show::OscInput::Settings settings;
     parse(text_, settings);
     settings.scale = scale_;
-    auto server = std::make_unique<Show::OscServer>(
-        world, settings, std::move(apply), [](const std::string& message) { report(message); },
-        std::move(loop));
-    if (!server->open()) {
+    settings.report = [](const std::string& message) { report(message); };
+    settings.loop = std::move(loop);
+    settings.apply = std::move(apply);
+    auto input = std::make_unique<Show::OscInput>(world, settings);
+    if (!input->isOpen()) {
+        report(input->error());
         return nullptr;
     }
     report(
         "accepting Open Sound Control at " + settings.address + ":" +
-        std::to_string(server->port()));
-    return server;
+        std::to_string(input->port()));
+    return input;
 }
 
 } // namespace OrvelTool

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <Show/osc/OscServer.h>
+#include <Show/OscInput.h>
 
 #include <CLI/App.hpp>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -17,13 +18,15 @@ public:
 
     /// The address of the interface to listen on.
     [[nodiscard]] std::string address() const;
-    /// Opens the server and prints its address. On failure reports it and returns null.
-    std::unique_ptr<Show::OscServer> open(
-        Orvel::World& world, Show::OscScene::Apply apply, std::shared_ptr<Corvid::Loop> loop) const;
+    /// Opens the input and prints its address. On failure reports it and returns null. `apply` as
+    /// in Show::OscInput::Settings.
+    std::unique_ptr<Show::OscInput> open(
+        Orvel::World& world, std::shared_ptr<Corvid::Loop> loop,
+        std::function<void(Orvel::CommandEvent&)> apply = {}) const;
 
 private:
     std::string text_; // empty: no Open Sound Control
-    float scale_ = Show::OscServer::Settings().scale;
+    float scale_ = Show::OscInput::Settings().scale;
 };
 
 } // namespace OrvelTool

@@ -3,14 +3,11 @@
 #include "process/Output.h"
 #include <Show/detail/OutputFile.h>
 
-#include <Corvid/URL.h>
-
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <variant>
 
 namespace OrvelTool {
 
@@ -51,15 +48,6 @@ bool hasSuffix(const std::string& path, const OutputGuard::Format& format) {
            });
 }
 
-/// The path of a file URL; empty for any other URL.
-std::string fileOf(const std::string& url) {
-    try {
-        return url.starts_with("file:") ? Corvid::URL(url).fetch()->name() : "";
-    } catch (const Corvid::URLImpl::Exception&) {
-        return {}; // cannot be read, so there is nothing to overwrite
-    }
-}
-
 } // namespace
 
 const OutputGuard::Format OutputGuard::kSound{"WAV files", {".wav", ".wave"}};
@@ -70,20 +58,9 @@ void OutputGuard::reads(const std::string& path, const std::string& role) {
     inputs_.push_back({path, role});
 }
 
-void OutputGuard::readsSounds(const Show::Scene& scene) {
-    const auto add = [this](const Show::Sound& sound) {
-        const auto* file = std::get_if<Show::SoundFile>(&sound);
-        const auto* url = std::get_if<Show::SoundUrl>(&sound);
-        const std::string path = file != nullptr ? file->path : url ? fileOf(url->text) : "";
-        if (!path.empty()) {
-            reads(path, "a sound of the scene");
-        }
-    };
-    for (const Show::SourceSpec& source : scene.sources) {
-        add(source.sound);
-    }
-    for (const Show::Change& change : scene.timeline) {
-        add(change.newSource ? change.newSource->sound : change.sound);
+void OutputGuard::readsSounds(const Show::ShowFile& file) {
+    for (const std::string& path : file.soundFiles()) {
+        reads(path, "a sound of the scene");
     }
 }
 

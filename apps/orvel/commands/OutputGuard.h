@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Show/scene/Scene.h>
+#include <Show/ShowFile.h>
 
 #include <string>
 #include <vector>
@@ -23,8 +23,8 @@ public:
 
     /// Registers an input file. `role` stands in messages, such as "the input scene".
     void reads(const std::string& path, const std::string& role);
-    /// Registers the sound files of a scene as inputs.
-    void readsSounds(const Show::Scene& scene);
+    /// Registers the sound files of a scene or a capture as inputs.
+    void readsSounds(const Show::ShowFile& file);
 
     /// Accepts an output path; "-" is standard output. If it is refused, reports why and returns
     /// false.

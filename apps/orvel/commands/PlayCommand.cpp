@@ -4,9 +4,9 @@
 #include "process/Diagnostics.h"
 #include "process/ShortPeriods.h"
 #include "process/StopSignals.h"
-#include <Show/capture/Capture.h>
-#include <Show/player/ScenePlayer.h>
-#include <Show/player/skipTo.h>
+
+#include <Orvel/OwningWorld.h>
+#include <Orvel/Server.h>
 
 #include <algorithm>
 #include <chrono>
@@ -23,8 +23,6 @@ namespace {
 constexpr double kDeviceDelay = 0.1;
 /// Minimum length of a loop's round, in seconds, as a scene may be empty.
 constexpr double kShortestRound = 0.01;
-/// Time limit for OSC messages between two steps of the scene.
-constexpr std::chrono::milliseconds kLongestOsc{4};
 
 } // namespace
 
@@ -114,12 +112,12 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
 }
 
 bool PlayCommand::addAll(
-    const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
-    Diagnostics& diagnostics) const {
+    const std::vector<BackendOption::Choice>& choices, Show::Playback& playback,
+    Orvel::World& world, Diagnostics& diagnostics) const {
     const std::string advice =
         "to render the scene to a file: orvel render " + scenePath_ + " OUT.wav";
     if (from_ <= 0.0) {
-        return addBackends(stage, diagnostics, choices, advice, verbose_);
+        return addBackends(world, diagnostics, choices, advice, verbose_);
     }
     // Monitors are added first, since they learn the names of sounds as these are set. The others
     // are added once the scene has reached its time, so that nothing is heard before.
@@ -128,12 +126,9 @@ bool PlayCommand::addAll(
     for (const BackendOption::Choice& choice : choices) {
         (choice.kind == "monitor" ? monitors : others).push_back(choice);
     }
-    const bool seen = addBackends(stage, diagnostics, monitors, advice, verbose_);
-    Show::skipTo(from_, player, stage);
-    const bool heard =
-        others.empty() ? seen : addBackends(stage, diagnostics, others, advice, verbose_);
-    Show::clearOffsets(stage);
-    return heard;
+    const bool seen = addBackends(world, diagnostics, monitors, advice, verbose_);
+    playback.start(from_);
+    return others.empty() ? seen : addBackends(world, diagnostics, others, advice, verbose_);
 }
 
 int PlayCommand::run() {
@@ -141,59 +136,57 @@ int PlayCommand::run() {
     if (!choose(choices)) {
         return kWrongUse;
     }
-    std::vector<Show::Problem> problems;
-    const auto what = Show::loadPlayable(scenePath_, fetch_, problems);
-    report(problems);
-    if (what == nullptr) {
+    const Show::ShowFile file = load();
+    if (!file.isGood()) {
         return kFailure;
     }
     network_.restrictInterfaces();
-    Diagnostics diagnostics(verbose_, Show::PartNames(what->sources()));
-    const auto made = what->makeStage();
-    Show::Stage& stage = *made;
+    Diagnostics diagnostics(verbose_, file);
+    Orvel::OwningWorld<> world;
     std::optional<ShortPeriods> shortPeriods;
     if (loop_) {
         shortPeriods.emplace();
     }
-    const auto player = what->makePlayer(stage);
-    if (!addAll(choices, *player, stage, diagnostics) || !announceMonitors(stage)) {
+    Show::Playback playback(world, file);
+    if (!playback.isGood()) {
+        report(playback.error());
         return kFailure;
     }
-    network_.limitClients(stage);
-    if (from_ > 0.0 && from_ >= player->end()) {
-        report(tooLate(player->end()));
+    if (!addAll(choices, playback, world, diagnostics) || !announceMonitors(world)) {
+        return kFailure;
+    }
+    network_.limitClients(world);
+    if (from_ > 0.0 && from_ >= playback.end()) {
+        report(tooLate(playback.end()));
         return kWrongUse;
     }
-    if (backends_.web() && !addWeb(stage, diagnostics)) {
+    if (backends_.web() && !addWeb(world, diagnostics)) {
         return kFailure;
     }
     const auto loop = std::make_shared<Corvid::Loop>();
-    std::unique_ptr<Show::OscServer> osc;
+    std::unique_ptr<Show::OscInput> osc;
     if (osc_.given()) {
-        osc = osc_.open(
-            stage,
-            [&stage](Orvel::CommandEvent& event) { Orvel::Server::applyEvent(stage, &event); },
-            loop);
+        osc = osc_.open(world, loop);
         if (osc == nullptr) {
             return kFailure;
         }
     }
-    const bool alone = play(*player, stage, osc.get(), *loop, diagnostics);
+    const bool alone = play(playback, world, osc.get(), *loop, diagnostics);
     if (osc != nullptr) {
         osc->finish();
     }
-    return alone && diagnostics.lost() == 0 && !what->incomplete() ? kSuccess : kFailure;
+    return alone && diagnostics.lost() == 0 && file.isComplete() ? kSuccess : kFailure;
 }
 
 bool PlayCommand::play(
-    Show::Player& player, Show::Stage& stage, Show::OscServer* osc, Corvid::Loop& loop,
+    Show::Playback& playback, Orvel::World& world, Show::OscInput* osc, Corvid::Loop& loop,
     Diagnostics& diagnostics) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
-    RemoteServers servers(stage, servers_, wait_);
+    RemoteServers servers(world, servers_, wait_);
     // Fetching may take long. Until it is over, Ctrl-C ends the process at once.
     if (from_ <= 0.0) {
-        player.start();
+        playback.start();
     }
     const StopSignals signals;
     const auto duration = [](double seconds) {
@@ -209,7 +202,7 @@ bool PlayCommand::play(
         if (endless) {
             return std::numeric_limits<double>::infinity();
         }
-        return loop_ ? std::max(player.end(), kShortestRound) : player.end() + kDeviceDelay;
+        return loop_ ? std::max(playback.end(), kShortestRound) : playback.end() + kDeviceDelay;
     };
     double end = endOf();
     auto last = Clock::now();
@@ -225,23 +218,20 @@ bool PlayCommand::play(
             // Computed from the first round's start, so that delays do not add up. Rounds missed
             // while the machine was asleep are skipped.
             begin += duration(end * std::floor(now / end));
-            player.start();
+            playback.start();
             end = endOf();
             continue;
         }
-        player.advance(now);
+        playback.advance(now);
         if (osc != nullptr) {
-            osc->serve(kLongestOsc);
+            osc->serve();
         }
-        stage.update();
+        world.update();
         servers.look();
         diagnostics.report();
-        if (stage.takeNewDurations()) {
-            end = endOf();
-        }
-        const double tick =
-            (std::floor(now / Show::ScenePlayer::kTick) + 1.0) * Show::ScenePlayer::kTick;
-        const double next = std::min({tick, player.nextChange(now), end});
+        end = endOf(); // it grows when the length of a sound becomes known
+        const double tick = (std::floor(now / Show::Playback::kTick) + 1.0) * Show::Playback::kTick;
+        const double next = std::min({tick, playback.nextStep(), end});
         const auto wake = begin + duration(next);
         loop.wait(std::min(wake, limit));
     }

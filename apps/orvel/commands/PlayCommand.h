@@ -5,7 +5,7 @@
 #include "commands/MonitorOption.h"
 #include "commands/OscOption.h"
 #include "network/NetworkOptions.h"
-#include <Show/player/Playable.h>
+#include <Show/Playback.h>
 
 #include <string>
 #include <vector>
@@ -25,11 +25,11 @@ private:
     /// Adds the back ends; with --from, when the scene has reached that time. Returns false if
     /// nothing would play.
     bool addAll(
-        const std::vector<BackendOption::Choice>& choices, Show::Player& player, Show::Stage& stage,
-        Diagnostics& diagnostics) const;
+        const std::vector<BackendOption::Choice>& choices, Show::Playback& playback,
+        Orvel::World& world, Diagnostics& diagnostics) const;
     /// Returns false if another player drove a server, so that this one was not heard there.
     bool play(
-        Show::Player& player, Show::Stage& stage, Show::OscServer* osc, Corvid::Loop& loop,
+        Show::Playback& playback, Orvel::World& world, Show::OscInput* osc, Corvid::Loop& loop,
         Diagnostics& diagnostics);
 
     BackendOption backends_;

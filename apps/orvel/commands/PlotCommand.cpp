@@ -1,9 +1,8 @@
 #include "commands/PlotCommand.h"
 
 #include "commands/OutputGuard.h"
+#include <Show/LevelMeter.h>
 #include <Show/detail/OutputFile.h>
-#include <Show/plot/ScenePlot.h>
-#include <Show/scene/LoadedScene.h>
 
 #include <Orvel/SoundFile.h>
 
@@ -28,7 +27,7 @@ std::optional<Show::LevelMeter> measure(const std::string& path) {
             std::to_string(file.channels()));
         return std::nullopt;
     }
-    Show::LevelMeter meter(file.rate(), Show::plotWindow(file.seconds()));
+    Show::LevelMeter meter(file.rate(), Show::ShowFile::kPictureWindow);
     std::vector<float> block(std::size_t{8192} * Show::LevelMeter::kChannels);
     while (const std::size_t frames = file.read(std::span(block))) {
         meter.add(std::span(block).first(frames * Show::LevelMeter::kChannels));
@@ -54,10 +53,11 @@ PlotCommand::PlotCommand(CLI::App& parent) {
 }
 
 int PlotCommand::run() {
-    std::vector<Show::Problem> problems;
-    const auto loaded = Show::loadScene(scenePath_, problems);
-    report(problems);
-    if (loaded == nullptr) {
+    const Show::ShowFile file = load();
+    if (file.isCapture()) {
+        report(scenePath_ + " is a capture; only scenes are drawn");
+    }
+    if (!file.isGood() || file.isCapture()) {
         return kFailure;
     }
     std::optional<Show::LevelMeter> meter;
@@ -66,13 +66,13 @@ int PlotCommand::run() {
     }
     OutputGuard guard;
     guard.reads(scenePath_, "the input scene");
-    guard.readsSounds(loaded->scene);
+    guard.readsSounds(file);
     guard.reads(levels_, "the input of --levels");
     if (!guard.accept(output_, OutputGuard::kPicture)) {
         return kWrongUse;
     }
     Show::OutputFile picture(output_);
-    picture.write(Show::drawScene(*loaded, meter ? &*meter : nullptr));
+    picture.write(file.picture(meter ? &*meter : nullptr));
     picture.keep();
     return kSuccess;
 }

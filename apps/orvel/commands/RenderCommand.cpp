@@ -1,23 +1,24 @@
 #include "commands/RenderCommand.h"
 
+#include "commands/LevelReport.h"
 #include "commands/OutputGuard.h"
 #include "process/Diagnostics.h"
 #include "process/Progress.h"
 #include "process/StopSignals.h"
-#include <Show/capture/Capture.h>
-#include <Show/plot/ScenePlot.h>
-#include <Show/render/LevelReport.h>
-#include <Show/render/OfflineRenderer.h>
-#include <Show/render/WavWriter.h>
+#include <Show/LevelMeter.h>
+#include <Show/detail/OutputFile.h>
+
+#include <Orvel/OALLoopbackBackend.h>
 
 #include <nlohmann/json.hpp>
 
 #include <chrono>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <optional>
+#include <span>
 
 namespace OrvelTool {
 
@@ -90,118 +91,101 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
 }
 
 int RenderCommand::run() {
-    std::vector<Show::Problem> problems;
-    const auto what = Show::loadPlayable(scenePath_, fetch_, problems);
-    report(problems);
-    if (what != nullptr && what->scene() == nullptr && !plot_.empty()) {
+    const Show::ShowFile file = load();
+    if (file.isCapture() && !plot_.empty()) {
         report("--plot draws scenes, but " + scenePath_ + " is a capture; omit the option");
         return kWrongUse;
     }
-    if (what == nullptr) {
+    if (!file.isGood()) {
         return kFailure;
     }
     OutputGuard guard;
-    guard.reads(scenePath_, what->scene() != nullptr ? "the input scene" : "the input capture");
-    guard.readsSounds(what->sources());
+    guard.reads(scenePath_, file.isCapture() ? "the input capture" : "the input scene");
+    guard.readsSounds(file);
     if (!guard.accept(output_, OutputGuard::kSound) ||
         (!plot_.empty() && !guard.accept(plot_, OutputGuard::kPicture))) {
         return kWrongUse;
     }
-    return render(*what);
+    return render(file);
 }
 
-int RenderCommand::render(const Show::Playable& what) {
+int RenderCommand::render(const Show::ShowFile& file) {
     using Clock = std::chrono::steady_clock;
     const auto begin = Clock::now();
     // OpenAL probes the sound drivers even for offline rendering, which may start a sound server.
     // No other thread runs yet that could read the environment.
     setenv("ALSOFT_DRIVERS", "null", 1); // NOLINT(concurrency-mt-unsafe)
-    Diagnostics diagnostics(verbose_, Show::PartNames(what.sources()));
-    Show::OfflineRenderer renderer(what, rate_);
-    diagnostics.report();
-    if (!renderer.working()) {
-        report("OpenAL gave no loopback device; check the installation of OpenAL Soft");
-        return kFailure;
-    }
-    const double end = seconds_ > 0.0 ? from_ + seconds_ : renderer.end();
-    const double length = end - from_;
-    if (from_ > 0.0 && length <= 0.0) {
-        report(tooLate(end));
-        return kWrongUse;
-    }
-    if (length * rate_ < 1.0) {
-        report(
-            scenePath_ +
-            ": nothing to render: no sound plays; set the scene's \"duration\", or use --seconds");
-        return kFailure;
-    }
-    const Show::SampleFormat format =
-        format_ == "f32" ? Show::SampleFormat::f32 : Show::SampleFormat::s16;
-    if (length * rate_ > static_cast<double>(Show::WavWriter::mostFrames(format))) {
-        report(
-            output_ + ": " + fixed(length, 0) +
-            " s do not fit into a WAV file, which holds 4 GiB; use --seconds, a lower --rate or "
-            "--format "
-            "s16");
-        return kFailure;
-    }
-
-    // The output file exists from here on and must be removed on failure.
-    const StopSignals signals;
-    Show::WavWriter writer(
-        output_, rate_, format,
-        static_cast<std::uint64_t>(std::llround(end * rate_) - std::llround(from_ * rate_)));
+    Diagnostics diagnostics(verbose_, file);
     Show::LevelMeter perSecond(rate_, 1.0);
-    Show::LevelMeter forPlot(rate_, Show::plotWindow(length));
+    Show::LevelMeter forPlot(rate_, Show::ShowFile::kPictureWindow);
     Progress progress("rendering");
-    for (;;) {
-        // The part before --from is rendered and discarded, so that every sound is in the right
-        // place.
-        const bool skipping = renderer.seconds() < from_;
-        const auto samples = renderer.next(skipping ? from_ : end);
-        if (samples.empty() && !skipping) {
-            break;
+    // Fetching may take long. Until it is over, Ctrl-C ends the process at once; then the output
+    // file exists and must be removed.
+    std::optional<StopSignals> signals;
+    Show::RenderSettings settings;
+    settings.rate = rate_;
+    settings.from = from_;
+    settings.seconds = seconds_;
+    settings.format = format_ == "f32" ? Show::SampleFormat::f32 : Show::SampleFormat::s16;
+    settings.samples = [&](std::span<const float> samples) {
+        perSecond.add(samples);
+        if (!plot_.empty()) {
+            forPlot.add(samples);
         }
-        if (StopSignals::came()) {
-            progress.clear();
-            report(
-                "interrupted; " + Show::nameOfOutput(output_) +
-                (Show::isStandardOutput(output_) ? " is incomplete" : " is not written"));
-            return kFailure;
+    };
+    settings.progress = [&](double done) {
+        if (!signals) {
+            signals.emplace();
         }
-        if (!skipping) {
-            writer.write(samples);
-            perSecond.add(samples);
-            if (!plot_.empty()) {
-                forPlot.add(samples);
-            }
-        }
-        progress.show(renderer.seconds() / end);
+        progress.show(done);
         if (diagnostics.pending()) {
             progress.clear();
             diagnostics.report();
         }
-    }
+        return !StopSignals::came();
+    };
+    const Show::RenderResult rendered = Show::renderToFile(file, output_, settings);
     progress.clear();
     diagnostics.report();
-    writer.finish();
+    if (!rendered.isGood()) {
+        return explain(rendered);
+    }
     const std::chrono::duration<double> taken = Clock::now() - begin;
     const Result result{
-        static_cast<double>(perSecond.frames()) / rate_, taken.count(), writer.clipped(),
-        diagnostics.lost(), perSecond};
+        rendered.seconds, taken.count(), rendered.clipped, diagnostics.lost(), perSecond};
     if (!plot_.empty()) {
         Show::OutputFile picture(plot_);
-        picture.write(Show::drawScene(*what.scene(), &forPlot));
+        picture.write(file.picture(&forPlot));
         picture.keep();
     }
     writeResult(result);
-    if (result.lost != 0 || what.incomplete()) {
+    if (result.lost != 0 || !file.isComplete()) {
         report(
             Show::nameOfOutput(output_) +
             " is written, but some sounds are missing from it (see above)");
         return kFailure;
     }
     return kSuccess;
+}
+
+int RenderCommand::explain(const Show::RenderResult& result) const {
+    using Cause = Show::RenderResult::Cause;
+    if (result.cancelled) {
+        report(
+            "interrupted; " + Show::nameOfOutput(output_) +
+            (Show::isStandardOutput(output_) ? " is incomplete" : " is not written"));
+    } else if (result.cause == Cause::Empty && from_ > 0.0 && from_ >= result.end) {
+        report(tooLate(result.end));
+        return kWrongUse;
+    } else if (result.cause == Cause::Empty) {
+        report(
+            scenePath_ + ": " + result.error + "; set the scene's \"duration\", or use --seconds");
+    } else if (result.cause == Cause::TooLong) {
+        report(result.error + "; use --seconds, a lower --rate or --format s16");
+    } else {
+        report(result.error);
+    }
+    return kFailure;
 }
 
 void RenderCommand::writeResult(const Result& result) const {
@@ -219,13 +203,12 @@ void RenderCommand::writeResult(const Result& result) const {
         json["speed"] = result.speed();
         json["clipped"] = result.clipped;
         json["lost"] = result.lost;
-        json.update(Show::toJson(result.perSecond));
+        json.update(toJson(result.perSecond));
         using Json = nlohmann::ordered_json;
         out << json.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
         return;
     }
-    Show::writeTable(
-        out, result.perSecond, all_ ? std::numeric_limits<std::size_t>::max() : Show::kMaxRows);
+    writeTable(out, result.perSecond, all_ ? std::numeric_limits<std::size_t>::max() : kMaxRows);
     if (result.clipped != 0) {
         out << result.clipped << " samples exceeded full scale and were clipped; lower the gains, "
             << "or use --format f32\n";

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "commands/Command.h"
-#include <Show/player/Playable.h>
+#include <Show/Render.h>
 
 #include <memory>
 #include <string>
@@ -17,7 +17,9 @@ public:
 private:
     struct Result;
 
-    int render(const Show::Playable& what);
+    int render(const Show::ShowFile& file);
+    /// Reports why a render failed; returns the exit code.
+    [[nodiscard]] int explain(const Show::RenderResult& result) const;
     void writeResult(const Result& result) const;
 
     std::string output_;

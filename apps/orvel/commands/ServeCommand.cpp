@@ -1,12 +1,13 @@
 #include "commands/ServeCommand.h"
 
+#include "commands/LevelReport.h"
 #include "commands/OutputGuard.h"
 #include "network/DiscoveryWatch.h"
 #include "network/PeerWatch.h"
 #include "process/ServiceManager.h"
 #include "process/StopSignals.h"
 #include <Show/capture/CaptureWriter.h>
-#include <Show/render/LevelReport.h>
+#include <Show/player/Playable.h>
 #include <Show/render/LiveRecording.h>
 #include <Show/server/AddressRange.h>
 
@@ -130,7 +131,7 @@ int ServeCommand::run() {
                                                             : missingAddress(monitor_.host());
              },
              [this] { return missingAddress(osc_.given() ? osc_.address() : ""); },
-             [this] { return missingFile(scenePath_); },
+             [this] { return Show::ShowFile::missingFile(scenePath_); },
              [&choices] {
                  const bool there = choices.empty() || worksElsewhere([&choices] {
                                         Orvel::World world;
@@ -142,20 +143,23 @@ int ServeCommand::run() {
         return kSuccess;
     }
     monitor_.addTo(choices);
-    std::vector<Show::Problem> problems;
-    const auto bank = scenePath_.empty() ? std::make_unique<const Show::LoadedScene>()
-                                         : Show::loadScene(scenePath_, problems);
-    report(problems);
-    if (bank == nullptr) {
+    const Show::ShowFile file = scenePath_.empty() ? Show::ShowFile() : load();
+    if (file.isCapture()) {
+        report(scenePath_ + " is a capture; give a scene, whose sources clients can play");
         return kFailure;
     }
-    if (!checkOutputs(bank->scene)) {
+    if (!scenePath_.empty() && !file.isGood()) {
+        return kFailure;
+    }
+    const Show::LoadedScene none;
+    const Show::LoadedScene& bank = file.isGood() ? *file.playable()->scene() : none;
+    if (!checkOutputs(file)) {
         return kWrongUse;
     }
     const std::string text = capturePath_.empty() ? "" : sceneText(scenePath_);
     network_.restrictInterfaces();
-    Diagnostics diagnostics(verbose_, Show::PartNames(bank->scene));
-    Show::SoundServer server(*bank, tcpPort_);
+    Diagnostics diagnostics(verbose_, file);
+    Show::SoundServer server(bank, tcpPort_);
     diagnostics.report();
     if (server.multiServer().port() == 0) {
         report("cannot serve; see above");
@@ -176,7 +180,7 @@ int ServeCommand::run() {
                 [&peer](const Show::AddressRange& range) { return range.contains(peer); });
         });
     }
-    if (problems = server.fetch(); !problems.empty()) {
+    if (const auto problems = server.fetch(); !problems.empty()) {
         report(problems);
         return kFailure;
     }
@@ -205,11 +209,11 @@ int ServeCommand::run() {
         return kFailure;
     }
 
-    std::unique_ptr<Show::OscServer> osc;
+    std::unique_ptr<Show::OscInput> osc;
     if (osc_.given()) {
-        osc = osc_.open(
-            server, [&server](Orvel::CommandEvent& event) { server.apply(event); },
-            server.multiServer().loop());
+        osc = osc_.open(server, server.multiServer().loop(), [&server](Orvel::CommandEvent& event) {
+            server.apply(event);
+        });
         if (osc == nullptr) {
             return kFailure;
         }
@@ -218,9 +222,17 @@ int ServeCommand::run() {
     const StopSignals signals;
     std::optional<Show::CaptureWriter> capture;
     if (!capturePath_.empty()) {
-        capture.emplace(
-            capturePath_, scenePath_.empty() ? "" : std::filesystem::absolute(scenePath_).string(),
-            text, maxCaptureBytes_, [](const std::string& message) { report(message); });
+        try {
+            capture.emplace(
+                capturePath_,
+                scenePath_.empty() ? "" : std::filesystem::absolute(scenePath_).string(), text,
+                maxCaptureBytes_, [&capture](const std::string& message) {
+                    report(message + (capture->full() ? " (--max-size)" : ""));
+                });
+        } catch (const Show::CaptureWriter::SizeLimit& fault) {
+            report(std::string(fault.what()) + " (--max-size)");
+            return kFailure;
+        }
         server.setTap(&*capture);
     }
     const auto begin = Clock::now();
@@ -248,7 +260,7 @@ int ServeCommand::run() {
     return room && captured ? kSuccess : kFailure;
 }
 
-bool ServeCommand::checkOutputs(const Show::Scene& bank) const {
+bool ServeCommand::checkOutputs(const Show::ShowFile& file) const {
     if (Show::isStandardOutput(capturePath_)) {
         report("a capture cannot be written to standard output; give a file name");
         return false;
@@ -256,7 +268,7 @@ bool ServeCommand::checkOutputs(const Show::Scene& bank) const {
     OutputGuard guard;
     if (!scenePath_.empty()) {
         guard.reads(scenePath_, "the input scene");
-        guard.readsSounds(bank);
+        guard.readsSounds(file);
     }
     return (output_.empty() || guard.accept(output_, OutputGuard::kSound)) &&
            (capturePath_.empty() || guard.accept(capturePath_, OutputGuard::kCapture));
@@ -283,7 +295,7 @@ void ServeCommand::announce(const Show::SoundServer& server, DiscoveryWatch& dis
 
 bool ServeCommand::serve(
     Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
-    Show::OscServer* osc, Clock::time_point begin, Diagnostics& diagnostics) const {
+    Show::OscInput* osc, Clock::time_point begin, Diagnostics& diagnostics) const {
     const auto limit = seconds_ > 0.0 ? begin + std::chrono::duration_cast<Clock::duration>(
                                                     std::chrono::duration<double>(seconds_))
                                       : Clock::time_point::max();
@@ -317,7 +329,7 @@ bool ServeCommand::serve(
         }
         server.serve(kLongestServing);
         if (osc != nullptr) {
-            osc->serve(kLongestServing);
+            osc->serve();
         }
         now = Clock::now();
         const bool asked = std::any_of(
@@ -341,7 +353,11 @@ bool ServeCommand::serve(
             report(found);
         }
         if (const std::string missing = server.takeMissing(); !missing.empty()) {
-            report(missing);
+            report(
+                "clients asked for missing sources: " + missing + "; their emitters stay silent; " +
+                (scenePath_.empty()
+                     ? "start the server with --scene and a scene file that contains them"
+                     : "add them to " + scenePath_));
         }
         diagnostics.report();
         if (capture != nullptr) {
@@ -358,7 +374,7 @@ bool ServeCommand::serve(
 
 void ServeCommand::writeLevels(const Show::LiveRecording& recording) const {
     std::ostream& out = results();
-    Show::writeTable(out, recording.levels());
+    writeTable(out, recording.levels());
     if (recording.clipped() != 0) {
         out << recording.clipped()
             << " samples exceeded full scale and were clipped; lower the gains\n";

@@ -44,10 +44,10 @@ private:
     /// Serves until it is stopped. Returns false if the recording is full.
     bool serve(
         Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
-        Show::OscServer* osc, Clock::time_point begin, Diagnostics& diagnostics) const;
+        Show::OscInput* osc, Clock::time_point begin, Diagnostics& diagnostics) const;
     void announce(const Show::SoundServer& server, DiscoveryWatch& discovery) const;
     /// Refuses outputs that would overwrite inputs, and reports it.
-    [[nodiscard]] bool checkOutputs(const Show::Scene& bank) const;
+    [[nodiscard]] bool checkOutputs(const Show::ShowFile& file) const;
     /// The stream for results: not standard output if the recording goes there.
     [[nodiscard]] std::ostream& results() const;
     void writeLevels(const Show::LiveRecording& recording) const;

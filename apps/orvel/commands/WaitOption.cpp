@@ -3,22 +3,16 @@
 #include "process/Output.h"
 #include "process/ServiceManager.h"
 #include "process/StopSignals.h"
-#include <Show/scene/SceneFile.h>
 
 #include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <netinet/in.h>
-#include <sstream>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
-#include <variant>
 
 namespace OrvelTool {
 
@@ -27,11 +21,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kPollInterval = 500ms;
-
-bool isMissing(const std::string& path) {
-    std::error_code error;
-    return std::filesystem::status(path, error).type() == std::filesystem::file_type::not_found;
-}
 
 } // namespace
 
@@ -66,34 +55,6 @@ bool WaitOption::wait(const std::vector<Need>& needs) const {
             return false;
         }
     }
-}
-
-std::string missingFile(const std::string& scenePath) {
-    if (scenePath.empty() || isMissing(scenePath)) {
-        return scenePath;
-    }
-    std::ifstream file(scenePath, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    std::vector<Show::Problem> problems;
-    const auto scene = parseScene(text.str(), scenePath, problems);
-    if (!scene) {
-        return {};
-    }
-    std::string missing;
-    const auto look = [&missing](const Show::Sound& sound) {
-        const auto* found = std::get_if<Show::SoundFile>(&sound);
-        if (missing.empty() && found != nullptr && isMissing(found->path)) {
-            missing = found->path;
-        }
-    };
-    for (const Show::SourceSpec& source : scene->sources) {
-        look(source.sound);
-    }
-    for (const Show::Change& change : scene->timeline) {
-        look(change.newSource ? change.newSource->sound : change.sound);
-    }
-    return missing;
 }
 
 std::string missingAddress(const std::string& address) {

@@ -26,9 +26,6 @@ private:
     bool given_ = false;
 };
 
-/// The scene file or the first of its sound files that does not exist; empty if all do. Other
-/// mistakes are left to the loader.
-std::string missingFile(const std::string& scenePath);
 /// Returns `address`, such as "192.0.2.1", if no interface has it; empty otherwise, and for names
 /// and 0.0.0.0.
 std::string missingAddress(const std::string& address);

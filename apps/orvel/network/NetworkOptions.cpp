@@ -124,10 +124,8 @@ void NetworkOptions::limit(Corvid::MultiClient& client) const {
 }
 
 void NetworkOptions::limitClients(const Orvel::World& world) const {
-    for (Orvel::Backend* backend : world.backends()) {
-        if (const auto* client = dynamic_cast<Orvel::ClientBackend*>(backend)) {
-            limit(client->multiClient());
-        }
+    for (const Orvel::ClientBackend* client : clientsOf(world)) {
+        limit(client->multiClient());
     }
 }
 
@@ -197,6 +195,17 @@ std::string checkHostAndPort(const std::string& text) {
 std::pair<std::string, std::uint16_t> hostAndPort(const std::string& text) {
     const auto colon = text.rfind(':');
     return {text.substr(0, colon), static_cast<std::uint16_t>(std::stoi(text.substr(colon + 1)))};
+}
+
+std::vector<Orvel::ClientBackend*> clientsOf(const Orvel::World& world) {
+    std::vector<Orvel::ClientBackend*> clients;
+    for (Orvel::Backend* backend : world.backends()) {
+        // The one kind whose connections the tool configures; a state would not do.
+        if (auto* client = dynamic_cast<Orvel::ClientBackend*>(backend)) {
+            clients.push_back(client);
+        }
+    }
+    return clients;
 }
 
 } // namespace OrvelTool

@@ -16,8 +16,9 @@ class MultiServer;
 } // namespace Corvid
 
 namespace Orvel {
+class ClientBackend;
 class World;
-}
+} // namespace Orvel
 
 namespace OrvelTool {
 
@@ -57,6 +58,9 @@ private:
     std::size_t maxPerAddress_ = 16;
     std::size_t maxServers_ = 64;
 };
+
+/// The client back ends of a world.
+std::vector<Orvel::ClientBackend*> clientsOf(const Orvel::World& world);
 
 /// Validates "HOST:PORT" as an option's value. Returns an error message, or an empty text.
 std::string checkHostAndPort(const std::string& text);

@@ -30,19 +30,19 @@ RemoteServers::Client::Client(Orvel::ClientBackend& client)
 RemoteServers::RemoteServers(
     Orvel::World& world, const std::vector<std::string>& servers, bool wait)
     : world_(world), begin_(Clock::now()), last_(begin_), wait_(wait) {
-    for (Orvel::Backend* backend : world.backends()) {
-        if (auto* client = dynamic_cast<Orvel::ClientBackend*>(backend)) {
-            for (const std::string& server : servers) {
-                const auto [host, port] = hostAndPort(server);
-                client->multiClient().connectToServer(host, port);
-            }
-            Client& entry = clients_.emplace_back(*client);
-            client->setDriverHandler([this, &entry](const auto& event, const std::string& server) {
-                take(entry, event, server);
-            });
+    for (Orvel::ClientBackend* client : clientsOf(world)) {
+        for (const std::string& server : servers) {
+            const auto [host, port] = hostAndPort(server);
+            client->multiClient().connectToServer(host, port);
         }
-        sounds_ = sounds_ || !backend->state().device.empty();
+        Client& entry = clients_.emplace_back(*client);
+        client->setDriverHandler([this, &entry](const auto& event, const std::string& server) {
+            take(entry, event, server);
+        });
     }
+    sounds_ = std::ranges::any_of(world.backends(), [](const Orvel::Backend* backend) {
+        return !backend->state().device.empty();
+    });
     if (!clients_.empty()) {
         clock_ = new Show::PlayClock(world); // the world deletes it
     }
@@ -89,7 +89,7 @@ void RemoteServers::look() {
         for (const std::string& server : client.watch.look()) {
             othersDrive_.erase(server);
         }
-        told_ = told_ || client.watch.someCame();
+        settled_ = settled_ || client.watch.someCame();
         if (client.watch.someCame() || std::exchange(client.regained, false)) {
             stopWhatIsOver(client);
         }
@@ -99,8 +99,8 @@ void RemoteServers::look() {
         std::exchange(held_, held) != held) {
         heldSince_ = now;
     }
-    if (!told_ && now >= begin_ + kPatience) {
-        told_ = true;
+    if (!settled_ && now >= begin_ + kPatience) {
+        settled_ = true;
         report(
             "no server has been found yet; still searching. Run \"orvel servers\" to find out why");
     }

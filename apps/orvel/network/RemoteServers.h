@@ -70,7 +70,7 @@ private:
     bool hindered_ = false;             // another player has driven a server
     bool held_ = false;                 // other players drive all servers
     Clock::time_point heldSince_;
-    bool told_ = false; // reported that no server was found, or one was found
+    bool settled_ = false; // a server was found, or its absence reported
 };
 
 } // namespace OrvelTool

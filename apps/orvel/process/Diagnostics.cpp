@@ -47,8 +47,8 @@ std::string textOf(const Orvel::Diagnostic& diagnostic) {
 
 } // namespace
 
-Diagnostics::Diagnostics(bool verbose, Show::PartNames names)
-    : verbose_(verbose), names_(std::move(names)), formerHeader_(Orvel::Log::the().header()),
+Diagnostics::Diagnostics(bool verbose, Show::ShowFile file)
+    : verbose_(verbose), file_(std::move(file)), formerHeader_(Orvel::Log::the().header()),
       formerLevel_(Orvel::Log::the().level()) {
     Orvel::Log& log = Orvel::Log::the();
     log.setLevel(verbose ? Orvel::Log::Level::Debug : Orvel::Log::Level::Warning);
@@ -106,7 +106,7 @@ bool Diagnostics::add(const Orvel::Diagnostic& diagnostic) {
     using Level = Orvel::Log::Level;
     const bool isMessage = diagnostic.level == Level::Fatal || diagnostic.level == Level::Warning;
     if (isMessage && !isOfNoInterest(diagnostic.code) && messages_.size() < kMaxMessages) {
-        const std::string part = names_(diagnostic.part);
+        const std::string part = file_.nameOf(diagnostic.part);
         messages_.push_back(
             {Show::visible((part.empty() ? "" : part + ": ") + textOf(diagnostic)),
              diagnostic.level == Level::Fatal && diagnostic.code != Code::InvalidEvent});

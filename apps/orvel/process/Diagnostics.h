@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Show/scene/PartNames.h>
+#include <Show/ShowFile.h>
 
 #include <Orvel/Diagnostic.h>
 
@@ -21,8 +21,8 @@ class Diagnostics {
 public:
     static constexpr std::size_t kMaxMessages = 1000;
 
-    /// `names` are for the parts that messages are about.
-    explicit Diagnostics(bool verbose, Show::PartNames names = {});
+    /// `file` names the parts that messages are about.
+    explicit Diagnostics(bool verbose, Show::ShowFile file = {});
     Diagnostics(const Diagnostics&) = delete;
     Diagnostics& operator=(const Diagnostics&) = delete;
     ~Diagnostics();
@@ -51,7 +51,7 @@ private:
     void write(Orvel::Log::Level level, std::string_view line) const;
 
     const bool verbose_;
-    const Show::PartNames names_;
+    const Show::ShowFile file_;
     std::vector<Message> messages_;  // guarded by the log's lock
     std::set<std::string> reported_; // texts
     std::size_t lost_ = 0;

@@ -1,4 +1,4 @@
-#include <Show/render/LevelReport.h>
+#include "commands/LevelReport.h"
 
 #include <nlohmann/json.hpp>
 
@@ -6,16 +6,16 @@
 #include <cstdio>
 #include <string>
 
-namespace Show {
+namespace OrvelTool {
 
 namespace {
 
-void writeRow(std::ostream& out, const std::string& name, const LevelMeter::Levels& levels) {
+void writeRow(std::ostream& out, const std::string& name, const Show::LevelMeter::Levels& levels) {
     std::array<char, 128> row{};
     std::snprintf(
         row.data(), row.size(), "%8s  %10.1f %9.1f  %10.1f %9.1f\n", name.c_str(),
-        toDecibels(levels[0].peak), toDecibels(levels[0].rms), toDecibels(levels[1].peak),
-        toDecibels(levels[1].rms));
+        Show::toDecibels(levels[0].peak), Show::toDecibels(levels[0].rms),
+        Show::toDecibels(levels[1].peak), Show::toDecibels(levels[1].rms));
     out << row.data();
 }
 
@@ -25,13 +25,13 @@ nlohmann::ordered_json number(double level) {
         return nullptr;
     }
     std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.2f", toDecibels(level));
+    std::snprintf(text.data(), text.size(), "%.2f", Show::toDecibels(level));
     return std::stod(text.data());
 }
 
-nlohmann::ordered_json channels(const LevelMeter::Levels& levels) {
+nlohmann::ordered_json channels(const Show::LevelMeter::Levels& levels) {
     nlohmann::ordered_json json;
-    const std::array<const char*, LevelMeter::kChannels> names{"left", "right"};
+    const std::array<const char*, Show::LevelMeter::kChannels> names{"left", "right"};
     for (std::size_t channel = 0; channel < names.size(); ++channel) {
         json[names[channel]] = {
             {"peak", number(levels[channel].peak)}, {"rms", number(levels[channel].rms)}};
@@ -41,12 +41,12 @@ nlohmann::ordered_json channels(const LevelMeter::Levels& levels) {
 
 } // namespace
 
-void writeTable(std::ostream& out, const LevelMeter& meter, std::size_t mostRows) {
+void writeTable(std::ostream& out, const Show::LevelMeter& meter, std::size_t maxRows) {
     constexpr std::array<std::size_t, 13> kRows{1,   2,   5,   10,  15,   30,  60,
                                                 120, 300, 600, 900, 1800, 3600};
     const std::size_t seconds = meter.windows().size();
     const auto* const each = std::find_if(kRows.begin(), kRows.end() - 1, [&](std::size_t row) {
-        return (seconds + row - 1) / row <= mostRows;
+        return (seconds + row - 1) / row <= maxRows;
     });
     out << "  second   left peak       RMS  right peak       RMS   (dBFS";
     if (*each > 1) {
@@ -54,18 +54,18 @@ void writeTable(std::ostream& out, const LevelMeter& meter, std::size_t mostRows
     }
     out << ")\n";
     std::size_t second = 0;
-    for (const LevelMeter::Levels& levels : meter.windows(*each)) {
+    for (const Show::LevelMeter::Levels& levels : meter.windows(*each)) {
         writeRow(out, std::to_string(second), levels);
         second += *each;
     }
     writeRow(out, "all", meter.all());
 }
 
-nlohmann::ordered_json toJson(const LevelMeter& meter) {
+nlohmann::ordered_json toJson(const Show::LevelMeter& meter) {
     nlohmann::ordered_json json;
     json["levels"] = nlohmann::ordered_json::array();
     int second = 0;
-    for (const LevelMeter::Levels& levels : meter.windows()) {
+    for (const Show::LevelMeter::Levels& levels : meter.windows()) {
         nlohmann::ordered_json row;
         row["second"] = second++;
         row.update(channels(levels));
@@ -75,4 +75,4 @@ nlohmann::ordered_json toJson(const LevelMeter& meter) {
     return json;
 }
 
-} // namespace Show
+} // namespace OrvelTool

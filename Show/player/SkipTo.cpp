@@ -1,4 +1,4 @@
-#include <Show/player/skipTo.h>
+#include <Show/player/SkipTo.h>
 
 #include <Show/player/PlayClock.h>
 

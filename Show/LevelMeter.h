@@ -6,6 +6,8 @@
 #include <span>
 #include <vector>
 
+#include <orvel_show_export.h>
+
 namespace Show {
 
 /// The level of a section of one channel, as a factor of full scale. Immutable values.
@@ -15,11 +17,11 @@ struct Level {
 };
 
 /// A linear level in dB below full scale, 20 log10(level); minus infinity for 0.
-double toDecibels(double level);
+ORVEL_SHOW_EXPORT double toDecibels(double level);
 
 /// Measures stereo samples per window, and in total. Confined to one thread at a time. Stores a few
 /// numbers per window, not the samples.
-class LevelMeter {
+class ORVEL_SHOW_EXPORT LevelMeter {
 public:
     static constexpr std::size_t kChannels = 2;
     using Levels = std::array<Level, kChannels>; ///< left, right

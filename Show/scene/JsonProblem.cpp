@@ -1,4 +1,4 @@
-#include <Show/scene/JsonMistake.h>
+#include <Show/scene/JsonProblem.h>
 
 #include <Show/detail/ValidText.h>
 #include <Show/scene/JsonTree.h>
@@ -47,7 +47,7 @@ class MistakeFinder {
 public:
     explicit MistakeFinder(std::string_view text) : text_(text) {}
 
-    std::optional<JsonMistake> find() {
+    std::optional<JsonProblem> find() {
         if (text_.starts_with("\xFF\xFE") || text_.starts_with("\xFE\xFF") ||
             text_.substr(0, 2).find('\0') != std::string_view::npos) {
             fail(0, "expected UTF-8, found UTF-16; save the file as UTF-8");
@@ -69,7 +69,7 @@ private:
     enum class Next { Value, FirstValue, Key, FirstKey, Colon, Comma, End };
 
     bool fail(std::size_t offset, std::string words) {
-        mistake_ = mistakeAt(text_, offset, std::move(words));
+        mistake_ = problemAt(text_, offset, std::move(words));
         return false;
     }
 
@@ -110,7 +110,7 @@ private:
 
     /// The closing bracket of the innermost open one, with the position of the latter.
     [[nodiscard]] std::string closing() const {
-        const JsonMistake opening = mistakeAt(text_, open_.back(), {});
+        const JsonProblem opening = problemAt(text_, open_.back(), {});
         return std::string(inObject() ? R"("}" for the "{")" : R"("]" for the "[")") + " in line " +
                std::to_string(opening.line) + ", column " + std::to_string(opening.column);
     }
@@ -409,12 +409,12 @@ private:
     Next next_ = Next::Value;
     std::vector<std::size_t> open_; // offsets of the open brackets
     std::string key_;               // the last one
-    std::optional<JsonMistake> mistake_;
+    std::optional<JsonProblem> mistake_;
 };
 
 } // namespace
 
-JsonMistake mistakeAt(std::string_view text, std::size_t offset, std::string words) {
+JsonProblem problemAt(std::string_view text, std::size_t offset, std::string words) {
     const std::string_view before = text.substr(0, offset);
     const auto lineEnd = before.rfind('\n');
     std::string_view line = lineEnd == std::string_view::npos ? before : before.substr(lineEnd + 1);
@@ -427,7 +427,7 @@ JsonMistake mistakeAt(std::string_view text, std::size_t offset, std::string wor
         1 + static_cast<int>(std::count_if(line.begin(), line.end(), isStart)), std::move(words)};
 }
 
-std::optional<JsonMistake> findMistake(std::string_view text) {
+std::optional<JsonProblem> findProblem(std::string_view text) {
     return MistakeFinder(text).find();
 }
 

@@ -1,4 +1,4 @@
-#include <Show/render/LevelMeter.h>
+#include <Show/LevelMeter.h>
 
 #include <algorithm>
 #include <cmath>
