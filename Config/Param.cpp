@@ -46,7 +46,7 @@ bool ParamReader::flag(const char* name) const {
     const bool usual = Base::string2Value(param->defaultValue, false);
     const char* given = bag_.getParam(name, nullptr);
     const bool value = Base::string2Value(given, usual);
-    // What is neither yes nor no gives whatever default it is read with.
+    // A text that is neither yes nor no gives the default, whichever it is.
     if (given != nullptr && value != Base::string2Value(given, !usual)) {
         refuse(name, given, valuesOf(*param) + "; using " + param->defaultValue);
     }

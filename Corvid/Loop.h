@@ -41,7 +41,7 @@ public:
     /// until the descriptor is not ready or not wanted any more.
     class ORVEL_EXPORT Watch {
     public:
-        /// What a descriptor is ready for.
+        /// Readiness of a descriptor.
         struct Ready {
             bool toRead;
             bool toWrite;

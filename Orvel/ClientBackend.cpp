@@ -132,7 +132,7 @@ ClientBackend::~ClientBackend() {
     }
 }
 
-/// Applies the search parameters. What is not set stays as the process has it.
+/// Applies the search parameters. Those not set keep the process's defaults.
 void ClientBackend::configure(const Config::ParamReader& read) {
     Corvid::Multicast& multicast = communicator_->multicast();
     if (const std::string group = read.text("group"); read.isSet("group")) {

@@ -61,10 +61,10 @@ if(TARGET orvel_cli)
         DESTINATION ${CMAKE_INSTALL_DATADIR}/orvel COMPONENT tool)
     # Manual pages, compressed as man expects them.
     find_program(ORVEL_GZIP gzip REQUIRED)
-    foreach(page orvel orvel-check orvel-doctor orvel-kinds orvel-play orvel-plot orvel-record
-            orvel-render orvel-serve orvel-servers)
-        set(source "${PROJECT_SOURCE_DIR}/docs/man/${page}.1")
-        set(compressed "${PROJECT_BINARY_DIR}/man/${page}.1.gz")
+    file(GLOB pages CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/docs/man/*.1")
+    foreach(source IN LISTS pages)
+        get_filename_component(page "${source}" NAME)
+        set(compressed "${PROJECT_BINARY_DIR}/man/${page}.gz")
         add_custom_command(OUTPUT "${compressed}"
             COMMAND ${CMAKE_COMMAND} -E make_directory "${PROJECT_BINARY_DIR}/man"
             COMMAND ${ORVEL_GZIP} -9nc "${source}" > "${compressed}"

@@ -35,7 +35,7 @@ inline constexpr std::array kLoopbackParams{
     // OpenAL Soft's default; it provides fewer only because of its settings.
     Param{"sources", Param::Type::Number, "256", "emitters that can sound at once", 256, 65536}};
 
-/// Reads a back end's parameters; what is not used is reported as its own, under `name`, which must
+/// Reads a back end's parameters; unusable values are reported under `name`, the kind's, which must
 /// outlive the reader.
 inline Config::ParamReader
 readParams(const Config::ParamBag& bag, std::span<const Param> table, const char* name) {

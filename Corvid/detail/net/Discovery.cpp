@@ -29,7 +29,7 @@ bool isIn(const std::vector<Value>& list, const Value& value) {
 
 Discovery::Network networkOf(const ifaddrs& one, const InetAddress& address) {
     if ((one.ifa_flags & IFF_POINTOPOINT) != 0) {
-        return {0, 0}; // no networks, only the peer and what it forwards
+        return {0, 0}; // no network of its own: a tunnel to one peer
     }
     const auto* mask = reinterpret_cast<const sockaddr_in*>(one.ifa_netmask);
     const std::uint32_t bits = mask == nullptr ? ~0U : ntohl(mask->sin_addr.s_addr);

@@ -12,12 +12,12 @@ namespace {
 
 using Code = Orvel::Diagnostic::Code;
 
-/// Whether it is nothing for the user: it is reported elsewhere, or as it should be.
+/// Whether it is not for the user: it is normal, or is reported elsewhere.
 bool isOfNoInterest(Code code) {
     switch (code) {
     case Code::LostPeer:      // PeerWatch reports peers
     case Code::SoundNotSent:  // servers have sources of their own
-    case Code::UnknownSource: // of which these are
+    case Code::UnknownSource: // the same
     case Code::Loading:
     case Code::SoundSet:
     case Code::ReceiveEnded:
@@ -39,7 +39,7 @@ std::string textOf(const Orvel::Diagnostic& diagnostic) {
                    ? diagnostic.text
                    : "cannot play \"" + diagnostic.subject + "\": " + diagnostic.reason;
     case Code::InvalidEvent:
-        return "a peer sent what makes no sense here: " + diagnostic.text;
+        return "invalid event from a peer: " + diagnostic.text;
     default:
         return diagnostic.text;
     }

@@ -27,17 +27,17 @@ public:
     Diagnostics& operator=(const Diagnostics&) = delete;
     ~Diagnostics();
 
-    /// The messages since the last call, each text once in this object's life, and no more than
-    /// kMaxMessages: strangers on the network cause some of them.
+    /// The messages since the last call: each text once in this object's life, and at most
+    /// kMaxMessages in total, because peers can cause them.
     std::vector<std::string> take();
-    /// Writes them to standard error. False if there are none.
+    /// Takes the messages and writes them to standard error. Returns false if there are none.
     bool report();
-    /// Whether take() would look at any.
+    /// Whether take() has messages to look at.
     [[nodiscard]] bool pending() const;
     /// Forgets the messages since the last take().
     void drop();
 
-    /// How many different messages were about something that is not heard as the scene wants it.
+    /// Number of different messages about sounds that are missing or not as in the scene.
     [[nodiscard]] std::size_t lost() const noexcept { return lost_; }
 
 private:
@@ -46,7 +46,7 @@ private:
         bool lost = false;
     };
 
-    /// False if the log is to write its lines for it as well.
+    /// Returns false if the log shall write its own line for it too.
     bool add(const Orvel::Diagnostic& diagnostic);
     void write(Orvel::Log::Level level, std::string_view line) const;
 
