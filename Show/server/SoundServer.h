@@ -42,7 +42,8 @@ public:
     void setTap(Observer* tap) { tap_ = tap; }
     /// Applies received events, for about `atMost`.
     void serve(std::chrono::steady_clock::duration atMost);
-    /// Applies an event of the local input, regardless of the driver. Returns false if it is invalid.
+    /// Applies an event of the local input, regardless of the driver. Returns false if it is
+    /// invalid.
     bool apply(Orvel::CommandEvent& event);
     /// The ids of sources that clients asked for and that are missing, since the last call, as a
     /// list for people; empty if there are none.
