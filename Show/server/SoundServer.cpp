@@ -164,9 +164,9 @@ bool SoundServer::apply(Orvel::CommandEvent& event) {
 }
 
 std::vector<std::string> SoundServer::takeReports() {
-    std::vector<std::string> reports = std::exchange(reports_, {});
-    std::vector<std::string> refusals = session_.takeRefusals();
-    std::move(refusals.begin(), refusals.end(), std::back_inserter(reports));
+    std::vector<std::string> reports = session_.takeRefusals();
+    std::move(reports_.begin(), reports_.end(), std::back_inserter(reports));
+    reports_.clear();
     return reports;
 }
 
