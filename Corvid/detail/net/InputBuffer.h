@@ -1,6 +1,6 @@
 #pragma once
 
-#include <Corvid/detail/net/wire.h>
+#include <Corvid/detail/net/Wire.h>
 
 #include <cstddef>
 #include <memory>
