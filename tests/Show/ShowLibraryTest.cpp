@@ -76,8 +76,13 @@ TEST_F(ShowLibrary, RendersTheSamePartToAFileAndAFunctionUnlessCancelled) {
         return samples.size() < 30000;
     };
     ASSERT_TRUE(render(scene_, take, settings).isGood());
+    std::vector<float> metered;
+    settings.samples = [&metered](std::span<const float> block) {
+        metered.insert(metered.end(), block.begin(), block.end());
+    };
     const RenderResult result = renderToFile(scene_, path, settings);
     ASSERT_TRUE(result.isGood()) << result.error;
+    EXPECT_EQ(metered, samples);
     EXPECT_EQ(result.seconds, 0.25);
     Orvel::SoundFile file(path);
     std::vector<float> written(file.frames() * 2 + 2);
@@ -90,6 +95,8 @@ TEST_F(ShowLibrary, RendersTheSamePartToAFileAndAFunctionUnlessCancelled) {
     settings.progress = {};
     EXPECT_TRUE(render(scene_, take, settings).cancelled);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_.path()), {}), 1);
+    settings.from = result.end; // nothing is left
+    EXPECT_EQ(renderToFile(scene_, path, settings).cause, RenderResult::Cause::Empty);
     settings.rate = 7;
     EXPECT_NE(render(scene_, take, settings).error.find("8000 to 192000"), std::string::npos);
 }

@@ -186,6 +186,7 @@ int ServeCommand::run() {
     }
     Orvel::OALLoopbackBackend* loopback = nullptr;
     if (!output_.empty()) {
+        // Not for its state: this kind is one that the recording pulls frames from.
         loopback = dynamic_cast<Orvel::OALLoopbackBackend*>(
             server.addBackend("loopback", kRecordingParams));
         diagnostics.report();
