@@ -22,6 +22,7 @@ using Orvel::Test::sendTo;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
+constexpr std::size_t kMaxConnections = Corvid::MultiCommunicator::kMaxConnections;
 constexpr double kNever = 3600.0; // a search interval that excludes later searches
 
 std::vector<std::uint32_t> upTo(std::uint32_t count) {
@@ -220,12 +221,18 @@ TEST_F(Net, IgnoresDatagramsThatItHasNotAskedFor) {
     ::close(router);
 
     client->setConnecting(false);
+    const auto find = [&](char begin, char end, std::size_t allIgnored, std::size_t found) {
+        for (char instance = begin; instance < end; ++instance) {
+            sendTo(descriptor, datagram(2, nonce, instance), asker);
+        }
+        EXPECT_TRUE(ignored(std::size(rows) + allIgnored));
+        EXPECT_EQ(client->foundServers().size(), found);
+    };
+    client->setMaxPerAddress(2);
+    find(2, 4, 1, 2);
+    client->setMaxPerAddress(kMaxConnections);
     client->setMaxFoundServers(4);
-    for (char instance = 2; instance < 7; ++instance) {
-        sendTo(descriptor, datagram(2, nonce, instance), asker);
-    }
-    EXPECT_TRUE(ignored(std::size(rows) + 2));
-    EXPECT_EQ(client->foundServers().size(), 4U);
+    find(4, 8, 3, 4);
     ::close(descriptor);
 }
 
@@ -248,7 +255,7 @@ TEST_F(Net, KeepsPlacesAndDescriptorsForOthers) {
     rlimit limit = {};
     ::getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit few = {static_cast<rlim_t>(::dup(0)) + 160, limit.rlim_max};
-    server->setMaxPerAddress(Corvid::MultiCommunicator::kMaxConnections);
+    server->setMaxPerAddress(kMaxConnections);
     for (char instance = 0; instance < 100; ++instance) {
         others.emplace_back(server->port(), greeting(2, instance));
     }
@@ -409,15 +416,14 @@ TEST_F(Net, BoundsConnectionsAndTheMemoryOfTheirInput) {
     EXPECT_EQ(
         server->counters().lastDrops.at(0).reason, "too many large events are arriving at once");
 
-    constexpr std::size_t kMax = Corvid::MultiCommunicator::kMaxConnections;
     rlimit limit = {};
     ::getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit many = {std::min<rlim_t>(limit.rlim_max, 4 * kMax), limit.rlim_max};
+    const rlimit many = {std::min<rlim_t>(limit.rlim_max, 4 * kMaxConnections), limit.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &many), 0);
-    ASSERT_GT(many.rlim_cur, 3 * kMax);
-    server->setMaxPerAddress(2 * kMax);
+    ASSERT_GT(many.rlim_cur, 3 * kMaxConnections);
+    server->setMaxPerAddress(2 * kMaxConnections);
     std::list<RawSocket> peers;
-    while (peers.size() < kMax + 20) {
+    while (peers.size() < kMaxConnections + 20) {
         peers.emplace_back(server->port(), greeting(2, static_cast<std::uint16_t>(peers.size())));
         server->poll();
     }
@@ -425,7 +431,7 @@ TEST_F(Net, BoundsConnectionsAndTheMemoryOfTheirInput) {
         return server->counters().connected + server->counters().refused == all;
     };
     EXPECT_TRUE(until(isSettled, *server));
-    EXPECT_EQ(server->connections(), kMax);
+    EXPECT_EQ(server->connections(), kMaxConnections);
     ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 

@@ -82,9 +82,9 @@ TEST(World, TestsTheListenerForAChangeComponentByComponent) {
     EXPECT_EQ(backend->take(), Calls());
     EXPECT_EQ(world.listenerPosition(), Vec3f());
     const std::pair<Vec3f, Quaternion> changes[] = {
-        {{1e-5F, 0, 0}, {}},      {{0, -1e-5F, 0}, {}},
-        {{0, 0, 1e-5F}, {}},      {{}, {-1e-5F, 0, 0, 1}},
-        {{}, {0, 1e-5F, 0, 1}},   {{}, {0, 0, -1e-5F, 1}},
+        {{2e-6F, 0, 0}, {}},      {{0, -2e-6F, 0}, {}},
+        {{0, 0, 2e-6F}, {}},      {{}, {-2e-6F, 0, 0, 1}},
+        {{}, {0, 2e-6F, 0, 1}},   {{}, {0, 0, -2e-6F, 1}},
         {{}, {0, 0, 0, 0.9999F}}, {{}, {0, std::numeric_limits<float>::quiet_NaN(), 0, 1}},
     };
     for (const auto& [position, rotation] : changes) {

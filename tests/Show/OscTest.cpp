@@ -279,6 +279,11 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     EXPECT_EQ(faults.size(), 100);
     inbox.advance(at(400));
     EXPECT_EQ(take().size(), OscInbox::kMaxMessages);
+    for (int i = 0; i < 20; ++i) {
+        add(bundle(500, {message("/large", {}, std::string(1'000'000, 'x').c_str())}), at(400));
+    }
+    inbox.advance(at(500));
+    EXPECT_EQ(take().size(), OscInbox::kMaxBytes / 1'000'000);
 }
 
 TEST(OscStream, FindsPacketsHoweverTheyArrive) {

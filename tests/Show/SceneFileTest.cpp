@@ -97,6 +97,11 @@ TEST(SceneFile, ReportsEveryMistakeOnceAndInOrder) {
         fields, "s.json:2:36: timeline[0].gain: s.json:3: sources[0].pitch: "
                 "s.json:4:42: sources[1].tone.hertz: s.json:4:58: sources[1].tone.seconds: "
                 "s.json:5: emitters[0].gain: s.json:5: emitters[0].gain: ");
+    std::string many = "[0";
+    for (std::size_t i = 0; i < kMaxSceneValues; ++i) {
+        many += ",0";
+    }
+    EXPECT_NE(problemsOf(many + "]").at(0).find("no more than 2000000 values"), std::string::npos);
     const std::vector<std::string> most = problemsOf(
         R"({"orvel":1,"emitters":)" + json(std::vector<json>(1000, json::object())).dump() + "}");
     EXPECT_EQ(most.size(), kMaxProblems);

@@ -104,6 +104,9 @@ TEST(OALBackend, ResetDeletesSourcesBeforeBuffersByAscendingId) {
     t.world.createSource(-3);      // buffer 2
     t.world.createEmitter({}, -3); // AL source 2
     t.forget();
+    backend.createSource(*t.source); // again; another buffer would never be deleted
+    backend.createEmitter(*t.emitter);
+    t.expect("", "");
     t.al.failing = "alSourceStop"; // must not end either loop
     backend.resetBackend();
     t.expect(
