@@ -109,8 +109,9 @@ TEST_F(Net, TakesUpSettingsChangedAfterOpening) {
     const auto server = newServer();
     const auto client = newClient();
     server->multicast().setPort(otherPort);
-    server->multicast().setAddress(Corvid::InetAddress::getByAddress("239.255.1.2"));
     server->setId(12);
+    server->poll();
+    server->multicast().setAddress(Corvid::InetAddress::getByAddress("239.255.1.2"));
     server->poll();
     client->poll();
     client->multicast().setPort(otherPort);
@@ -241,6 +242,12 @@ TEST_F(Net, KeepsPlacesAndDescriptorsForOthers) {
     server->setMaxPerAddress(2);
     RawSocket busy(server->port(), greetingAnd({8, 0, 7}));
     RawSocket idle(server->port(), greeting(2, 'j'));
+    rlimit limit = {};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none = {0, limit.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_TRUE(until([&] { return server->hasLine("cannot accept a client"); }, *server));
+    ::setrlimit(RLIMIT_NOFILE, &limit);
     ASSERT_TRUE(until([&] { return server->connections() == 2; }, *server));
     std::list<RawSocket> others;
     for (int i = 0; i < 30; ++i) {
@@ -252,8 +259,6 @@ TEST_F(Net, KeepsPlacesAndDescriptorsForOthers) {
         until([&] { return others.emplace_back(server->port()), idle.isClosed(); }, *server));
     EXPECT_FALSE(busy.isClosed());
 
-    rlimit limit = {};
-    ::getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit few = {static_cast<rlim_t>(::dup(0)) + 160, limit.rlim_max};
     server->setMaxPerAddress(kMaxConnections);
     for (char instance = 0; instance < 100; ++instance) {

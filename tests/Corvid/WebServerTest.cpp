@@ -103,6 +103,7 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
     const auto post = [](const std::string& headers, const std::string& text) {
         return "POST /echo HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n\r\n" + text;
     };
+    addPieces("/pieces", 2, 3);
     // The request, and the status, a header and part of the body of its answer.
     const std::tuple<std::string, int, std::string, std::string> rows[] = {
         {"GET /echo?x=%41+b&y&=&x=2%26" + kEnd, 200, "Connection: keep-alive",
@@ -111,6 +112,9 @@ TEST_F(WebServer, AnswersEachRequestAsItDeserves) {
         {"GET http://[::1]:80/%65cho#end" + kEnd, 200, "Content-Length: 9", "GET /echo"},
         {"GET /echo HTTP/1.0\r\n\r\n", 200, "Connection: close", "GET /echo"},
         {"GET /echo HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", 200, "Connection: keep-alive", ""},
+        // HTTP/1.0 knows no chunks, so the end of the connection ends the body.
+        {"GET /pieces HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", 200, "Connection: close",
+         "cccbbb"},
         {"\r\n\r\nGET /static" + kEnd, 200, "Content-Type: text/css", std::string("a\0b", 3)},
         {"GET /moved" + kEnd, 301, "Location: /echo?a=1&b=2", "<a href=\"/echo?a=1&amp;b=2\">"},
         {post("Content-Length: 65536", body), 200, "Content-Length: 65546", body},

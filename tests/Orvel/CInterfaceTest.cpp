@@ -7,6 +7,7 @@
 #include <Orvel/BackendType.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/SilentBackend.h>
+#include <Orvel/Source.h>
 #include <Orvel/World.h>
 #include <Orvel/orvel.h>
 
@@ -142,6 +143,7 @@ TEST(CInterface, AServersSourcesSurviveTheirClientsButNotAReset) {
     orvel_backend* client = orvel_world_add_backend(scene, "client", params.c_str());
     orvel_source* source = orvel_source_create(scene, 1);
     orvel_emitter* emitter = orvel_emitter_create(scene, nullptr, 2);
+    orvel_source_set_param(source, true, 2.0F);
     orvel_emitter_set_source(emitter, source);
     orvel_emitter_set_state(emitter, ORVEL_PLAY);
     const auto step = [&] {
@@ -155,8 +157,10 @@ TEST(CInterface, AServersSourcesSurviveTheirClientsButNotAReset) {
     EXPECT_EQ(orvel_emitter_source(orvel_emitter_find(heard, 2)), orvel_source_find(heard, 1));
 
     orvel_source* kept = orvel_source_find(heard, 1);
+    EXPECT_EQ(reinterpret_cast<Source*>(kept)->pitch(), 2.0F);
     orvel_source_destroy(source);
     ASSERT_TRUE(until([&] { return state() == ORVEL_STOP; }, step));
+    EXPECT_EQ(reinterpret_cast<Source*>(kept)->pitch(), 1.0F);
     EXPECT_EQ(orvel_source_find(heard, 1), kept);
     EXPECT_EQ(resets, 1);
     orvel_world_destroy(scene); // resets its servers

@@ -227,6 +227,7 @@ TEST(MonitorStatus, ManyConnectionsComeInPiecesWithoutLossOrRepetition) {
             state.refusedEmitters = std::vector<int>(101, 7);
             state.network = {true, 5, {}};
             state.network->counters.connected = 3;
+            state.network->counters.bytesOut = 9;
             return state;
         }
     };
@@ -240,6 +241,7 @@ TEST(MonitorStatus, ManyConnectionsComeInPiecesWithoutLossOrRepetition) {
     const auto read = readNetwork(watched.world);
     ASSERT_EQ(read.size(), 1);
     EXPECT_EQ(read[0].counters.connected, 3);
+    EXPECT_NE(metricsText(watched.monitor()).find("direction=\"out\"} 9\n"), std::string::npos);
     std::vector<std::string> found;
     for (std::size_t i = 0; i < ends.size(); ++i) {
         for (const json& connection : status.at("network").at(i).at("connections")) {

@@ -104,6 +104,8 @@ TEST(OALLoopbackBackend, NumbersOutsideTheirRangeGiveAWarningAndTheDefault) {
         large.world.createEmitter();
     }
     EXPECT_EQ(large.log.take(), Lines());
+    large.world.createEmitter();
+    EXPECT_EQ(large.log.take().at(0), "FATAL: Cannot create emitter\n");
 }
 
 TEST(OALLoopbackFiles, AreReadOrRefusedWithOneReason) {
