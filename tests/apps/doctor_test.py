@@ -7,7 +7,7 @@ import sys
 import unittest
 
 from remote_case import RemoteCase
-from tool_case import DEADLINE, LEFT, free_port
+from tool_case import DEADLINE, LEFT, changed, free_port
 
 NULL = {"ALSOFT_DRIVERS": "null"}
 
@@ -66,13 +66,17 @@ class Doctor(RemoteCase):
                     "NOTIFY_SOCKET": self.path("notify")})
             self.assertIn(b"EXTEND_TIMEOUT_USEC=", systemd.recv(4096))
             self.wait_for_text("serve.log", "waiting for later.json")
-            os.rename(self.path(self.scene(LEFT)), self.path("later.json"))
+            os.rename(self.path(self.scene(changed(LEFT, timeline=[
+                {"at": 0, "source": 3, "create": True, "file": "later.wav"}]))),
+                self.path("later.json"))
+            self.wait_for_text("serve.log", "later.wav")
+            self.run_tool("render", self.scene(LEFT, "left.json"), "later.wav")
             self.wait_for_text("serve.log", "waiting for a sound device")
             os.mkdir(self.path("card"))
             while b"READY=1" not in systemd.recv(4096):
                 pass
         self.end(server, "serve.log")
-        self.assertEqual(self.read("serve.log").count("\n"), 3)
+        self.assertEqual(self.read("serve.log").count("\n"), 4)
 
 
 if __name__ == "__main__":
