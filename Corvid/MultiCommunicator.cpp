@@ -46,6 +46,10 @@ bool MultiCommunicator::receiveCommunicator(Communicator*& communicator) {
     return hub_->wait(&communicator);
 }
 
+Communicator* MultiCommunicator::communicatorInTurn() const {
+    return hub_->inTurn();
+}
+
 void MultiCommunicator::breakWait() {
     hub_->breakWait();
 }

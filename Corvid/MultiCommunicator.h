@@ -108,6 +108,9 @@ public:
     /// returned once, so that receiving from it fails. Returns false, and null, after breakWait()
     /// or close().
     bool receiveCommunicator(Communicator*& communicator);
+    /// Returns the connection that was returned last if its turn goes on, for another frame;
+    /// otherwise null. A short cut for receiveCommunicator().
+    [[nodiscard]] Communicator* communicatorInTurn() const;
     /// Makes the waiting call, or the next one, return false. Any thread.
     void breakWait();
     /// Does due work without waiting, and counts the connections with data. Returns false if closed

@@ -229,17 +229,21 @@ int Server::receive(bool block) {
     int count = 0;
     int waiting = 0;
     Corvid::Communicator* client = nullptr;
-    auto hasMore = [&, taken = 0]() mutable {
-        return taken++ < kMaxEventsPerReceive && multiServer_->communicatorsAvail(waiting) &&
-               waiting > 0;
+    int left = kMaxEventsPerReceive;
+    const auto hasMore = [&] {
+        return left > 0 && multiServer_->communicatorsAvail(waiting) && waiting > 0;
     };
     while (!stopping_ && (block || hasMore()) && multiServer_->receiveCommunicator(client)) {
-        if (receiveFrom(client)) {
-            ++count;
-            // Updated at once, because a blocking call returns only with the thread. No other
-            // thread writes.
-            receivedEvents_.store(
-                receivedEvents_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        while (client != nullptr) {
+            left -= block ? 0 : 1;
+            if (receiveFrom(client)) {
+                ++count;
+                // Updated at once, because a blocking call returns only with the thread. No other
+                // thread writes.
+                receivedEvents_.store(
+                    receivedEvents_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+            }
+            client = !stopping_ && left > 0 ? multiServer_->communicatorInTurn() : nullptr;
         }
     }
     return count;

@@ -95,6 +95,12 @@ public:
     // For the thread that owns the input.
     [[nodiscard]] InputBuffer::Next next() const { return input_.next(); }
     bool receiveFrame(std::span<const std::byte>& frame);
+    /// Whether its turn goes on: the host may take another frame.
+    [[nodiscard]] bool isInTurn() const {
+        return eventsIn_.load(std::memory_order_relaxed) < turnEndFrames_ &&
+               bytesIn_.load(std::memory_order_relaxed) < turnEndBytes_ &&
+               next() == InputBuffer::Next::Frame && !ended_;
+    }
 
     /// On the loop thread, while it brings the peer up to date: frames queued by this thread are
     /// sent in large parts at once, so that the peer can work meanwhile.
@@ -148,6 +154,10 @@ private:
     std::chrono::system_clock::time_point since_;
     std::atomic<std::uint64_t> eventsIn_ = 0;
     std::atomic<std::uint64_t> bytesIn_ = 0;
+    // Written by HandOver, as the state; while the host has it, what eventsIn_ and bytesIn_ are at
+    // the end of its turn.
+    std::uint64_t turnEndFrames_ = 0;
+    std::uint64_t turnEndBytes_ = 0;
     State state_ = State::Greeting; // belongs to HandOver
     std::atomic<bool> ended_ = false;
     mutable Vessa::Mutex mutex_;

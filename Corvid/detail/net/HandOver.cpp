@@ -189,23 +189,21 @@ Connection* HandOver::take() {
         state = connection->next() == InputBuffer::Next::Frame ? State::LostOut : State::Over;
     }
     taken_ = enter(std::move(connection), state);
-    turnEndFrames_ = taken_->eventsIn_.load(std::memory_order_relaxed) + kMaxTurnFrames;
-    turnEndBytes_ = taken_->bytesIn_.load(std::memory_order_relaxed) + kMaxTurnBytes;
+    taken_->turnEndFrames_ = taken_->eventsIn_.load(std::memory_order_relaxed) + kMaxTurnFrames;
+    taken_->turnEndBytes_ = taken_->bytesIn_.load(std::memory_order_relaxed) + kMaxTurnBytes;
     return taken_.get();
 }
 
 Connection* HandOver::inTurn() const {
     const Guard guard(*this);
     Connection* connection = taken_.get();
-    return connection != nullptr && connection->state_ == State::Out &&
-                   connection->eventsIn_.load(std::memory_order_relaxed) < turnEndFrames_ &&
-                   connection->bytesIn_.load(std::memory_order_relaxed) < turnEndBytes_ &&
-                   connection->next() == InputBuffer::Next::Frame && !connection->isEnded()
-               ? connection
-               : nullptr;
+    const bool goesOn =
+        connection != nullptr && connection->state_ == State::Out && connection->isInTurn();
+    return goesOn ? connection : nullptr;
 }
 
 void HandOver::giveBack(Pointer connection) {
+    connection->turnEndFrames_ = 0;
     if (connection->state_ == State::LostOut) {
         enter(std::move(connection), State::Lost);
     } else if (connection->state_ == State::Out) {
@@ -214,11 +212,15 @@ void HandOver::giveBack(Pointer connection) {
     }
 }
 
-void HandOver::finish() {
+int HandOver::finish() {
     const Guard guard(*this);
-    if (taken_) {
-        giveBack(std::move(taken_));
+    if (!taken_) {
+        return 0;
     }
+    const std::uint64_t begin = taken_->turnEndFrames_ - kMaxTurnFrames;
+    const auto frames = taken_->eventsIn_.load(std::memory_order_relaxed) - begin;
+    giveBack(std::move(taken_));
+    return static_cast<int>(frames);
 }
 
 HandOver::Pointer HandOver::taken() const {

@@ -64,8 +64,8 @@ public:
     /// finish().
     Connection* take();
     /// The host is done with the taken connection: it is queued again, or goes back to the loop
-    /// thread.
-    void finish();
+    /// thread. Returns the number of frames of its turn.
+    int finish();
     /// The connection that the host has taken; null if none.
     [[nodiscard]] Pointer taken() const;
     /// Takes a connection that has greeted, bypassing the queue, and returns it afterwards.
@@ -88,9 +88,6 @@ private:
     std::deque<Pointer> queue_ ORVEL_GUARDED_BY(mutex_);
     std::vector<Pointer> returned_ ORVEL_GUARDED_BY(mutex_);
     Pointer taken_ ORVEL_GUARDED_BY(mutex_);
-    // Of the taken connection, when its turn ends.
-    std::uint64_t turnEndFrames_ ORVEL_GUARDED_BY(mutex_) = 0;
-    std::uint64_t turnEndBytes_ ORVEL_GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace Corvid::detail

@@ -516,15 +516,14 @@ bool Hub::wait(Communicator** communicator, Clock::time_point until) {
             return false;
         }
         if (!handOver_.isDeferred()) {
-            const Connection* next = taken_ < kMaxTaken ? handOver_.inTurn() : nullptr;
+            const Connection* next = handOver_.inTurn();
             if (next == nullptr) {
-                handOver_.finish();
+                taken_ += handOver_.finish();
             }
             if (next != nullptr || (handOver_.hasQueued() && taken_ < kMaxTaken)) {
                 if (communicator != nullptr) {
                     next = next != nullptr ? next : handOver_.take();
                     *communicator = next->communicator;
-                    ++taken_;
                 }
                 return true;
             }
@@ -549,11 +548,11 @@ bool Hub::available(int& count) {
         loop()->run(Loop::kNow);
         return true;
     }
-    if (taken_ < kMaxTaken && handOver_.inTurn() != nullptr) {
+    if (handOver_.inTurn() != nullptr) {
         count = static_cast<int>(handOver_.queued()) + 1;
         return true;
     }
-    handOver_.finish();
+    taken_ += handOver_.finish();
     if (!handOver_.hasQueued() || taken_ >= kMaxTaken) {
         loop()->run(Loop::kNow);
     }

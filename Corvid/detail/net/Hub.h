@@ -58,6 +58,10 @@ public:
     /// returns when another client of the loop has something for its host.
     bool wait(Communicator** communicator, Clock::time_point until = Clock::time_point::max());
     bool available(int& count);
+    [[nodiscard]] Communicator* inTurn() const {
+        const Connection* connection = handOver_.inTurn();
+        return connection == nullptr ? nullptr : connection->communicator;
+    }
     void breakWait();
     int deliver(const std::function<void(Communicator*)>& receive);
     [[nodiscard]] MultiCommunicator::Counters counters() const ORVEL_EXCLUDES(mutex_);
