@@ -17,6 +17,10 @@ bool MultiCommunicator::sendFrame(const std::byte* frame, std::size_t size) {
     return hub_->sendFrame(frame, size);
 }
 
+void MultiCommunicator::endBatch() {
+    hub_->endBatch();
+}
+
 void MultiCommunicator::refuseEvent(const std::string& reason) {
     hub_->report(Severity::Warning, reason);
 }

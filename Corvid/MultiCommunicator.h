@@ -83,6 +83,12 @@ public:
     /// none; returns false if closed or not open, or if the frame is invalid.
     bool sendFrame(const std::byte* frame, std::size_t size) override;
 
+    /// Marks the end of a batch of frames, such as all changes of one update; never waits. A
+    /// program that does so regularly pays for one wake-up of the loop thread per batch; a frame
+    /// that no end follows is sent within a few milliseconds. Without it, the first frame of a
+    /// batch wakes the loop thread. Synchronised.
+    void endBatch();
+
     /// Reports it as a diagnostic.
     void refuseEvent(const std::string& reason) override;
 

@@ -49,7 +49,12 @@ void send(Sender* to, Event& event, Subject& subject, bool transferData) {
             event.loadData();
         }
     }
-    event.send(to);
+    if constexpr (detail::kHasFixedFields<Event>) {
+        const auto frame = detail::frameOf(event);
+        to->sendFrame(frame.data(), frame.size());
+    } else {
+        event.send(to);
+    }
 }
 
 void sendState(Sender* to, CommandEvent& event, short command, int id) {
@@ -255,6 +260,9 @@ void ClientBackend::setEmitterState(Emitter& emitter) {
 
 bool ClientBackend::update() {
     deliver();
+    if (communicator_ != nullptr) {
+        communicator_->endBatch();
+    }
     return Backend::update();
 }
 

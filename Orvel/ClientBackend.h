@@ -74,7 +74,7 @@ public:
     void setEmitterConnection(Emitter& emitter) override;
     void setEmitterState(Emitter& emitter) override;
 
-    /// In deferred mode calls deliver(); otherwise does nothing.
+    /// In deferred mode calls deliver(). Ends a batch of changes, so that they are sent at once.
     bool update() override;
     BackendType* type() override;
     /// The network; a copy is not working.

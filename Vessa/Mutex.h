@@ -19,6 +19,7 @@
 /// A function that acquires or releases a lock.
 #define ORVEL_ACQUIRE(...) ORVEL_THREAD_SAFETY(acquire_capability(__VA_ARGS__))
 #define ORVEL_RELEASE(...) ORVEL_THREAD_SAFETY(release_capability(__VA_ARGS__))
+#define ORVEL_TRY_ACQUIRE() ORVEL_THREAD_SAFETY(try_acquire_capability(true))
 /// A function that the analysis cannot follow; a comment there explains why it is correct.
 #define ORVEL_NO_THREAD_SAFETY_ANALYSIS ORVEL_THREAD_SAFETY(no_thread_safety_analysis)
 
@@ -30,6 +31,7 @@ class ORVEL_CAPABILITY BasicMutex {
 public:
     void lock() ORVEL_ACQUIRE() { native_.lock(); }
     void unlock() ORVEL_RELEASE() { native_.unlock(); }
+    bool tryLock() ORVEL_TRY_ACQUIRE() { return native_.try_lock(); }
 
 private:
     Native native_;
@@ -42,6 +44,8 @@ template <class M>
 class ORVEL_SCOPED_CAPABILITY Lock {
 public:
     explicit Lock(M& mutex) ORVEL_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    /// Takes over a mutex that the thread has locked.
+    Lock(M& mutex, std::adopt_lock_t /*locked*/) ORVEL_REQUIRES(mutex) : mutex_(mutex) {}
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
     ~Lock() ORVEL_RELEASE() { mutex_.unlock(); }

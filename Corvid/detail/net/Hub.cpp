@@ -24,6 +24,10 @@ constexpr auto kMaxTimeToLeave = 2s;
 constexpr auto kDrainInterval = 2ms;
 constexpr int kMaxTaken = 256; // frames between two polls of the sockets
 constexpr auto kNap = 200us;
+// A host that marks the ends of its batches: how often to look for an unfinished one, and how long
+// to expect the next.
+constexpr auto kBatchRest = 4ms;
+constexpr auto kBatchesLast = 200ms;
 constexpr std::size_t kMaxInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
 
@@ -102,6 +106,12 @@ bool Hub::sendFrame(const std::byte* frame, std::size_t size) {
         loop()->wake();
     }
     return taken;
+}
+
+void Hub::endBatch() {
+    if (context_->stream.endBatch()) {
+        loop()->wake();
+    }
 }
 
 std::vector<Hub::Pointer> Hub::registered() const {
@@ -494,6 +504,14 @@ Hub::Clock::time_point Hub::prepare(Clock::time_point now, bool waits) {
     }
     if (!waits) {
         return now;
+    }
+    if (const auto batches = context_->stream.batches(); batches != batches_) {
+        batches_ = batches;
+        batchesEnd_ = now + kBatchesLast;
+    }
+    // A host that marks the ends of its batches wakes this thread then, at most once per batch.
+    if (now < batchesEnd_) {
+        return context_->stream.beginRest() ? std::min(next, now + kBatchRest) : now;
     }
     // A thread that has woken this one is probably sending a batch of events. Wait a moment without
     // requesting a wake-up; input ends the wait at once. Otherwise that thread would have to wake

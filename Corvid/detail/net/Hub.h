@@ -52,6 +52,7 @@ public:
     void setDeferred(bool deferred) { handOver_.setDeferred(deferred); }
 
     bool sendFrame(const std::byte* frame, std::size_t size);
+    void endBatch();
     bool add(Communicator* communicator) ORVEL_EXCLUDES(mutex_);
     bool remove(Communicator* communicator) ORVEL_EXCLUDES(mutex_);
     /// Waits for a connection with data, or until a time. With null it does not take it, and also
@@ -132,6 +133,8 @@ private:
     int taken_ = 0;                 // by the host since the last poll of the sockets
     std::uint64_t wakeUps_ = 0;     // of the loop, when last seen
     std::optional<Clock::time_point> napEnd_;
+    std::uint64_t batches_ = 0; // of the host, when last seen
+    Clock::time_point batchesEnd_;
 
     // The host's.
     bool delivering_ = false;

@@ -1,6 +1,7 @@
 #include <Corvid/detail/net/OutgoingStream.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Corvid::detail {
 
@@ -10,35 +11,39 @@ void OutgoingStream::setLagLimit(std::size_t bytes) {
 }
 
 void OutgoingStream::open() {
-    const Vessa::Lock lock(mutex_);
+    const AppendLock::Holder lock(appendLock_, true);
     open_ = true;
 }
 
 void OutgoingStream::close() {
-    const Vessa::Lock lock(mutex_);
+    const AppendLock::Holder lock(appendLock_, true);
     open_ = false;
 }
 
-bool OutgoingStream::wakeLocked() {
-    work_ = true;
-    const bool wake = sleeping_;
-    sleeping_ = false; // one wake-up is enough
-    return wake;
-}
-
 bool OutgoingStream::append(const std::byte* frame, std::size_t size, bool& wake) {
-    const Vessa::Lock lock(mutex_);
-    if (!open_) {
-        return false;
+    bool newChunk = false;
+    {
+        const AppendLock::Holder lock(appendLock_);
+        if (!open_) {
+            return false;
+        }
+        frames_.store(frames_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+        if (!joined_) {
+            return true;
+        }
+        newChunk = tail().append(frame, size);
     }
-    ++frames_;
-    if (outlets_.empty()) {
-        return true;
+    Vessa::Fence::light(); // against that of beginSleep()
+    wake = sleeping_.load(std::memory_order_relaxed) && sleeping_.exchange(false);
+    // The writer may be late, and memory must stay bounded. If it is at work, the next chunk will
+    // do.
+    if (newChunk) {
+        wake = resting_.exchange(false) || wake;
+        if (mutex_.tryLock()) {
+            const Vessa::Lock lock(mutex_, std::adopt_lock);
+            checkLag();
+        }
     }
-    if (stream_.append(frame, size)) {
-        checkLag();
-    }
-    wake = wakeLocked();
     return true;
 }
 
@@ -61,8 +66,18 @@ bool OutgoingStream::append(Outlet& outlet, const std::byte* frame, std::size_t 
     if (newChunk) {
         checkLag();
     }
-    wake = wakeLocked();
+    wake = addWork();
     return true;
+}
+
+bool OutgoingStream::endBatch() {
+    const std::uint64_t end = stream_.end();
+    if (batchEnd_ == end) {
+        return false;
+    }
+    batchEnd_ = end;
+    ++batches_;
+    return resting_.exchange(false);
 }
 
 std::uint64_t OutgoingStream::lagOf(const Outlet& outlet) const {
@@ -85,18 +100,20 @@ void OutgoingStream::checkLag() {
 
 void OutgoingStream::join(Outlet& outlet) {
     const Vessa::Lock lock(mutex_);
+    outlets_.push_back(&outlet);
     outlet.joined = true;
     outlet.joining = true;
+    const AppendLock::Holder noFrames(appendLock_, true);
+    joined_ = true;
     outlet.position = stream_.end();
     outlet.mark = outlet.position;
     outlet.framesBefore = frames_;
-    outlets_.push_back(&outlet);
 }
 
 bool OutgoingStream::ready(Outlet& outlet) {
     const Vessa::Lock lock(mutex_);
     outlet.joining = false;
-    return wakeLocked();
+    return addWork();
 }
 
 void OutgoingStream::leave(Outlet& outlet) {
@@ -112,6 +129,10 @@ void OutgoingStream::leaveLocked(Outlet& outlet) {
     outlet.leaving = false;
     outlet.framesOwn += frames_ - outlet.framesBefore; // the final count
     std::erase(outlets_, &outlet);
+    if (outlets_.empty()) {
+        const AppendLock::Holder noFrames(appendLock_, true);
+        joined_ = false;
+    }
     trimLocked();
 }
 
@@ -129,13 +150,14 @@ bool OutgoingStream::isLate(Outlet& outlet) {
            (outlet.position < outlet.mark && now - outlet.markTime > kLateTime);
 }
 
-/// Lists all queued data of an outlet, in order. Returns the end of its own part.
-std::uint64_t OutgoingStream::listPending(Outlet& outlet) {
+/// Lists all queued data of an outlet up to an end of the stream, in order. Returns the end of its
+/// own part.
+std::uint64_t OutgoingStream::listPending(Outlet& outlet, std::uint64_t end) {
     std::uint64_t position = outlet.position;
     std::uint64_t own = outlet.own.begin();
     std::uint64_t rest = 0;
     pending_.clear();
-    const auto add = [&](const ChunkQueue& queue, std::uint64_t& from, std::uint64_t to) {
+    const auto add = [&](ChunkQueue& queue, std::uint64_t& from, std::uint64_t to) {
         if (from == to) {
             return;
         }
@@ -149,10 +171,10 @@ std::uint64_t OutgoingStream::listPending(Outlet& outlet) {
         from = to;
     };
     for (const Outlet::Run& run : outlet.runs) {
-        add(stream_, position, run.position);
+        add(head(), position, run.position);
         add(outlet.own, own, run.end);
     }
-    add(stream_, position, stream_.end());
+    add(head(), position, end);
     if (outlet.backlog.empty()) {
         const std::uint64_t begin = outlet.own.begin();
         outlet.backlog.begin(rest, std::max(outlet.replayEnd, begin) - begin);
@@ -173,7 +195,7 @@ void OutgoingStream::moveLag(Outlet& outlet) {
             return;
         }
         position = stream_.end();
-        own = listPending(outlet);
+        own = listPending(outlet, position);
         outlet.writing = true;
     }
     for (const iovec& piece : pending_) {
@@ -212,7 +234,7 @@ OutgoingStream::Batch OutgoingStream::gather(Outlet& outlet, iovec* pieces, std:
     }
     std::uint64_t own = outlet.own.begin();
     std::uint64_t position = outlet.position;
-    const auto add = [&](const ChunkQueue& queue, std::uint64_t& from, std::uint64_t to) {
+    const auto add = [&](ChunkQueue& queue, std::uint64_t& from, std::uint64_t to) {
         const std::size_t count =
             queue.gather(from, to, pieces + batch.pieces, most - batch.pieces);
         for (std::size_t i = 0; i < count; ++i) {
@@ -224,10 +246,10 @@ OutgoingStream::Batch OutgoingStream::gather(Outlet& outlet, iovec* pieces, std:
     };
     bool whole = true;
     for (auto run = outlet.runs.begin(); whole && run != outlet.runs.end(); ++run) {
-        whole = add(stream_, position, run->position) && add(outlet.own, own, run->end);
+        whole = add(head(), position, run->position) && add(outlet.own, own, run->end);
     }
     if (whole && !outlet.joining) {
-        add(stream_, position, stream_.end());
+        add(head(), position, stream_.end());
     }
     outlet.writing = batch.pieces > 0;
     outlet.stuck = outlet.stuck && outlet.writing;
@@ -288,30 +310,43 @@ void OutgoingStream::trimLocked() {
             least = std::min(least, outlet->position);
         }
     }
-    stream_.trim(least);
+    head().trim(least);
 }
 
 bool OutgoingStream::takeWork() {
-    const Vessa::Lock lock(mutex_);
-    const bool work = work_;
-    work_ = false;
-    return work;
+    const bool work = work_.exchange(false);
+    const std::uint64_t end = stream_.end();
+    return std::exchange(taken_, end) != end || work;
 }
 
 bool OutgoingStream::addWork() {
-    const Vessa::Lock lock(mutex_);
-    return wakeLocked();
+    work_ = true;
+    const bool sleeping = sleeping_.exchange(false);
+    return resting_.exchange(false) || sleeping;
 }
 
 bool OutgoingStream::beginSleep() {
-    const Vessa::Lock lock(mutex_);
-    sleeping_ = !work_;
-    return sleeping_;
+    sleeping_ = true;
+    Vessa::Fence::heavy();
+    const bool work = work_ || stream_.end() != taken_;
+    if (work) {
+        sleeping_ = false;
+    }
+    return !work;
+}
+
+bool OutgoingStream::beginRest() {
+    resting_ = true;
+    const bool work = work_ || batchEnd_ > taken_;
+    if (work) {
+        resting_ = false;
+    }
+    return !work;
 }
 
 void OutgoingStream::endSleep() {
-    const Vessa::Lock lock(mutex_);
     sleeping_ = false;
+    resting_ = false;
 }
 
 OutgoingStream::Counts OutgoingStream::counts(const Outlet& outlet) const {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <Corvid/detail/net/AppendLock.h>
 #include <Corvid/detail/net/Backlog.h>
 #include <Corvid/detail/net/ChunkQueue.h>
 #include <Vessa/Mutex.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -16,8 +18,8 @@ namespace Corvid::detail {
 
 /// The outgoing data: one stream for all connections, and per connection its position in it and a
 /// queue of its own. Any thread appends; one (the writer) takes from it and is only woken if it
-/// sleeps. A connection that lags can be restricted to the newest values: the writer then moves its
-/// data into a backlog. Synchronised.
+/// sleeps. Appending to the stream never waits for the writer. A connection that lags can be
+/// restricted to the newest values: the writer then moves its data into a backlog. Synchronised.
 class OutgoingStream {
 public:
     /// The part of one connection, guarded by the stream's mutex. Lives at least until leave().
@@ -73,6 +75,10 @@ public:
     bool append(const std::byte* frame, std::size_t size, bool& wake);
     /// Appends a frame for one outlet. Returns false if it has left or lags too far.
     bool append(Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake);
+    /// Marks the end of a batch of frames. Returns true if the writer must be woken.
+    bool endBatch();
+    /// The number of batches that were not empty.
+    [[nodiscard]] std::uint64_t batches() const { return batches_; }
 
     void open();
     void close();
@@ -98,6 +104,8 @@ public:
     bool addWork();
     /// Call it before sleeping. Returns false if there is work after all.
     bool beginSleep();
+    /// The same for a short sleep that frames of an unfinished batch do not end.
+    bool beginRest();
     void endSleep();
 
     [[nodiscard]] Counts counts(const Outlet& outlet) const;
@@ -110,25 +118,38 @@ private:
     static constexpr std::size_t kLateBytes = std::size_t{256} << 10U;
     static constexpr std::chrono::milliseconds kLateTime{250};
 
+    // The two sides of the stream.
+    ChunkQueue& tail() ORVEL_REQUIRES(appendLock_) { return stream_; }
+    ChunkQueue& head() ORVEL_REQUIRES(mutex_) { return stream_; }
+
     void checkLag() ORVEL_REQUIRES(mutex_);
     bool isLate(Outlet& outlet) ORVEL_REQUIRES(mutex_);
-    std::uint64_t listPending(Outlet& outlet) ORVEL_REQUIRES(mutex_);
+    std::uint64_t listPending(Outlet& outlet, std::uint64_t end) ORVEL_REQUIRES(mutex_);
     void trimLocked() ORVEL_REQUIRES(mutex_);
     void leaveLocked(Outlet& outlet) ORVEL_REQUIRES(mutex_);
-    bool wakeLocked() ORVEL_REQUIRES(mutex_);
     [[nodiscard]] std::uint64_t lagOf(const Outlet& outlet) const ORVEL_REQUIRES(mutex_);
 
     Backlog::Classify classify_; // constant once open
     std::vector<iovec> pending_; // the writer's
+    std::uint64_t taken_ = 0;    // the writer's: the end of the stream at the last takeWork()
 
-    mutable Vessa::Mutex mutex_; // guards the outlets too, as far as they are not the writer's
-    ChunkQueue stream_ ORVEL_GUARDED_BY(mutex_){kSpareChunks};
+    // The threads that append wait only for each other: the writer takes this lock when a
+    // connection comes or goes, and never to send. Locked after mutex_.
+    alignas(64) AppendLock appendLock_;
+    bool open_ ORVEL_GUARDED_BY(appendLock_) = false;
+    bool joined_ ORVEL_GUARDED_BY(appendLock_) = false; // there is an outlet
+    std::atomic<std::uint64_t> frames_ = 0;             // written under appendLock_
+    ChunkQueue stream_{kSpareChunks};                   // see tail() and head()
+
+    alignas(64) mutable Vessa::Mutex mutex_; // guards the outlets, as far as not the writer's
     std::vector<Outlet*> outlets_ ORVEL_GUARDED_BY(mutex_);
-    std::uint64_t frames_ ORVEL_GUARDED_BY(mutex_) = 0;
     std::size_t lagLimit_ ORVEL_GUARDED_BY(mutex_) = 0;
-    bool open_ ORVEL_GUARDED_BY(mutex_) = false;
-    bool work_ ORVEL_GUARDED_BY(mutex_) = false;
-    bool sleeping_ ORVEL_GUARDED_BY(mutex_) = false;
+
+    std::atomic<bool> work_ = false; // besides frames in the stream
+    std::atomic<bool> sleeping_ = false;
+    std::atomic<bool> resting_ = false;
+    std::atomic<std::uint64_t> batchEnd_ = 0; // position
+    std::atomic<std::uint64_t> batches_ = 0;
 };
 
 } // namespace Corvid::detail

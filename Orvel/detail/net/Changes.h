@@ -18,6 +18,8 @@
 #include <array>
 #include <cstddef>
 #include <tuple>
+#include <type_traits>
+#include <utility>
 
 /// The event classes with their numbers on the wire, in registration order.
 #define ORVEL_EVENTS(EVENT)                                                                        \
@@ -180,6 +182,34 @@ inline constexpr const auto& kChange = std::get<indexOf<id>(kChanges)>(kChanges)
 template <Command id>
 using EventOfCommand = typename std::tuple_element_t<
     indexOf<id>(kChanges), std::remove_const_t<decltype(kChanges)>>::Event;
+
+/// All fields of an event, in wire order.
+template <class Event>
+constexpr auto fieldsOf(const Event& event) {
+    if constexpr (std::is_same_v<Event, CommandEvent>) {
+        return CommandEvent::fields(event);
+    } else {
+        return std::tuple_cat(CommandEvent::fields(event), Event::fields(event));
+    }
+}
+
+template <class... Fields>
+constexpr bool areFixed(const std::tuple<const Fields&...>* /*fields*/) {
+    return (std::is_arithmetic_v<Fields> && ...);
+}
+template <class Event>
+constexpr bool kHasFixedFields =
+    areFixed(static_cast<decltype(fieldsOf(std::declval<const Event&>()))*>(nullptr));
+
+/// The frame of an event with such fields.
+template <class Event>
+auto frameOf(const Event& event) {
+    return std::apply(
+        [&event](auto... values) {
+            return Corvid::Event::fixedFrame(Event::_type.typeId(), event.protocolTag, values...);
+        },
+        fieldsOf(event));
+}
 
 /// An array indexed by command, filled with `make(row)`.
 template <class Value, class Make>

@@ -1,0 +1,34 @@
+#include <Corvid/detail/net/AppendLock.h>
+
+namespace Corvid::detail {
+
+void AppendLock::Holder::enter() {
+    lock_.mutex_.lock();
+    Slot* const owner = lock_.owner_.load(std::memory_order_relaxed);
+    lock_.paused_ = owner;
+    if (owner == nullptr || owner->thread == std::this_thread::get_id()) {
+        return;
+    }
+    // Either the owner sees that it is none any more, or this thread sees that it is inside.
+    lock_.owner_.store(nullptr, std::memory_order_relaxed);
+    Vessa::Fence::heavy();
+    while (owner->inside.load(std::memory_order_acquire)) {
+        std::this_thread::yield();
+    }
+}
+
+void AppendLock::Holder::leave() {
+    Slot* next = lock_.paused_;
+    const bool stays = foreign_ || (next != nullptr && next->thread == std::this_thread::get_id());
+    if (!stays) {
+        next = nullptr;
+        if (lock_.owners_ < kMaxOwners) {
+            next = &lock_.slots_[lock_.owners_++];
+            next->thread = std::this_thread::get_id();
+        }
+    }
+    lock_.owner_.store(next, std::memory_order_release);
+    lock_.mutex_.unlock();
+}
+
+} // namespace Corvid::detail
