@@ -306,6 +306,10 @@ void World::print() {
 
 void World::enter(Emitter& emitter) {
     emitters_.enter(emitter.id(), emitter);
+    constexpr std::size_t kMaxMoves = 65536;
+    if (moves_.size() < std::min(2 * emitters().size(), kMaxMoves)) {
+        moves_.resize(2 * moves_.size());
+    }
 }
 
 void World::leave(Emitter& emitter) {

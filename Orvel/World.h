@@ -119,7 +119,7 @@ public:
 
 private:
     friend class Backend; // enter, leave
-    friend class Emitter; // enter, leave
+    friend class Emitter; // enter, leave, moves_
     friend class Source;  // enter, leave
 
     /// The parts of one type by their ids. Small ids, which are those of every received event, are
@@ -155,6 +155,10 @@ private:
     bool listenerMoved_ = false; // since enabled_ was set
     Parts<Emitter> emitters_;
     Parts<Source> sources_;
+    // Emitters in the order of their latest moves, only for Emitter::fetchNext(); some may be gone.
+    // The size is a power of two.
+    std::vector<const Emitter*> moves_ = std::vector<const Emitter*>(64);
+    unsigned moveCount_ = 0;
     Vec3f listenerPosition_;
     Quaternion listenerRotation_;
     std::list<Backend*> backends_;
