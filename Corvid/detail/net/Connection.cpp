@@ -89,6 +89,23 @@ Connection::Status Connection::read() {
 }
 
 Connection::Status Connection::write() {
+    const Vessa::Lock lock(context_->stream.writing);
+    return writeLocked();
+}
+
+bool Connection::tryWrite() {
+    if (!context_->stream.writing.tryLock()) {
+        return false;
+    }
+    const Vessa::Lock lock(context_->stream.writing, std::adopt_lock);
+    const Status status = writeLocked();
+    if (status == Status::Blocked) {
+        context_->stream.unblock(outlet_); // the loop thread finds it blocked again, and waits
+    }
+    return status == Status::Done;
+}
+
+Connection::Status Connection::writeLocked() {
     constexpr std::size_t kMaxPieces = 64;
     constexpr int kMaxCalls = 4; // then other connections are served
     std::array<iovec, kMaxPieces> pieces;

@@ -81,6 +81,9 @@ public:
     Status read();
     /// Sends queued data; More if there is more but other connections must be served first.
     Status write();
+    /// The same on another thread, while the loop thread rests. Returns false if the loop thread
+    /// must do it or the rest of it.
+    bool tryWrite();
 
     /// Whether the peer has closed the connection, or it is broken, even if there is unread input.
     [[nodiscard]] bool isPeerGone() const { return socket_.isPeerGone(); }
@@ -136,6 +139,8 @@ public:
 
 private:
     friend class HandOver;
+
+    Status writeLocked();
 
     const std::shared_ptr<ConnectionContext> context_;
     Socket socket_;

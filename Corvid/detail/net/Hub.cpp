@@ -28,6 +28,9 @@ constexpr auto kNap = 200us;
 // to expect the next.
 constexpr auto kBatchRest = 4ms;
 constexpr auto kBatchesLast = 200ms;
+// A batch of a few frames for one peer is sent by the thread that ends it, which costs little more
+// than to wake the loop thread, and the peer has it sooner.
+constexpr std::size_t kMaxOwnBatch = 256;
 constexpr std::size_t kMaxInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
 
@@ -109,9 +112,25 @@ bool Hub::sendFrame(const std::byte* frame, std::size_t size) {
 }
 
 void Hub::endBatch() {
-    if (context_->stream.endBatch()) {
+    const std::size_t size = context_->stream.endBatch();
+    if (size == 0) {
+        return;
+    }
+    if (size <= kMaxOwnBatch && onlyMutex_.tryLock()) {
+        const Vessa::Lock lock(onlyMutex_, std::adopt_lock);
+        if (only_ != nullptr && only_->tryWrite()) {
+            context_->stream.trim();
+            return;
+        }
+    }
+    if (context_->stream.endRest()) {
         loop()->wake();
     }
+}
+
+void Hub::servedChanged() {
+    const Vessa::Lock lock(onlyMutex_);
+    only_ = served_.size() == 1 ? served_.front() : nullptr;
 }
 
 std::vector<Hub::Pointer> Hub::registered() const {
@@ -210,6 +229,7 @@ void Hub::refuse(const Pointer& connection, const std::string& reason) {
     connection->watch = {};
     std::erase(ungreeted_, connection);
     std::erase(served_, connection);
+    servedChanged();
     countRefusal();
     if (connection->hasSaidAnything()) { // not for port scanners
         reportRefusal("refused " + connection->peerName() + ": " + reason);
@@ -247,6 +267,7 @@ void Hub::readGreeting(const Pointer& connection) {
         return;
     }
     served_.push_back(connection);
+    servedChanged();
     if (handOver_.isDeferred()) {
         handOver_.wait(connection);
     } else {
@@ -342,6 +363,7 @@ void Hub::announceLoss(const Pointer& connection) {
     context_->stream.leave(connection->outlet());
     connection->watch = {};
     std::erase(served_, connection);
+    servedChanged();
     role_->lost(*connection);
     reportVisit("lost " + nameOf(*connection) + ": " + connection->endReason());
 }
@@ -688,6 +710,7 @@ void Hub::close() {
         connection->watch = {};
     }
     served_.clear();
+    servedChanged();
     ungreeted_.clear();
     handOver_.clear();
     reportLeftOut(true);

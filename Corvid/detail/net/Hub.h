@@ -117,6 +117,7 @@ private:
     [[nodiscard]] std::vector<Pointer> registered() const ORVEL_EXCLUDES(mutex_);
     void reportVisit(const std::string& text);
     void reportLeftOut(bool final = false);
+    void servedChanged() ORVEL_EXCLUDES(onlyMutex_);
 
     MultiCommunicator& owner_;
     const std::uint16_t version_;
@@ -138,6 +139,9 @@ private:
 
     // The host's.
     bool delivering_ = false;
+
+    Vessa::Mutex onlyMutex_;
+    Pointer only_ ORVEL_GUARDED_BY(onlyMutex_); // of served_, if that is one
 
     LineLimit refusalLines_{MultiCommunicator::kMaxRefusalLines};
     LineLimit visitLines_{MultiCommunicator::kMaxVisitLines};

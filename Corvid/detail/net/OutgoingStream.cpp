@@ -70,14 +70,15 @@ bool OutgoingStream::append(Outlet& outlet, const std::byte* frame, std::size_t 
     return true;
 }
 
-bool OutgoingStream::endBatch() {
+std::size_t OutgoingStream::endBatch() {
     const std::uint64_t end = stream_.end();
-    if (batchEnd_ == end) {
-        return false;
+    const std::uint64_t size = end - batchEnd_;
+    if (size == 0) {
+        return 0;
     }
     batchEnd_ = end;
     ++batches_;
-    return resting_.exchange(false);
+    return resting_ ? size : 0;
 }
 
 std::uint64_t OutgoingStream::lagOf(const Outlet& outlet) const {

@@ -75,8 +75,11 @@ public:
     bool append(const std::byte* frame, std::size_t size, bool& wake);
     /// Appends a frame for one outlet. Returns false if it has left or lags too far.
     bool append(Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake);
-    /// Marks the end of a batch of frames. Returns true if the writer must be woken.
-    bool endBatch();
+    /// Marks the end of a batch of frames. Returns its size in bytes, or 0 if the writer is awake
+    /// and will find it.
+    std::size_t endBatch();
+    /// Ends a rest. Returns true if the writer must be woken.
+    bool endRest() { return resting_.exchange(false); }
     /// The number of batches that were not empty.
     [[nodiscard]] std::uint64_t batches() const { return batches_; }
 
@@ -88,8 +91,9 @@ public:
     bool ready(Outlet& outlet);
     void leave(Outlet& outlet);
 
-    // The writer's.
+    // The writer's. A thread that finds it resting may write in its place.
 
+    Vessa::Mutex writing; ///< held while writing; locked before all others
     /// Moves an outlet's queued data into its backlog if it lags too much to get every value.
     void moveLag(Outlet& outlet);
     /// Lists the next data of an outlet, which the caller may read until advance().
