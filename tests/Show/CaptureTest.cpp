@@ -197,7 +197,7 @@ TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
     EXPECT_NE(told[0].find("sources that the server did not have: 9"), std::string::npos)
         << told[0];
     Orvel::CommandEvent wrong(Orvel::CmdPlaySource, 99); // a peer's mistake loses no sound
-    EXPECT_FALSE(Orvel::Server::applyEvent(*stage, &wrong));
+    EXPECT_FALSE(Orvel::Server::applyEvent(world, &wrong));
     EXPECT_EQ(diagnostics.take().size(), 1);
     EXPECT_EQ(diagnostics.lost(), 0);
 }
