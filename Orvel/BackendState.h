@@ -25,14 +25,18 @@ struct BackendState {
         Corvid::MultiCommunicator::Counters counters{};
     };
 
-    /// False if it will never work, for instance without a sound device.
+    /// False if it does not work, for instance without a sound device.
     bool working = true;
     std::string device{};               ///< the sound device; empty without one
     std::size_t voicesUsed = 0;         ///< emitters that it plays or could play at once
     std::size_t voicesAllowed = 0;      ///< their limit; 0: none or unknown
     std::vector<int> refusedEmitters{}; ///< ascending ids of emitters that it cannot play
-    std::uint64_t failures = 0;         ///< failed operations so far
-    std::string page{};                 ///< URL of its page; empty without one
+    /// Ascending ids of emitters that play and wait for a voice, because others are louder.
+    std::vector<int> waitingEmitters{};
+    std::size_t streams = 0;    ///< sounds that are read while they play
+    std::uint64_t gaps = 0;     ///< how often the data of such a sound came too late
+    std::uint64_t failures = 0; ///< failed operations so far
+    std::string page{};         ///< URL of its page; empty without one
     /// Serves the page inside Backend::update(); owned by the back end, null without one.
     Corvid::PolledWebServer* webServer = nullptr;
     std::optional<Network> network{};

@@ -6,6 +6,7 @@
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/Report.h>
+#include <Orvel/detail/al/ALCalls.h>
 #include <Orvel/detail/al/OALDevice.h>
 #include <Orvel/detail/net/PeerLines.h>
 
@@ -16,7 +17,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -61,28 +61,6 @@ const SampleLayout* layoutOf(unsigned bitsPerSample, unsigned channels) {
 
 float seconds(std::size_t bytes, double sampleRate, const SampleLayout& layout) {
     return static_cast<float>(static_cast<double>(bytes) / sampleRate / layout.bytesPerFrame);
-}
-
-// The texts of "invalid enum" and "invalid value" are swapped. They stay so, because log filters
-// rely on them.
-std::string errorText(ALenum error) {
-    switch (error) {
-    case AL_INVALID_NAME:
-        return "Invalid Name parameter passed to AL call";
-    case AL_INVALID_ENUM:
-        return "Invalid parameter passed to AL call";
-    case AL_INVALID_VALUE:
-        return "Invalid enum parameter value";
-    case AL_INVALID_OPERATION:
-        return "Illegal call";
-    case AL_OUT_OF_MEMORY:
-        return "Out of memory";
-    default: {
-        std::array<char, 16> text{};
-        std::snprintf(text.data(), text.size(), "0x%x", static_cast<unsigned>(error));
-        return text.data();
-    }
-    }
 }
 
 struct FreeMemory {
@@ -305,7 +283,7 @@ void OALBackend::reportALError(const char* message, Diagnostic::Part part, int e
         !detail::admitPeerLine(detail::PeerLine::OpenAL)) {
         return; // peers of a server can cause such errors too
     }
-    const std::string reason = errorText(error);
+    const std::string reason = detail::errorText(error);
     Diagnostic diagnostic = detail::about(Diagnostic::Code::OpenAL, part, {}, reason);
     diagnostic.text = message == nullptr ? "" : message;
     diagnostic.text.erase(diagnostic.text.find_last_not_of('\n') + 1);
@@ -362,13 +340,7 @@ void OALBackend::setListenerTransform() {
     }
     // Moving the listener unmutes it, until the next setEnabled() mutes it.
     alListenerf(AL_GAIN, 1.0F);
-    const Vec3f& position = world().listenerPosition();
-    alListenerfv(AL_POSITION, std::array{position.x, position.y, position.z}.data());
-    const Quaternion& rotation = world().listenerRotation();
-    const Vec3f at = rotation.rotate({0.0F, 0.0F, -1.0F});
-    const Vec3f up = rotation.rotate({0.0F, 1.0F, 0.0F});
-    alListenerfv(AL_ORIENTATION, std::array{at.x, at.y, at.z, up.x, up.y, up.z}.data());
-    alListenerfv(AL_VELOCITY, std::array{0.0F, 0.0F, 0.0F}.data());
+    detail::setListenerPlace(world().listenerPosition(), world().listenerRotation());
     checkALError("Cannot set listener transformation\n");
 }
 
@@ -496,8 +468,7 @@ void OALBackend::setSourceParam(Source& source) {
     for (const auto& [id, emitter] : source.connectedEmitters()) {
         const ALuint* name = emitter == nullptr ? nullptr : objects_->sourceOf(*emitter);
         if (name != nullptr) {
-            alSourcef(*name, AL_PITCH, source.pitch());
-            alSourcei(*name, AL_LOOPING, source.loop() ? AL_TRUE : AL_FALSE);
+            detail::setPlayback(*name, source.pitch(), source.loop());
             check("Cannot set source parameters\n", source);
         }
     }
@@ -543,11 +514,7 @@ void OALBackend::setEmitterTransform(Emitter& emitter) {
     if (name == nullptr) {
         return;
     }
-    const bool spatial = emitter.isSpatial();
-    // Otherwise the sound is at the listener and heard from all directions.
-    const Vec3f position = spatial ? emitter.position() : Vec3f{};
-    alSourcefv(*name, AL_POSITION, std::array{position.x, position.y, position.z}.data());
-    alSourcei(*name, AL_SOURCE_RELATIVE, spatial ? AL_FALSE : AL_TRUE);
+    detail::setPlace(*name, emitter.isSpatial(), emitter.position());
     check("Cannot set emitter transformation\n", emitter);
 }
 
@@ -556,15 +523,7 @@ void OALBackend::setEmitterHull(Emitter& emitter) {
     if (name == nullptr) {
         return;
     }
-    // A reference at or beyond the maximum would disable attenuation.
-    const bool spatial = emitter.isSpatial();
-    const Reach reach = spatial ? reachOf(emitter.hull()) : Reach{1.0F, 2.0F};
-    alSourcefv(*name, AL_DIRECTION, std::array{1.0F, 0.0F, 0.0F}.data());
-    alSourcef(*name, AL_CONE_INNER_ANGLE, 360.0F);
-    alSourcef(*name, AL_CONE_OUTER_ANGLE, 360.0F);
-    alSourcef(*name, AL_REFERENCE_DISTANCE, reach.full);
-    alSourcef(*name, AL_MAX_DISTANCE, reach.softest);
-    alSourcef(*name, AL_ROLLOFF_FACTOR, spatial ? 1.0F : 0.0F);
+    detail::setReach(*name, emitter.isSpatial(), emitter.hull());
     check("Cannot set emitter hull\n", emitter);
 }
 
@@ -595,8 +554,7 @@ void OALBackend::setEmitterConnection(Emitter& emitter) {
         alSourcei(*name, AL_BUFFER, 0);
     } else {
         alSourcei(*name, AL_BUFFER, static_cast<ALint>(*buffer));
-        alSourcef(*name, AL_PITCH, source->pitch());
-        alSourcei(*name, AL_LOOPING, source->loop() ? AL_TRUE : AL_FALSE);
+        detail::setPlayback(*name, source->pitch(), source->loop());
     }
     check("Cannot connect emitter and source\n", emitter);
 }

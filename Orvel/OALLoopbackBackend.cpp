@@ -1,11 +1,9 @@
 #include <Orvel/OALLoopbackBackend.h>
 
 #include <Orvel/detail/KindParams.h>
-#include <Orvel/detail/Report.h>
+#include <Orvel/detail/al/Loopback.h>
 #include <Orvel/detail/al/OALDevice.h>
 
-#include <AL/alc.h>
-#include <AL/alext.h>
 #include <array>
 
 namespace Orvel {
@@ -17,39 +15,13 @@ public:
     ALCdevice* open(const Config::ParamBag& params) override {
         const auto read = detail::readParams(params, detail::kLoopbackParams, "OALLoopbackBackend");
         rate = static_cast<unsigned>(read.number("rate"));
-        // All attributes that could otherwise come from the user's OpenAL settings and change the
-        // sound.
-        attributes_ = {
-            ALC_FORMAT_CHANNELS_SOFT,
-            ALC_STEREO_SOFT,
-            ALC_FORMAT_TYPE_SOFT,
-            ALC_FLOAT_SOFT,
-            ALC_FREQUENCY,
-            static_cast<ALCint>(rate),
-            ALC_HRTF_SOFT,
-            ALC_FALSE,
-            ALC_MONO_SOURCES,
-            static_cast<ALCint>(read.number("sources") - 1),
-            ALC_STEREO_SOURCES,
-            1,
-            0};
-        if (alcIsExtensionPresent(nullptr, "ALC_SOFT_loopback") != ALC_TRUE) {
-            ORVEL_REPORT(
-                Fatal, detail::about(Diagnostic::Code::NoDevice),
-                "This OpenAL library does not support loopback devices\n");
-            return nullptr;
-        }
-        const auto openLoopback = reinterpret_cast<LPALCLOOPBACKOPENDEVICESOFT>(
-            alcGetProcAddress(nullptr, "alcLoopbackOpenDeviceSOFT"));
-        renderSamples = reinterpret_cast<LPALCRENDERSAMPLESSOFT>(
-            alcGetProcAddress(nullptr, "alcRenderSamplesSOFT"));
-        return openLoopback(nullptr);
+        attributes_ = detail::loopbackAttributes(rate, read.number("sources"));
+        return detail::openLoopback();
     }
 
     [[nodiscard]] const ALCint* attributes() const override { return attributes_.data(); }
 
     unsigned rate = OALLoopbackBackend::kDefaultRate;
-    LPALCRENDERSAMPLESSOFT renderSamples = nullptr;
 
 private:
     std::array<ALCint, 13> attributes_{};
@@ -72,8 +44,7 @@ bool OALLoopbackBackend::render(float* samples, unsigned frames) {
     if (!working()) {
         return false;
     }
-    const LoopbackDevice& loopback = asLoopback(device());
-    loopback.renderSamples(loopback.device, samples, static_cast<ALCsizei>(frames));
+    detail::renderLoopback(device().device, samples, frames);
     return true;
 }
 

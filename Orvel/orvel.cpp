@@ -15,6 +15,7 @@
 #include <Orvel/SoundFile.h>
 #include <Orvel/Source.h>
 #include <Orvel/Version.h>
+#include <Orvel/VoicesBackend.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/CCalls.h>
 
@@ -41,6 +42,7 @@ using Orvel::OALLoopbackBackend;
 using Orvel::Quaternion;
 using Orvel::Source;
 using Orvel::Vec3f;
+using Orvel::VoicesBackend;
 using Orvel::World;
 using Orvel::WorldPart;
 
@@ -127,12 +129,26 @@ orvel_emitter* handle(Emitter* emitter) {
     return reinterpret_cast<orvel_emitter*>(emitter);
 }
 
-OALLoopbackBackend& loopback(orvel_backend* backend) {
-    auto* found = dynamic_cast<OALLoopbackBackend*>(&get(backend));
-    if (found == nullptr) {
-        throw Refusal("the back end is not a \"loopback\"; only that kind renders offline");
+/// Calls a function with the back end, which must be one that renders offline.
+template <class Function>
+auto renderer(orvel_backend* backend, Function function) {
+    Backend& any = get(backend);
+    if (auto* loopback = dynamic_cast<OALLoopbackBackend*>(&any)) {
+        return function(*loopback);
     }
-    return *found;
+    if (auto* voices = dynamic_cast<VoicesBackend*>(&any); voices && voices->isOffline()) {
+        return function(*voices);
+    }
+    throw Refusal("the back end does not render offline; the kind \"loopback\" does, and "
+                  "\"voices\" with the parameter \"offline=yes\"");
+}
+
+/// Stores the first `count` ids; returns the number of all.
+size_t store(const std::vector<int>& from, int* ids, size_t count) {
+    if (count != 0) {
+        std::copy_n(from.begin(), std::min(count, from.size()), need(ids, "the place for the ids"));
+    }
+    return from.size();
 }
 
 Vec3f vector(const float* values) {
@@ -163,6 +179,7 @@ WorldPart::State state(int value) {
 
 std::string kinds(const char* separator) {
     OALLoopbackBackend::registerType();
+    VoicesBackend::registerType();
     std::string list;
     for (const std::string& name : Orvel::BackendFactory::names()) {
         list += (list.empty() ? "" : separator) + name;
@@ -330,13 +347,13 @@ size_t orvel_backend_voices(orvel_backend* backend, size_t* allowed) {
 
 size_t orvel_backend_refused(orvel_backend* backend, int* ids, size_t count) {
     return guarded(__func__, size_t{0}, [&] {
-        const auto refused = get(backend).state().refusedEmitters;
-        if (count != 0) {
-            std::copy_n(
-                refused.begin(), std::min(count, refused.size()),
-                need(ids, "the place for the ids"));
-        }
-        return refused.size();
+        return store(get(backend).state().refusedEmitters, ids, count);
+    });
+}
+
+size_t orvel_backend_waiting(orvel_backend* backend, int* ids, size_t count) {
+    return guarded(__func__, size_t{0}, [&] {
+        return store(get(backend).state().waitingEmitters, ids, count);
     });
 }
 
@@ -349,14 +366,16 @@ size_t orvel_backend_connections(orvel_backend* backend) {
 
 bool orvel_backend_render(orvel_backend* backend, float* samples, unsigned frames) {
     return done(__func__, [&] {
-        if (!loopback(backend).render(need(samples, "the buffer for the samples"), frames)) {
+        float* to = need(samples, "the buffer for the samples");
+        if (!renderer(backend, [&](auto& from) { return from.render(to, frames); })) {
             throw Refusal("OpenAL gave no loopback device; check the installation of OpenAL Soft");
         }
     });
 }
 
 unsigned orvel_backend_rate(orvel_backend* backend) {
-    return guarded(__func__, 0U, [&] { return loopback(backend).rate(); });
+    return guarded(
+        __func__, 0U, [&] { return renderer(backend, [](auto& from) { return from.rate(); }); });
 }
 
 orvel_source* orvel_source_create(orvel_world* world, int id) {

@@ -119,7 +119,8 @@ ORVEL_EXPORT size_t orvel_world_emitter_count(orvel_world* world);
 /// The names of all kinds of back ends, sorted, one per line.
 ORVEL_EXPORT const char* orvel_backend_kinds(void);
 /// Adds a back end by the name of its kind, such as "default" (this machine's sound device),
-/// "loopback" (rendering offline), "client" (servers), "log" or "silent", with a parameter line
+/// "voices" (the same with any number of sounds), "loopback" (rendering offline), "client"
+/// (servers), "log" or "silent", with a parameter line
 /// (docs/parameters.md; null is an empty one), and replays the current scene to it.
 ORVEL_EXPORT orvel_backend*
 orvel_world_add_backend(orvel_world* world, const char* kind, const char* params);
@@ -137,13 +138,15 @@ ORVEL_EXPORT size_t orvel_backend_voices(orvel_backend* backend, size_t* allowed
 /// Number of emitters that a back end cannot play. Stores the first `count` of their ids in `ids`,
 /// in ascending order; it may be null if `count` is 0.
 ORVEL_EXPORT size_t orvel_backend_refused(orvel_backend* backend, int* ids, size_t count);
+/// The same for the emitters that play and wait for a voice, because others are louder.
+ORVEL_EXPORT size_t orvel_backend_waiting(orvel_backend* backend, int* ids, size_t count);
 /// Number of servers that a "client" back end is connected to; 0 for other kinds.
 ORVEL_EXPORT size_t orvel_backend_connections(orvel_backend* backend);
-/// Renders the next `frames` frames of a "loopback" back end into `samples`, which must have room
-/// for two interleaved floats per frame, left first; full scale is 1. Time stands still between two
-/// calls.
+/// Renders the next `frames` frames of a back end that renders offline, "loopback" or "voices" with
+/// "offline=yes", into `samples`, which must have room for two interleaved floats per frame, left
+/// first; full scale is 1. Time stands still between two calls.
 ORVEL_EXPORT bool orvel_backend_render(orvel_backend* backend, float* samples, unsigned frames);
-/// Sample rate of a "loopback" back end in Hz.
+/// Sample rate of such a back end in Hz.
 ORVEL_EXPORT unsigned orvel_backend_rate(orvel_backend* backend);
 
 // Sources

@@ -35,6 +35,20 @@ inline constexpr std::array kLoopbackParams{
     // OpenAL Soft's default; it provides fewer only because of its settings.
     Param{"sources", Param::Type::Number, "256", "emitters that can sound at once", 256, 65536}};
 
+inline constexpr std::array kVoicesParams{
+    Param{"voices", Param::Type::Number, "128", "emitters that are mixed at once", 1, 1024},
+    Param{"device", Param::Type::Text, "", "name of the sound device; empty for the default one"},
+    Param{"offline", Param::Type::Flag, "no", "frames are pulled by the program; no device"},
+    Param{
+        "rate", Param::Type::Number, "44100",
+        "sample rate in hertz; without it, a device keeps its own", 8000, 192000},
+    Param{
+        "keepChannels", Param::Type::Flag, "yes",
+        "sounds of several channels keep them and are not placed; no: mixed to one and placed"},
+    Param{
+        "streamFrom", Param::Type::Number, "10",
+        "longer sounds are read while they play, in seconds", 1, 86400}};
+
 /// Reads a back end's parameters; unusable values are reported under `name`, the kind's, which must
 /// outlive the reader.
 inline Config::ParamReader

@@ -1,5 +1,7 @@
 #include <Show/check/SceneListener.h>
 
+#include <Orvel/detail/attenuation.h>
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -34,12 +36,6 @@ float inner(const Orvel::Hull& hull) {
 
 float outer(const Orvel::Hull& hull) {
     return (hull.maxBack + hull.maxFront) / 2.0F;
-}
-
-/// The distance attenuation, as the back end "openal" configures OpenAL.
-float attenuation(const Orvel::Hull& hull, float distance) {
-    const Orvel::Reach reach = reachOf(hull);
-    return reach.full / std::clamp(distance, reach.full, reach.softest);
 }
 
 template <class Spec>
@@ -155,9 +151,10 @@ void SceneListener::listen(const Orvel::Emitter& emitter, Present& present, bool
     const float gain = std::max(now.gain, before.gain);
     const float distance = nearestOf(before.position, now.position);
     const bool spatial = emitter.isSpatial() && !sources_[emitter.source()->id()].stereo;
-    const float factor =
-        spatial ? std::max(attenuation(now.hull, distance), attenuation(before.hull, distance))
-                : 1.0F;
+    const float factor = spatial ? std::max(
+                                       Orvel::detail::attenuation(reachOf(now.hull), distance),
+                                       Orvel::detail::attenuation(reachOf(before.hull), distance))
+                                 : 1.0F;
     history.highestGain = std::max(history.highestGain, gain);
     history.loudest = std::max(history.loudest, std::min(1.0F, gain * factor));
     history.nearest = std::min(history.nearest, distance);
@@ -166,7 +163,8 @@ void SceneListener::listen(const Orvel::Emitter& emitter, Present& present, bool
         history.withoutInner |= inner(now.hull) <= 0.0F && distance > kHere;
         if (now.hull.minBack > now.hull.maxBack || now.hull.minFront > now.hull.maxFront) {
             history.innerAboveOuter = true;
-            history.softest = attenuation(now.hull, std::numeric_limits<float>::infinity());
+            history.softest = Orvel::detail::attenuation(
+                reachOf(now.hull), std::numeric_limits<float>::infinity());
         }
         history.withinOuter |= distance <= std::max(outer(now.hull), outer(before.hull));
     } else {
@@ -174,7 +172,8 @@ void SceneListener::listen(const Orvel::Emitter& emitter, Present& present, bool
     }
     if (now.gain > 1.0F) {
         const float there = std::sqrt(product(now.position, now.position));
-        const float product = now.gain * (spatial ? attenuation(now.hull, there) : 1.0F);
+        const float product =
+            now.gain * (spatial ? Orvel::detail::attenuation(reachOf(now.hull), there) : 1.0F);
         history.amplified = true;
         history.leastExcess = std::min(history.leastExcess, std::max(1.0F, product));
     }

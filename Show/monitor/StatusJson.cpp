@@ -15,11 +15,17 @@ namespace Show {
 
 namespace {
 
-constexpr std::size_t kRefusedShown = 100; // of a back end's emitters
+constexpr std::size_t kIdsShown = 100; // of a back end's emitters
 
 /// Seconds since 1970.
 double unixTime(std::chrono::system_clock::time_point when) {
     return std::chrono::duration<double>(when.time_since_epoch()).count();
+}
+
+void writeIds(JsonWriter& json, const std::vector<int>& ids) {
+    for (std::size_t i = 0; i < std::min(ids.size(), kIdsShown); ++i) {
+        json.value(ids[i]);
+    }
 }
 
 void writeBackends(JsonWriter& json, const Orvel::World& world) {
@@ -32,10 +38,12 @@ void writeBackends(JsonWriter& json, const Orvel::World& world) {
         json.field("page", state.page).field("failures", state.failures);
         json.field("voicesUsed", state.voicesUsed).field("voicesAllowed", state.voicesAllowed);
         json.field("refused", state.refusedEmitters.size()).key("refusedEmitters").open('[');
-        for (std::size_t i = 0; i < std::min(state.refusedEmitters.size(), kRefusedShown); ++i) {
-            json.value(state.refusedEmitters[i]);
-        }
-        json.close(']').field("enabled", backend->enabled()).key("labels").open('[');
+        writeIds(json, state.refusedEmitters);
+        json.close(']').field("waiting", state.waitingEmitters.size());
+        json.key("waitingEmitters").open('[');
+        writeIds(json, state.waitingEmitters);
+        json.close(']').field("streams", state.streams).field("gaps", state.gaps);
+        json.field("enabled", backend->enabled()).key("labels").open('[');
         for (const std::string& label : backend->labels()) {
             json.value(label);
         }

@@ -7,6 +7,7 @@
 #include <Corvid/URLImpl.h>
 #include <Orvel/BackendFactory.h>
 #include <Orvel/OALLoopbackBackend.h>
+#include <Orvel/VoicesBackend.h>
 
 #include <algorithm>
 #include <climits>
@@ -46,6 +47,7 @@ void furnish(World& world) {
 
 std::vector<std::string> kinds() {
     OALLoopbackBackend::registerType();
+    VoicesBackend::registerType();
     return BackendFactory::names();
 }
 
@@ -56,6 +58,8 @@ protected:
         EXPECT_NE(backend, nullptr);
         const auto* audible = dynamic_cast<const OALBackend*>(backend);
         EXPECT_TRUE(audible == nullptr || audible->working()) << "an inert one proves nothing";
+        const auto* voices = dynamic_cast<const VoicesBackend*>(backend);
+        EXPECT_TRUE(voices == nullptr || voices->waitForDevice(std::chrono::seconds(30)));
         return *backend;
     }
     /// Expects that the back end is still in the world's list and of its kind.

@@ -8,8 +8,10 @@
 #include <Config/ParamLine.h>
 #include <Orvel/Backend.h>
 #include <Orvel/BackendState.h>
+#include <Orvel/VoicesBackend.h>
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
 #include <span>
 #include <utility>
@@ -18,8 +20,11 @@ namespace OrvelTool {
 
 namespace {
 
+/// How long a sound device may take to open.
+constexpr std::chrono::seconds kDevicePatience{5};
+
 bool opensDevice(const std::string& kind) {
-    return kind == "default" || kind == "openal";
+    return kind == "default" || kind == "openal" || kind == "voices";
 }
 
 /// Kinds that show a scene and play nothing.
@@ -121,6 +126,9 @@ bool addBackends(
                 hidden.emplace();
             }
             backend = world.addBackend(choice.kind.c_str(), choice.params.c_str());
+            if (const auto* voices = dynamic_cast<Orvel::VoicesBackend*>(backend)) {
+                voices->waitForDevice(kDevicePatience);
+            }
         }
         const bool working = backend != nullptr && backend->state().working;
         if (backend != nullptr && !working && !isForLooking(choice.kind)) {

@@ -5,6 +5,7 @@
 #include <Orvel/BackendFactory.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/OALLoopbackBackend.h>
+#include <Orvel/VoicesBackend.h>
 
 #include <algorithm>
 #include <iomanip>
@@ -16,6 +17,7 @@ namespace OrvelTool {
 
 void registerKinds() {
     Orvel::OALLoopbackBackend::registerType();
+    Orvel::VoicesBackend::registerType();
     Show::MonitorPage::registerKind();
 }
 

@@ -1,0 +1,513 @@
+#include <Orvel/VoicesBackend.h>
+
+#include <Corvid/URL.h>
+#include <Orvel/BackendState.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/Source.h>
+#include <Orvel/World.h>
+#include <Orvel/detail/KindParams.h>
+#include <Orvel/detail/net/PeerLines.h>
+#include <Orvel/detail/voices/DeviceThread.h>
+#include <Orvel/detail/voices/SoundLoader.h>
+#include <Orvel/detail/voices/VoiceOutput.h>
+
+#include <algorithm>
+#include <cmath>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+
+namespace Orvel {
+
+using detail::SceneChanges;
+using detail::SharedEngine;
+using detail::Sound;
+using detail::Transport;
+
+namespace {
+
+/// The frames between two decisions about what is mixed, offline.
+constexpr unsigned kBlockFrames = 512;
+
+bool isFinite(const Vec3f& v) {
+    return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+
+bool isFinite(const Quaternion& q) {
+    return std::isfinite(q.x) && std::isfinite(q.y) && std::isfinite(q.z) && std::isfinite(q.w);
+}
+
+bool isFinite(const Hull& hull) {
+    return std::ranges::all_of(kHullExtents, [&hull](const HullExtent& extent) {
+        return std::isfinite(hull.*extent.value);
+    });
+}
+
+/// Whether a factor can be used; otherwise reports that it is not.
+bool isFactor(const char* name, float value, Diagnostic::Part part) {
+    if (std::isfinite(value) && value >= 0.0F) {
+        return true;
+    }
+    ORVEL_REPORT_PEER(
+        OpenAL, Fatal, detail::about(Diagnostic::Code::OpenAL, part),
+        "The %s %g is not used: expected a number from 0 on\n", name, static_cast<double>(value));
+    return false;
+}
+
+bool accept(bool finite, const char* name, Diagnostic::Part part = {}) {
+    if (!finite) {
+        ORVEL_REPORT_PEER(
+            OpenAL, Fatal, detail::about(Diagnostic::Code::OpenAL, part),
+            "The %s is not used: expected finite numbers\n", name);
+    }
+    return finite;
+}
+
+} // namespace
+
+struct VoicesBackend::State {
+    /// An emitter that this back end plays.
+    struct Slot {
+        std::uint32_t number = 0; // see SceneChanges
+        Transport transport;
+    };
+    struct Loading {
+        int source = 0; // id
+        std::shared_ptr<Sound> sound;
+    };
+
+    Slot* find(const Emitter& emitter) {
+        const auto found = slots.find(emitter.id());
+        return found == slots.end() ? nullptr : &found->second;
+    }
+    std::shared_ptr<Sound> soundOf(int source) const {
+        const auto found = sounds.find(source);
+        return found == sounds.end() ? nullptr : found->second;
+    }
+    void remove(const Slot& slot) {
+        shared->changes.change(slot.number, SceneChanges::All, [](auto& values) { values = {}; });
+        freeNumbers.push_back(slot.number);
+    }
+    void change(const Slot& slot, unsigned what, auto&& set) {
+        shared->changes.change(slot.number, what, set);
+    }
+
+    bool offline = false;
+    unsigned rate = 0;
+    std::size_t voices = 0;
+    Sound::Settings settings;
+    std::shared_ptr<SharedEngine> shared = std::make_shared<SharedEngine>();
+    std::unordered_map<int, Slot> slots; // by emitter
+    std::vector<std::uint32_t> freeNumbers;
+    std::uint32_t nextNumber = 0;
+    std::unordered_map<int, std::shared_ptr<Sound>> sounds; // by source; null without data
+    std::vector<Loading> loading;
+    std::function<void(Emitter&)> ended;
+    std::uint64_t failures = 0;
+    // Offline.
+    std::unique_ptr<detail::VoiceOutput> output;
+    std::int64_t frames = 0;
+    // With a device.
+    std::unique_ptr<detail::SoundLoader> loader;
+    std::unique_ptr<detail::DeviceThread> thread;
+};
+
+VoicesBackend::VoicesBackend(World& world, const char* params)
+    : Backend(world, params), state_(std::make_unique<State>()) {
+    State& s = *state_;
+    const auto read = detail::readParams(*this->params(), detail::kVoicesParams, "VoicesBackend");
+    s.offline = read.flag("offline");
+    s.voices = static_cast<std::size_t>(read.number("voices"));
+    s.settings.keepChannels = read.flag("keepChannels");
+    s.settings.streamFrom = static_cast<double>(read.number("streamFrom"));
+    s.rate = static_cast<unsigned>(read.number("rate"));
+    if (!s.offline) {
+        s.loader = std::make_unique<detail::SoundLoader>();
+        s.thread = std::make_unique<detail::DeviceThread>(
+            s.shared, detail::DeviceThread::Settings{
+                          read.text("device"), read.isSet("rate") ? s.rate : 0, s.voices});
+        return;
+    }
+    s.output = detail::VoiceOutput::openOffline(s.rate, s.voices);
+    if (s.output == nullptr) {
+        return;
+    }
+    const Vessa::Lock lock(s.shared->mutex);
+    const detail::VoiceOutput::Use use(s.output.get());
+    s.shared->engine.setPool(
+        std::make_unique<detail::VoicePool>(s.voices, s.rate, 1, nullptr), s.rate, 0);
+}
+
+VoicesBackend::~VoicesBackend() {
+    State& s = *state_;
+    s.thread.reset();
+    if (s.output != nullptr) {
+        const Vessa::Lock lock(s.shared->mutex);
+        const detail::VoiceOutput::Use use(s.output.get());
+        s.shared->engine.setPool(nullptr, s.rate, s.frames);
+    }
+}
+
+void VoicesBackend::resetBackend() {
+    State& s = *state_;
+    for (const auto& [id, slot] : s.slots) {
+        s.remove(slot);
+    }
+    s.slots.clear();
+    s.sounds.clear();
+    s.loading.clear();
+}
+
+void VoicesBackend::setEnabled() {
+    state_->shared->changes.changeListener(
+        [this](auto& listener) { listener.enabled = world().enabled(); });
+}
+
+void VoicesBackend::setListenerTransform() {
+    const Vec3f& position = world().listenerPosition();
+    const Quaternion& rotation = world().listenerRotation();
+    if (accept(isFinite(position) && isFinite(rotation), "listener's transformation")) {
+        state_->shared->changes.changeListener([&](auto& listener) {
+            listener.position = position;
+            listener.rotation = rotation;
+        });
+    }
+}
+
+void VoicesBackend::createSource(Source& source) {
+    state_->sounds.try_emplace(source.id());
+}
+
+void VoicesBackend::destroySource(Source& source) {
+    state_->sounds.erase(source.id());
+}
+
+void VoicesBackend::setSourceData(Source& source) {
+    State& s = *state_;
+    const auto found = s.sounds.find(source.id());
+    if (found == s.sounds.end() || source.dataKind() == Source::NO_SD) {
+        return;
+    }
+    auto sound = std::make_shared<Sound>(s.settings);
+    found->second = sound;
+    if (source.dataKind() == Source::PCM_SD) {
+        sound->setPcm(
+            source.sampleRate(), source.bitsPerSample(), source.channels(), source.data());
+    } else if (source.url() == nullptr) {
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Misuse, source),
+            "source.url() not set in Source::URL_SD set\n");
+        return;
+    } else {
+        const std::string url = source.url()->text();
+        ORVEL_REPORT(
+            Log, detail::about(Diagnostic::Code::Loading, source, url), "loading: >%s<\n",
+            url.c_str());
+        if (s.offline) {
+            sound->load(*source.url());
+        } else {
+            s.loader->load(sound, *source.url());
+        }
+    }
+    for (const auto& [id, emitter] : source.connectedEmitters()) {
+        if (const auto slot = s.slots.find(id); slot != s.slots.end()) {
+            s.change(slot->second, SceneChanges::NewSound, [&](auto& v) { v.sound = sound; });
+        }
+    }
+    s.loading.push_back({source.id(), std::move(sound)});
+    reportLoaded();
+}
+
+void VoicesBackend::reportLoaded() {
+    State& s = *state_;
+    std::vector<State::Loading> done;
+    std::erase_if(s.loading, [&](State::Loading& loading) {
+        if (loading.sound->state() == Sound::State::Loading) {
+            return false;
+        }
+        done.push_back(std::move(loading));
+        return true;
+    });
+    for (const State::Loading& loaded : done) {
+        Source* source = world().getSource(loaded.source);
+        if (source == nullptr || s.soundOf(loaded.source) != loaded.sound) {
+            continue; // replaced or destroyed meanwhile
+        }
+        if (loaded.sound->state() == Sound::State::Ready) {
+            setSourceDuration(*source, static_cast<float>(loaded.sound->seconds()));
+        } else if (!loaded.sound->failure().text.empty()) {
+            Diagnostic failure = loaded.sound->failure();
+            failure.part = *source;
+            report(failure);
+        }
+    }
+}
+
+void VoicesBackend::setSourceParam(Source& source) {
+    State& s = *state_;
+    if (!isFactor("pitch", source.pitch(), source)) {
+        return;
+    }
+    for (const auto& [id, emitter] : source.connectedEmitters()) {
+        if (const auto slot = s.slots.find(id); slot != s.slots.end()) {
+            s.change(slot->second, SceneChanges::Playback, [&](auto& values) {
+                values.voice.pitch = source.pitch();
+                values.voice.loop = source.loop();
+            });
+        }
+    }
+}
+
+// Only emitters play.
+void VoicesBackend::setSourceState(Source& /*source*/) {}
+
+void VoicesBackend::createEmitter(Emitter& emitter) {
+    State& s = *state_;
+    if (!hasSameLabel(emitter) || s.slots.contains(emitter.id())) {
+        return;
+    }
+    State::Slot slot;
+    if (s.freeNumbers.empty()) {
+        slot.number = s.nextNumber++;
+    } else {
+        slot.number = s.freeNumbers.back();
+        s.freeNumbers.pop_back();
+    }
+    s.change(slot, SceneChanges::All, [&](auto& values) {
+        values = {};
+        values.id = emitter.id();
+        values.exists = true;
+    });
+    s.slots.emplace(emitter.id(), slot);
+}
+
+void VoicesBackend::destroyEmitter(Emitter& emitter) {
+    State& s = *state_;
+    if (const auto found = s.slots.find(emitter.id()); found != s.slots.end()) {
+        s.remove(found->second);
+        s.slots.erase(found);
+    }
+}
+
+void VoicesBackend::setEmitterTransform(Emitter& emitter) {
+    const State::Slot* slot = state_->find(emitter);
+    const Vec3f& position = emitter.position();
+    if (slot != nullptr && accept(isFinite(position), "position", emitter)) {
+        const bool spatial = emitter.isSpatial();
+        state_->change(*slot, SceneChanges::Place, [&](auto& values) {
+            values.voice.position = position;
+            values.voice.spatial = spatial;
+        });
+    }
+}
+
+void VoicesBackend::setEmitterHull(Emitter& emitter) {
+    const State::Slot* slot = state_->find(emitter);
+    if (slot != nullptr && accept(isFinite(emitter.hull()), "hull", emitter)) {
+        const bool spatial = emitter.isSpatial();
+        state_->change(*slot, SceneChanges::Reach, [&](auto& values) {
+            values.voice.hull = emitter.hull();
+            values.voice.attenuated = spatial;
+        });
+    }
+}
+
+void VoicesBackend::setEmitterParam(Emitter& emitter) {
+    const State::Slot* slot = state_->find(emitter);
+    if (slot != nullptr && isFactor("gain", emitter.gain(), emitter)) {
+        state_->change(
+            *slot, SceneChanges::Gain, [&](auto& values) { values.voice.gain = emitter.gain(); });
+    }
+}
+
+void VoicesBackend::setEmitterConnection(Emitter& emitter) {
+    State& s = *state_;
+    State::Slot* slot = s.find(emitter);
+    if (slot == nullptr) {
+        return;
+    }
+    slot->transport.state = Transport::State::Stopped;
+    const Source* source = emitter.source();
+    auto sound = source == nullptr ? nullptr : s.soundOf(source->id());
+    const bool usable = source != nullptr && isFactor("pitch", source->pitch(), *source);
+    s.change(
+        *slot, SceneChanges::NewSound | SceneChanges::Playback, [&](detail::EmitterValues& values) {
+            values.sound = std::move(sound);
+            values.transport = slot->transport;
+            values.voice.pitch = usable ? source->pitch() : 1.0F;
+            values.voice.loop = source != nullptr && source->loop();
+        });
+}
+
+void VoicesBackend::setEmitterState(Emitter& emitter) {
+    State::Slot* slot = state_->find(emitter);
+    if (slot == nullptr) {
+        return;
+    }
+    Transport& transport = slot->transport;
+    const auto startAnew = [&] {
+        ++transport.starts;
+        transport.offset = emitter.startOffset();
+    };
+    switch (emitter.state()) {
+    case WorldPart::PLAY:
+        ++transport.plays;
+        if (transport.state != Transport::State::Paused || emitter.startOffset() > 0.0) {
+            startAnew();
+        }
+        transport.state = Transport::State::Playing;
+        break;
+    case WorldPart::PAUSE:
+        if (emitter.startOffset() > 0.0) {
+            startAnew();
+        } else if (transport.state != Transport::State::Playing) {
+            return;
+        }
+        transport.state = Transport::State::Paused;
+        break;
+    case WorldPart::STOP:
+        transport.state = Transport::State::Stopped;
+        break;
+    case WorldPart::NONE:
+        return;
+    default:
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Misuse, emitter),
+            "VoicesBackend::setEmitterState(): Bad Orvel::Emitter::state %d \n",
+            static_cast<int>(emitter.state()));
+        return;
+    }
+    state_->change(
+        *slot, SceneChanges::Transported, [&](auto& values) { values.transport = transport; });
+}
+
+bool VoicesBackend::update() {
+    State& s = *state_;
+    reportLoaded();
+    std::vector<Diagnostic> diagnostics;
+    std::vector<int> ended;
+    {
+        const Vessa::Lock lock(s.shared->mutex);
+        diagnostics = std::exchange(s.shared->diagnostics, {});
+        auto failures = s.shared->engine.takeFailures();
+        std::move(failures.begin(), failures.end(), std::back_inserter(diagnostics));
+        ended = s.shared->engine.takeEnded();
+    }
+    for (const Diagnostic& diagnostic : diagnostics) {
+        if (detail::admitPeerLine(detail::PeerLine::OpenAL)) {
+            report(diagnostic);
+        }
+    }
+    for (const int id : ended) {
+        Emitter* emitter = s.ended ? world().getEmitter(id) : nullptr;
+        if (emitter != nullptr) {
+            s.ended(*emitter);
+        }
+    }
+    return true;
+}
+
+BackendType* VoicesBackend::type() {
+    return registerType();
+}
+
+bool VoicesBackend::waitForDevice(std::chrono::milliseconds patience) const {
+    const State& s = *state_;
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    for (;;) {
+        {
+            const Vessa::Lock lock(s.shared->mutex);
+            if (s.offline || s.shared->device != SharedEngine::Device::Opening) {
+                return s.shared->engine.pool() != nullptr;
+            }
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+BackendState VoicesBackend::state() const {
+    const State& s = *state_;
+    using Hearing = detail::VoiceEngine::Hearing;
+    BackendState state;
+    state.voicesAllowed = s.voices;
+    const Vessa::Lock lock(s.shared->mutex);
+    const detail::VoiceEngine& engine = s.shared->engine;
+    if (const detail::VoicePool* pool = engine.pool()) {
+        state.voicesAllowed = pool->size();
+        state.voicesUsed = pool->sounding();
+        state.streams = pool->streams();
+    }
+    state.working = engine.pool() != nullptr ||
+                    (!s.offline && s.shared->device == SharedEngine::Device::Opening);
+    state.device = s.shared->deviceName;
+    state.gaps = engine.gaps();
+    state.failures = engine.failureCount();
+    for (const auto& report : engine.reports()) {
+        if (report.hearing == Hearing::Waiting) {
+            state.waitingEmitters.push_back(report.emitter);
+        } else if (report.hearing == Hearing::Refused) {
+            state.refusedEmitters.push_back(report.emitter);
+        }
+    }
+    return state;
+}
+
+bool VoicesBackend::isOffline() const noexcept {
+    return state_->offline;
+}
+
+unsigned VoicesBackend::rate() const noexcept {
+    return state_->rate;
+}
+
+bool VoicesBackend::render(float* samples, unsigned frames) {
+    State& s = *state_;
+    if (s.output == nullptr) {
+        return false;
+    }
+    {
+        const Vessa::Lock lock(s.shared->mutex);
+        const detail::VoiceOutput::Use use(s.output.get());
+        for (unsigned done = 0; done < frames;) {
+            const unsigned block = std::min(frames - done, kBlockFrames);
+            s.shared->engine.step(s.frames, block);
+            s.output->render(samples + std::size_t{done} * kChannels, block);
+            done += block;
+            s.frames += block;
+        }
+    }
+    update();
+    return true;
+}
+
+std::optional<double> VoicesBackend::playPosition(const Emitter& emitter) const {
+    State& s = *state_;
+    const State::Slot* slot = s.find(emitter);
+    if (slot == nullptr) {
+        return std::nullopt;
+    }
+    const Vessa::Lock lock(s.shared->mutex);
+    const auto report = s.shared->engine.reportOf(slot->number);
+    return report ? report->seconds : 0.0;
+}
+
+void VoicesBackend::setEndedHandler(std::function<void(Emitter& emitter)> ended) {
+    state_->ended = std::move(ended);
+}
+
+Backend* VoicesBackend::createMethod(World& world, const char* params) {
+    return new VoicesBackend(world, params);
+}
+
+BackendType* VoicesBackend::registerType() {
+    static BackendType type(
+        "voices", &VoicesBackend::createMethod,
+        "plays any number of sounds through a sound device, the loudest mixed",
+        detail::kVoicesParams);
+    return &type;
+}
+
+} // namespace Orvel

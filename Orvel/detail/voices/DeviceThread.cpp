@@ -1,0 +1,129 @@
+#include <Orvel/detail/voices/DeviceThread.h>
+
+#include <Orvel/detail/voices/StreamReader.h>
+#include <Orvel/detail/voices/VoiceOutput.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Orvel::detail {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The time between two steps of the engine: well below a device's period.
+constexpr std::chrono::milliseconds kTick{5};
+constexpr std::chrono::seconds kRetry{1};
+/// Frames per second while there is no device.
+constexpr unsigned kSilentRate = 44100;
+
+/// The thread's own state.
+class Session {
+public:
+    Session(std::shared_ptr<SharedEngine> engine, DeviceThread::Settings settings)
+        : shared_(std::move(engine)), settings_(std::move(settings)) {}
+
+    void run(Worker::Signal& signal) {
+        do {
+            if (output_ == nullptr && Clock::now() >= retry_) {
+                open();
+            } else if (output_ != nullptr && !output_->connected()) {
+                close("The sound device is lost; it is opened again when it returns");
+            }
+            const Vessa::Lock lock(shared_->mutex);
+            const VoiceOutput::Use use(output_.get());
+            shared_->engine.step(now(), output_ == nullptr ? 0 : output_->period());
+        } while (signal.wait(kTick));
+        close(nullptr);
+    }
+
+private:
+    /// The next frame. Goes on from one device to the next.
+    std::int64_t now() {
+        const std::int64_t frame = output_ != nullptr ? base_ + output_->clock()
+                                                      : base_ + framesSince(since_, kSilentRate);
+        if (frame > latest_) {
+            latest_ = frame;
+            moved_ = Clock::now();
+        }
+        return latest_;
+    }
+    static std::int64_t framesSince(Clock::time_point time, unsigned rate) {
+        return static_cast<std::int64_t>(
+            std::chrono::duration<double>(Clock::now() - time).count() * rate);
+    }
+
+    void open() {
+        // Not under the lock, because it may hang.
+        auto output = VoiceOutput::openDevice(settings_.name, settings_.rate, settings_.voices);
+        retry_ = Clock::now() + kRetry;
+        const Vessa::Lock lock(shared_->mutex);
+        if (output == nullptr) {
+            if (std::exchange(shared_->device, SharedEngine::Device::Absent) ==
+                SharedEngine::Device::Opening) {
+                report(
+                    settings_.name.empty() ? "There is no sound device; it is opened when it comes"
+                                           : "There is no sound device \"" + settings_.name +
+                                                 "\"; it is opened when it comes");
+            }
+            return;
+        }
+        const std::int64_t frame = now();
+        output_ = std::move(output);
+        base_ = frame - output_->clock();
+        const VoiceOutput::Use use(output_.get());
+        // A new gain has been reached at the end of the period that is mixed next; the clock may
+        // have been read before that of the last one.
+        auto pool = std::make_unique<VoicePool>(
+            settings_.voices, output_->rate(), 2 * output_->period(),
+            [this](const std::shared_ptr<SoundStream>& stream) { reader_.add(stream); });
+        shared_->engine.setPool(std::move(pool), output_->rate(), frame);
+        shared_->device = SharedEngine::Device::Open;
+        shared_->deviceName = output_->name();
+    }
+
+    void close(const char* reason) {
+        if (output_ == nullptr) {
+            return;
+        }
+        {
+            const Vessa::Lock lock(shared_->mutex);
+            // The clock of a lost device stands still, but the time of the scene does not.
+            const std::int64_t frame = now() + framesSince(moved_, output_->rate());
+            const VoiceOutput::Use use(output_.get());
+            shared_->engine.setPool(nullptr, kSilentRate, frame);
+            shared_->device = SharedEngine::Device::Absent;
+            shared_->deviceName.clear();
+            if (reason != nullptr) {
+                report(reason);
+            }
+            base_ = frame;
+            since_ = Clock::now();
+        }
+        output_.reset(); // not under the lock either
+    }
+
+    void report(const std::string& text) ORVEL_REQUIRES(shared_->mutex) {
+        shared_->diagnostics.push_back(
+            {Diagnostic::Code::NoDevice, Log::Level::Fatal, {}, settings_.name, {}, text});
+    }
+
+    const std::shared_ptr<SharedEngine> shared_;
+    const DeviceThread::Settings settings_;
+    StreamReader reader_;
+    std::unique_ptr<VoiceOutput> output_;
+    std::int64_t base_ = 0; // of the device's clock, or of the time without a device
+    std::int64_t latest_ = 0;
+    Clock::time_point since_ = Clock::now();
+    Clock::time_point moved_ = since_; // when latest_ last changed
+    Clock::time_point retry_ = since_;
+};
+
+} // namespace
+
+DeviceThread::DeviceThread(const std::shared_ptr<SharedEngine>& engine, const Settings& settings)
+    : worker_(
+          [engine, settings](Worker::Signal& signal) { Session(engine, settings).run(signal); }) {}
+
+} // namespace Orvel::detail

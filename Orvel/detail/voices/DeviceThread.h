@@ -1,0 +1,46 @@
+#pragma once
+
+#include <Orvel/Diagnostic.h>
+#include <Orvel/detail/voices/VoiceEngine.h>
+#include <Orvel/detail/voices/Worker.h>
+#include <Vessa/Mutex.h>
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Orvel::detail {
+
+/// The engine with all that its threads share. Whoever holds the mutex may use the engine.
+struct SharedEngine {
+    enum class Device { Opening, Open, Absent };
+
+    SceneChanges changes;
+    Vessa::Mutex mutex;
+    VoiceEngine engine ORVEL_GUARDED_BY(mutex){changes};
+    Device device ORVEL_GUARDED_BY(mutex) = Device::Opening;
+    std::string deviceName ORVEL_GUARDED_BY(mutex);
+    std::vector<Diagnostic> diagnostics ORVEL_GUARDED_BY(mutex);
+};
+
+/// Runs an engine on a sound device, on a thread of its own: opens the device, has the engine work,
+/// and notices when the device is lost. While there is none, the engine keeps the time of all
+/// sounds and the thread tries to open one every second. Confined.
+class DeviceThread {
+public:
+    struct Settings {
+        std::string name{}; ///< empty for the default device
+        unsigned rate = 0;  ///< frames per second; 0 for the device's own
+        std::size_t voices = 128;
+    };
+
+    /// Starts. Throws std::system_error if there is no thread left.
+    DeviceThread(const std::shared_ptr<SharedEngine>& engine, const Settings& settings);
+
+private:
+    Worker worker_;
+};
+
+} // namespace Orvel::detail

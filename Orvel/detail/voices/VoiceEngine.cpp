@@ -1,0 +1,375 @@
+#include <Orvel/detail/voices/VoiceEngine.h>
+
+#include <Orvel/detail/al/ALCalls.h>
+#include <Orvel/detail/attenuation.h>
+
+#include <AL/al.h>
+#include <algorithm>
+#include <cmath>
+
+namespace Orvel::detail {
+
+namespace {
+
+/// How often the emitters are ranked, and unused samples are deleted, in seconds.
+constexpr double kRankPeriod = 0.01;
+constexpr double kSweepPeriod = 0.25;
+/// AL errors that are kept until they are reported; more are only counted.
+constexpr std::size_t kMaxFailures = 16;
+
+float distance(const Vec3f& a, const Vec3f& b) {
+    const float x = a.x - b.x;
+    const float y = a.y - b.y;
+    const float z = a.z - b.z;
+    return std::sqrt(x * x + y * y + z * z);
+}
+
+} // namespace
+
+void VoiceEngine::setPool(std::unique_ptr<VoicePool> pool, unsigned rate, std::int64_t now) {
+    now_ = now;
+    for (const Index index : running_) {
+        Emitter& emitter = emitters_[index];
+        emitter.head.moveTo(now);
+        emitter.voice = -1;
+    }
+    unmixed_ = running_.size();
+    if (pool_ != nullptr) {
+        pastGaps_ += pool_->gaps();
+    }
+    pool_ = std::move(pool);
+    rate_ = rate;
+    for (Emitter& emitter : emitters_) {
+        if (emitter.phase == Phase::Running || emitter.phase == Phase::Held) {
+            emitter.head.step =
+                Playhead::stepOf(emitter.values.voice.pitch, emitter.values.sound->rate(), rate);
+        }
+    }
+    if (pool_ != nullptr) {
+        setListenerPlace(listener_.position, listener_.rotation);
+        alListenerf(AL_GAIN, listener_.enabled ? 1.0F : 0.0F);
+    }
+}
+
+void VoiceEngine::step(std::int64_t now, std::int64_t frames) {
+    now_ = now;
+    takeChanges();
+    for (std::size_t i = expected_.size(); i-- > 0;) {
+        begin(emitters_[expected_[i]]);
+    }
+    endSounds();
+    if (pool_ == nullptr) {
+        return;
+    }
+    chooseVoices();
+    pool_->advance(now, frames);
+    if (static_cast<double>(now - sweptAt_) >= kSweepPeriod * rate_) {
+        sweptAt_ = now;
+        pool_->forgetUnused();
+    }
+    checkAL();
+}
+
+void VoiceEngine::takeChanges() {
+    bool listenerMoved = false;
+    changes_.take(
+        [this](Index index, unsigned what, const EmitterValues& values) {
+            if (index >= emitters_.size()) {
+                emitters_.resize(index + 1);
+            }
+            EmitterValues& mine = emitters_[index].values;
+            const bool wasLooping = mine.voice.loop;
+            mine.id = values.id;
+            mine.exists = values.exists;
+            mine.voice = values.voice;
+            mine.transport = values.transport;
+            if ((what & (SceneChanges::NewSound | SceneChanges::Created)) != 0) {
+                dropped_.push_back(std::exchange(mine.sound, values.sound));
+            }
+            taken_.push_back({index, what, wasLooping});
+        },
+        [&](const ListenerValues& values) {
+            listener_ = values;
+            listenerMoved = true;
+        });
+    for (const Change& change : taken_) {
+        Emitter& emitter = emitters_[change.emitter];
+        constexpr unsigned kAnew = SceneChanges::NewSound | SceneChanges::Created;
+        if ((change.what & SceneChanges::Playback) != 0 && (change.what & kAnew) == 0) {
+            retime(emitter, change.wasLooping);
+        }
+        apply(emitter, change.what);
+    }
+    taken_.clear();
+    dropped_.clear();
+    if (listenerMoved && pool_ != nullptr) {
+        setListenerPlace(listener_.position, listener_.rotation);
+        alListenerf(AL_GAIN, listener_.enabled ? 1.0F : 0.0F);
+    }
+}
+
+void VoiceEngine::retime(Emitter& emitter, bool wasLooping) {
+    if (emitter.phase != Phase::Running && emitter.phase != Phase::Held) {
+        return;
+    }
+    const EmitterValues& values = emitter.values;
+    if (emitter.phase == Phase::Running) {
+        emitter.head.moveTo(now_);
+    }
+    if (wasLooping != values.voice.loop) {
+        if (wasLooping) {
+            emitter.head.position %= lengthOf(emitter);
+        }
+        if (values.sound->isStreamed()) {
+            dropVoice(emitter); // its data reaches beyond the seam
+        }
+    }
+    emitter.head.step = Playhead::stepOf(values.voice.pitch, values.sound->rate(), rate_);
+    if (emitter.voice >= 0) {
+        pool_->setPlayback(emitter.voice, values.voice, emitter.head);
+    }
+}
+
+void VoiceEngine::apply(Emitter& emitter, unsigned what) {
+    if ((what & (SceneChanges::NewSound | SceneChanges::Created)) != 0) {
+        setPhase(emitter, Phase::Idle);
+        emitter.starts = 0;
+    }
+    if ((what & (SceneChanges::NewSound | SceneChanges::Created | SceneChanges::Transported)) !=
+        0) {
+        follow(emitter);
+    }
+    if (emitter.voice < 0) {
+        return;
+    }
+    const VoiceValues& values = emitter.values.voice;
+    if ((what & SceneChanges::Place) != 0) {
+        pool_->setPlace(emitter.voice, values);
+    }
+    if ((what & SceneChanges::Reach) != 0) {
+        pool_->setReach(emitter.voice, values);
+    }
+    if ((what & SceneChanges::Gain) != 0) {
+        pool_->setGain(emitter.voice, values);
+    }
+}
+
+void VoiceEngine::follow(Emitter& emitter) {
+    const Transport& wanted = emitter.values.transport;
+    const bool continued = std::exchange(emitter.plays, wanted.plays) != wanted.plays;
+    const bool started = std::exchange(emitter.starts, wanted.starts) != wanted.starts;
+    if (started || (continued && emitter.phase == Phase::Over)) {
+        setPhase(emitter, Phase::Idle);
+    }
+    switch (wanted.state) {
+    case Transport::State::Stopped:
+        setPhase(emitter, Phase::Idle);
+        return;
+    case Transport::State::Paused:
+        if (emitter.phase == Phase::Running) {
+            emitter.head.moveTo(now_);
+            setPhase(emitter, Phase::Held);
+        } else if (emitter.phase == Phase::Idle) {
+            begin(emitter);
+        }
+        return;
+    case Transport::State::Playing:
+        if (emitter.phase == Phase::Held) {
+            emitter.head.since = now_;
+            setPhase(emitter, Phase::Running);
+        } else if (emitter.phase == Phase::Idle) {
+            begin(emitter);
+        }
+        return;
+    }
+}
+
+void VoiceEngine::begin(Emitter& emitter) {
+    const EmitterValues& values = emitter.values;
+    if (values.sound == nullptr) {
+        return;
+    }
+    if (values.sound->state() != Sound::State::Ready) {
+        setPhase(
+            emitter,
+            values.sound->state() == Sound::State::Failed ? Phase::Refused : Phase::Expected);
+        return;
+    }
+    const double length = values.sound->seconds();
+    double offset = values.transport.offset > 0.0 ? values.transport.offset : 0.0;
+    if (offset >= length) {
+        offset = values.voice.loop && std::isfinite(offset) ? std::fmod(offset, length) : length;
+    }
+    emitter.head.position = std::llround(offset * values.sound->rate()) * Playhead::kOne;
+    emitter.head.since = now_;
+    emitter.head.step = Playhead::stepOf(values.voice.pitch, values.sound->rate(), rate_);
+    setPhase(
+        emitter,
+        values.transport.state == Transport::State::Playing ? Phase::Running : Phase::Held);
+}
+
+std::vector<VoiceEngine::Index>* VoiceEngine::listOf(Phase phase) {
+    return phase == Phase::Running ? &running_ : phase == Phase::Expected ? &expected_ : nullptr;
+}
+
+void VoiceEngine::setPhase(Emitter& emitter, Phase phase) {
+    if (phase == emitter.phase) {
+        return;
+    }
+    if (emitter.phase == Phase::Running) {
+        dropVoice(emitter);
+        --unmixed_;
+    }
+    if (auto* list = listOf(emitter.phase)) {
+        list->at(emitter.place) = list->back();
+        emitters_[list->back()].place = emitter.place;
+        list->pop_back();
+    }
+    emitter.phase = phase;
+    if (auto* list = listOf(phase)) {
+        emitter.place = static_cast<Index>(list->size());
+        list->push_back(static_cast<Index>(&emitter - emitters_.data()));
+    }
+    if (phase == Phase::Running) {
+        ++unmixed_;
+    }
+}
+
+void VoiceEngine::dropVoice(Emitter& emitter) {
+    if (emitter.voice >= 0) {
+        pool_->release(emitter.voice);
+        emitter.voice = -1;
+        ++unmixed_;
+    }
+}
+
+void VoiceEngine::endSounds() {
+    for (std::size_t i = running_.size(); i-- > 0;) {
+        Emitter& emitter = emitters_[running_[i]];
+        if (!emitter.values.voice.loop && emitter.head.at(now_) >= lengthOf(emitter)) {
+            setPhase(emitter, Phase::Over);
+            ended_.push_back(emitter.values.id);
+        }
+    }
+}
+
+float VoiceEngine::loudnessOf(const Emitter& emitter) const {
+    const VoiceValues& values = emitter.values.voice;
+    float loudness = values.gain;
+    if (values.attenuated && emitter.values.sound->isSpatial()) {
+        const float far = values.spatial ? distance(values.position, listener_.position) : 0.0F;
+        loudness *= attenuation(reachOf(values.hull), far);
+    }
+    return std::min(loudness, 1.0F); // as OpenAL limits it
+}
+
+void VoiceEngine::startVoice(Emitter& emitter) {
+    emitter.voice = pool_->start(emitter.values.sound, emitter.values.voice, emitter.head, now_);
+    if (emitter.voice >= 0) {
+        --unmixed_;
+    }
+}
+
+void VoiceEngine::chooseVoices() {
+    if (unmixed_ == 0) {
+        return;
+    }
+    if (running_.size() <= pool_->size()) {
+        for (const Index index : running_) {
+            if (emitters_[index].voice < 0) {
+                startVoice(emitters_[index]);
+            }
+        }
+        return;
+    }
+    if (rankedAt_ != 0 && static_cast<double>(now_ - rankedAt_) < kRankPeriod * rate_) {
+        return;
+    }
+    rankedAt_ = now_;
+    ranking_.clear();
+    for (const Index index : running_) {
+        const Emitter& emitter = emitters_[index];
+        ranking_.add(index, loudnessOf(emitter), emitter.voice >= 0);
+    }
+    const std::size_t chosen = ranking_.choose(pool_->size());
+    for (std::size_t i = chosen; i < ranking_.size(); ++i) {
+        dropVoice(emitters_[ranking_.emitter(i)]);
+    }
+    for (std::size_t i = 0; i < chosen; ++i) {
+        Emitter& emitter = emitters_[ranking_.emitter(i)];
+        if (emitter.voice < 0) {
+            startVoice(emitter);
+        }
+    }
+}
+
+void VoiceEngine::checkAL() {
+    const ALenum error = alGetError();
+    if (error == AL_NO_ERROR) {
+        return;
+    }
+    ++failureCount_;
+    if (failures_.size() < kMaxFailures) {
+        Diagnostic failure{.code = Diagnostic::Code::OpenAL, .level = Log::Level::Fatal};
+        failure.reason = errorText(error);
+        failure.text = "OpenAL refuses an operation of a voice: " + failure.reason;
+        failures_.push_back(std::move(failure));
+    }
+}
+
+VoiceEngine::Report VoiceEngine::report(const Emitter& emitter) const {
+    Report report;
+    report.emitter = emitter.values.id;
+    switch (emitter.phase) {
+    case Phase::Idle:
+    case Phase::Held:
+        break;
+    case Phase::Expected:
+        report.hearing = Hearing::Loading;
+        break;
+    case Phase::Running:
+        report.hearing = emitter.voice >= 0 ? Hearing::Mixed : Hearing::Waiting;
+        report.loudness = loudnessOf(emitter);
+        break;
+    case Phase::Over:
+        report.hearing = Hearing::Over;
+        break;
+    case Phase::Refused:
+        report.hearing = Hearing::Refused;
+        break;
+    }
+    if (emitter.phase == Phase::Running || emitter.phase == Phase::Held) {
+        std::int64_t position =
+            emitter.phase == Phase::Held ? emitter.head.position : emitter.head.at(now_);
+        if (emitter.values.voice.loop) {
+            position %= lengthOf(emitter);
+        }
+        report.seconds = static_cast<double>(position) /
+                         static_cast<double>(Playhead::kOne * emitter.values.sound->rate());
+    } else if (emitter.phase == Phase::Over) {
+        report.seconds = emitter.values.sound->seconds();
+    }
+    return report;
+}
+
+std::vector<VoiceEngine::Report> VoiceEngine::reports() const {
+    std::vector<Report> all;
+    for (const Emitter& emitter : emitters_) {
+        if (emitter.values.exists) {
+            all.push_back(report(emitter));
+        }
+    }
+    std::sort(all.begin(), all.end(), [](const Report& a, const Report& b) {
+        return a.emitter < b.emitter;
+    });
+    return all;
+}
+
+std::optional<VoiceEngine::Report> VoiceEngine::reportOf(std::uint32_t emitter) const {
+    if (emitter >= emitters_.size() || !emitters_[emitter].values.exists) {
+        return std::nullopt;
+    }
+    return report(emitters_[emitter]);
+}
+
+} // namespace Orvel::detail

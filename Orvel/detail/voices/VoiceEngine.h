@@ -1,0 +1,121 @@
+#pragma once
+
+#include <Orvel/Diagnostic.h>
+#include <Orvel/detail/voices/SceneChanges.h>
+#include <Orvel/detail/voices/VoicePool.h>
+#include <Orvel/detail/voices/VoiceRanking.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace Orvel::detail {
+
+/// Keeps the time of every playing emitter and has the loudest ones mixed. An emitter that is not
+/// mixed goes on in time, so it comes back at the position that it would have had. Without a pool,
+/// that is without a device, it only keeps the time.
+///
+/// Confined; while there is a pool, its context is current in every call.
+class VoiceEngine {
+public:
+    /// How an emitter is heard.
+    enum class Hearing {
+        Silent,  ///< it does not play
+        Mixed,   ///< on a voice
+        Waiting, ///< it plays, and louder ones have all voices
+        Loading, ///< it plays when its sound has been loaded
+        Refused, ///< its sound cannot be played
+        Over     ///< its sound has ended
+    };
+    struct Report {
+        int emitter = 0; ///< id
+        Hearing hearing = Hearing::Silent;
+        float loudness = 0.0F; ///< linear, at the listener
+        double seconds = 0.0;  ///< position in the sound
+    };
+
+    explicit VoiceEngine(SceneChanges& changes) : changes_(changes) {}
+
+    /// Plays through a pool from the frame `now` on, or through none. `rate` is that of the frames.
+    void setPool(std::unique_ptr<VoicePool> pool, unsigned rate, std::int64_t now);
+    /// Applies the scene's changes and decides what is mixed in the next `frames` frames, which
+    /// begin with `now`. Frames never decrease.
+    void step(std::int64_t now, std::int64_t frames);
+
+    /// The emitters whose sounds have ended since the last call, by id.
+    std::vector<int> takeEnded() { return std::exchange(ended_, {}); }
+    /// OpenAL's errors since the last call.
+    std::vector<Diagnostic> takeFailures() { return std::exchange(failures_, {}); }
+    [[nodiscard]] std::uint64_t failureCount() const noexcept { return failureCount_; }
+
+    /// All emitters, in ascending order of their ids.
+    [[nodiscard]] std::vector<Report> reports() const;
+    [[nodiscard]] std::optional<Report> reportOf(std::uint32_t emitter) const;
+    /// Null without a device.
+    [[nodiscard]] const VoicePool* pool() const noexcept { return pool_.get(); }
+    /// Gaps of all pools.
+    [[nodiscard]] std::uint64_t gaps() const noexcept {
+        return pastGaps_ + (pool_ == nullptr ? 0 : pool_->gaps());
+    }
+
+private:
+    using Index = std::uint32_t;
+    enum class Phase { Idle, Expected, Held, Running, Over, Refused };
+
+    struct Emitter {
+        EmitterValues values;
+        Phase phase = Phase::Idle;
+        Playhead head;
+        unsigned starts = 0; // of the transport that has been followed
+        unsigned plays = 0;
+        int voice = -1;
+        Index place = 0; // in running_ or expected_
+    };
+
+    void takeChanges();
+    void apply(Emitter& emitter, unsigned what);
+    void follow(Emitter& emitter);
+    void begin(Emitter& emitter);
+    void retime(Emitter& emitter, bool wasLooping);
+    void setPhase(Emitter& emitter, Phase phase);
+    void dropVoice(Emitter& emitter);
+    void endSounds();
+    void chooseVoices();
+    void startVoice(Emitter& emitter);
+    void checkAL();
+    [[nodiscard]] float loudnessOf(const Emitter& emitter) const;
+    [[nodiscard]] Report report(const Emitter& emitter) const;
+    [[nodiscard]] std::int64_t lengthOf(const Emitter& emitter) const {
+        return emitter.values.sound->frames() * Playhead::kOne;
+    }
+    std::vector<Index>* listOf(Phase phase);
+
+    SceneChanges& changes_;
+    std::unique_ptr<VoicePool> pool_;
+    unsigned rate_ = 44100;
+    std::int64_t now_ = 0;
+    ListenerValues listener_;
+    std::vector<Emitter> emitters_;
+    std::vector<Index> running_;
+    std::vector<Index> expected_;
+    std::size_t unmixed_ = 0; // of those that run
+    VoiceRanking ranking_;
+    std::int64_t rankedAt_ = 0;
+    std::int64_t sweptAt_ = 0;
+    std::uint64_t pastGaps_ = 0;
+    std::vector<int> ended_;
+    std::vector<Diagnostic> failures_;
+    std::uint64_t failureCount_ = 0;
+    // Of one call of takeChanges().
+    struct Change {
+        Index emitter;
+        unsigned what;
+        bool wasLooping;
+    };
+    std::vector<Change> taken_;
+    std::vector<std::shared_ptr<const Sound>> dropped_; // freed outside of the lock
+};
+
+} // namespace Orvel::detail

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <AL/alc.h>
+
+namespace Orvel::detail {
+
+/// An OpenAL device with a context for voices: this machine's sound device, or a loopback device
+/// from which frames are pulled. The context is current only inside a Use, and only on that thread,
+/// so that other OpenAL back ends of the process are not disturbed. Confined.
+class VoiceOutput {
+public:
+    /// Opens the device of this name, or the default one if it is empty. A rate of 0 is the
+    /// device's own. Null if there is none; may take long.
+    static std::unique_ptr<VoiceOutput>
+    openDevice(const std::string& name, unsigned rate, std::size_t voices);
+    /// Opens a loopback device; reports and returns null if that is impossible.
+    static std::unique_ptr<VoiceOutput> openOffline(unsigned rate, std::size_t voices);
+    VoiceOutput(const VoiceOutput&) = delete;
+    VoiceOutput& operator=(const VoiceOutput&) = delete;
+    ~VoiceOutput();
+
+    /// Makes the context current on this thread during its lifetime. Does nothing with null.
+    class Use {
+    public:
+        explicit Use(const VoiceOutput* output);
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+        ~Use();
+
+    private:
+        bool used_;
+        ALCcontext* before_;
+    };
+
+    [[nodiscard]] unsigned rate() const noexcept { return rate_; } ///< frames per second
+    /// The number of frames that a device mixes at a time.
+    [[nodiscard]] std::int64_t period() const noexcept { return period_; }
+    [[nodiscard]] const std::string& name() const noexcept { return name_; }
+    /// False once the device is lost.
+    [[nodiscard]] bool connected() const;
+    /// The number of frames that have been mixed.
+    [[nodiscard]] std::int64_t clock() const;
+    /// Renders interleaved stereo frames of a loopback device.
+    void render(float* samples, unsigned frames);
+
+private:
+    VoiceOutput(ALCdevice* device, const ALCint* attributes);
+    /// Takes over a device; null if that is null or cannot be used.
+    static std::unique_ptr<VoiceOutput> on(ALCdevice* device, const ALCint* attributes);
+
+    ALCdevice* device_;
+    ALCcontext* context_;
+    unsigned rate_ = 0;
+    std::int64_t period_ = 0;
+    std::string name_;
+};
+
+} // namespace Orvel::detail
