@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <system_error>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -123,9 +124,17 @@ VoicesBackend::VoicesBackend(World& world, const char* params)
     s.rate = static_cast<unsigned>(read.number("rate"));
     if (!s.offline) {
         s.loader = std::make_unique<detail::SoundLoader>();
-        s.thread = std::make_unique<detail::DeviceThread>(
-            s.shared, detail::DeviceThread::Settings{
-                          read.text("device"), read.isSet("rate") ? s.rate : 0, s.voices});
+        try {
+            s.thread = std::make_unique<detail::DeviceThread>(
+                s.shared, detail::DeviceThread::Settings{
+                              read.text("device"), read.isSet("rate") ? s.rate : 0, s.voices});
+        } catch (const std::system_error& fault) {
+            ORVEL_REPORT(
+                Fatal, detail::about(Diagnostic::Code::Thread, {}, {}, fault.what()),
+                "The sound device has no thread: %s\n", fault.what());
+            const Vessa::Lock lock(s.shared->mutex);
+            s.shared->device = SharedEngine::Device::Absent;
+        }
         return;
     }
     s.output = detail::VoiceOutput::openOffline(s.rate, s.voices);

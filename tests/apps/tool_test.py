@@ -40,7 +40,7 @@ class Messages(SoundCase):
             (["render", scene, "o.wav", "--rate", "7999"], "expected 8000 to 192000 Hz"),
             (["render", scene, "o.wav", "--seconds", "nan"], "expected seconds above 0"),
             (["play", scene, "--backend", "tuba"],
-             'unknown kind "tuba"; expected one of: client, default, log, monitor, openal, play, silent, web'),
+             'unknown kind "tuba"; expected one of: client, default, log, monitor, openal, play, silent, voices, web'),
             (["play", scene, "--backend", "loopback"], "orvel render scene.json OUT.wav"),
             (["play", scene, "--backend", 'log:labels="a'], "column 8"),
             (["serve", "--backend", "openal:lables=a"], 'of: labels; did you mean "labels"?'),
@@ -323,7 +323,7 @@ class Completion(SoundCase):
             ("orvel render scene.json ", {"o.wav", "sub"}),
             ("orvel render --format ", {"s16", "f32"}),
             ("orvel serve --backend ", {"default", "log", "monitor", "openal", "play", "silent",
-                                        "web"}),
+                                        "voices", "web"}),
         ]:
             with self.subTest(line):
                 self.assertEqual(self.complete(line), expected)

@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 namespace Orvel::detail {
@@ -47,12 +48,21 @@ void SoundLoader::load(std::shared_ptr<Sound> sound, const Corvid::URL& url) {
         const Vessa::Lock lock(jobs_->mutex);
         jobs_->waiting.push_back({std::move(sound), url});
     }
-    for (auto& worker : workers_) {
-        if (worker == nullptr) {
-            worker = std::make_unique<Worker>(
-                [jobs = jobs_](Worker::Signal& signal) { jobs->work(signal); });
+    try {
+        for (auto& worker : workers_) {
+            if (worker == nullptr) {
+                worker = std::make_unique<Worker>(
+                    [jobs = jobs_](Worker::Signal& signal) { jobs->work(signal); });
+            }
+            worker->wake();
         }
-        worker->wake();
+    } catch (const std::system_error&) { // there is no thread left
+        if (workers_[0] != nullptr) {
+            return;
+        }
+        while (const auto job = jobs_->next()) {
+            job->sound->load(job->url);
+        }
     }
 }
 

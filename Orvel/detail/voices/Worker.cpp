@@ -1,5 +1,8 @@
 #include <Orvel/detail/voices/Worker.h>
 
+#include <Orvel/detail/Report.h>
+
+#include <exception>
 #include <utility>
 
 namespace Orvel::detail {
@@ -18,7 +21,13 @@ bool Worker::Signal::stopped() {
 
 Worker::Worker(Function function) : signal_(std::make_shared<Signal>()) {
     thread_ = std::thread([signal = signal_, function = std::move(function)]() mutable {
-        function(*signal);
+        try {
+            function(*signal);
+        } catch (const std::exception& fault) {
+            ORVEL_REPORT(
+                Fatal, about(Diagnostic::Code::Thread, {}, {}, fault.what()),
+                "A thread of the kind \"voices\" has failed: %s\n", fault.what());
+        }
         function = {}; // what it owns is gone before the end is reported
         const std::lock_guard lock(signal->mutex_);
         signal->ended_ = true;

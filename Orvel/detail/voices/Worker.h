@@ -32,8 +32,8 @@ public:
     };
     using Function = std::function<void(Signal& signal)>;
 
-    /// Starts a thread; `function` returns when its signal has stopped, and does not throw. Throws
-    /// std::system_error if there is no thread left.
+    /// Starts a thread; `function` returns when its signal has stopped. An exception ends the
+    /// thread and is reported. Throws std::system_error if there is no thread left.
     explicit Worker(Function function);
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
