@@ -47,7 +47,9 @@ OscInput::OscInput(Orvel::World& world, const Settings& settings)
         return;
     }
     state.server.emplace(
-        world, OscServer::Settings{settings.address, settings.port, settings.scale},
+        world,
+        OscServer::Settings{
+            settings.address, settings.port, settings.scale, settings.replyPort, settings.change},
         settings.apply
             ? settings.apply
             : [&world](Orvel::CommandEvent& event) { Orvel::Server::applyEvent(world, &event); },

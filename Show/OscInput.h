@@ -12,10 +12,10 @@
 
 namespace Show {
 
-/// Receives Open Sound Control over UDP and TCP at one port and applies it to a world; docs/osc.md
-/// lists the messages. It has no thread: everything happens inside serve(). Limits: 64 connections,
-/// and 10,000 messages or 16 MiB waiting for their time. There is no password: anyone who can reach
-/// the port can change the scene.
+/// Receives Open Sound Control over UDP and TCP at one port, applies it to a world and answers
+/// queries; docs/osc.md lists the messages. It has no thread: everything happens inside serve().
+/// Limits: 64 connections, and 10,000 messages or 16 MiB waiting for their time. There is no
+/// password: anyone who can reach the port can change the scene.
 ///
 /// The world must outlive it. Confined to the world's thread. Throws only std::bad_alloc.
 class ORVEL_SHOW_EXPORT OscInput {
@@ -25,12 +25,18 @@ public:
         std::string address = "127.0.0.1"; ///< IPv4, of the interface; 0.0.0.0 for all
         unsigned short port = 0;           ///< 0: the system chooses
         float scale = 10.0F;               ///< scene units per normalised unit
-        /// Receives a sentence about each of the first 20 invalid messages, on the thread of
-        /// serve(). May be empty.
+        /// Queries over UDP are answered to this port of the sender's address as well as to the
+        /// sender's own; 0: only there. ADM-OSC names 4002.
+        unsigned short replyPort = 0;
+        /// Receives a sentence about each of the first 20 mistakes, with its sender and once per
+        /// address, on the thread of serve(). May be empty.
         std::function<void(const std::string& message)> report;
         /// Applies a change to the world; empty: it is applied as it is. For a world with rules of
         /// its own.
         std::function<void(Orvel::CommandEvent& change)> apply;
+        /// Receives the name of each `/adm/env/change`, a change of scene or programme, on the
+        /// thread of serve(). May be empty.
+        std::function<void(const std::string& name)> change;
         /// The loop that waits for it, which may be shared; null: a loop of its own.
         std::shared_ptr<Corvid::Loop> loop;
     };

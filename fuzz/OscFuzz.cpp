@@ -55,10 +55,13 @@ private:
                         require(Orvel::Server::applyEvent(world_, &event));
                     }};
     OscInbox inbox_{
-        [this](std::span<const std::byte> message) {
-            require(scene_.take(message).find('\n') == std::string::npos);
+        [this](std::span<const std::byte> message, const OscPeer&) {
+            std::vector<OscAnswer> answers;
+            require(scene_.take(message, answers).find('\n') == std::string::npos);
+            require(answers.size() <= OscScene::kMaxAnswers);
+            encode(answers, [](std::span<const std::byte> packet) { require(!packet.empty()); });
         },
-        [](const std::string& fault) { require(!fault.empty()); }};
+        [](const std::string& fault, const OscPeer&) { require(!fault.empty()); }};
     OscInbox::Clock::time_point now_;
 };
 

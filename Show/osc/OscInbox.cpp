@@ -40,32 +40,35 @@ OscInbox::Clock::time_point timeOf(std::uint64_t tag) {
 
 OscInbox::OscInbox(Take take, Report report) : take_(std::move(take)), report_(std::move(report)) {}
 
-void OscInbox::add(std::span<const std::byte> packet, Clock::time_point now, const Stop& stop) {
+void OscInbox::add(
+    std::span<const std::byte> packet, Clock::time_point now, const Stop& stop,
+    const OscPeer& peer) {
     const bool inTime = advance(now, stop);
     // After everything that was left for later.
     const auto after = waiting_.upper_bound({now, UINT64_MAX});
     const auto least =
         after == waiting_.begin() ? Clock::time_point() : std::prev(after)->first.first;
     if (isBundle(packet)) {
-        addBundle(packet, least, 1, now);
+        addBundle(packet, least, 1, now, peer);
         advance(now, stop);
     } else if (inTime) {
-        take_(packet);
+        take_(packet, peer);
     } else {
-        addMessage(packet, least);
+        addMessage(packet, least, peer);
     }
 }
 
-void OscInbox::addMessage(std::span<const std::byte> message, Clock::time_point time) {
-    waiting_.emplace(
-        std::pair(time, count_++), std::vector<std::byte>(message.begin(), message.end()));
+void OscInbox::addMessage(
+    std::span<const std::byte> message, Clock::time_point time, const OscPeer& peer) {
+    waiting_.emplace(std::pair(time, count_++), Message{{message.begin(), message.end()}, peer});
     bytes_ += message.size();
 }
 
 void OscInbox::addBundle(
-    std::span<const std::byte> bundle, Clock::time_point least, int depth, Clock::time_point now) {
+    std::span<const std::byte> bundle, Clock::time_point least, int depth, Clock::time_point now,
+    const OscPeer& peer) {
     if (bundle.size() < kBundleHeader || depth > kMaxDepth) {
-        report_(depth > kMaxDepth ? "too many nested bundles" : "a truncated bundle");
+        report_(depth > kMaxDepth ? "too many nested bundles" : "a truncated bundle", peer);
         return;
     }
     // A nested bundle is not due before the outer one.
@@ -75,18 +78,18 @@ void OscInbox::addBundle(
         const std::size_t size =
             rest.size() < 4 ? rest.size() : std::size_t{be32toh(read<std::uint32_t>(rest))};
         if (rest.size() < 4 || size == 0 || size > rest.size() - 4) {
-            report_("a truncated bundle");
+            report_("a truncated bundle", peer);
             return;
         }
         const auto element = rest.subspan(4, size);
         rest = rest.subspan(4 + size);
         if (isBundle(element)) {
-            addBundle(element, time, depth + 1, now);
+            addBundle(element, time, depth + 1, now, peer);
         } else if (time > now && (waiting_.size() >= kMaxMessages || bytes_ + size > kMaxBytes)) {
-            report_("a message for later, although too many are waiting");
+            report_("a message for later, although too many are waiting", peer);
         } else {
             // Due messages are queued too, to keep the order within the bundle's time.
-            addMessage(element, time);
+            addMessage(element, time, peer);
         }
     }
 }
@@ -97,8 +100,8 @@ bool OscInbox::advance(Clock::time_point now, const Stop& stop) {
             return false;
         }
         const auto message = waiting_.extract(waiting_.begin());
-        bytes_ -= message.mapped().size();
-        take_(message.mapped());
+        bytes_ -= message.mapped().bytes.size();
+        take_(message.mapped().bytes, message.mapped().peer);
     }
     return true;
 }

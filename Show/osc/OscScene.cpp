@@ -13,9 +13,10 @@
 #include <Orvel/TransformEvent.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
-#include <iterator>
+#include <initializer_list>
 #include <lo/lo.h>
 #include <memory>
 #include <numbers>
@@ -26,11 +27,11 @@ namespace Show {
 
 namespace {
 
-constexpr std::string_view kAll = "*"; // in place of an id
 constexpr std::size_t kMaxArguments = 64;
 /// The largest magnitude; beyond it, computed values may become infinite.
 constexpr double kMaxNumber = 1e9;
 constexpr float kNear = 1e-4F;
+constexpr float kSmallestUnit = 1e-6F; // of `dmax`, in scene units
 
 struct FreeMessage {
     void operator()(lo_message message) const { lo_message_free(message); }
@@ -91,64 +92,170 @@ bool toId(std::string_view word, int& id) {
 
 constexpr const char* kUnknownPath = "unknown path";
 
+bool isPattern(std::string_view word) {
+    return word.find_first_of("*?[{") != std::string_view::npos;
+}
+
+bool fits(std::string_view word, const std::string& name) {
+    return word == name ||
+           (isPattern(word) && lo_pattern_match(name.c_str(), std::string(word).c_str()) != 0);
+}
+
+/// Whether the words begin with those of a prefix, and have `more` after them.
+bool fits(const std::vector<std::string_view>& words, std::string_view prefix, std::size_t more) {
+    const auto count = static_cast<std::size_t>(std::count(prefix.begin(), prefix.end(), '/')) - 1;
+    if (words.size() != count + more) {
+        return false;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        prefix.remove_prefix(1); // a slash
+        const std::string_view name = prefix.substr(0, prefix.find('/'));
+        if (words[i] != name && !fits(words[i], std::string(name))) {
+            return false;
+        }
+        prefix.remove_prefix(name.size());
+    }
+    return true;
+}
+
+/// `id`: 0 if the path has none.
+std::string pathOf(std::string_view prefix, int id, std::string_view name) {
+    return std::string(prefix) + (id == 0 ? "" : std::to_string(id) + "/") + std::string(name);
+}
+
+/// The text up to kMaxName characters, which are UTF-8.
+std::string shortened(std::string text) {
+    std::size_t characters = 0;
+    const auto end = std::find_if(text.begin(), text.end(), [&](char c) {
+        return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U &&
+               ++characters > OscScene::kMaxName;
+    });
+    text.erase(end, text.end());
+    return text;
+}
+
+/// A normalised coordinate.
+float coordinate(float number) {
+    return std::clamp(number, -1.0F, 1.0F);
+}
+
+OscValues floats(std::initializer_list<float> numbers) {
+    OscValues values;
+    values.count = numbers.size();
+    std::copy(numbers.begin(), numbers.end(), values.numbers.begin());
+    return values;
+}
+
+OscValues whole(int number) {
+    OscValues values = floats({static_cast<float>(number)});
+    values.type = 'i';
+    return values;
+}
+
+OscValues text(std::string text) {
+    OscValues values;
+    values.type = 's';
+    values.text = std::move(text);
+    return values;
+}
+
+OscValues floats(const Orvel::Vec3f& v) {
+    return floats({v.x, v.y, v.z});
+}
+
+OscValues floats(const Orvel::Quaternion& q) {
+    return floats({q.x, q.y, q.z, q.w});
+}
+
+/// The coordinates of ADM-OSC in scene units, and back.
+Orvel::Vec3f fromAdm(float x, float y, float z) {
+    return {x, z, -y};
+}
+std::array<float, 3> toAdm(const Orvel::Vec3f& v) {
+    return {v.x, -v.z, v.y};
+}
+
 } // namespace
 
-const std::vector<OscScene::Entry<Orvel::Emitter>> OscScene::_admPaths{
-    {"xyz", 3, &OscScene::admXyz},
-    {"x", 1, &OscScene::admAxis<0>},
-    {"y", 1, &OscScene::admAxis<1>},
-    {"z", 1, &OscScene::admAxis<2>},
-    {"aed", 3, &OscScene::admAed},
-    {"azim", 1, &OscScene::admPolar<&Polar::azimuth>},
-    {"elev", 1, &OscScene::admPolar<&Polar::elevation>},
-    {"dist", 1, &OscScene::admPolar<&Polar::distance>},
-    {"gain", 1, &OscScene::gain},
-    {"mute", 1, &OscScene::admMute},
-};
-const std::vector<OscScene::Entry<Orvel::Emitter>> OscScene::_emitterPaths{
-    {"position", 3, &OscScene::position},
-    {"orientation", 4, &OscScene::orientation},
-    {"orientation", 3, &OscScene::orientation},
-    {"gain", 1, &OscScene::gain},
-    {"value", 1, &OscScene::value},
-    {"hull", 4, &OscScene::hull},
-    {"source", 1, &OscScene::source},
-    {"play", 0, &OscScene::setState<State::PLAY>},
-    {"play", 1, &OscScene::setState<State::PLAY>},
-    {"pause", 0, &OscScene::setState<State::PAUSE>},
-    {"pause", 1, &OscScene::setState<State::PAUSE>},
-    {"stop", 0, &OscScene::setState<State::STOP>},
-    {"stop", 1, &OscScene::setState<State::STOP>},
-    {"destroy", 0, &OscScene::destroy},
-    {"destroy", 1, &OscScene::destroy},
-};
-const std::vector<OscScene::Entry<Orvel::Source>> OscScene::_sourcePaths{
-    {"pitch", 1, &OscScene::pitch},
-    {"loop", 1, &OscScene::loop},
-    {"play", 0, &OscScene::setState<State::PLAY>},
-    {"play", 1, &OscScene::setState<State::PLAY>},
-    {"pause", 0, &OscScene::setState<State::PAUSE>},
-    {"pause", 1, &OscScene::setState<State::PAUSE>},
-    {"stop", 0, &OscScene::setState<State::STOP>},
-    {"stop", 1, &OscScene::setState<State::STOP>},
-};
-const std::vector<OscScene::Entry<Orvel::World>> OscScene::_admListenerPaths{
-    {"xyz", 3, &OscScene::admListenerXyz},
-    {"ypr", 3, &OscScene::listenerOrientation},
-};
-const std::vector<OscScene::Entry<Orvel::World>> OscScene::_listenerPaths{
-    {"position", 3, &OscScene::listenerPosition},
-    {"orientation", 4, &OscScene::listenerOrientation},
-    {"orientation", 3, &OscScene::listenerOrientation},
-};
-const std::vector<OscScene::Entry<Orvel::World>> OscScene::_worldPaths{
-    {"enabled", 1, &OscScene::enabled},
-};
+const OscScene::Family<Orvel::Emitter> OscScene::_adm{
+    "/adm/obj/",
+    {
+        {"xyz", 3, &OscScene::admPlace<0, 3>, &OscScene::readPlace<0, 3>},
+        {"xy", 2, &OscScene::admPlace<0, 2>, &OscScene::readPlace<0, 2>},
+        {"x", 1, &OscScene::admPlace<0, 1>, &OscScene::readPlace<0, 1>},
+        {"y", 1, &OscScene::admPlace<1, 1>, &OscScene::readPlace<1, 1>},
+        {"z", 1, &OscScene::admPlace<2, 1>, &OscScene::readPlace<2, 1>},
+        {"aed", 3, &OscScene::admAed, &OscScene::readAed},
+        {"azim", 1, &OscScene::admPolar<&Polar::azimuth>, &OscScene::readPolar<&Polar::azimuth>},
+        {"elev", 1, &OscScene::admPolar<&Polar::elevation>,
+         &OscScene::readPolar<&Polar::elevation>},
+        {"dist", 1, &OscScene::admPolar<&Polar::distance>, &OscScene::readPolar<&Polar::distance>},
+        {"w", 1, &OscScene::admWidth, &OscScene::readWidth},
+        {"gain", 1, &OscScene::admGain, &OscScene::readGain},
+        {"dref", 1, &OscScene::admReference, &OscScene::readReference},
+        {"dmax", 1, &OscScene::admUnit, &OscScene::readUnit},
+        {"mute", 1, &OscScene::admMute, &OscScene::readMute},
+        {"name", 0, nullptr, &OscScene::readName, &OscScene::setName},
+    }};
+const OscScene::Family<Orvel::Emitter> OscScene::_emitter{
+    "/orvel/emitter/",
+    {
+        {"position", 3, &OscScene::position, &OscScene::readPosition},
+        {"orientation", 4, &OscScene::orientation, &OscScene::readOrientation},
+        {"orientation", 3, &OscScene::orientation, &OscScene::readOrientation},
+        {"gain", 1, &OscScene::gain, &OscScene::readGain},
+        {"value", 1, &OscScene::value, &OscScene::readValue},
+        {"hull", 4, &OscScene::hull, &OscScene::readHull},
+        {"source", 1, &OscScene::source, &OscScene::readSource},
+        {"play", 0, &OscScene::setState<State::PLAY>},
+        {"play", 1, &OscScene::setState<State::PLAY>},
+        {"pause", 0, &OscScene::setState<State::PAUSE>},
+        {"pause", 1, &OscScene::setState<State::PAUSE>},
+        {"stop", 0, &OscScene::setState<State::STOP>},
+        {"stop", 1, &OscScene::setState<State::STOP>},
+        {"destroy", 0, &OscScene::destroy},
+        {"destroy", 1, &OscScene::destroy},
+    }};
+const OscScene::Family<Orvel::Source> OscScene::_source{
+    "/orvel/source/",
+    {
+        {"pitch", 1, &OscScene::pitch, &OscScene::readPitch},
+        {"loop", 1, &OscScene::loop, &OscScene::readLoop},
+        {"play", 0, &OscScene::setState<State::PLAY>},
+        {"play", 1, &OscScene::setState<State::PLAY>},
+        {"pause", 0, &OscScene::setState<State::PAUSE>},
+        {"pause", 1, &OscScene::setState<State::PAUSE>},
+        {"stop", 0, &OscScene::setState<State::STOP>},
+        {"stop", 1, &OscScene::setState<State::STOP>},
+    }};
+const OscScene::Family<Orvel::World> OscScene::_admListener{
+    "/adm/lis/",
+    {
+        {"xyz", 3, &OscScene::admListenerXyz, &OscScene::readAdmListener},
+        {"ypr", 3, &OscScene::admListenerYpr, &OscScene::readAngles},
+    }};
+const OscScene::Family<Orvel::World> OscScene::_admScene{
+    "/adm/env/",
+    {
+        {"change", 0, nullptr, &OscScene::readChange, &OscScene::changeTo},
+    }};
+const OscScene::Family<Orvel::World> OscScene::_listener{
+    "/orvel/listener/",
+    {
+        {"position", 3, &OscScene::listenerPosition, &OscScene::readListenerPosition},
+        {"orientation", 4, &OscScene::listenerOrientation, &OscScene::readListenerOrientation},
+        {"orientation", 3, &OscScene::listenerOrientation, &OscScene::readListenerOrientation},
+    }};
+const OscScene::Family<Orvel::World> OscScene::_world{
+    "/orvel/",
+    {
+        {"enabled", 1, &OscScene::enabled, &OscScene::readEnabled},
+    }};
 
-OscScene::OscScene(Orvel::World& world, float scale, Apply apply)
-    : world_(world), scale_(scale), apply_(std::move(apply)) {}
+OscScene::OscScene(Orvel::World& world, float scale, Apply apply, Change change)
+    : world_(world), scale_(scale), apply_(std::move(apply)), change_(std::move(change)) {}
 
-std::string OscScene::take(std::span<const std::byte> bytes) {
+std::string OscScene::take(std::span<const std::byte> bytes, std::vector<OscAnswer>& answers) {
     // The library modifies the bytes that it parses.
     std::vector<std::byte> copy(bytes.begin(), bytes.end());
     const auto pathEnd = std::find(copy.begin(), copy.end(), std::byte{0});
@@ -166,6 +273,8 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
     }
     Message message;
     message.words = split(path);
+    message.answers = &answers;
+    const bool clamps = message.words.front() == "adm";
     const char* types = lo_message_get_types(read.get());
     lo_arg** arguments = lo_message_get_argv(read.get());
     const auto count = static_cast<std::size_t>(lo_message_get_argc(read.get()));
@@ -177,7 +286,10 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
         if (type == LO_TRUE || type == LO_FALSE) {
             message.numbers.push_back(type == LO_TRUE ? 1.0F : 0.0F);
         } else if (lo_is_numerical_type(type) != 0) {
-            const auto number = static_cast<double>(lo_hires_val(type, arguments[i]));
+            auto number = static_cast<double>(lo_hires_val(type, arguments[i]));
+            if (clamps && !std::isnan(number)) {
+                number = std::clamp(number, -kMaxNumber, kMaxNumber);
+            }
             if (!(std::abs(number) <= kMaxNumber)) {
                 return begin + "expected numbers from -1e9 to 1e9, found another value";
             }
@@ -194,83 +306,194 @@ std::string OscScene::take(std::span<const std::byte> bytes) {
     return wrong.empty() ? wrong : begin + wrong;
 }
 
+/// The steps of an edit as events, which are recorded and can be refused as any other.
+struct OscScene::EventSteps {
+    OscScene& scene;
+
+    void setSource(const Orvel::Emitter& emitter, const Orvel::Source* source) const {
+        Orvel::EmitterConnectionEvent event;
+        event.address(Orvel::CmdSetEmitterConnection, emitter.id());
+        event.sourceId = static_cast<short>(source == nullptr ? 0 : source->id());
+        scene.apply_(event);
+    }
+    void setState(const Orvel::Emitter& emitter, State state) const {
+        scene.send(Orvel::ClientBackend::emitterState2Command(state), emitter.id());
+    }
+    void setState(const Orvel::Source& source, State state) const {
+        scene.send(Orvel::ClientBackend::sourceState2Command(state), source.id());
+    }
+    void setEnabled(const Orvel::World& /*world*/, bool enabled) const {
+        scene.send(enabled ? Orvel::CmdEnable : Orvel::CmdDisable, 0);
+    }
+    void setListenerTransform(
+        const Orvel::World& /*world*/, const Orvel::Vec3f& place,
+        const Orvel::Quaternion& rotation) const {
+        Orvel::TransformEvent event;
+        event.address(Orvel::CmdSetListenerTransform, 0);
+        event.position = place;
+        event.rotation = rotation;
+        scene.apply_(event);
+    }
+};
+
 std::string OscScene::dispatch(const Message& message) {
     const auto& words = message.words;
-    const auto is = [&](std::string_view first, std::string_view second, std::size_t count) {
-        return words.size() == count && words[0] == first && (count == 2 || words[1] == second);
-    };
-    if (is("orvel", "emitter", 4) && words[3] == "create") {
+    if (fits(words, _emitter.prefix, 2) && words.back() == "create") {
         return create(message);
     }
-    if (!message.texts.empty()) {
-        return "expected numbers, found a text";
+    const std::size_t before = message.answers->size();
+    Outcome outcome;
+    takeParts(_adm, world_.emitters(), "emitter", message, outcome);
+    takeParts(_emitter, world_.emitters(), "emitter", message, outcome);
+    takeParts(_source, world_.sources(), "source", message, outcome);
+    for (const auto* family : {&_admListener, &_admScene, &_listener, &_world}) {
+        takeWorld(*family, message, outcome);
     }
-    if (is("adm", "obj", 4)) {
-        return dispatchToParts(_admPaths, world_.emitters(), "emitter", message);
+    if (message.answers->size() - before > kMaxAnswers) {
+        message.answers->resize(before + kMaxAnswers);
+        return "has more than " + std::to_string(kMaxAnswers) +
+               " answers; query fewer values at a time";
     }
-    if (is("orvel", "emitter", 4)) {
-        return dispatchToParts(_emitterPaths, world_.emitters(), "emitter", message);
-    }
-    if (is("orvel", "source", 4)) {
-        return dispatchToParts(_sourcePaths, world_.sources(), "source", message);
-    }
-    if (is("adm", "lis", 3)) {
-        return dispatch(_admListenerPaths, words[2], world_, message.numbers);
-    }
-    if (is("orvel", "listener", 3)) {
-        return dispatch(_listenerPaths, words[2], world_, message.numbers);
-    }
-    if (is("orvel", "", 2)) {
-        return dispatch(_worldPaths, words[1], world_, message.numbers);
-    }
-    return kUnknownPath;
+    return outcome.taken ? "" : outcome.fault.empty() ? kUnknownPath : outcome.fault;
 }
 
 template <class Part>
-std::string OscScene::dispatch(
-    const std::vector<Entry<Part>>& paths, std::string_view name, Part& part, Numbers numbers) {
+OscScene::Outcome
+OscScene::take(const Family<Part>& family, int id, Part& part, const Message& message) {
+    const std::string_view name = message.words.back();
+    const bool pattern = isPattern(name);
+    Outcome outcome;
     std::string expected;
-    for (const Entry<Part>& entry : paths) {
-        if (entry.name == name && entry.numbers == numbers.size()) {
-            const Expected fault = (this->*entry.take)(part, numbers);
-            return fault == nullptr ? "" : fault;
+    const Entry<Part>* last = nullptr;
+    for (const Entry<Part>& entry : family.entries) {
+        // A pattern names no commands, since "destroy" is one.
+        if (pattern ? entry.read == nullptr || !fits(name, std::string(entry.name))
+                    : entry.name != name) {
+            continue;
         }
-        if (entry.name == name) {
+        const bool repeats = last != nullptr && last->name == entry.name;
+        last = &entry;
+        if (entry.read != nullptr && message.isQuery()) {
+            if (!repeats && message.answers->size() <= kMaxAnswers) {
+                message.answers->push_back(
+                    {pathOf(family.prefix, id, entry.name), (this->*entry.read)(part)});
+            }
+            outcome.taken = true;
+        } else if (entry.write != nullptr) {
+            if (message.texts.size() == 1 && message.numbers.empty()) {
+                (this->*entry.write)(part, message.texts[0]);
+                outcome.taken = true;
+            }
+            outcome.fault = "expected a text";
+        } else if (!message.texts.empty()) {
+            outcome.fault = "expected numbers, found a text";
+        } else if (entry.numbers == message.numbers.size()) {
+            const Expected fault = (this->*entry.take)(part, message.numbers);
+            if (!pattern) { // the part may be gone
+                return {fault == nullptr, fault == nullptr ? "" : fault};
+            }
+            outcome.taken = outcome.taken || fault == nullptr;
+            outcome.fault = fault == nullptr ? "" : fault;
+        } else {
             expected += (expected.empty() ? "" : " or ") + std::to_string(entry.numbers);
         }
     }
-    return expected.empty() ? kUnknownPath
+    if (outcome.fault.empty()) {
+        outcome.fault = expected.empty()
+                            ? kUnknownPath
                             : "expected " + expected + (expected == "1" ? " number" : " numbers") +
-                                  ", found " + std::to_string(numbers.size());
+                                  ", found " + std::to_string(message.numbers.size());
+    }
+    return outcome;
 }
 
 template <class Part>
-std::string OscScene::dispatchToParts(
-    const std::vector<Entry<Part>>& paths, const std::map<int, Part*>& parts, const char* kind,
-    const Message& message) {
+void OscScene::takeParts(
+    const Family<Part>& family, const std::map<int, Part*>& parts, const char* kind,
+    const Message& message, Outcome& outcome) {
     const auto& words = message.words;
-    if (words[2] == kAll) {
-        std::vector<Part*> all; // messages create and destroy some
-        std::transform(parts.begin(), parts.end(), std::back_inserter(all), [](const auto& entry) {
-            return entry.second;
-        });
-        for (Part* part : all) {
-            if (std::string wrong = dispatch(paths, words[3], *part, message.numbers);
-                !wrong.empty()) {
-                return wrong;
+    if (!fits(words, family.prefix, 2)) {
+        return;
+    }
+    const std::string_view word = words[words.size() - 2];
+    const auto add = [&](int id, Part& part) {
+        Outcome one = take(family, id, part, message);
+        outcome.taken = outcome.taken || one.taken;
+        outcome.fault = std::move(one.fault);
+    };
+    if (isPattern(word)) {
+        std::vector<std::pair<int, Part*>> all; // messages create and destroy some
+        for (const auto& [id, part] : parts) {
+            if (fits(word, std::to_string(id))) {
+                all.emplace_back(id, part);
             }
         }
-        return {};
+        outcome.taken = outcome.taken || parts.empty();
+        if (all.empty() && !outcome.taken) {
+            outcome.fault = std::string("there is no such ") + kind;
+        }
+        for (const auto& [id, part] : all) {
+            add(id, *part);
+        }
+        return;
     }
     int id = 0;
-    if (!toId(words[2], id)) {
-        return kUnknownPath;
+    if (!toId(word, id)) {
+        return;
     }
-    const auto part = parts.find(id);
-    if (part == parts.end()) {
-        return std::string("there is no ") + kind + " " + std::to_string(id);
+    auto part = parts.find(id);
+    if constexpr (std::is_same_v<Part, Orvel::Emitter>) {
+        if (part == parts.end() && &family == &_adm) {
+            objects_.erase(id);
+            outcome.fault = appear(id, message);
+            part = parts.find(id);
+        }
     }
-    return dispatch(paths, words[3], *part->second, message.numbers);
+    if (part != parts.end()) {
+        add(id, *part->second);
+    } else if (outcome.fault.empty()) {
+        outcome.fault = std::string("there is no ") + kind + " " + std::to_string(id);
+    }
+}
+
+void OscScene::takeWorld(
+    const Family<Orvel::World>& family, const Message& message, Outcome& outcome) {
+    if (fits(message.words, family.prefix, 1)) {
+        Outcome one = take(family, 0, world_, message);
+        outcome.taken = outcome.taken || one.taken;
+        outcome.fault = std::move(one.fault);
+    }
+}
+
+std::string OscScene::appear(int id, const Message& message) {
+    const bool valid = !message.isQuery() &&
+                       std::any_of(_adm.entries.begin(), _adm.entries.end(), [&](auto& entry) {
+                           return entry.name == message.words.back() &&
+                                  entry.numbers == message.numbers.size() &&
+                                  message.texts.size() == (entry.write != nullptr ? 1 : 0);
+                       });
+    if (!valid) {
+        return {};
+    }
+    if (appeared_.size() >= kMaxAppeared) {
+        std::erase_if(
+            appeared_, [this](int former) { return world_.getEmitter(former) == nullptr; });
+    }
+    if (appeared_.size() >= kMaxAppeared) {
+        return "there is no emitter " + std::to_string(id) + ", and " +
+               std::to_string(kMaxAppeared) + " have appeared already";
+    }
+    Orvel::CreateEmitterEvent event;
+    event.address(Orvel::CmdCreateEmitter, id);
+    apply_(event);
+    if (Orvel::Emitter* emitter = world_.getEmitter(id)) {
+        appeared_.insert(id);
+        setReach(*emitter, 1.0F);
+        if (Orvel::Source* source = world_.getSource(id)) {
+            reconnect(*emitter, source, EventSteps{*this});
+        }
+    }
+    return {};
 }
 
 std::string OscScene::create(const Message& message) {
@@ -313,36 +536,6 @@ void OscScene::rotate(Orvel::Emitter& emitter, const Orvel::Quaternion& rotation
     apply_(event);
 }
 
-/// The steps of an edit as events, which are recorded and can be refused as any other.
-struct OscScene::EventSteps {
-    OscScene& scene;
-
-    void setSource(const Orvel::Emitter& emitter, const Orvel::Source* source) const {
-        Orvel::EmitterConnectionEvent event;
-        event.address(Orvel::CmdSetEmitterConnection, emitter.id());
-        event.sourceId = static_cast<short>(source == nullptr ? 0 : source->id());
-        scene.apply_(event);
-    }
-    void setState(const Orvel::Emitter& emitter, State state) const {
-        scene.send(Orvel::ClientBackend::emitterState2Command(state), emitter.id());
-    }
-    void setState(const Orvel::Source& source, State state) const {
-        scene.send(Orvel::ClientBackend::sourceState2Command(state), source.id());
-    }
-    void setEnabled(const Orvel::World& /*world*/, bool enabled) const {
-        scene.send(enabled ? Orvel::CmdEnable : Orvel::CmdDisable, 0);
-    }
-    void setListenerTransform(
-        const Orvel::World& /*world*/, const Orvel::Vec3f& place,
-        const Orvel::Quaternion& rotation) const {
-        Orvel::TransformEvent event;
-        event.address(Orvel::CmdSetListenerTransform, 0);
-        event.position = place;
-        event.rotation = rotation;
-        scene.apply_(event);
-    }
-};
-
 template <OscScene::State state, class Part>
 OscScene::Expected OscScene::setState(Part& part, Numbers n) {
     if (!letGo(n) && state == State::PLAY) {
@@ -353,71 +546,165 @@ OscScene::Expected OscScene::setState(Part& part, Numbers n) {
     return nullptr;
 }
 
-Orvel::Vec3f OscScene::fromAdm(float x, float y, float z) const {
-    return {x * scale_, z * scale_, -y * scale_};
+const OscScene::Object* OscScene::find(int id) const {
+    const auto object = objects_.find(id);
+    return object == objects_.end() ? nullptr : &object->second;
 }
 
-OscScene::Expected OscScene::admXyz(Orvel::Emitter& emitter, Numbers n) {
-    move(emitter, fromAdm(n[0], n[1], n[2]));
-    return nullptr;
+float OscScene::unitOf(const Orvel::Emitter& emitter) const {
+    const Object* object = find(emitter.id());
+    return object == nullptr ? scale_ : object->unit.value_or(scale_);
 }
 
-template <std::size_t axis>
-OscScene::Expected OscScene::admAxis(Orvel::Emitter& emitter, Numbers n) {
-    Orvel::Vec3f place = emitter.position();
-    if (axis == 0) {
-        place.x = n[0] * scale_;
-    } else if (axis == 1) {
-        place.z = -n[0] * scale_;
-    } else {
-        place.y = n[0] * scale_;
+template <std::size_t first, std::size_t count>
+OscScene::Expected OscScene::admPlace(Orvel::Emitter& emitter, Numbers n) {
+    const float unit = unitOf(emitter);
+    std::array<float, 3> place = toAdm(emitter.position());
+    for (std::size_t i = 0; i < count; ++i) {
+        place[first + i] = coordinate(n[i]) * unit;
     }
-    move(emitter, place);
+    move(emitter, fromAdm(place[0], place[1], place[2]));
     return nullptr;
+}
+
+template <std::size_t first, std::size_t count>
+OscValues OscScene::readPlace(Orvel::Emitter& emitter) const {
+    const std::array<float, 3> place = toAdm(emitter.position());
+    OscValues values;
+    values.count = count;
+    for (std::size_t i = 0; i < count; ++i) {
+        values.numbers[i] = place[first + i] / unitOf(emitter);
+    }
+    return values;
 }
 
 void OscScene::setPolar(Orvel::Emitter& emitter, Polar polar) {
+    polar.azimuth = std::clamp(polar.azimuth, -180.0F, 180.0F);
+    polar.elevation = std::clamp(polar.elevation, -90.0F, 90.0F);
+    polar.distance = std::max(polar.distance, 0.0F);
     // From the front to the left, and from the horizon upwards.
     const float azimuth = radians(polar.azimuth);
     const float elevation = radians(polar.elevation);
+    const float length = polar.distance * unitOf(emitter);
     polar.place = fromAdm(
-        -std::sin(azimuth) * std::cos(elevation) * polar.distance,
-        std::cos(azimuth) * std::cos(elevation) * polar.distance,
-        std::sin(elevation) * polar.distance);
-    polar_[emitter.id()] = polar;
+        -std::sin(azimuth) * std::cos(elevation) * length,
+        std::cos(azimuth) * std::cos(elevation) * length, std::sin(elevation) * length);
+    objects_[emitter.id()].polar = polar;
     move(emitter, polar.place);
 }
 
-OscScene::Expected OscScene::admAed(Orvel::Emitter& emitter, Numbers n) {
-    if (n[2] < 0.0F) {
-        return "expected a distance of at least 0";
+OscScene::Polar OscScene::polarOf(const Orvel::Emitter& emitter) const {
+    const Orvel::Vec3f& now = emitter.position();
+    const Object* object = find(emitter.id());
+    // The values are remembered, because a distance of 0 has no direction.
+    if (object != nullptr && object->polar && std::abs(object->polar->place.x - now.x) < kNear &&
+        std::abs(object->polar->place.y - now.y) < kNear &&
+        std::abs(object->polar->place.z - now.z) < kNear) {
+        return *object->polar;
     }
-    setPolar(emitter, {n[0], n[1], n[2], {}});
+    const float flat = std::hypot(now.x, now.z);
+    Polar polar;
+    polar.azimuth = flat > 0.0F ? degrees(std::atan2(-now.x, -now.z)) : 0.0F;
+    polar.elevation = degrees(std::atan2(now.y, flat));
+    polar.distance = std::hypot(flat, now.y) / unitOf(emitter);
+    return polar;
+}
+
+OscScene::Expected OscScene::admAed(Orvel::Emitter& emitter, Numbers n) {
+    setPolar(emitter, {n[0], n[1], std::min(n[2], 1.0F), {}});
     return nullptr;
+}
+
+OscValues OscScene::readAed(Orvel::Emitter& emitter) const {
+    const Polar polar = polarOf(emitter);
+    return floats({polar.azimuth, polar.elevation, polar.distance});
 }
 
 template <float OscScene::Polar::*member>
 OscScene::Expected OscScene::admPolar(Orvel::Emitter& emitter, Numbers n) {
-    if (member == &Polar::distance && n[0] < 0.0F) {
-        return "expected a distance of at least 0";
-    }
-    const Orvel::Vec3f& now = emitter.position();
-    Polar polar;
-    const auto last = polar_.find(emitter.id());
-    // The values are remembered, because a distance of 0 has no direction.
-    if (last != polar_.end() && std::abs(last->second.place.x - now.x) < kNear &&
-        std::abs(last->second.place.y - now.y) < kNear &&
-        std::abs(last->second.place.z - now.z) < kNear) {
-        polar = last->second;
-    } else {
-        const float flat = std::hypot(now.x, now.z);
-        polar.azimuth = degrees(std::atan2(-now.x, -now.z));
-        polar.elevation = degrees(std::atan2(now.y, flat));
-        polar.distance = std::hypot(flat, now.y) / scale_;
-    }
-    polar.*member = n[0];
+    Polar polar = polarOf(emitter);
+    polar.*member = member == &Polar::distance ? std::min(n[0], 1.0F) : n[0];
     setPolar(emitter, polar);
     return nullptr;
+}
+
+template <float OscScene::Polar::*member>
+OscValues OscScene::readPolar(Orvel::Emitter& emitter) const {
+    return floats({polarOf(emitter).*member});
+}
+
+OscScene::Expected OscScene::admWidth(Orvel::Emitter& emitter, Numbers n) {
+    objects_[emitter.id()].width = std::clamp(n[0], 0.0F, 1.0F);
+    return nullptr;
+}
+
+OscValues OscScene::readWidth(Orvel::Emitter& emitter) const {
+    const Object* object = find(emitter.id());
+    return floats({object == nullptr ? 0.0F : object->width});
+}
+
+void OscScene::setReach(Orvel::Emitter& emitter, float reference) {
+    const float outer = unitOf(emitter);
+    const float inner = reference * outer;
+    const std::array<float, 4> extents{outer, outer, inner, inner};
+    hull(emitter, extents);
+}
+
+float OscScene::referenceOf(const Orvel::Emitter& emitter) const {
+    const float inner = (emitter.minBack() + emitter.minFront()) * 0.5F;
+    return std::clamp(inner / unitOf(emitter), 0.0F, 1.0F);
+}
+
+OscScene::Expected OscScene::admReference(Orvel::Emitter& emitter, Numbers n) {
+    setReach(emitter, std::clamp(n[0], 0.0F, 1.0F));
+    return nullptr;
+}
+
+OscValues OscScene::readReference(Orvel::Emitter& emitter) const {
+    return floats({referenceOf(emitter)});
+}
+
+OscScene::Expected OscScene::admUnit(Orvel::Emitter& emitter, Numbers n) {
+    const float before = unitOf(emitter);
+    const float reference = referenceOf(emitter);
+    const Polar polar = polarOf(emitter);
+    const bool placed = find(emitter.id()) != nullptr && objects_[emitter.id()].polar;
+    const float unit = std::max(n[0], kSmallestUnit);
+    objects_[emitter.id()].unit = unit;
+    // The normalised position stays.
+    if (placed) {
+        setPolar(emitter, polar);
+    } else {
+        const Orvel::Vec3f& place = emitter.position();
+        const float factor = unit / before;
+        move(emitter, {place.x * factor, place.y * factor, place.z * factor});
+    }
+    setReach(emitter, reference);
+    return nullptr;
+}
+
+OscValues OscScene::readUnit(Orvel::Emitter& emitter) const {
+    return floats({unitOf(emitter)});
+}
+
+void OscScene::setName(Orvel::Emitter& emitter, std::string name) {
+    objects_[emitter.id()].name = shortened(std::move(name));
+}
+
+OscValues OscScene::readName(Orvel::Emitter& emitter) const {
+    const Object* object = find(emitter.id());
+    return text(object == nullptr ? "" : object->name);
+}
+
+void OscScene::changeTo(Orvel::World& /*world*/, std::string name) {
+    lastChange_ = shortened(std::move(name));
+    if (change_) {
+        change_(lastChange_);
+    }
+}
+
+OscValues OscScene::readChange(Orvel::World& /*world*/) const {
+    return text(lastChange_);
 }
 
 void OscScene::setGain(Orvel::Emitter& emitter, float gain) {
@@ -428,7 +715,8 @@ void OscScene::setGain(Orvel::Emitter& emitter, float gain) {
 }
 
 bool OscScene::muted(const Orvel::Emitter& emitter) const {
-    return emitter.gain() == 0.0F && gains_.contains(emitter.id());
+    const Object* object = find(emitter.id());
+    return emitter.gain() == 0.0F && object != nullptr && object->gain;
 }
 
 OscScene::Expected OscScene::gain(Orvel::Emitter& emitter, Numbers n) {
@@ -436,35 +724,73 @@ OscScene::Expected OscScene::gain(Orvel::Emitter& emitter, Numbers n) {
         return "expected a gain of at least 0";
     }
     if (muted(emitter)) {
-        gains_[emitter.id()] = n[0];
+        objects_[emitter.id()].gain = n[0];
     } else {
         setGain(emitter, n[0]);
     }
     return nullptr;
 }
 
+OscScene::Expected OscScene::admGain(Orvel::Emitter& emitter, Numbers n) {
+    const float clamped = std::max(n[0], 0.0F);
+    return gain(emitter, {&clamped, 1});
+}
+
+OscValues OscScene::readGain(Orvel::Emitter& emitter) const {
+    return floats({muted(emitter) ? *find(emitter.id())->gain : emitter.gain()});
+}
+
 OscScene::Expected OscScene::admMute(Orvel::Emitter& emitter, Numbers n) {
     if (muted(emitter) == (n[0] != 0.0F)) {
         return nullptr;
     }
+    std::optional<float>& former = objects_[emitter.id()].gain;
     if (n[0] != 0.0F) {
-        gains_[emitter.id()] = emitter.gain();
+        former = emitter.gain();
         setGain(emitter, 0.0F);
     } else {
-        setGain(emitter, gains_[emitter.id()]);
-        gains_.erase(emitter.id());
+        setGain(emitter, *former);
+        former.reset();
     }
     return nullptr;
 }
 
+OscValues OscScene::readMute(Orvel::Emitter& emitter) const {
+    return whole(muted(emitter) ? 1 : 0);
+}
+
 OscScene::Expected OscScene::admListenerXyz(Orvel::World& world, Numbers n) {
-    moveListener(world, fromAdm(n[0], n[1], n[2]), world.listenerRotation(), EventSteps{*this});
+    const Orvel::Vec3f place =
+        fromAdm(coordinate(n[0]) * scale_, coordinate(n[1]) * scale_, coordinate(n[2]) * scale_);
+    moveListener(world, place, world.listenerRotation(), EventSteps{*this});
     return nullptr;
+}
+
+OscValues OscScene::readAdmListener(Orvel::World& world) const {
+    const std::array<float, 3> place = toAdm(world.listenerPosition());
+    return floats({place[0] / scale_, place[1] / scale_, place[2] / scale_});
+}
+
+OscScene::Expected OscScene::admListenerYpr(Orvel::World& world, Numbers n) {
+    std::array<float, 3> angles{};
+    std::transform(n.begin(), n.end(), angles.begin(), [](float angle) {
+        return std::clamp(angle, -180.0F, 180.0F);
+    });
+    return listenerOrientation(world, angles);
+}
+
+OscValues OscScene::readAngles(Orvel::World& world) const {
+    const std::array<float, 3> angles = toYawPitchRoll(world.listenerRotation());
+    return floats({angles[0], angles[1], angles[2]});
 }
 
 OscScene::Expected OscScene::position(Orvel::Emitter& emitter, Numbers n) {
     move(emitter, {n[0], n[1], n[2]});
     return nullptr;
+}
+
+OscValues OscScene::readPosition(Orvel::Emitter& emitter) const {
+    return floats(emitter.position());
 }
 
 OscScene::Expected OscScene::orientation(Orvel::Emitter& emitter, Numbers n) {
@@ -476,12 +802,20 @@ OscScene::Expected OscScene::orientation(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
+OscValues OscScene::readOrientation(Orvel::Emitter& emitter) const {
+    return floats(emitter.rotation());
+}
+
 OscScene::Expected OscScene::value(Orvel::Emitter& emitter, Numbers n) {
     Orvel::EmitterParamEvent event;
     event.address(Orvel::CmdSetEmitterParam, emitter.id());
     event.setParam(emitter.paramFlag(), n[0], emitter.gain());
     apply_(event);
     return nullptr;
+}
+
+OscValues OscScene::readValue(Orvel::Emitter& emitter) const {
+    return floats({emitter.paramValue()});
 }
 
 OscScene::Expected OscScene::hull(Orvel::Emitter& emitter, Numbers n) {
@@ -495,6 +829,10 @@ OscScene::Expected OscScene::hull(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
+OscValues OscScene::readHull(Orvel::Emitter& emitter) const {
+    return floats({emitter.maxBack(), emitter.maxFront(), emitter.minBack(), emitter.minFront()});
+}
+
 OscScene::Expected OscScene::source(Orvel::Emitter& emitter, Numbers n) {
     const auto id = n[0] >= 0.0F && n[0] <= static_cast<float>(kMaxId) ? static_cast<int>(n[0]) : 0;
     Orvel::Source* source = world_.getSource(id);
@@ -505,10 +843,13 @@ OscScene::Expected OscScene::source(Orvel::Emitter& emitter, Numbers n) {
     return nullptr;
 }
 
+OscValues OscScene::readSource(Orvel::Emitter& emitter) const {
+    return whole(emitter.source() == nullptr ? 0 : emitter.source()->id());
+}
+
 OscScene::Expected OscScene::destroy(Orvel::Emitter& emitter, Numbers n) {
     if (!letGo(n)) {
-        polar_.erase(emitter.id());
-        gains_.erase(emitter.id());
+        objects_.erase(emitter.id());
         send(Orvel::CmdDestroyEmitter, emitter.id());
     }
     return nullptr;
@@ -526,6 +867,10 @@ OscScene::Expected OscScene::pitch(Orvel::Source& source, Numbers n) {
     return nullptr;
 }
 
+OscValues OscScene::readPitch(Orvel::Source& source) const {
+    return floats({source.pitch()});
+}
+
 OscScene::Expected OscScene::loop(Orvel::Source& source, Numbers n) {
     Orvel::SourceParamEvent event;
     event.address(Orvel::CmdSetSourceParam, source.id());
@@ -535,9 +880,17 @@ OscScene::Expected OscScene::loop(Orvel::Source& source, Numbers n) {
     return nullptr;
 }
 
+OscValues OscScene::readLoop(Orvel::Source& source) const {
+    return whole(source.loop() ? 1 : 0);
+}
+
 OscScene::Expected OscScene::listenerPosition(Orvel::World& world, Numbers n) {
     moveListener(world, {n[0], n[1], n[2]}, world.listenerRotation(), EventSteps{*this});
     return nullptr;
+}
+
+OscValues OscScene::readListenerPosition(Orvel::World& world) const {
+    return floats(world.listenerPosition());
 }
 
 OscScene::Expected OscScene::listenerOrientation(Orvel::World& world, Numbers n) {
@@ -549,9 +902,17 @@ OscScene::Expected OscScene::listenerOrientation(Orvel::World& world, Numbers n)
     return nullptr;
 }
 
+OscValues OscScene::readListenerOrientation(Orvel::World& world) const {
+    return floats(world.listenerRotation());
+}
+
 OscScene::Expected OscScene::enabled(Orvel::World& world, Numbers n) {
     EventSteps{*this}.setEnabled(world, n[0] != 0.0F);
     return nullptr;
+}
+
+OscValues OscScene::readEnabled(Orvel::World& world) const {
+    return whole(world.enabled() ? 1 : 0);
 }
 
 } // namespace Show

@@ -24,10 +24,12 @@ OscServer::OscServer(
     Orvel::World& world, const Settings& settings, OscScene::Apply apply, Report report,
     std::shared_ptr<Corvid::Loop> loop)
     : settings_(settings), report_(std::move(report)),
-      scene_(world, settings.scale, std::move(apply)),
+      scene_(world, settings.scale, std::move(apply), settings.change),
       inbox_(
-          [this](std::span<const std::byte> message) { take(message); },
-          [this](const std::string& fault) { reportWrong(fault); }),
+          [this](std::span<const std::byte> message, const OscPeer& sender) {
+              take(message, sender);
+          },
+          [this](const std::string& fault, const OscPeer& sender) { reportWrong(fault, sender); }),
       loop_(std::move(loop)), buffer_(OscStream::kMaxBytes) {
     loop_->add(*this);
 }
@@ -123,7 +125,7 @@ void OscServer::serve(Clock::duration atMost) {
     while (more && !stop()) {
         more = false;
         for (auto entry = connections_.begin(); entry != connections_.end();) {
-            if (!read(*entry, stop, more)) {
+            if (!flush(*entry) || !read(*entry, stop, more)) {
                 entry = connections_.erase(entry);
             } else {
                 ++entry;
@@ -149,14 +151,15 @@ void OscServer::accept() {
             tcpWatch_.want(!full, false);
             return;
         }
-        const std::string peer = socket.peer().text();
+        const OscPeer peer{socket.peer(), ++connected_};
         if (connections_.size() >= kMaxConnections) {
             const auto idlest = std::min_element(
                 connections_.begin(), connections_.end(),
                 [](const Connection& a, const Connection& b) { return a.heard < b.heard; });
             reportWrong(
-                idlest->peer + " is the connection silent for longest of " +
-                std::to_string(kMaxConnections) + ", and gives way to " + peer);
+                "the connection silent for longest of " + std::to_string(kMaxConnections) +
+                    " gives way to " + peer.address.text(),
+                idlest->peer);
             connections_.erase(idlest);
         }
         // So that a peer that is gone without a word does not keep its place.
@@ -174,7 +177,7 @@ bool OscServer::read(Connection& connection, const OscInbox::Stop& stop, bool& m
         const auto now = OscInbox::Clock::now();
         connection.behind = false;
         for (std::span<const std::byte> packet; connection.stream.next(packet);) {
-            inbox_.add(packet, now, stop);
+            inbox_.add(packet, now, stop, connection.peer);
             if (stop()) {
                 connection.behind = true; // there may be more
                 return;
@@ -197,8 +200,7 @@ bool OscServer::read(Connection& connection, const OscInbox::Stop& stop, bool& m
     }
     if (connection.stream.broken()) {
         reportWrong(
-            connection.peer +
-            " sent an invalid packet or one above 64 KiB; its connection is closed");
+            "an invalid packet or one above 64 KiB; its connection is closed", connection.peer);
     }
     return !connection.stream.broken();
 }
@@ -206,28 +208,71 @@ bool OscServer::read(Connection& connection, const OscInbox::Stop& stop, bool& m
 void OscServer::readDatagrams(const OscInbox::Stop& stop) {
     do {
         for (int i = 0; i < kDatagramsInARow && !stop(); ++i) {
-            const Corvid::Socket::Transfer got = udp_.receive(buffer_);
+            OscPeer sender;
+            const Corvid::Socket::Transfer got = udp_.receive(buffer_, &sender.address);
             if (got.error) {
                 return;
             }
-            inbox_.add({buffer_.data(), got.bytes}, OscInbox::Clock::now(), stop);
+            inbox_.add({buffer_.data(), got.bytes}, OscInbox::Clock::now(), stop, sender);
         }
     } while (connections_.empty() && !stop());
 }
 
-void OscServer::take(std::span<const std::byte> packet) {
+void OscServer::take(std::span<const std::byte> message, const OscPeer& sender) {
     ++messages_;
-    if (const std::string fault = scene_.take(packet); !fault.empty()) {
-        reportWrong(fault);
+    std::vector<OscAnswer> answers;
+    if (const std::string fault = scene_.take(message, answers); !fault.empty()) {
+        reportWrong(fault, sender);
+    }
+    send(sender, answers);
+    if (sender.connection == 0 && settings_.replyPort != 0 &&
+        sender.address.port != settings_.replyPort) {
+        send({{sender.address.address, settings_.replyPort}}, answers);
     }
 }
 
-void OscServer::reportWrong(const std::string& fault) {
-    ++wrong_;
-    if (wrong_ <= kMaxReports) {
-        report_("OSC: " + fault);
+void OscServer::send(const OscPeer& receiver, std::span<const OscAnswer> answers) {
+    if (answers.empty()) {
+        return;
     }
-    if (wrong_ == kMaxReports) {
+    if (receiver.connection == 0) {
+        encode(answers, [&](std::span<const std::byte> packet) {
+            udp_.send(packet, receiver.address);
+        });
+        return;
+    }
+    const auto connection =
+        std::find_if(connections_.begin(), connections_.end(), [&](const Connection& each) {
+            return each.peer.connection == receiver.connection;
+        });
+    if (connection != connections_.end()) {
+        encode(answers, [&](std::span<const std::byte> packet) {
+            if (connection->out.size() < kMaxUnsent) {
+                connection->out += connection->stream.framed(packet);
+            }
+        });
+        flush(*connection); // if it has ended, read() learns it
+    }
+}
+
+bool OscServer::flush(Connection& connection) {
+    if (connection.out.empty()) {
+        return true;
+    }
+    const auto sent = connection.socket.send(std::as_bytes(std::span(connection.out)));
+    connection.out.erase(0, sent.bytes);
+    connection.watch.want(true, !connection.out.empty());
+    return !sent.error || sent.blocked();
+}
+
+void OscServer::reportWrong(const std::string& fault, const OscPeer& sender) {
+    ++wrong_;
+    if (reported_.size() >= kMaxReports ||
+        !reported_.emplace(sender.address.address.bits(), fault).second) {
+        return;
+    }
+    report_("OSC: " + sender.address.text() + ": " + fault);
+    if (reported_.size() == kMaxReports) {
         report_("OSC: further invalid messages are only counted");
     }
 }

@@ -4,6 +4,7 @@
 #include <Corvid/Socket.h>
 #include <Show/detail/Report.h>
 #include <Show/osc/OscInbox.h>
+#include <Show/osc/OscPeer.h>
 #include <Show/osc/OscScene.h>
 #include <Show/osc/OscStream.h>
 
@@ -12,27 +13,35 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <set>
 #include <span>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace Show {
 
 /// Takes Open Sound Control over UDP and TCP at one port and applies it to a world, inside serve().
-/// Its loop waits for it. Invalid messages are counted; the first of them are reported. The world
-/// must outlive it. Confined to the world's thread, which is the loop's.
+/// Its loop waits for it. Queries are answered to their senders. Invalid messages are counted; the
+/// first of them are reported, each once per sender. The world must outlive it. Confined to the
+/// world's thread, which is the loop's.
 class OscServer : private Corvid::Loop::Client {
 public:
     using Clock = Corvid::Loop::Clock;
 
     static constexpr std::size_t kMaxConnections = 64;
     static constexpr std::size_t kMaxReports = 20;
+    /// Limit of the bytes that a connection has not taken yet.
+    static constexpr std::size_t kMaxUnsent = std::size_t{1} << 20U;
 
     struct Settings {
         std::string address = "127.0.0.1"; ///< IPv4, of the interface; 0.0.0.0 for all
         unsigned short port = 0;           ///< 0: the system chooses
         float scale = 10.0F;               ///< scene units per normalised unit
+        /// Queries over UDP are answered to this port of the sender's address as well, unless 0.
+        unsigned short replyPort = 0;
+        OscScene::Change change; ///< may be empty
     };
 
     OscServer(
@@ -58,8 +67,9 @@ private:
     struct Connection {
         Corvid::Socket socket;
         Corvid::Loop::Watch watch;
-        std::string peer;
+        OscPeer peer;
         OscStream stream;
+        std::string out; ///< bytes to send
         Clock::time_point heard = Clock::now();
         bool behind = false; ///< complete packets may be left in the stream
     };
@@ -71,8 +81,12 @@ private:
     /// Returns false if the connection has ended. Sets `more` if data was read.
     bool read(Connection& connection, const OscInbox::Stop& stop, bool& more);
     void readDatagrams(const OscInbox::Stop& stop);
-    void take(std::span<const std::byte> packet);
-    void reportWrong(const std::string& fault);
+    void take(std::span<const std::byte> message, const OscPeer& sender);
+    /// Sends messages; the latest of them are lost if the receiver is too slow.
+    void send(const OscPeer& receiver, std::span<const OscAnswer> answers);
+    /// Sends the bytes that were left. Returns false if the connection has ended.
+    static bool flush(Connection& connection);
+    void reportWrong(const std::string& fault, const OscPeer& sender);
 
     Settings settings_;
     Report report_;
@@ -88,6 +102,8 @@ private:
     bool arrived_ = false;                                     // something, since the last serve()
     std::list<Connection> connections_;
     std::vector<std::byte> buffer_;
+    std::uint64_t connected_ = 0;                              // connections so far
+    std::set<std::pair<std::uint32_t, std::string>> reported_; // faults, by the sender's address
     std::uint64_t messages_ = 0;
     std::uint64_t wrong_ = 0;
 };

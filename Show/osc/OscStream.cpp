@@ -47,6 +47,26 @@ bool OscStream::nextSized(std::span<const std::byte>& packet) {
     return true;
 }
 
+std::string OscStream::framed(std::span<const std::byte> packet) const {
+    std::string bytes;
+    const auto put = [&bytes](std::byte byte) { bytes += static_cast<char>(byte); };
+    if (framing_ != Framing::Slip) {
+        const std::uint32_t size = htobe32(static_cast<std::uint32_t>(packet.size()));
+        bytes.assign(reinterpret_cast<const char*>(&size), sizeof size);
+        bytes.append(reinterpret_cast<const char*>(packet.data()), packet.size());
+        return bytes;
+    }
+    put(kEnd);
+    for (const std::byte byte : packet) {
+        if (byte == kEnd || byte == kEscape) {
+            put(kEscape);
+        }
+        put(byte == kEnd ? kEscapedEnd : byte == kEscape ? kEscapedEscape : byte);
+    }
+    put(kEnd);
+    return bytes;
+}
+
 bool OscStream::nextSlip(std::span<const std::byte>& packet) {
     if (given_) {
         packet_.clear();

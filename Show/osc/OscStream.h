@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace Show {
@@ -20,6 +21,8 @@ public:
     bool next(std::span<const std::byte>& packet);
     /// Whether the data is invalid, so that the connection is unusable.
     [[nodiscard]] bool broken() const noexcept { return broken_; }
+    /// A packet for the other direction, framed as the received data.
+    [[nodiscard]] std::string framed(std::span<const std::byte> packet) const;
 
 private:
     enum class Framing { Unknown, Sizes, Slip };

@@ -1,5 +1,6 @@
 #include <Show/scene/YawPitchRoll.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -21,6 +22,18 @@ Orvel::Quaternion fromYawPitchRoll(double yaw, double pitch, double roll) {
         static_cast<float>(cy * sp * sr + sy * cp * cr),
         static_cast<float>(-cy * cp * sr - sy * sp * cr),
         static_cast<float>(cy * cp * cr - sy * sp * sr)};
+}
+
+std::array<float, 3> toYawPitchRoll(const Orvel::Quaternion& rotation) {
+    constexpr float kPole = 0.99999F;
+    const Orvel::Vec3f ahead = rotation.rotate({0, 0, -1});
+    const Orvel::Vec3f right = rotation.rotate({1, 0, 0});
+    const float up = std::clamp(ahead.y, -1.0F, 1.0F);
+    const bool pole = std::abs(up) > kPole;
+    const float yaw = pole ? std::atan2(-right.z, right.x) : std::atan2(-ahead.x, -ahead.z);
+    const float roll = pole ? 0.0F : std::atan2(-right.y, rotation.rotate({0, 1, 0}).y);
+    constexpr float kDegrees = 180.0F / std::numbers::pi_v<float>;
+    return {yaw * kDegrees, std::asin(up) * kDegrees, roll * kDegrees};
 }
 
 } // namespace Show

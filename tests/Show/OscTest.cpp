@@ -9,7 +9,9 @@
 #include <Orvel/Source.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <endian.h>
@@ -93,6 +95,26 @@ protected:
     OscScene scene{world, 10.0F, [this](Orvel::CommandEvent& event) {
                        EXPECT_TRUE(Orvel::Server::applyEvent(world, &event));
                    }};
+    std::vector<OscAnswer> answers;
+
+    std::string take(const std::string& packet) { return scene.take(bytes(packet), answers); }
+    /// The answers to a query as text, such as "/adm/obj/11/xy ff 1 0; ".
+    std::string ask(const std::string& path) {
+        std::string text = take(message(path));
+        for (const auto& [from, values] : std::exchange(answers, {})) {
+            text += from + " " + (values.type == 's' ? "s " + values.text : "");
+            text += std::string(values.count, values.type);
+            for (std::size_t i = 0; i < values.count; ++i) {
+                std::array<char, 32> number{};
+                std::snprintf(
+                    number.data(), number.size(), " %.3g",
+                    static_cast<double>(values.numbers[i]) + 0.0);
+                text += number.data();
+            }
+            text += "; ";
+        }
+        return text;
+    }
 };
 
 } // namespace
@@ -108,14 +130,18 @@ TEST_F(OscScenes, CoordinatesOfAdmBecomeThoseOfTheScene) {
         {"/adm/obj/11/azim", {90}, {-10 * std::sqrt(2.0F), 0, 0}},
         {"/adm/obj/11/dist", {1}, {-10, 0, 0}},
         {"/adm/obj/11/elev", {45}, {-half, half, 0}},
-        {"/adm/obj/11/dist", {0}, {0, 0, 0}}, // and the direction is remembered
-        {"/adm/obj/11/dist", {2}, {-2 * half, 2 * half, 0}},
+        {"/adm/obj/11/dist", {0}, {0, 0, 0}},        // and the direction is remembered
+        {"/adm/obj/11/dist", {2}, {-half, half, 0}}, // beyond its range, as the next three
+        {"/adm/obj/11/azim", {1e30F}, {0, half, half}},
+        {"/adm/obj/11/aed", {90, -1000, 1}, {0, -10, 0}},
+        {"/adm/obj/11/xyz", {-7, 0.5F, 9}, {-10, 10, -5}},
+        {"/adm/obj/11/xy", {1, -0.5F}, {10, 10, 5}},
         {"/adm/obj/11/aed", {-90, 0, 1}, {10, 0, 0}},
         {"/orvel/emitter/11/position", {1, 2, 3}, {1, 2, 3}},
         {"/adm/obj/11/azim", {180}, {0, 2, std::sqrt(10.0F)}},
     };
     for (const auto& [path, numbers, place] : rows) {
-        EXPECT_EQ(scene.take(bytes(message(path, numbers))), "") << path;
+        EXPECT_EQ(take(message(path, numbers)), "") << path;
         expectNear(emitter(11).position(), place, path);
     }
     EXPECT_EQ(emitter(12).position(), Orvel::Vec3f{});
@@ -127,13 +153,14 @@ TEST_F(OscScenes, TurnsLeftThenUpThenToTheRight) {
         {"/adm/lis/ypr", {90, 0, 0}, {-1, 0, 0}, {0, 0, -1}},
         {"/adm/lis/ypr", {0, 90, 0}, {0, 1, 0}, {1, 0, 0}},
         {"/adm/lis/ypr", {0, 0, 90}, {0, 0, -1}, {0, -1, 0}},
+        {"/adm/lis/ypr", {270, 0, 0}, {0, 0, 1}, {-1, 0, 0}}, // clamped
         {"/adm/lis/ypr", {90, 90, 0}, {0, 1, 0}, {0, 0, -1}},
         {"/orvel/listener/orientation", {0, 5, 0, 5}, {-1, 0, 0}, {0, 0, -1}},
         {"/orvel/emitter/11/orientation", {-90, 0, 0}, {1, 0, 0}, {0, 0, 1}},
     };
     for (const auto& [path, numbers, ahead, right] : rows) {
         world.setEnabled(false);
-        EXPECT_EQ(scene.take(bytes(message(path, numbers))), "");
+        EXPECT_EQ(take(message(path, numbers)), "") << path;
         EXPECT_FALSE(world.enabled());
         const bool emits = std::string(path).find("emitter") != std::string::npos;
         const Orvel::Quaternion q = emits ? emitter(11).rotation() : world.listenerRotation();
@@ -167,18 +194,108 @@ TEST_F(OscScenes, PathsChangeWhatTheyName) {
         {"/orvel/emitter/11/create", {}, [&] { return world.getEmitter(11) != nullptr; }},
     };
     for (const auto& [path, numbers, check] : rows) {
-        EXPECT_EQ(scene.take(bytes(message(path, numbers))), "");
+        EXPECT_EQ(take(message(path, numbers)), "") << path;
         EXPECT_TRUE(check()) << path;
     }
     // A sound that has ended starts again, although an equal state would not notify the back ends.
     auto& recorder = *new RecordingBackend(world);
-    scene.take(bytes(message("/orvel/emitter/12/play", {})));
+    take(message("/orvel/emitter/12/play"));
     recorder.take();
-    scene.take(bytes(message("/orvel/emitter/12/play", {})));
+    take(message("/orvel/emitter/12/play"));
     const Calls calls = recorder.take();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "setEmitterState 12"), 2);
-    EXPECT_EQ(scene.take(bytes(message("/orvel/emitter/20/create", {}, "front"))), "");
+    EXPECT_EQ(take(message("/orvel/emitter/20/create", {}, "front")), "");
     EXPECT_EQ(emitter(20).labels(), std::vector<std::string>{"front"});
+}
+
+TEST_F(OscScenes, QueriesAreAnsweredWithPresentValues) {
+    // A message, or none, before a query.
+    const std::tuple<const char*, Numbers, const char*, const char*, const char*> rows[] = {
+        {"/adm/obj/11/aed", {90, 0, 0.5F}, nullptr, "/adm/obj/11/x", "/adm/obj/11/x f -0.5; "},
+        {"", {}, nullptr, "/adm/obj/11/azim", "/adm/obj/11/azim f 90; "},
+        {"", {}, nullptr, "/adm/obj/11/elev", "/adm/obj/11/elev f 0; "},
+        {"", {}, nullptr, "/adm/obj/11/dist", "/adm/obj/11/dist f 0.5; "},
+        {"/adm/obj/11/xyz", {1, 0, 0}, nullptr, "/adm/obj/11/aed", "/adm/obj/11/aed fff -90 0 1; "},
+        {"/adm/obj/11/xy",
+         {0.25F, -1},
+         nullptr,
+         "/adm/obj/11/xyz",
+         "/adm/obj/11/xyz fff 0.25 -1 0; "},
+        {"", {}, nullptr, "/adm/obj/11/xy", "/adm/obj/11/xy ff 0.25 -1; "},
+        {"/adm/obj/11/z",
+         {5},
+         nullptr,
+         "/adm/obj/11/[x-z]",
+         "/adm/obj/11/x f 0.25; /adm/obj/11/y f -1; /adm/obj/11/z f 1; "},
+        {"/adm/obj/11/dmax", {40}, nullptr, "/adm/obj/11/xyz", "/adm/obj/11/xyz fff 0.25 -1 1; "},
+        {"",
+         {},
+         nullptr,
+         "/orvel/emitter/11/position",
+         "/orvel/emitter/11/position fff 10 40 40; "},
+        {"/adm/obj/11/dref",
+         {0.5F},
+         nullptr,
+         "/orvel/emitter/11/hull",
+         "/orvel/emitter/11/hull ffff 40 40 20 20; "},
+        {"/adm/obj/11/dmax",
+         {-1},
+         nullptr,
+         "/adm/obj/11/d{ref,max}",
+         "/adm/obj/11/dref f 0.5; /adm/obj/11/dmax f 1e-06; "},
+        {"/adm/obj/{11,12}/w",
+         {7},
+         nullptr,
+         "/adm/obj/*/w",
+         "/adm/obj/11/w f 1; /adm/obj/12/w f 1; "},
+        {"/adm/obj/11/mute", {1}, nullptr, "/adm/obj/11/mute", "/adm/obj/11/mute i 1; "},
+        {"/adm/obj/1[2-9]/gain",
+         {-3},
+         nullptr,
+         "/adm/obj/1?/gain",
+         "/adm/obj/11/gain f 1; /adm/obj/12/gain f 0; "},
+        {"/adm/obj/11/name", {}, "Flute", "/adm/obj/11/n*e", "/adm/obj/11/name s Flute; "},
+        {"/adm/lis/xyz", {0.5F, 2, 0}, nullptr, "/adm/lis/xyz", "/adm/lis/xyz fff 0.5 1 0; "},
+        {"/adm/lis/ypr", {40, 20, 30}, nullptr, "/adm/lis/ypr", "/adm/lis/ypr fff 40 20 30; "},
+        {"/adm/lis/ypr", {40, 90, 0}, nullptr, "/adm/lis/ypr", "/adm/lis/ypr fff 40 90 0; "},
+        {"/adm/env/change", {}, "Act 2", "/adm/env/change", "/adm/env/change s Act 2; "},
+        {"/orvel/source/2/pitch",
+         {2},
+         nullptr,
+         "/orvel/source/2/*",
+         "/orvel/source/2/pitch f 2; /orvel/source/2/loop i 0; "},
+        {"", {}, nullptr, "/orvel/emitter/12/source", "/orvel/emitter/12/source i 2; "},
+        {"", {}, nullptr, "/orvel/enabled", "/orvel/enabled i 1; "},
+    };
+    for (const auto& [path, numbers, text, query, answer] : rows) {
+        if (*path != '\0') {
+            EXPECT_EQ(take(message(path, numbers, text)), "") << path;
+        }
+        EXPECT_EQ(ask(query), answer);
+    }
+    // Names are cut by characters, not within one.
+    std::string name;
+    for (int i = 0; i < 129; ++i) {
+        name += "\u00e9";
+    }
+    take(message("/adm/obj/11/name", {}, name.c_str()));
+    EXPECT_EQ(ask("/adm/obj/11/name"), "/adm/obj/11/name s " + name.substr(2) + "; ");
+}
+
+TEST_F(OscScenes, AnObjectAppearsWithItsFirstMessage) {
+    EXPECT_EQ(take(message("/adm/obj/2/xyz", {0, 1, 0})), "");
+    EXPECT_EQ(emitter(2).position(), (Orvel::Vec3f{0, 0, -10}));
+    EXPECT_EQ(emitter(2).hull(), (Orvel::Hull{10, 10, 10, 10}));
+    EXPECT_EQ(emitter(2).source(), world.getSource(2));
+    take(message("/adm/obj/2/name", {}, "former"));
+    // An object has nothing of a former one with its id.
+    delete world.getEmitter(2);
+    EXPECT_NE(ask("/adm/obj/2/name"), "/adm/obj/2/name s former; ");
+    for (std::size_t id = 100; id < 100 + OscScene::kMaxAppeared; ++id) {
+        EXPECT_EQ(take(message("/adm/obj/" + std::to_string(id) + "/mute", {1})), "");
+    }
+    EXPECT_NE(take(message("/adm/obj/99/x", {1})).find("have appeared already"), std::string::npos);
+    EXPECT_NE(ask("/adm/obj/*/x").find("more than 1024 answers"), std::string::npos);
 }
 
 TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
@@ -187,29 +304,31 @@ TEST_F(OscScenes, WhatIsWrongIsNamedAndChangesNothing) {
     const std::string before = describe(world);
     for (const auto& [packet, expected] : std::vector<std::pair<std::string, std::string>>{
              {message("/adm/obj/11/gain", {none}), "/adm/obj/11/gain: expected numbers from -1e9"},
-             {message("/adm/obj/11/xyz", {0, 0, much}), "from -1e9 to 1e9"},
-             // Finite, although its angle would not be.
-             {message("/adm/obj/11/azim", {-2.9e38F}), "from -1e9 to 1e9"},
-             {message("/adm/obj/11/gain", {-1}), "gain of at least 0"},
+             {message("/orvel/emitter/11/position", {0, 0, much}), "from -1e9 to 1e9"},
+             {message("/orvel/emitter/11/gain", {-1}), "gain of at least 0"},
              {message("/adm/obj/11/xyz", {1, 1}), "expected 3 numbers, found 2"},
              {message("/orvel/emitter/11/orientation", {0, 0, 0, 0}), "of length 0"},
              {message("/orvel/emitter/11/hull", {1, 1, -1, 1}), "extents of at least 0"},
              {message("/orvel/emitter/11/source", {1.5F}), "the id of a source"},
              {message("/orvel/emitter/11/create", {}), "an emitter 11 already"},
              {message("/orvel/source/1/pitch", {0}), "pitch above 0"},
-             {message("/adm/obj/13/gain", {1}), "there is no emitter 13"},
+             {message("/adm/obj/13/gain"), "there is no emitter 13"},
+             {message("/adm/obj/13/gain", {1, 2}), "there is no emitter 13"},
+             {message("/adm/obj/11/name", {1}), "expected a text"},
+             {message("/orvel/emitter/11/{destroy,play}", {1}), "unknown path"},
+             {message("/adm/obj/4?/gain", {1}), "there is no such emitter"},
              {message("/adm/obj/11/gain", {}, "loud"), "found a text"},
              {message("/adm/obj/11/gains", {1}), "unknown path"},
              {message("/\x1b[2J\n", {}), "/?[2J?: unknown path"},
              {"/", "not a message of Open Sound Control"},
              {{}, "not a message of Open Sound Control"}}) {
-        const std::string wrong = scene.take(bytes(packet));
+        const std::string wrong = take(packet);
         EXPECT_NE(wrong.find(expected), std::string::npos) << wrong;
     }
     // Truncated anywhere, it may be another message, but must do no harm and nothing partial.
     const std::string whole = message("/adm/obj/11/xyz", {1, 1, 1});
     for (std::size_t size = 0; size < whole.size(); ++size) {
-        EXPECT_NE(scene.take(bytes(whole).first(size)), "") << size;
+        EXPECT_NE(take(whole.substr(0, size)), "") << size;
     }
     EXPECT_EQ(describe(world), before);
 }
@@ -218,10 +337,10 @@ TEST(OscInbox, BundlesAreAppliedInTheOrderOfTheirTimes) {
     std::vector<std::string> taken;
     std::vector<std::string> faults;
     OscInbox inbox(
-        [&](std::span<const std::byte> path) {
+        [&](std::span<const std::byte> path, const OscPeer&) {
             taken.emplace_back(reinterpret_cast<const char*>(path.data()));
         },
-        [&](const std::string& fault) { faults.push_back(fault); });
+        [&](const std::string& fault, const OscPeer&) { faults.push_back(fault); });
     const auto at = [](int seconds) { return OscInbox::Clock::time_point(seconds * 1s); };
     const auto take = [&] { return std::exchange(taken, {}); };
     const auto one = [](const char* path) { return message(path); };
@@ -308,6 +427,8 @@ TEST(OscStream, FindsPacketsHoweverTheyArrive) {
             }
             EXPECT_EQ(found, (Packets{first, second})) << cut;
             EXPECT_FALSE(stream.broken());
+            const std::string framed = stream.framed(bytes(second));
+            EXPECT_NE(all.find(framed), std::string::npos);
         }
     }
     for (const std::string& bad :
@@ -356,7 +477,7 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
     }
     const int datagrams = ::socket(AF_INET, SOCK_DGRAM, 0);
     for (int i = 0; i < 100; ++i) {
-        sendTo(datagrams, "x", loopback(server.port()));
+        sendTo(datagrams, message("/" + std::to_string(i / 2)), loopback(server.port()));
     }
     EXPECT_TRUE(until(
         [&] { return server.summary() == "OSC: 20100 messages, 103 invalid"; },
@@ -371,7 +492,7 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
     EXPECT_LT(applied, before + 50);
     EXPECT_TRUE(until([&] { return applied == before + 100; }, [&] { server.serve(1ms); }));
     ASSERT_EQ(reports.size(), OscServer::kMaxReports + 1);
-    EXPECT_NE(reports[0].find("gives way to"), std::string::npos) << reports[0];
+    EXPECT_NE(reports[0].find(": the connection silent"), std::string::npos) << reports[0];
     EXPECT_NE(reports[2].find("an invalid packet or one above 64 KiB"), std::string::npos)
         << reports[2];
     ::close(datagrams);

@@ -14,7 +14,7 @@ import unittest
 import urllib.request
 
 from remote_case import RemoteCase
-from tool_case import DEADLINE, LEFT, changed, channels, rms_dB
+from tool_case import DEADLINE, LEFT, changed, channels, free_port, rms_dB
 
 DOCS = os.path.abspath(sys.argv[2])
 LOOPED = changed(LEFT, sources=[{**LEFT["sources"][0], "loop": True}])
@@ -30,6 +30,15 @@ class Osc(RemoteCase):
         self.wait_for_text(log, "Open Sound Control at ")
         self.osc = re.search(r"Control at 127\.0\.0\.1:(\d+)", self.read(log))[1]
         return process
+
+    def listener(self):
+        """Starts a client that prints what it receives; returns its log and its port."""
+        port = str(free_port())
+        with open(self.path("oscdump.log"), "wb") as out:
+            dump = subprocess.Popen(["oscdump", "-L", port], stdout=out, stderr=subprocess.STDOUT)
+        self.addCleanup(dump.wait)
+        self.addCleanup(dump.terminate)
+        return "oscdump.log", port
 
     def send(self, path, *arguments, protocol="tcp"):
         subprocess.run(["oscsend", f"osc.{protocol}://127.0.0.1:{self.osc}", path, *arguments],
@@ -103,23 +112,33 @@ class Osc(RemoteCase):
         err = self.run_tool("play", scene, "--backend", "silent", "--osc", self.osc, code=1)[1]
         self.assertRegex(err, f"127.0.0.1:{self.osc}: Address already in use; choose another --osc")
 
-    def test_every_path_of_the_documentation_is_taken(self):
+    def test_every_path_of_the_documentation_is_taken_and_answered(self):
         with open(os.path.join(DOCS, "osc.md"), encoding="utf-8") as file:
             page = file.read()
-        rows = [row for row in page.splitlines() if row.startswith(("| `/adm/", "| `/orvel/"))]
-        player = self.start_taking("doc.log", "play", self.scene(LOOPED), "--backend", "silent")
-        paths = 0
-        for row in rows:
-            numbers = row.split("|")[2].split(",")[0].strip()
-            count = {"none": 0, "texts": 0, "1": 1}.get(numbers, len(numbers.split()))
-            for path in re.findall(r"`(/[^`]+)`", row.split("|")[1]):
-                paths += 1
+        rows = [[cell.strip() for cell in row.split("|")] for row in page.splitlines()
+                if row.startswith(("| `/adm/", "| `/orvel/"))]
+        replies, port = self.listener()
+        player = self.start_taking("doc.log", "play", self.scene(LOOPED), "--backend", "silent",
+                                   "--osc-reply-port", port)
+        sent, expected = 0, []
+        for _, names, arguments, _, _, answer, _ in rows:
+            numbers = arguments.split(",")[0]
+            types = {"none": "", "texts": "", "text": "s", "1": "f"}.get(
+                numbers, "f" * len(numbers.split()))
+            for path in re.findall(r"`(/[^`]+)`", names):
                 part = {"create": "99", "destroy": "99"}.get(
                     path.split("/")[-1], "1" if "/source/N/" in path else "11")
-                self.send(path.replace("/N/", f"/{part}/"), "f" * count, *["1"] * count)
+                path = path.replace("/N/", f"/{part}/")
+                self.send(path, *[types] * bool(types), *["1"] * len(types))
+                sent += 1
+                if answer:
+                    self.send(path, protocol="udp")
+                    sent += 1
+                    expected.append(f"{path} {answer.split('`')[1]}")
+                    self.wait_for_text(replies, expected[-1])
         self.end(player, "doc.log")
-        self.assertGreater(paths, 30)
-        self.assertIn(f"OSC: {paths} messages, 0 invalid", self.read("doc.log"))
+        self.assertGreater(len(expected), 28)
+        self.assertIn(f"OSC: {sent} messages, 0 invalid", self.read("doc.log"))
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 #include "commands/OscOption.h"
 
+#include "network/NetworkOptions.h"
 #include "process/Output.h"
 
 #include <Corvid/InetAddress.h>
@@ -51,6 +52,11 @@ void OscOption::declare(CLI::App& app) {
         ->type_name("X")
         ->check(CLI::Validator(checkScale, "", "scale"))
         ->capture_default_str();
+    app.add_option(
+           "--osc-reply-port", replyPort_,
+           "Answer queries over UDP to this port of the sender as well (ADM-OSC: 4002)")
+        ->type_name("N")
+        ->check(NetworkOptions::portValidator());
 }
 
 std::string OscOption::address() const {
@@ -65,6 +71,7 @@ std::unique_ptr<Show::OscInput> OscOption::open(
     Show::OscInput::Settings settings;
     parse(text_, settings);
     settings.scale = scale_;
+    settings.replyPort = replyPort_;
     settings.report = [](const std::string& message) { report(message); };
     settings.loop = std::move(loop);
     settings.apply = std::move(apply);

@@ -10,7 +10,7 @@
 
 namespace OrvelTool {
 
-/// The options --osc and --osc-scale of a command.
+/// The options --osc, --osc-scale and --osc-reply-port of a command.
 class OscOption {
 public:
     void declare(CLI::App& app);
@@ -26,6 +26,7 @@ public:
 
 private:
     std::string text_; // empty: no Open Sound Control
+    unsigned short replyPort_ = 0;
     float scale_ = Show::OscInput::Settings().scale;
 };
 
