@@ -30,7 +30,7 @@ subprocess.run(LOOPBACK_UP, check=True)
 PRELUDE = "".join(f"#include <{name}.h>\n" for name in (
     "Corvid/PolledWebServer", "Corvid/WebPageRedirection", "Corvid/EscapeHtml", "Orvel/Backend",
     "Orvel/Emitter", "Orvel/Log", "Orvel/OALLoopbackBackend", "Orvel/Server", "Orvel/SoundFile", "Orvel/Source",
-    "Orvel/World")) + "void f(Orvel::World& world, Corvid::ProtocolHTTP::Reply& reply) {\n"
+    "Orvel/VoicesBackend", "Orvel/World")) + "void f(Orvel::World& world, Corvid::ProtocolHTTP::Reply& reply) {\n"
 done = {"commands": 0, "C++": 0, "scenes": 0, "pictures": 0}
 faults = []
 presets = json.loads((root / "CMakePresets.json").read_text())
