@@ -78,6 +78,13 @@ void VoiceEngine::takeChanges() {
                 emitters_.resize(index + 1);
             }
             EmitterValues& mine = emitters_[index].values;
+            // Most changes are those of emitters that move unheard.
+            constexpr unsigned kHeard =
+                SceneChanges::Place | SceneChanges::Reach | SceneChanges::Gain;
+            if ((what & ~kHeard) == 0 && emitters_[index].voice < 0) {
+                mine.voice = values.voice;
+                return;
+            }
             const bool wasLooping = mine.voice.loop;
             mine.id = values.id;
             mine.exists = values.exists;

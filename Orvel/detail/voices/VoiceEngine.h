@@ -65,12 +65,12 @@ private:
     enum class Phase { Idle, Expected, Held, Running, Over, Refused };
 
     struct Emitter {
-        EmitterValues values;
+        int voice = -1;
         Phase phase = Phase::Idle;
+        EmitterValues values;
         Playhead head;
         unsigned starts = 0; // of the transport that has been followed
         unsigned plays = 0;
-        int voice = -1;
         Index place = 0; // in running_ or expected_
     };
 
