@@ -3,14 +3,18 @@
 #include <Config/Param.h>
 #include <Corvid/InetAddress.h>
 #include <Corvid/MultiServer.h>
+#include <Corvid/URL.h>
 #include <Corvid/URLImpl.h>
 #include <Orvel/BackendFactory.h>
 #include <Orvel/BackendState.h>
+#include <Orvel/BackendType.h>
 #include <Orvel/CommandEvent.h>
+#include <Orvel/Diagnostic.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Log.h>
 #include <Orvel/OALLoopbackBackend.h>
 #include <Orvel/OwningWorld.h>
+#include <Orvel/SceneEdits.h>
 #include <Orvel/Server.h>
 #include <Orvel/SoundFile.h>
 #include <Orvel/Source.h>
@@ -18,13 +22,16 @@
 #include <Orvel/VoicesBackend.h>
 #include <Orvel/World.h>
 #include <Orvel/detail/CCalls.h>
+#include <Orvel/detail/Handles.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <exception>
 #include <limits>
+#include <map>
 #include <memory>
+#include <ranges>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -52,20 +59,69 @@ thread_local std::string lastError;
 thread_local std::string kindList;
 thread_local std::string deviceName;
 thread_local std::string pageUrl;
+thread_local std::string kindName;
+thread_local std::string soundUrl;
+thread_local std::string labelList;
+thread_local std::string groupText;
+thread_local std::string interfaceList;
 
+using Orvel::detail::Callback;
+using Orvel::detail::CallingBack;
 using Orvel::detail::done;
 using Orvel::detail::guarded;
+using Orvel::detail::HandleOwner;
+using Orvel::detail::Kind;
+using Orvel::detail::live;
 using Orvel::detail::need;
+using Orvel::detail::OwnHandle;
 using Orvel::detail::Refusal;
+using Orvel::detail::refuseInCallback;
+
+/// A world with handles for itself and its parts. Destroys its attachments and parts.
+template <class Base>
+class HandledWorld : public Orvel::OwningWorld<Base>, public HandleOwner {
+public:
+    using Orvel::OwningWorld<Base>::OwningWorld;
+    HandledWorld() = default;
+    HandledWorld(const HandledWorld&) = delete;
+    HandledWorld& operator=(const HandledWorld&) = delete;
+    ~HandledWorld() override {
+        handle_.leave();
+        dropAttachments();
+        Base::clearWorld();
+        Base::deleteAllBackends();
+    }
+    void destroySource(Source& source) override {
+        Base::destroySource(source);
+        drop(&source);
+    }
+    void destroyEmitter(Emitter& emitter) override {
+        Base::destroyEmitter(emitter);
+        drop(&emitter);
+    }
+    [[nodiscard]] orvel_world* handle() const { return handle_.template as<orvel_world>(); }
+
+private:
+    OwnHandle handle_{static_cast<World*>(this), Kind::World};
+};
+using OwnedWorld = HandledWorld<World>;
 
 /// A server that notifies its owner of resets. The owner creates the sources: clients only start
 /// and stop using them.
-class PolledServer : public Orvel::OwningWorld<Orvel::Server> {
+class PolledServer : public HandledWorld<Orvel::Server> {
 public:
+    using HandledWorld::HandledWorld;
+    PolledServer() = default;
+    PolledServer(const PolledServer&) = delete;
+    PolledServer& operator=(const PolledServer&) = delete;
+    ~PolledServer() override { server_.leave(); }
+
+    [[nodiscard]] orvel_server* server() const { return server_.as<orvel_server>(); }
     void resetWorld() override {
         Server::resetWorld();
         if (callback_ != nullptr) {
-            callback_(reinterpret_cast<orvel_server*>(this), user_);
+            const CallingBack running(Callback::Reset);
+            callback_(server(), user_);
         }
     }
     void setCallback(orvel_reset_callback callback, void* user) {
@@ -95,38 +151,35 @@ protected:
 private:
     orvel_reset_callback callback_ = nullptr;
     void* user_ = nullptr;
+    OwnHandle server_{this, Kind::Server};
 };
 
 World& get(orvel_world* world) {
-    return *reinterpret_cast<World*>(need(world, "the world"));
+    return live<World>(world, Kind::World);
 }
 
 Source& get(orvel_source* source) {
-    return *reinterpret_cast<Source*>(need(source, "the source"));
+    return live<Source>(source, Kind::Source);
 }
 
 Emitter& get(orvel_emitter* emitter) {
-    return *reinterpret_cast<Emitter*>(need(emitter, "the emitter"));
+    return live<Emitter>(emitter, Kind::Emitter);
 }
 
 Backend& get(orvel_backend* backend) {
-    return *reinterpret_cast<Backend*>(need(backend, "the back end"));
+    return live<Backend>(backend, Kind::Backend);
 }
 
 PolledServer& get(orvel_server* server) {
-    return *reinterpret_cast<PolledServer*>(need(server, "the server"));
+    return live<PolledServer>(server, Kind::Server);
 }
 
-orvel_world* handle(World* world) {
-    return reinterpret_cast<orvel_world*>(world);
-}
-
-orvel_source* handle(Source* source) {
-    return reinterpret_cast<orvel_source*>(source);
-}
-
-orvel_emitter* handle(Emitter* emitter) {
-    return reinterpret_cast<orvel_emitter*>(emitter);
+/// The handle of a part or back end in a world; null for null.
+template <class Handle>
+Handle* handle(World& world, void* object, Kind kind) {
+    return object == nullptr
+               ? nullptr
+               : static_cast<Handle*>(dynamic_cast<HandleOwner&>(world).handleOf(object, kind));
 }
 
 /// Calls a function with the back end, which must be one that renders offline.
@@ -168,6 +221,24 @@ void write(const Vec3f& from, const Quaternion& rotation, float* position, float
     }
 }
 
+/// Stores the first `count` ids of a world's parts; returns the number of parts.
+template <class Part>
+std::size_t writeIds(const std::map<int, Part*>& parts, int* ids, std::size_t count) {
+    if (count != 0) {
+        need(ids, "the place for the ids");
+        std::ranges::copy(parts | std::views::keys | std::views::take(count), ids);
+    }
+    return parts.size();
+}
+
+/// Stores a value where the caller wants to know it.
+template <class Value>
+void store(Value* place, const Value& value) {
+    if (place != nullptr) {
+        *place = value;
+    }
+}
+
 WorldPart::State state(int value) {
     if (value < ORVEL_NONE || value > ORVEL_STOP) {
         throw Refusal(
@@ -185,6 +256,35 @@ std::string kinds(const char* separator) {
         list += (list.empty() ? "" : separator) + name;
     }
     return list;
+}
+
+/// The result of a function that returns a text: `kept`, which is set to that of the body; empty on
+/// failure.
+template <class Body>
+const char* text(const char* function, std::string& kept, Body body) noexcept {
+    return done(function, [&] { kept = body(); }) ? kept.c_str() : "";
+}
+
+std::string joined(const std::vector<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names) {
+        list += (list.empty() ? "" : ",") + name;
+    }
+    return list;
+}
+
+/// A sink for a host whose log has a callback: events that are no failures and have lines on the
+/// standard streams become lines of the log, for debugging.
+bool logEvents(const Orvel::Diagnostic& diagnostic) {
+    using Code = Orvel::Diagnostic::Code;
+    if (diagnostic.code != Code::Loading && diagnostic.code != Code::SoundSet &&
+        diagnostic.code != Code::ReceiveEnded) {
+        return false;
+    }
+    const Log::Site site{
+        Log::Level::Debug, Orvel::LogModuleName, __FILE__, __LINE__, __PRETTY_FUNCTION__};
+    Log::the().write(site, "%s %s\n", diagnostic.text.c_str(), diagnostic.subject.c_str());
+    return true;
 }
 
 std::string idIsTaken(const char* part, int id) {
@@ -215,11 +315,14 @@ bool orvel_log_set_callback(orvel_log_callback callback, void* user) {
     return done(__func__, [&] {
         if (callback == nullptr) {
             Log::the().setCallback({});
+            Orvel::setDiagnosticSink({});
             return;
         }
         Log::the().setCallback([callback, user](Log::Level level, std::string_view text) {
+            const CallingBack running(Callback::Report);
             callback(static_cast<orvel_level>(level), std::string(text).c_str(), user);
         });
+        Orvel::setDiagnosticSink(&logEvents);
     });
 }
 
@@ -234,10 +337,17 @@ bool orvel_log_set_level(int level) {
     });
 }
 
+int orvel_log_level(void) {
+    return static_cast<int>(Log::the().level());
+}
+
+bool orvel_is_alive(const void* handle) {
+    return Orvel::detail::isHandle(handle);
+}
+
 orvel_world* orvel_world_create(void) {
-    return guarded(__func__, static_cast<orvel_world*>(nullptr), [] {
-        return handle(new Orvel::OwningWorld<>);
-    });
+    return guarded(
+        __func__, static_cast<orvel_world*>(nullptr), [] { return (new OwnedWorld)->handle(); });
 }
 
 bool orvel_world_destroy(orvel_world* world) {
@@ -248,6 +358,7 @@ bool orvel_world_destroy(orvel_world* world) {
         if (dynamic_cast<PolledServer*>(&get(world)) != nullptr) {
             throw Refusal("this world belongs to a server; use orvel_server_destroy");
         }
+        refuseInCallback();
         delete &get(world);
     });
 }
@@ -257,7 +368,11 @@ bool orvel_world_update(orvel_world* world) {
 }
 
 bool orvel_world_clear(orvel_world* world) {
-    return done(__func__, [&] { get(world).clearWorld(); });
+    return done(__func__, [&] {
+        World& scene = get(world);
+        refuseInCallback(Callback::Reset);
+        scene.clearWorld();
+    });
 }
 
 bool orvel_world_set_enabled(orvel_world* world, bool enabled) {
@@ -300,8 +415,17 @@ size_t orvel_world_emitter_count(orvel_world* world) {
     return guarded(__func__, size_t{0}, [&] { return get(world).emitters().size(); });
 }
 
+size_t orvel_world_source_ids(orvel_world* world, int* ids, size_t count) {
+    return guarded(__func__, size_t{0}, [&] { return writeIds(get(world).sources(), ids, count); });
+}
+
+size_t orvel_world_emitter_ids(orvel_world* world, int* ids, size_t count) {
+    return guarded(
+        __func__, size_t{0}, [&] { return writeIds(get(world).emitters(), ids, count); });
+}
+
 const char* orvel_backend_kinds(void) {
-    return done(__func__, [] { kindList = kinds("\n"); }) ? kindList.c_str() : "";
+    return text(__func__, kindList, [] { return kinds("\n"); });
 }
 
 orvel_backend* orvel_world_add_backend(orvel_world* world, const char* kind, const char* params) {
@@ -314,12 +438,24 @@ orvel_backend* orvel_world_add_backend(orvel_world* world, const char* kind, con
                 "could not create a back end of the kind \"" + std::string(kind) +
                 "\"; the kinds are default, " + known);
         }
-        return reinterpret_cast<orvel_backend*>(backend);
+        return handle<orvel_backend>(get(world), backend, Kind::Backend);
     });
 }
 
 bool orvel_backend_destroy(orvel_backend* backend) {
-    return done(__func__, [&] { delete &get(backend); });
+    return done(__func__, [&] {
+        Backend& last = get(backend);
+        refuseInCallback();
+        dynamic_cast<HandleOwner&>(last.world()).drop(&last);
+        delete &last;
+    });
+}
+
+const char* orvel_backend_kind(orvel_backend* backend) {
+    return text(__func__, kindName, [&] {
+        const Orvel::BackendType* type = get(backend).type();
+        return type == nullptr ? std::string() : type->name();
+    });
 }
 
 bool orvel_backend_working(orvel_backend* backend) {
@@ -327,20 +463,17 @@ bool orvel_backend_working(orvel_backend* backend) {
 }
 
 const char* orvel_backend_device(orvel_backend* backend) {
-    return done(__func__, [&] { deviceName = get(backend).state().device; }) ? deviceName.c_str()
-                                                                             : "";
+    return text(__func__, deviceName, [&] { return get(backend).state().device; });
 }
 
 const char* orvel_backend_page(orvel_backend* backend) {
-    return done(__func__, [&] { pageUrl = get(backend).state().page; }) ? pageUrl.c_str() : "";
+    return text(__func__, pageUrl, [&] { return get(backend).state().page; });
 }
 
 size_t orvel_backend_voices(orvel_backend* backend, size_t* allowed) {
     return guarded(__func__, size_t{0}, [&] {
         const auto state = get(backend).state();
-        if (allowed != nullptr) {
-            *allowed = state.voicesAllowed;
-        }
+        store(allowed, state.voicesAllowed);
         return state.voicesUsed;
     });
 }
@@ -384,18 +517,23 @@ orvel_source* orvel_source_create(orvel_world* world, int id) {
         if (source == nullptr) {
             throw Refusal(idIsTaken("a source", id));
         }
-        return handle(source);
+        return handle<orvel_source>(get(world), source, Kind::Source);
     });
 }
 
 orvel_source* orvel_source_find(orvel_world* world, int id) {
     return guarded(__func__, static_cast<orvel_source*>(nullptr), [&] {
-        return handle(get(world).getSource(id));
+        World& scene = get(world);
+        return handle<orvel_source>(scene, scene.getSource(id), Kind::Source);
     });
 }
 
 bool orvel_source_destroy(orvel_source* source) {
-    return done(__func__, [&] { delete &get(source); });
+    return done(__func__, [&] {
+        Source& last = get(source);
+        refuseInCallback(Callback::Reset);
+        Orvel::destroy(last);
+    });
 }
 
 int orvel_source_id(orvel_source* source) {
@@ -422,9 +560,11 @@ bool orvel_source_set_data(
                     " bytes are not a whole number of frames below 4 GiB; the size is in bytes");
             }
         }
-        sound.setData(
-            rate, bits, channels, static_cast<const unsigned char*>(data),
-            static_cast<unsigned>(size));
+        Orvel::changeSound(sound, [&](Source& free) {
+            free.setData(
+                rate, bits, channels, static_cast<const unsigned char*>(data),
+                static_cast<unsigned>(size));
+        });
     });
 }
 
@@ -432,7 +572,8 @@ bool orvel_source_set_url(orvel_source* source, const char* url) {
     return done(__func__, [&] {
         Source& sound = get(source);
         try {
-            sound.setDataFromURL(need(url, "the URL"));
+            const Corvid::URL valid(need(url, "the URL")); // throws before anything changes
+            Orvel::changeSound(sound, [&](Source& free) { free.setDataFromURL(url); });
         } catch (const Corvid::URLImpl::Exception& fault) {
             throw Refusal(std::string(fault.what()) + " \"" + url + "\"; use a path or an URL");
         }
@@ -445,15 +586,46 @@ bool orvel_source_set_file(orvel_source* source, const char* path, bool keep_cha
         using Orvel::SoundFile;
         Source& sound = get(source);
         SoundFile file(need(path, "the path"));
-        if (!file.giveTo(
-                sound, keep_channels ? SoundFile::Channels::Keep : SoundFile::Channels::Mono)) {
+        const auto pcm =
+            file.decode(keep_channels ? SoundFile::Channels::Keep : SoundFile::Channels::Mono);
+        if (!pcm) {
             throw Refusal(file.error());
         }
+        Orvel::changeSound(sound, [&](Source& free) { pcm->giveTo(free); });
+    });
+}
+
+const void* orvel_source_data(
+    orvel_source* source, unsigned* rate, unsigned* bits, unsigned* channels, size_t* size) {
+    return guarded(__func__, static_cast<const void*>(nullptr), [&]() -> const void* {
+        const Source& sound = get(source);
+        const bool has = sound.dataKind() == Source::PCM_SD;
+        store(rate, has ? sound.sampleRate() : 0U);
+        store(bits, has ? sound.bitsPerSample() : 0U);
+        store(channels, has ? sound.channels() : 0U);
+        store(size, has ? sound.data().size() : 0U);
+        return has && !sound.data().empty() ? sound.data().data() : nullptr;
+    });
+}
+
+const char* orvel_source_url(orvel_source* source) {
+    return text(__func__, soundUrl, [&] {
+        const Source& sound = get(source);
+        const bool has = sound.dataKind() == Source::URL_SD && sound.url() != nullptr;
+        return has ? sound.url()->text() : std::string();
     });
 }
 
 bool orvel_source_set_param(orvel_source* source, bool loop, float pitch) {
     return done(__func__, [&] { get(source).setParam(loop, pitch); });
+}
+
+bool orvel_source_loop(orvel_source* source) {
+    return guarded(__func__, false, [&] { return get(source).loop(); });
+}
+
+float orvel_source_pitch(orvel_source* source) {
+    return guarded(__func__, 0.0F, [&] { return get(source).pitch(); });
 }
 
 bool orvel_source_set_state(orvel_source* source, int newState) {
@@ -476,22 +648,31 @@ orvel_emitter* orvel_emitter_create(orvel_world* world, const char* labels, int 
         if (emitter == nullptr) {
             throw Refusal(idIsTaken("an emitter", id));
         }
-        return handle(emitter);
+        return handle<orvel_emitter>(get(world), emitter, Kind::Emitter);
     });
 }
 
 orvel_emitter* orvel_emitter_find(orvel_world* world, int id) {
     return guarded(__func__, static_cast<orvel_emitter*>(nullptr), [&] {
-        return handle(get(world).getEmitter(id));
+        World& scene = get(world);
+        return handle<orvel_emitter>(scene, scene.getEmitter(id), Kind::Emitter);
     });
 }
 
 bool orvel_emitter_destroy(orvel_emitter* emitter) {
-    return done(__func__, [&] { delete &get(emitter); });
+    return done(__func__, [&] {
+        Emitter& last = get(emitter);
+        refuseInCallback(Callback::Reset);
+        delete &last;
+    });
 }
 
 int orvel_emitter_id(orvel_emitter* emitter) {
     return guarded(__func__, 0, [&] { return get(emitter).id(); });
+}
+
+const char* orvel_emitter_labels(orvel_emitter* emitter) {
+    return text(__func__, labelList, [&] { return joined(get(emitter).labels()); });
 }
 
 bool orvel_emitter_set_transform(
@@ -515,8 +696,36 @@ bool orvel_emitter_set_hull(
     return done(__func__, [&] { get(emitter).setHull(max_back, max_front, min_back, min_front); });
 }
 
+bool orvel_emitter_hull(
+    orvel_emitter* emitter, float* max_back, float* max_front, float* min_back, float* min_front) {
+    return done(__func__, [&] {
+        const Orvel::Hull& hull = get(emitter).hull();
+        store(max_back, hull.maxBack);
+        store(max_front, hull.maxFront);
+        store(min_back, hull.minBack);
+        store(min_front, hull.minFront);
+    });
+}
+
 bool orvel_emitter_set_param(orvel_emitter* emitter, bool spatial, float value, float gain) {
     return done(__func__, [&] { get(emitter).setParam(spatial, value, gain); });
+}
+
+bool orvel_emitter_param(orvel_emitter* emitter, bool* spatial, float* value, float* gain) {
+    return done(__func__, [&] {
+        const Emitter& place = get(emitter);
+        store(spatial, place.paramFlag());
+        store(value, place.paramValue());
+        store(gain, place.gain());
+    });
+}
+
+bool orvel_emitter_set_start_offset(orvel_emitter* emitter, double seconds) {
+    return done(__func__, [&] { get(emitter).setStartOffset(seconds); });
+}
+
+double orvel_emitter_start_offset(orvel_emitter* emitter) {
+    return guarded(__func__, 0.0, [&] { return get(emitter).startOffset(); });
 }
 
 bool orvel_emitter_set_source(orvel_emitter* emitter, orvel_source* source) {
@@ -531,7 +740,8 @@ bool orvel_emitter_set_source(orvel_emitter* emitter, orvel_source* source) {
 
 orvel_source* orvel_emitter_source(orvel_emitter* emitter) {
     return guarded(__func__, static_cast<orvel_source*>(nullptr), [&] {
-        return handle(get(emitter).source());
+        Emitter& place = get(emitter);
+        return handle<orvel_source>(place.world(), place.source(), Kind::Source);
     });
 }
 
@@ -550,17 +760,40 @@ orvel_server* orvel_server_create(void) {
         if (server->multiServer().port() == 0) {
             throw Refusal("cannot listen on a TCP port; the log has the reason");
         }
-        return reinterpret_cast<orvel_server*>(server.release());
+        return server.release()->server();
+    });
+}
+
+orvel_server* orvel_server_create_at(const char* address, unsigned short port) {
+    return guarded(__func__, static_cast<orvel_server*>(nullptr), [&] {
+        const std::string host = address == nullptr ? "" : address;
+        if (!host.empty() && !Corvid::InetAddress::getByAddress(host).isValid()) {
+            throw Refusal("\"" + host + "\" is no IPv4 address; use one of this machine's");
+        }
+        auto server = std::make_unique<PolledServer>(host, port);
+        if (server->multiServer().port() == 0) {
+            throw Refusal(
+                "cannot listen on port " + std::to_string(port) +
+                (host.empty() ? "" : " of " + host) +
+                "; use a free port, 0 for any, and an address of this machine");
+        }
+        return server.release()->server();
     });
 }
 
 bool orvel_server_destroy(orvel_server* server) {
-    return done(__func__, [&] { delete reinterpret_cast<PolledServer*>(server); });
+    return done(__func__, [&] {
+        if (server != nullptr) {
+            const PolledServer& last = get(server);
+            refuseInCallback();
+            delete &last;
+        }
+    });
 }
 
 orvel_world* orvel_server_world(orvel_server* server) {
     return guarded(
-        __func__, static_cast<orvel_world*>(nullptr), [&] { return handle(&get(server)); });
+        __func__, static_cast<orvel_world*>(nullptr), [&] { return get(server).handle(); });
 }
 
 bool orvel_server_set_reset_callback(
@@ -570,6 +803,10 @@ bool orvel_server_set_reset_callback(
 
 bool orvel_server_set_id(orvel_server* server, const char* text) {
     return done(__func__, [&] { get(server).setId(need(text, "the text")); });
+}
+
+int orvel_server_id(orvel_server* server) {
+    return guarded(__func__, 0, [&] { return int{get(server).id()}; });
 }
 
 bool orvel_server_set_multicast(
@@ -587,6 +824,15 @@ bool orvel_server_set_multicast(
         world.setMulticastAddress(address);
         world.setMulticastPort(port);
         world.setMulticastTtl(ttl);
+    });
+}
+
+const char* orvel_server_multicast(orvel_server* server, unsigned short* port, int* ttl) {
+    return text(__func__, groupText, [&] {
+        const PolledServer& world = get(server);
+        store(port, world.multicastPort());
+        store(ttl, world.multicastTtl());
+        return world.multicastAddress().text();
     });
 }
 
@@ -608,6 +854,18 @@ bool orvel_server_set_interfaces(orvel_server* server, const char* interfaces) {
     });
 }
 
+const char* orvel_server_interfaces(orvel_server* server) {
+    return text(__func__, interfaceList, [&] {
+        const auto used = get(server).multiServer().multicast().settings();
+        std::vector<std::string> names;
+        for (const Corvid::InetAddress& address : used.interfaces) {
+            names.push_back(address.text());
+        }
+        names.insert(names.end(), used.interfaceNames.begin(), used.interfaceNames.end());
+        return joined(names);
+    });
+}
+
 unsigned short orvel_server_port(orvel_server* server) {
     return guarded(
         __func__, static_cast<unsigned short>(0), [&] { return get(server).multiServer().port(); });
@@ -622,6 +880,7 @@ size_t orvel_server_clients(orvel_server* server) {
 int orvel_server_poll(orvel_server* server, double seconds) {
     return guarded(__func__, -1, [&] {
         PolledServer& world = get(server);
+        refuseInCallback();
         if (!(seconds >= 0.0)) {
             throw Refusal("the time to wait must be at least 0, in seconds");
         }

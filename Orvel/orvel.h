@@ -7,19 +7,22 @@
 /// programs do not need it.
 ///
 /// Errors: a function that can fail returns false, null or a negative number, and then
-/// orvel_last_error() is one sentence with the cause, the subject and a remedy. A null handle is
-/// such an error, never a crash; getters return 0 for it. No C++ exception leaves a function.
+/// orvel_last_error() is one sentence with the cause, the subject and a remedy. A handle that is
+/// null, whose object is gone, or that belongs to an object of another kind is such an error, never
+/// a crash; getters return 0 or an empty text for it. No C++ exception leaves a function.
 ///
 /// Ownership: orvel_world_destroy() and orvel_server_destroy() free everything that was created
-/// through them: sources, emitters and back ends. Do not use a handle after its object is gone, be
-/// it by its own destroy function, by orvel_world_clear(), with its world, or, in the world of a
-/// server, by a client: during a poll, clients destroy emitters, and a reset destroys everything.
-/// Texts passed in are copied; returned texts live until the next call of the same function on the
-/// same thread.
+/// through them: sources, emitters and back ends. An object goes by its own destroy function, by
+/// orvel_world_clear(), with its world, or, in the world of a server, by a client: during a poll,
+/// clients destroy emitters, and a reset destroys everything. Its handle is then an error for ever,
+/// since no handle is given twice. Texts passed in are copied; returned texts live until the next
+/// call of the same function on the same thread.
 ///
 /// Threads: a world with all its parts is used by one thread at a time, and so are all OpenAL back
-/// ends of a process together. The version, the last error and the log may be used by any thread.
-/// Callbacks must return normally: neither an exception nor longjmp() may leave them.
+/// ends of a process together. The version, the last error, the log and orvel_is_alive() may be
+/// used by any thread. Callbacks must return normally: neither an exception nor longjmp() may leave
+/// them. Inside a callback nothing can be destroyed or polled, except that a reset callback may
+/// destroy sources and emitters.
 ///
 /// Units: right-handed axes, +x right, +y up, -z ahead at rest, in scene units; rotations are unit
 /// quaternions x, y, z, w; gain is linear, 1 being the recorded level.
@@ -70,6 +73,8 @@ ORVEL_EXPORT const char* orvel_last_error(void);
 /// Sets that text, which is copied; null is an empty one. For libraries that are built on this one
 /// and report in the same way.
 ORVEL_EXPORT void orvel_set_last_error(const char* text);
+/// Whether the object of a handle of any kind still exists; false for null.
+ORVEL_EXPORT bool orvel_is_alive(const void* handle);
 
 // The log
 
@@ -79,10 +84,13 @@ ORVEL_EXPORT void orvel_set_last_error(const char* text);
 typedef void (*orvel_log_callback)(orvel_level level, const char* text, void* user);
 
 /// Passes each line to `callback` with `user`, for the whole process; null restores the default,
-/// standard error. After this returns the former callback is not called any more.
+/// standard error. After this returns the former callback is not called any more. With a callback,
+/// lines about loaded sounds go to the log too (ORVEL_LEVEL_DEBUG), instead of the standard
+/// streams; for this it replaces the process's diagnostic sink (Diagnostic.h).
 ORVEL_EXPORT bool orvel_log_set_callback(orvel_log_callback callback, void* user);
 /// Writes lines up to this level, a value of orvel_level.
 ORVEL_EXPORT bool orvel_log_set_level(int level);
+ORVEL_EXPORT int orvel_log_level(void);
 
 // Worlds
 
@@ -113,6 +121,10 @@ ORVEL_EXPORT bool orvel_world_listener(orvel_world* world, float* position, floa
 /// Numbers of parts.
 ORVEL_EXPORT size_t orvel_world_source_count(orvel_world* world);
 ORVEL_EXPORT size_t orvel_world_emitter_count(orvel_world* world);
+/// Number of parts. Stores the first `count` of their ids in `ids`, in ascending order; it may be
+/// null if `count` is 0.
+ORVEL_EXPORT size_t orvel_world_source_ids(orvel_world* world, int* ids, size_t count);
+ORVEL_EXPORT size_t orvel_world_emitter_ids(orvel_world* world, int* ids, size_t count);
 
 // Back ends
 
@@ -125,6 +137,8 @@ ORVEL_EXPORT const char* orvel_backend_kinds(void);
 ORVEL_EXPORT orvel_backend*
 orvel_world_add_backend(orvel_world* world, const char* kind, const char* params);
 ORVEL_EXPORT bool orvel_backend_destroy(orvel_backend* backend);
+/// The name of its kind; "openal" for "default".
+ORVEL_EXPORT const char* orvel_backend_kind(orvel_backend* backend);
 /// False for a back end that can do nothing, such as an OpenAL back end without a device.
 ORVEL_EXPORT bool orvel_backend_working(orvel_backend* backend);
 /// The sound device's name; empty without one. Valid until the next call on the same thread.
@@ -160,7 +174,8 @@ ORVEL_EXPORT orvel_source* orvel_source_find(orvel_world* world, int id);
 ORVEL_EXPORT bool orvel_source_destroy(orvel_source* source);
 ORVEL_EXPORT int orvel_source_id(orvel_source* source);
 /// Copies `size` bytes of interleaved PCM samples: 8 bit unsigned or 16 bit signed little endian, 1
-/// or 2 channels (only mono is spatial), `rate` in Hz. Size 0 empties the source.
+/// or 2 channels (only mono is spatial), `rate` in Hz. Size 0 empties the source. Emitters that
+/// play start the new sound, here and in the next two functions.
 ORVEL_EXPORT bool orvel_source_set_data(
     orvel_source* source, unsigned rate, unsigned bits, unsigned channels, const void* data,
     size_t size);
@@ -171,8 +186,16 @@ ORVEL_EXPORT bool orvel_source_set_url(orvel_source* source, const char* url);
 /// copies them into the source. Its channels are mixed to one, so that the sound is spatial; with
 /// `keep_channels` one or two are kept.
 ORVEL_EXPORT bool orvel_source_set_file(orvel_source* source, const char* path, bool keep_channels);
+/// The samples of the source and their format, whose places may be null. Null, with sizes of 0, if
+/// it has none or is played from a URL. Valid until its sound changes or it is destroyed.
+ORVEL_EXPORT const void* orvel_source_data(
+    orvel_source* source, unsigned* rate, unsigned* bits, unsigned* channels, size_t* size);
+/// The absolute URL of the sound; empty if it has none.
+ORVEL_EXPORT const char* orvel_source_url(orvel_source* source);
 /// `pitch` is a factor on the playing speed, 1 as recorded.
 ORVEL_EXPORT bool orvel_source_set_param(orvel_source* source, bool loop, float pitch);
+ORVEL_EXPORT bool orvel_source_loop(orvel_source* source);
+ORVEL_EXPORT float orvel_source_pitch(orvel_source* source);
 /// Sets the state, a value of orvel_state, of the source and all its emitters. Setting an equal
 /// state has no effect: to play a sound again that has ended, set ORVEL_STOP, then ORVEL_PLAY.
 ORVEL_EXPORT bool orvel_source_set_state(orvel_source* source, int state);
@@ -189,6 +212,8 @@ ORVEL_EXPORT orvel_emitter* orvel_emitter_create(orvel_world* world, const char*
 ORVEL_EXPORT orvel_emitter* orvel_emitter_find(orvel_world* world, int id);
 ORVEL_EXPORT bool orvel_emitter_destroy(orvel_emitter* emitter);
 ORVEL_EXPORT int orvel_emitter_id(orvel_emitter* emitter);
+/// Its labels, separated by commas.
+ORVEL_EXPORT const char* orvel_emitter_labels(orvel_emitter* emitter);
 /// Sets position (x, y, z) and rotation (x, y, z, w). Null leaves that one unchanged.
 ORVEL_EXPORT bool
 orvel_emitter_set_transform(orvel_emitter* emitter, const float* position, const float* rotation);
@@ -198,10 +223,20 @@ ORVEL_EXPORT bool orvel_emitter_transform(orvel_emitter* emitter, float* positio
 /// is nearly silent until this is set.
 ORVEL_EXPORT bool orvel_emitter_set_hull(
     orvel_emitter* emitter, float max_back, float max_front, float min_back, float min_front);
+/// Gets the extents; any place may be null.
+ORVEL_EXPORT bool orvel_emitter_hull(
+    orvel_emitter* emitter, float* max_back, float* max_front, float* min_back, float* min_front);
 /// `spatial`: whether it is heard at its position (otherwise at the listener); `value`: the host's
 /// own, passed on.
 ORVEL_EXPORT bool
 orvel_emitter_set_param(orvel_emitter* emitter, bool spatial, float value, float gain);
+/// Gets these values; any place may be null.
+ORVEL_EXPORT bool
+orvel_emitter_param(orvel_emitter* emitter, bool* spatial, float* value, float* gain);
+/// The offset at which the sound starts each time it is played, in seconds of the sound; initially
+/// 0. Notifies no back end; only OpenAL back ends use it.
+ORVEL_EXPORT bool orvel_emitter_set_start_offset(orvel_emitter* emitter, double seconds);
+ORVEL_EXPORT double orvel_emitter_start_offset(orvel_emitter* emitter);
 /// Connects to a source of the same world; null disconnects. Silent until the next change of state.
 ORVEL_EXPORT bool orvel_emitter_set_source(orvel_emitter* emitter, orvel_source* source);
 /// The connected source; null if there is none.
@@ -215,13 +250,15 @@ ORVEL_EXPORT orvel_state orvel_emitter_state(orvel_emitter* emitter);
 
 /// Called when a client has reset the server's world, which destroys all its sources and emitters:
 /// create the sources that clients play here again, under their ids. (A client that destroys a
-/// source only stops it.) Called on the polling thread, inside orvel_server_poll(). It must not
-/// destroy the server.
+/// source only stops it.) Called on the polling thread, inside orvel_server_poll().
 typedef void (*orvel_reset_callback)(orvel_server* server, void* user);
 
 /// Creates a server that listens on a port chosen by the system and is discoverable from the first
 /// poll on. Anyone who can reach it can drive it. It has no thread of its own.
 ORVEL_EXPORT orvel_server* orvel_server_create(void);
+/// The same on a TCP port of its own, for clients and firewalls; 0: chosen by the system. `address`
+/// is an IPv4 address of this machine; null or empty: all.
+ORVEL_EXPORT orvel_server* orvel_server_create_at(const char* address, unsigned short port);
 /// Frees the server, its world and everything in it. Null is ignored.
 ORVEL_EXPORT bool orvel_server_destroy(orvel_server* server);
 /// Its world, to add back ends and sources to; owned by the server.
@@ -234,11 +271,17 @@ orvel_server_set_reset_callback(orvel_server* server, orvel_reset_callback callb
 
 /// A number that identifies the server to users, or a name that is hashed to one.
 ORVEL_EXPORT bool orvel_server_set_id(orvel_server* server, const char* text);
+ORVEL_EXPORT int orvel_server_id(orvel_server* server);
 /// The search: the group's address, its UDP port, and its TTL.
 ORVEL_EXPORT bool
 orvel_server_set_multicast(orvel_server* server, const char* group, unsigned short port, int ttl);
+/// The group's address. Stores port and TTL, whose places may be null.
+ORVEL_EXPORT const char*
+orvel_server_multicast(orvel_server* server, unsigned short* port, int* ttl);
 /// Serves only on the interfaces with these addresses or names, separated by commas; empty: on all.
 ORVEL_EXPORT bool orvel_server_set_interfaces(orvel_server* server, const char* interfaces);
+/// The addresses, then the names, of the interfaces to serve on, separated by commas; empty: all.
+ORVEL_EXPORT const char* orvel_server_interfaces(orvel_server* server);
 
 /// The TCP port that it listens on; 0 if it could not listen.
 ORVEL_EXPORT unsigned short orvel_server_port(orvel_server* server);

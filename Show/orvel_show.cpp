@@ -8,67 +8,89 @@
 
 #include <Config/Param.h>
 #include <Orvel/detail/CCalls.h>
+#include <Orvel/detail/Handles.h>
 
 #include <limits>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 // NOLINTBEGIN(readability-identifier-naming): as is usual in C
 
-struct orvel_show_file {
-    Show::ShowFile file;
-    std::vector<Show::Problem> warnings;
-};
-struct orvel_show_playback {
-    orvel_show_playback(Orvel::World& world, const Show::ShowFile& file) : playback(world, file) {}
-    Show::Playback playback;
-};
-struct orvel_show_recorder {
-    orvel_show_recorder(
-        Orvel::Server& server, const std::string& path,
-        const Show::CaptureRecorder::Settings& settings)
-        : recorder(server, path, settings) {}
-    Show::CaptureRecorder recorder;
-};
-struct orvel_show_osc {
-    orvel_show_osc(Orvel::World& world, const Show::OscInput::Settings& settings)
-        : input(world, settings) {}
-    Show::OscInput input;
-};
-struct orvel_show_monitor {
-    orvel_show_monitor(Orvel::World& world, const Show::MonitorPage::Settings& settings)
-        : page(world, settings) {}
-    Show::MonitorPage page;
-};
-
 namespace {
 
+using Orvel::detail::Attachment;
+using Orvel::detail::Callback;
+using Orvel::detail::CallingBack;
 using Orvel::detail::done;
 using Orvel::detail::guarded;
+using Orvel::detail::Kind;
+using Orvel::detail::live;
 using Orvel::detail::need;
+using Orvel::detail::OwnHandle;
 using Orvel::detail::Refusal;
+
+struct File {
+    explicit File(Show::ShowFile loaded) : file(std::move(loaded)) {}
+    Show::ShowFile file;
+    std::vector<Show::Problem> warnings;
+    std::string picture;
+    OwnHandle handle{this, Kind::File};
+};
+
+/// An object of this library that uses a world, and goes with it.
+template <class Object, Kind kind>
+struct Attached : Attachment {
+    static constexpr Kind kKind = kind;
+    template <class... Arguments>
+    explicit Attached(Arguments&&... arguments) : object(std::forward<Arguments>(arguments)...) {}
+    Object object;
+    OwnHandle handle{this, kind};
+};
+using Playback = Attached<Show::Playback, Kind::Playback>;
+using Recorder = Attached<Show::CaptureRecorder, Kind::Recorder>;
+using Osc = Attached<Show::OscInput, Kind::Osc>;
+using Monitor = Attached<Show::MonitorPage, Kind::Monitor>;
+
+/// Gives a new object to its world, and its handle to the caller.
+template <class Handle, class Object>
+Handle* give(Orvel::World& world, std::unique_ptr<Object> attached) {
+    auto* handle = attached->handle.template as<Handle>();
+    Attachment::attach(world, std::move(attached));
+    return handle;
+}
+
+/// Destroys an object of a world; null is ignored.
+template <class Object>
+void destroy(const char* function, const void* handle) {
+    done(function, [&] {
+        if (handle != nullptr) {
+            live<Object>(handle, Object::kKind).detach();
+        }
+    });
+}
 
 thread_local std::string monitorUrl;
 
 Orvel::World& get(orvel_world* world) {
-    return *reinterpret_cast<Orvel::World*>(need(world, "the world"));
+    return live<Orvel::World>(world, Kind::World);
 }
 
-orvel_show_file& get(orvel_show_file* file) {
-    return *need(file, "the file");
+File& get(orvel_show_file* file) {
+    return live<File>(file, Kind::File);
 }
 
 Show::Playback& get(orvel_show_playback* playback) {
-    return need(playback, "the playback")->playback;
+    return live<Playback>(playback, Kind::Playback).object;
 }
 
 Show::CaptureRecorder& get(orvel_show_recorder* recorder) {
-    return need(recorder, "the recorder")->recorder;
+    return live<Recorder>(recorder, Kind::Recorder).object;
 }
 
 Show::OscInput& get(orvel_show_osc* osc) {
-    return need(osc, "the OSC input")->input;
+    return live<Osc>(osc, Kind::Osc).object;
 }
 
 const char* orEmpty(const char* text) {
@@ -78,6 +100,13 @@ const char* orEmpty(const char* text) {
 void needGood(const Show::ShowFile& file) {
     if (!file.isGood()) {
         throw Refusal(file.problems().empty() ? "nothing was loaded" : file.problems()[0].str());
+    }
+}
+
+void needScene(const Show::ShowFile& file) {
+    needGood(file);
+    if (file.isCapture()) {
+        throw Refusal("the file is a capture; this is for scenes");
     }
 }
 
@@ -114,16 +143,48 @@ void needWhole(const Show::RenderResult& result) {
 
 orvel_show_file* orvel_show_file_load(const char* path, bool fetch) {
     return guarded(__func__, static_cast<orvel_show_file*>(nullptr), [&] {
-        return new orvel_show_file{Show::ShowFile::load(need(path, "the path"), fetch), {}};
+        auto file = std::make_unique<File>(Show::ShowFile::load(need(path, "the path"), fetch));
+        return file.release()->handle.as<orvel_show_file>();
     });
 }
 
 void orvel_show_file_destroy(orvel_show_file* file) {
-    delete file;
+    done(__func__, [&] {
+        if (file != nullptr) {
+            const File& last = get(file);
+            Orvel::detail::refuseInCallback();
+            delete &last;
+        }
+    });
 }
 
 bool orvel_show_file_good(orvel_show_file* file) {
     return done(__func__, [&] { needGood(get(file).file); });
+}
+
+bool orvel_show_file_capture(orvel_show_file* file) {
+    return guarded(__func__, false, [&] { return get(file).file.isCapture(); });
+}
+
+bool orvel_show_file_complete(orvel_show_file* file) {
+    return guarded(__func__, false, [&] { return get(file).file.isComplete(); });
+}
+
+size_t orvel_show_file_sources(orvel_show_file* file) {
+    return guarded(__func__, size_t{0}, [&] { return get(file).file.sources(); });
+}
+
+size_t orvel_show_file_emitters(orvel_show_file* file) {
+    return guarded(__func__, size_t{0}, [&] { return get(file).file.emitters(); });
+}
+
+const char* orvel_show_file_picture(orvel_show_file* file) {
+    return guarded(__func__, static_cast<const char*>(nullptr), [&] {
+        File& scene = get(file);
+        needScene(scene.file);
+        scene.picture = scene.file.picture();
+        return scene.picture.c_str();
+    });
 }
 
 size_t orvel_show_file_problem_count(orvel_show_file* file) {
@@ -136,11 +197,8 @@ bool orvel_show_file_problem(orvel_show_file* file, size_t index, orvel_show_pro
 
 int orvel_show_file_check(orvel_show_file* file, double* seconds) {
     return guarded(__func__, -1, [&] {
-        orvel_show_file& scene = get(file);
-        needGood(scene.file);
-        if (scene.file.isCapture()) {
-            throw Refusal("the file is a capture; only scenes are checked");
-        }
+        File& scene = get(file);
+        needScene(scene.file);
         auto check = scene.file.check();
         scene.warnings = std::move(check.warnings);
         if (seconds != nullptr) {
@@ -156,16 +214,16 @@ bool orvel_show_file_warning(orvel_show_file* file, size_t index, orvel_show_pro
 
 orvel_show_playback* orvel_show_playback_create(orvel_world* world, orvel_show_file* file) {
     return guarded(__func__, static_cast<orvel_show_playback*>(nullptr), [&] {
-        auto playback = std::make_unique<orvel_show_playback>(get(world), get(file).file);
-        if (!playback->playback.isGood()) {
-            throw Refusal(playback->playback.error());
+        auto playback = std::make_unique<Playback>(get(world), get(file).file);
+        if (!playback->object.isGood()) {
+            throw Refusal(playback->object.error());
         }
-        return playback.release();
+        return give<orvel_show_playback>(get(world), std::move(playback));
     });
 }
 
 void orvel_show_playback_destroy(orvel_show_playback* playback) {
-    delete playback;
+    destroy<Playback>(__func__, playback);
 }
 
 bool orvel_show_playback_start(orvel_show_playback* playback, double from) {
@@ -192,7 +250,8 @@ bool orvel_show_render_file(
         if (progress != nullptr) {
             all.progress = [&](double part) { return progress(part, user); };
         }
-        needWhole(Show::renderToFile(get(file).file, need(path, "the path"), all));
+        const Show::ShowFile kept = get(file).file; // the callback may destroy the file
+        needWhole(Show::renderToFile(kept, need(path, "the path"), all));
     });
 }
 
@@ -201,8 +260,9 @@ bool orvel_show_render(
     void* user) {
     return done(__func__, [&] {
         need(take, "the function that takes the samples");
+        const Show::ShowFile kept = get(file).file; // the callback may destroy the file
         needWhole(Show::render(
-            get(file).file,
+            kept,
             [&](std::span<const float> samples) {
                 return take(samples.data(), samples.size() / 2, user);
             },
@@ -213,21 +273,24 @@ bool orvel_show_render(
 orvel_show_recorder* orvel_show_recorder_create(
     orvel_server* server, const char* path, const char* scene_path, uint64_t max_bytes) {
     return guarded(__func__, static_cast<orvel_show_recorder*>(nullptr), [&] {
-        orvel_world* world = orvel_server_world(need(server, "the server"));
+        orvel_world* world = orvel_server_world(server);
+        if (world == nullptr) {
+            Orvel::detail::refuseHandle(server, Kind::Server);
+        }
         const Show::CaptureRecorder::Settings settings{
             orEmpty(scene_path),
             max_bytes == 0 ? std::numeric_limits<std::uint64_t>::max() : max_bytes};
-        auto recorder = std::make_unique<orvel_show_recorder>(
+        auto recorder = std::make_unique<Recorder>(
             dynamic_cast<Orvel::Server&>(get(world)), need(path, "the path"), settings);
-        if (!recorder->recorder.isRecording()) {
-            throw Refusal(recorder->recorder.error());
+        if (!recorder->object.isRecording()) {
+            throw Refusal(recorder->object.error());
         }
-        return recorder.release();
+        return give<orvel_show_recorder>(get(world), std::move(recorder));
     });
 }
 
 void orvel_show_recorder_destroy(orvel_show_recorder* recorder) {
-    delete recorder;
+    destroy<Recorder>(__func__, recorder);
 }
 
 bool orvel_show_recorder_flush(orvel_show_recorder* recorder) {
@@ -251,6 +314,10 @@ uint64_t orvel_show_recorder_events(orvel_show_recorder* recorder) {
     return guarded(__func__, uint64_t{0}, [&] { return get(recorder).events(); });
 }
 
+double orvel_show_recorder_seconds(orvel_show_recorder* recorder) {
+    return guarded(__func__, 0.0, [&] { return get(recorder).seconds(); });
+}
+
 orvel_show_osc* orvel_show_osc_create(
     orvel_world* world, const char* address, unsigned short port, float scale,
     orvel_show_report report, void* user) {
@@ -260,18 +327,21 @@ orvel_show_osc* orvel_show_osc_create(
         settings.port = port;
         settings.scale = scale == 0.0F ? settings.scale : scale;
         if (report != nullptr) {
-            settings.report = [=](const std::string& text) { report(text.c_str(), user); };
+            settings.report = [=](const std::string& text) {
+                const CallingBack running(Callback::Report);
+                report(text.c_str(), user);
+            };
         }
-        auto osc = std::make_unique<orvel_show_osc>(get(world), settings);
-        if (!osc->input.isOpen()) {
-            throw Refusal(osc->input.error());
+        auto osc = std::make_unique<Osc>(get(world), settings);
+        if (!osc->object.isOpen()) {
+            throw Refusal(osc->object.error());
         }
-        return osc.release();
+        return give<orvel_show_osc>(get(world), std::move(osc));
     });
 }
 
 void orvel_show_osc_destroy(orvel_show_osc* osc) {
-    delete osc;
+    destroy<Osc>(__func__, osc);
 }
 
 unsigned short orvel_show_osc_port(orvel_show_osc* osc) {
@@ -283,7 +353,11 @@ int orvel_show_osc_descriptor(orvel_show_osc* osc) {
 }
 
 bool orvel_show_osc_serve(orvel_show_osc* osc, double seconds) {
-    return done(__func__, [&] { get(osc).serve(seconds); });
+    return done(__func__, [&] {
+        Show::OscInput& input = get(osc);
+        Orvel::detail::refuseInCallback();
+        input.serve(seconds);
+    });
 }
 
 orvel_show_monitor* orvel_show_monitor_create(
@@ -298,21 +372,21 @@ orvel_show_monitor* orvel_show_monitor_create(
             settings.port = static_cast<std::uint16_t>(port);
         }
         settings.hostNames = Config::splitList(orEmpty(host_names));
-        auto monitor = std::make_unique<orvel_show_monitor>(get(world), settings);
-        if (!monitor->page.isOpen()) {
-            throw Refusal(monitor->page.error());
+        auto monitor = std::make_unique<Monitor>(get(world), settings);
+        if (!monitor->object.isOpen()) {
+            throw Refusal(monitor->object.error());
         }
-        return monitor.release();
+        return give<orvel_show_monitor>(get(world), std::move(monitor));
     });
 }
 
 void orvel_show_monitor_destroy(orvel_show_monitor* monitor) {
-    delete monitor;
+    destroy<Monitor>(__func__, monitor);
 }
 
 const char* orvel_show_monitor_url(orvel_show_monitor* monitor) {
     return guarded(__func__, static_cast<const char*>(nullptr), [&] {
-        monitorUrl = need(monitor, "the monitor")->page.url();
+        monitorUrl = live<Monitor>(monitor, Kind::Monitor).object.url();
         return monitorUrl.c_str();
     });
 }

@@ -5,11 +5,11 @@
 /// them, Open Sound Control, and the monitor. It is the C++ interface (ShowFile.h, Playback.h,
 /// Render.h, CaptureRecorder.h, OscInput.h, MonitorPage.h), whose headers hold the finer rules, and
 /// keeps the rules of Orvel/orvel.h: a function that fails gives false, null or a negative number,
-/// and orvel_last_error() says why; a null handle is such an error; texts that are handed in are
-/// copied.
+/// and orvel_last_error() says why; a handle that is null or whose object is gone is such an error;
+/// texts that are handed in are copied.
 ///
-/// Ownership: each handle is freed by its own destroy function, for which null is ignored, and
-/// before the world or server that it was made for. A file may be freed while playbacks of it live.
+/// Ownership: each object is freed by its own destroy function, for which null is ignored, or with
+/// the world or server that it was made for. A file is freed by its own alone, at any time.
 ///
 /// Threads: all that belongs to a world is used by one thread at a time, its callbacks included.
 
@@ -57,6 +57,17 @@ ORVEL_SHOW_EXPORT orvel_show_file* orvel_show_file_load(const char* path, bool f
 ORVEL_SHOW_EXPORT void orvel_show_file_destroy(orvel_show_file* file);
 /// Whether it can be played; if not, the last error is its first problem.
 ORVEL_SHOW_EXPORT bool orvel_show_file_good(orvel_show_file* file);
+/// Whether it is a capture that can be played.
+ORVEL_SHOW_EXPORT bool orvel_show_file_capture(orvel_show_file* file);
+/// Whether it can be played with all of its sounds; always true for a good scene.
+ORVEL_SHOW_EXPORT bool orvel_show_file_complete(orvel_show_file* file);
+/// Numbers of sources and emitters, those of a scene's timeline included; for a capture the largest
+/// possible numbers. 0 if it is not good.
+ORVEL_SHOW_EXPORT size_t orvel_show_file_sources(orvel_show_file* file);
+ORVEL_SHOW_EXPORT size_t orvel_show_file_emitters(orvel_show_file* file);
+/// A good scene from above as an SVG document; null for another file. Lives until the next call
+/// for this file.
+ORVEL_SHOW_EXPORT const char* orvel_show_file_picture(orvel_show_file* file);
 ORVEL_SHOW_EXPORT size_t orvel_show_file_problem_count(orvel_show_file* file);
 /// Gets the problem with that index, from 0.
 ORVEL_SHOW_EXPORT bool
@@ -127,6 +138,8 @@ ORVEL_SHOW_EXPORT bool orvel_show_recorder_flush(orvel_show_recorder* recorder);
 ORVEL_SHOW_EXPORT bool orvel_show_recorder_finish(orvel_show_recorder* recorder);
 /// Number of recorded events.
 ORVEL_SHOW_EXPORT uint64_t orvel_show_recorder_events(orvel_show_recorder* recorder);
+/// Recorded time in seconds.
+ORVEL_SHOW_EXPORT double orvel_show_recorder_seconds(orvel_show_recorder* recorder);
 
 // Open Sound Control
 

@@ -12,6 +12,7 @@
 #include <Orvel/orvel.h>
 
 #include <array>
+#include <cstdint>
 #include <gtest/gtest.h>
 #include <limits>
 #include <stdexcept>
@@ -79,11 +80,84 @@ TEST(CInterface, TurnsEveryMisuseIntoAnError) {
     ORVEL_REFUSES(orvel_server_set_interfaces, "\"127.0.0\"", server, "lo, 127.0.0");
     ORVEL_REFUSES(orvel_server_poll, "seconds", server, std::numeric_limits<double>::quiet_NaN());
     ORVEL_REFUSES(orvel_log_set_level, "no level 6", 6);
+    ORVEL_REFUSES(orvel_server_create_at, "a free port", nullptr, orvel_server_port(server));
+    ORVEL_REFUSES(orvel_server_create_at, "no IPv4 address", "here", 0);
+    // Handles of another kind, addresses, and handles of other slots, uses and kinds.
+    int local = 0;
+    ORVEL_REFUSES(
+        orvel_world_update, "the source is given as the world",
+        reinterpret_cast<orvel_world*>(source));
+    ORVEL_REFUSES(orvel_world_update, "is gone", reinterpret_cast<orvel_world*>(&local));
+    for (const std::uintptr_t number : {std::uintptr_t{1}, UINTPTR_MAX, UINTPTR_MAX >> 1U}) {
+        void* made = reinterpret_cast<void*>(number); // NOLINT: not an address
+        ORVEL_REFUSES(orvel_world_update, "is gone", static_cast<orvel_world*>(made));
+    }
     std::thread([] { EXPECT_STREQ(orvel_last_error(), ""); }).join(); // one per thread
     EXPECT_EQ(orvel_source_find(world, 99), nullptr);
     EXPECT_TRUE(orvel_world_destroy(nullptr) && orvel_server_destroy(nullptr));
     EXPECT_TRUE(orvel_world_destroy(world) && orvel_world_destroy(other));
     EXPECT_TRUE(orvel_server_destroy(server));
+}
+
+TEST(CInterface, RecognisesTheHandleOfWhatIsGone) {
+    const LogCapture quiet;
+    for (int round = 0; round < 50; ++round) { // slots and addresses are used again
+        orvel_world* world = orvel_world_create();
+        orvel_source* source = orvel_source_create(world, 1);
+        orvel_emitter* emitter = orvel_emitter_create(world, nullptr, 2);
+        orvel_backend* backend = orvel_world_add_backend(world, "silent", nullptr);
+        orvel_emitter_set_source(emitter, source);
+        ASSERT_TRUE(
+            orvel_source_find(world, 1) == source && orvel_emitter_source(emitter) == source);
+        orvel_source_destroy(source);
+        orvel_source* next = orvel_source_create(world, 1);
+        ASSERT_TRUE(next != source && orvel_is_alive(next) && !orvel_is_alive(source));
+        ORVEL_REFUSES(orvel_source_set_param, "the source is gone", source, true, 1.0F);
+        ORVEL_REFUSES(orvel_emitter_set_source, "the source is gone", emitter, source);
+        orvel_world_clear(world);
+        ORVEL_REFUSES(orvel_emitter_set_hull, "the emitter is gone", emitter, 1, 1, 1, 1);
+        if (round % 2 == 0) {
+            orvel_backend_destroy(backend);
+            ORVEL_REFUSES(orvel_backend_destroy, "the back end is gone", backend);
+        }
+        orvel_world_destroy(world);
+        ORVEL_REFUSES(orvel_backend_working, "the back end is gone", backend);
+        ORVEL_REFUSES(orvel_world_destroy, "the world is gone", world);
+    }
+    // Two threads with a world each share the table of handles.
+    const auto use = [] {
+        for (int round = 0; round < 20; ++round) {
+            orvel_world* world = orvel_world_create();
+            for (int i = 0; i < 20; ++i) {
+                orvel_emitter* emitter = orvel_emitter_create(world, nullptr, 0);
+                EXPECT_TRUE(orvel_emitter_set_start_offset(emitter, i));
+                EXPECT_EQ(orvel_emitter_start_offset(emitter), i);
+            }
+            EXPECT_TRUE(orvel_world_destroy(world));
+        }
+    };
+    std::thread other(use);
+    use();
+    other.join();
+}
+
+TEST(CInterface, DestroysNothingInTheMiddleOfAnOperation) {
+    static orvel_world* world; // the callback's
+    static orvel_source* source;
+    static int refused;
+    world = orvel_world_create();
+    source = orvel_source_create(world, 1);
+    orvel_log_set_callback(
+        [](orvel_level /*level*/, const char* /*text*/, void* /*user*/) {
+            refused += static_cast<int>(!orvel_source_destroy(source));
+            refused += static_cast<int>(!orvel_world_clear(world));
+            refused += static_cast<int>(!orvel_world_destroy(world));
+        },
+        nullptr);
+    orvel_source_create(world, 1); // logs that there is one
+    orvel_log_set_callback(nullptr, nullptr);
+    EXPECT_EQ(refused, 3);
+    EXPECT_TRUE(orvel_source_destroy(source) && orvel_world_destroy(world));
 }
 
 TEST(CInterface, LetsNoExceptionOfABackEndThrough) {
@@ -120,8 +194,7 @@ TEST(CInterface, KeepsTheHalfOfATransformThatIsNull) {
     orvel_emitter_transform(emitter, position.data(), nullptr);
     orvel_emitter_transform(emitter, nullptr, rotation.data());
     EXPECT_TRUE(position == place && rotation == turn);
-    EXPECT_EQ(
-        reinterpret_cast<Emitter*>(emitter)->labels(), (std::vector<std::string>{"front", "back"}));
+    EXPECT_STREQ(orvel_emitter_labels(emitter), "front,back");
     orvel_world_destroy(world);
 }
 
@@ -135,6 +208,8 @@ TEST(CInterface, AServersSourcesSurviveTheirClientsButNotAReset) {
         [](orvel_server* which, void* user) {
             ++*static_cast<int*>(user);
             orvel_source_create(orvel_server_world(which), 1);
+            EXPECT_FALSE(orvel_server_destroy(which)); // it is still in use further up
+            EXPECT_LT(orvel_server_poll(which, 0.0), 0);
         },
         &resets);
     orvel_server_set_multicast(server, "239.255.77.90", testPort(), 0);
@@ -157,10 +232,10 @@ TEST(CInterface, AServersSourcesSurviveTheirClientsButNotAReset) {
     EXPECT_EQ(orvel_emitter_source(orvel_emitter_find(heard, 2)), orvel_source_find(heard, 1));
 
     orvel_source* kept = orvel_source_find(heard, 1);
-    EXPECT_EQ(reinterpret_cast<Source*>(kept)->pitch(), 2.0F);
+    EXPECT_EQ(orvel_source_pitch(kept), 2.0F);
     orvel_source_destroy(source);
     ASSERT_TRUE(until([&] { return state() == ORVEL_STOP; }, step));
-    EXPECT_EQ(reinterpret_cast<Source*>(kept)->pitch(), 1.0F);
+    EXPECT_EQ(orvel_source_pitch(kept), 1.0F);
     EXPECT_EQ(orvel_source_find(heard, 1), kept);
     EXPECT_EQ(resets, 1);
     orvel_world_destroy(scene); // resets its servers

@@ -140,10 +140,23 @@ TEST_F(ShowLibrary, TurnsEveryMisuseIntoAnErrorInC) {
     const int port = std::stoi(url.substr(url.rfind(':') + 1));
     expect(orvel_show_monitor_create(world, nullptr, port, nullptr) == nullptr, "no monitor at");
     expect(orvel_show_monitor_create(world, "'", 0, nullptr) == nullptr, "no monitor at");
+    // Each goes with its world or server at the latest.
+    orvel_show_playback* playback = orvel_show_playback_create(world, scene);
+    orvel_show_osc* osc = orvel_show_osc_create(world, nullptr, 0, 0, nullptr, nullptr);
+    orvel_show_recorder* recorder =
+        orvel_show_recorder_create(server, folder_.file("c").c_str(), nullptr, 0);
+    EXPECT_TRUE(orvel_show_playback_start(playback, 0.0) && orvel_show_osc_serve(osc, 0.0));
+    EXPECT_TRUE(orvel_show_recorder_flush(recorder));
     for (orvel_show_file* file : {scene, bad}) {
         orvel_show_file_destroy(file);
     }
-    orvel_show_monitor_destroy(page);
+    EXPECT_TRUE(orvel_show_playback_advance(playback, 0.5)); // keeps its file
+    expect(!orvel_show_file_good(scene), "the file is gone");
     orvel_world_destroy(world);
     orvel_server_destroy(server);
+    expect(!orvel_show_playback_advance(playback, 1.0), "the playback is gone");
+    expect(!orvel_show_osc_serve(osc, 0.0), "the OSC input is gone");
+    expect(!orvel_show_recorder_flush(recorder), "the recorder is gone");
+    expect(orvel_show_monitor_url(page) == nullptr, "the monitor is gone");
+    orvel_show_monitor_destroy(page);
 }
