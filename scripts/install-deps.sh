@@ -16,6 +16,7 @@ checks=(
     libglm-dev               # an example
     liblo-tools # a client of Open Sound Control
     binutils iproute2 librsvg2-bin python3-jsonschema
+    mypy python3-numpy        # the package for Python
     chromium                  # what looks at the monitor
     doxygen mandoc systemd    # documentation and service
 )

@@ -65,7 +65,8 @@ rm -rf "$root"
 cp -a "$work/base" "$root"
 mkdir "$root/test"
 cp "$work"/packages/*.deb "$root/test"
-cp -r "$source_tree/tests/install/consumer" "$source_tree/examples" "$root/test"
+cp -r "$source_tree/tests/install/consumer" "$source_tree/examples" "$source_tree/docs/python.md" \
+    "$source_tree/tests/docs/run_tutorial.py" "$root/test"
 
 cat >"$root/test/inside.sh" <<'INSIDE'
 set -euo pipefail
@@ -104,9 +105,18 @@ cc -std=c11 -Wall -Wextra -pedantic -Werror examples/c_scene.c -o c_scene \
 ./c_scene | tail -n 1
 [ "$(dpkg-query -W -f '${Version}' orvel | cut -d- -f1)" = "$(built/consumer --version)" ]
 
+echo "-- Python"
+$install ./python3-orvel_*.deb >/dev/null
+python3 -c 'import orvel; print(*orvel.backend_kinds())' # needs no numpy
+$install python3-numpy >/dev/null
+export ALSOFT_DRIVERS=null
+python3 run_tutorial.py python.md
+python3 examples/python_first.py
+python3 examples/python_show.py /usr/share/orvel/scenes/first.json python.wav
+
 echo "-- gone again"
-dpkg --verify orvel "$library" liborvel-show0.1 liborvel-dev
-apt-get purge -y -qq orvel "$library" liborvel-show0.1 liborvel-dev >/dev/null
+dpkg --verify orvel "$library" liborvel-show0.1 liborvel-dev python3-orvel
+apt-get purge -y -qq orvel "$library" liborvel-show0.1 liborvel-dev python3-orvel >/dev/null
 left=$(find /usr /etc /var/lib/systemd -iname '*orvel*' -not -path '/usr/share/doc/*' 2>/dev/null || true)
 if [ -n "$left" ]; then
     echo "left behind: $left" >&2

@@ -121,7 +121,7 @@ with tempfile.TemporaryDirectory() as name:
             for quoted, language, block in re.findall(
                     r"(<!-- from: \S+ -->\n+)?^```(\w*)\n(.*?)^```", text, re.S | re.M):
                 where = f"{page.relative_to(root)}"
-                if quoted or language in ("text", "hex"):
+                if quoted or language in ("text", "hex", "python"):  # run_tutorial.py runs Python
                     continue
                 if language == "sh":
                     for line in block.replace("\\\n", " ").splitlines():

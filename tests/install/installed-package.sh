@@ -54,6 +54,11 @@ if [ -n "$(find "$prefix" -name orvel-show.pc)" ]; then
     [ -s "$work/out.wav" ]
 fi
 
+package=$(find "$prefix" -path '*-packages/orvel/__init__.py')
+if [ -n "$package" ]; then
+    PYTHONPATH=${package%/orvel/__init__.py} python3 -B -c 'import orvel; orvel.World().close()'
+fi
+
 if [ -x "$prefix/bin/orvel" ]; then
     "$prefix/bin/orvel" --version
     "$prefix/bin/orvel" check "$prefix/share/orvel/scenes/first.json"
