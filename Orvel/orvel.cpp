@@ -31,7 +31,6 @@
 #include <limits>
 #include <map>
 #include <memory>
-#include <ranges>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -226,7 +225,12 @@ template <class Part>
 std::size_t writeIds(const std::map<int, Part*>& parts, int* ids, std::size_t count) {
     if (count != 0) {
         need(ids, "the place for the ids");
-        std::ranges::copy(parts | std::views::keys | std::views::take(count), ids);
+        for (const auto& [id, part] : parts) {
+            if (count-- == 0) {
+                break;
+            }
+            *ids++ = id;
+        }
     }
     return parts.size();
 }
