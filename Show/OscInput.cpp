@@ -6,8 +6,12 @@
 #include <Orvel/Server.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cmath>
+#include <cstring>
+#include <netdb.h>
+#include <netinet/in.h>
 #include <optional>
 
 namespace Show {
@@ -18,6 +22,29 @@ using Clock = OscServer::Clock;
 
 constexpr std::chrono::milliseconds kSlice{4};
 constexpr double kMaxWait = 3600.0; // so that no clock runs over
+
+/// Resolves "HOST:PORT"; nothing if that is impossible.
+std::optional<Corvid::Socket::Endpoint> resolve(const std::string& text) {
+    const auto colon = text.rfind(':');
+    if (colon == std::string::npos) {
+        return std::nullopt;
+    }
+    unsigned short port = 0;
+    const char* end = text.data() + text.size();
+    const auto [last, error] = std::from_chars(text.data() + colon + 1, end, port);
+    addrinfo wanted{};
+    wanted.ai_family = AF_INET;
+    addrinfo* list = nullptr;
+    if (error != std::errc() || last != end || port == 0 ||
+        ::getaddrinfo(text.substr(0, colon).c_str(), nullptr, &wanted, &list) != 0) {
+        return std::nullopt;
+    }
+    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(list, &::freeaddrinfo);
+    sockaddr_in address{};
+    std::memcpy(&address, list->ai_addr, sizeof address);
+    return Corvid::Socket::Endpoint{
+        Corvid::InetAddress::fromBits(ntohl(address.sin_addr.s_addr)), port};
+}
 
 } // namespace
 
@@ -46,10 +73,22 @@ OscInput::OscInput(Orvel::World& world, const Settings& settings)
         state.error = "expected a scale above 0";
         return;
     }
+    std::vector<Corvid::Socket::Endpoint> feedback;
+    for (const std::string& text : settings.feedback) {
+        const auto receiver = resolve(text);
+        if (!receiver || feedback.size() == OscFeedback::kMaxSubscribers) {
+            state.error = receiver ? "more than 16 receivers of feedback"
+                                   : "cannot send feedback to \"" + text +
+                                         "\": expected HOST:PORT of a known host";
+            return;
+        }
+        feedback.push_back(*receiver);
+    }
     state.server.emplace(
         world,
         OscServer::Settings{
-            settings.address, settings.port, settings.scale, settings.replyPort, settings.change},
+            settings.address, settings.port, settings.scale, settings.replyPort, settings.change,
+            std::move(feedback)},
         settings.apply
             ? settings.apply
             : [&world](Orvel::CommandEvent& event) { Orvel::Server::applyEvent(world, &event); },

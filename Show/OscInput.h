@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <orvel_show_export.h>
 
@@ -28,6 +29,9 @@ public:
         /// Queries over UDP are answered to this port of the sender's address as well as to the
         /// sender's own; 0: only there. ADM-OSC names 4002.
         unsigned short replyPort = 0;
+        /// Receivers of what changes, as HOST:PORT, over UDP; at most 16. A change is not sent to
+        /// the one that caused it. Host names are resolved at once, which may block.
+        std::vector<std::string> feedback;
         /// Receives a sentence about each of the first 20 mistakes, with its sender and once per
         /// address, on the thread of serve(). May be empty.
         std::function<void(const std::string& message)> report;

@@ -90,6 +90,12 @@ bool toId(std::string_view word, int& id) {
     return error == std::errc() && end == word.data() + word.size() && id > 0 && id <= kMaxId;
 }
 
+// The families of paths in keys.
+constexpr std::uint64_t kAdmFamily = 0;
+constexpr std::uint64_t kEmitterFamily = 1;
+constexpr std::uint64_t kSourceFamily = 2;
+constexpr std::uint64_t kWorldFamilies = 3;
+
 constexpr const char* kUnknownPath = "unknown path";
 
 bool isPattern(std::string_view word) {
@@ -119,7 +125,7 @@ bool fits(const std::vector<std::string_view>& words, std::string_view prefix, s
 }
 
 /// `id`: 0 if the path has none.
-std::string pathOf(std::string_view prefix, int id, std::string_view name) {
+std::string fullPath(std::string_view prefix, int id, std::string_view name) {
     return std::string(prefix) + (id == 0 ? "" : std::to_string(id) + "/") + std::string(name);
 }
 
@@ -180,7 +186,7 @@ std::array<float, 3> toAdm(const Orvel::Vec3f& v) {
 const OscScene::Family<Orvel::Emitter> OscScene::_adm{
     "/adm/obj/",
     {
-        {"xyz", 3, &OscScene::admPlace<0, 3>, &OscScene::readPlace<0, 3>},
+        {"xyz", 3, &OscScene::admPlace<0, 3>, &OscScene::readPlace<0, 3>, true},
         {"xy", 2, &OscScene::admPlace<0, 2>, &OscScene::readPlace<0, 2>},
         {"x", 1, &OscScene::admPlace<0, 1>, &OscScene::readPlace<0, 1>},
         {"y", 1, &OscScene::admPlace<1, 1>, &OscScene::readPlace<1, 1>},
@@ -190,23 +196,23 @@ const OscScene::Family<Orvel::Emitter> OscScene::_adm{
         {"elev", 1, &OscScene::admPolar<&Polar::elevation>,
          &OscScene::readPolar<&Polar::elevation>},
         {"dist", 1, &OscScene::admPolar<&Polar::distance>, &OscScene::readPolar<&Polar::distance>},
-        {"w", 1, &OscScene::admWidth, &OscScene::readWidth},
-        {"gain", 1, &OscScene::admGain, &OscScene::readGain},
-        {"dref", 1, &OscScene::admReference, &OscScene::readReference},
-        {"dmax", 1, &OscScene::admUnit, &OscScene::readUnit},
-        {"mute", 1, &OscScene::admMute, &OscScene::readMute},
-        {"name", 0, nullptr, &OscScene::readName, &OscScene::setName},
+        {"w", 1, &OscScene::admWidth, &OscScene::readWidth, true},
+        {"gain", 1, &OscScene::admGain, &OscScene::readGain, true},
+        {"dref", 1, &OscScene::admReference, &OscScene::readReference, true},
+        {"dmax", 1, &OscScene::admUnit, &OscScene::readUnit, true},
+        {"mute", 1, &OscScene::admMute, &OscScene::readMute, true},
+        {"name", 0, nullptr, &OscScene::readName, true, &OscScene::setName},
     }};
 const OscScene::Family<Orvel::Emitter> OscScene::_emitter{
     "/orvel/emitter/",
     {
         {"position", 3, &OscScene::position, &OscScene::readPosition},
-        {"orientation", 4, &OscScene::orientation, &OscScene::readOrientation},
+        {"orientation", 4, &OscScene::orientation, &OscScene::readOrientation, true},
         {"orientation", 3, &OscScene::orientation, &OscScene::readOrientation},
         {"gain", 1, &OscScene::gain, &OscScene::readGain},
-        {"value", 1, &OscScene::value, &OscScene::readValue},
-        {"hull", 4, &OscScene::hull, &OscScene::readHull},
-        {"source", 1, &OscScene::source, &OscScene::readSource},
+        {"value", 1, &OscScene::value, &OscScene::readValue, true},
+        {"hull", 4, &OscScene::hull, &OscScene::readHull, true},
+        {"source", 1, &OscScene::source, &OscScene::readSource, true},
         {"play", 0, &OscScene::setState<State::PLAY>},
         {"play", 1, &OscScene::setState<State::PLAY>},
         {"pause", 0, &OscScene::setState<State::PAUSE>},
@@ -219,8 +225,8 @@ const OscScene::Family<Orvel::Emitter> OscScene::_emitter{
 const OscScene::Family<Orvel::Source> OscScene::_source{
     "/orvel/source/",
     {
-        {"pitch", 1, &OscScene::pitch, &OscScene::readPitch},
-        {"loop", 1, &OscScene::loop, &OscScene::readLoop},
+        {"pitch", 1, &OscScene::pitch, &OscScene::readPitch, true},
+        {"loop", 1, &OscScene::loop, &OscScene::readLoop, true},
         {"play", 0, &OscScene::setState<State::PLAY>},
         {"play", 1, &OscScene::setState<State::PLAY>},
         {"pause", 0, &OscScene::setState<State::PAUSE>},
@@ -231,13 +237,13 @@ const OscScene::Family<Orvel::Source> OscScene::_source{
 const OscScene::Family<Orvel::World> OscScene::_admListener{
     "/adm/lis/",
     {
-        {"xyz", 3, &OscScene::admListenerXyz, &OscScene::readAdmListener},
-        {"ypr", 3, &OscScene::admListenerYpr, &OscScene::readAngles},
+        {"xyz", 3, &OscScene::admListenerXyz, &OscScene::readAdmListener, true},
+        {"ypr", 3, &OscScene::admListenerYpr, &OscScene::readAngles, true},
     }};
 const OscScene::Family<Orvel::World> OscScene::_admScene{
     "/adm/env/",
     {
-        {"change", 0, nullptr, &OscScene::readChange, &OscScene::changeTo},
+        {"change", 0, nullptr, &OscScene::readChange, true, &OscScene::changeTo},
     }};
 const OscScene::Family<Orvel::World> OscScene::_listener{
     "/orvel/listener/",
@@ -249,7 +255,11 @@ const OscScene::Family<Orvel::World> OscScene::_listener{
 const OscScene::Family<Orvel::World> OscScene::_world{
     "/orvel/",
     {
-        {"enabled", 1, &OscScene::enabled, &OscScene::readEnabled},
+        {"enabled", 1, &OscScene::enabled, &OscScene::readEnabled, true},
+        {"subscribe", 0, &OscScene::subscribe<true>},
+        {"subscribe", 1, &OscScene::subscribe<true>},
+        {"unsubscribe", 0, &OscScene::subscribe<false>},
+        {"unsubscribe", 1, &OscScene::subscribe<false>},
     }};
 
 OscScene::OscScene(Orvel::World& world, float scale, Apply apply, Change change)
@@ -376,7 +386,7 @@ OscScene::take(const Family<Part>& family, int id, Part& part, const Message& me
         if (entry.read != nullptr && message.isQuery()) {
             if (!repeats && message.answers->size() <= kMaxAnswers) {
                 message.answers->push_back(
-                    {pathOf(family.prefix, id, entry.name), (this->*entry.read)(part)});
+                    {fullPath(family.prefix, id, entry.name), (this->*entry.read)(part)});
             }
             outcome.taken = true;
         } else if (entry.write != nullptr) {
@@ -416,7 +426,10 @@ void OscScene::takeParts(
         return;
     }
     const std::string_view word = words[words.size() - 2];
+    constexpr PartKind kKind =
+        std::is_same_v<Part, Orvel::Emitter> ? PartKind::Emitter : PartKind::Source;
     const auto add = [&](int id, Part& part) {
+        touch(kKind, id);
         Outcome one = take(family, id, part, message);
         outcome.taken = outcome.taken || one.taken;
         outcome.fault = std::move(one.fault);
@@ -459,6 +472,7 @@ void OscScene::takeParts(
 void OscScene::takeWorld(
     const Family<Orvel::World>& family, const Message& message, Outcome& outcome) {
     if (fits(message.words, family.prefix, 1)) {
+        touch(PartKind::World, 0);
         Outcome one = take(family, 0, world_, message);
         outcome.taken = outcome.taken || one.taken;
         outcome.fault = std::move(one.fault);
@@ -483,6 +497,7 @@ std::string OscScene::appear(int id, const Message& message) {
         return "there is no emitter " + std::to_string(id) + ", and " +
                std::to_string(kMaxAppeared) + " have appeared already";
     }
+    touch(PartKind::Emitter, id);
     Orvel::CreateEmitterEvent event;
     event.address(Orvel::CmdCreateEmitter, id);
     apply_(event);
@@ -496,6 +511,78 @@ std::string OscScene::appear(int id, const Message& message) {
     return {};
 }
 
+void OscScene::setHooks(Subscribe subscribe, Touch touch) {
+    subscribe_ = std::move(subscribe);
+    touch_ = std::move(touch);
+}
+
+void OscScene::touch(PartKind kind, int id) const {
+    if (touch_) {
+        touch_(kind, id);
+    }
+}
+
+template <class Part>
+void OscScene::visit(
+    const Family<Part>& family, std::uint64_t number, int id, Part& part,
+    const Visit& visit) const {
+    for (std::size_t i = 0; i < family.entries.size(); ++i) {
+        if (family.entries[i].sent) {
+            const auto middle = static_cast<std::uint64_t>(id) << 8U;
+            visit(number << 40U | middle | i, (this->*family.entries[i].read)(part));
+        }
+    }
+}
+
+void OscScene::visit(PartKind kind, int id, const Visit& visit) {
+    if (kind == PartKind::World) {
+        std::uint64_t number = kWorldFamilies;
+        for (const auto* family : {&_admListener, &_admScene, &_listener, &_world}) {
+            this->visit(*family, number++, 0, world_, visit);
+        }
+    } else if (kind == PartKind::Source) {
+        if (Orvel::Source* source = world_.getSource(id)) {
+            this->visit(_source, kSourceFamily, id, *source, visit);
+        }
+    } else if (Orvel::Emitter* emitter = world_.getEmitter(id)) {
+        this->visit(_adm, kAdmFamily, id, *emitter, visit);
+        this->visit(_emitter, kEmitterFamily, id, *emitter, visit);
+    }
+}
+
+void OscScene::visit(const Visit& visit) {
+    for (const auto& [id, emitter] : world_.emitters()) {
+        this->visit(_adm, kAdmFamily, id, *emitter, visit);
+        this->visit(_emitter, kEmitterFamily, id, *emitter, visit);
+    }
+    for (const auto& [id, source] : world_.sources()) {
+        this->visit(_source, kSourceFamily, id, *source, visit);
+    }
+    this->visit(PartKind::World, 0, visit);
+}
+
+std::string OscScene::pathOf(Key key) const {
+    const auto number = key >> 40U;
+    const auto entry = key & 0xFFU;
+    const auto path = [&](const auto& family) {
+        const int id = static_cast<int>((key >> 8U) & 0xFFFFFFFFU);
+        return fullPath(family.prefix, id, family.entries[entry].name);
+    };
+    if (number == kSourceFamily) {
+        return path(_source);
+    }
+    if (number < kWorldFamilies) {
+        return path(number == kAdmFamily ? _adm : _emitter);
+    }
+    const std::array families{&_admListener, &_admScene, &_listener, &_world};
+    return path(*families[number - kWorldFamilies]);
+}
+
+template <bool wanted>
+OscScene::Expected OscScene::subscribe(Orvel::World& /*world*/, Numbers n) {
+    return letGo(n) || !subscribe_ ? nullptr : subscribe_(wanted);
+}
+
 std::string OscScene::create(const Message& message) {
     int id = 0;
     if (!toId(message.words[2], id)) {
@@ -507,6 +594,8 @@ std::string OscScene::create(const Message& message) {
     if (world_.getEmitter(id) != nullptr) {
         return "there is an emitter " + std::to_string(id) + " already";
     }
+    touch(PartKind::Emitter, id);
+    touch(PartKind::Emitter, id);
     Orvel::CreateEmitterEvent event;
     event.address(Orvel::CmdCreateEmitter, id);
     event.labels = message.texts;

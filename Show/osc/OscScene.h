@@ -7,6 +7,7 @@
 #include <Orvel/Source.h>
 #include <Orvel/World.h>
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -27,7 +28,16 @@ public:
     using Apply = std::function<void(Orvel::CommandEvent&)>;
     /// Receives the name of `/adm/env/change`.
     using Change = std::function<void(const std::string& name)>;
+    /// Subscribes the sender of the message being applied to changes, or unsubscribes it. Returns
+    /// null, or why not.
+    using Subscribe = std::function<const char*(bool subscribe)>;
+    enum class PartKind { Emitter, Source, World };
+    /// Called before a message changes a part, which may not exist yet.
+    using Touch = std::function<void(PartKind kind, int id)>;
     using Numbers = std::span<const float>;
+    /// Names one value that is sent to subscribers.
+    using Key = std::uint64_t;
+    using Visit = std::function<void(Key key, OscValues values)>;
 
     /// Limit of the answers to one message.
     static constexpr std::size_t kMaxAnswers = 1024;
@@ -42,6 +52,13 @@ public:
     /// Applies the bytes of one message, and appends the answers if it is a query. Returns an error
     /// message with its path, or an empty text.
     std::string take(std::span<const std::byte> message, std::vector<OscAnswer>& answers);
+
+    /// The hooks of subscribers; without them there is no subscription.
+    void setHooks(Subscribe subscribe, Touch touch);
+    /// Visits the values that are sent to subscribers: those of all parts, or of one if it exists.
+    void visit(const Visit& visit);
+    void visit(PartKind kind, int id, const Visit& visit);
+    [[nodiscard]] std::string pathOf(Key key) const;
 
 private:
     struct Polar {
@@ -68,6 +85,7 @@ private:
         std::size_t numbers; ///< required count
         Expected (OscScene::*take)(Part& part, Numbers numbers);
         OscValues (OscScene::*read)(Part& part) const = nullptr; ///< null: not to be queried
+        bool sent = false;                                       ///< to subscribers
         void (OscScene::*write)(Part& part, std::string text) = nullptr; ///< instead of `take`
     };
     template <class Part>
@@ -97,6 +115,11 @@ private:
         std::string fault; ///< if it has a meaning for none
     };
 
+    template <class Part>
+    void visit(
+        const Family<Part>& family, std::uint64_t number, int id, Part& part,
+        const Visit& visit) const;
+    void touch(PartKind kind, int id) const;
     std::string dispatch(const Message& message);
     std::string create(const Message& message);
     /// `id`: of the part, or 0 if its paths have none.
@@ -164,6 +187,8 @@ private:
     OscValues readListenerOrientation(Orvel::World& world) const;
     Expected enabled(Orvel::World& world, Numbers n);
     OscValues readEnabled(Orvel::World& world) const;
+    template <bool wanted>
+    Expected subscribe(Orvel::World& world, Numbers n);
 
     struct EventSteps;
 
@@ -183,6 +208,8 @@ private:
     float scale_;
     Apply apply_;
     Change change_;
+    Subscribe subscribe_;
+    Touch touch_;
     std::string lastChange_;
     std::map<int, Object> objects_; // by the emitter's id, if it has such properties
     std::set<int> appeared_;        // emitters that their first message has created

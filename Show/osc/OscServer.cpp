@@ -25,12 +25,33 @@ OscServer::OscServer(
     std::shared_ptr<Corvid::Loop> loop)
     : settings_(settings), report_(std::move(report)),
       scene_(world, settings.scale, std::move(apply), settings.change),
+      feedback_(
+          scene_,
+          [this](const OscPeer& receiver, std::span<const OscAnswer> answers) {
+              send(receiver, answers);
+          }),
       inbox_(
           [this](std::span<const std::byte> message, const OscPeer& sender) {
               take(message, sender);
           },
           [this](const std::string& fault, const OscPeer& sender) { reportWrong(fault, sender); }),
       loop_(std::move(loop)), buffer_(OscStream::kMaxBytes) {
+    scene_.setHooks(
+        [this](bool wanted) -> const char* {
+            const bool lasts = sender_.connection != 0; // as long as its connection
+            if (!wanted) {
+                feedback_.remove(sender_);
+            } else if (!feedback_.add(
+                           sender_,
+                           lasts ? Clock::time_point::max() : Clock::now() + OscFeedback::kLease)) {
+                return "there are 16 subscribers already";
+            }
+            return nullptr;
+        },
+        [this](OscScene::PartKind kind, int id) { feedback_.touch(kind, id); });
+    for (const Corvid::Socket::Endpoint& receiver : settings_.feedback) {
+        feedback_.add({receiver}, Clock::time_point::max());
+    }
     loop_->add(*this);
 }
 
@@ -95,27 +116,29 @@ OscServer::Clock::time_point OscServer::prepare(Clock::time_point now, bool /*wa
         std::any_of(connections_.begin(), connections_.end(), [](const Connection& connection) {
             return connection.behind;
         });
-    if (arrived_ || behind) {
+    const auto soonest = std::min(acceptAgain_, feedback_.next());
+    if (arrived_ || behind || now >= soonest) {
         return Corvid::Loop::kNow;
     }
     const auto due = inbox_.next();
-    if (now >= acceptAgain_) {
-        return Corvid::Loop::kNow;
-    }
     if (!due) {
-        return acceptAgain_;
+        return soonest;
     }
     const auto left = *due - OscInbox::Clock::now();
     return left <= left.zero()
                ? Corvid::Loop::kNow
-               : std::min(acceptAgain_, now + std::chrono::duration_cast<Clock::duration>(left));
+               : std::min(soonest, now + std::chrono::duration_cast<Clock::duration>(left));
 }
 
 void OscServer::serve(Clock::duration atMost) {
     arrived_ = false;
     const auto end = Clock::now() + atMost;
-    const auto stop = [end] { return Clock::now() >= end; };
     accept();
+    receive([end] { return Clock::now() >= end; });
+    feedback_.send(Clock::now());
+}
+
+void OscServer::receive(const OscInbox::Stop& stop) {
     // Due messages come before newly received ones.
     if (!inbox_.advance(OscInbox::Clock::now(), stop)) {
         return;
@@ -221,7 +244,11 @@ void OscServer::readDatagrams(const OscInbox::Stop& stop) {
 void OscServer::take(std::span<const std::byte> message, const OscPeer& sender) {
     ++messages_;
     std::vector<OscAnswer> answers;
-    if (const std::string fault = scene_.take(message, answers); !fault.empty()) {
+    sender_ = sender;
+    feedback_.begin(sender);
+    const std::string fault = scene_.take(message, answers);
+    feedback_.end();
+    if (!fault.empty()) {
         reportWrong(fault, sender);
     }
     send(sender, answers);

@@ -3,6 +3,7 @@
 #include <Corvid/Loop.h>
 #include <Corvid/Socket.h>
 #include <Show/detail/Report.h>
+#include <Show/osc/OscFeedback.h>
 #include <Show/osc/OscInbox.h>
 #include <Show/osc/OscPeer.h>
 #include <Show/osc/OscScene.h>
@@ -23,9 +24,9 @@
 namespace Show {
 
 /// Takes Open Sound Control over UDP and TCP at one port and applies it to a world, inside serve().
-/// Its loop waits for it. Queries are answered to their senders. Invalid messages are counted; the
-/// first of them are reported, each once per sender. The world must outlive it. Confined to the
-/// world's thread, which is the loop's.
+/// Its loop waits for it. Queries are answered to their senders, and subscribers receive what
+/// changes. Invalid messages are counted; the first of them are reported, each once per sender. The
+/// world must outlive it. Confined to the world's thread, which is the loop's.
 class OscServer : private Corvid::Loop::Client {
 public:
     using Clock = Corvid::Loop::Clock;
@@ -42,6 +43,8 @@ public:
         /// Queries over UDP are answered to this port of the sender's address as well, unless 0.
         unsigned short replyPort = 0;
         OscScene::Change change; ///< may be empty
+        /// Receivers of what changes, over UDP.
+        std::vector<Corvid::Socket::Endpoint> feedback{};
     };
 
     OscServer(
@@ -80,6 +83,7 @@ private:
     void accept();
     /// Returns false if the connection has ended. Sets `more` if data was read.
     bool read(Connection& connection, const OscInbox::Stop& stop, bool& more);
+    void receive(const OscInbox::Stop& stop);
     void readDatagrams(const OscInbox::Stop& stop);
     void take(std::span<const std::byte> message, const OscPeer& sender);
     /// Sends messages; the latest of them are lost if the receiver is too slow.
@@ -91,7 +95,9 @@ private:
     Settings settings_;
     Report report_;
     OscScene scene_;
+    OscFeedback feedback_;
     OscInbox inbox_;
+    OscPeer sender_; // of the message being applied
     const std::shared_ptr<Corvid::Loop> loop_;
     Corvid::Socket udp_;
     Corvid::Socket tcp_;

@@ -497,3 +497,99 @@ TEST_F(OscScenes, NothingIsLostOverConnectionsAndStrangersAreBounded) {
         << reports[2];
     ::close(datagrams);
 }
+
+TEST_F(OscScenes, AnswersGoToTheSenderAndChangesToOthersThanTheirCause) {
+    /// A client with a socket of its own.
+    struct Client {
+        std::uint16_t port = 0;
+        int descriptor = boundSocket(SOCK_DGRAM, port);
+        std::string input;
+
+        Client() = default;
+        Client(const Client&) = delete;
+        Client& operator=(const Client&) = delete;
+        ~Client() { ::close(descriptor); }
+        /// The number of messages with this path so far.
+        int count(const std::string& path) {
+            char block[2048];
+            ssize_t size = 0;
+            while ((size = ::recv(descriptor, block, sizeof block, MSG_DONTWAIT)) > 0) {
+                input.append(block, static_cast<std::size_t>(size));
+            }
+            int found = 0;
+            for (std::size_t at = 0; (at = input.find(path + '\0', at)) != std::string::npos;
+                 ++at) {
+                ++found;
+            }
+            return found;
+        }
+    };
+    std::deque<Client> clients(OscFeedback::kMaxSubscribers + 1);
+    Client& fixed = clients[0];
+    Client& desk = clients[1];
+    std::vector<std::string> reports;
+    OscServer::Settings settings;
+    settings.feedback = {{Corvid::InetAddress::getByAddress("127.0.0.1"), fixed.port}};
+    OscServer server(
+        world, settings,
+        [&](Orvel::CommandEvent& event) { Orvel::Server::applyEvent(world, &event); },
+        [&](const std::string& text) { reports.push_back(text); },
+        std::make_shared<Corvid::Loop>());
+    ASSERT_TRUE(server.open());
+    const auto send = [&](const Client& from, const std::string& packet) {
+        sendTo(from.descriptor, packet, loopback(server.port()));
+    };
+    const auto waitFor = [&](const auto& done) { return until(done, [&] { server.serve(1ms); }); };
+    const std::string gain = "/adm/obj/11/gain";
+    send(desk, message(gain));
+    EXPECT_TRUE(waitFor([&] { return desk.count(gain) == 1; }));
+    for (const auto& [query, answer] :
+         {std::pair(sized(message(gain)), sized(message(gain, {1}))),
+          std::pair("\xC0" + message(gain) + "\xC0", "\xC0" + message(gain, {1}) + "\xC0")}) {
+        const RawSocket connection(server.port(), query);
+        std::string input;
+        EXPECT_TRUE(waitFor([&] { return connection.receive(input), input == answer; }));
+    }
+    for (std::size_t i = 1; i < clients.size(); ++i) {
+        send(clients[i], message("/orvel/subscribe"));
+    }
+    EXPECT_TRUE(waitFor([&] { return reports.size() == 1; }));
+    EXPECT_NE(reports[0].find("16 subscribers already"), std::string::npos) << reports[0];
+    EXPECT_NE(reports[0].find(":" + std::to_string(clients.back().port)), std::string::npos);
+    // The desk's own change goes to the others.
+    send(desk, message(gain, {0.5F}));
+    EXPECT_TRUE(waitFor([&] { return fixed.count(gain) == 1 && clients[2].count(gain) == 1; }));
+    // Of one part, the program moves it and the desk mutes it: each gets the other's change.
+    const Orvel::Vec3f place{1, 0, 0};
+    emitter(11).setTransform(&place, nullptr);
+    send(desk, message("/adm/obj/11/mute", {1}));
+    EXPECT_TRUE(waitFor([&] { return desk.count("/adm/obj/11/xyz") == 1; }));
+    EXPECT_TRUE(waitFor([&] { return fixed.count("/adm/obj/11/mute") == 1; }));
+    EXPECT_EQ(desk.count("/adm/obj/11/mute"), 0);
+    EXPECT_EQ(desk.count(gain), 1); // the answer
+    // A desk whose value another one replaces learns that, also of a new object.
+    send(desk, bundle(0, {message("/adm/obj/30/w", {1}), message("/adm/obj/30/gain", {2})}));
+    EXPECT_TRUE(waitFor([&] { return fixed.count("/adm/obj/30/gain") == 1; }));
+    EXPECT_EQ(desk.count("/adm/obj/30/gain"), 0);
+    emitter(30).setParam(true, 0, 3);
+    EXPECT_TRUE(waitFor([&] { return desk.count("/adm/obj/30/gain") == 1; }));
+    // The rate of each value is limited.
+    const auto begin = OscFeedback::Clock::now();
+    const int before = fixed.count("/orvel/emitter/12/value");
+    for (int i = 1; i <= 500; ++i) {
+        emitter(12).setParam(true, static_cast<float>(i), 1);
+        server.serve(0ms);
+    }
+    const auto periods = (OscFeedback::Clock::now() - begin) / OscFeedback::kPeriod;
+    EXPECT_TRUE(waitFor([&] {
+        return fixed.input.find(message("/orvel/emitter/12/value", {500})) != std::string::npos ||
+               fixed.count("/orvel/emitter/12/value") < 0;
+    }));
+    EXPECT_LE(fixed.count("/orvel/emitter/12/value") - before, periods + 2);
+    send(desk, message("/orvel/unsubscribe"));
+    send(desk, message("/orvel/enabled", {0}));
+    EXPECT_TRUE(waitFor([&] { return fixed.count("/orvel/enabled") == 1; }));
+    world.setEnabled(true);
+    EXPECT_TRUE(waitFor([&] { return fixed.count("/orvel/enabled") == 2; }));
+    EXPECT_EQ(desk.count("/orvel/enabled"), 0);
+}

@@ -101,6 +101,14 @@ class Osc(RemoteCase):
                 urllib.request.urlopen(url + "api/status", timeout=DEADLINE).close()
         self.assertLess(time.monotonic(), deadline)
 
+    def test_changes_are_sent_to_the_receiver_of_feedback(self):
+        changes, port = self.listener()
+        server = self.start_taking("serve.log", "serve", "--backend", "silent", "--port",
+                                   self.port, *self.here, "--osc-feedback", f"localhost:{port}")
+        self.send("/adm/obj/11/aed", "fff", "90", "0", "0.5")
+        self.wait_for_text(changes, "/adm/obj/11/xyz fff -0.5")
+        self.end(server, "serve.log")
+
     def test_the_port_is_for_this_machine_only_and_is_named_when_taken(self):
         scene = self.scene(LOOPED)
         player = self.start_taking("play.log", "play", scene, "--backend", "silent")

@@ -57,6 +57,13 @@ void OscOption::declare(CLI::App& app) {
            "Answer queries over UDP to this port of the sender as well (ADM-OSC: 4002)")
         ->type_name("N")
         ->check(NetworkOptions::portValidator());
+    app.add_option(
+           "--osc-feedback", feedback_,
+           "Send what changes to this receiver over UDP; may be given several times")
+        ->type_name("HOST:PORT")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(CLI::Validator(checkHostAndPort, "", "feedback"));
 }
 
 std::string OscOption::address() const {
@@ -72,6 +79,7 @@ std::unique_ptr<Show::OscInput> OscOption::open(
     parse(text_, settings);
     settings.scale = scale_;
     settings.replyPort = replyPort_;
+    settings.feedback = feedback_;
     settings.report = [](const std::string& message) { report(message); };
     settings.loop = std::move(loop);
     settings.apply = std::move(apply);

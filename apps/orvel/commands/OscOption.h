@@ -7,10 +7,11 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace OrvelTool {
 
-/// The options --osc, --osc-scale and --osc-reply-port of a command.
+/// The options --osc, --osc-scale, --osc-reply-port and --osc-feedback of a command.
 class OscOption {
 public:
     void declare(CLI::App& app);
@@ -27,6 +28,7 @@ public:
 private:
     std::string text_; // empty: no Open Sound Control
     unsigned short replyPort_ = 0;
+    std::vector<std::string> feedback_;
     float scale_ = Show::OscInput::Settings().scale;
 };
 
