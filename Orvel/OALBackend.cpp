@@ -153,26 +153,69 @@ bool seek(ALuint name, const Emitter& emitter) {
 
 /// The AL objects that belong to the back end's context.
 struct OALBackend::Objects {
-    // Hashed, because every change of an emitter looks up its name, after the mixer has used the
-    // caches.
-    using Names = std::unordered_map<int, ALuint>;
+    /// AL names by the ids of parts. Every change of an emitter looks up its name, so those of
+    /// small ids are in a table.
+    class Names {
+    public:
+        /// Null if there is none.
+        [[nodiscard]] const ALuint* find(int id) const {
+            if (const auto index = static_cast<std::size_t>(id); index < table_.size()) {
+                return table_[index] == 0 ? nullptr : &table_[index]; // AL has no name 0
+            }
+            const auto found = others_.find(id);
+            return found == others_.end() ? nullptr : &found->second;
+        }
+        /// Adds a name; the id has none.
+        void add(int id, ALuint name) {
+            ++size_;
+            const auto index = static_cast<std::size_t>(id); // beyond the table if negative
+            if (index >= kMaxTable) {
+                others_[id] = name;
+                return;
+            }
+            if (index >= table_.size()) {
+                table_.resize(std::min(kMaxTable, std::max(index + 1, 2 * table_.size())));
+            }
+            table_[index] = name;
+        }
+        /// The id has a name.
+        void erase(int id) {
+            --size_;
+            if (const auto index = static_cast<std::size_t>(id); index < table_.size()) {
+                table_[index] = 0;
+            } else {
+                others_.erase(id);
+            }
+        }
+        void clear() { *this = {}; }
+        [[nodiscard]] std::size_t size() const { return size_; }
+        /// The names in ascending order of the ids.
+        [[nodiscard]] std::map<int, ALuint> inOrder() const {
+            std::map<int, ALuint> all(others_.begin(), others_.end());
+            for (std::size_t id = 0; id < table_.size(); ++id) {
+                if (table_[id] != 0) {
+                    all.emplace(static_cast<int>(id), table_[id]);
+                }
+            }
+            return all;
+        }
+
+    private:
+        static constexpr std::size_t kMaxTable = 65536;
+
+        std::vector<ALuint> table_;
+        std::unordered_map<int, ALuint> others_;
+        std::size_t size_ = 0;
+    };
 
     Names emitterSources;  // emitter id to AL source
     Names sourceBuffers;   // source id to AL buffer
     std::set<int> refused; // emitters without an AL source
     std::uint64_t failures = 0;
 
-    /// The names in ascending order of the parts' ids.
-    static std::map<int, ALuint> inOrder(const Names& names) {
-        return {names.begin(), names.end()};
-    }
-    /// The AL object of a part, or null.
-    static const ALuint* find(const Names& names, int id) {
-        const auto found = names.find(id);
-        return found == names.end() ? nullptr : &found->second;
-    }
+    /// The AL source of an emitter, or null.
     [[nodiscard]] const ALuint* sourceOf(const Emitter& emitter) const {
-        return find(emitterSources, emitter.id());
+        return emitterSources.find(emitter.id());
     }
 };
 
@@ -262,9 +305,11 @@ bool OALBackend::selectContext() const {
 
 template <class Subject>
 bool OALBackend::check(const char* message, const Subject& subject) const {
-    if (!selectContext()) {
-        return true;
-    }
+    return !selectContext() || checkSelected(message, subject);
+}
+
+template <class Subject>
+bool OALBackend::checkSelected(const char* message, const Subject& subject) const {
     const ALenum error = alGetError();
     if (error == AL_NO_ERROR) {
         return false;
@@ -313,12 +358,12 @@ void OALBackend::resetBackend() {
     if (!selectContext()) {
         return;
     }
-    for (const auto& [id, source] : Objects::inOrder(objects_->emitterSources)) {
+    for (const auto& [id, source] : objects_->emitterSources.inOrder()) {
         alSourceStop(source);
         alDeleteSources(1, &source);
     }
     objects_->emitterSources.clear();
-    for (const auto& [id, buffer] : Objects::inOrder(objects_->sourceBuffers)) {
+    for (const auto& [id, buffer] : objects_->sourceBuffers.inOrder()) {
         alDeleteBuffers(1, &buffer);
     }
     objects_->sourceBuffers.clear();
@@ -345,13 +390,13 @@ void OALBackend::setListenerTransform() {
 }
 
 void OALBackend::createSource(Source& source) {
-    if (!selectContext() || objects_->sourceBuffers.contains(source.id())) {
+    if (!selectContext() || objects_->sourceBuffers.find(source.id()) != nullptr) {
         return;
     }
     ALuint buffer = 0;
     alGenBuffers(1, &buffer);
     if (!check("Cannot create source\n", source)) {
-        objects_->sourceBuffers[source.id()] = buffer;
+        objects_->sourceBuffers.add(source.id(), buffer);
     }
 }
 
@@ -359,12 +404,12 @@ void OALBackend::destroySource(Source& source) {
     if (!selectContext()) {
         return;
     }
-    const auto found = objects_->sourceBuffers.find(source.id());
-    if (found == objects_->sourceBuffers.end()) {
+    const ALuint* buffer = objects_->sourceBuffers.find(source.id());
+    if (buffer == nullptr) {
         return;
     }
-    alDeleteBuffers(1, &found->second);
-    objects_->sourceBuffers.erase(found);
+    alDeleteBuffers(1, buffer);
+    objects_->sourceBuffers.erase(source.id());
     check("Cannot destroy source\n", source);
 }
 
@@ -372,7 +417,7 @@ void OALBackend::setSourceData(Source& source) {
     if (!selectContext()) {
         return;
     }
-    const ALuint* buffer = Objects::find(objects_->sourceBuffers, source.id());
+    const ALuint* buffer = objects_->sourceBuffers.find(source.id());
     if (buffer == nullptr) {
         return;
     }
@@ -486,7 +531,7 @@ void OALBackend::createEmitter(Emitter& emitter) {
     if (check("Cannot create emitter\n", emitter)) {
         objects_->refused.insert(emitter.id());
     } else {
-        objects_->emitterSources[emitter.id()] = name;
+        objects_->emitterSources.add(emitter.id(), name);
     }
 }
 
@@ -495,13 +540,13 @@ void OALBackend::destroyEmitter(Emitter& emitter) {
         return;
     }
     objects_->refused.erase(emitter.id());
-    const auto found = objects_->emitterSources.find(emitter.id());
-    if (found == objects_->emitterSources.end()) {
+    const ALuint* name = objects_->sourceOf(emitter);
+    if (name == nullptr) {
         return;
     }
-    alSourceStop(found->second);
-    alDeleteSources(1, &found->second);
-    objects_->emitterSources.erase(found);
+    alSourceStop(*name);
+    alDeleteSources(1, name);
+    objects_->emitterSources.erase(emitter.id());
     check("Cannot destroy emitter\n", emitter);
 }
 
@@ -515,7 +560,7 @@ void OALBackend::setEmitterTransform(Emitter& emitter) {
         return;
     }
     detail::setPlace(*name, emitter.isSpatial(), emitter.position());
-    check("Cannot set emitter transformation\n", emitter);
+    checkSelected("Cannot set emitter transformation\n", emitter);
 }
 
 void OALBackend::setEmitterHull(Emitter& emitter) {
@@ -524,7 +569,7 @@ void OALBackend::setEmitterHull(Emitter& emitter) {
         return;
     }
     detail::setReach(*name, emitter.isSpatial(), emitter.hull());
-    check("Cannot set emitter hull\n", emitter);
+    checkSelected("Cannot set emitter hull\n", emitter);
 }
 
 void OALBackend::setEmitterParam(Emitter& emitter) {
@@ -533,7 +578,7 @@ void OALBackend::setEmitterParam(Emitter& emitter) {
         return;
     }
     alSourcef(*name, AL_GAIN, emitter.gain());
-    check("Cannot set emitter parameters\n", emitter);
+    checkSelected("Cannot set emitter parameters\n", emitter);
 }
 
 void OALBackend::setEmitterConnection(Emitter& emitter) {
@@ -549,7 +594,7 @@ void OALBackend::setEmitterConnection(Emitter& emitter) {
         check("Cannot disconnect emitter and source\n", emitter);
         return;
     }
-    const ALuint* buffer = Objects::find(objects_->sourceBuffers, source->id());
+    const ALuint* buffer = objects_->sourceBuffers.find(source->id());
     if (buffer == nullptr) {
         alSourcei(*name, AL_BUFFER, 0);
     } else {

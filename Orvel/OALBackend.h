@@ -77,6 +77,9 @@ private:
     /// checkALError() for an operation on a part.
     template <class Subject>
     ORVEL_NO_EXPORT bool check(const char* message, const Subject& subject) const;
+    /// The same within an operation that has called nothing else since it selected the context.
+    template <class Subject>
+    ORVEL_NO_EXPORT bool checkSelected(const char* message, const Subject& subject) const;
     ORVEL_NO_EXPORT void reportALError(const char* message, Diagnostic::Part part, int error) const;
 
     /// Opens device and context and initialises ALUT. Returns an error message, or null on success.
