@@ -17,6 +17,88 @@ constexpr double kMarkSize = 10.5;
 /// With more emitters than this, labels would only cover the map.
 constexpr std::size_t kMaxLabels = 60;
 
+/// With more emitters than this, the map shows how many there are in each place instead of each.
+constexpr std::size_t kMaxSigns = 1000;
+
+bool isDense(const ScenePaths& paths) {
+    return paths.emitters.size() > kMaxSigns;
+}
+
+/// Counts emitters in the cells of a grid over the map.
+class Density {
+public:
+    static constexpr double kCell = 4.0; // pixels
+    static constexpr std::array kOpacities{0.15, 0.3, 0.5, 0.75, 1.0};
+
+    explicit Density(const Box& frame)
+        : frame_(frame), columns_(static_cast<std::size_t>(frame.width / kCell)),
+          counts_(columns_ * static_cast<std::size_t>(frame.height / kCell)) {}
+
+    static constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+    /// The cell of a point, or kNowhere.
+    [[nodiscard]] std::size_t cellAt(double x, double y) const {
+        const double column = std::floor((x - frame_.x) / kCell);
+        const double row = std::floor((y - frame_.y) / kCell);
+        const auto columns = static_cast<double>(columns_);
+        const auto rows = static_cast<double>(counts_.size() / columns_);
+        return column >= 0.0 && column < columns && row >= 0.0 && row < rows
+                   ? static_cast<std::size_t>(row * columns + column)
+                   : kNowhere;
+    }
+    void count(std::size_t cell) {
+        if (cell != kNowhere) {
+            most_ = std::max(most_, ++counts_[cell]);
+        }
+    }
+
+    /// A path per shade, in which neighbouring cells of a row are one rectangle.
+    [[nodiscard]] std::string draw(const char* colour) const {
+        std::array<std::string, kOpacities.size()> shades;
+        for (std::size_t cell = 0; cell < counts_.size();) {
+            const std::size_t rowEnd = cell - cell % columns_ + columns_;
+            const std::size_t begin = cell;
+            const std::size_t shade = shadeOf(counts_[begin]);
+            while (cell < rowEnd && shadeOf(counts_[cell]) == shade) {
+                ++cell;
+            }
+            if (shade < shades.size()) {
+                const auto column = static_cast<double>(begin % columns_);
+                const auto row = static_cast<double>(begin / columns_);
+                shades[shade] += "M" + svgNumber(frame_.x + column * kCell) + " " +
+                                 svgNumber(frame_.y + row * kCell) + "h" +
+                                 svgNumber(static_cast<double>(cell - begin) * kCell) + "v" +
+                                 svgNumber(kCell) + "h" +
+                                 svgNumber(-static_cast<double>(cell - begin) * kCell) + "z";
+            }
+        }
+        std::string out;
+        for (std::size_t shade = 0; shade < shades.size(); ++shade) {
+            if (!shades[shade].empty()) {
+                out += std::string("<path fill=\"") + colour + "\" fill-opacity=\"" +
+                       svgNumber(kOpacities[shade]) + "\" shape-rendering=\"crispEdges\" d=\"" +
+                       shades[shade] + "\"/>\n";
+            }
+        }
+        return out;
+    }
+
+private:
+    /// On a logarithmic scale up to the fullest cell; one beyond the shades for an empty cell.
+    [[nodiscard]] std::size_t shadeOf(unsigned count) const {
+        if (count == 0) {
+            return kOpacities.size();
+        }
+        const double part = most_ < 2 ? 1.0 : std::log(count) / std::log(most_);
+        const double last = static_cast<double>(kOpacities.size() - 1);
+        return static_cast<std::size_t>(std::round(part * last));
+    }
+
+    Box frame_;
+    std::size_t columns_;
+    std::vector<unsigned> counts_;
+    unsigned most_ = 0;
+};
+
 /// Scene units from above to pixels, with the same scale for both axes.
 class View {
 public:
@@ -124,18 +206,22 @@ public:
                           svgNumber(f.y) + "\" width=\"" + svgNumber(f.width) + "\" height=\"" +
                           svgNumber(f.height) + "\"/></clipPath>\n" + grid() +
                           "<g clip-path=\"url(#map)\">\n";
-        for (std::size_t i = 0; i < paths_.emitters.size(); ++i) {
+        const std::size_t signs = isDense(paths_) ? 0 : paths_.emitters.size();
+        for (std::size_t i = 0; i < signs; ++i) {
             out += hulls(paths_.emitters[i], colour(i));
         }
+        if (isDense(paths_)) {
+            out += density();
+        }
         out += path(paths_.listener, kSvgFaint);
-        for (std::size_t i = 0; i < paths_.emitters.size(); ++i) {
+        for (std::size_t i = 0; i < signs; ++i) {
             out += path(paths_.emitters[i], colour(i));
         }
         out += "</g>\n";
         // All signs before all labels, so that no sign covers a label.
-        avoidSigns();
+        avoidSigns(signs);
         out += scaleBar();
-        for (std::size_t i = 0; i < paths_.emitters.size(); ++i) {
+        for (std::size_t i = 0; i < signs; ++i) {
             out += sign(paths_.emitters[i], colour(i));
         }
         const Place& listener = paths_.listener.places.front();
@@ -145,11 +231,11 @@ public:
                    listenerSign() + "</g>\n");
         const auto spot = labels_.place(x(listener), y(listener), "listener", kLabelSize, 19.0);
         out += label(spot, kLabelSize, kInk, "listener");
-        for (std::size_t i = 0; i < paths_.emitters.size() && i < kMaxLabels; ++i) {
+        for (std::size_t i = 0; i < std::min(signs, kMaxLabels); ++i) {
             out += name(paths_.emitters[i], colour(i));
         }
         out += marks(paths_.listener, kSvgFaint);
-        for (std::size_t i = 0; i < paths_.emitters.size() && i < kMaxLabels; ++i) {
+        for (std::size_t i = 0; i < std::min(signs, kMaxLabels); ++i) {
             out += marks(paths_.emitters[i], colour(i));
         }
         return out;
@@ -248,14 +334,44 @@ private:
                (track.spatial ? "" : " (at the listener)");
     }
 
-    void avoidSigns() {
+    /// How many emitters appear in each place, over how many pass through it.
+    std::string density() const {
+        Density starts(frame_);
+        Density passed(frame_);
+        for (const Track& track : paths_.emitters) {
+            double lastX = x(track.places.front());
+            double lastY = y(track.places.front());
+            std::size_t cell = starts.cellAt(lastX, lastY);
+            starts.count(cell);
+            for (const Place& place : track.places) {
+                const double toX = x(place);
+                const double toY = y(place);
+                const double length = std::hypot(toX - lastX, toY - lastY);
+                // At most the map's size, for a place far outside of it.
+                const double steps = std::min(1000.0, std::ceil(length / Density::kCell));
+                for (double step = 1.0; step <= steps; ++step) {
+                    const std::size_t next = passed.cellAt(
+                        lastX + (toX - lastX) * step / steps, lastY + (toY - lastY) * step / steps);
+                    if (next != cell) {
+                        passed.count(next);
+                        cell = next;
+                    }
+                }
+                lastX = toX;
+                lastY = toY;
+            }
+        }
+        return passed.draw(kColours[1]) + starts.draw(kColours[0]);
+    }
+
+    void avoidSigns(std::size_t signs) {
         const auto avoid = [this](const Track& track, double radius) {
             const Place& place = track.places.front();
             labels_.avoid({x(place) - radius, y(place) - radius, 2 * radius, 2 * radius});
         };
         avoid(paths_.listener, 15.0);
-        for (const Track& track : paths_.emitters) {
-            avoid(track, 8.0);
+        for (std::size_t i = 0; i < signs; ++i) {
+            avoid(paths_.emitters[i], 8.0);
         }
     }
 
@@ -321,11 +437,29 @@ std::string drawMap(const ScenePaths& paths, const Box& frame) {
     return Map(paths, frame).draw();
 }
 
-std::string drawLegend(double x, double y) {
+std::string drawLegend(const ScenePaths& paths, double x, double y) {
     const std::string colour = kColours[0];
-    const std::array<std::pair<std::string, const char*>, 5> rows{{
-        {"<g transform=\"scale(0.8)\">" + listenerSign() + "</g>",
-         "listener; the nose points ahead"},
+    using Row = std::pair<std::string, std::string>;
+    const auto shades = [](const char* of) {
+        std::string out;
+        double left = -15.0;
+        for (const double opacity : Density::kOpacities) {
+            out += "<rect x=\"" + svgNumber(left) +
+                   "\" y=\"-6\" width=\"6\" height=\"12\" fill=\"" + of + "\" fill-opacity=\"" +
+                   svgNumber(opacity) + "\"/>\n";
+            left += 6.0;
+        }
+        return out;
+    };
+    const Row listener{
+        "<g transform=\"scale(0.8)\">" + listenerSign() + "</g>",
+        "listener; the nose points ahead"};
+    const std::vector<Row> dense{
+        listener,
+        {shades(kColours[0]), std::to_string(paths.emitters.size()) + " emitters: few to many"},
+        {shades(kColours[1]), "paths: few to many"}};
+    const std::vector<Row> each{
+        listener,
         {emitterSign(colour), "emitter: id and sound"},
         {"<circle r=\"9\" fill=\"" + colour + "\" fill-opacity=\"0.12\" stroke=\"" + colour +
              "\" stroke-opacity=\"0.6\"/>",
@@ -337,9 +471,9 @@ std::string drawLegend(double x, double y) {
              "\" stroke-width=\"2\"/><circle cy=\"-2.5\" r=\"3\" fill=\"#ffffff\" stroke=\"" +
              colour + "\" stroke-width=\"1.5\"/>",
          "path, with marks of time"},
-    }};
+    };
     std::string out;
-    for (const auto& [sign, meaning] : rows) {
+    for (const auto& [sign, meaning] : isDense(paths) ? dense : each) {
         out += at(x + 14, y, sign) + svgTextAt(x + 36, y + 4, 12, kInk, meaning);
         y += 30;
     }

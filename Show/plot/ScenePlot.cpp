@@ -37,7 +37,7 @@ std::string drawScene(const LoadedScene& loaded, const LevelMeter* levels) {
                       "<rect width=\"100%\" height=\"100%\" fill=\"#f8fafc\"/>\n";
     out += heading(loaded.scene.path, paths);
     out += drawMap(paths, kMap);
-    out += drawLegend(kMap.x + kMap.width + 20.0, kMap.y + 20.0);
+    out += drawLegend(paths, kMap.x + kMap.width + 20.0, kMap.y + 20.0);
     if (levels != nullptr) {
         out += drawLevels(*levels, kLevels);
     }

@@ -223,6 +223,12 @@ class Plot(SoundCase):
             pictures.append(self.run_tool("plot", scene, "-")[0])
         self.assertEqual(*pictures)
 
+    def test_many_emitters_are_a_density(self):
+        places = [{"id": 1 + i, "position": [i % 50, 0, i // 50]} for i in range(1001)]
+        picture = self.run_tool("plot", self.scene(changed(LEFT, emitters=places)), "-")[0]
+        self.assertIn("1001 emitters", picture)
+        self.assertLess(len(picture), 50000)  # 1,000 signs take ten times as much
+
 
 class Play(SoundCase):
     def read_until(self, process, text):
