@@ -88,7 +88,7 @@ public:
     bool string(std::string& text) override {
         JsonValue* value = add(JsonValue::Kind::Text);
         if (value != nullptr) {
-            value->text = std::move(text);
+            value->text = tree_.texts.emplace_back(std::move(text));
         }
         return value != nullptr;
     }
@@ -96,7 +96,8 @@ public:
     bool start_object(std::size_t /*size*/) override { return open(JsonValue::Kind::Object); }
     bool start_array(std::size_t /*size*/) override { return open(JsonValue::Kind::Array); }
     bool key(std::string& name) override {
-        key_ = std::move(name);
+        const auto found = tree_.keys.find(name);
+        key_ = found == tree_.keys.end() ? *tree_.keys.insert(std::move(name)).first : *found;
         keyLine_ = progress_.line;
         return true;
     }
@@ -133,7 +134,7 @@ public:
 
     std::vector<Problem>& problems() { return problems_; }
     const std::optional<Overflow>& overflow() const { return overflow_; }
-    JsonValue& root() { return root_; }
+    JsonTree& tree() { return tree_; }
 
 private:
     [[nodiscard]] Problem problem(std::string field, const JsonProblem& mistake) const {
@@ -160,7 +161,7 @@ private:
                     "expected no more than " + std::to_string(kMaxSceneValues) + " values")));
             return nullptr;
         }
-        JsonValue* value = &root_;
+        JsonValue* value = &tree_.root;
         const bool member = !open_.empty() && open_.back()->kind == JsonValue::Kind::Object;
         if (!open_.empty()) {
             value = &open_.back()->items.emplace_back();
@@ -168,7 +169,7 @@ private:
         value->kind = kind;
         value->line = member ? keyLine_ : progress_.line;
         if (member) {
-            value->key = std::move(key_);
+            value->key = key_;
         }
         return value;
     }
@@ -183,6 +184,7 @@ private:
         }
         JsonValue* value = add(kind);
         if (value != nullptr) {
+            value->items.reserve(4);
             open_.push_back(value);
         }
         return value != nullptr;
@@ -205,7 +207,7 @@ private:
         return text;
     }
     static void
-    append(std::string& text, const JsonValue& parent, const std::string& key, std::size_t index) {
+    append(std::string& text, const JsonValue& parent, std::string_view key, std::size_t index) {
         if (parent.kind == JsonValue::Kind::Array) {
             text += '[' + std::to_string(index) + ']';
         } else {
@@ -214,6 +216,17 @@ private:
     }
 
     void reportRepeatedKeys() {
+        constexpr std::size_t kFew = 32; // for which comparing all pairs is faster than sorting
+        const auto& items = open_.back()->items;
+        bool repeated = items.size() > kFew;
+        for (std::size_t i = 1; i < items.size() && !repeated; ++i) {
+            for (std::size_t k = 0; k < i && !repeated; ++k) {
+                repeated = items[i].key.data() == items[k].key.data();
+            }
+        }
+        if (!repeated) {
+            return;
+        }
         std::vector<const JsonValue*> members;
         for (const JsonValue& member : open_.back()->items) {
             members.push_back(&member);
@@ -237,9 +250,9 @@ private:
     const ReadProgress& progress_;
     const std::string& file_;
     const std::set<std::size_t>& blanked_;
-    JsonValue root_;
+    JsonTree tree_;
     std::vector<JsonValue*> open_; // each the last item of the one before
-    std::string key_;
+    std::string_view key_;
     int keyLine_ = 0;
     std::size_t values_ = 0;
     std::vector<Problem> problems_;
@@ -285,7 +298,7 @@ std::string JsonPlace::str() const {
     return up == nullptr ? text : text + '[' + std::to_string(index) + ']';
 }
 
-std::optional<JsonValue>
+std::optional<JsonTree>
 parseJson(std::string_view text, const std::string& file, std::vector<Problem>& problems) {
     // The parser takes a null character for the end; UTF-16 contains some.
     if (text.find('\0') != std::string_view::npos) {
@@ -322,7 +335,7 @@ parseJson(std::string_view text, const std::string& file, std::vector<Problem>& 
         if (!good) {
             return std::nullopt;
         }
-        return std::move(builder.root());
+        return std::move(builder.tree());
     }
 }
 

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <deque>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,7 +13,7 @@ namespace Show {
 
 struct Problem;
 
-/// A JSON value with its line.
+/// A JSON value with its line. Its texts belong to its tree.
 struct JsonValue {
     enum class Kind : unsigned char {
         Null,
@@ -26,8 +29,8 @@ struct JsonValue {
     bool yes = false;
     int line = 0;                 ///< of the key, for a member of an object
     double number = 0.0;          ///< finite
-    std::string key;              ///< of a member of an object
-    std::string text;             ///< UTF-8
+    std::string_view key;         ///< of a member of an object; equal ones are the same characters
+    std::string_view text;        ///< UTF-8
     std::vector<JsonValue> items; ///< elements, or members in order
 
     /// The member of an object, or null.
@@ -36,6 +39,13 @@ struct JsonValue {
     [[nodiscard]] std::string describe() const;
 };
 using JsonKind = JsonValue::Kind;
+
+/// All values of a text.
+struct JsonTree {
+    JsonValue root;
+    std::set<std::string, std::less<>> keys;
+    std::deque<std::string> texts;
+};
 
 /// A path in the tree, for messages; lives on the reader's stack.
 struct JsonPlace {
@@ -51,7 +61,7 @@ struct JsonPlace {
 /// within their object; depth and size are limited by kMaxSceneDepth and kMaxSceneValues.
 /// Violations become problems, with `file` as their file name. Returns nothing if the text cannot
 /// be read at all.
-std::optional<JsonValue>
+std::optional<JsonTree>
 parseJson(std::string_view text, const std::string& file, std::vector<Problem>& problems);
 
 /// `text` with unprintable characters replaced, truncated to at most `longest` bytes.

@@ -173,7 +173,7 @@ std::optional<std::string> ObjectReader::text(const char* key, const char* what)
         expected(key, what);
         return std::nullopt;
     }
-    return member->text;
+    return std::string(member->text);
 }
 
 template <std::size_t size>

@@ -282,7 +282,7 @@ private:
                 report_.expected(
                     label, {&place, {}, i}, "a text without commas and without blanks at its ends");
             } else {
-                result.push_back(label.text);
+                result.emplace_back(label.text);
             }
         }
         return result;
@@ -646,8 +646,8 @@ std::optional<Scene> parse(
     std::vector<Problem>& problems) {
     std::vector<Problem> found;
     std::optional<Scene> scene;
-    if (const std::optional<JsonValue> root = parseJson(text, path, found)) {
-        scene = SceneReader(path, lookForFiles, found).read(*root);
+    if (const std::optional<JsonTree> tree = parseJson(text, path, found)) {
+        scene = SceneReader(path, lookForFiles, found).read(tree->root);
     }
     std::stable_sort(found.begin(), found.end(), [](const Problem& a, const Problem& b) {
         return a.line < b.line;
