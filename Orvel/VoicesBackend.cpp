@@ -443,18 +443,17 @@ BackendState VoicesBackend::state() const {
     BackendState state;
     state.voicesAllowed = s.voices;
     const Vessa::Lock lock(s.shared->mutex);
-    const detail::VoiceEngine& engine = s.shared->engine;
-    if (const detail::VoicePool* pool = engine.pool()) {
+    if (const detail::VoicePool* pool = s.shared->engine.pool()) {
         state.voicesAllowed = pool->size();
         state.voicesUsed = pool->sounding();
         state.streams = pool->streams();
     }
-    state.working = engine.pool() != nullptr ||
+    state.working = s.shared->engine.pool() != nullptr ||
                     (!s.offline && s.shared->device == SharedEngine::Device::Opening);
     state.device = s.shared->deviceName;
-    state.gaps = engine.gaps();
-    state.failures = engine.failureCount();
-    for (const auto& report : engine.reports()) {
+    state.gaps = s.shared->engine.gaps();
+    state.failures = s.shared->engine.failureCount();
+    for (const auto& report : s.shared->engine.reports()) {
         if (report.hearing == Hearing::Waiting) {
             state.waitingEmitters.push_back(report.emitter);
         } else if (report.hearing == Hearing::Refused) {
