@@ -486,8 +486,9 @@ TEST_F(Net, ServesConnectionsInTurn) {
     EXPECT_EQ(std::ranges::count(server->numbers, 7U), 1);
 }
 
-/// Two threads send, stop, and then one event is sent just as the loop thread goes to sleep.
-/// Nothing but its wake-up sends it. ORVEL_WAKE_UP_ROUNDS sets the number of rounds.
+/// Frames are sent, now and then on two threads, and after a pause one more, at any moment of the
+/// loop thread's way to sleep. Nothing but its wake-up sends it. ORVEL_WAKE_UP_ROUNDS sets the
+/// number of rounds.
 TEST_F(Net, SendsWhatIsQueuedWhileTheLoopFallsAsleep) {
     connect();
     std::atomic<std::size_t> arrived = 0;
@@ -498,26 +499,38 @@ TEST_F(Net, SendsWhatIsQueuedWhileTheLoopFallsAsleep) {
             arrived = server_->numbers.size();
         }
     });
-    std::jthread loop([&] { EXPECT_FALSE(client_->waitForCommunicators()); });
+    const std::jthread loop([&](const std::stop_token& stop) {
+        const std::stop_callback end(stop, [&] { client_->breakWait(); });
+        EXPECT_FALSE(client_->waitForCommunicators());
+    });
     const char* rounds = std::getenv("ORVEL_WAKE_UP_ROUNDS");
     std::size_t sent = 0;
     for (int round = 0; round < (rounds == nullptr ? 1000 : std::atoi(rounds)); ++round) {
-        const auto flood = [&, count = round % 50] {
+        const int count = 1 + round % 100;
+        const auto flood = [&] {
             for (int i = 0; i < count; ++i) {
                 sendNumber(*client_, 0);
             }
         };
-        {
+        if (round % 32 == 0) {
             const std::jthread other(flood);
             flood();
+            sent += static_cast<std::size_t>(count);
+        } else {
+            flood();
         }
-        std::this_thread::sleep_for(std::chrono::microseconds(round % 400));
+        sent += static_cast<std::size_t>(count);
+        const auto begin = std::chrono::steady_clock::now();
+        const auto pause = std::chrono::nanoseconds(round * 7919 % 400'000);
+        while (std::chrono::steady_clock::now() < begin + pause) {
+        }
         sendNumber(*client_, 1);
-        sent += 2U * static_cast<std::size_t>(round % 50) + 1;
-        ASSERT_TRUE(Orvel::Test::until([&] { return arrived == sent; }, [] {}))
-            << "round " << round;
+        ++sent;
+        while (arrived != sent) {
+            std::this_thread::yield();
+            ASSERT_LT(std::chrono::steady_clock::now() - begin, 20s) << "round " << round;
+        }
     }
-    client_->breakWait();
 }
 
 TEST_F(Net, ClosesPromptlyWhateverPeersDo) {
