@@ -8,14 +8,14 @@ namespace Orvel::detail {
 
 namespace {
 
-struct Kind {
+struct LineKind {
     const char* text; // start of its lines
     Corvid::detail::LineLimit limit{kMaxPeerLines};
 };
 
 /// In the order of PeerLine. Never destroyed, because lines may come until the process ends.
-std::array<Kind, 6>& kinds() {
-    static auto& all = *new std::array<Kind, 6>{
+std::array<LineKind, 6>& kinds() {
+    static auto& all = *new std::array<LineKind, 6>{
         {{"Got invalid Event"},
          {"Unkown command ID"},
          {"got Corvid::Event which is not a Orvel::Event"},
@@ -25,7 +25,7 @@ std::array<Kind, 6>& kinds() {
     return all;
 }
 
-void report(Kind& kind, bool final) {
+void report(LineKind& kind, bool final) {
     if (const auto count = kind.limit.takeLeftOut(final); count != 0) {
         ORVEL_REPORT(
             Warning, about(Diagnostic::Code::LeftOut),
@@ -37,13 +37,13 @@ void report(Kind& kind, bool final) {
 } // namespace
 
 bool admitPeerLine(PeerLine kind) {
-    Kind& one = kinds()[static_cast<std::size_t>(kind)];
+    LineKind& one = kinds()[static_cast<std::size_t>(kind)];
     report(one, false);
     return one.limit.admit();
 }
 
 void reportPeerLinesLeftOut(bool final) {
-    for (Kind& kind : kinds()) {
+    for (LineKind& kind : kinds()) {
         report(kind, final);
     }
 }
