@@ -543,12 +543,12 @@ TEST_F(OscScenes, AnswersGoToTheSenderAndChangesToOthersThanTheirCause) {
     const std::string gain = "/adm/obj/11/gain";
     send(desk, message(gain));
     EXPECT_TRUE(waitFor([&] { return desk.count(gain) == 1; }));
-    for (const auto& [query, answer] :
+    for (const auto& exchange :
          {std::pair(sized(message(gain)), sized(message(gain, {1}))),
           std::pair("\xC0" + message(gain) + "\xC0", "\xC0" + message(gain, {1}) + "\xC0")}) {
-        const RawSocket connection(server.port(), query);
+        const RawSocket connection(server.port(), exchange.first);
         std::string input;
-        EXPECT_TRUE(waitFor([&] { return connection.receive(input), input == answer; }));
+        EXPECT_TRUE(waitFor([&] { return connection.receive(input), input == exchange.second; }));
     }
     for (std::size_t i = 1; i < clients.size(); ++i) {
         send(clients[i], message("/orvel/subscribe"));
