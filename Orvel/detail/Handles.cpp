@@ -36,6 +36,7 @@ public:
         HandleSlot& slot = block.slots[index % kBlockSize];
         slot.object.store(object, std::memory_order_relaxed);
         slot.handle.store(handle, std::memory_order_release);
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): a number, never dereferenced
         return reinterpret_cast<void*>(handle);
     }
 

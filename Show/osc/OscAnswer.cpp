@@ -1,7 +1,7 @@
 #include <Show/osc/OscAnswer.h>
 
+#include <bit>
 #include <cstdint>
-#include <cstring>
 #include <endian.h>
 #include <lo/lo.h>
 #include <string_view>
@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view kBundleNow("#bundle\0\0\0\0\0\0\0\0\1", 16);
 
 std::string encode(const OscAnswer& answer) {
-    const lo_message message = lo_message_new();
+    lo_message message = lo_message_new();
     const OscValues& values = answer.values;
     if (values.type == 's') {
         lo_message_add_string(message, values.text.c_str());
@@ -34,8 +34,9 @@ std::string encode(const OscAnswer& answer) {
 } // namespace
 
 bool operator==(const OscValues& a, const OscValues& b) noexcept {
+    using Bits = std::array<std::uint32_t, std::tuple_size_v<decltype(a.numbers)>>; // for NaN
     return a.type == b.type && a.count == b.count && a.text == b.text &&
-           std::memcmp(a.numbers.data(), b.numbers.data(), sizeof a.numbers) == 0;
+           std::bit_cast<Bits>(a.numbers) == std::bit_cast<Bits>(b.numbers);
 }
 
 void encode(

@@ -44,8 +44,8 @@ void OscFeedback::touch(OscScene::PartKind kind, int id) {
         return;
     }
     touched_.emplace_back(kind, id);
-    scene_.visit(kind, id, [this](OscScene::Key key, OscValues values) {
-        before_.try_emplace(key, std::move(values));
+    scene_.visit(kind, id, [this](OscScene::Key key, const OscValues& values) {
+        before_.try_emplace(key, values);
     });
 }
 

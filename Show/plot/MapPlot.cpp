@@ -40,7 +40,8 @@ public:
         const double column = std::floor((x - frame_.x) / kCell);
         const double row = std::floor((y - frame_.y) / kCell);
         const auto columns = static_cast<double>(columns_);
-        const auto rows = static_cast<double>(counts_.size() / columns_);
+        const std::size_t wholeRows = counts_.size() / columns_;
+        const auto rows = static_cast<double>(wholeRows);
         return column >= 0.0 && column < columns && row >= 0.0 && row < rows
                    ? static_cast<std::size_t>(row * columns + column)
                    : kNowhere;
@@ -63,7 +64,8 @@ public:
             }
             if (shade < shades.size()) {
                 const auto column = static_cast<double>(begin % columns_);
-                const auto row = static_cast<double>(begin / columns_);
+                const std::size_t rowNumber = begin / columns_;
+                const auto row = static_cast<double>(rowNumber);
                 shades[shade] += "M" + svgNumber(frame_.x + column * kCell) + " " +
                                  svgNumber(frame_.y + row * kCell) + "h" +
                                  svgNumber(static_cast<double>(cell - begin) * kCell) + "v" +
@@ -348,10 +350,12 @@ private:
                 const double toY = y(place);
                 const double length = std::hypot(toX - lastX, toY - lastY);
                 // At most the map's size, for a place far outside of it.
-                const double steps = std::min(1000.0, std::ceil(length / Density::kCell));
-                for (double step = 1.0; step <= steps; ++step) {
-                    const std::size_t next = passed.cellAt(
-                        lastX + (toX - lastX) * step / steps, lastY + (toY - lastY) * step / steps);
+                const auto steps =
+                    static_cast<int>(std::min(1000.0, std::ceil(length / Density::kCell)));
+                for (int step = 1; step <= steps; ++step) {
+                    const double part = static_cast<double>(step) / steps;
+                    const std::size_t next =
+                        passed.cellAt(lastX + (toX - lastX) * part, lastY + (toY - lastY) * part);
                     if (next != cell) {
                         passed.count(next);
                         cell = next;

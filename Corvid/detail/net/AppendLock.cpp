@@ -1,5 +1,9 @@
 #include <Corvid/detail/net/AppendLock.h>
 
+#include <chrono>
+
+using namespace std::chrono_literals;
+
 namespace Corvid::detail {
 
 void AppendLock::Holder::enter() {
@@ -13,7 +17,7 @@ void AppendLock::Holder::enter() {
     lock_.owner_.store(nullptr, std::memory_order_relaxed);
     Vessa::Fence::heavy();
     while (owner->inside.load(std::memory_order_acquire)) {
-        std::this_thread::yield();
+        std::this_thread::sleep_for(20us); // a yield need not let an owner of lower priority go on
     }
 }
 
