@@ -29,6 +29,8 @@ namespace {
 
 /// The frames between two decisions about what is mixed, offline.
 constexpr unsigned kBlockFrames = 512;
+/// Frames beyond are years away; products with a position's largest step do not overflow.
+constexpr std::int64_t kMaxFrame = std::int64_t{1} << 42U;
 
 bool isFinite(const Vec3f& v) {
     return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
@@ -104,7 +106,7 @@ struct VoicesBackend::State {
     std::unordered_map<int, std::shared_ptr<Sound>> sounds; // by source; null without data
     std::vector<Loading> loading;
     std::function<void(Emitter&)> ended;
-    std::uint64_t failures = 0;
+    std::optional<std::int64_t> startFrame;
     // Offline.
     std::unique_ptr<detail::VoiceOutput> output;
     std::int64_t frames = 0;
@@ -143,8 +145,7 @@ VoicesBackend::VoicesBackend(World& world, const char* params)
     }
     const Vessa::Lock lock(s.shared->mutex);
     const detail::VoiceOutput::Use use(s.output.get());
-    s.shared->engine.setPool(
-        std::make_unique<detail::VoicePool>(s.voices, s.rate, 1, nullptr), s.rate, 0);
+    s.shared->engine.setPool(std::make_unique<detail::VoicePool>(s.voices, s.rate, 1), s.rate, 0);
 }
 
 VoicesBackend::~VoicesBackend() {
@@ -364,6 +365,7 @@ void VoicesBackend::setEmitterState(Emitter& emitter) {
         if (transport.state != Transport::State::Paused || emitter.startOffset() > 0.0) {
             startAnew();
         }
+        transport.frame = state_->startFrame;
         transport.state = Transport::State::Playing;
         break;
     case WorldPart::PAUSE:
@@ -489,6 +491,28 @@ bool VoicesBackend::render(float* samples, unsigned frames) {
     }
     update();
     return true;
+}
+
+void VoicesBackend::setStartFrame(std::optional<std::int64_t> frame) {
+    if (frame) {
+        frame = std::clamp(*frame, -kMaxFrame, kMaxFrame);
+    }
+    state_->startFrame = frame;
+}
+
+FrameClock VoicesBackend::frameClock() const {
+    const State& s = *state_;
+    if (!s.offline) {
+        const Vessa::Lock lock(s.shared->mutex);
+        return s.shared->clock;
+    }
+    return {
+        .time = std::chrono::steady_clock::now(),
+        .heard = static_cast<double>(s.frames),
+        .rate = static_cast<double>(s.rate),
+        .nominalRate = s.rate,
+        .mixed = s.frames,
+        .soonest = s.frames + 2 * kBlockFrames};
 }
 
 std::optional<double> VoicesBackend::playPosition(const Emitter& emitter) const {

@@ -2,8 +2,10 @@
 
 #include <Orvel/Backend.h>
 #include <Orvel/BackendType.h>
+#include <Orvel/FrameClock.h>
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -71,6 +73,16 @@ public:
     /// interleaved floats, left first. Full scale is 1, and louder sums are not limited. Returns
     /// false, without writing, if the back end is not offline or OpenAL has no loopback device.
     bool render(float* samples, unsigned frames);
+
+    /// Starts that are asked for from now on begin at this frame of the output, exact to the frame;
+    /// without a frame, as initially, they begin at once. It concerns each change of an emitter's
+    /// state to PLAY, with its start offset, and is read when that is set. A frame that is past is
+    /// no error: the sound joins at the position that it would have by then. For a start at a
+    /// coming frame, see FrameClock::soonest; asked for later, it may miss its beginning.
+    void setStartFrame(std::optional<std::int64_t> frame);
+    /// The time of the output, by which frames are chosen. Offline, the time is that of the call
+    /// and `heard` the next frame to render.
+    [[nodiscard]] FrameClock frameClock() const;
 
     /// The position in an emitter's sound, in seconds of the sound: its length if it has ended, 0
     /// if it is stopped. Nothing if this back end does not play the emitter.

@@ -1,5 +1,6 @@
 #include <Orvel/detail/voices/DeviceThread.h>
 
+#include <Orvel/detail/voices/ClockLine.h>
 #include <Orvel/detail/voices/StreamReader.h>
 #include <Orvel/detail/voices/VoiceOutput.h>
 
@@ -15,6 +16,8 @@ using Clock = std::chrono::steady_clock;
 /// The time between two steps of the engine: well below a device's period.
 constexpr std::chrono::milliseconds kTick{5};
 constexpr std::chrono::seconds kRetry{1};
+/// The longest time for which a reading of the device's position is used.
+constexpr std::chrono::milliseconds kMaxReading{1};
 /// Frames per second while there is no device.
 constexpr unsigned kSilentRate = 44100;
 
@@ -34,6 +37,7 @@ public:
             const Vessa::Lock lock(shared_->mutex);
             const VoiceOutput::Use use(output_.get());
             shared_->engine.step(now(), output_ == nullptr ? 0 : output_->period());
+            readClock();
         } while (signal.wait(kTick));
         close(nullptr);
     }
@@ -52,6 +56,39 @@ private:
     static std::int64_t framesSince(Clock::time_point time, unsigned rate) {
         return static_cast<std::int64_t>(
             std::chrono::duration<double>(Clock::now() - time).count() * rate);
+    }
+
+    void readClock() ORVEL_REQUIRES(shared_->mutex) {
+        FrameClock& clock = shared_->clock;
+        clock.hasDevice = output_ != nullptr;
+        if (output_ == nullptr) {
+            clock.time = Clock::now();
+            clock.mixed = now();
+            clock.heard = static_cast<double>(clock.mixed);
+            clock.rate = kSilentRate;
+            clock.nominalRate = kSilentRate;
+            clock.latency = {};
+            clock.soonest = clock.mixed;
+            return;
+        }
+        const Clock::time_point before = Clock::now();
+        const VoiceOutput::Position position = output_->position();
+        const Clock::time_point after = Clock::now();
+        clock.mixed = base_ + position.mixed;
+        clock.latency = position.latency;
+        clock.nominalRate = output_->rate();
+        clock.soonest =
+            clock.mixed + 2 * output_->period() + 4 * kTick.count() * output_->rate() / 1000;
+        // If this thread was interrupted, nobody knows when the position was read.
+        if (line_.empty() || after - before < kMaxReading) {
+            const double latency = std::chrono::duration<double>(position.latency).count();
+            line_.add(
+                before + (after - before) / 2,
+                static_cast<double>(clock.mixed) - latency * output_->rate());
+        }
+        clock.time = after;
+        clock.heard = line_.frameAt(after);
+        clock.rate = line_.rate();
     }
 
     void open() {
@@ -77,7 +114,10 @@ private:
         // have been read before that of the last one.
         auto pool = std::make_unique<VoicePool>(
             settings_.voices, output_->rate(), 2 * output_->period(),
-            [this](const std::shared_ptr<SoundStream>& stream) { reader_.add(stream); });
+            [this](const std::shared_ptr<SoundStream>& stream) { reader_.add(stream); },
+            [this] { return base_ + output_->clock(); });
+        line_.reset(output_->rate());
+        ++shared_->clock.opened;
         shared_->engine.setPool(std::move(pool), output_->rate(), frame);
         shared_->device = SharedEngine::Device::Open;
         shared_->deviceName = output_->name();
@@ -113,6 +153,7 @@ private:
     const DeviceThread::Settings settings_;
     StreamReader reader_;
     std::unique_ptr<VoiceOutput> output_;
+    ClockLine line_;
     std::int64_t base_ = 0; // of the device's clock, or of the time without a device
     std::int64_t latest_ = 0;
     Clock::time_point since_ = Clock::now();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Orvel/Diagnostic.h>
+#include <Orvel/FrameClock.h>
 #include <Orvel/detail/voices/VoiceEngine.h>
 #include <Orvel/detail/voices/Worker.h>
 #include <Vessa/Mutex.h>
@@ -22,6 +23,7 @@ struct SharedEngine {
     VoiceEngine engine ORVEL_GUARDED_BY(mutex){changes};
     Device device ORVEL_GUARDED_BY(mutex) = Device::Opening;
     std::string deviceName ORVEL_GUARDED_BY(mutex);
+    FrameClock clock ORVEL_GUARDED_BY(mutex);
     std::vector<Diagnostic> diagnostics ORVEL_GUARDED_BY(mutex);
 };
 

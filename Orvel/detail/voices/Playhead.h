@@ -13,11 +13,15 @@ struct Playhead {
     static constexpr std::int64_t kMaxStep = 255 * kOne; ///< the mixer's limit
 
     std::int64_t position = 0; ///< at `since`
-    std::int64_t since = 0;    ///< a frame of the output
+    std::int64_t since = 0;    ///< a frame of the output; before it, the position stands still
     std::int64_t step = kOne;  ///< per frame of the output
 
     /// The position at a frame of the output, without regard to the sound's end.
     [[nodiscard]] std::int64_t at(std::int64_t now) const noexcept {
+        return now > since ? along(now) : position;
+    }
+    /// The same for a sound that has always been moving: before its beginning, it may be negative.
+    [[nodiscard]] std::int64_t along(std::int64_t now) const noexcept {
         return position + (now - since) * step;
     }
     void moveTo(std::int64_t now) noexcept {

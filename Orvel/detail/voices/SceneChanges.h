@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -20,6 +21,8 @@ struct Transport {
     unsigned starts = 0; ///< how often it has been started from its start offset
     unsigned plays = 0;  ///< how often it has been started or continued
     double offset = 0.0; ///< of the last start, in seconds of the sound
+    /// The frame of the output at which it was to start or to continue last; none: at once.
+    std::optional<std::int64_t> frame{};
 };
 
 /// An emitter as the scene wants it.

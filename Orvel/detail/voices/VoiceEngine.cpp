@@ -14,6 +14,9 @@ namespace {
 /// How often the emitters are ranked, and unused samples are deleted, in seconds.
 constexpr double kRankPeriod = 0.01;
 constexpr double kSweepPeriod = 0.25;
+/// How long before its frame a sound gets a voice, beside two periods of the output, in seconds. A
+/// voice that starts while its sound is silent has reached its level at the frame.
+constexpr double kLead = 0.02;
 /// AL errors that are kept until they are reported; more are only counted.
 constexpr std::size_t kMaxFailures = 16;
 
@@ -28,12 +31,27 @@ float distance(const Vec3f& a, const Vec3f& b) {
 
 void VoiceEngine::setPool(std::unique_ptr<VoicePool> pool, unsigned rate, std::int64_t now) {
     now_ = now;
+    // Frames that are still to come keep their distance in time.
+    const auto convert = [&](std::int64_t& frame) {
+        if (frame > now && rate != rate_) {
+            frame = now + std::llround(static_cast<double>(frame - now) * rate / rate_);
+        }
+    };
     for (const Index index : running_) {
         Emitter& emitter = emitters_[index];
-        emitter.head.moveTo(now);
+        if (emitter.head.since > now) {
+            convert(emitter.head.since);
+        } else {
+            emitter.head.moveTo(now);
+        }
         emitter.voice = -1;
     }
     unmixed_ = running_.size();
+    for (const Index index : expected_) {
+        if (auto& frame = emitters_[index].values.transport.frame) {
+            convert(*frame);
+        }
+    }
     if (pool_ != nullptr) {
         pastGaps_ += pool_->gaps();
     }
@@ -53,6 +71,7 @@ void VoiceEngine::setPool(std::unique_ptr<VoicePool> pool, unsigned rate, std::i
 
 void VoiceEngine::step(std::int64_t now, std::int64_t frames) {
     now_ = now;
+    lead_ = std::llround(kLead * rate_) + 2 * frames;
     takeChanges();
     for (std::size_t i = expected_.size(); i-- > 0;) {
         begin(emitters_[expected_[i]]);
@@ -121,13 +140,17 @@ void VoiceEngine::retime(Emitter& emitter, bool wasLooping) {
     }
     const EmitterValues& values = emitter.values;
     if (emitter.phase == Phase::Running) {
-        emitter.head.moveTo(now_);
+        if (emitter.head.since > now_) {
+            dropVoice(emitter); // its silence would have another length
+        } else {
+            emitter.head.moveTo(now_);
+        }
     }
     if (wasLooping != values.voice.loop) {
         if (wasLooping) {
             emitter.head.position %= lengthOf(emitter);
         }
-        if (values.sound->isStreamed()) {
+        if (emitter.voice >= 0 && pool_->isFed(emitter.voice)) {
             dropVoice(emitter); // its data reaches beyond the seam
         }
     }
@@ -139,6 +162,10 @@ void VoiceEngine::retime(Emitter& emitter, bool wasLooping) {
 
 void VoiceEngine::apply(Emitter& emitter, unsigned what) {
     if ((what & (SceneChanges::NewSound | SceneChanges::Created)) != 0) {
+        if ((what & SceneChanges::Transported) == 0 && emitter.phase != Phase::Expected &&
+            emitter.phase != Phase::Idle) {
+            emitter.values.transport.frame.reset(); // other samples begin at once
+        }
         setPhase(emitter, Phase::Idle);
         emitter.starts = 0;
     }
@@ -182,7 +209,7 @@ void VoiceEngine::follow(Emitter& emitter) {
         return;
     case Transport::State::Playing:
         if (emitter.phase == Phase::Held) {
-            emitter.head.since = now_;
+            emitter.head.since = wanted.frame.value_or(now_);
             setPhase(emitter, Phase::Running);
         } else if (emitter.phase == Phase::Idle) {
             begin(emitter);
@@ -208,7 +235,7 @@ void VoiceEngine::begin(Emitter& emitter) {
         offset = values.voice.loop && std::isfinite(offset) ? std::fmod(offset, length) : length;
     }
     emitter.head.position = std::llround(offset * values.sound->rate()) * Playhead::kOne;
-    emitter.head.since = now_;
+    emitter.head.since = values.transport.frame.value_or(now_);
     emitter.head.step = Playhead::stepOf(values.voice.pitch, values.sound->rate(), rate_);
     setPhase(
         emitter,
@@ -283,7 +310,7 @@ void VoiceEngine::chooseVoices() {
     }
     if (running_.size() <= pool_->size()) {
         for (const Index index : running_) {
-            if (emitters_[index].voice < 0) {
+            if (emitters_[index].voice < 0 && isDue(emitters_[index])) {
                 startVoice(emitters_[index]);
             }
         }
@@ -296,7 +323,9 @@ void VoiceEngine::chooseVoices() {
     ranking_.clear();
     for (const Index index : running_) {
         const Emitter& emitter = emitters_[index];
-        ranking_.add(index, loudnessOf(emitter), emitter.voice >= 0);
+        if (isDue(emitter)) {
+            ranking_.add(index, loudnessOf(emitter), emitter.voice >= 0);
+        }
     }
     const std::size_t chosen = ranking_.choose(pool_->size());
     for (std::size_t i = chosen; i < ranking_.size(); ++i) {
@@ -335,6 +364,9 @@ VoiceEngine::Report VoiceEngine::report(const Emitter& emitter) const {
         report.hearing = Hearing::Loading;
         break;
     case Phase::Running:
+        if (emitter.head.since > now_) {
+            break;
+        }
         report.hearing = emitter.voice >= 0 ? Hearing::Mixed : Hearing::Waiting;
         report.loudness = loudnessOf(emitter);
         break;

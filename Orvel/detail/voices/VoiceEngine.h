@@ -22,7 +22,7 @@ class VoiceEngine {
 public:
     /// How an emitter is heard.
     enum class Hearing {
-        Silent,  ///< it does not play
+        Silent,  ///< it does not play, or not yet
         Mixed,   ///< on a voice
         Waiting, ///< it plays, and louder ones have all voices
         Loading, ///< it plays when its sound has been loaded
@@ -90,12 +90,17 @@ private:
     [[nodiscard]] std::int64_t lengthOf(const Emitter& emitter) const {
         return emitter.values.sound->frames() * Playhead::kOne;
     }
+    /// Whether it may have a voice: it sounds, or will soon.
+    [[nodiscard]] bool isDue(const Emitter& emitter) const {
+        return emitter.head.since - now_ <= lead_;
+    }
     std::vector<Index>* listOf(Phase phase);
 
     SceneChanges& changes_;
     std::unique_ptr<VoicePool> pool_;
     unsigned rate_ = 44100;
     std::int64_t now_ = 0;
+    std::int64_t lead_ = 0;
     ListenerValues listener_;
     std::vector<Emitter> emitters_;
     std::vector<Index> running_;

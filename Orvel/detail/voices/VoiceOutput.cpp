@@ -4,6 +4,7 @@
 #include <Orvel/detail/al/Loopback.h>
 
 #include <AL/alext.h>
+#include <array>
 #include <cmath>
 #include <vector>
 
@@ -30,6 +31,14 @@ ALCint integerOf(ALCdevice* device, ALCenum property) {
     ALCint value = 0;
     alcGetIntegerv(device, property, 1, &value);
     return value;
+}
+
+template <std::size_t count>
+std::array<ALCint64SOFT, count> integers(ALCdevice* device, ALCenum property) {
+    static const auto get = procedure<LPALCGETINTEGER64VSOFT>("alcGetInteger64vSOFT");
+    std::array<ALCint64SOFT, count> values{};
+    get(device, property, static_cast<ALCsizei>(count), values.data());
+    return values;
 }
 
 /// Whether this OpenAL library has what voices need; reports what is missing.
@@ -107,9 +116,15 @@ bool VoiceOutput::connected() const {
 }
 
 std::int64_t VoiceOutput::clock() const {
-    static const auto get = procedure<LPALCGETINTEGER64VSOFT>("alcGetInteger64vSOFT");
-    ALCint64SOFT nanoseconds = 0;
-    get(device_, ALC_DEVICE_CLOCK_SOFT, 1, &nanoseconds);
+    return framesOf(integers<1>(device_, ALC_DEVICE_CLOCK_SOFT)[0]);
+}
+
+VoiceOutput::Position VoiceOutput::position() const {
+    const auto values = integers<2>(device_, ALC_DEVICE_CLOCK_LATENCY_SOFT);
+    return {framesOf(values[0]), std::chrono::nanoseconds(values[1])};
+}
+
+std::int64_t VoiceOutput::framesOf(std::int64_t nanoseconds) const {
     return std::llround(static_cast<double>(nanoseconds) * 1e-9 * rate_);
 }
 

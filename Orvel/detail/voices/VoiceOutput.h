@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -44,10 +45,18 @@ public:
     [[nodiscard]] bool connected() const;
     /// The number of frames that have been mixed.
     [[nodiscard]] std::int64_t clock() const;
+    /// The number of frames that have been mixed, and the time from mixing a frame until it is
+    /// heard, both at the same instant.
+    struct Position {
+        std::int64_t mixed;
+        std::chrono::nanoseconds latency;
+    };
+    [[nodiscard]] Position position() const;
     /// Renders interleaved stereo frames of a loopback device.
     void render(float* samples, unsigned frames);
 
 private:
+    [[nodiscard]] std::int64_t framesOf(std::int64_t nanoseconds) const;
     VoiceOutput(ALCdevice* device, const ALCint* attributes);
     /// Takes over a device; null if that is null or cannot be used.
     static std::unique_ptr<VoiceOutput> on(ALCdevice* device, const ALCint* attributes);

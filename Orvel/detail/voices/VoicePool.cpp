@@ -5,6 +5,7 @@
 #include <AL/al.h>
 #include <AL/alext.h>
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 namespace Orvel::detail {
@@ -17,6 +18,10 @@ constexpr float kFadeFrames = 512.0F;
 constexpr double kSecondsAhead = 0.5;
 /// The data with which a stream starts, in frames.
 constexpr std::int64_t kLeastToStart = 64;
+/// The frames within which a sound that starts in its middle reaches its level.
+constexpr std::size_t kRampFrames = 32;
+/// How often a start is repeated because frames were mixed meanwhile.
+constexpr int kMaxTries = 8;
 
 void setOffset(ALuint source, double frames) {
     static const auto setDouble =
@@ -34,10 +39,23 @@ ALint stateOf(ALuint source, ALenum property) {
     return value;
 }
 
+/// Lets the first frames of interleaved samples begin at silence.
+template <class Sample>
+void ramp(std::span<std::byte> bytes, std::size_t channels) {
+    for (std::size_t i = 0; i < bytes.size() / sizeof(Sample) && i < kRampFrames * channels; ++i) {
+        Sample sample{};
+        std::memcpy(&sample, &bytes[i * sizeof(Sample)], sizeof(Sample));
+        const auto factor = static_cast<float>(i / channels + 1) / kRampFrames;
+        sample = static_cast<Sample>(static_cast<float>(sample) * factor);
+        std::memcpy(&bytes[i * sizeof(Sample)], &sample, sizeof(Sample));
+    }
+}
+
 } // namespace
 
-VoicePool::VoicePool(std::size_t voices, unsigned rate, std::int64_t settled, Reader reader)
-    : rate_(rate), settled_(settled), reader_(std::move(reader)) {
+VoicePool::VoicePool(
+    std::size_t voices, unsigned rate, std::int64_t settled, Reader reader, Clock clock)
+    : rate_(rate), settled_(settled), reader_(std::move(reader)), clock_(std::move(clock)) {
     alGetError();
     voices_.reserve(2 * voices);
     for (std::size_t i = 0; i < 2 * voices; ++i) {
@@ -109,32 +127,63 @@ int VoicePool::start(
     setPlace(number, values);
     setReach(number, values);
     setGain(number, values);
-    setPlayback(number, values, head);
-    if (!sound->isStreamed()) {
-        startWhole(voice, head, now, values.loop);
+    if (!sound->isStreamed() && head.since <= now) {
+        setPlayback(number, values, head);
+        alSourcei(source, AL_BUFFER, static_cast<ALint>(bufferOf(sound)));
+        play(voice, 0, sound->frames(), now);
         return number;
     }
+    // OpenAL Soft fades in what starts inside its data, so that one starts a frame early.
+    const std::int64_t first = head.at(now) / Playhead::kOne;
     voice.stream = std::make_shared<SoundStream>(
-        sound, std::max<std::int64_t>(head.at(now) / Playhead::kOne - 1, 0), values.loop);
-    if (reader_) {
+        sound, head.since > now ? first : std::max<std::int64_t>(first - 1, 0), values.loop);
+    setPlayback(number, values, head);
+    if (reader_ && sound->isStreamed()) {
+        if (first + SoundStream::kChunkFrames <= Sound::kHeadFrames) {
+            voice.stream->fill(); // from memory, so that it starts at once
+        }
         reader_(voice.stream);
     }
     streaming_.push_back(index);
-    ++streams_;
+    streams_ += sound->isStreamed() ? 1 : 0;
     return number;
 }
 
-void VoicePool::startWhole(Voice& voice, const Playhead& head, std::int64_t now, bool loop) {
-    alSourcei(voice.source, AL_BUFFER, static_cast<ALint>(bufferOf(voice.sound)));
-    std::int64_t position = head.at(now);
-    if (loop) {
-        position %= voice.sound->frames() * Playhead::kOne;
-    }
-    if (position > 0) {
-        setOffset(voice.source, toFrames(position));
-    }
-    alSourcePlay(voice.source);
+/// Starts a voice at its position. `first` and `end` are the limits of the data that OpenAL has, in
+/// frames of the sound.
+void VoicePool::play(Voice& voice, std::int64_t first, std::int64_t end, std::int64_t now) {
     voice.started = true;
+    const bool begins = voice.head.since == now; // is heard from there, even if that is late
+    for (int tries = 1;; ++tries) {
+        const std::int64_t frame = clock_ && !begins ? clock_() : now;
+        std::int64_t offset = voice.head.along(frame) - first * Playhead::kOne;
+        const std::int64_t length = (end - first) * Playhead::kOne;
+        if (voice.loop && voice.stream == nullptr) {
+            offset %= length;
+        }
+        offset = std::min(offset, length - Playhead::kOne);
+        if (offset > 0) {
+            setOffset(voice.source, toFrames(offset));
+        }
+        alSourcePlay(voice.source);
+        if (!clock_ || begins || tries == kMaxTries || clock_() == frame) {
+            return;
+        }
+        alSourceStop(voice.source);
+    }
+}
+
+/// Delays a voice's data by silence until the frame at which it begins.
+void VoicePool::queueSilence(Voice& voice, std::int64_t now) {
+    const std::int64_t lead = voice.head.since - (clock_ ? clock_() : now);
+    const std::int64_t frames =
+        (lead * voice.head.step - voice.head.position % Playhead::kOne + Playhead::kOne - 1) /
+        Playhead::kOne;
+    if (lead > 0 && frames > 0) {
+        const auto bytes = static_cast<std::size_t>(frames) * voice.sound->frameBytes();
+        enqueue(voice, std::vector<std::byte>(bytes));
+        voice.queuedFrom -= frames;
+    }
 }
 
 void VoicePool::enqueue(Voice& voice, std::span<const std::byte> samples) {
@@ -165,8 +214,8 @@ void VoicePool::feed(Voice& voice, std::int64_t now) {
         spareBuffers_.push_back(buffer);
         voice.queue.pop_front();
     }
-    const bool complete = !voice.loop && voice.queuedTo >= voice.sound->frames();
-    if (voice.started && !complete && stateOf(voice.source, AL_SOURCE_STATE) == AL_STOPPED) {
+    const auto complete = [&] { return !voice.loop && voice.queuedTo >= voice.sound->frames(); };
+    if (voice.started && !complete() && stateOf(voice.source, AL_SOURCE_STATE) == AL_STOPPED) {
         ++gaps_;
         dropQueue(voice);
         voice.started = false; // goes on at the position that it should have
@@ -176,36 +225,38 @@ void VoicePool::feed(Voice& voice, std::int64_t now) {
     const auto ahead = static_cast<std::int64_t>(kSecondsAhead * rate_ * toFrames(voice.head.step));
     const auto width = static_cast<std::int64_t>(voice.sound->frameBytes());
     while (voice.queue.empty() || voice.queuedTo < frame + std::max(ahead, kLeastToStart)) {
-        if (!reader_) {
+        if (!reader_ || !voice.sound->isStreamed()) {
             voice.stream->fill();
         }
-        const auto chunk = voice.stream->take();
+        auto chunk = voice.stream->take();
         if (!chunk) {
             break;
         }
         const auto frames = static_cast<std::int64_t>(chunk->samples.size()) / width;
-        // Begins a frame early, since OpenAL Soft fades in only what starts inside its data.
-        const std::int64_t late = voice.queue.empty() && !voice.started
-                                      ? std::max<std::int64_t>(frame - 1 - chunk->first, 0)
-                                      : 0;
+        const bool starts = voice.queue.empty() && !voice.started;
+        const std::int64_t late = starts ? std::max<std::int64_t>(frame - 1 - chunk->first, 0) : 0;
         if (late >= frames) {
             continue;
         }
-        if (voice.queue.empty() && !voice.started) {
+        if (starts) {
             voice.queuedFrom = chunk->first + late;
+            queueSilence(voice, now);
+            if (!voice.queue.empty() && position > 0) {
+                const std::size_t channels = voice.sound->channels();
+                if (voice.sound->frameBytes() == channels * sizeof(std::int16_t)) {
+                    ramp<std::int16_t>(chunk->samples, channels);
+                } else {
+                    ramp<float>(chunk->samples, channels);
+                }
+            }
         }
         enqueue(voice, std::span(chunk->samples).subspan(static_cast<std::size_t>(late * width)));
         voice.queuedTo = chunk->first + frames;
     }
-    if (voice.started || voice.queue.empty() || voice.queuedTo < frame + kLeastToStart) {
-        return;
+    if (!voice.started && !voice.queue.empty() &&
+        (complete() || voice.queuedTo >= frame + kLeastToStart)) {
+        play(voice, voice.queuedFrom, voice.queuedTo, now);
     }
-    const std::int64_t offset = position - voice.queuedFrom * Playhead::kOne;
-    if (offset > 0) {
-        setOffset(voice.source, toFrames(offset));
-    }
-    alSourcePlay(voice.source);
-    voice.started = true;
 }
 
 void VoicePool::release(int number) {
@@ -215,7 +266,7 @@ void VoicePool::release(int number) {
     if (voice.stream != nullptr) {
         voice.stream.reset();
         std::erase(streaming_, index);
-        --streams_;
+        streams_ -= voice.sound->isStreamed() ? 1 : 0;
     }
     fading_.push_back(index);
 }
@@ -265,7 +316,7 @@ void VoicePool::setGain(int voice, const VoiceValues& values) {
 void VoicePool::setPlayback(int voice, const VoiceValues& values, const Playhead& head) {
     Voice& to = voices_[static_cast<Index>(voice)];
     to.head = head;
-    detail::setPlayback(to.source, values.pitch, values.loop && !to.sound->isStreamed());
+    detail::setPlayback(to.source, values.pitch, values.loop && to.stream == nullptr);
 }
 
 } // namespace Orvel::detail

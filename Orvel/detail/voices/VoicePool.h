@@ -38,9 +38,15 @@ public:
     /// Takes a stream whose chunks another thread is to read ahead.
     using Reader = std::function<void(const std::shared_ptr<SoundStream>& stream)>;
 
-    /// Without a reader, chunks are read when they are needed. Fewer sources may be available.
-    /// `settled` is the number of frames after which a new gain has been reached for certain.
-    VoicePool(std::size_t voices, unsigned rate, std::int64_t settled, Reader reader);
+    /// Returns the next frame that is mixed; for frames that are mixed on another thread.
+    using Clock = std::function<std::int64_t()>;
+
+    /// Without a reader, chunks are read when they are needed. Without a clock, no frames are mixed
+    /// inside the calls. Fewer sources may be available. `settled` is the number of frames after
+    /// which a new gain has been reached for certain.
+    VoicePool(
+        std::size_t voices, unsigned rate, std::int64_t settled, Reader reader = {},
+        Clock clock = {});
     VoicePool(const VoicePool&) = delete;
     VoicePool& operator=(const VoicePool&) = delete;
     ~VoicePool();
@@ -54,11 +60,15 @@ public:
     /// Frames per second of the output.
     [[nodiscard]] unsigned rate() const noexcept { return rate_; }
 
-    /// Starts to mix a ready sound, whose position is `head` at the frame `now`. Returns the voice,
-    /// or -1 if none is free.
+    /// Starts to mix a ready sound, whose position is `head` and may begin to move at a coming
+    /// frame; `now` is the next frame that is mixed. Returns the voice, or -1 if none is free.
     int start(
         const std::shared_ptr<const Sound>& sound, const VoiceValues& values, const Playhead& head,
         std::int64_t now);
+    /// Whether a voice's samples are handed to OpenAL bit by bit.
+    [[nodiscard]] bool isFed(int voice) const {
+        return voices_[static_cast<Index>(voice)].stream != nullptr;
+    }
     /// Ends a voice's sound; its number is invalid from then on.
     void release(int voice);
 
@@ -80,20 +90,22 @@ private:
         float gain = 1.0F;
         float fade = 1.0F; // below 1 after the release
         std::int64_t silentSince = 0;
-        // Of a streamed sound. Frames are counted through all rounds of a loop.
+        // Of a streamed sound, or one that starts at a coming frame. Frames are counted through
+        // all rounds of a loop.
         std::shared_ptr<SoundStream> stream;
         Playhead head;
         bool started = false;        // it may wait for its first data
         std::deque<unsigned> queue;  // AL buffers
-        std::int64_t queuedFrom = 0; // the first frame in the queue when it started
+        std::int64_t queuedFrom = 0; // the first frame in the queue; below 0 it is silence
         std::int64_t queuedTo = 0;   // the end of the queue
         bool loop = false;
     };
     using Index = std::uint32_t;
 
     unsigned bufferOf(const std::shared_ptr<const Sound>& sound);
-    void startWhole(Voice& voice, const Playhead& head, std::int64_t now, bool loop);
     void feed(Voice& voice, std::int64_t now);
+    void queueSilence(Voice& voice, std::int64_t now);
+    void play(Voice& voice, std::int64_t first, std::int64_t end, std::int64_t now);
     void enqueue(Voice& voice, std::span<const std::byte> samples);
     void dropQueue(Voice& voice);
     void free(Index index);
@@ -101,6 +113,7 @@ private:
     const unsigned rate_;
     const std::int64_t settled_;
     const Reader reader_;
+    const Clock clock_;
     std::size_t size_ = 0;
     std::size_t sounding_ = 0;
     std::size_t streams_ = 0;

@@ -247,6 +247,75 @@ TEST(Voices, KeepTheTimeOfSoundsAndReportTheirEnds) {
     EXPECT_NEAR(*hall.ear->playPosition(*faint), 0.8, 0.03);
 }
 
+TEST(Voices, BeginAtTheFrameThatIsAskedFor) {
+    const TemporaryFolder folder;
+    const std::string path =
+        writeNoise(folder.file("n.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 22050, 1.3);
+    const struct {
+        std::int64_t frame; // of 20,000, of which the first 1,000 have been rendered
+        const char* params;
+        double offset = 0.0;
+        float pitch = 1.0F;
+        bool loop = false;
+    } rows[] = {
+        {2100, "streamFrom=100 rate=22050"},
+        {1100, "streamFrom=100 rate=22050"}, // with less notice than a block
+        {9999, "streamFrom=100", 0.5, 1.37F},
+        {9999, "streamFrom=1", 1.2, 1.37F, true}, // over the seam
+        {9999, "streamFrom=1 rate=22050", 0.5, 1.0F},
+        {12345, "streamFrom=100 rate=48000", 1.29, 0.5F, true},
+        {-30000, "streamFrom=100", 0.0, 1.0F, true}, // long ago: joins in phase
+        {400, "streamFrom=1", 0.01, 2.0F}};
+    for (const auto& row : rows) {
+        Stereo sounds[2];
+        float hallRate = 0.0F;
+        for (const bool asked : {false, true}) {
+            Hall hall(row.params);
+            hallRate = static_cast<float>(hall.ear->rate());
+            const auto hear = [&](std::int64_t frames) {
+                Stereo part(static_cast<std::size_t>(2 * frames));
+                hall.ear->render(part.data(), static_cast<unsigned>(frames));
+                sounds[asked].insert(sounds[asked].end(), part.begin(), part.end());
+            };
+            hear(1000);
+            Source* source = hall.world.createSource();
+            source->setDataFromURL(path);
+            source->setParam(row.loop, row.pitch);
+            Emitter* emitter = hall.world.createEmitter();
+            emitter->setSource(source);
+            emitter->setHull(9, 9, 1, 1);
+            emitter->setStartOffset(row.offset);
+            if (asked) {
+                hall.ear->setStartFrame(row.frame);
+            } else if (row.frame > 1000) {
+                hear(row.frame - 1000);
+            } else {
+                emitter->setStartOffset(
+                    row.offset + static_cast<double>(row.pitch) *
+                                     static_cast<double>(1000 - row.frame) / hall.ear->rate());
+            }
+            emitter->setState(WorldPart::PLAY);
+            hear(20000 - static_cast<std::int64_t>(sounds[asked].size() / 2));
+            EXPECT_EQ(hall.ear->state().gaps, 0U);
+        }
+        const auto onset = [&](const Stereo& sound) {
+            return std::ranges::find_if(sound, [](float s) { return s != 0.0F; }) - sound.begin();
+        };
+        const auto from = 2 * std::max<std::int64_t>(row.frame, 1000);
+        if (row.frame > 1000) { // Interpolation spreads it over a frame of the sound.
+            const bool exact = row.pitch == 1.0F && hallRate == 22050;
+            const auto spread = 2 * std::lround(exact ? 0.0F : hallRate / (22050.0F * row.pitch));
+            EXPECT_LE(onset(sounds[1]), from) << &row - rows;
+            EXPECT_GE(onset(sounds[1]), from - spread) << &row - rows;
+        }
+        for (Stereo& sound : sounds) { // after the ramp of a start within a sound
+            sound.erase(sound.begin(), sound.begin() + from + 2 * 1024);
+        }
+        EXPECT_GT(level(sounds[1], 0), -30.0) << &row - rows;
+        EXPECT_LT(difference(sounds[0], sounds[1]), -80.0) << &row - rows;
+    }
+}
+
 TEST(Voices, ReleaseTheMemoryOfSourcesDeletedInAnyOrder) {
     Hall hall("voices=8");
     const auto samples = tone(0.2, 500);

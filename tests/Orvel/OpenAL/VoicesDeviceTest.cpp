@@ -60,6 +60,18 @@ TEST(VoicesDevice, ComesLateIsLostAndComesBackWithEverySoundAtItsPlace) {
     EXPECT_EQ(ear->state().voicesUsed, 1U);
     EXPECT_EQ(ear->state().streams, 1U);
     EXPECT_EQ(ear->state().gaps, 0U);
+    // Two short sounds, of which the second is to begin 777 frames after the first.
+    const FrameClock clock = ear->frameClock();
+    EXPECT_TRUE(clock.hasDevice);
+    EXPECT_NEAR(clock.frameAt(clock.timeOf(1e6)), 1e6, 0.001);
+    EXPECT_NEAR(clock.rate, 44100.0, 2000.0);
+    EXPECT_LT(static_cast<double>(clock.mixed) - clock.frameAt(Clock::now()), 22050.0);
+    for (const int later : {0, 777}) {
+        ear->setStartFrame(clock.soonest + 4410 + later);
+        play(world, {1, 0, 0}, tone(0.005, 1000));
+    }
+    EXPECT_TRUE(reaches([&] { return ended == 3; }));
+    EXPECT_TRUE(reaches([&] { return ear->frameClock().mixed > clock.soonest + 4410 + 4096; }));
     world.deleteAllBackends();
 
     std::ifstream file(path, std::ios::binary);
@@ -68,6 +80,16 @@ TEST(VoicesDevice, ComesLateIsLostAndComesBackWithEverySoundAtItsPlace) {
     std::memcpy(sound.data(), bytes.data() + bytes.find("data") + 8 + 8 * 19845, 8 * 4410);
     EXPECT_NEAR(level(sound, 0), -9.03, 0.2);
     EXPECT_EQ(level(sound, 1), -200.0);
+    sound.resize((bytes.size() - bytes.find("data") - 8) / 8 * 2);
+    std::memcpy(sound.data(), bytes.data() + bytes.find("data") + 8, sound.size() * sizeof(float));
+    std::vector<std::size_t> onsets; // on the right
+    for (std::size_t i = 1; i < sound.size(); i += 2) {
+        if (sound[i] != 0.0F && (onsets.empty() || i / 2 > onsets.back() + 300)) {
+            onsets.push_back(i / 2);
+        }
+    }
+    ASSERT_EQ(onsets.size(), 2U);
+    EXPECT_EQ(onsets[1] - onsets[0], 777U);
     EXPECT_EQ(log.take().size(), 2U) << "one line for the absence, one for the loss";
 }
 
