@@ -1,10 +1,12 @@
 #include <Show/osc/OscAnswer.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <endian.h>
 #include <lo/lo.h>
 #include <string_view>
+#include <utility>
 
 namespace Show {
 
@@ -32,6 +34,26 @@ std::string encode(const OscAnswer& answer) {
 }
 
 } // namespace
+
+OscValues OscValues::floats(std::initializer_list<float> numbers) {
+    OscValues values;
+    values.count = numbers.size();
+    std::copy(numbers.begin(), numbers.end(), values.numbers.begin());
+    return values;
+}
+
+OscValues OscValues::whole(int number) {
+    OscValues values = floats({static_cast<float>(number)});
+    values.type = 'i';
+    return values;
+}
+
+OscValues OscValues::ofText(std::string text) {
+    OscValues values;
+    values.type = 's';
+    values.text = std::move(text);
+    return values;
+}
 
 bool operator==(const OscValues& a, const OscValues& b) noexcept {
     using Bits = std::array<std::uint32_t, std::tuple_size_v<decltype(a.numbers)>>; // for NaN

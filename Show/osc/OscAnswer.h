@@ -1,8 +1,12 @@
 #pragma once
 
+#include <Orvel/Quaternion.h>
+#include <Orvel/Vec3f.h>
+
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <initializer_list>
 #include <span>
 #include <string>
 
@@ -14,6 +18,12 @@ struct OscValues {
     std::size_t count = 0;
     std::array<float, 4> numbers{};
     std::string text;
+
+    static OscValues floats(std::initializer_list<float> numbers);
+    static OscValues floats(const Orvel::Vec3f& v) { return floats({v.x, v.y, v.z}); }
+    static OscValues floats(const Orvel::Quaternion& q) { return floats({q.x, q.y, q.z, q.w}); }
+    static OscValues whole(int number);
+    static OscValues ofText(std::string text);
 
     /// Compares the bits of numbers, so that one that is not a number equals itself.
     friend bool operator==(const OscValues& a, const OscValues& b) noexcept;

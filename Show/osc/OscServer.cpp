@@ -21,7 +21,7 @@ constexpr int kBacklog = 16;     // connections that wait to be accepted
 } // namespace
 
 OscServer::OscServer(
-    Orvel::World& world, const Settings& settings, OscScene::Apply apply, Report report,
+    Orvel::World& world, const Settings& settings, OscEdits::Apply apply, Report report,
     std::shared_ptr<Corvid::Loop> loop)
     : settings_(settings), report_(std::move(report)),
       scene_(world, settings.scale, std::move(apply), settings.change),

@@ -42,13 +42,13 @@ public:
         float scale = 10.0F;               ///< scene units per normalised unit
         /// Queries over UDP are answered to this port of the sender's address as well, unless 0.
         unsigned short replyPort = 0;
-        OscScene::Change change; ///< may be empty
+        AdmPaths::Change change; ///< may be empty
         /// Receivers of what changes, over UDP.
         std::vector<Corvid::Socket::Endpoint> feedback{};
     };
 
     OscServer(
-        Orvel::World& world, const Settings& settings, OscScene::Apply apply, Report report,
+        Orvel::World& world, const Settings& settings, OscEdits::Apply apply, Report report,
         std::shared_ptr<Corvid::Loop> loop);
     OscServer(const OscServer&) = delete;
     OscServer& operator=(const OscServer&) = delete;

@@ -291,7 +291,7 @@ TEST_F(OscScenes, AnObjectAppearsWithItsFirstMessage) {
     // An object has nothing of a former one with its id.
     delete world.getEmitter(2);
     EXPECT_NE(ask("/adm/obj/2/name"), "/adm/obj/2/name s former; ");
-    for (std::size_t id = 100; id < 100 + OscScene::kMaxAppeared; ++id) {
+    for (std::size_t id = 100; id < 100 + AdmPaths::kMaxAppeared; ++id) {
         EXPECT_EQ(take(message("/adm/obj/" + std::to_string(id) + "/mute", {1})), "");
     }
     EXPECT_NE(take(message("/adm/obj/99/x", {1})).find("have appeared already"), std::string::npos);

@@ -1,0 +1,233 @@
+#include <Show/osc/OrvelPaths.h>
+
+#include <Show/scene/SceneFile.h>
+#include <Show/scene/YawPitchRoll.h>
+
+#include <Orvel/SceneEdits.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace Show {
+
+namespace {
+
+using State = OscEdits::State;
+
+constexpr const char* kNoRotation = "expected a quaternion, found one of length 0";
+
+/// Three numbers are yaw, pitch and roll in degrees, four a quaternion of any length but 0.
+bool toRotation(OscNumbers n, Orvel::Quaternion& rotation) {
+    constexpr float kShortest = 1e-4F;
+    if (n.size() == 3) {
+        rotation = fromYawPitchRoll(n[0], n[1], n[2]);
+        return true;
+    }
+    const float length = std::hypot(std::hypot(n[0], n[1]), std::hypot(n[2], n[3]));
+    if (length < kShortest || !std::isfinite(length)) {
+        return false;
+    }
+    rotation = {n[0] / length, n[1] / length, n[2] / length, n[3] / length};
+    return true;
+}
+
+} // namespace
+
+OrvelPaths::OrvelPaths(const OscEdits& edits, AdmPaths& adm)
+    : edits_(edits), adm_(adm), emitterPaths_(emitterPaths()), sourcePaths_(sourcePaths()),
+      listenerPaths_(listenerPaths()), worldPaths_(worldPaths()) {}
+
+template <class Part>
+OscEntry<Part> OrvelPaths::stateEntry(const char* name, State state) {
+    return {.name = name, .counts = {0, 1}, .take = [this, state](Part& part, OscNumbers n) {
+                if (!isRelease(n) && state == State::PLAY) {
+                    Orvel::restart(part, edits_);
+                } else if (!isRelease(n)) {
+                    edits_.setState(part, state);
+                }
+                return nullptr;
+            }};
+}
+
+OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
+    using Emitter = Orvel::Emitter;
+    return {
+        "/orvel/emitter/",
+        {
+            {.name = "position",
+             .counts = {3},
+             .take =
+                 [this](Emitter& emitter, OscNumbers n) {
+                     edits_.move(emitter, {n[0], n[1], n[2]});
+                     return nullptr;
+                 },
+             .read = [](Emitter& emitter) { return OscValues::floats(emitter.position()); }},
+            {.name = "orientation",
+             .counts = {4, 3},
+             .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
+                 Orvel::Quaternion rotation;
+                 if (!toRotation(n, rotation)) {
+                     return kNoRotation;
+                 }
+                 edits_.rotate(emitter, rotation);
+                 return nullptr;
+             },
+             .read = [](Emitter& emitter) { return OscValues::floats(emitter.rotation()); },
+             .sent = true},
+            {.name = "gain",
+             .counts = {1},
+             .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
+                 if (n[0] < 0.0F) {
+                     return "expected a gain of at least 0";
+                 }
+                 adm_.setGain(emitter, n[0]);
+                 return nullptr;
+             },
+             .read = [this](Emitter& emitter) { return adm_.readGain(emitter); }},
+            {.name = "value",
+             .counts = {1},
+             .take =
+                 [this](Emitter& emitter, OscNumbers n) {
+                     edits_.setValue(emitter, n[0]);
+                     return nullptr;
+                 },
+             .read = [](Emitter& emitter) { return OscValues::floats({emitter.paramValue()}); },
+             .sent = true},
+            {.name = "hull",
+             .counts = {4},
+             .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
+                 if (std::ranges::any_of(n, [](float extent) { return extent < 0.0F; })) {
+                     return "expected extents of at least 0";
+                 }
+                 edits_.setHull(emitter, {n[0], n[1], n[2], n[3]});
+                 return nullptr;
+             },
+             .read =
+                 [](Emitter& emitter) {
+                     const Orvel::Hull& hull = emitter.hull();
+                     return OscValues::floats(
+                         {hull.maxBack, hull.maxFront, hull.minBack, hull.minFront});
+                 },
+             .sent = true},
+            {.name = "source",
+             .counts = {1},
+             .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
+                 const bool valid = n[0] >= 0.0F && n[0] <= static_cast<float>(kMaxId);
+                 const auto id = valid ? static_cast<int>(n[0]) : 0;
+                 Orvel::Source* source = edits_.world().getSource(id);
+                 if (static_cast<float>(id) != n[0] || (id != 0 && source == nullptr)) {
+                     return "expected the id of a source, or 0";
+                 }
+                 Orvel::reconnect(emitter, source, edits_);
+                 return nullptr;
+             },
+             .read =
+                 [](Emitter& emitter) {
+                     return OscValues::whole(
+                         emitter.source() == nullptr ? 0 : emitter.source()->id());
+                 },
+             .sent = true},
+            stateEntry<Emitter>("play", State::PLAY),
+            stateEntry<Emitter>("pause", State::PAUSE),
+            stateEntry<Emitter>("stop", State::STOP),
+            {.name = "destroy",
+             .counts = {0, 1},
+             .take =
+                 [this](Emitter& emitter, OscNumbers n) {
+                     if (!isRelease(n)) {
+                         adm_.forget(emitter.id());
+                         edits_.destroy(emitter);
+                     }
+                     return nullptr;
+                 }},
+        }};
+}
+
+OscFamily<Orvel::Source> OrvelPaths::sourcePaths() {
+    using Source = Orvel::Source;
+    return {
+        "/orvel/source/",
+        {
+            {.name = "pitch",
+             .counts = {1},
+             .take = [this](Source& source, OscNumbers n) -> OscExpected {
+                 if (n[0] <= 0.0F) {
+                     return "expected a pitch above 0";
+                 }
+                 edits_.setParam(source, source.loop(), n[0]);
+                 return nullptr;
+             },
+             .read = [](Source& source) { return OscValues::floats({source.pitch()}); },
+             .sent = true},
+            {.name = "loop",
+             .counts = {1},
+             .take =
+                 [this](Source& source, OscNumbers n) {
+                     edits_.setParam(source, n[0] != 0.0F, source.pitch());
+                     return nullptr;
+                 },
+             .read = [](Source& source) { return OscValues::whole(source.loop() ? 1 : 0); },
+             .sent = true},
+            stateEntry<Source>("play", State::PLAY),
+            stateEntry<Source>("pause", State::PAUSE),
+            stateEntry<Source>("stop", State::STOP),
+        }};
+}
+
+OscFamily<Orvel::World> OrvelPaths::listenerPaths() {
+    return {
+        "/orvel/listener/",
+        {
+            {.name = "position",
+             .counts = {3},
+             .take =
+                 [this](Orvel::World& world, OscNumbers n) {
+                     Orvel::moveListener(
+                         world, {n[0], n[1], n[2]}, world.listenerRotation(), edits_);
+                     return nullptr;
+                 },
+             .read =
+                 [](Orvel::World& world) { return OscValues::floats(world.listenerPosition()); }},
+            {.name = "orientation",
+             .counts = {4, 3},
+             .take = [this](Orvel::World& world, OscNumbers n) -> OscExpected {
+                 Orvel::Quaternion rotation;
+                 if (!toRotation(n, rotation)) {
+                     return kNoRotation;
+                 }
+                 Orvel::moveListener(world, world.listenerPosition(), rotation, edits_);
+                 return nullptr;
+             },
+             .read =
+                 [](Orvel::World& world) { return OscValues::floats(world.listenerRotation()); }},
+        }};
+}
+
+OscFamily<Orvel::World> OrvelPaths::worldPaths() {
+    return {
+        "/orvel/",
+        {
+            {.name = "enabled",
+             .counts = {1},
+             .take =
+                 [this](Orvel::World& world, OscNumbers n) {
+                     edits_.setEnabled(world, n[0] != 0.0F);
+                     return nullptr;
+                 },
+             .read = [](Orvel::World& world) { return OscValues::whole(world.enabled() ? 1 : 0); },
+             .sent = true},
+            subscriptionEntry("subscribe", true),
+            subscriptionEntry("unsubscribe", false),
+        }};
+}
+
+OscEntry<Orvel::World> OrvelPaths::subscriptionEntry(const char* name, bool wanted) {
+    return {
+        .name = name,
+        .counts = {0, 1},
+        .take = [this, wanted](Orvel::World& /*world*/, OscNumbers n) -> OscExpected {
+            return isRelease(n) || !subscribe_ ? nullptr : subscribe_(wanted);
+        }};
+}
+
+} // namespace Show

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <Show/osc/OscAnswer.h>
+
+#include <cstddef>
+#include <functional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Show {
+
+/// The numbers of a message.
+using OscNumbers = std::span<const float>;
+/// Null, or the expected form of a message.
+using OscExpected = const char*;
+
+/// A path of one part, the last word of it.
+template <class Part>
+struct OscEntry {
+    std::string name;
+    std::vector<std::size_t> counts; ///< of numbers; none: takes a text
+    /// Applies numbers, as many as one of the counts.
+    std::function<OscExpected(Part& part, OscNumbers numbers)> take;
+    /// Answers a query; empty: there is none.
+    std::function<OscValues(Part& part)> read{};
+    bool sent = false; ///< to subscribers
+    /// Applies a text.
+    std::function<OscExpected(Part& part, const std::string& text)> write{};
+};
+
+/// Paths with a common prefix.
+template <class Part>
+struct OscFamily {
+    std::string prefix; ///< before the id if the parts have one
+    std::vector<OscEntry<Part>> entries;
+};
+
+/// Buttons send 1 when pressed and 0 when released.
+inline bool isRelease(OscNumbers numbers) {
+    return numbers.size() == 1 && numbers[0] == 0.0F;
+}
+
+} // namespace Show
