@@ -85,7 +85,12 @@ void Source::setData(
 }
 
 void Source::setDataFromURL(const std::string& url) {
+    setDataFromURL(url, SoundFile::Channels::Keep);
+}
+
+void Source::setDataFromURL(const std::string& url, SoundFile::Channels channels) {
     dataKind_ = URL_SD;
+    urlChannels_ = channels;
     url_.reset();
     url_ = std::make_unique<Corvid::URL>(url);
     world().setSourceData(*this);

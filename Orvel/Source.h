@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Orvel/SoundFile.h>
 #include <Orvel/WorldPart.h>
 
 #include <map>
@@ -53,6 +54,9 @@ public:
     /// file, relative to the current directory. Throws Corvid::URLImpl::Exception ("Cannot parse
     /// URL"); the source then has no URL and no back end is notified.
     void setDataFromURL(const std::string& url);
+    /// The same, with the choice of Channels::Mono: the kind "voices" then mixes all channels of
+    /// the sound to one, and so places it. The other kinds keep to their rules.
+    void setDataFromURL(const std::string& url, SoundFile::Channels channels);
 
     /// Writes the PCM samples to a WAV file, for debugging. A failure is only logged.
     void dumpWavFile(const std::string& fileName) const;
@@ -68,6 +72,8 @@ public:
     [[nodiscard]] bool loop() const noexcept { return loop_; }
     /// Null before setDataFromURL; owned by the source and replaced by the next call.
     [[nodiscard]] const Corvid::URL* url() const noexcept { return url_.get(); }
+    /// Of the latest setDataFromURL.
+    [[nodiscard]] SoundFile::Channels urlChannels() const noexcept { return urlChannels_; }
     [[nodiscard]] const std::map<int, Emitter*>& connectedEmitters() const noexcept {
         return connectedEmitters_;
     }
@@ -85,6 +91,7 @@ private:
     float duration_ = 0.0F;
     bool loop_ = false;
     std::unique_ptr<Corvid::URL> url_;
+    SoundFile::Channels urlChannels_ = SoundFile::Channels::Keep;
     std::map<int, Emitter*> connectedEmitters_;
 };
 

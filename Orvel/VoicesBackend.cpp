@@ -105,6 +105,7 @@ struct VoicesBackend::State {
     std::uint32_t nextNumber = 0;
     std::unordered_map<int, std::shared_ptr<Sound>> sounds; // by source; null without data
     std::vector<Loading> loading;
+    std::vector<Loading> streamed; // to report files that turn out to be damaged
     std::function<void(Emitter&)> ended;
     std::optional<std::int64_t> startFrame;
     // Offline.
@@ -166,6 +167,7 @@ void VoicesBackend::resetBackend() {
     s.slots.clear();
     s.sounds.clear();
     s.loading.clear();
+    s.streamed.clear();
 }
 
 void VoicesBackend::setEnabled() {
@@ -198,7 +200,11 @@ void VoicesBackend::setSourceData(Source& source) {
     if (found == s.sounds.end() || source.dataKind() == Source::NO_SD) {
         return;
     }
-    auto sound = std::make_shared<Sound>(s.settings);
+    Sound::Settings settings = s.settings;
+    if (source.dataKind() == Source::URL_SD && source.urlChannels() == SoundFile::Channels::Mono) {
+        settings.keepChannels = false;
+    }
+    auto sound = std::make_shared<Sound>(settings);
     found->second = sound;
     if (source.dataKind() == Source::PCM_SD) {
         sound->setPcm(
@@ -244,12 +250,39 @@ void VoicesBackend::reportLoaded() {
             continue; // replaced or destroyed meanwhile
         }
         if (loaded.sound->state() == Sound::State::Ready) {
+            if (loaded.sound->isStreamed()) {
+                s.streamed.push_back(loaded);
+            }
             setSourceDuration(*source, static_cast<float>(loaded.sound->seconds()));
         } else if (!loaded.sound->failure().text.empty()) {
             Diagnostic failure = loaded.sound->failure();
             failure.part = *source;
             report(failure);
         }
+    }
+}
+
+void VoicesBackend::reportDamaged() {
+    State& s = *state_;
+    std::vector<Diagnostic> found;
+    std::erase_if(s.streamed, [&](const State::Loading& streamed) {
+        if (s.soundOf(streamed.source) != streamed.sound) {
+            return true;
+        }
+        if (std::string reason = streamed.sound->takeDamage(); !reason.empty()) {
+            const Source* source = world().getSource(streamed.source);
+            Diagnostic& damage = found.emplace_back();
+            damage.code = Diagnostic::Code::CannotPlay;
+            damage.level = Log::Level::Fatal;
+            if (source != nullptr) {
+                damage.part = *source;
+            }
+            damage.text = "A part of the sound is silent: " + reason;
+        }
+        return false;
+    });
+    for (const Diagnostic& damage : found) {
+        report(damage);
     }
 }
 
@@ -395,6 +428,7 @@ void VoicesBackend::setEmitterState(Emitter& emitter) {
 bool VoicesBackend::update() {
     State& s = *state_;
     reportLoaded();
+    reportDamaged();
     std::vector<Diagnostic> diagnostics;
     std::vector<int> ended;
     {
@@ -463,6 +497,10 @@ BackendState VoicesBackend::state() const {
         }
     }
     return state;
+}
+
+std::size_t VoicesBackend::loadingSounds() const noexcept {
+    return state_->loading.size();
 }
 
 bool VoicesBackend::isOffline() const noexcept {

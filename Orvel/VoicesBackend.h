@@ -65,6 +65,9 @@ public:
     /// is open.
     bool waitForDevice(std::chrono::milliseconds patience) const;
 
+    /// Number of sounds that are being fetched and decoded; their durations are not known yet.
+    [[nodiscard]] std::size_t loadingSounds() const noexcept;
+
     /// Whether frames are pulled with render().
     [[nodiscard]] bool isOffline() const noexcept;
     /// Sample rate of render() in Hz.
@@ -100,6 +103,8 @@ private:
 
     /// Sets the durations of sounds that have been loaded, and reports those that failed.
     ORVEL_NO_EXPORT void reportLoaded();
+    /// Reports streamed files that turned out to be damaged.
+    ORVEL_NO_EXPORT void reportDamaged();
 
     std::unique_ptr<State> state_;
 };

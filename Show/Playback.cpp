@@ -23,7 +23,9 @@ struct Playback::State {
 
 static_assert(Playback::kTick == ScenePlayer::kTick);
 
-Playback::Playback(Orvel::World& world, ShowFile file)
+Playback::Playback(Orvel::World& world, ShowFile file) : Playback(world, std::move(file), false) {}
+
+Playback::Playback(Orvel::World& world, ShowFile file, bool voicesFollow)
     : state_(new State{world, std::move(file), {}, nullptr}) {
     if (!state_->file.isGood()) {
         const auto& problems = state_->file.problems();
@@ -31,7 +33,8 @@ Playback::Playback(Orvel::World& world, ShowFile file)
         return;
     }
     try {
-        state_->player = state_->file.playable()->makePlayer(world);
+        state_->player = state_->file.playable()->makePlayer(
+            world, voicesFollow ? LongFiles::ByPath : LongFiles::AsNeeded);
     } catch (const std::exception& fault) {
         state_->error = fault.what();
     }

@@ -30,6 +30,9 @@ public:
 
     /// A file that is not good plays nothing.
     Playback(Orvel::World& world, ShowFile file);
+    /// `voicesFollow`: the back ends that are added after start() are of the kind "voices", so long
+    /// sound files need not be decoded for them.
+    Playback(Orvel::World& world, ShowFile file, bool voicesFollow);
     Playback(const Playback&) = delete;
     Playback& operator=(const Playback&) = delete;
     ~Playback();

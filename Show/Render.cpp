@@ -40,8 +40,12 @@ renderWith(const ShowFile& file, const RenderSettings& settings, auto&& begin, a
         !std::isfinite(settings.from + settings.seconds)) {
         return fail("expected times from 0 seconds on", Cause::Other);
     }
-    Orvel::OALLoopbackBackend::registerType();
-    OfflineRenderer renderer(*file.playable(), settings.rate);
+    if (settings.kind != "voices" && settings.kind != "openal") {
+        return fail(
+            "expected the kind \"voices\" or \"openal\", found \"" + settings.kind + '"',
+            Cause::Other);
+    }
+    OfflineRenderer renderer(*file.playable(), settings.rate, settings.kind, settings.params);
     if (!renderer.working()) {
         return fail(
             "OpenAL gave no loopback device; check the installation of OpenAL Soft", Cause::Other);
@@ -69,7 +73,7 @@ renderWith(const ShowFile& file, const RenderSettings& settings, auto&& begin, a
             break;
         }
         if (!skipping) {
-            frames += samples.size() / Orvel::OALLoopbackBackend::kChannels;
+            frames += samples.size() / FrameSource::kChannels;
             result.cancelled = !take(samples);
         }
         if (settings.progress && !settings.progress(renderer.seconds() / end)) {

@@ -18,6 +18,10 @@ struct RenderSettings {
     double from = 0.0;     ///< start in seconds of the file; the part before is discarded
     double seconds = 0.0;  ///< length to render; 0: until the end
     SampleFormat format = SampleFormat::s16; ///< of renderToFile()
+    /// The kind of the back end: "voices", or "openal" in its offline form.
+    std::string kind = "voices";
+    /// Its parameters (docs/parameters.md). By default "voices" has ShowFile::voices() voices.
+    std::string params;
     /// Called with 0 before the file is created, and then after each block, of at most 0.1 s, with
     /// the progress from 0 to 1. Returning false cancels.
     std::function<bool(double done)> progress;
@@ -47,8 +51,9 @@ struct RenderResult {
 };
 
 /// Renders a scene or a capture to a stereo WAV file of at most 4 GiB, faster than real time,
-/// through OpenAL's loopback device. The same file always gives the same bytes. The WAV file
-/// appears when it is complete; on failure or cancellation nothing is left behind.
+/// through OpenAL's loopback device, with the kind "voices" unless the settings say otherwise. The
+/// same file always gives the same bytes. The WAV file appears when it is complete; on failure or
+/// cancellation nothing is left behind.
 ///
 /// Blocks until it is done, on the calling thread; no other thread may render meanwhile, because
 /// all OpenAL back ends of a process must be used by one thread at a time. Sounds by URL are

@@ -109,6 +109,10 @@ std::size_t ShowFile::emitters() const noexcept {
     return isGood() ? playable_->emitters() : 0;
 }
 
+std::size_t ShowFile::voices() const noexcept {
+    return voicesFor(emitters());
+}
+
 std::vector<std::string> ShowFile::soundFiles() const {
     std::vector<std::string> paths;
     if (isGood()) {

@@ -61,6 +61,9 @@ public:
     /// largest possible numbers. 0 if it is not good.
     [[nodiscard]] std::size_t sources() const noexcept;
     [[nodiscard]] std::size_t emitters() const noexcept;
+    /// The number of voices on which it is rendered by default, and that a back end of the kind
+    /// "voices" should have to sound the same: one for each emitter, from 128 to 1024.
+    [[nodiscard]] std::size_t voices() const noexcept;
     /// The paths of its sound files, including those named by file URLs.
     [[nodiscard]] std::vector<std::string> soundFiles() const;
     /// The name of a part for messages about diagnostics: for a source the place in the file that

@@ -94,13 +94,13 @@ Capture::load(const std::string& path, bool fetch, std::vector<Problem>& problem
     return capture;
 }
 
-std::unique_ptr<Player> Capture::makePlayer(Orvel::World& world) const {
+std::unique_ptr<Player> Capture::makePlayer(Orvel::World& world, LongFiles longFiles) const {
     std::string fault;
     auto reader = CaptureReader::open(path_, fault);
     if (reader == nullptr) {
         throw std::runtime_error(path_ + ": " + fault); // it could be opened before
     }
-    return std::make_unique<ReplayPlayer>(path_, std::move(reader), bank_, world);
+    return std::make_unique<ReplayPlayer>(path_, std::move(reader), bank_, world, longFiles);
 }
 
 std::size_t Capture::emitters() const {

@@ -18,7 +18,8 @@ public:
     [[nodiscard]] static std::unique_ptr<const Capture>
     load(const std::string& path, bool fetch, std::vector<Problem>& problems);
 
-    [[nodiscard]] std::unique_ptr<Player> makePlayer(Orvel::World& world) const override;
+    [[nodiscard]] std::unique_ptr<Player>
+    makePlayer(Orvel::World& world, LongFiles longFiles) const override;
     [[nodiscard]] std::size_t emitters() const override;
     [[nodiscard]] const Scene& sources() const override { return bank_.scene; }
     [[nodiscard]] bool incomplete() const override { return incomplete_; }

@@ -23,8 +23,9 @@ double inSeconds(std::uint64_t microseconds) {
 
 ReplayPlayer::ReplayPlayer(
     std::string path, std::unique_ptr<CaptureReader> reader, const LoadedScene& bank,
-    Orvel::World& world)
-    : path_(std::move(path)), reader_(std::move(reader)), world_(world), session_(world, bank) {}
+    Orvel::World& world, LongFiles longFiles)
+    : path_(std::move(path)), reader_(std::move(reader)), world_(world),
+      session_(world, bank, longFiles) {}
 
 void ReplayPlayer::start() {
     if (!std::exchange(fetched_, true)) {

@@ -23,7 +23,7 @@ public:
     /// `path` is for messages.
     ReplayPlayer(
         std::string path, std::unique_ptr<CaptureReader> reader, const LoadedScene& bank,
-        Orvel::World& world);
+        Orvel::World& world, LongFiles longFiles);
 
     void start() override;
     void advance(double seconds) override;

@@ -70,8 +70,8 @@ SceneListener::SceneListener(Orvel::World& world, const LoadedScene& loaded)
 }
 
 void SceneListener::setSound(int source, const Sound& sound) {
-    const Samples* samples = sounds_.find(sound);
-    sources_[source].stereo = samples != nullptr && samples->channels == 2;
+    const auto shape = sounds_.shapeOf(sound);
+    sources_[source].stereo = shape && shape->channels == 2;
 }
 
 std::vector<const SourceSpec*> SceneListener::unusedSources() const {

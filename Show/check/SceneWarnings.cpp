@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <limits>
 #include <map>
+#include <span>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -203,18 +204,47 @@ void checkEmitter(const EmitterHistory& history, Warnings& warnings) {
     }
 }
 
+int peakOf(std::span<const std::int16_t> samples) {
+    int peak = 0;
+    for (const std::int16_t value : samples) {
+        peak = std::max(peak, std::abs(int{value}));
+    }
+    return peak;
+}
+
+/// Reads a whole file; `fault` receives the reason if it is damaged.
+int peakOf(const std::string& path, std::string& fault) {
+    constexpr std::size_t kBlockSamples = 65536;
+    Orvel::SoundFile file(path);
+    std::vector<std::int16_t> block(std::max<std::size_t>(kBlockSamples, file.channels()));
+    int peak = 0;
+    while (const std::size_t frames = file.read(block)) {
+        peak = std::max(peak, peakOf(std::span(block).first(frames * file.channels())));
+    }
+    fault = file.error();
+    return peak;
+}
+
 void checkSound(
     const SoundBank& sounds, const Sound& sound, const Where& where, Warnings& warnings) {
-    const Samples* samples = sounds.find(sound);
-    if (samples == nullptr) {
+    if (!sounds.shapeOf(sound)) {
         return;
     }
     int peak = 0;
-    for (const std::int16_t value : samples->samples) {
-        peak = std::max(peak, std::abs(int{value}));
-        if (peak >= kSilentPeak) {
+    if (sounds.isLong(sound)) {
+        std::string fault;
+        peak = peakOf(std::get<SoundFile>(sound).path, fault);
+        if (!fault.empty()) {
+            warnings.add(
+                where, "", "a part of the sound is silent: " + fault, "sounds are damaged");
             return;
         }
+    } else {
+        std::string fault;
+        peak = peakOf(sounds.decode(sound, fault)->samples);
+    }
+    if (peak >= kSilentPeak) {
+        return;
     }
     warnings.add(
         where, "",
@@ -254,11 +284,11 @@ std::vector<Problem> findWarnings(const LoadedScene& loaded, double& end) {
                 source->where, "", "no emitter plays this source", "sources have no emitter");
         }
     }
-    if (const std::size_t most = listener->maxEmitters(); most > kUsualEmitters) {
+    if (const std::size_t most = listener->maxEmitters(); most > kMaxVoices) {
         warnings.add(
-            std::to_string(most) + " emitters exist at once, and OpenAL holds " +
-            std::to_string(kUsualEmitters) + " unless it is configured for more: " +
-            std::to_string(most - kUsualEmitters) + " of them are not heard");
+            std::to_string(most) + " emitters exist at once, and " + std::to_string(kMaxVoices) +
+            " can be mixed: " + std::to_string(most - kMaxVoices) +
+            " of them, the softest, are not heard");
     }
     for (const SourceSpec& source : scene.sources) {
         checkSound(loaded.sounds, source.sound, source.soundWhere, warnings);

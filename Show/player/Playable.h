@@ -2,6 +2,7 @@
 
 #include <Show/player/Player.h>
 #include <Show/scene/LoadedScene.h>
+#include <Show/scene/SceneSources.h>
 
 #include <cstddef>
 #include <memory>
@@ -19,7 +20,8 @@ public:
 
     /// Creates its player for a world, which must outlive the player. Throws std::runtime_error if
     /// the file has gone since it was loaded.
-    [[nodiscard]] virtual std::unique_ptr<Player> makePlayer(Orvel::World& world) const = 0;
+    [[nodiscard]] virtual std::unique_ptr<Player>
+    makePlayer(Orvel::World& world, LongFiles longFiles) const = 0;
     /// The largest number of emitters.
     [[nodiscard]] virtual std::size_t emitters() const = 0;
     /// Its sources with their sounds.

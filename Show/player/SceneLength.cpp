@@ -45,8 +45,8 @@ double playingEnd(const Scene& scene, const SoundBank& sounds, Orvel::World& wor
     auto* clock = new PlayClock(shadow); // the world deletes it
     ScenePlayer player(still, sounds, shadow, [&](Orvel::Source& source, const Sound& sound) {
         double length = 0.0;
-        if (const Samples* samples = sounds.find(sound)) {
-            length = samples->seconds();
+        if (const auto shape = sounds.shapeOf(sound)) {
+            length = shape->seconds;
         } else if (const Orvel::Source* original = world.getSource(source.id())) {
             length = original->duration();
         }

@@ -15,8 +15,9 @@ public:
     explicit ScenePlayable(std::unique_ptr<const LoadedScene> loaded)
         : loaded_(std::move(loaded)) {}
 
-    [[nodiscard]] std::unique_ptr<Player> makePlayer(Orvel::World& world) const override {
-        return std::make_unique<ScenePlayer>(loaded_->scene, loaded_->sounds, world);
+    [[nodiscard]] std::unique_ptr<Player>
+    makePlayer(Orvel::World& world, LongFiles longFiles) const override {
+        return std::make_unique<ScenePlayer>(loaded_->scene, loaded_->sounds, world, longFiles);
     }
     [[nodiscard]] std::size_t emitters() const override { return countEmitters(loaded_->scene); }
     [[nodiscard]] const Scene& sources() const override { return loaded_->scene; }

@@ -61,10 +61,12 @@ bool follow(std::optional<Ramp<Value>>& ramp, double seconds, Value& value) {
 
 } // namespace
 
-ScenePlayer::ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world)
-    : ScenePlayer(scene, sounds, world, [&sounds](Orvel::Source& source, const Sound& sound) {
-          giveSound(sounds, source, sound);
-      }) {}
+ScenePlayer::ScenePlayer(
+    const Scene& scene, const SoundBank& sounds, Orvel::World& world, LongFiles longFiles)
+    : ScenePlayer(
+          scene, sounds, world, [&sounds, longFiles](Orvel::Source& source, const Sound& sound) {
+              giveSound(sounds, source, sound, longFiles);
+          }) {}
 
 ScenePlayer::ScenePlayer(
     const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give)

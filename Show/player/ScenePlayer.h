@@ -25,7 +25,9 @@ public:
     /// The interval, in seconds, at which to call advance() while something moves.
     static constexpr double kTick = 0.01;
 
-    ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world);
+    ScenePlayer(
+        const Scene& scene, const SoundBank& sounds, Orvel::World& world,
+        LongFiles longFiles = LongFiles::AsNeeded);
     /// For a world without sounds, or with sounds from elsewhere. Calls `give` where a source gets
     /// its sound; end() takes the lengths from `sounds`.
     ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give);

@@ -17,10 +17,9 @@ using Seconds = std::chrono::duration<double>;
 
 } // namespace
 
-LiveRecording::LiveRecording(
-    Orvel::OALLoopbackBackend& backend, const std::string& path, Clock::time_point begin)
-    : backend_(backend), rate_(backend.rate()), begin_(begin),
-      writer_(path, backend.rate(), SampleFormat::s16, {}, WavWriter::Unfinished::Kept),
+LiveRecording::LiveRecording(FrameSource& source, const std::string& path, Clock::time_point begin)
+    : source_(source), rate_(source.rate()), begin_(begin),
+      writer_(path, source.rate(), SampleFormat::s16, {}, WavWriter::Unfinished::Kept),
       perSecond_(rate_, 1.0) {
     writer_.updateHeader();
 }
@@ -33,8 +32,8 @@ std::uint64_t LiveRecording::framesUntil(Clock::time_point time) const {
 }
 
 void LiveRecording::render(std::uint64_t frames) {
-    samples_.resize(frames * Orvel::OALLoopbackBackend::kChannels);
-    backend_.render(samples_.data(), static_cast<unsigned>(frames));
+    samples_.resize(frames * FrameSource::kChannels);
+    source_.render(samples_.data(), static_cast<unsigned>(frames));
     writer_.write(samples_);
     perSecond_.add(samples_);
     const double before = std::floor(seconds());

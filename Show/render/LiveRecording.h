@@ -1,9 +1,8 @@
 #pragma once
 
 #include <Show/LevelMeter.h>
+#include <Show/render/FrameSource.h>
 #include <Show/render/WavWriter.h>
-
-#include <Orvel/OALLoopbackBackend.h>
 
 #include <chrono>
 #include <cstdint>
@@ -12,10 +11,10 @@
 
 namespace Show {
 
-/// Writes the output of a loopback back end to a 16-bit WAV file in real time, as a sound card
+/// Writes the output of a back end to a 16-bit WAV file in real time, as a sound card
 /// would pull it. If the machine was too slow for a while it catches up, so the file is never
 /// shorter than the time passed. The file can be read at any time, up to the last full second. The
-/// back end must outlive it. Confined to the back end's thread.
+/// source must outlive it. Confined to the world's thread.
 class LiveRecording {
 public:
     using Clock = std::chrono::steady_clock;
@@ -24,8 +23,7 @@ public:
     static constexpr std::chrono::milliseconds kBlock{5};
 
     /// Creates the file; its first frame corresponds to `begin`. Throws OutputError.
-    LiveRecording(
-        Orvel::OALLoopbackBackend& backend, const std::string& path, Clock::time_point begin);
+    LiveRecording(FrameSource& source, const std::string& path, Clock::time_point begin);
 
     /// Renders the frames that are due, neither very few nor too many in one call. Returns false if
     /// the file is full. Throws OutputError.
@@ -45,7 +43,7 @@ private:
     [[nodiscard]] std::uint64_t framesUntil(Clock::time_point time) const;
     void render(std::uint64_t frames);
 
-    Orvel::OALLoopbackBackend& backend_;
+    FrameSource& source_;
     double rate_;
     Clock::time_point begin_;
     WavWriter writer_;

@@ -1,7 +1,6 @@
 #include <Show/render/OfflineRenderer.h>
 
 #include <Show/player/ScenePlayer.h>
-#include <Show/scene/LoadedScene.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,14 +12,6 @@ namespace {
 /// The longest block while nothing changes, in seconds.
 constexpr double kStillStep = 0.1;
 
-std::string parameters(const Playable& what, unsigned rate) {
-    std::string text = "rate=" + std::to_string(rate);
-    if (const std::size_t emitters = what.emitters(); emitters > kUsualEmitters) {
-        text += " sources=" + std::to_string(emitters);
-    }
-    return text;
-}
-
 /// The first multiple of `step` after `time`.
 double nextMultiple(double time, double step) {
     // Rounding may put a multiple slightly below itself.
@@ -30,17 +21,17 @@ double nextMultiple(double time, double step) {
 
 } // namespace
 
-OfflineRenderer::OfflineRenderer(const Playable& what, unsigned rate)
-    : backend_(dynamic_cast<Orvel::OALLoopbackBackend*>(
-          world_.addBackend("loopback", parameters(what, rate).c_str()))),
-      player_(what.makePlayer(world_)), rate_(rate) {
+OfflineRenderer::OfflineRenderer(
+    const Playable& what, unsigned rate, const std::string& kind, const std::string& params)
+    : source_(world_, kind, params, rate, what.emitters()),
+      player_(what.makePlayer(world_, LongFiles::AsNeeded)), rate_(rate) {
     if (working()) {
         player_->start();
     }
 }
 
 bool OfflineRenderer::working() const {
-    return backend_ != nullptr && backend_->working();
+    return source_.isWorking();
 }
 
 double OfflineRenderer::nextStop(double end) const {
@@ -59,8 +50,8 @@ std::span<const float> OfflineRenderer::next(double end) {
         const auto due = static_cast<std::uint64_t>(std::llround(now_ * rate_));
         if (due > frames_) {
             const auto count = static_cast<unsigned>(due - frames_);
-            samples_.resize(std::size_t{count} * Orvel::OALLoopbackBackend::kChannels);
-            backend_->render(samples_.data(), count);
+            samples_.resize(std::size_t{count} * FrameSource::kChannels);
+            source_.render(samples_.data(), count);
             frames_ = due;
             return samples_;
         }

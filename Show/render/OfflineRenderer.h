@@ -1,13 +1,14 @@
 #pragma once
 
 #include <Show/player/Playable.h>
+#include <Show/render/FrameSource.h>
 
-#include <Orvel/OALLoopbackBackend.h>
 #include <Orvel/OwningWorld.h>
 
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace Show {
@@ -16,8 +17,10 @@ namespace Show {
 /// frame. Confined to one thread at a time; the playable must outlive it.
 class OfflineRenderer {
 public:
-    /// Opens the loopback device, `rate` in Hz, and starts to play, which fetches a scene's URLs.
-    OfflineRenderer(const Playable& what, unsigned rate);
+    /// Opens the device, see FrameSource, and starts to play, which fetches a scene's URLs.
+    OfflineRenderer(
+        const Playable& what, unsigned rate, const std::string& kind = "voices",
+        const std::string& params = "");
 
     /// Returns false if the device could not be opened; next() is then always empty.
     [[nodiscard]] bool working() const;
@@ -35,7 +38,7 @@ private:
     double nextStop(double end) const;
 
     Orvel::OwningWorld<> world_;
-    Orvel::OALLoopbackBackend* backend_; // the world's
+    FrameSource source_;
     std::unique_ptr<Player> player_;
     double rate_;
     double now_ = 0.0; // end of frames_ and, unless late_, time of the world

@@ -4,6 +4,8 @@
 #include <Show/scene/SceneFile.h>
 #include <Show/scene/SoundBank.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -30,8 +32,13 @@ std::size_t countEmitters(const Scene& scene);
 /// Number of sources, including those created in the timeline.
 std::size_t countSources(const Scene& scene);
 
-/// Number of emitters that OpenAL supports by default.
-inline constexpr std::size_t kUsualEmitters = 256;
+/// The number of voices for a scene if none is asked for: one for each emitter, but not fewer than
+/// the kind "voices" has by default and not more than it can have.
+inline constexpr std::size_t kUsualVoices = 128;
+inline constexpr std::size_t kMaxVoices = 1024;
+inline std::size_t voicesFor(std::size_t emitters) {
+    return std::clamp(emitters, kUsualVoices, kMaxVoices);
+}
 
 /// The name of a sound for users: a file's or URL's name without folders and extension, or "440
 /// Hz".

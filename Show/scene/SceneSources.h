@@ -27,8 +27,17 @@ void nameSound(const Orvel::Source& source, const Sound& sound);
 /// Sets a source's sound by URL, and reports it if OpenAL has fetched and refuses it.
 void giveUrl(Orvel::Source& source, const std::string& url);
 
-/// Gives a source its sound: the decoded samples of a file or tone, or the URL.
-void giveSound(const SoundBank& sounds, Orvel::Source& source, const Sound& sound);
+/// How a source gets a long file.
+enum class LongFiles {
+    AsNeeded, ///< by its path if all that plays in the world reads files while they play, else
+              ///< decoded
+    ByPath    ///< by its path, for back ends that are added later
+};
+
+/// Gives a source its sound: the samples of a tone or a short file, a long file, or the URL. A
+/// failure is reported.
+void giveSound(
+    const SoundBank& sounds, Orvel::Source& source, const Sound& sound, LongFiles longFiles);
 
 /// A function that gives a source its sound.
 using GiveSound = std::function<void(Orvel::Source& source, const Sound& sound)>;

@@ -17,6 +17,12 @@ struct Decoded {
     std::string fault;
 };
 
+using Channels = Orvel::SoundFile::Channels;
+
+Channels channelsOf(const SoundFile& sound) {
+    return sound.keepChannels ? Channels::Keep : Channels::Mono;
+}
+
 constexpr const char* kTooMuch = "expected no more than 1 GiB of decoded sound in one scene";
 
 Decoded fault(std::string text) {
@@ -29,8 +35,7 @@ Decoded decode(const SoundFile& sound, std::size_t maxBytes) {
     if (file.frames() > maxBytes / sizeof(std::int16_t) / std::max<std::uint64_t>(kept, 1)) {
         return fault(kTooMuch + (", exceeded by \"" + sound.path + "\""));
     }
-    using Channels = Orvel::SoundFile::Channels;
-    auto samples = file.decode(sound.keepChannels ? Channels::Keep : Channels::Mono, maxBytes);
+    auto samples = file.decode(channelsOf(sound), maxBytes);
     if (!samples) {
         return fault(
             file.error() +
@@ -60,30 +65,37 @@ Decoded decode(const Tone& tone, std::size_t maxBytes) {
     return result;
 }
 
+/// The form of a file that is long and can be played; nothing otherwise.
+std::optional<SoundBank::Shape> longShapeOf(const SoundFile& sound) {
+    const Orvel::SoundFile file(sound.path);
+    const unsigned kept = sound.keepChannels ? file.channels() : 1;
+    if (!file.isOpen() || file.seconds() <= SoundBank::kMaxShort || kept > 2) {
+        return std::nullopt;
+    }
+    return SoundBank::Shape{kept, file.seconds()};
+}
+
 } // namespace
 
 bool SoundBank::load(const Scene& scene, std::vector<Problem>& problems) {
     std::map<Sound, std::string> faults; // so that a broken file is read only once
     bool good = true;
     const auto add = [&](const Sound& sound, const Where& where) {
-        if (samples_.contains(sound)) {
+        const auto* file = std::get_if<SoundFile>(&sound);
+        if (samples_.contains(sound) || long_.contains(sound) ||
+            (file == nullptr && !std::holds_alternative<Tone>(sound))) {
             return;
         }
         if (!faults.contains(sound)) {
-            std::optional<Decoded> decoded;
-            if (const auto* file = std::get_if<SoundFile>(&sound)) {
-                decoded = decode(*file, maxBytes_ - bytes_);
-            } else if (const auto* tone = std::get_if<Tone>(&sound)) {
-                decoded = decode(*tone, maxBytes_ - bytes_);
-            } else {
+            if (const auto shape = file == nullptr ? std::nullopt : longShapeOf(*file)) {
+                long_.emplace(sound, *shape);
                 return;
             }
-            if (decoded->fault.empty()) {
-                bytes_ += decoded->samples.samples.size() * sizeof(std::int16_t);
-                samples_.emplace(sound, std::move(decoded->samples));
+            std::string fault;
+            if (decode(sound, fault) != nullptr) {
                 return;
             }
-            faults[sound] = std::move(decoded->fault);
+            faults[sound] = std::move(fault);
         }
         problems.push_back({scene.path, where.line, where.field, faults[sound]});
         good = false;
@@ -100,9 +112,34 @@ bool SoundBank::load(const Scene& scene, std::vector<Problem>& problems) {
     return good;
 }
 
-const Samples* SoundBank::find(const Sound& sound) const {
-    const auto found = samples_.find(sound);
-    return found == samples_.end() ? nullptr : &found->second;
+std::optional<SoundBank::Shape> SoundBank::shapeOf(const Sound& sound) const {
+    if (const auto found = long_.find(sound); found != long_.end()) {
+        return found->second;
+    }
+    if (const auto found = samples_.find(sound); found != samples_.end()) {
+        return Shape{found->second.channels, found->second.seconds()};
+    }
+    return std::nullopt;
+}
+
+const Samples* SoundBank::decode(const Sound& sound, std::string& fault) const {
+    if (const auto found = samples_.find(sound); found != samples_.end()) {
+        return &found->second;
+    }
+    Decoded decoded;
+    if (const auto* file = std::get_if<SoundFile>(&sound)) {
+        decoded = Show::decode(*file, maxBytes_ - bytes_);
+    } else if (const auto* tone = std::get_if<Tone>(&sound)) {
+        decoded = Show::decode(*tone, maxBytes_ - bytes_);
+    } else {
+        return nullptr;
+    }
+    if (!decoded.fault.empty()) {
+        fault = std::move(decoded.fault);
+        return nullptr;
+    }
+    bytes_ += decoded.samples.samples.size() * sizeof(std::int16_t);
+    return &samples_.emplace(sound, std::move(decoded.samples)).first->second;
 }
 
 } // namespace Show

@@ -16,7 +16,8 @@ constexpr std::size_t kMaxMissingNamed = 10;
 
 } // namespace
 
-Session::Session(Orvel::World& world, const LoadedScene& bank) : world_(world), bank_(bank) {
+Session::Session(Orvel::World& world, const LoadedScene& bank, LongFiles longFiles)
+    : world_(world), bank_(bank), longFiles_(longFiles) {
     for (const SourceSpec& spec : bank.scene.sources) {
         specs_.emplace(spec.id, &spec);
     }
@@ -47,7 +48,7 @@ std::vector<Problem> Session::fetch() {
 void Session::give(Orvel::Source& source, const Sound& sound) const {
     const auto* url = std::get_if<SoundUrl>(&sound);
     if (url == nullptr) {
-        giveSound(bank_.sounds, source, sound);
+        giveSound(bank_.sounds, source, sound, longFiles_);
     } else if (const auto file = files_.find(url->text); file != files_.end()) {
         nameSound(source, sound);
         giveUrl(source, file->second->name());

@@ -36,7 +36,8 @@ public:
     /// Limit of reported refusals, one per emitter.
     static constexpr std::size_t kMaxReportedRefusals = 100;
 
-    Session(Orvel::World& world, const LoadedScene& bank);
+    Session(
+        Orvel::World& world, const LoadedScene& bank, LongFiles longFiles = LongFiles::AsNeeded);
 
     /// Fetches the sources with a URL, once. Returns a problem for each that cannot be fetched;
     /// such a source stays silent.
@@ -74,6 +75,7 @@ private:
 
     Orvel::World& world_;
     const LoadedScene& bank_;
+    LongFiles longFiles_;
     std::map<int, const SourceSpec*> specs_; // by id, including the timeline's
     std::map<std::string, std::unique_ptr<Corvid::URLImpl::File>> files_; // by URL
     std::map<int, std::string> makers_; // creating client of each emitter, by id

@@ -149,7 +149,7 @@ protected:
         Diagnostics diagnostics(false);
         const auto capture = Capture::load(path, false, problems);
         Orvel::OwningWorld<> world;
-        const auto player = capture->makePlayer(world);
+        const auto player = capture->makePlayer(world, LongFiles::AsNeeded);
         player->start();
         player->advance(player->end());
         return describe(world);
@@ -185,7 +185,7 @@ TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
     // Starting over leaves nothing from the first time.
     Diagnostics diagnostics(false);
     Orvel::OwningWorld<> world;
-    const auto player = capture->makePlayer(world);
+    const auto player = capture->makePlayer(world, LongFiles::AsNeeded);
     for (int round = 0; round < 2; ++round) {
         player->start();
         EXPECT_TRUE(world.enabled());
@@ -222,7 +222,7 @@ TEST_F(Captures, AFileThatIsCutAnywherePlaysUpToTheCut) {
         problems.clear();
         Diagnostics diagnostics(false);
         Orvel::OwningWorld<> world;
-        const auto player = capture->makePlayer(world);
+        const auto player = capture->makePlayer(world, LongFiles::AsNeeded);
         player->start();
         player->advance(player->end());
         EXPECT_TRUE(std::isinf(player->nextChange(player->end())));
@@ -276,7 +276,7 @@ TEST_F(Captures, DamageEndsThePlayAndIsToldOnce) {
         const auto capture = Capture::load(path, false, problems);
         Diagnostics diagnostics(false);
         Orvel::OwningWorld<> world;
-        const auto player = capture->makePlayer(world);
+        const auto player = capture->makePlayer(world, LongFiles::AsNeeded);
         player->start();
         player->advance(player->end());
         EXPECT_TRUE(std::isinf(player->nextChange(0)));

@@ -1,8 +1,18 @@
 #include <Show/scene/SoundBank.h>
 
+#include <Show/Render.h>
+#include <Show/scene/SceneSources.h>
+
+#include <Orvel/Diagnostic.h>
+#include <Orvel/OwningWorld.h>
+#include <Orvel/VoicesBackend.h>
+
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <limits>
+#include <random>
 #include <sndfile.h>
 #include <support/TemporaryFolder.h>
 #include <sys/stat.h>
@@ -39,7 +49,9 @@ protected:
         problems_.clear();
         const bool good = bank_.load(scene, problems_);
         EXPECT_EQ(good, problems_.empty());
-        return bank_.find(sound) == nullptr ? Samples{} : *bank_.find(sound);
+        std::string fault;
+        const Samples* samples = good ? bank_.decode(sound, fault) : nullptr;
+        return samples == nullptr ? Samples{} : *samples;
     }
 
     Orvel::Test::TemporaryFolder folder_;
@@ -112,4 +124,60 @@ TEST_F(SoundBankTest, TonesLoopWithoutAStepUntilThereIsTooMuchOfThem) {
     EXPECT_EQ(load(Tone{2.0, 1.0, 0.5}).samples.size(), 44100U);
     EXPECT_TRUE(load(Tone{3.0, 1.0, 0.5}).samples.empty());
     EXPECT_NE(problems_.at(0).str().find("1 GiB"), std::string::npos);
+}
+
+TEST_F(SoundBankTest, LongFilesAreReadWhilePlayingIfNothingNeedsSamples) {
+    const std::vector<double> eleven(std::size_t{2} * 11 * 8000, 0.25);
+    const SoundFile file = write("long", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, eleven, 8000);
+    ASSERT_TRUE(load(file).samples.size() == eleven.size() / 2); // on demand
+    Orvel::VoicesBackend::registerType();
+    using Kind = Orvel::Source::DataKind;
+    const struct {
+        std::vector<const char*> kinds;
+        LongFiles longFiles;
+        Kind expected;
+    } cases[] = {
+        {{"voices", "silent"}, LongFiles::AsNeeded, Kind::URL_SD},
+        {{"voices", "play"}, LongFiles::AsNeeded, Kind::PCM_SD},
+        {{"silent"}, LongFiles::AsNeeded, Kind::PCM_SD},
+        {{}, LongFiles::ByPath, Kind::URL_SD},
+    };
+    for (const auto& c : cases) {
+        Orvel::OwningWorld<> world;
+        for (const char* kind : c.kinds) {
+            world.addBackend(kind, kind == std::string("voices") ? "offline=yes" : "");
+        }
+        Orvel::Source* source = world.createSource();
+        giveSound(bank_, *source, file, c.longFiles);
+        EXPECT_EQ(source->dataKind(), c.expected);
+        EXPECT_EQ(
+            source->urlChannels() == Orvel::SoundFile::Channels::Mono, c.expected == Kind::URL_SD);
+    }
+}
+
+TEST_F(SoundBankTest, TheDamageOfALongFileIsReported) {
+    std::vector<double> noise(std::size_t{11} * 8000);
+    std::minstd_rand random;
+    std::generate(noise.begin(), noise.end(), [&random] {
+        return static_cast<double>(random() % 1000) / 2000.0;
+    });
+    const SoundFile file = write("cut", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 1, noise, 8000);
+    std::filesystem::resize_file(file.path, std::filesystem::file_size(file.path) / 2);
+    std::ofstream(folder_.file("s.json")) << R"({"orvel": 1, "sources": [{"id": 1, "file": "cut"}],
+               "emitters": [{"id": 1, "source": 1, "state": "play"}]})";
+    const ShowFile scene = ShowFile::load(folder_.file("s.json"));
+    ASSERT_TRUE(scene.isGood());
+    EXPECT_NE(scene.check().warnings.at(0).str().find("cut\" "), std::string::npos);
+    std::vector<std::string> found;
+    Orvel::setDiagnosticSink([&](const Orvel::Diagnostic& diagnostic) {
+        found.push_back(scene.nameOf(diagnostic.part) + ": " + diagnostic.text);
+        return true;
+    });
+    render(scene, [](std::span<const float>) { return true; });
+    Orvel::setDiagnosticSink({});
+    const auto damaged = [](const std::string& text) {
+        return text.find("is silent") != text.npos;
+    };
+    ASSERT_EQ(std::ranges::count_if(found, damaged), 1);
+    EXPECT_TRUE(std::ranges::find_if(found, damaged)->starts_with(folder_.file("s.json") + ":1"));
 }

@@ -194,7 +194,7 @@ class Render(ToolCase):
         out, err = self.run_tool("render", scene, "o.wav", code=1)
         self.assertRegex(err, r'scene\.json:1: sources\[0\]\.url: cannot fetch ".*gone\.wav"')
         self.assertRegex(err, r'scene\.json:1: sources\[1\]\.url: cannot play ".*no\.wav"')
-        self.assertRegex(err, r'scene\.json:1: sources\[2\]\.url: OpenAL refuses .*rate\.wav"')
+        self.assertRegex(err, r'scene\.json:1: sources\[2\]\.url: cannot play ".*rate\.wav"')
         self.assertEqual(len(err.splitlines()), 4, err)
         self.assertIn("o.wav is written, but some sounds", err)
         self.assertGreater(levels(self.path("o.wav"))[0], -20)

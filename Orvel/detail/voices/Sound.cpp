@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 #include <exception>
+#include <utility>
 
 namespace Orvel::detail {
 
@@ -90,6 +91,18 @@ void Sound::fail(Diagnostic::Code code, const std::string& subject, const std::s
     samples_ = {};
     file_.reset();
     finish(State::Failed);
+}
+
+void Sound::setDamage(const std::string& reason) const {
+    const Vessa::Lock lock(damageMutex_);
+    if (!damage_) {
+        damage_ = reason;
+    }
+}
+
+std::string Sound::takeDamage() const {
+    const Vessa::Lock lock(damageMutex_);
+    return damage_ ? std::exchange(*damage_, {}) : std::string();
 }
 
 void Sound::setPcm(

@@ -3,11 +3,13 @@
 #include <Corvid/URL.h>
 #include <Orvel/Diagnostic.h>
 #include <Orvel/SoundFile.h>
+#include <Vessa/Mutex.h>
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -56,6 +58,10 @@ public:
     [[nodiscard]] std::span<const std::byte> samples() const noexcept { return samples_; }
     /// Opens the file, if there is one. Check isOpen().
     [[nodiscard]] SoundFile openFile() const { return SoundFile(file_->name()); }
+    /// Called by a thread that finds the file damaged while it plays; the first reason counts.
+    void setDamage(const std::string& reason) const;
+    /// The reason, once; empty if the file is not known to be damaged.
+    [[nodiscard]] std::string takeDamage() const;
     /// Converts frames of the file to frames of the sound, appending them.
     void append(std::span<const float> fromFile, std::vector<std::byte>& to) const;
 
@@ -76,6 +82,8 @@ private:
     std::unique_ptr<Corvid::URLImpl::File> file_;
     Diagnostic failure_;
     std::atomic<State> state_{State::Loading};
+    mutable Vessa::Mutex damageMutex_;
+    mutable std::optional<std::string> damage_ ORVEL_GUARDED_BY(damageMutex_);
 };
 
 } // namespace Orvel::detail

@@ -29,6 +29,9 @@ void SoundStream::read(std::int64_t frame, std::int64_t most, std::vector<std::b
         sound.append(std::span(block_).first(got * file_->channels()), to);
     }
     if (to.size() == before) {
+        if (!file_->error().empty()) {
+            sound.setDamage(file_->error());
+        }
         to.resize(before + static_cast<std::size_t>(most) * width);
     }
 }

@@ -36,6 +36,7 @@ bool isForLooking(const std::string& kind) {
 class NamedParams : public Config::ParamLine {
 public:
     /// The first parameter name that is not among `known`, or null.
+    [[nodiscard]] bool contains(const std::string& name) const { return params_.contains(name); }
     [[nodiscard]] const std::string* findUnknown(std::span<const char* const> known) const {
         for (const auto& [name, value] : params_) {
             if (std::find(known.begin(), known.end(), name) == known.end()) {
@@ -45,6 +46,12 @@ public:
         return nullptr;
     }
 };
+
+NamedParams parsed(const std::string& line) {
+    NamedParams params;
+    params.setParamLine(line.c_str());
+    return params;
+}
 
 std::string joined(std::span<const char* const> words) {
     std::string text;
@@ -68,41 +75,66 @@ void BackendOption::declare(CLI::App& app, const std::string& description) {
 bool BackendOption::read(
     std::vector<Choice>& choices, const std::map<std::string, std::string>& refused) const {
     for (const std::string& text : texts_) {
-        const auto colon = std::min(text.find(':'), text.size());
-        Choice choice{text.substr(0, colon), text.substr(std::min(colon + 1, text.size()))};
-        if (const auto found = refused.find(choice.kind); found != refused.end()) {
-            report("--backend " + text + ": " + found->second);
+        Choice choice;
+        if (!read(text, choice, refused)) {
             return false;
         }
-        if (!isKind(choice.kind)) {
-            std::string fault = "--backend " + text + ": unknown kind \"" + choice.kind + '"';
-            const char* before = "; expected one of: ";
-            for (const std::string& kind : kinds()) {
-                if (!refused.contains(kind)) {
-                    fault.append(std::exchange(before, ", ")).append(kind);
-                }
-            }
-            report(fault);
-            return false;
-        }
-        NamedParams params;
-        try {
-            params.setParamLine(choice.params.c_str());
-        } catch (const Config::ParamLine::Exception& fault) {
-            report("--backend " + text + ": in the parameters: " + fault.what());
-            return false;
-        }
-        const std::vector<const char*> known = parameterNames(choice.kind);
-        if (const std::string* unknown = params.findUnknown(known)) {
+        if (choice.kind == "voices" && parsed(choice.params).contains("offline")) {
             report(
-                "--backend " + text + ": unknown parameter \"" + *unknown + "\" of the kind \"" +
-                choice.kind + "\"; expected one of: " + joined(known) +
-                Show::didYouMean(*unknown, known));
+                "--backend " + text +
+                ": \"offline\" belongs to orvel render, which plays without a device; leave it "
+                "out");
             return false;
         }
         choices.push_back(std::move(choice));
     }
     return true;
+}
+
+bool BackendOption::read(
+    const std::string& text, Choice& choice, const std::map<std::string, std::string>& refused) {
+    const auto colon = std::min(text.find(':'), text.size());
+    choice = {text.substr(0, colon), text.substr(std::min(colon + 1, text.size()))};
+    if (const auto found = refused.find(choice.kind); found != refused.end()) {
+        report("--backend " + text + ": " + found->second);
+        return false;
+    }
+    if (!isKind(choice.kind)) {
+        std::string fault = "--backend " + text + ": unknown kind \"" + choice.kind + '"';
+        const char* before = "; expected one of: ";
+        for (const std::string& kind : kinds()) {
+            if (!refused.contains(kind)) {
+                fault.append(std::exchange(before, ", ")).append(kind);
+            }
+        }
+        report(fault);
+        return false;
+    }
+    NamedParams params;
+    try {
+        params.setParamLine(choice.params.c_str());
+    } catch (const Config::ParamLine::Exception& fault) {
+        report("--backend " + text + ": in the parameters: " + fault.what());
+        return false;
+    }
+    const std::vector<const char*> known = parameterNames(choice.kind);
+    if (const std::string* unknown = params.findUnknown(known)) {
+        report(
+            "--backend " + text + ": unknown parameter \"" + *unknown + "\" of the kind \"" +
+            choice.kind + "\"; expected one of: " + joined(known) +
+            Show::didYouMean(*unknown, known));
+        return false;
+    }
+    return true;
+}
+
+void setUsualVoices(std::vector<BackendOption::Choice>& choices, std::size_t voices) {
+    for (BackendOption::Choice& choice : choices) {
+        if (choice.kind == "voices") {
+            // The last of equal keys counts, which is the user's.
+            choice.params = "voices=" + std::to_string(voices) + ' ' + choice.params;
+        }
+    }
 }
 
 bool addWeb(Orvel::World& world, Diagnostics& diagnostics) {

@@ -6,6 +6,7 @@
 
 #include <CLI/App.hpp>
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <vector>
@@ -28,12 +29,19 @@ public:
     bool
     read(std::vector<Choice>& choices, const std::map<std::string, std::string>& refused) const;
 
+    /// The same for one text.
+    static bool read(
+        const std::string& text, Choice& choice, const std::map<std::string, std::string>& refused);
+
     [[nodiscard]] bool web() const { return web_; }
 
 private:
     std::vector<std::string> texts_;
     bool web_ = false;
 };
+
+/// Has back ends of the kind "voices" mix this number of emitters, unless the user gave another.
+void setUsualVoices(std::vector<BackendOption::Choice>& choices, std::size_t voices);
 
 /// Adds the back end of --web. Reports problems; returns false if it cannot serve.
 bool addWeb(Orvel::World& world, Diagnostics& diagnostics);

@@ -7,6 +7,7 @@
 
 #include <Orvel/OwningWorld.h>
 #include <Orvel/Server.h>
+#include <Orvel/VoicesBackend.h>
 
 #include <algorithm>
 #include <chrono>
@@ -14,6 +15,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <thread>
 
 namespace OrvelTool {
 
@@ -21,8 +23,26 @@ namespace {
 
 /// Output latency of a device in seconds: the scene ends this much later.
 constexpr double kDeviceDelay = 0.1;
+/// How often sounds that are being loaded are looked at.
+constexpr std::chrono::milliseconds kLoadingPoll{5};
 /// Minimum length of a loop's round, in seconds, as a scene may be empty.
 constexpr double kShortestRound = 0.01;
+
+/// Whether all that plays reads long files itself.
+bool readFiles(const std::vector<BackendOption::Choice>& choices) {
+    return std::ranges::all_of(choices, [](const BackendOption::Choice& choice) {
+        return choice.kind == "voices" || choice.kind == "monitor" || choice.kind == "log" ||
+               choice.kind == "silent";
+    });
+}
+
+/// Whether a back end is loading a sound whose length is not known yet.
+bool isLoading(const Orvel::World& world) {
+    return std::ranges::any_of(world.backends(), [](const Orvel::Backend* backend) {
+        const auto* voices = dynamic_cast<const Orvel::VoicesBackend*>(backend);
+        return voices != nullptr && voices->loadingSounds() > 0;
+    });
+}
 
 } // namespace
 
@@ -34,7 +54,7 @@ PlayCommand::PlayCommand(CLI::App& parent) {
     backends_.declare(
         app(),
         "Back end to play through, with its parameters; may be given several times (default: "
-        "\"default\", this machine's sound device; \"orvel kinds\" lists the kinds)");
+        "\"voices\", this machine's sound device; \"orvel kinds\" lists the kinds)");
     app()
         .add_option(
             "--server", servers_,
@@ -102,7 +122,7 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
         return false;
     }
     if (choices.empty()) {
-        choices.push_back({"default", ""});
+        choices.push_back({"voices", ""});
     }
     monitor_.addTo(choices);
     if (remote && from_ > 0.0) {
@@ -140,6 +160,7 @@ int PlayCommand::run() {
     if (!file.isGood()) {
         return kFailure;
     }
+    setUsualVoices(choices, file.voices());
     network_.restrictInterfaces();
     Diagnostics diagnostics(verbose_, file);
     Orvel::OwningWorld<> world;
@@ -147,7 +168,7 @@ int PlayCommand::run() {
     if (loop_) {
         shortPeriods.emplace();
     }
-    Show::Playback playback(world, file);
+    Show::Playback playback(world, file, from_ > 0.0 && readFiles(choices));
     if (!playback.isGood()) {
         report(playback.error());
         return kFailure;
@@ -187,6 +208,10 @@ bool PlayCommand::play(
     // Fetching may take long. Until it is over, Ctrl-C ends the process at once.
     if (from_ <= 0.0) {
         playback.start();
+    }
+    while (isLoading(world)) {
+        std::this_thread::sleep_for(kLoadingPoll);
+        world.update();
     }
     const StopSignals signals;
     const auto duration = [](double seconds) {
@@ -229,7 +254,8 @@ bool PlayCommand::play(
         world.update();
         servers.look();
         diagnostics.report();
-        end = endOf(); // it grows when the length of a sound becomes known
+        // It grows when the length of a sound becomes known.
+        end = isLoading(world) ? std::numeric_limits<double>::infinity() : endOf();
         const double tick = (std::floor(now / Show::Playback::kTick) + 1.0) * Show::Playback::kTick;
         const double next = std::min({tick, playback.nextStep(), end});
         const auto wake = begin + duration(next);

@@ -1,5 +1,6 @@
 #include "commands/RenderCommand.h"
 
+#include "commands/Kinds.h"
 #include "commands/LevelReport.h"
 #include "commands/OutputGuard.h"
 #include "process/Diagnostics.h"
@@ -17,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <map>
 #include <optional>
 #include <span>
 
@@ -73,6 +75,12 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
         ->check(CLI::Validator(checkRate, "", "rate"))
         ->capture_default_str();
     app()
+        .add_option(
+            "--backend", backend_,
+            "Back end to render through, with its parameters: voices or openal")
+        ->type_name("KIND[:PARAMS]")
+        ->capture_default_str();
+    app()
         .add_option("--format", format_, "Sample format: s16 (16-bit integers) or f32 (floats)")
         ->type_name("FORMAT")
         ->check(CLI::Validator(checkFormat, "", "format"))
@@ -90,7 +98,21 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
         "1.");
 }
 
+bool RenderCommand::choose(BackendOption::Choice& choice) const {
+    std::map<std::string, std::string> refused;
+    for (const std::string& kind : kinds()) {
+        if (kind != "voices" && kind != "openal") {
+            refused[kind] = "expected the kind \"voices\" or \"openal\"";
+        }
+    }
+    return BackendOption::read(backend_, choice, refused);
+}
+
 int RenderCommand::run() {
+    BackendOption::Choice choice;
+    if (!choose(choice)) {
+        return kWrongUse;
+    }
     const Show::ShowFile file = load();
     if (file.isCapture() && !plot_.empty()) {
         report("--plot draws scenes, but " + scenePath_ + " is a capture; omit the option");
@@ -106,10 +128,10 @@ int RenderCommand::run() {
         (!plot_.empty() && !guard.accept(plot_, OutputGuard::kPicture))) {
         return kWrongUse;
     }
-    return render(file);
+    return render(file, choice);
 }
 
-int RenderCommand::render(const Show::ShowFile& file) {
+int RenderCommand::render(const Show::ShowFile& file, const BackendOption::Choice& choice) {
     using Clock = std::chrono::steady_clock;
     const auto begin = Clock::now();
     // OpenAL probes the sound drivers even for offline rendering, which may start a sound server.
@@ -127,6 +149,8 @@ int RenderCommand::render(const Show::ShowFile& file) {
     settings.from = from_;
     settings.seconds = seconds_;
     settings.format = format_ == "f32" ? Show::SampleFormat::f32 : Show::SampleFormat::s16;
+    settings.kind = choice.kind;
+    settings.params = choice.params;
     settings.samples = [&](std::span<const float> samples) {
         perSecond.add(samples);
         if (!plot_.empty()) {

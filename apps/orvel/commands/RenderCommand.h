@@ -1,5 +1,6 @@
 #pragma once
 
+#include "commands/BackendOption.h"
 #include "commands/Command.h"
 #include <Show/Render.h>
 
@@ -17,13 +18,16 @@ public:
 private:
     struct Result;
 
-    int render(const Show::ShowFile& file);
+    /// Reads the back end from the command line. On wrong usage reports it and returns false.
+    bool choose(BackendOption::Choice& choice) const;
+    int render(const Show::ShowFile& file, const BackendOption::Choice& choice);
     /// Reports why a render failed; returns the exit code.
     [[nodiscard]] int explain(const Show::RenderResult& result) const;
     void writeResult(const Result& result) const;
 
     std::string output_;
     unsigned rate_;
+    std::string backend_ = "voices";
     std::string format_ = "s16";
     std::string plot_; // empty: no picture
     bool all_ = false;

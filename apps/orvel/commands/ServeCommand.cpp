@@ -31,7 +31,8 @@ constexpr auto kLongestWait = 200ms;  // until a signal is noticed
 constexpr auto kLongestServing = 4ms; // before a recording or a signal is handled
 constexpr auto kChores = 20ms;        // interval of reports, status and monitors
 /// The number of emitters that will play at once is unknown.
-constexpr const char* kRecordingParams = "sources=4096";
+constexpr std::size_t kMaxEmitters = 4096;
+constexpr unsigned kRecordingRate = 44100;
 /// A recording that was behind the clock by more than this, in seconds, is reported.
 constexpr double kLagToTell = 0.5;
 
@@ -63,7 +64,7 @@ std::string checkRange(const std::string& text) {
 ServeCommand::ServeCommand(CLI::App& parent) {
     declare(
         parent, "serve", "Run a sound server, which plays the scenes of clients on other machines");
-    declareOptions("(default: \"default\", this machine's sound device, unless --render is given)");
+    declareOptions("(default: \"voices\", this machine's sound device, unless --render is given)");
     app().footer(
         "Clients find the server automatically: orvel play SCENE --backend client\nAnyone who can "
         "reach the port can drive the server: there is no authentication, so keep it on a\ntrusted "
@@ -123,8 +124,9 @@ int ServeCommand::run() {
         return kWrongUse;
     }
     if (choices.empty() && output_.empty() && capturePath_.empty()) {
-        choices.push_back({"default", ""});
+        choices.push_back({"voices", ""});
     }
+    setUsualVoices(choices, Show::voicesFor(kMaxEmitters));
     if (!wait_.wait(
             {[this] {
                  return network_.chosenInterfaces().empty() ? std::string("a network interface")
@@ -184,13 +186,11 @@ int ServeCommand::run() {
         report(problems);
         return kFailure;
     }
-    Orvel::OALLoopbackBackend* loopback = nullptr;
+    std::optional<Show::FrameSource> frames;
     if (!output_.empty()) {
-        // Not for its state: this kind is one that the recording pulls frames from.
-        loopback = dynamic_cast<Orvel::OALLoopbackBackend*>(
-            server.addBackend("loopback", kRecordingParams));
+        frames.emplace(server, "voices", "", kRecordingRate, kMaxEmitters);
         diagnostics.report();
-        if (loopback == nullptr || !loopback->working()) {
+        if (!frames->isWorking()) {
             report("OpenAL gave no loopback device; check the installation of OpenAL Soft");
             return kFailure;
         }
@@ -238,8 +238,8 @@ int ServeCommand::run() {
     }
     const auto begin = Clock::now();
     std::optional<Show::LiveRecording> recording;
-    if (loopback != nullptr) {
-        recording.emplace(*loopback, output_, begin);
+    if (frames) {
+        recording.emplace(*frames, output_, begin);
     }
     const bool room = serve(
         server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, osc.get(), begin,

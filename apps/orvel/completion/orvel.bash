@@ -28,6 +28,10 @@ _orvel() {
     fi
     case $prev in
     --backend)
+        if [[ $command == render ]]; then
+            _orvel_words "voices openal"
+            return
+        fi
         _orvel_words "$("${COMP_WORDS[0]}" kinds 2>/dev/null | while read -r kind _; do
             [[ $kind == loopback || $command:$kind == serve:client || $command:$kind == record:client ]] || echo "$kind"
         done)"
@@ -79,7 +83,7 @@ _orvel() {
     esac
     if [[ $cur == -* ]]; then
         case $command in
-        render) _orvel_words "--from --seconds --rate --format --plot --all --json --fetch $common" ;;
+        render) _orvel_words "--from --seconds --rate --backend --format --plot --all --json --fetch $common" ;;
         play)
             _orvel_words "--backend --web --monitor --server --only --wait --interface --max-per-address \
                 --max-servers --osc --osc-scale --osc-reply-port --osc-feedback --from --seconds --loop --fetch $common"
