@@ -125,8 +125,11 @@ class Browser:
         self.call("Emulation.setEmulatedMedia", features=[
             {"name": "prefers-color-scheme", "value": "dark" if dark else "light"}])
 
-    def value(self, expression):
-        """The value of a JavaScript expression, converted through JSON."""
+    def value(self, expression, module=None):
+        """The value of a JavaScript expression, converted through JSON. It may use what a module of the
+        page exports."""
+        if module:
+            expression = f"import('/{module}.js').then((module) => {{ with (module) return {expression}; }})"
         result = self.call("Runtime.evaluate", expression=expression, returnByValue=True,
                            awaitPromise=True)
         if "exceptionDetails" in result:

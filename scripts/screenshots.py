@@ -34,8 +34,8 @@ try:
         browser.resize(*size)
         browser.set_dark(dark)
         browser.open(monitor)
-        browser.value("choose(19)")
-        while not browser.value("tracks.has(19) && tracks.get(19).x > 1.7"):
+        browser.value("choose(19)", "selection")
+        while not browser.value("tracks.has(19) && tracks.get(19).x > 1.7", "scene"):
             time.sleep(0.01)
         browser.screenshot(images / f"monitor-{name}.png")
     if browser.errors:

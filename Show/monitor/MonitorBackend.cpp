@@ -107,15 +107,22 @@ MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
 }
 
 void MonitorBackend::addPages() {
-    const auto add = [this](const char* path, const char* type, Page::Fill fill) {
+    const auto add = [this](const std::string& path, const char* type, Page::Fill fill) {
         server_->addPage(path, Page(type, std::move(fill)));
     };
-    const auto file = [&add](const char* path, const char* type, std::string_view content) {
+    const auto file = [&add](const std::string& path, const char* type, std::string_view content) {
         add(path, type, [content](auto& reply) { reply.setBody(std::string(content)); });
     };
-    file("/", "text/html; charset=utf-8", kMonitorHtml);
-    file("/monitor.css", "text/css; charset=utf-8", kMonitorCss);
-    file("/monitor.js", "text/javascript; charset=utf-8", kMonitorJs);
+    for (const auto& [name, content] : kPageFiles) {
+        if (name.ends_with(".html")) {
+            file("/", "text/html; charset=utf-8", content);
+        } else {
+            const bool isStyle = name.ends_with(".css");
+            file(
+                "/" + std::string(name),
+                isStyle ? "text/css; charset=utf-8" : "text/javascript; charset=utf-8", content);
+        }
+    }
     file("/favicon.ico", "image/vnd.microsoft.icon", Corvid::WebServer::icon());
     add("/api/scene", "application/json", [this](auto& reply) { reply.setBody(SceneJson(*this)); });
     add("/api/status", "application/json",

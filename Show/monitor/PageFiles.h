@@ -1,12 +1,17 @@
 #pragma once
 
+#include <span>
 #include <string_view>
 
 namespace Show {
 
+/// A file of page/.
+struct PageFile {
+    std::string_view name; ///< such as "monitor.js"
+    std::string_view content;
+};
+
 /// The files of page/, embedded by the build.
-extern const std::string_view kMonitorHtml;
-extern const std::string_view kMonitorCss;
-extern const std::string_view kMonitorJs;
+extern const std::span<const PageFile> kPageFiles;
 
 } // namespace Show

@@ -101,13 +101,13 @@ class Monitor(ToolCase):
         self.assertIn("<b>bold</b>, front", self.text("#emitters"))
         self.assertEqual(self.browser.value("document.querySelectorAll('b').length"), 0)
         # Silent emitters have a sign of their own.
-        part = self.browser.value("tracks.get(11).part")
+        part = self.browser.value("tracks.get(11).part", "scene")
         for changes, sign in [({}, "play"), ({"gain": 0}, "muted"), ({"source": None}, "muted"),
                               ({"state": "none"}, "stop"), ({"state": "pause"}, "pause"),
                               ({"over": True}, "over"), ({"spatial": False}, "play")]:
             text = json.dumps({**part, **changes})
-            self.assertEqual(self.browser.value(f"hearing({text}).sign"), sign, changes)
-            self.assertEqual(self.browser.value(f"heardReach({text})"), {"full": 1, "softest": 10}
+            self.assertEqual(self.browser.value(f"hearing({text}).sign", "scene"), sign, changes)
+            self.assertEqual(self.browser.value(f"heardReach({text})", "scene"), {"full": 1, "softest": 10}
                              if changes != {"spatial": False} else None)
         # A moving emitter is updated on the map and in the values, and leaves a path.
         self.browser.value("document.querySelector('tr[data-id=\"12\"]').click()")
@@ -118,8 +118,8 @@ class Monitor(ToolCase):
             seen.add(float(found.group(1).replace("−", "-")))
             return len(seen) >= 4 and max(seen) - min(seen) > 1
         self.wait_for(moved, f"positions {seen}")
-        self.assertGreater(self.browser.value("tracks.get(12).path.length"), 4)
-        drawn = self.browser.value("tracks.get(12).z")
+        self.assertGreater(self.browser.value("tracks.get(12).path.length", "scene"), 4)
+        drawn = self.browser.value("tracks.get(12).z", "scene")
         self.assertTrue(-2 <= drawn <= 2, drawn)
         # The wheel zooms around the pointer, dragging pans, and the button shows everything again.
         scale = float(self.browser.value("document.getElementById('map').dataset.scale"))
@@ -148,7 +148,7 @@ class Monitor(ToolCase):
         self.play(other, monitor=url.split("/")[2])
         self.wait_until_live(1)
         self.assertIn("77", self.text("#emitters"))
-        self.assertEqual(sorted(self.browser.value("[...tracks.keys()]")), [0, 77])
+        self.assertEqual(sorted(self.browser.value("[...tracks.keys()]", "scene")), [0, 77])
         self.assertTrue(self.browser.value("document.getElementById('notice').hidden"))
         # The browser itself reports each failed request; there must be no other error.
         self.assertEqual([error for error in self.browser.errors

@@ -1,0 +1,27 @@
+// Texts about the parts of the scene.
+import { hearing, sources } from './scene.js';
+import { bytes, count, plural } from './texts.js';
+
+export function stateText(emitter) {
+  const { reason } = hearing(emitter);
+  return emitter.state === 'play' && reason ? `play, ${reason}` : emitter.state;
+}
+
+export function labelsText(emitter) {
+  return emitter.labels.join(', ') +
+    (emitter.labelsLeftOut ? ` and ${count(emitter.labelsLeftOut)} more` : '');
+}
+
+export function dataText(source) {
+  if (source.data === 'url') return source.url;
+  if (source.data === 'none') return 'no sound';
+  return `${count(source.rate)} Hz, ${source.bits} bit, ` +
+    `${plural(source.channels, 'channel')}, ${bytes(source.bytes)}`;
+}
+
+export function nameOf(emitter) {
+  const source = sources.get(emitter.source);
+  const name = source && source.name ? ` ${source.name}` : '';
+  const labels = emitter.labels.length ? ` [${labelsText(emitter)}]` : '';
+  return `${emitter.id}${name}${labels}`;
+}

@@ -1,0 +1,85 @@
+// The latest scene, what is heard of it, and where its parts have been.
+
+export const kScenePeriod = 100; // ms between two requests of the scene
+export const kPathSeconds = 10;
+
+export let scene = null; // the latest one
+export let sources = new Map(); // of that scene, by id
+export const tracks = new Map(); // the drawn state of the emitters, by id; the listener's id is 0
+let instance = ''; // of the server whose tracks are stored
+
+/// The sign of an emitter: whether it is heard, and the reason if not.
+export function hearing(emitter) {
+  const source = sources.get(emitter.source);
+  if (emitter.state === 'pause') return { sign: 'pause', reason: 'paused' };
+  if (emitter.state !== 'play') return { sign: 'stop', reason: 'not playing' };
+  if (emitter.source === null) return { sign: 'muted', reason: 'no source' };
+  if (source && source.data === 'none') return { sign: 'muted', reason: 'no sound' };
+  if (emitter.over) return { sign: 'over', reason: 'has ended' };
+  if (emitter.gain === 0) return { sign: 'muted', reason: 'gain 0' };
+  if (!scene.enabled) return { sign: 'muted', reason: 'scene switched off' };
+  return { sign: 'play', reason: '' };
+}
+
+/// Whether an emitter is heard at its position; otherwise it is heard at the listener.
+export const isSpatial = (emitter) => scene.spatialize && emitter.spatial;
+
+/// The distances between which the level of an emitter falls, the same in all directions: `full` and
+/// `softest`. Null if distance has no effect or an extent of its hull is not finite.
+export const heardReach = (emitter) => (isSpatial(emitter) ? emitter.reach : null);
+
+/// The direction of "ahead" on the map: the clockwise angle from up, in radians. The axes are those
+/// of the scene from above: x to the right, z downwards.
+export function heading([x, y, z, w]) {
+  const aheadX = -2 * (x * z + w * y);
+  const aheadZ = -(1 - 2 * (x * x + y * y));
+  return Math.hypot(aheadX, aheadZ) < 1e-6 ? 0 : Math.atan2(aheadX, -aheadZ);
+}
+
+const isPlace = (part) => part.position.every(Number.isFinite) &&
+  (part.hull !== undefined || part.rotation.every(Number.isFinite));
+
+function follow(id, part, now) {
+  if (!isPlace(part)) {
+    tracks.delete(id);
+    return;
+  }
+  const [x, , z] = part.position;
+  let track = tracks.get(id);
+  if (!track) {
+    track = { x, z, path: [] };
+    tracks.set(id, track);
+  }
+  // Interpolates from the drawn position to the current one over the frames until the next answer.
+  Object.assign(track, { part, fromX: track.x, fromZ: track.z, toX: x, toZ: z, since: now });
+  const last = track.path[track.path.length - 1];
+  if (!last || last.x !== x || last.z !== z) {
+    if (last && now - last.until > 5 * kScenePeriod) track.path.push({ ...last, at: now });
+    track.path.push({ x, z, at: now, until: now });
+  } else {
+    last.until = now;
+  }
+  while (track.path.length > 1 && track.path[1].at < now - kPathSeconds * 1000) track.path.shift();
+}
+
+/// Takes the next scene. Returns whether another server has sent it than the one before.
+export function takeScene(next) {
+  const now = performance.now();
+  const restarted = next.instance !== instance && instance !== '';
+  if (next.instance !== instance) {
+    tracks.clear();
+    instance = next.instance;
+  }
+  scene = next;
+  sources = new Map(next.sources.map((source) => [source.id, source]));
+  const present = new Set([0]);
+  follow(0, next.listener, now);
+  for (const emitter of next.emitters) {
+    present.add(emitter.id);
+    follow(emitter.id, emitter, now);
+  }
+  for (const id of tracks.keys()) {
+    if (!present.has(id)) tracks.delete(id);
+  }
+  return restarted;
+}
