@@ -41,6 +41,11 @@ std::uint16_t Communicator::features() const {
     return connection_->peer().features;
 }
 
+bool Communicator::mayDrive() const {
+    const Keys::Key* key = connection_->key();
+    return key == nullptr || key->right == Keys::Right::Drive;
+}
+
 Communicator::Counters Communicator::counters() const {
     return connection_->counters();
 }

@@ -28,7 +28,7 @@ class ORVEL_EXPORT Communicator : public Sender, public Receiver {
 public:
     /// Statistics of the connection. Sizes count frames without the greeting.
     struct Counters {
-        std::string peer;               ///< "address:port"
+        std::string peer;               ///< "address:port", or "NAME at address:port" with a key
         short peerId = 0;               ///< the id assigned to the peer
         std::uint64_t peerInstance = 0; ///< the same for all connections of one peer object
         std::uint64_t eventsIn = 0;
@@ -72,6 +72,8 @@ public:
     /// The peer's setFeatures(): bits for the events that its program understands. 0 if it sets
     /// none.
     [[nodiscard]] std::uint16_t features() const;
+    /// Whether the peer may change the scene: false if its key may only watch.
+    [[nodiscard]] bool mayDrive() const;
     [[nodiscard]] Counters counters() const;
 
 private:

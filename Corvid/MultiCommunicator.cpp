@@ -95,6 +95,10 @@ void MultiCommunicator::setNewestOnly(
     hub_->context()->stream.setNewestOnly(std::move(classify));
 }
 
+bool MultiCommunicator::setKeys(const std::string& path) {
+    return hub_->setKeys(path);
+}
+
 void MultiCommunicator::setDiagnostic(Diagnostic diagnostic) {
     hub_->context()->setDiagnostic(std::move(diagnostic));
 }

@@ -38,7 +38,7 @@ public:
 
     /// A connection that ended other than by close().
     struct Drop {
-        std::string peer; ///< "address:port"
+        std::string peer; ///< as Communicator::Counters::peer
         short peerId = 0;
         std::chrono::system_clock::time_point when;
         std::string reason;
@@ -148,6 +148,12 @@ public:
     /// relates frames to each other; it is called on the loop thread, only while a connection lags,
     /// and must not throw. If it is empty, the default, every frame is sent.
     void setNewestOnly(std::function<FrameRole(std::span<const std::byte> frame)> classify);
+    /// Seals all connections with the keys of a file (see Keys): peers must hold one of them, and
+    /// nothing that travels can be read or altered. A client uses the first key of its file. The
+    /// file is read again within a second after it has changed; connections whose key is gone are
+    /// closed. Call it before the first waiting or receiving call. Returns false, with a
+    /// diagnostic, if the file has no usable keys; no one can connect then until it has.
+    bool setKeys(const std::string& path);
     void setDiagnostic(Diagnostic diagnostic);
     [[nodiscard]] Counters counters() const;
     /// A random number that identifies this object.

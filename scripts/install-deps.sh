@@ -5,13 +5,14 @@ set -euo pipefail
 
 build=(
     build-essential ca-certificates cmake git ninja-build pkg-config
-    libopenal-dev libalut-dev libcurl4-openssl-dev libboost-dev
+    libopenal-dev libalut-dev libcurl4-openssl-dev libssl-dev libboost-dev
     libcli11-dev nlohmann-json3-dev libsndfile1-dev liblo-dev
     alsa-utils # the recorded voices of the demo
     python3    # the demo's comparison of levels
 )
 checks=(
     ccache clang clang-format clang-tidy libclang-rt-14-dev
+    openssl                  # a foreign client of sealed connections
     libgtest-dev libbenchmark-dev libzmq3-dev
     libglm-dev               # an example
     liblo-tools # a client of Open Sound Control

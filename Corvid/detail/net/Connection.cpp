@@ -22,14 +22,19 @@ constexpr unsigned kUserTimeoutMilliseconds = 9000;
 constexpr unsigned kUnsentLimit = 4096;
 constexpr char kCongestionControl[] = "bbr";
 
+// Records sealed before the socket is asked to take them.
+constexpr std::size_t kSealedPart = 4 * Seal::kRecordBytes;
+constexpr std::byte kSealedBegin{22}; // the first byte of a sealed connection
+
 constexpr std::size_t kReplayPart = std::size_t{64} << 10U;
 
 } // namespace
 
 Connection::Connection(
-    std::shared_ptr<ConnectionContext> context, Socket socket, bool noDelay, std::string target)
+    std::shared_ptr<ConnectionContext> context, Socket socket, bool noDelay, std::string target,
+    std::unique_ptr<Seal> seal)
     : context_(std::move(context)), socket_(std::move(socket)), target_(std::move(target)),
-      since_(std::chrono::system_clock::now()) {
+      seal_(std::move(seal)), since_(std::chrono::system_clock::now()) {
     if (const Socket::Endpoint peer = socket_.peer(); peer.address.isValid()) {
         peerName_ = peer.text();
         peerAddress_ = peer.address;
@@ -50,11 +55,76 @@ Connection::Connection(
 
 bool Connection::sendGreeting(const Greeting& greeting) {
     const auto bytes = greeting.encode();
-    return socket_.send(bytes).bytes == bytes.size(); // a new socket has room for these few bytes
+    if (seal_ == nullptr) {
+        return socket_.send(bytes).bytes == bytes.size(); // a new socket has room for so few bytes
+    }
+    if (!seal_->isReady()) {
+        greeting_ = greeting;
+        return true;
+    }
+    const iovec piece = {const_cast<std::byte*>(bytes.data()), bytes.size()}; // is only read
+    seal_->seal(&piece, bytes.size());
+    return flushSeal() && seal_->output().empty();
+}
+
+/// Sends sealed bytes as far as the socket takes them. Returns false if the connection is lost.
+bool Connection::flushSeal() {
+    while (!seal_->output().empty()) {
+        const Socket::Transfer sent = socket_.send(seal_->output());
+        if (sent.blocked()) {
+            break;
+        }
+        if (sent.error) {
+            end(sent.error.message());
+            return false;
+        }
+        seal_->sent(sent.bytes);
+    }
+    return true;
+}
+
+/// Both sides have proven their key.
+bool Connection::finishSeal() {
+    if (target_.empty()) {
+        peerName_ = seal_->key().name + " at " + peerName_;
+    }
+    return !greeting_ || sendGreeting(*greeting_);
+}
+
+/// Receives bytes that the peer has sent, from the socket or out of the seal.
+Socket::Transfer Connection::receive(std::span<std::byte> room) {
+    if (seal_ == nullptr) {
+        return socket_.receive(room);
+    }
+    std::size_t size = seal_->open(room);
+    if (size == 0 && seal_->fault().empty()) {
+        const bool wasReady = seal_->isReady();
+        const Socket::Transfer got = socket_.receive(seal_->room());
+        if (got.bytes == 0) {
+            if (!got.blocked() && !wasReady && !target_.empty()) {
+                endByKey("it closed the connection: it does not know this program's key, or it "
+                         "does not take connections from this machine's address");
+            }
+            return got;
+        }
+        seal_->commit(got.bytes);
+        if (!flushSeal() || (seal_->isReady() && !wasReady && !finishSeal())) {
+            return {0, std::make_error_code(std::errc::connection_aborted)};
+        }
+        size = seal_->open(room);
+    }
+    if (size > 0) {
+        return {size, {}};
+    }
+    if (!seal_->fault().empty()) {
+        seal_->isReady() ? end(seal_->fault()) : endByKey(seal_->fault());
+        return {0, std::make_error_code(std::errc::connection_aborted)};
+    }
+    return {0, std::make_error_code(std::errc::operation_would_block)};
 }
 
 Connection::Status Connection::readGreeting() {
-    const Socket::Transfer got = socket_.receive(std::span(greetingBytes_).subspan(greetingSize_));
+    const Socket::Transfer got = receive(std::span(greetingBytes_).subspan(greetingSize_));
     if (got.blocked()) {
         return Status::Blocked;
     }
@@ -64,7 +134,12 @@ Connection::Status Connection::readGreeting() {
     }
     greetingSize_ += got.bytes;
     if (!Greeting::canBegin(std::span(greetingBytes_).first(greetingSize_))) {
-        end("it speaks another protocol");
+        if (greetingBytes_[0] == kSealedBegin) {
+            endByKey("it has keys, and this server has none; give this server its key file, or it "
+                     "none");
+        } else {
+            end("it speaks another protocol");
+        }
         return Status::Failed;
     }
     if (greetingSize_ < greetingBytes_.size()) {
@@ -75,7 +150,7 @@ Connection::Status Connection::readGreeting() {
 }
 
 Connection::Status Connection::read() {
-    const Socket::Transfer got = socket_.receive(input_.room());
+    const Socket::Transfer got = receive(input_.room());
     if (got.blocked()) {
         return Status::Blocked;
     }
@@ -85,6 +160,12 @@ Connection::Status Connection::read() {
     }
     input_.commit(got.bytes);
     bytesRead_ += got.bytes;
+    if (seal_ != nullptr) { // the socket does not report bytes that are in the seal
+        while (const std::size_t size = seal_->open(input_.room())) {
+            input_.commit(size);
+            bytesRead_ += size;
+        }
+    }
     return Status::Done;
 }
 
@@ -110,6 +191,9 @@ Connection::Status Connection::writeLocked() {
     constexpr int kMaxCalls = 4; // then other connections are served
     std::array<iovec, kMaxPieces> pieces;
     context_->stream.moveLag(outlet_);
+    if (seal_ != nullptr) {
+        return writeSealed();
+    }
     for (int call = 0; call < kMaxCalls; ++call) {
         const OutgoingStream::Batch batch =
             context_->stream.gather(outlet_, pieces.data(), pieces.size());
@@ -145,9 +229,51 @@ Connection::Status Connection::writeLocked() {
     return Status::More;
 }
 
+Connection::Status Connection::writeSealed() {
+    constexpr std::size_t kMaxPieces = 64;
+    constexpr int kMaxCalls = 4;
+    std::array<iovec, kMaxPieces> pieces;
+    for (int call = 0; call < kMaxCalls; ++call) {
+        if (!flushSeal()) {
+            return Status::Failed;
+        }
+        if (!seal_->output().empty()) {
+            context_->stream.advance(outlet_, 0, true);
+            return Status::Blocked;
+        }
+        const OutgoingStream::Batch batch =
+            context_->stream.gather(outlet_, pieces.data(), pieces.size());
+        if (batch.overrun) {
+            end("it reads too slowly, and its queue exceeds the limit");
+            return Status::Failed;
+        }
+        if (batch.pieces == 0) {
+            return Status::Done;
+        }
+        std::size_t bytes = std::min(batch.bytes, kSealedPart);
+        if (batch.backlog) {
+            bytes = std::min(
+                bytes, kUnsentLimit - std::min<std::size_t>(socket_.unsent(), kUnsentLimit));
+        }
+        seal_->seal(pieces.data(), bytes);
+        const bool failed = !seal_->fault().empty() || !flushSeal();
+        const bool blocked = !failed && (bytes == 0 || !seal_->output().empty());
+        context_->stream.advance(outlet_, failed ? 0 : bytes, blocked);
+        if (failed) {
+            end(seal_->fault());
+            return Status::Failed;
+        }
+        if (blocked) {
+            return Status::Blocked;
+        }
+    }
+    return Status::More;
+}
+
 bool Connection::isIdle(std::chrono::steady_clock::duration atLeast) {
     return target_.empty() && bytesRead_ == 0 &&
-           std::chrono::steady_clock::now() - begin_ >= atLeast && socket_.unread() == 0;
+           std::chrono::steady_clock::now() - begin_ >= atLeast && socket_.unread() == 0 &&
+           !hasInput();
 }
 
 void Connection::end(const std::string& reason) {
@@ -159,6 +285,11 @@ void Connection::end(const std::string& reason) {
         // thread finds it readable now.
         socket_.end();
     }
+}
+
+void Connection::endByKey(const std::string& reason) {
+    keyFault_ = true;
+    end(reason);
 }
 
 std::string Connection::endReason() const {
@@ -230,13 +361,14 @@ Communicator::Counters Connection::counters() const {
 
 std::size_t Connection::finish(bool sent) {
     constexpr int kMaxReads = 64; // with a peer that sends continuously
-    if (sent) {
+    const std::size_t unsent = seal_ != nullptr ? seal_->output().size() : 0;
+    if (sent && unsent == 0) {
         socket_.endSending();
     }
     std::array<std::byte, 4096> unwanted;
     for (int i = 0; i < kMaxReads && socket_.receive(unwanted).bytes > 0; ++i) {
     }
-    return socket_.unacknowledged();
+    return unsent + socket_.unacknowledged();
 }
 
 } // namespace Corvid::detail

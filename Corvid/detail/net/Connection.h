@@ -6,6 +6,7 @@
 #include <Corvid/detail/net/ConnectionContext.h>
 #include <Corvid/detail/net/InputBuffer.h>
 #include <Corvid/detail/net/OutgoingStream.h>
+#include <Corvid/detail/net/Seal.h>
 #include <Corvid/detail/net/Wire.h>
 #include <Vessa/Mutex.h>
 
@@ -15,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <thread>
@@ -63,17 +65,29 @@ public:
         Gone
     };
 
-    /// Takes a connected socket. `target`: the name by which a server was given, or empty.
+    /// Takes a connected socket. `target`: the name by which a server was given, or empty. `seal`:
+    /// null for an open connection.
     Connection(
-        std::shared_ptr<ConnectionContext> context, Socket socket, bool noDelay,
-        std::string target);
+        std::shared_ptr<ConnectionContext> context, Socket socket, bool noDelay, std::string target,
+        std::unique_ptr<Seal> seal);
 
-    /// Sends our greeting.
+    /// Begins a sealed connection, on the connecting side.
+    bool beginSeal() { return seal_ == nullptr || flushSeal(); }
+    /// Sends our greeting, of a sealed connection as soon as both sides have proven their key.
     bool sendGreeting(const Greeting& greeting);
     /// Reads the peer's greeting as far as it has arrived, and not a byte more; Done when it is
     /// complete.
     Status readGreeting();
     [[nodiscard]] bool hasSaidAnything() const { return greetingSize_ > 0; }
+    [[nodiscard]] bool isSealed() const { return seal_ != nullptr; }
+    /// Whether it has ended because of a key.
+    [[nodiscard]] bool isKeyFault() const { return keyFault_; }
+    /// The key that the peer has proven; null without one.
+    [[nodiscard]] const Keys::Key* key() const {
+        return seal_ != nullptr && seal_->isReady() ? &seal_->key() : nullptr;
+    }
+    /// Whether read() may return something without the socket being readable.
+    [[nodiscard]] bool hasInput() const { return seal_ != nullptr && seal_->hasInput(); }
     /// Whether it is a client that connected at least `atLeast` ago and has sent no part of an
     /// event.
     [[nodiscard]] bool isIdle(std::chrono::steady_clock::duration atLeast);
@@ -92,6 +106,8 @@ public:
 
     /// Ends the connection; the first reason counts. Synchronised.
     void end(const std::string& reason) ORVEL_EXCLUDES(mutex_);
+    /// The same because of a key. On the loop thread.
+    void endByKey(const std::string& reason) ORVEL_EXCLUDES(mutex_);
     [[nodiscard]] bool isEnded() const { return ended_; }
     [[nodiscard]] std::string endReason() const ORVEL_EXCLUDES(mutex_);
 
@@ -141,6 +157,10 @@ private:
     friend class HandOver;
 
     Status writeLocked();
+    Status writeSealed();
+    Socket::Transfer receive(std::span<std::byte> room);
+    bool flushSeal();
+    bool finishSeal();
 
     const std::shared_ptr<ConnectionContext> context_;
     Socket socket_;
@@ -148,6 +168,9 @@ private:
     InetAddress peerAddress_;
     const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     std::string target_;
+    const std::unique_ptr<Seal> seal_; // the loop thread's
+    std::optional<Greeting> greeting_; // to be sent when the seal is ready
+    bool keyFault_ = false;
     std::array<std::byte, Greeting::kSize> greetingBytes_ = {};
     std::size_t greetingSize_ = 0;
     Greeting peer_; // written once, before the connection is visible to others

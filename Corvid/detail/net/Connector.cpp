@@ -49,6 +49,10 @@ Connector::Connector(Hub& hub, const Multicast& multicast)
           heard(arrival);
       }) {}
 
+void Connector::setKeys(const std::shared_ptr<Keyring>& ring) {
+    discovery_.setKeys(ring, [](const InetAddress& /*sender*/) {}); // another show's, or none
+}
+
 // From any thread
 
 void Connector::setSearchInterval(double seconds) {
@@ -178,7 +182,7 @@ bool Connector::makeRoom(const InetAddress& address) {
 
 void Connector::heard(const Discovery::Arrival& arrival) {
     using Kind = DiscoveryDatagram::Kind;
-    const auto& [datagram, sender, toGroup, link] = arrival;
+    const auto& [datagram, sender, toGroup, link, seal] = arrival;
     if (datagram.kind == Kind::Query && toGroup) {
         return; // another client's, or our own
     }

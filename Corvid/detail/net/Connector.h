@@ -40,6 +40,7 @@ public:
         ORVEL_EXCLUDES(mutex_);
     [[nodiscard]] std::uint64_t datagramsIgnored() const override { return discovery_.ignored(); }
 
+    void setKeys(const std::shared_ptr<Keyring>& ring) override;
     Clock::time_point serve(Clock::time_point now) override;
     bool accept(Connection& connection) override;
     void lost(Connection& connection) override;

@@ -231,7 +231,7 @@ Loop::Watch Discovery::listen(const std::shared_ptr<Link>& link, Socket& socket)
 void Discovery::receive(Link& link, Socket& socket) {
     constexpr int kMaxInARow = 64; // in a flood, before the connections are served
     for (int i = 0; i < kMaxInARow && socket; ++i) {
-        std::array<std::byte, DiscoveryDatagram::kSize + 1> bytes; // one more detects longer ones
+        std::array<std::byte, DatagramSeal::kDatagramSize + 1> bytes; // one more detects longer
         Socket::Endpoint sender;
         const Socket::Transfer got = socket.receive(bytes, &sender);
         if (got.blocked()) {
@@ -240,13 +240,56 @@ void Discovery::receive(Link& link, Socket& socket) {
         if (got.error) { // such as a closed port of a peer; the next one may be fine
             continue;
         }
-        const auto datagram = DiscoveryDatagram::decode(std::span(bytes).first(got.bytes));
-        if (datagram && sender.address.isValid()) {
-            handler_({*datagram, sender, &socket == &link.group, link});
-        } else {
+        const bool isSealed = got.bytes == DatagramSeal::kDatagramSize;
+        const auto datagram = DiscoveryDatagram::decode(
+            std::span(bytes).first(isSealed ? DiscoveryDatagram::kSize : got.bytes));
+        if (!datagram || !sender.address.isValid()) {
             countIgnored();
+            continue;
+        }
+        const Arrival arrival{*datagram, sender, &socket == &link.group, link, {}};
+        if (isSealed == (ring_ == nullptr)) {
+            countIgnored();
+            if (ring_ != nullptr && arrival.toGroup) {
+                keyFault_(sender.address);
+            }
+        } else if (isSealed) {
+            receiveSealed(arrival, std::span(bytes).first(got.bytes));
+        } else {
+            handler_(arrival);
         }
     }
+}
+
+/// A datagram counts if its sender holds a key, and if it is no repetition: an answer must belong
+/// to one of the latest two queries, and a query must be a new one.
+void Discovery::receiveSealed(Arrival arrival, std::span<const std::byte> bytes) {
+    const bool isQuery = arrival.datagram.kind == DiscoveryDatagram::Kind::Query;
+    const auto seal = DatagramSeal::open(
+        bytes.first<DatagramSeal::kDatagramSize>(), ring_->keys(), arrival.sender);
+    if (!seal) {
+        countIgnored();
+        if (isQuery) {
+            keyFault_(arrival.sender.address);
+        }
+        return;
+    }
+    if (isQuery) {
+        if (!heard_.insert(seal->code).second) {
+            countIgnored();
+            return;
+        }
+        heardBy_.push_back(seal->code);
+        if (heardBy_.size() > kMaxHeard) {
+            heard_.erase(heardBy_.front());
+            heardBy_.pop_front();
+        }
+    } else if (seal->nonce != nonce_ && seal->nonce != lastNonce_) {
+        countIgnored();
+        return;
+    }
+    arrival.seal = *seal;
+    handler_(arrival);
 }
 
 bool Discovery::Link::isNear(const InetAddress& other) const {
@@ -260,16 +303,31 @@ bool Discovery::isInReach(const Arrival& arrival) const {
 }
 
 void Discovery::send(const DiscoveryDatagram& datagram) {
+    const Keys::Key* key = ring_ == nullptr ? nullptr : ring_->own();
+    if (ring_ != nullptr && key == nullptr) {
+        return; // nobody could believe it
+    }
+    lastNonce_ = std::exchange(nonce_, key == nullptr ? nonce_ : DatagramSeal::newNonce());
     for (const auto& link : links_) {
         if (link->error.empty()) {
-            answer(*link, datagram, {settings_.address, settings_.port});
+            sendSealed(*link, datagram, key, nonce_, {settings_.address, settings_.port});
         }
     }
 }
 
-void Discovery::answer(
-    Link& link, const DiscoveryDatagram& datagram, const Socket::Endpoint& receiver) {
-    link.own.send(datagram.encode(), receiver); // if it is lost, the next search makes up for it
+void Discovery::answer(const Arrival& query, const DiscoveryDatagram& datagram) {
+    sendSealed(query.link, datagram, query.seal.key, query.seal.nonce, query.sender);
+}
+
+/// `key`: null for an open datagram. If it is lost, the next search makes up for it.
+void Discovery::sendSealed(
+    Link& link, const DiscoveryDatagram& datagram, const Keys::Key* key,
+    const DatagramSeal::Nonce& nonce, const Socket::Endpoint& receiver) {
+    if (key == nullptr) {
+        link.own.send(datagram.encode(), receiver);
+    } else {
+        link.own.send(DatagramSeal::seal(datagram, *key, nonce, link.own.own()), receiver);
+    }
 }
 
 void Discovery::stop() {

@@ -4,13 +4,19 @@
 #include <Corvid/Loop.h>
 #include <Corvid/Multicast.h>
 #include <Corvid/Socket.h>
+#include <Corvid/detail/net/DatagramSeal.h>
+#include <Corvid/detail/net/Keyring.h>
 #include <Corvid/detail/net/Wire.h>
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
+#include <set>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Corvid::detail {
@@ -50,7 +56,11 @@ public:
         Socket::Endpoint sender;
         bool toGroup; ///< otherwise to the interface's own address
         Link& link;
+        DatagramSeal seal; ///< with keys: by whom and for which query
     };
+    /// A datagram that was ignored although its sender means well: because of its key, or because
+    /// it has none.
+    using KeyFault = std::function<void(const InetAddress& sender)>;
     using Handler = std::function<void(const Arrival&)>;
 
     Discovery(std::shared_ptr<Loop> loop, const Multicast& multicast, Handler handler);
@@ -60,11 +70,16 @@ public:
     /// Applies changed settings and interfaces; unchanged interfaces keep their sockets. Returns
     /// true if there is a new interface.
     bool refresh();
-    /// Sends to the group on all interfaces.
+    /// From now on only datagrams sealed with these keys are sent and taken. Call it before the
+    /// first refresh(). `fault`: see there.
+    void setKeys(std::shared_ptr<const Keyring> ring, KeyFault fault) {
+        ring_ = std::move(ring);
+        keyFault_ = std::move(fault);
+    }
+    /// Sends a query or an announcement to the group on all interfaces.
     void send(const DiscoveryDatagram& datagram);
-    /// Sends from an interface's own address to one peer.
-    static void
-    answer(Link& link, const DiscoveryDatagram& datagram, const Socket::Endpoint& receiver);
+    /// Answers a query from the interface's own address.
+    static void answer(const Arrival& query, const DiscoveryDatagram& datagram);
     /// Closes all sockets.
     void stop();
 
@@ -73,6 +88,7 @@ public:
     /// Whether a datagram has come no further than this side would send one: with a TTL of at most
     /// 1, from a network of the interface.
     [[nodiscard]] bool isInReach(const Arrival& arrival) const;
+    static constexpr std::size_t kMaxHeard = 4096;
     /// Number of invalid and unsolicited datagrams. Synchronised.
     [[nodiscard]] std::uint64_t ignored() const { return ignored_; }
     void countIgnored() { ++ignored_; }
@@ -83,6 +99,10 @@ private:
     static void closeLink(Link& link);
     [[nodiscard]] Loop::Watch listen(const std::shared_ptr<Link>& link, Socket& socket);
     void receive(Link& link, Socket& socket);
+    void receiveSealed(Arrival arrival, std::span<const std::byte> bytes);
+    static void sendSealed(
+        Link& link, const DiscoveryDatagram& datagram, const Keys::Key* key,
+        const DatagramSeal::Nonce& nonce, const Socket::Endpoint& receiver);
 
     const std::shared_ptr<Loop> loop_;
     const Multicast& multicast_;
@@ -90,6 +110,12 @@ private:
     Multicast::Settings settings_;
     std::uint64_t revision_ = 0;
     std::vector<std::shared_ptr<Link>> links_;
+    std::shared_ptr<const Keyring> ring_; // null without keys
+    KeyFault keyFault_;
+    DatagramSeal::Nonce nonce_ = {}; // of the latest two queries
+    DatagramSeal::Nonce lastNonce_ = {};
+    std::set<DatagramSeal::Code> heard_;     // of the latest queries, so that each counts once
+    std::deque<DatagramSeal::Code> heardBy_; // the same in their order
     std::atomic<std::uint64_t> ignored_ = 0;
 };
 

@@ -31,6 +31,7 @@ constexpr auto kBatchesLast = 200ms;
 // A batch of a few frames for one peer is sent by the thread that ends it, which costs little more
 // than to wake the loop thread, and the peer has it sooner.
 constexpr std::size_t kMaxOwnBatch = 256;
+constexpr std::size_t kMaxReportedOnce = 1024;
 constexpr std::size_t kMaxInputBytes = std::size_t{256} << 20U;
 constexpr std::size_t kUsualInputBytes = std::size_t{256} << 10U; // of one connection
 
@@ -64,9 +65,62 @@ bool Hub::open(Role& role) {
         return false;
     }
     role_ = &role;
+    if (keyring_ != nullptr) {
+        role.setKeys(keyring_);
+    }
     context_->stream.open();
     open_ = true;
     return true;
+}
+
+bool Hub::setKeys(const std::string& path) {
+    keyring_ = std::make_shared<Keyring>(path);
+    if (role_ != nullptr) {
+        role_->setKeys(keyring_);
+    }
+    return takeChange(keyring_->look());
+}
+
+/// Returns whether there are keys.
+bool Hub::takeChange(Keyring::Change change) {
+    if (!change.problem.empty()) {
+        report(
+            Severity::Warning, (keyring_->keys().all().empty()
+                                    ? "no one can connect, for lack of keys: "
+                                    : "the former keys stay, as the key file cannot be taken: ") +
+                                   change.problem);
+    } else if (change.taken && keyring_->keys().all().empty()) {
+        report(Severity::Warning, "no one can connect: the key file has no keys");
+    }
+    return !keyring_->keys().all().empty();
+}
+
+/// Takes a changed key file, and ends the connections whose keys it no longer has.
+Hub::Clock::time_point Hub::takeKeys(Clock::time_point now) {
+    Keyring::Change change = keyring_->look(now);
+    const bool taken = change.taken;
+    takeChange(std::move(change));
+    if (taken) {
+        reportedOnce_.clear();
+        report(Severity::Notice, "took the changed key file");
+        std::vector<Pointer> all(ungreeted_.begin(), ungreeted_.end());
+        all.insert(all.end(), served_.begin(), served_.end());
+        for (const Pointer& connection : all) {
+            const Keys::Key* key = connection->key();
+            if (key == nullptr || keyring_->has(*key)) {
+                continue;
+            }
+            const std::string reason = "its key is not valid any more";
+            if (handOver_.state(*connection) == State::Greeting) {
+                refuse(connection, reason);
+            } else if (handOver_.isDeferred()) {
+                connection->end(reason); // the host may have its input
+            } else {
+                abandon(connection, reason);
+            }
+        }
+    }
+    return keyring_->next();
 }
 
 Greeting Hub::greeting() const {
@@ -76,6 +130,12 @@ Greeting Hub::greeting() const {
 void Hub::reportRefusal(const std::string& text) {
     if (refusalLines_.admit()) {
         report(Severity::Warning, text);
+    }
+}
+
+void Hub::reportRefusalOnce(const std::string& peer, const std::string& text) {
+    if (reportedOnce_.size() < kMaxReportedOnce && reportedOnce_.insert(peer + text).second) {
+        reportRefusal("refused " + peer + ": " + text);
     }
 }
 
@@ -130,7 +190,8 @@ void Hub::endBatch() {
 
 void Hub::servedChanged() {
     const Vessa::Lock lock(onlyMutex_);
-    only_ = served_.size() == 1 ? served_.front() : nullptr;
+    // The loop thread alone seals.
+    only_ = served_.size() == 1 && !served_.front()->isSealed() ? served_.front() : nullptr;
 }
 
 std::vector<Hub::Pointer> Hub::registered() const {
@@ -181,8 +242,20 @@ bool Hub::endIdle(const std::vector<Pointer>& connections) {
 }
 
 void Hub::adopt(Socket socket, const std::string& target) {
+    std::unique_ptr<Seal> seal;
+    if (keyring_ != nullptr && target.empty()) {
+        seal = Seal::accepting(keyring_);
+    } else if (keyring_ != nullptr && keyring_->own() != nullptr) {
+        seal = Seal::connecting(*keyring_->own());
+    }
+    const bool isOpen = seal == nullptr;
     const auto connection =
-        std::make_shared<Connection>(context_, std::move(socket), noDelay, target);
+        std::make_shared<Connection>(context_, std::move(socket), noDelay, target, std::move(seal));
+    if (isOpen && keyring_ != nullptr) {
+        connection->endByKey("this program has no key");
+        refuse(connection, "");
+        return;
+    }
     if (const std::string reason = makeRoom(connection); !reason.empty()) {
         reportRefusal("refused " + connection->peerName() + ": " + reason);
         refuse(connection, reason);
@@ -196,7 +269,7 @@ void Hub::adopt(Socket socket, const std::string& target) {
         });
     // A client greets when it knows that it keeps the connection; see role_->accept().
     if (!connection->watch.want(true, false) ||
-        (target.empty() && !connection->sendGreeting(greeting()))) {
+        !(target.empty() ? connection->sendGreeting(greeting()) : connection->beginSeal())) {
         refuse(connection, "the connection was lost at once");
         return;
     }
@@ -212,6 +285,15 @@ Hub::Clock::time_point Hub::refuseTheLate(Clock::time_point now) {
         const Pointer oldest = ungreeted_.front();
         if (now < oldest->since() + kTimeToGreet) {
             return oldest->since() + kTimeToGreet;
+        }
+        if (oldest->isSealed() && oldest->target().empty() && oldest->key() == nullptr) {
+            oldest->endByKey(
+                "it did not begin a sealed session in time; give it a key of this server");
+        } else if (!oldest->target().empty() && !oldest->hasSaidAnything()) {
+            oldest->endByKey(
+                oldest->isSealed() ? "it did not answer in time"
+                                   : "it did not greet in time; if it has keys, give this program "
+                                     "one of them");
         }
         refuse(oldest, "it did not greet in time");
     }
@@ -231,10 +313,17 @@ void Hub::refuse(const Pointer& connection, const std::string& reason) {
     std::erase(served_, connection);
     servedChanged();
     countRefusal();
-    if (connection->hasSaidAnything()) { // not for port scanners
+    if (connection->isKeyFault()) {
+        reportRefusalOnce(nameForRefusal(*connection), connection->endReason());
+    } else if (connection->hasSaidAnything()) { // not for port scanners
         reportRefusal("refused " + connection->peerName() + ": " + reason);
     }
     role_->lost(*connection);
+}
+
+/// The name of a peer that tries again and again, each time from another port.
+std::string Hub::nameForRefusal(const Connection& connection) const {
+    return connection.target().empty() ? connection.peerAddress().text() : connection.peerName();
 }
 
 void Hub::readGreeting(const Pointer& connection) {
@@ -498,6 +587,9 @@ void Hub::takeReturned() {
                 lose(connection);
             } else {
                 connection->watch.wantRead(true);
+                if (connection->hasInput()) {
+                    read(connection);
+                }
             }
         }
     }
@@ -523,6 +615,9 @@ Hub::Clock::time_point Hub::prepare(Clock::time_point now, bool waits) {
         if (handOver_.hasQueued()) {
             return Loop::kNow;
         }
+    }
+    if (keyring_ != nullptr) {
+        next = std::min(next, takeKeys(now));
     }
     if (!waits) {
         return now;

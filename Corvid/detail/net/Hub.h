@@ -5,6 +5,7 @@
 #include <Corvid/detail/net/Connection.h>
 #include <Corvid/detail/net/ConnectionContext.h>
 #include <Corvid/detail/net/HandOver.h>
+#include <Corvid/detail/net/Keyring.h>
 #include <Corvid/detail/net/LineLimit.h>
 #include <Vessa/Mutex.h>
 
@@ -14,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,8 @@ public:
     class Role {
     public:
         virtual ~Role() = default;
+        /// Called before the loop first runs.
+        virtual void setKeys(const std::shared_ptr<Keyring>& ring) = 0;
         /// Does due work, including changed settings. Returns when to call it again.
         virtual Clock::time_point serve(Clock::time_point now) = 0;
         /// Whether to keep a peer that has greeted.
@@ -50,6 +54,11 @@ public:
     bool open(Role& role);
     void close();
     void setDeferred(bool deferred) { handOver_.setDeferred(deferred); }
+    /// Seals all connections. Call it before the loop first runs. Returns false, with a diagnostic,
+    /// if the file gives no keys yet; nobody can connect until it does.
+    bool setKeys(const std::string& path);
+    /// Null for open connections.
+    [[nodiscard]] const std::shared_ptr<Keyring>& keyring() const { return keyring_; }
 
     bool sendFrame(const std::byte* frame, std::size_t size);
     void endBatch();
@@ -81,6 +90,8 @@ public:
     }
     /// The same for lines that strangers can cause at any rate.
     void reportRefusal(const std::string& text);
+    /// The same, each line once for each peer until the keys change.
+    void reportRefusalOnce(const std::string& peer, const std::string& text);
     void countRefusal() { ++refused_; }
 
     [[nodiscard]] const std::shared_ptr<ConnectionContext>& context() const { return context_; }
@@ -98,6 +109,9 @@ private:
     Clock::time_point prepare(Clock::time_point now, bool waits) override;
     void resume() override;
     Clock::time_point refuseTheLate(Clock::time_point now);
+    Clock::time_point takeKeys(Clock::time_point now);
+    bool takeChange(Keyring::Change change);
+    [[nodiscard]] std::string nameForRefusal(const Connection& connection) const;
     void ready(const Pointer& connection, const Loop::Watch::Ready& ready);
     bool flush();
     Connection::Status write(const Pointer& connection);
@@ -129,6 +143,8 @@ private:
     HandOver handOver_;
 
     // The loop thread's.
+    std::shared_ptr<Keyring> keyring_;
+    std::set<std::string> reportedOnce_;
     std::deque<Pointer> ungreeted_; // oldest first
     std::vector<Pointer> served_;   // have greeted and are not lost
     int taken_ = 0;                 // by the host since the last poll of the sockets

@@ -59,6 +59,13 @@ std::string Listener::listen(const std::string& host, std::uint16_t port, bool a
     return {};
 }
 
+void Listener::setKeys(const std::shared_ptr<Keyring>& ring) {
+    discovery_.setKeys(ring, [this](const InetAddress& sender) {
+        hub_.reportRefusalOnce(
+            sender.text(), "it searches for servers without a key of this server");
+    });
+}
+
 void Listener::acceptClients() {
     const Multicast::Settings settings = multicast_.settings();
     for (int i = 0; i < kMaxAccepted; ++i) {
@@ -101,9 +108,11 @@ bool Listener::admit(Socket& socket, const Multicast::Settings& settings) {
     if (admission_(peer)) {
         return true;
     }
-    Greeting refusal = hub_.greeting();
-    refusal.features = Greeting::kNotAdmitted;
-    socket.send(refusal.encode()); // on failure, the client still finds the connection closed
+    if (hub_.keyring() == nullptr) { // else no stranger is to know of it
+        Greeting refusal = hub_.greeting();
+        refusal.features = Greeting::kNotAdmitted;
+        socket.send(refusal.encode()); // on failure, the client still finds the connection closed
+    }
     socket.endSending();
     hub_.countRefusal();
     hub_.reportRefusal("refused a client at " + peer.text() + ": its address is not allowed");
@@ -131,7 +140,7 @@ Listener::Clock::time_point Listener::serve(Clock::time_point now) {
 
 void Listener::refresh(Clock::time_point now) {
     refreshAgain_ = now + kRefreshInterval;
-    if (discovery_.refresh()) {
+    if (discovery_.refresh() && hub_.keyring() == nullptr) { // else no stranger is to know of it
         discovery_.send(datagram(DiscoveryDatagram::Kind::Announce, 0));
     }
     auto interfaces = discovery_.interfaces();
@@ -166,8 +175,7 @@ void Listener::answer(const Discovery::Arrival& query) {
         return;
     }
     // Clients with another version are answered too, so that they can report the mismatch.
-    Discovery::answer(
-        query.link, datagram(DiscoveryDatagram::Kind::Answer, query.datagram.nonce), query.sender);
+    Discovery::answer(query, datagram(DiscoveryDatagram::Kind::Answer, query.datagram.nonce));
 }
 
 void Listener::stop() {

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,6 +31,7 @@ public:
     [[nodiscard]] std::uint16_t port() const { return port_; }
     /// Call it before the loop first runs.
     void setAdmission(MultiServer::Admission admission) { admission_ = std::move(admission); }
+    void setKeys(const std::shared_ptr<Keyring>& ring) override;
     /// Synchronised.
     [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const ORVEL_EXCLUDES(mutex_);
 
