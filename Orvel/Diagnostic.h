@@ -21,6 +21,7 @@ struct Diagnostic {
         UnknownKind,   ///< a back end's kind is unknown, or registered twice; subject: the kind
         NoDevice,      ///< no sound device, or it refuses a context; the back end stays inert
         OpenAL,        ///< OpenAL refuses an operation; text: the operation
+        Voices,        ///< more emitters play than a back end mixes; reported once
         CannotFetch,   ///< subject: the URL
         CannotPlay,    ///< no back end supports the format; subject: the sound's URL, if any
         File,          ///< a file of sample data cannot be read or written; subject: its name

@@ -107,6 +107,7 @@ struct VoicesBackend::State {
     std::vector<Loading> loading;
     std::vector<Loading> streamed; // to report files that turn out to be damaged
     std::function<void(Emitter&)> ended;
+    bool saidWaiting = false; // that emitters wait for voices
     std::optional<std::int64_t> startFrame;
     // Offline.
     std::unique_ptr<detail::VoiceOutput> output;
@@ -431,8 +432,12 @@ bool VoicesBackend::update() {
     reportDamaged();
     std::vector<Diagnostic> diagnostics;
     std::vector<int> ended;
+    std::size_t waiting = 0;
+    std::size_t voices = 0;
     {
         const Vessa::Lock lock(s.shared->mutex);
+        waiting = s.saidWaiting ? 0 : s.shared->engine.waiting();
+        voices = waiting == 0 ? 0 : s.shared->engine.pool()->size();
         diagnostics = std::exchange(s.shared->diagnostics, {});
         auto failures = s.shared->engine.takeFailures();
         std::move(failures.begin(), failures.end(), std::back_inserter(diagnostics));
@@ -442,6 +447,14 @@ bool VoicesBackend::update() {
         if (detail::admitPeerLine(detail::PeerLine::OpenAL)) {
             report(diagnostic);
         }
+    }
+    if (waiting > 0) {
+        s.saidWaiting = true;
+        ORVEL_REPORT(
+            Warning, detail::about(Diagnostic::Code::Voices),
+            "%zu emitters play at once, and the %zu loudest are mixed; the parameter \"voices\" "
+            "sets their number\n",
+            voices + waiting, voices);
     }
     for (const int id : ended) {
         Emitter* emitter = s.ended ? world().getEmitter(id) : nullptr;
@@ -475,21 +488,40 @@ bool VoicesBackend::waitForDevice(std::chrono::milliseconds patience) const {
 
 BackendState VoicesBackend::state() const {
     const State& s = *state_;
-    using Hearing = detail::VoiceEngine::Hearing;
+    using Device = BackendState::Device;
+    using Hearing = BackendState::Hearing;
     BackendState state;
     state.voicesAllowed = s.voices;
-    const Vessa::Lock lock(s.shared->mutex);
-    if (const detail::VoicePool* pool = s.shared->engine.pool()) {
-        state.voicesAllowed = pool->size();
-        state.voicesUsed = pool->sounding();
-        state.streams = pool->streams();
+    std::vector<detail::VoiceEngine::Report> reports;
+    {
+        const Vessa::Lock lock(s.shared->mutex);
+        if (const detail::VoicePool* pool = s.shared->engine.pool()) {
+            state.voicesAllowed = pool->size();
+            state.voicesUsed = pool->sounding();
+            state.streams = pool->streams();
+        }
+        state.working = s.shared->engine.pool() != nullptr ||
+                        (!s.offline && s.shared->device == Device::Opening);
+        state.device = s.shared->deviceName;
+        if (!s.offline) {
+            state.deviceState = s.shared->device;
+        }
+        if (state.deviceState == Device::Open) {
+            // A change is mixed at the beginning of the period that follows.
+            const double mixing =
+                0.5 * static_cast<double>(s.shared->period) / s.shared->clock.nominalRate;
+            state.latency = s.shared->engine.changeDelay() + mixing +
+                            std::chrono::duration<double>(s.shared->clock.latency).count();
+        }
+        state.gaps = s.shared->engine.gaps();
+        state.failures = s.shared->engine.failureCount();
+        reports = s.shared->engine.reports();
     }
-    state.working = s.shared->engine.pool() != nullptr ||
-                    (!s.offline && s.shared->device == SharedEngine::Device::Opening);
-    state.device = s.shared->deviceName;
-    state.gaps = s.shared->engine.gaps();
-    state.failures = s.shared->engine.failureCount();
-    for (const auto& report : s.shared->engine.reports()) {
+    std::ranges::sort(reports, {}, &detail::VoiceEngine::Report::emitter);
+    state.emitters.reserve(reports.size());
+    for (const auto& report : reports) {
+        state.emitters.push_back(
+            {report.emitter, report.hearing, world().enabled() ? report.loudness : 0.0F});
         if (report.hearing == Hearing::Waiting) {
             state.waitingEmitters.push_back(report.emitter);
         } else if (report.hearing == Hearing::Refused) {

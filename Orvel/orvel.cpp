@@ -494,6 +494,42 @@ size_t orvel_backend_waiting(orvel_backend* backend, int* ids, size_t count) {
     });
 }
 
+size_t orvel_backend_emitters(
+    orvel_backend* backend, int* ids, int* hearings, float* levels, size_t count) {
+    return guarded(__func__, size_t{0}, [&] {
+        const auto emitters = get(backend).state().emitters;
+        for (std::size_t i = 0; i < std::min(count, emitters.size()); ++i) {
+            store(ids == nullptr ? nullptr : ids + i, emitters[i].id);
+            const int hearing = static_cast<int>(emitters[i].hearing);
+            store(hearings == nullptr ? nullptr : hearings + i, hearing);
+            store(levels == nullptr ? nullptr : levels + i, emitters[i].level);
+        }
+        return emitters.size();
+    });
+}
+
+size_t orvel_backend_streams(orvel_backend* backend, uint64_t* gaps) {
+    return guarded(__func__, size_t{0}, [&] {
+        const auto state = get(backend).state();
+        store(gaps, state.gaps);
+        return state.streams;
+    });
+}
+
+const char* orvel_backend_device_state(orvel_backend* backend) {
+    return guarded(__func__, static_cast<const char*>(nullptr), [&] {
+        return Orvel::nameOf(get(backend).state().deviceState);
+    });
+}
+
+bool orvel_backend_latency(orvel_backend* backend, double* seconds) {
+    return guarded(__func__, false, [&] {
+        const auto latency = get(backend).state().latency;
+        store(seconds, latency.value_or(0.0));
+        return latency.has_value();
+    });
+}
+
 size_t orvel_backend_connections(orvel_backend* backend) {
     return guarded(__func__, size_t{0}, [&] {
         const auto network = get(backend).state().network;

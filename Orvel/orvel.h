@@ -29,6 +29,7 @@
 
 #include <stdbool.h>
 #include <stddef.h>
+#include <stdint.h>
 
 #include <orvel_export.h>
 
@@ -154,6 +155,28 @@ ORVEL_EXPORT size_t orvel_backend_voices(orvel_backend* backend, size_t* allowed
 ORVEL_EXPORT size_t orvel_backend_refused(orvel_backend* backend, int* ids, size_t count);
 /// The same for the emitters that play and wait for a voice, because others are louder.
 ORVEL_EXPORT size_t orvel_backend_waiting(orvel_backend* backend, int* ids, size_t count);
+/// How a back end plays an emitter.
+typedef enum orvel_hearing {
+    ORVEL_SILENT = 0,  ///< it does not play, or not yet
+    ORVEL_MIXED = 1,   ///< it is heard
+    ORVEL_WAITING = 2, ///< it plays, and louder ones have all voices
+    ORVEL_LOADING = 3, ///< it plays when its sound has been loaded
+    ORVEL_REFUSED = 4, ///< its sound cannot be played
+    ORVEL_OVER = 5     ///< its sound has ended
+} orvel_hearing;
+/// Number of emitters of a back end that accounts for each, of the kind "voices"; 0 for others.
+/// Stores for the first `count`, in ascending order of their ids, the id, an orvel_hearing, and the
+/// level at the listener, linear; each array may be null.
+ORVEL_EXPORT size_t orvel_backend_emitters(
+    orvel_backend* backend, int* ids, int* hearings, float* levels, size_t count);
+/// Number of sounds that are read while they play. Stores in `gaps`, unless null, how often the
+/// data of such a sound came too late.
+ORVEL_EXPORT size_t orvel_backend_streams(orvel_backend* backend, uint64_t* gaps);
+/// The state of its sound device: "open", "opening", "absent", or "none" for a kind without one.
+ORVEL_EXPORT const char* orvel_backend_device_state(orvel_backend* backend);
+/// Stores in `seconds` the time from a setter until its effect leaves the device, as measured.
+/// Returns false, storing 0, if it is unknown.
+ORVEL_EXPORT bool orvel_backend_latency(orvel_backend* backend, double* seconds);
 /// Number of servers that a "client" back end is connected to; 0 for other kinds.
 ORVEL_EXPORT size_t orvel_backend_connections(orvel_backend* backend);
 /// Renders the next `frames` frames of a back end that renders offline, "loopback" or "voices" with

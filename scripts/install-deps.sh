@@ -19,6 +19,7 @@ checks=(
     binutils iproute2 librsvg2-bin python3-jsonschema
     mypy python3-numpy        # the package for Python
     chromium                  # what looks at the monitor
+    pulseaudio pulseaudio-utils jackd2 jack-capture # sound servers without hardware
     doxygen mandoc systemd    # documentation and service
 )
 

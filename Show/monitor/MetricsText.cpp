@@ -1,9 +1,11 @@
 #include <Show/monitor/MetricsText.h>
 
 #include <Show/detail/ValidText.h>
+#include <Show/monitor/Hearings.h>
 #include <Show/monitor/MonitorBackend.h>
 #include <Show/monitor/NetworkReading.h>
 
+#include <Orvel/BackendState.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
@@ -102,6 +104,56 @@ void writeScene(Metrics& metrics, const Orvel::World& world) {
     }
 }
 
+void writeSound(Metrics& metrics, const Orvel::World& world) {
+    struct Sums {
+        std::size_t used = 0, allowed = 0, streams = 0, open = 0;
+        std::uint64_t gaps = 0;
+        double latency = 0.0;
+    };
+    std::map<std::string, Sums> kinds; // those that mix
+    for (Orvel::Backend* backend : world.backends()) {
+        const Orvel::BackendState state = backend->state();
+        if (state.voicesAllowed == 0) {
+            continue;
+        }
+        Sums& sums = kinds[backend->type() == nullptr ? "" : backend->type()->name()];
+        sums.used += state.voicesUsed;
+        sums.allowed += state.voicesAllowed;
+        sums.streams += state.streams;
+        sums.gaps += state.gaps;
+        sums.open += state.device.empty() ? 0 : 1;
+        sums.latency = std::max(sums.latency, state.latency.value_or(0.0));
+    }
+    if (kinds.empty()) {
+        return;
+    }
+    const auto each = [&](const char* name, const char* type, const char* help, auto member) {
+        metrics.metric(name, type, help);
+        for (const auto& [kind, sums] : kinds) {
+            metrics.sample(sums.*member, {{"kind", kind}});
+        }
+    };
+    each("orvel_voices", "gauge", "Emitters that are mixed.", &Sums::used);
+    each("orvel_voices_max", "gauge", "Emitters that can be mixed at once.", &Sums::allowed);
+    each("orvel_streams", "gauge", "Sounds that are read while they play.", &Sums::streams);
+    each(
+        "orvel_stream_gaps_total", "counter", "Data of such sounds that came too late.",
+        &Sums::gaps);
+    each("orvel_sound_devices", "gauge", "Sound devices that are open.", &Sums::open);
+    each(
+        "orvel_latency_seconds", "gauge", "From a change until it leaves the device; 0 if unknown.",
+        &Sums::latency);
+    std::array<std::size_t, 6> counts{};
+    for (const auto& [id, heard] : hearingsOf(world)) {
+        ++counts.at(static_cast<std::size_t>(heard.hearing));
+    }
+    metrics.metric("orvel_emitters_heard", "gauge", "Emitters by how they are heard.");
+    for (std::size_t i = 0; i < counts.size(); ++i) {
+        metrics.sample(
+            counts[i], {{"hearing", nameOf(static_cast<Orvel::BackendState::Hearing>(i))}});
+    }
+}
+
 void writeNetwork(Metrics& metrics, const Orvel::World& world) {
     struct Sums {
         std::uint64_t connections = 0, connected = 0, refused = 0, dropped = 0, kept = 0;
@@ -184,6 +236,7 @@ std::string metricsText(MonitorBackend& monitor) {
     metrics.metric("orvel_updates_total", "counter", "Turns of the frame loop.");
     metrics.sample(monitor.updates());
     writeScene(metrics, monitor.world());
+    writeSound(metrics, monitor.world());
     metrics.metric("orvel_changes_total", "counter", "Changes of the scene.");
     for (std::size_t i = 0; i < kChangeNames.size(); ++i) {
         metrics.sample(

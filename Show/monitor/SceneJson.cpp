@@ -12,6 +12,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace Show {
@@ -78,9 +79,18 @@ bool isFinite(const Orvel::Hull& hull) {
     });
 }
 
-void write(JsonWriter& json, const Orvel::Emitter& emitter, MonitorBackend& monitor) {
+void write(
+    JsonWriter& json, const Orvel::Emitter& emitter, MonitorBackend& monitor,
+    const Hearings& hearings) {
     json.open('{').field("id", emitter.id()).field("state", stateName(emitter.state()));
     json.field("over", monitor.isOver(emitter));
+    const auto heard = hearings.find(emitter.id());
+    if (heard != hearings.end()) {
+        json.field("hearing", nameOf(heard->second.hearing));
+        json.field("level", decibelsOf(heard->second.level));
+    } else {
+        json.key("hearing").null().key("level").null();
+    }
     if (emitter.source() != nullptr) {
         json.field("source", emitter.source()->id());
     } else {
@@ -120,12 +130,19 @@ bool SceneJson::operator()(std::string& more) {
         lastId_ = std::numeric_limits<int>::min();
         json.key(name).open('[');
     };
+    const auto writePart = [&](const auto& part) {
+        if constexpr (std::is_same_v<std::remove_cvref_t<decltype(part)>, Orvel::Emitter>) {
+            write(json, part, *monitor_, *hearings_);
+        } else {
+            write(json, part, *monitor_);
+        }
+    };
     // Goes on behind the last id that was written, whatever has come and gone since.
     const auto list = [&](const auto& parts) {
         auto part = parts.upper_bound(lastId_);
         for (; part != parts.end() && left > 0 && more.size() + json.omitted() < kMaxPieceBytes;
              ++part, --left) {
-            write(json, *part->second, *monitor_);
+            writePart(*part->second);
             lastId_ = part->first;
         }
         continues_ = json.continues();
@@ -140,6 +157,7 @@ bool SceneJson::operator()(std::string& more) {
         json.key("listener").open('{');
         writePlace(json, world.listenerPosition(), world.listenerRotation());
         json.close('}');
+        hearings_ = std::make_shared<const Hearings>(hearingsOf(world));
         begin(Step::Sources, "sources");
     }
     if (step_ == Step::Sources && list(world.sources())) {

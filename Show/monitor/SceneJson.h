@@ -1,6 +1,9 @@
 #pragma once
 
+#include <Show/monitor/Hearings.h>
+
 #include <cstddef>
+#include <memory>
 #include <string>
 
 namespace Show {
@@ -31,8 +34,9 @@ private:
 
     MonitorBackend* monitor_; // a pointer, as std::function copies
     Step step_ = Step::Head;
-    int lastId_ = 0;         // the last id written of the list
-    bool continues_ = false; // another value precedes
+    int lastId_ = 0;                           // the last id written of the list
+    bool continues_ = false;                   // another value precedes
+    std::shared_ptr<const Hearings> hearings_; // at the beginning; shared by copies
 };
 
 } // namespace Show

@@ -35,6 +35,12 @@ void writeBackends(JsonWriter& json, const Orvel::World& world) {
         json.open('{').field("kind", type == nullptr ? "" : type->name());
         const Orvel::BackendState state = backend->state();
         json.field("working", state.working).field("device", state.device);
+        json.field("deviceState", nameOf(state.deviceState)).key("latency");
+        if (state.latency) {
+            json.value(*state.latency);
+        } else {
+            json.null();
+        }
         json.field("page", state.page).field("failures", state.failures);
         json.field("voicesUsed", state.voicesUsed).field("voicesAllowed", state.voicesAllowed);
         json.field("refused", state.refusedEmitters.size()).key("refusedEmitters").open('[');

@@ -122,6 +122,11 @@ _FUNCTIONS: dict[str, tuple[Any, ...]] = {
     "backend_voices": (_SIZE, _H, POINTER(c_size_t)),
     "backend_waiting": (_SIZE, _H, POINTER(c_int), c_size_t),
     "backend_refused": (_SIZE, _H, POINTER(c_int), c_size_t),
+    "backend_emitters": (
+        _SIZE, _H, POINTER(c_int), POINTER(c_int), FLOATS, c_size_t),
+    "backend_streams": (_SIZE, _H, POINTER(c_uint64)),
+    "backend_device_state": (_TEXT, _H),
+    "backend_latency": (_YES, _H, POINTER(c_double)),
     "backend_connections": (_SIZE, _H),
     "backend_render": (_DONE, _H, FLOATS, c_uint),
     "backend_rate": (_UINT, _H),

@@ -7,7 +7,7 @@ import enum
 import os
 import warnings
 from collections.abc import Iterable, Sequence
-from ctypes import c_bool, c_float, c_int, c_size_t, c_uint
+from ctypes import c_bool, c_double, c_float, c_int, c_size_t, c_uint, c_uint64
 from types import TracebackType
 from typing import TYPE_CHECKING, Any, NamedTuple, Optional, TypeVar, Union
 
@@ -28,6 +28,23 @@ Floats = Union[Sequence[float], "numpy.typing.NDArray[Any]"]
 Path = Union[str, "os.PathLike[str]"]
 
 Self = TypeVar("Self", bound="Closing")
+
+
+class Hearing(enum.IntEnum):
+    """How a back end plays an emitter."""
+
+    SILENT = 0
+    """It does not play, or not yet."""
+    MIXED = 1
+    """It is heard."""
+    WAITING = 2
+    """It plays, and louder ones have all voices."""
+    LOADING = 3
+    """It plays when its sound has been loaded."""
+    REFUSED = 4
+    """Its sound cannot be played."""
+    OVER = 5
+    """Its sound has ended."""
 
 
 class State(enum.IntEnum):
@@ -291,6 +308,39 @@ class Backend(Closing):
     def waiting(self) -> list[int]:
         """The ids of the emitters that play and wait for a voice, because others are louder."""
         return self._ids(library.backend_waiting)
+
+    @property
+    def heard(self) -> dict[int, tuple[Hearing, float]]:
+        """How each emitter is heard, by id, and its linear level at the listener; empty if the kind
+        does not account for each."""
+        count = self._do(library.backend_emitters, None, None, None, 0)
+        ids, hearings, levels = (c_int * count)(), (c_int * count)(), (c_float * count)()
+        self._do(library.backend_emitters, ids, hearings, levels, count)
+        return {id: (Hearing(hearing), level)
+                for id, hearing, level in zip(ids, hearings, levels)}
+
+    @property
+    def streams(self) -> int:
+        """Number of sounds that are read while they play."""
+        return int(self._do(library.backend_streams, None))
+
+    @property
+    def gaps(self) -> int:
+        """How often the data of such a sound came too late."""
+        gaps = c_uint64()
+        self._do(library.backend_streams, gaps)
+        return gaps.value
+
+    @property
+    def device_state(self) -> str:
+        """"open", "opening", "absent", or "none" for a kind without a sound device."""
+        return str(self._do(library.backend_device_state))
+
+    @property
+    def latency(self) -> float | None:
+        """Seconds from a change until its effect leaves the device, as measured."""
+        seconds = c_double()
+        return seconds.value if self._do(library.backend_latency, seconds) else None
 
     @property
     def connections(self) -> int:

@@ -179,6 +179,7 @@ TEST(MonitorScene, TellsWhatAPartIsAndKeepsPasswordsBack) {
     EXPECT_EQ(told.at("loop"), true);
     EXPECT_EQ(told.at("emitters"), 1);
     json expected = json::parse(R"({"id": 7, "state": "pause", "over": false, "source": 3,
+        "hearing": null, "level": null,
         "position": [1.25, null, -2], "rotation": [0, 0, 0, 1],
         "hull": {"maxBack": 40, "maxFront": 30, "minBack": 2, "minFront": 1},
         "reach": {"full": 1.5, "softest": 35},

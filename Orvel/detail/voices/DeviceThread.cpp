@@ -15,7 +15,10 @@ using Clock = std::chrono::steady_clock;
 
 /// The time between two steps of the engine: well below a device's period.
 constexpr std::chrono::milliseconds kTick{5};
-constexpr std::chrono::seconds kRetry{1};
+constexpr std::chrono::milliseconds kRetry{500};
+/// A device that has mixed nothing for so long is lost: not all drivers of OpenAL notice the end of
+/// their server.
+constexpr std::chrono::milliseconds kMaxStandstill{1000};
 /// The longest time for which a reading of the device's position is used.
 constexpr std::chrono::milliseconds kMaxReading{1};
 /// Frames per second while there is no device.
@@ -31,7 +34,7 @@ public:
         do {
             if (output_ == nullptr && Clock::now() >= retry_) {
                 open();
-            } else if (output_ != nullptr && !output_->connected()) {
+            } else if (output_ != nullptr && (!output_->connected() || standsStill())) {
                 close("The sound device is lost; it is opened again when it returns");
             }
             const Vessa::Lock lock(shared_->mutex);
@@ -52,6 +55,13 @@ private:
             moved_ = Clock::now();
         }
         return latest_;
+    }
+    /// Whether the device has stopped to mix.
+    [[nodiscard]] bool standsStill() const {
+        const std::chrono::duration<double> periods(
+            8.0 * static_cast<double>(output_->period()) / output_->rate());
+        return Clock::now() - moved_ >
+               std::max<std::chrono::duration<double>>(kMaxStandstill, periods);
     }
     static std::int64_t framesSince(Clock::time_point time, unsigned rate) {
         return static_cast<std::int64_t>(
@@ -108,6 +118,7 @@ private:
         }
         const std::int64_t frame = now();
         output_ = std::move(output);
+        moved_ = Clock::now();
         base_ = frame - output_->clock();
         const VoiceOutput::Use use(output_.get());
         // A new gain has been reached at the end of the period that is mixed next; the clock may
@@ -121,6 +132,7 @@ private:
         shared_->engine.setPool(std::move(pool), output_->rate(), frame);
         shared_->device = SharedEngine::Device::Open;
         shared_->deviceName = output_->name();
+        shared_->period = output_->period();
     }
 
     void close(const char* reason) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Orvel/BackendState.h>
 #include <Orvel/Diagnostic.h>
 #include <Orvel/FrameClock.h>
 #include <Orvel/detail/voices/VoiceEngine.h>
@@ -8,6 +9,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,7 +18,7 @@ namespace Orvel::detail {
 
 /// The engine with all that its threads share. Whoever holds the mutex may use the engine.
 struct SharedEngine {
-    enum class Device { Opening, Open, Absent };
+    using Device = BackendState::Device;
 
     SceneChanges changes;
     Vessa::Mutex mutex;
@@ -24,12 +26,13 @@ struct SharedEngine {
     Device device ORVEL_GUARDED_BY(mutex) = Device::Opening;
     std::string deviceName ORVEL_GUARDED_BY(mutex);
     FrameClock clock ORVEL_GUARDED_BY(mutex);
+    std::int64_t period ORVEL_GUARDED_BY(mutex) = 0; ///< frames that the device mixes at a time
     std::vector<Diagnostic> diagnostics ORVEL_GUARDED_BY(mutex);
 };
 
 /// Runs an engine on a sound device, on a thread of its own: opens the device, has the engine work,
 /// and notices when the device is lost. While there is none, the engine keeps the time of all
-/// sounds and the thread tries to open one every second. Confined.
+/// sounds and the thread tries to open one twice a second. Confined.
 class DeviceThread {
 public:
     struct Settings {

@@ -6,6 +6,7 @@
 #include <Orvel/detail/voices/VoicePool.h>
 #include <Vessa/Mutex.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -46,6 +47,8 @@ struct ListenerValues {
 /// longer than a copy.
 class SceneChanges {
 public:
+    using Clock = std::chrono::steady_clock;
+
     enum What : unsigned {
         Place = 1,
         Reach = 2,
@@ -61,6 +64,7 @@ public:
     template <class Set>
     void change(std::uint32_t emitter, unsigned what, Set&& set) ORVEL_EXCLUDES(mutex_) {
         const Vessa::Lock lock(mutex_);
+        begin();
         if (emitter >= emitters_.size()) {
             emitters_.resize(emitter + 1);
         }
@@ -74,15 +78,19 @@ public:
     template <class Set>
     void changeListener(Set&& set) ORVEL_EXCLUDES(mutex_) {
         const Vessa::Lock lock(mutex_);
+        begin();
         std::forward<Set>(set)(listener_);
         listenerChanged_ = true;
     }
 
     /// Hands over everything since the last call: calls `take` with the number, what has changed,
-    /// and the values, then `takeListener`. Neither may block or call back.
+    /// and the values, then `takeListener`. Neither may block or call back. Returns the age of the
+    /// oldest change, 0 without any.
     template <class Take, class TakeListener>
-    void take(Take&& take, TakeListener&& takeListener) ORVEL_EXCLUDES(mutex_) {
+    Clock::duration take(Take&& take, TakeListener&& takeListener) ORVEL_EXCLUDES(mutex_) {
         const Vessa::Lock lock(mutex_);
+        const auto age =
+            changed_.empty() && !listenerChanged_ ? Clock::duration() : Clock::now() - oldest_;
         for (const std::uint32_t emitter : changed_) {
             Entry& entry = emitters_[emitter];
             take(emitter, std::exchange(entry.changed, 0U), std::as_const(entry.values));
@@ -91,6 +99,7 @@ public:
         if (std::exchange(listenerChanged_, false)) {
             takeListener(std::as_const(listener_));
         }
+        return age;
     }
 
 private:
@@ -99,7 +108,14 @@ private:
         unsigned changed = 0;
     };
 
+    void begin() ORVEL_REQUIRES(mutex_) {
+        if (changed_.empty() && !listenerChanged_) {
+            oldest_ = Clock::now();
+        }
+    }
+
     Vessa::Mutex mutex_;
+    Clock::time_point oldest_ ORVEL_GUARDED_BY(mutex_); // the first change since take()
     std::vector<Entry> emitters_ ORVEL_GUARDED_BY(mutex_);
     std::vector<std::uint32_t> changed_ ORVEL_GUARDED_BY(mutex_);
     ListenerValues listener_ ORVEL_GUARDED_BY(mutex_);

@@ -17,6 +17,8 @@ constexpr double kSweepPeriod = 0.25;
 /// How long before its frame a sound gets a voice, beside two periods of the output, in seconds. A
 /// voice that starts while its sound is silent has reached its level at the frame.
 constexpr double kLead = 0.02;
+/// The share of the newest one in the mean delay of changes.
+constexpr double kDelayShare = 0.1;
 /// AL errors that are kept until they are reported; more are only counted.
 constexpr std::size_t kMaxFailures = 16;
 
@@ -91,7 +93,7 @@ void VoiceEngine::step(std::int64_t now, std::int64_t frames) {
 
 void VoiceEngine::takeChanges() {
     bool listenerMoved = false;
-    changes_.take(
+    const auto age = changes_.take(
         [this](Index index, unsigned what, const EmitterValues& values) {
             if (index >= emitters_.size()) {
                 emitters_.resize(index + 1);
@@ -118,6 +120,9 @@ void VoiceEngine::takeChanges() {
             listener_ = values;
             listenerMoved = true;
         });
+    if (age > std::chrono::steady_clock::duration::zero()) {
+        changeDelay_ += kDelayShare * (std::chrono::duration<double>(age).count() - changeDelay_);
+    }
     for (const Change& change : taken_) {
         Emitter& emitter = emitters_[change.emitter];
         constexpr unsigned kAnew = SceneChanges::NewSound | SceneChanges::Created;
@@ -398,9 +403,6 @@ std::vector<VoiceEngine::Report> VoiceEngine::reports() const {
             all.push_back(report(emitter));
         }
     }
-    std::sort(all.begin(), all.end(), [](const Report& a, const Report& b) {
-        return a.emitter < b.emitter;
-    });
     return all;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Orvel/BackendState.h>
 #include <Orvel/Diagnostic.h>
 #include <Orvel/detail/voices/SceneChanges.h>
 #include <Orvel/detail/voices/VoicePool.h>
@@ -20,15 +21,7 @@ namespace Orvel::detail {
 /// Confined; while there is a pool, its context is current in every call.
 class VoiceEngine {
 public:
-    /// How an emitter is heard.
-    enum class Hearing {
-        Silent,  ///< it does not play, or not yet
-        Mixed,   ///< on a voice
-        Waiting, ///< it plays, and louder ones have all voices
-        Loading, ///< it plays when its sound has been loaded
-        Refused, ///< its sound cannot be played
-        Over     ///< its sound has ended
-    };
+    using Hearing = BackendState::Hearing;
     struct Report {
         int emitter = 0; ///< id
         Hearing hearing = Hearing::Silent;
@@ -50,9 +43,15 @@ public:
     std::vector<Diagnostic> takeFailures() { return std::exchange(failures_, {}); }
     [[nodiscard]] std::uint64_t failureCount() const noexcept { return failureCount_; }
 
-    /// All emitters, in ascending order of their ids.
+    /// All emitters, in no order.
     [[nodiscard]] std::vector<Report> reports() const;
     [[nodiscard]] std::optional<Report> reportOf(std::uint32_t emitter) const;
+    /// Number of emitters that wait for a voice.
+    [[nodiscard]] std::size_t waiting() const noexcept {
+        return pool_ != nullptr && running_.size() > pool_->size() ? unmixed_ : 0;
+    }
+    /// How long changes of the scene wait for a step, in seconds: the mean of late.
+    [[nodiscard]] double changeDelay() const noexcept { return changeDelay_; }
     /// Null without a device.
     [[nodiscard]] const VoicePool* pool() const noexcept { return pool_.get(); }
     /// Gaps of all pools.
@@ -113,6 +112,7 @@ private:
     std::vector<int> ended_;
     std::vector<Diagnostic> failures_;
     std::uint64_t failureCount_ = 0;
+    double changeDelay_ = 0.0;
     // Of one call of takeChanges().
     struct Change {
         Index emitter;

@@ -1,6 +1,6 @@
 // All values of the selected part.
 import { byId, make, setText } from './dom.js';
-import { dataText, labelsText } from './parts.js';
+import { dataText, labelsText, levelText } from './parts.js';
 import { heading, heardReach, hearing, isSpatial, scene, sources } from './scene.js';
 import { chosen, onChoice } from './selection.js';
 import { number, numbers } from './texts.js';
@@ -13,7 +13,8 @@ function valuesOf(emitter) {
   const heard = heardReach(emitter);
   const { reason } = hearing(emitter);
   const rows = [['state', emitter.state],
-    ['heard', reason ? `no: ${reason}` : isSpatial(emitter) ? 'yes' : 'at the listener']];
+    ['heard', reason ? `no: ${reason}` : isSpatial(emitter) ? 'yes' : 'at the listener'],
+    ['level', levelText(emitter) || 'not known']];
   if (emitter.source === null) {
     rows.push(['source', 'none']);
   } else if (!source) {

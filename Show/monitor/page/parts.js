@@ -1,11 +1,15 @@
 // Texts about the parts of the scene.
 import { hearing, sources } from './scene.js';
-import { bytes, count, plural } from './texts.js';
+import { bytes, count, number, plural } from './texts.js';
 
 export function stateText(emitter) {
   const { reason } = hearing(emitter);
   return emitter.state === 'play' && reason ? `play, ${reason}` : emitter.state;
 }
+
+/// The level at the listener; empty if it is silent or not known.
+export const levelText = (emitter) =>
+  (emitter.level === null ? '' : `${number(emitter.level, 1)} dB`);
 
 export function labelsText(emitter) {
   return emitter.labels.join(', ') +

@@ -15,9 +15,15 @@ export function hearing(emitter) {
   if (emitter.state !== 'play') return { sign: 'stop', reason: 'not playing' };
   if (emitter.source === null) return { sign: 'muted', reason: 'no source' };
   if (source && source.data === 'none') return { sign: 'muted', reason: 'no sound' };
-  if (emitter.over) return { sign: 'over', reason: 'has ended' };
+  if (emitter.hearing === 'refused') return { sign: 'muted', reason: 'cannot be played' };
+  if (emitter.hearing === 'loading') return { sign: 'muted', reason: 'is loading' };
+  // A back end that accounts for an emitter knows better than the clock.
+  if (emitter.hearing === 'over' || (emitter.over && emitter.hearing === null)) {
+    return { sign: 'over', reason: 'has ended' };
+  }
   if (emitter.gain === 0) return { sign: 'muted', reason: 'gain 0' };
   if (!scene.enabled) return { sign: 'muted', reason: 'scene switched off' };
+  if (emitter.hearing === 'waiting') return { sign: 'muted', reason: 'waits for a voice' };
   return { sign: 'play', reason: '' };
 }
 

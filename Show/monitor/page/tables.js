@@ -1,6 +1,6 @@
 // The tables of emitters, sources and back ends.
 import { byId, fill } from './dom.js';
-import { dataText, labelsText, nameOf, stateText } from './parts.js';
+import { dataText, labelsText, levelText, nameOf, stateText } from './parts.js';
 import { heardReach, scene, sources } from './scene.js';
 import { choose, chosen, onChoice } from './selection.js';
 import { count, number, numbers, plural, span } from './texts.js';
@@ -17,13 +17,13 @@ export function fillTables() {
   byId('emitterCount').textContent = emitters.length < scene.emitters.length
     ? `${count(emitters.length)} of ${count(scene.emitters.length)}` : count(emitters.length);
   fill(byId('emitters'), [['id', n], ['state', ''], ['source', ''], ['position x, y, z', ''],
-    ['gain', n], ['full level', n], ['softest', n], ['labels', 'long']],
+    ['gain', n], ['level', n], ['full level', n], ['softest', n], ['labels', 'long']],
   emitters.map((emitter) => {
     const source = sources.get(emitter.source);
     const reach = heardReach(emitter);
     return [String(emitter.id), stateText(emitter),
       emitter.source === null ? 'none' : `${emitter.source} ${source ? source.name : ''}`,
-      numbers(emitter.position), number(emitter.gain),
+      numbers(emitter.position), number(emitter.gain), levelText(emitter),
       reach ? number(reach.full) : '', reach ? number(reach.softest) : '',
       labelsText(emitter)];
   }), emitters.map(({ id }) => id), chosen);
@@ -48,13 +48,17 @@ byId('filter').addEventListener('input', fillTables);
 onChoice(fillTables);
 
 export function fillBackends(status) {
-  fill(byId('backends'), [['kind', ''], ['works', ''], ['device', 'long'], ['voices', n],
-    ['refused', n], ['labels', 'long']],
+  fill(byId('backends'), [['kind', ''], ['works', ''], ['device', 'long'], ['latency', n],
+    ['voices', n], ['waiting', n], ['refused', n], ['streams', n], ['gaps', n], ['labels', 'long']],
   status.backends.map((backend) => [backend.kind,
       backend.working && backend.enabled ? 'yes' : ['no', 'bad'],
-      backend.device,
+      backend.device || (backend.deviceState === 'none' ? '' : [backend.deviceState, 'bad']),
+      backend.latency === null ? '' : `${number(backend.latency * 1000, 0)} ms`,
       backend.voicesAllowed > 0
         ? `${count(backend.voicesUsed)} of ${count(backend.voicesAllowed)}` : '',
+      backend.waiting > 0 ? count(backend.waiting) : '',
       backend.refused > 0 ? [count(backend.refused), 'bad'] : '',
+      backend.streams > 0 ? count(backend.streams) : '',
+      backend.gaps > 0 ? [count(backend.gaps), 'bad'] : '',
       backend.labels.join(', ') || 'none: every emitter']));
 }

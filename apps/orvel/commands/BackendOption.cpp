@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <optional>
 #include <span>
 #include <utility>
@@ -147,6 +148,11 @@ bool addWeb(Orvel::World& world, Diagnostics& diagnostics) {
 bool addBackends(
     Orvel::World& world, Diagnostics& diagnostics,
     const std::vector<BackendOption::Choice>& choices, const std::string& advice, bool verbose) {
+    if (!verbose) {
+        // A device that is lost is tried again and again, and OpenAL would report each attempt. No
+        // thread of OpenAL runs yet. A level that the user has set remains.
+        setenv("ALSOFT_LOGLEVEL", "0", 0); // NOLINT(concurrency-mt-unsafe)
+    }
     bool heard = false;
     bool seen = false;
     bool deviceMissing = false;

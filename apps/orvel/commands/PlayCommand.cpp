@@ -1,5 +1,6 @@
 #include "commands/PlayCommand.h"
 
+#include "commands/PlayStatus.h"
 #include "network/RemoteServers.h"
 #include "process/Diagnostics.h"
 #include "process/ShortPeriods.h"
@@ -25,6 +26,7 @@ namespace {
 constexpr double kDeviceDelay = 0.1;
 /// How often sounds that are being loaded are looked at.
 constexpr std::chrono::milliseconds kLoadingPoll{5};
+constexpr std::chrono::seconds kStatusPeriod{1};
 /// Minimum length of a loop's round, in seconds, as a scene may be empty.
 constexpr double kShortestRound = 0.01;
 
@@ -85,6 +87,9 @@ PlayCommand::PlayCommand(CLI::App& parent) {
     declareSeconds(
         "How long to play, in seconds (default: until the scene ends; with --osc until Ctrl-C)");
     declareFetch();
+    app().add_flag(
+        "--status", status_,
+        "Print every second how each emitter is heard, with its level at the listener");
     app().add_flag("--loop", loop_, "Start again when the scene ends");
     app().footer(
         "Parameters are key=value, separated by spaces, such as\n"
@@ -231,6 +236,7 @@ bool PlayCommand::play(
     };
     double end = endOf();
     auto last = Clock::now();
+    auto nextStatus = last + kStatusPeriod;
     while (!StopSignals::came() && !servers.isGivenUp() && Clock::now() < limit) {
         const auto moment = Clock::now();
         begin += servers.isHeld() ? moment - last : Clock::duration::zero();
@@ -253,6 +259,10 @@ bool PlayCommand::play(
         }
         world.update();
         servers.look();
+        if (status_ && moment >= nextStatus) {
+            nextStatus = moment + kStatusPeriod;
+            writeStatus(world, now);
+        }
         diagnostics.report();
         // It grows when the length of a sound becomes known.
         end = isLoading(world) ? std::numeric_limits<double>::infinity() : endOf();
@@ -261,6 +271,7 @@ bool PlayCommand::play(
         const auto wake = begin + duration(next);
         loop.wait(std::min(wake, limit));
     }
+    reportGaps(world);
     return !servers.wasHindered();
 }
 

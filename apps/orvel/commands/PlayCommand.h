@@ -40,6 +40,7 @@ private:
     std::vector<std::string> only_;
     bool wait_ = false;
     bool loop_ = false;
+    bool status_ = false;
 };
 
 } // namespace OrvelTool

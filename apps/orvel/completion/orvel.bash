@@ -86,7 +86,7 @@ _orvel() {
         render) _orvel_words "--from --seconds --rate --backend --format --plot --all --json --fetch $common" ;;
         play)
             _orvel_words "--backend --web --monitor --server --only --wait --interface --max-per-address \
-                --max-servers --osc --osc-scale --osc-reply-port --osc-feedback --from --seconds --loop --fetch $common"
+                --max-servers --osc --osc-scale --osc-reply-port --osc-feedback --from --seconds --status --loop --fetch $common"
             ;;
         serve | record)
             local more=

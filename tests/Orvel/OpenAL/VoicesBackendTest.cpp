@@ -152,6 +152,13 @@ TEST(Voices, AreGivenToTheLoudestAndTheRestIsNotMissed) {
         const BackendState state = hall.ear->state();
         EXPECT_EQ(state.voicesUsed, all ? 300U : 32U);
         EXPECT_EQ(state.waitingEmitters.size(), all ? 0U : 268U);
+        ASSERT_EQ(state.emitters.size(), 300U);
+        for (const BackendState::HeardEmitter& heard : state.emitters) {
+            const bool mixed = heard.hearing == BackendState::Hearing::Mixed;
+            const bool isLoud = heard.level > 1e-3F;
+            EXPECT_TRUE(mixed || !isLoud) << heard.id;
+            EXPECT_EQ(isLoud, (heard.id - state.emitters[0].id) % 15 == 0) << heard.id;
+        }
     }
     EXPECT_LT(difference(sounds[1], sounds[0]), -40.0);
 }

@@ -1,0 +1,103 @@
+#include "commands/PlayStatus.h"
+
+#include "process/Output.h"
+#include <Show/monitor/Hearings.h>
+
+#include <Orvel/Backend.h>
+#include <Orvel/BackendState.h>
+#include <Orvel/BackendType.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/Source.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace OrvelTool {
+
+namespace {
+
+constexpr std::size_t kMaxShown = 20;
+
+using State = Orvel::BackendState;
+
+std::string summary(const State& state) {
+    std::string text =
+        std::to_string(state.voicesUsed) + " of " + std::to_string(state.voicesAllowed) +
+        " voices, " + std::to_string(state.waitingEmitters.size()) + " waiting, " +
+        std::to_string(state.refusedEmitters.size()) + " refused, " +
+        std::to_string(state.streams) + " streams, " + std::to_string(state.gaps) + " gaps";
+    if (state.deviceState != State::Device::None) {
+        text += "; device " + std::string(nameOf(state.deviceState));
+        text += state.device.empty() ? "" : " (" + state.device + ")";
+    }
+    if (state.latency) {
+        text += ", latency " + std::to_string(std::lround(*state.latency * 1000.0)) + " ms";
+    }
+    return text;
+}
+
+} // namespace
+
+void writeStatus(Orvel::World& world, double seconds) {
+    std::ostream& out = standardOutput();
+    for (Orvel::Backend* backend : world.backends()) {
+        const State state = backend->state();
+        if (state.voicesAllowed == 0) {
+            continue;
+        }
+        char time[32];
+        std::snprintf(time, sizeof time, "%.1f s, ", seconds);
+        out << time << (backend->type() == nullptr ? "" : backend->type()->name()) << ": "
+            << summary(state) << '\n';
+    }
+    const Show::Hearings hearings = Show::hearingsOf(world);
+    std::vector<State::HeardEmitter> rows;
+    rows.reserve(hearings.size());
+    for (const auto& [id, heard] : hearings) {
+        rows.push_back(heard);
+    }
+    const auto isBefore = [](const State::HeardEmitter& a, const State::HeardEmitter& b) {
+        return std::tuple(-a.level, a.id) < std::tuple(-b.level, b.id);
+    };
+    const std::size_t shown = std::min(rows.size(), kMaxShown);
+    std::partial_sort(
+        rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(shown), rows.end(), isBefore);
+    for (std::size_t i = 0; i < shown; ++i) {
+        const State::HeardEmitter& row = rows[i];
+        const Orvel::Emitter* emitter = world.getEmitter(row.id);
+        const Orvel::Source* source = emitter == nullptr ? nullptr : emitter->source();
+        char text[96];
+        std::snprintf(
+            text, sizeof text, "  emitter %5d  source %5s  %-8s", row.id,
+            source == nullptr ? "none" : std::to_string(source->id()).c_str(), nameOf(row.hearing));
+        out << text;
+        if (row.level > 0.0F) {
+            std::snprintf(text, sizeof text, " %7.1f dB", Show::decibelsOf(row.level));
+            out << text;
+        }
+        out << '\n';
+    }
+    if (rows.size() > shown) {
+        out << "  and " << rows.size() - shown << " softer ones; --monitor shows all\n";
+    }
+    out.flush();
+}
+
+void reportGaps(const Orvel::World& world) {
+    std::uint64_t gaps = 0;
+    for (const Orvel::Backend* backend : world.backends()) {
+        gaps += backend->state().gaps;
+    }
+    if (gaps > 0) {
+        report(
+            "sounds that are read while they play had no data in time, " + std::to_string(gaps) +
+            (gaps == 1 ? " time" : " times") + ": the disk or this machine is too slow");
+    }
+}
+
+} // namespace OrvelTool
