@@ -20,6 +20,7 @@ checks=(
     mypy python3-numpy        # the package for Python
     chromium                  # what looks at the monitor
     pulseaudio pulseaudio-utils jackd2 jack-capture # sound servers without hardware
+    snapserver snapclient     # what takes the mix to other rooms
     doxygen mandoc systemd    # documentation and service
 )
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace Show {
 
@@ -13,33 +14,50 @@ constexpr double kLeastAtOnce = 0.001;
 /// The longest render, in seconds, before other work is done.
 constexpr double kMaxAtOnce = 0.05;
 
+/// How long the reader of a stream may take for the rest.
+constexpr std::chrono::milliseconds kStreamPatience{500};
+
 using Seconds = std::chrono::duration<double>;
 
 } // namespace
 
-LiveRecording::LiveRecording(FrameSource& source, const std::string& path, Clock::time_point begin)
-    : source_(source), rate_(source.rate()), begin_(begin),
-      writer_(path, source.rate(), SampleFormat::s16, {}, WavWriter::Unfinished::Kept),
-      perSecond_(rate_, 1.0) {
-    writer_.updateHeader();
+LiveRecording::LiveRecording(
+    FrameSource& source, const std::string& path, bool raw, Clock::time_point begin)
+    : source_(source), rate_(source.rate()), begin_(begin), perSecond_(rate_, 1.0) {
+    constexpr SampleFormat kFormat = SampleFormat::s16;
+    if (PcmStream::isStream(path)) {
+        stream_.emplace(
+            path, source.rate(), FrameSource::kChannels,
+            raw ? "" : WavWriter::streamHeader(source.rate(), kFormat, {}));
+    } else {
+        file_.emplace(path, source.rate(), kFormat, std::nullopt, WavWriter::Unfinished::Kept);
+        file_->updateHeader();
+    }
+}
+
+std::uint64_t LiveRecording::maxFrames() const {
+    return stream_ ? std::numeric_limits<std::uint64_t>::max()
+                   : WavWriter::maxFrames(SampleFormat::s16);
 }
 
 std::uint64_t LiveRecording::framesUntil(Clock::time_point time) const {
     const double seconds = std::max(0.0, Seconds(time - begin_).count());
-    return std::min(
-        static_cast<std::uint64_t>(std::llround(seconds * rate_)),
-        WavWriter::maxFrames(SampleFormat::s16));
+    return std::min(static_cast<std::uint64_t>(std::llround(seconds * rate_)), maxFrames());
 }
 
 void LiveRecording::render(std::uint64_t frames) {
     samples_.resize(frames * FrameSource::kChannels);
     source_.render(samples_.data(), static_cast<unsigned>(frames));
-    writer_.write(samples_);
+    if (stream_) {
+        stream_->write(samples_);
+    } else {
+        file_->write(samples_);
+    }
     perSecond_.add(samples_);
     const double before = std::floor(seconds());
     frames_ += frames;
-    if (std::floor(seconds()) != before) {
-        writer_.updateHeader();
+    if (file_ && std::floor(seconds()) != before) {
+        file_->updateHeader();
     }
 }
 
@@ -49,7 +67,7 @@ bool LiveRecording::advance(Clock::time_point now) {
         worstLag_ = std::max(worstLag_, static_cast<double>(due) / rate_);
         render(std::min(due, static_cast<std::uint64_t>(kMaxAtOnce * rate_)));
     }
-    return frames_ < WavWriter::maxFrames(SampleFormat::s16);
+    return frames_ < maxFrames() && !isOver();
 }
 
 LiveRecording::Clock::time_point LiveRecording::next() const {
@@ -61,7 +79,11 @@ void LiveRecording::finish(Clock::time_point end) {
     while (frames_ < due) {
         render(std::min(due - frames_, static_cast<std::uint64_t>(kMaxAtOnce * rate_)));
     }
-    writer_.finish();
+    if (stream_) {
+        stream_->finish(kStreamPatience);
+    } else {
+        file_->finish();
+    }
 }
 
 } // namespace Show

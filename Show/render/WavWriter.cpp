@@ -27,19 +27,14 @@ OutputError cannotWrite(const std::string& path, SNDFILE* handle) {
     return OutputError("cannot write " + path + ": " + sf_strerror(handle));
 }
 
-// 32768 inverts the scaling of 16-bit input in the renderer, so a sound at unity gain keeps its
-// exact samples.
-std::int16_t toInteger(float sample) {
-    const float scaled = std::nearbyint(sample * 32768.0F);
-    return static_cast<std::int16_t>(std::clamp(scaled, -32768.0F, 32767.0F));
-}
-
 unsigned bytesPerFrame(SampleFormat format) {
     return WavWriter::kChannels * (format == SampleFormat::s16 ? 2U : 4U);
 }
 
-/// Writes the header of a stream; libsndfile can only write WAV to seekable files.
-std::string streamHeader(unsigned rate, SampleFormat format, std::optional<std::uint64_t> frames) {
+} // namespace
+
+std::string
+WavWriter::streamHeader(unsigned rate, SampleFormat format, std::optional<std::uint64_t> frames) {
     constexpr std::uint32_t kUnknown = std::numeric_limits<std::uint32_t>::max();
     std::string header;
     const auto put = [&header](std::uint32_t value, unsigned bytes) {
@@ -70,7 +65,17 @@ std::string streamHeader(unsigned rate, SampleFormat format, std::optional<std::
     return header;
 }
 
-} // namespace
+std::uint64_t toIntegers(std::span<const float> samples, std::vector<std::int16_t>& integers) {
+    integers.resize(samples.size());
+    // 32768 inverts the scaling of 16-bit input in the renderer, so a sound at unity gain keeps its
+    // exact samples.
+    std::transform(samples.begin(), samples.end(), integers.begin(), [](float sample) {
+        const float scaled = std::nearbyint(sample * 32768.0F);
+        return static_cast<std::int16_t>(std::clamp(scaled, -32768.0F, 32767.0F));
+    });
+    return static_cast<std::uint64_t>(std::count_if(
+        samples.begin(), samples.end(), [](float sample) { return std::abs(sample) > 1.0F; }));
+}
 
 WavWriter::WavWriter(
     const std::string& path, unsigned rate, SampleFormat format,
@@ -105,10 +110,7 @@ void WavWriter::write(std::span<const float> samples) {
     if (format_ == SampleFormat::f32) {
         written = sf_writef_float(sound_->handle, samples.data(), frames);
     } else {
-        clipped_ += static_cast<std::uint64_t>(std::count_if(
-            samples.begin(), samples.end(), [](float sample) { return std::abs(sample) > 1.0F; }));
-        integers_.resize(samples.size());
-        std::transform(samples.begin(), samples.end(), integers_.begin(), toInteger);
+        clipped_ += toIntegers(samples, integers_);
         written = sf_writef_short(sound_->handle, integers_.data(), frames);
     }
     if (written != frames) {

@@ -12,6 +12,9 @@
 
 namespace Show {
 
+/// Converts samples to 16-bit integers, clipped at full scale; returns how many were clipped.
+std::uint64_t toIntegers(std::span<const float> samples, std::vector<std::int16_t>& integers);
+
 /// Writes a stereo WAV file or stream, see OutputFile. The same samples give the same bytes.
 /// Confined to one thread at a time.
 class WavWriter {
@@ -32,6 +35,11 @@ public:
 
     /// The largest number of frames in a WAV file of this format, whose sizes have 32 bits.
     static std::uint64_t maxFrames(SampleFormat format);
+
+    /// The header of a stream, which libsndfile writes to seekable files only; without a number of
+    /// frames as in the constructor.
+    static std::string
+    streamHeader(unsigned rate, SampleFormat format, std::optional<std::uint64_t> frames);
 
     /// Appends whole interleaved frames, left first. Throws OutputError.
     void write(std::span<const float> samples);

@@ -70,8 +70,8 @@ class ToolCase(unittest.TestCase):
 
     def start(self, *arguments, prefix=(), env=None, **more):
         files = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
-        return subprocess.Popen([*prefix, TOOL, *arguments], cwd=self.folder, text=True,
-                                env={**os.environ, **(env or {})}, **{**files, **more})
+        return subprocess.Popen([*prefix, TOOL, *arguments], cwd=self.folder,
+                                env={**os.environ, **(env or {})}, **{"text": True, **files, **more})
 
     def finish(self, process, code):
         out, err = process.communicate(timeout=DEADLINE)

@@ -30,7 +30,7 @@ constexpr std::chrono::seconds kStatusPeriod{1};
 /// Minimum length of a loop's round, in seconds, as a scene may be empty.
 constexpr double kShortestRound = 0.01;
 
-/// Whether all that plays reads long files itself.
+/// Whether all that plays reads long files itself; a recording does.
 bool readFiles(const std::vector<BackendOption::Choice>& choices) {
     return std::ranges::all_of(choices, [](const BackendOption::Choice& choice) {
         return choice.kind == "voices" || choice.kind == "monitor" || choice.kind == "log" ||
@@ -56,7 +56,8 @@ PlayCommand::PlayCommand(CLI::App& parent) {
     backends_.declare(
         app(),
         "Back end to play through, with its parameters; may be given several times (default: "
-        "\"voices\", this machine's sound device; \"orvel kinds\" lists the kinds)");
+        "\"voices\", this machine's sound device, unless --render is given; \"orvel kinds\" lists "
+        "the kinds)");
     app()
         .add_option(
             "--server", servers_,
@@ -80,6 +81,7 @@ PlayCommand::PlayCommand(CLI::App& parent) {
         "then continue");
     network_.declareInterface(app());
     network_.declareLimits(app(), true);
+    render_.declare(app());
     monitor_.declare(app());
     osc_.declare(app());
     declareFrom(
@@ -126,7 +128,7 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
                "--backend client");
         return false;
     }
-    if (choices.empty()) {
+    if (choices.empty() && !render_.given()) {
         choices.push_back({"voices", ""});
     }
     monitor_.addTo(choices);
@@ -142,7 +144,7 @@ bool PlayCommand::addAll(
     const std::string advice =
         "to render the scene to a file: orvel render " + scenePath_ + " OUT.wav";
     if (from_ <= 0.0) {
-        return addBackends(world, diagnostics, choices, advice, verbose_);
+        return choices.empty() || addBackends(world, diagnostics, choices, advice, verbose_);
     }
     // Monitors are added first, since they learn the names of sounds as these are set. The others
     // are added once the scene has reached its time, so that nothing is heard before.
@@ -153,7 +155,8 @@ bool PlayCommand::addAll(
     }
     const bool seen = addBackends(world, diagnostics, monitors, advice, verbose_);
     playback.start(from_);
-    return others.empty() ? seen : addBackends(world, diagnostics, others, advice, verbose_);
+    return others.empty() ? seen || render_.given()
+                          : addBackends(world, diagnostics, others, advice, verbose_);
 }
 
 int PlayCommand::run() {
@@ -164,6 +167,12 @@ int PlayCommand::run() {
     const Show::ShowFile file = load();
     if (!file.isGood()) {
         return kFailure;
+    }
+    OutputGuard guard;
+    guard.reads(scenePath_, file.isCapture() ? "the input capture" : "the input scene");
+    guard.readsSounds(file);
+    if (!render_.accept(guard)) {
+        return kWrongUse;
     }
     setUsualVoices(choices, file.voices());
     network_.restrictInterfaces();
@@ -178,7 +187,13 @@ int PlayCommand::run() {
         report(playback.error());
         return kFailure;
     }
-    if (!addAll(choices, playback, world, diagnostics) || !announceMonitors(world)) {
+    // Before the scene is there, or with --from when it is at its time, see addAll().
+    std::optional<Show::FrameSource> frames;
+    const auto addFrames = [&] {
+        return !render_.given() || render_.open(frames, world, file.emitters(), diagnostics);
+    };
+    if ((from_ <= 0.0 && !addFrames()) || !addAll(choices, playback, world, diagnostics) ||
+        (from_ > 0.0 && !addFrames()) || !announceMonitors(world)) {
         return kFailure;
     }
     network_.limitClients(world);
@@ -197,16 +212,17 @@ int PlayCommand::run() {
             return kFailure;
         }
     }
-    const bool alone = play(playback, world, osc.get(), *loop, diagnostics);
+    const bool good =
+        play(playback, world, frames ? &*frames : nullptr, osc.get(), *loop, diagnostics);
     if (osc != nullptr) {
         osc->finish();
     }
-    return alone && diagnostics.lost() == 0 && file.isComplete() ? kSuccess : kFailure;
+    return good && diagnostics.lost() == 0 && file.isComplete() ? kSuccess : kFailure;
 }
 
 bool PlayCommand::play(
-    Show::Playback& playback, Orvel::World& world, Show::OscInput* osc, Corvid::Loop& loop,
-    Diagnostics& diagnostics) {
+    Show::Playback& playback, Orvel::World& world, Show::FrameSource* frames, Show::OscInput* osc,
+    Corvid::Loop& loop, Diagnostics& diagnostics) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(world, servers_, wait_);
@@ -237,8 +253,17 @@ bool PlayCommand::play(
     double end = endOf();
     auto last = Clock::now();
     auto nextStatus = last + kStatusPeriod;
-    while (!StopSignals::came() && !servers.isGivenUp() && Clock::now() < limit) {
+    std::optional<Show::LiveRecording> recording;
+    if (frames != nullptr) {
+        render_.begin(recording, *frames, last);
+    }
+    bool room = true;
+    while (room && !StopSignals::came() && !servers.isGivenUp() && Clock::now() < limit) {
         const auto moment = Clock::now();
+        if (recording) {
+            room = recording->advance(moment); // the past, before the changes
+            render_.look(*recording);
+        }
         begin += servers.isHeld() ? moment - last : Clock::duration::zero();
         last = moment;
         const double now = Seconds(moment - begin).count();
@@ -268,11 +293,19 @@ bool PlayCommand::play(
         end = isLoading(world) ? std::numeric_limits<double>::infinity() : endOf();
         const double tick = (std::floor(now / Show::Playback::kTick) + 1.0) * Show::Playback::kTick;
         const double next = std::min({tick, playback.nextStep(), end});
-        const auto wake = begin + duration(next);
-        loop.wait(std::min(wake, limit));
+        auto wake = std::min(begin + duration(next), limit);
+        if (recording) {
+            wake = std::min(wake, recording->next());
+        }
+        loop.wait(wake);
+    }
+    if (recording) {
+        recording->finish(std::min(Clock::now(), limit));
+        render_.writeLevels(*recording);
+        render_.reportEnd(*recording, room);
     }
     reportGaps(world);
-    return !servers.wasHindered();
+    return room && !servers.wasHindered();
 }
 
 } // namespace OrvelTool

@@ -4,6 +4,7 @@
 #include "commands/Command.h"
 #include "commands/MonitorOption.h"
 #include "commands/OscOption.h"
+#include "commands/RenderOption.h"
 #include "network/NetworkOptions.h"
 #include <Show/Playback.h>
 
@@ -27,15 +28,17 @@ private:
     bool addAll(
         const std::vector<BackendOption::Choice>& choices, Show::Playback& playback,
         Orvel::World& world, Diagnostics& diagnostics) const;
-    /// Returns false if another player drove a server, so that this one was not heard there.
+    /// Returns false if another player drove a server, so that this one was not heard there, or if
+    /// the recording, from `frames` unless null, is incomplete.
     bool play(
-        Show::Playback& playback, Orvel::World& world, Show::OscInput* osc, Corvid::Loop& loop,
-        Diagnostics& diagnostics);
+        Show::Playback& playback, Orvel::World& world, Show::FrameSource* frames,
+        Show::OscInput* osc, Corvid::Loop& loop, Diagnostics& diagnostics);
 
     BackendOption backends_;
     MonitorOption monitor_;
     NetworkOptions network_;
     OscOption osc_;
+    RenderOption render_;
     std::vector<std::string> servers_;
     std::vector<std::string> only_;
     bool wait_ = false;

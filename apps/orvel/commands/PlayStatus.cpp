@@ -1,7 +1,6 @@
 #include "commands/PlayStatus.h"
 
 #include "process/Output.h"
-#include <Show/monitor/Hearings.h>
 
 #include <Orvel/Backend.h>
 #include <Orvel/BackendState.h>
@@ -45,45 +44,40 @@ std::string summary(const State& state) {
 
 void writeStatus(Orvel::World& world, double seconds) {
     std::ostream& out = standardOutput();
+    char text[96];
     for (Orvel::Backend* backend : world.backends()) {
-        const State state = backend->state();
+        State state = backend->state();
         if (state.voicesAllowed == 0) {
             continue;
         }
-        char time[32];
-        std::snprintf(time, sizeof time, "%.1f s, ", seconds);
-        out << time << (backend->type() == nullptr ? "" : backend->type()->name()) << ": "
+        std::snprintf(text, sizeof text, "%.1f s, ", seconds);
+        out << text << (backend->type() == nullptr ? "" : backend->type()->name()) << ": "
             << summary(state) << '\n';
-    }
-    const Show::Hearings hearings = Show::hearingsOf(world);
-    std::vector<State::HeardEmitter> rows;
-    rows.reserve(hearings.size());
-    for (const auto& [id, heard] : hearings) {
-        rows.push_back(heard);
-    }
-    const auto isBefore = [](const State::HeardEmitter& a, const State::HeardEmitter& b) {
-        return std::tuple(-a.level, a.id) < std::tuple(-b.level, b.id);
-    };
-    const std::size_t shown = std::min(rows.size(), kMaxShown);
-    std::partial_sort(
-        rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(shown), rows.end(), isBefore);
-    for (std::size_t i = 0; i < shown; ++i) {
-        const State::HeardEmitter& row = rows[i];
-        const Orvel::Emitter* emitter = world.getEmitter(row.id);
-        const Orvel::Source* source = emitter == nullptr ? nullptr : emitter->source();
-        char text[96];
-        std::snprintf(
-            text, sizeof text, "  emitter %5d  source %5s  %-8s", row.id,
-            source == nullptr ? "none" : std::to_string(source->id()).c_str(), nameOf(row.hearing));
-        out << text;
-        if (row.level > 0.0F) {
-            std::snprintf(text, sizeof text, " %7.1f dB", Show::decibelsOf(row.level));
+        std::vector<State::HeardEmitter>& rows = state.emitters;
+        const std::size_t shown = std::min(rows.size(), kMaxShown);
+        std::partial_sort(
+            rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(shown), rows.end(),
+            [](const State::HeardEmitter& a, const State::HeardEmitter& b) {
+                return std::tuple(-a.level, a.id) < std::tuple(-b.level, b.id);
+            });
+        for (std::size_t i = 0; i < shown; ++i) {
+            const Orvel::Emitter* emitter = world.getEmitter(rows[i].id);
+            const Orvel::Source* source = emitter == nullptr ? nullptr : emitter->source();
+            std::snprintf(
+                text, sizeof text, "  emitter %5d  source %5s  %-8s", rows[i].id,
+                source == nullptr ? "none" : std::to_string(source->id()).c_str(),
+                nameOf(rows[i].hearing));
             out << text;
+            if (rows[i].level > 0.0F) {
+                const double level = 20.0 * std::log10(static_cast<double>(rows[i].level));
+                std::snprintf(text, sizeof text, " %7.1f dB", level);
+                out << text;
+            }
+            out << '\n';
         }
-        out << '\n';
-    }
-    if (rows.size() > shown) {
-        out << "  and " << rows.size() - shown << " softer ones; --monitor shows all\n";
+        if (rows.size() > shown) {
+            out << "  and " << rows.size() - shown << " softer ones; --monitor shows all\n";
+        }
     }
     out.flush();
 }

@@ -4,7 +4,7 @@
 
 namespace OrvelTool {
 
-/// Prints on standard output the state of each back end that mixes, and how the loudest emitters
+/// Prints on standard output the state of each back end that mixes, and how its loudest emitters
 /// are heard. `seconds`: the time of the scene.
 void writeStatus(Orvel::World& world, double seconds);
 

@@ -1,6 +1,5 @@
 #include "commands/ServeCommand.h"
 
-#include "commands/LevelReport.h"
 #include "commands/OutputGuard.h"
 #include "network/DiscoveryWatch.h"
 #include "network/PeerWatch.h"
@@ -32,9 +31,6 @@ constexpr auto kLongestServing = 4ms; // before a recording or a signal is handl
 constexpr auto kChores = 20ms;        // interval of reports, status and monitors
 /// The number of emitters that will play at once is unknown.
 constexpr std::size_t kMaxEmitters = 4096;
-constexpr unsigned kRecordingRate = 44100;
-/// A recording that was behind the clock by more than this, in seconds, is reported.
-constexpr double kLagToTell = 0.5;
 
 std::string fixed(double value) {
     std::ostringstream text;
@@ -80,11 +76,7 @@ void ServeCommand::declareOptions(const std::string& playing) {
     backends_.declare(
         app(),
         "Back end to play through, with its parameters; may be given several times " + playing);
-    app()
-        .add_option(
-            "--render", output_,
-            "Write the output to a WAV file in real time; no sound device is needed")
-        ->type_name("OUT.wav");
+    render_.declare(app());
     declareSeconds("How long to serve, in seconds (default: until Ctrl-C, SIGTERM or SIGHUP)");
     network_.declare(app());
     network_.declareLimits(app(), false);
@@ -123,7 +115,7 @@ int ServeCommand::run() {
                       {"client", "a server cannot be a client as well; it would drive itself"}})) {
         return kWrongUse;
     }
-    if (choices.empty() && output_.empty() && capturePath_.empty()) {
+    if (choices.empty() && !render_.given() && capturePath_.empty()) {
         choices.push_back({"voices", ""});
     }
     setUsualVoices(choices, Show::voicesFor(kMaxEmitters));
@@ -187,13 +179,8 @@ int ServeCommand::run() {
         return kFailure;
     }
     std::optional<Show::FrameSource> frames;
-    if (!output_.empty()) {
-        frames.emplace(server, "voices", "", kRecordingRate, kMaxEmitters);
-        diagnostics.report();
-        if (!frames->isWorking()) {
-            report("OpenAL gave no loopback device; check the installation of OpenAL Soft");
-            return kFailure;
-        }
+    if (render_.given() && !render_.open(frames, server, kMaxEmitters, diagnostics)) {
+        return kFailure;
     }
     if (!choices.empty() &&
         !addBackends(
@@ -239,7 +226,7 @@ int ServeCommand::run() {
     const auto begin = Clock::now();
     std::optional<Show::LiveRecording> recording;
     if (frames) {
-        recording.emplace(*frames, output_, begin);
+        render_.begin(recording, *frames, begin);
     }
     const bool room = serve(
         server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, osc.get(), begin,
@@ -251,12 +238,8 @@ int ServeCommand::run() {
                 ? begin + std::chrono::duration_cast<Clock::duration>(
                               std::chrono::duration<double>(seconds_))
                 : Clock::now());
-        writeLevels(*recording);
-    }
-    if (!room) {
-        report(
-            Show::nameOfOutput(output_) +
-            ": a WAV file holds at most 4 GiB; the server has stopped");
+        render_.writeLevels(*recording);
+        render_.reportEnd(*recording, room);
     }
     return room && captured ? kSuccess : kFailure;
 }
@@ -271,18 +254,15 @@ bool ServeCommand::checkOutputs(const Show::ShowFile& file) const {
         guard.reads(scenePath_, "the input scene");
         guard.readsSounds(file);
     }
-    return (output_.empty() || guard.accept(output_, OutputGuard::kSound)) &&
+    return render_.accept(guard) &&
            (capturePath_.empty() || guard.accept(capturePath_, OutputGuard::kCapture));
-}
-
-std::ostream& ServeCommand::results() const {
-    return Show::isStandardOutput(output_) ? standardError() : standardOutput();
 }
 
 bool ServeCommand::finish(Show::CaptureWriter& capture) const {
     const bool good = capture.finish();
-    results() << capturePath_ << ": " << fixed(capture.seconds()) << " s, " << capture.events()
-              << " events" << (good ? "" : "; part of the session is missing") << '\n';
+    render_.results() << capturePath_ << ": " << fixed(capture.seconds()) << " s, "
+                      << capture.events() << " events"
+                      << (good ? "" : "; part of the session is missing") << '\n';
     return good;
 }
 
@@ -296,7 +276,7 @@ void ServeCommand::announce(const Show::SoundServer& server, DiscoveryWatch& dis
 
 bool ServeCommand::serve(
     Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
-    Show::OscInput* osc, Clock::time_point begin, Diagnostics& diagnostics) const {
+    Show::OscInput* osc, Clock::time_point begin, Diagnostics& diagnostics) {
     const auto limit = seconds_ > 0.0 ? begin + std::chrono::duration_cast<Clock::duration>(
                                                     std::chrono::duration<double>(seconds_))
                                       : Clock::time_point::max();
@@ -361,6 +341,9 @@ bool ServeCommand::serve(
                      : "add them to " + scenePath_));
         }
         diagnostics.report();
+        if (recording != nullptr) {
+            render_.look(*recording);
+        }
         if (capture != nullptr) {
             capture->flush();
         }
@@ -371,20 +354,6 @@ bool ServeCommand::serve(
         osc->finish();
     }
     return room;
-}
-
-void ServeCommand::writeLevels(const Show::LiveRecording& recording) const {
-    std::ostream& out = results();
-    writeTable(out, recording.levels());
-    if (recording.clipped() != 0) {
-        out << recording.clipped()
-            << " samples exceeded full scale and were clipped; lower the gains\n";
-    }
-    if (recording.worstLag() > kLagToTell) {
-        out << "this machine was too slow at times: " << fixed(recording.worstLag())
-            << " s behind at most\n";
-    }
-    out << Show::nameOfOutput(output_) << ": " << fixed(recording.seconds()) << " s\n";
 }
 
 } // namespace OrvelTool

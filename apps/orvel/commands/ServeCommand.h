@@ -4,6 +4,7 @@
 #include "commands/Command.h"
 #include "commands/MonitorOption.h"
 #include "commands/OscOption.h"
+#include "commands/RenderOption.h"
 #include "commands/WaitOption.h"
 #include "network/NetworkOptions.h"
 #include <Show/server/SoundServer.h>
@@ -44,13 +45,10 @@ private:
     /// Serves until it is stopped. Returns false if the recording is full.
     bool serve(
         Show::SoundServer& server, Show::LiveRecording* recording, Show::CaptureWriter* capture,
-        Show::OscInput* osc, Clock::time_point begin, Diagnostics& diagnostics) const;
+        Show::OscInput* osc, Clock::time_point begin, Diagnostics& diagnostics);
     void announce(const Show::SoundServer& server, DiscoveryWatch& discovery) const;
     /// Refuses outputs that would overwrite inputs, and reports it.
     [[nodiscard]] bool checkOutputs(const Show::ShowFile& file) const;
-    /// The stream for results: not standard output if the recording goes there.
-    [[nodiscard]] std::ostream& results() const;
-    void writeLevels(const Show::LiveRecording& recording) const;
     /// Completes the capture and prints its length. Returns false if it is incomplete.
     bool finish(Show::CaptureWriter& capture) const;
 
@@ -58,8 +56,8 @@ private:
     MonitorOption monitor_;
     NetworkOptions network_;
     OscOption osc_;
+    RenderOption render_;
     WaitOption wait_;
-    std::string output_; // empty: no recording
     std::string id_;
     unsigned short tcpPort_ = 0;
     std::vector<std::string> allowed_; // empty: any address

@@ -57,7 +57,7 @@ _orvel() {
         _orvel_words "s16 f32"
         return
         ;;
-    --rate)
+    --rate | --render-rate)
         _orvel_words "22050 44100 48000 96000"
         return
         ;;
@@ -85,13 +85,13 @@ _orvel() {
         case $command in
         render) _orvel_words "--from --seconds --rate --backend --format --plot --all --json --fetch $common" ;;
         play)
-            _orvel_words "--backend --web --monitor --server --only --wait --interface --max-per-address \
+            _orvel_words "--backend --render --render-rate --render-raw --web --monitor --server --only --wait --interface --max-per-address \
                 --max-servers --osc --osc-scale --osc-reply-port --osc-feedback --from --seconds --status --loop --fetch $common"
             ;;
         serve | record)
             local more=
             [[ $command == serve ]] || more=--max-size
-            _orvel_words "$more --scene --backend --web --monitor --render --seconds --id --tcp-port \
+            _orvel_words "$more --scene --backend --web --monitor --render --render-rate --render-raw --seconds --id --tcp-port \
                 --allow --keep-player --wait-for-device --osc --osc-scale --osc-reply-port --osc-feedback --max-per-address $search $common"
             ;;
         servers) _orvel_words "--seconds --json --max-per-address --max-servers $search $common" ;;
