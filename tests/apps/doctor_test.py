@@ -34,6 +34,8 @@ class Doctor(RemoteCase):
         for value in ("clockSeconds", "roundTripMs", "connectMs"):
             self.assertGreater(there["values"][value], 0)
         self.assertIn("in use by servers", found["port " + self.port]["text"])
+        self.assertGreater(found["sound timing"]["values"]["latencyMs"], 0)
+        self.assertIn("""--backend 'voices:device="No Output"'""", found["sound device"]["text"])
         # A device without output is reported as such.
         self.assertEqual(found["sound output"]["verdict"], "warning")
         self.end(server, "serve.log")

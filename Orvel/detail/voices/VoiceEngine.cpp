@@ -121,7 +121,8 @@ void VoiceEngine::takeChanges() {
             listenerMoved = true;
         });
     if (age > std::chrono::steady_clock::duration::zero()) {
-        changeDelay_ += kDelayShare * (std::chrono::duration<double>(age).count() - changeDelay_);
+        const double seconds = std::chrono::duration<double>(age).count();
+        changeDelay_ += (changeDelay_ == 0.0 ? 1.0 : kDelayShare) * (seconds - changeDelay_);
     }
     for (const Change& change : taken_) {
         Emitter& emitter = emitters_[change.emitter];

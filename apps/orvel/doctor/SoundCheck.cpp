@@ -5,20 +5,22 @@
 
 #include <Orvel/Backend.h>
 #include <Orvel/BackendState.h>
+#include <Orvel/Emitter.h>
 #include <Orvel/OwningWorld.h>
 #include <Orvel/SoundFile.h>
+#include <Orvel/VoicesBackend.h>
 
 #include <AL/alc.h>
-#include <AL/alext.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace OrvelTool {
@@ -70,28 +72,39 @@ int integer(ALCdevice* device, ALCenum what) {
     return value;
 }
 
-/// In milliseconds; negative if the device does not support the query.
-double latency(ALCdevice* device) {
-    if (alcIsExtensionPresent(device, "ALC_SOFT_device_clock") != ALC_TRUE) {
-        return -1.0;
-    }
-    const auto get =
-        reinterpret_cast<LPALCGETINTEGER64VSOFT>(alcGetProcAddress(device, "alcGetInteger64vSOFT"));
-    if (get == nullptr) {
-        return -1.0;
-    }
-    ALCint64SOFT nanoseconds = -1;
-    get(device, ALC_DEVICE_LATENCY_SOFT, 1, &nanoseconds);
-    return static_cast<double>(nanoseconds) / 1e6;
-}
-
-/// The state of the back end that plays by default, which is removed again.
+/// The state of the back end that plays by default, after changes of an emitter that plays nothing,
+/// from which it measures the latency. The back end is removed again.
 Orvel::BackendState defaultState(bool verbose) {
+    constexpr std::chrono::seconds kPatience{5};
+    constexpr std::chrono::milliseconds kPause{10};
+    constexpr int kChanges = 30;
     Diagnostics diagnostics(verbose);
     Orvel::OwningWorld<> world;
-    const Orvel::Backend* backend = world.addBackend("default", "");
+    const auto* voices = dynamic_cast<Orvel::VoicesBackend*>(world.addBackend("voices", ""));
+    Orvel::BackendState state{.working = false};
+    if (voices != nullptr && voices->waitForDevice(kPatience)) {
+        Orvel::Emitter* emitter = world.createEmitter();
+        for (int i = 0; i < kChanges; ++i) {
+            const Orvel::Vec3f place{static_cast<float>(i), 0.0F, 0.0F};
+            emitter->setTransform(&place, nullptr);
+            world.update();
+            std::this_thread::sleep_for(kPause);
+        }
+        state = voices->state();
+    }
     diagnostics.drop(); // the result reports it
-    return backend == nullptr ? Orvel::BackendState{.working = false} : backend->state();
+    return state;
+}
+
+/// A device as an option of the shell's command line.
+std::string optionFor(const std::string& device) {
+    std::string text = "--backend 'voices:device=\"";
+    for (const char c : device) {
+        text += c == '"' || c == '\\' ? std::string("\\") + c
+                : c == '\''           ? std::string("'\\''")
+                                      : std::string(1, c);
+    }
+    return text + "\"'";
 }
 
 CheckResult checkDefault(const Orvel::BackendState& state) {
@@ -113,18 +126,15 @@ CheckResult checkDefault(const Orvel::BackendState& state) {
     return result;
 }
 
-CheckResult checkTiming(ALCdevice* device) {
+CheckResult checkTiming(ALCdevice* device, const Orvel::BackendState& state) {
     const int rate = integer(device, ALC_FREQUENCY);
     const int refresh = integer(device, ALC_REFRESH);
-    const double delay = latency(device);
+    const double delay = state.latency.value_or(0.0) * 1000.0;
     const double period = refresh > 0 ? 1000.0 / refresh : 0.0;
     CheckResult result{"sound timing", Verdict::Ok, {}, {}, {}};
     result.text = std::to_string(rate) + " Hz, mixed every " + roundedMilliseconds(period) +
-                  (delay >= 0.0 ? ", latency " + roundedMilliseconds(delay) : "");
-    result.values = {{"rateHz", rate}, {"periodMs", period}};
-    if (delay >= 0.0) {
-        result.values.emplace_back("latencyMs", delay);
-    }
+                  ", a change of the scene leaves it after " + roundedMilliseconds(delay);
+    result.values = {{"rateHz", rate}, {"periodMs", period}, {"latencyMs", delay}};
     if (std::max(delay, period) > kLongLatency) {
         result.verdict = Verdict::Warning;
         result.advice = "changes are heard late: lower \"period_size\" and \"periods\" in "
@@ -138,7 +148,8 @@ CheckResult checkVoices(const Orvel::BackendState& state) {
     CheckResult result{
         "sounds at once",
         Verdict::Ok,
-        std::to_string(count) + " emitters can play at the same time",
+        std::to_string(count) + " emitters, the loudest, can be mixed at the same time; more with "
+                                "--backend voices:voices=N, up to 1024",
         {},
         {{"sources", static_cast<double>(count)}}};
     if (count < kFewVoices) {
@@ -161,7 +172,7 @@ CheckResults checkSound(bool verbose) {
     if (state.working) {
         if (const Device device(alcOpenDevice(nullptr)); device != nullptr) {
             const Context context(alcCreateContext(device.get(), nullptr)); // starts the mixer
-            results.push_back(checkTiming(device.get()));
+            results.push_back(checkTiming(device.get(), state));
         }
         results.push_back(checkVoices(state));
     }
@@ -171,7 +182,8 @@ CheckResults checkSound(bool verbose) {
         results.push_back(
             {"sound device",
              device == nullptr ? Verdict::Warning : Verdict::Ok,
-             "\"" + name + "\" " + (device == nullptr ? "does not open" : "opens"),
+             "\"" + name + "\" " +
+                 (device == nullptr ? "does not open" : "opens: " + optionFor(name)),
              device == nullptr ? "another program may use it exclusively; this does no harm as "
                                  "long as the device used for playback opens"
                                : "",
