@@ -1,5 +1,6 @@
 #include <Orvel/ClientBackend.h>
 
+#include <Corvid/detail/net/Hub.h>
 #include <Orvel/BackendState.h>
 #include <Orvel/OrvelMultiClient.h>
 #include <Orvel/Server.h>
@@ -38,22 +39,16 @@ int idOf(const WorldPart& part) {
     return part.id();
 }
 
-/// Fills the event of a change and sends it; used for changes and for the replay to a new server.
+/// Fills the event of a change; used for changes and for the replay to a new server.
 template <Command command, class Event, class Subject>
-void send(Sender* to, Event& event, Subject& subject, bool transferData) {
+void fill(Event& event, Subject& subject, bool transferData) {
     event.address(command, idOf(subject));
-    constexpr auto fill = detail::kChange<command>.fill;
-    fill(event, subject);
+    constexpr auto fillValues = detail::kChange<command>.fill;
+    fillValues(event, subject);
     if constexpr (std::is_same_v<Event, SourceDataEvent>) {
         if (transferData) {
             event.loadData();
         }
-    }
-    if constexpr (detail::kHasFixedFields<Event>) {
-        const auto frame = detail::frameOf(event);
-        to->sendFrame(frame.data(), frame.size());
-    } else {
-        event.send(to);
     }
 }
 
@@ -183,9 +178,19 @@ void ClientBackend::configure(const Config::ParamReader& read) {
 }
 
 template <Command command, class Subject>
-void ClientBackend::sendChange(Subject& subject) {
+[[gnu::always_inline]] inline void ClientBackend::sendChange(Subject& subject) {
     detail::EventOfCommand<command> event;
-    send<command>(communicator_.get(), event, subject, transferData_);
+    fill<command>(event, subject, transferData_);
+    if constexpr (detail::kHasFixedFields<decltype(event)>) {
+        if (communicator_ != nullptr) {
+            detail::withFrame(
+                event, [this]<std::size_t size>(const auto& write) __attribute__((always_inline)) {
+                    communicator_->hub().sendFixed<size>(write);
+                });
+        }
+    } else {
+        event.send(communicator_.get());
+    }
 }
 
 void ClientBackend::resetBackend() {
@@ -316,7 +321,8 @@ void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
                 if (row.replay == detail::Replay::Yes) {
                     before(Row::kCommand);
                     auto& event = std::get<typename Row::Event>(events);
-                    send<Row::kCommand>(connection, event, subject, transferData_);
+                    fill<Row::kCommand>(event, subject, transferData_);
+                    event.send(connection);
                 }
             }
         });

@@ -25,6 +25,8 @@ public:
     static Corvid::FrameRole roleOf(std::span<const std::byte> frame);
 
 private:
+    friend class ClientBackend; // hub
+
     ClientBackend& backend_;
 };
 

@@ -12,7 +12,7 @@ class Fence {
 public:
     /// Call it once before the fences, in each process.
     static void prepare();
-    static void light() {
+    [[gnu::always_inline]] static void light() {
         if (_asymmetric.load(std::memory_order_relaxed)) {
             std::atomic_signal_fence(std::memory_order_seq_cst); // for the compiler
         } else {

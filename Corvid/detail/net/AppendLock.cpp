@@ -10,7 +10,7 @@ void AppendLock::Holder::enter() {
     lock_.mutex_.lock();
     Slot* const owner = lock_.owner_.load(std::memory_order_relaxed);
     lock_.paused_ = owner;
-    if (owner == nullptr || owner->thread == std::this_thread::get_id()) {
+    if (owner == nullptr || owner->thread == thisThread()) {
         return;
     }
     // Either the owner sees that it is none any more, or this thread sees that it is inside.
@@ -23,12 +23,12 @@ void AppendLock::Holder::enter() {
 
 void AppendLock::Holder::leave() {
     Slot* next = lock_.paused_;
-    const bool stays = foreign_ || (next != nullptr && next->thread == std::this_thread::get_id());
+    const bool stays = foreign_ || (next != nullptr && next->thread == thisThread());
     if (!stays) {
         next = nullptr;
         if (lock_.owners_ < kMaxOwners) {
             next = &lock_.slots_[lock_.owners_++];
-            next->thread = std::this_thread::get_id();
+            next->thread = thisThread();
         }
     }
     lock_.owner_.store(next, std::memory_order_release);

@@ -20,9 +20,22 @@ public:
     AppendLock() { Vessa::Fence::prepare(); }
 
 private:
+#if defined(__x86_64__) && __has_builtin(__builtin_thread_pointer)
+    // The standard library's is a function that is not inline.
+    using ThreadId = void*;
+    static ThreadId thisThread() {
+        return __builtin_thread_pointer();
+    }
+#else
+    using ThreadId = std::thread::id;
+    static ThreadId thisThread() {
+        return std::this_thread::get_id();
+    }
+#endif
+
     /// An owner. Used once, because an earlier owner may still look at its own.
     struct Slot {
-        std::thread::id thread;
+        ThreadId thread = ThreadId();
         std::atomic<bool> inside = false;
     };
 
@@ -30,10 +43,11 @@ public:
     /// Holds the lock. `foreign`: for a thread that does not append, so that the owner stays.
     class ORVEL_SCOPED_CAPABILITY Holder {
     public:
-        explicit Holder(AppendLock& lock, bool foreign = false) ORVEL_ACQUIRE(lock)
+        [[gnu::always_inline]] explicit Holder(AppendLock& lock, bool foreign = false)
+            ORVEL_ACQUIRE(lock)
             : lock_(lock), foreign_(foreign) {
             Slot* const owner = lock_.owner_.load(std::memory_order_acquire);
-            if (owner != nullptr && !foreign && owner->thread == std::this_thread::get_id()) {
+            if (owner != nullptr && !foreign && owner->thread == thisThread()) {
                 owner->inside.store(true, std::memory_order_relaxed);
                 Vessa::Fence::light();
                 if (lock_.owner_.load(std::memory_order_acquire) == owner) {
@@ -46,7 +60,7 @@ public:
         }
         Holder(const Holder&) = delete;
         Holder& operator=(const Holder&) = delete;
-        ~Holder() ORVEL_RELEASE() {
+        [[gnu::always_inline]] ~Holder() ORVEL_RELEASE() {
             if (slot_ != nullptr) {
                 slot_->inside.store(false, std::memory_order_release);
             } else {

@@ -42,9 +42,20 @@ public:
             return true;
         }
         std::memcpy(tail_, bytes, size);
-        tail_ += size;
-        room_ -= size;
-        publish(size);
+        advance(size);
+        return false;
+    }
+    /// The same for a frame of known size, which `write` stores at the place that it is given.
+    template <std::size_t size, class Write>
+    [[gnu::always_inline]] bool append(const Write& write) {
+        if (size > room_) [[unlikely]] {
+            std::array<std::byte, size> frame;
+            write(frame.data());
+            appendAcross(frame.data(), size);
+            return true;
+        }
+        write(tail_);
+        advance(size);
         return false;
     }
 
@@ -67,6 +78,11 @@ private:
     };
 
     void appendAcross(const std::byte* bytes, std::size_t size);
+    void advance(std::size_t size) {
+        tail_ += size;
+        room_ -= size;
+        publish(size);
+    }
     void publish(std::size_t size) {
         end_.store(end_.load(std::memory_order_relaxed) + size, std::memory_order_release);
     }

@@ -61,6 +61,17 @@ public:
     [[nodiscard]] const std::shared_ptr<Keyring>& keyring() const { return keyring_; }
 
     bool sendFrame(const std::byte* frame, std::size_t size);
+    /// The same for a valid frame of known size, which `write` stores at the place that it is
+    /// given. Inline, as the host does this for each change.
+    template <std::size_t size, class Write>
+    [[gnu::always_inline]] bool sendFixed(const Write& write) {
+        bool wake = false;
+        const bool taken = context_->stream.append<size>(write, wake);
+        if (wake) {
+            loop()->wake();
+        }
+        return taken;
+    }
     void endBatch();
     bool add(Communicator* communicator) ORVEL_EXCLUDES(mutex_);
     bool remove(Communicator* communicator) ORVEL_EXCLUDES(mutex_);

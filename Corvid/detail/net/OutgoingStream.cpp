@@ -20,31 +20,15 @@ void OutgoingStream::close() {
     open_ = false;
 }
 
-bool OutgoingStream::append(const std::byte* frame, std::size_t size, bool& wake) {
-    bool newChunk = false;
-    {
-        const AppendLock::Holder lock(appendLock_);
-        if (!open_) {
-            return false;
-        }
-        frames_.store(frames_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-        if (!joined_) {
-            return true;
-        }
-        newChunk = tail().append(frame, size);
+/// The writer may be late, and memory must stay bounded. If it is at work, the next chunk will do.
+/// Returns true if the writer must be woken.
+bool OutgoingStream::boundMemory() {
+    const bool wake = resting_.exchange(false);
+    if (mutex_.tryLock()) {
+        const Vessa::Lock lock(mutex_, std::adopt_lock);
+        checkLag();
     }
-    Vessa::Fence::light(); // against that of beginSleep()
-    wake = sleeping_.load(std::memory_order_relaxed) && sleeping_.exchange(false);
-    // The writer may be late, and memory must stay bounded. If it is at work, the next chunk will
-    // do.
-    if (newChunk) {
-        wake = resting_.exchange(false) || wake;
-        if (mutex_.tryLock()) {
-            const Vessa::Lock lock(mutex_, std::adopt_lock);
-            checkLag();
-        }
-    }
-    return true;
+    return wake;
 }
 
 bool OutgoingStream::append(Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake) {

@@ -74,7 +74,14 @@ public:
 
     /// Appends a frame for all joined outlets. Sets `wake` if the writer sleeps and must be woken.
     /// Returns false if closed.
-    bool append(const std::byte* frame, std::size_t size, bool& wake);
+    bool append(const std::byte* frame, std::size_t size, bool& wake) {
+        return appendBy([=](ChunkQueue& stream) { return stream.append(frame, size); }, wake);
+    }
+    /// The same for a frame of known size, which `write` stores at the place that it is given.
+    template <std::size_t size, class Write>
+    [[gnu::always_inline]] bool append(const Write& write, bool& wake) {
+        return appendBy([&write](ChunkQueue& stream) { return stream.append<size>(write); }, wake);
+    }
     /// Appends a frame for one outlet. Returns false if it has left or lags too far.
     bool append(Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake);
     /// Marks the end of a batch of frames. Returns its size in bytes, or 0 if the writer is awake
@@ -128,6 +135,28 @@ private:
     ChunkQueue& tail() ORVEL_REQUIRES(appendLock_) { return stream_; }
     ChunkQueue& head() ORVEL_REQUIRES(mutex_) { return stream_; }
 
+    template <class Append>
+    [[gnu::always_inline]] bool appendBy(const Append& append, bool& wake) {
+        bool newChunk = false;
+        {
+            const AppendLock::Holder lock(appendLock_);
+            if (!open_) {
+                return false;
+            }
+            frames_.store(frames_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+            if (!joined_) {
+                return true;
+            }
+            newChunk = append(tail());
+        }
+        Vessa::Fence::light(); // against that of beginSleep()
+        wake = sleeping_.load(std::memory_order_relaxed) && sleeping_.exchange(false);
+        if (newChunk) {
+            wake = boundMemory() || wake;
+        }
+        return true;
+    }
+    bool boundMemory();
     void checkLag() ORVEL_REQUIRES(mutex_);
     bool isLate(Outlet& outlet) ORVEL_REQUIRES(mutex_);
     std::uint64_t listPending(Outlet& outlet, std::uint64_t end) ORVEL_REQUIRES(mutex_);

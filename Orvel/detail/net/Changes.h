@@ -46,6 +46,15 @@ using TupleWithoutFirst = std::tuple<Classes...>;
 using Events = TupleWithoutFirst<void ORVEL_EVENTS(ORVEL_COMMA_CLASS)>;
 #undef ORVEL_COMMA_CLASS
 
+/// The number of an event class on the wire.
+template <class Event>
+constexpr short kTypeId = 0;
+#define ORVEL_TYPE_ID(class_, number)                                                              \
+    template <>                                                                                    \
+    inline constexpr short kTypeId<class_> = number;
+ORVEL_EVENTS(ORVEL_TYPE_ID)
+#undef ORVEL_TYPE_ID
+
 enum class Replay { No, Yes, State /* of the three rows the one that it has */ };
 constexpr auto kReset = Corvid::FrameRole::Kind::Reset;
 constexpr auto kEvent = Corvid::FrameRole::Kind::Event;
@@ -201,12 +210,16 @@ template <class Event>
 constexpr bool kHasFixedFields =
     areFixed(static_cast<decltype(fieldsOf(std::declval<const Event&>()))*>(nullptr));
 
-/// The frame of an event with such fields.
-template <class Event>
-auto frameOf(const Event& event) {
-    return std::apply(
-        [&event](auto... values) {
-            return Corvid::Event::fixedFrame(Event::_type.typeId(), event.protocolTag, values...);
+/// Calls `send.operator()<size>(write)` for the frame of an event with such fields, where
+/// `write(to)` writes it.
+template <class Event, class Send>
+[[gnu::always_inline]] inline void withFrame(const Event& event, const Send& send) {
+    std::apply(
+        [&]<class... Values>(const Values&... values) __attribute__((always_inline)) {
+            send.template operator()<Corvid::Event::kFixedFrameBytes<Values...>>([&](
+                std::byte * to) __attribute__((always_inline)) {
+                Corvid::Event::writeFixedFrame(to, kTypeId<Event>, event.protocolTag, values...);
+            });
         },
         fieldsOf(event));
 }
