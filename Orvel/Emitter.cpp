@@ -4,6 +4,9 @@
 #include <Orvel/World.h>
 #include <Orvel/detail/net/SameTransform.h>
 
+#include <cstddef>
+#include <utility>
+
 namespace Orvel {
 
 Emitter::Emitter(World& world, int id, const std::vector<std::string>& labels)
@@ -28,18 +31,26 @@ void Emitter::setState(State state) {
 }
 
 /// Emitters usually move in the same order in each frame. So this fetches, from memory that other
-/// work may have displaced from the cache, the one that moved a few places later the last time.
-void Emitter::fetchNext() {
-    constexpr unsigned kAhead = 8;
-    auto& moves = world().moves_;
-    const auto mask = static_cast<unsigned>(moves.size() - 1);
-    __builtin_prefetch(moves[(lastMove_ + kAhead) & mask]);
-    lastMove_ = world().moveCount_++;
-    moves[lastMove_ & mask] = this;
+/// work may have displaced from the cache, the one that moved some places later the last time; and
+/// at the first move of a frame, those that the last moves of the frame before have fetched.
+inline void Emitter::fetchLater() {
+    World::Moves& moves = world().moves_;
+    if (moves.isFrameNew) {
+        moves.isFrameNew = false;
+        for (const Emitter* emitter : moves.fetched) {
+            __builtin_prefetch(emitter);
+        }
+    }
+    const std::size_t place = moves.count++ % moves.latest.size();
+    if (Emitter* const earlier = std::exchange(moves.latest[place], this)) {
+        earlier->later_ = this;
+    }
+    moves.fetched[place] = later_;
+    __builtin_prefetch(later_);
 }
 
 void Emitter::setTransform(const Vec3f* position, const Quaternion* rotation) {
-    fetchNext();
+    fetchLater();
     bool changed = false;
     if (position != nullptr && !detail::same(*position, position_)) {
         position_ = *position;

@@ -73,11 +73,11 @@ public:
     [[nodiscard]] const std::vector<std::string>& labels() const noexcept { return labels_; }
 
 private:
-    void fetchNext();
+    void fetchLater();
 
     Vec3f position_;
     Quaternion rotation_;
-    unsigned lastMove_ = 0; // number in the world's list
+    const Emitter* later_ = nullptr; // moved some places later the last time; may be gone
     Hull hull_;
     float gain_ = 1.0F;
     float paramValue_ = 0.0F;

@@ -244,6 +244,7 @@ Source* World::getSource(int id) {
 }
 
 bool World::update() {
+    moves_.isFrameNew = true;
     for (Backend* backend : backends_) {
         backend->update();
     }
@@ -306,14 +307,11 @@ void World::print() {
 
 void World::enter(Emitter& emitter) {
     emitters_.enter(emitter.id(), emitter);
-    constexpr std::size_t kMaxMoves = 65536;
-    if (moves_.size() < std::min(2 * emitters().size(), kMaxMoves)) {
-        moves_.resize(2 * moves_.size());
-    }
 }
 
 void World::leave(Emitter& emitter) {
     emitters_.leave(emitter.id());
+    std::ranges::replace(moves_.latest, &emitter, nullptr);
 }
 
 void World::enter(Source& source) {

@@ -3,6 +3,7 @@
 #include <Orvel/Quaternion.h>
 #include <Orvel/Vec3f.h>
 
+#include <array>
 #include <cstddef>
 #include <list>
 #include <map>
@@ -139,6 +140,14 @@ private:
         std::vector<Part*> table_; // by id, up to the largest so far below kMaxTable
     };
 
+    /// The latest moves of emitters, for Emitter::fetchLater().
+    struct Moves {
+        std::array<Emitter*, 8> latest{};
+        std::array<const Emitter*, 8> fetched{}; // some may be gone
+        unsigned count = 0;
+        bool isFrameNew = false;
+    };
+
     void enter(Backend& backend) { backends_.push_back(&backend); }
     void leave(Backend& backend) { backends_.remove(&backend); }
     void enter(Emitter& emitter);
@@ -155,10 +164,7 @@ private:
     bool listenerMoved_ = false; // since enabled_ was set
     Parts<Emitter> emitters_;
     Parts<Source> sources_;
-    // Emitters in the order of their latest moves, only for Emitter::fetchNext(); some may be gone.
-    // The size is a power of two.
-    std::vector<const Emitter*> moves_ = std::vector<const Emitter*>(64);
-    unsigned moveCount_ = 0;
+    Moves moves_;
     Vec3f listenerPosition_;
     Quaternion listenerRotation_;
     std::list<Backend*> backends_;
