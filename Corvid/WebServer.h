@@ -64,7 +64,8 @@ public:
 
     /// Stores a copy of the page, made by clone(), and replaces any former page there. `path`
     /// starts with a slash and is compared with the decoded path of requests; without a slash the
-    /// call returns false and has no effect.
+    /// call returns false and has no effect. A path that ends with "/*" is for all below that have
+    /// no page of their own.
     bool addPage(const std::string& path, const WebPage& page);
 
     /// The name shown at the top of the server's own pages: errors and the log.

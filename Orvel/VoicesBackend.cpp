@@ -107,8 +107,7 @@ struct VoicesBackend::State {
     std::vector<Loading> loading;
     std::vector<Loading> streamed; // to report files that turn out to be damaged
     std::function<void(Emitter&)> ended;
-    std::size_t waiting = 0;  // emitters that waited for a voice in the last update
-    bool saidWaiting = false; // that there are some
+    bool saidWaiting = false; // that emitters wait for voices
     std::optional<std::int64_t> startFrame;
     // Offline.
     std::unique_ptr<detail::VoiceOutput> output;
@@ -449,8 +448,7 @@ bool VoicesBackend::update() {
             report(diagnostic);
         }
     }
-    // Not while a scene is being built.
-    if (std::exchange(s.waiting, waiting) >= waiting && waiting > 0) {
+    if (waiting > 0) {
         s.saidWaiting = true;
         ORVEL_REPORT(
             Warning, detail::about(Diagnostic::Code::Voices),

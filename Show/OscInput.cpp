@@ -1,5 +1,6 @@
 #include <Show/OscInput.h>
 
+#include <Show/Playback.h>
 #include <Show/osc/OscServer.h>
 
 #include <Corvid/InetAddress.h>
@@ -88,7 +89,7 @@ OscInput::OscInput(Orvel::World& world, const Settings& settings)
         world,
         OscServer::Settings{
             settings.address, settings.port, settings.scale, settings.replyPort, settings.change,
-            std::move(feedback)},
+            settings.queryPort, std::move(feedback)},
         settings.apply
             ? settings.apply
             : [&world](Orvel::CommandEvent& event) { Orvel::Server::applyEvent(world, &event); },
@@ -119,8 +120,18 @@ unsigned short OscInput::port() const noexcept {
     return isOpen() ? state_->server->port() : 0;
 }
 
+unsigned short OscInput::queryPort() const noexcept {
+    return isOpen() ? state_->server->queryPort() : 0;
+}
+
 Corvid::Loop& OscInput::loop() const noexcept {
     return *state_->loop;
+}
+
+void OscInput::control(const Playback* playback) {
+    if (isOpen()) {
+        state_->server->control(playback == nullptr ? nullptr : playback->transport());
+    }
 }
 
 void OscInput::serve(double seconds) {

@@ -6,12 +6,15 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <orvel_show_export.h>
 
 namespace Show {
+
+class Playback;
 
 /// Receives Open Sound Control over UDP and TCP at one port, applies it to a world and answers
 /// queries; docs/osc.md lists the messages. It has no thread: everything happens inside serve().
@@ -29,6 +32,9 @@ public:
         /// Queries over UDP are answered to this port of the sender's address as well as to the
         /// sender's own; 0: only there. ADM-OSC names 4002.
         unsigned short replyPort = 0;
+        /// Describes the paths as JSON (OSCQuery) over HTTP at this port of the same address, for
+        /// this machine's and its interface's names; 0: the system chooses, nothing: nowhere.
+        std::optional<unsigned short> queryPort{};
         /// Receivers of what changes, as HOST:PORT, over UDP; at most 16. A change is not sent to
         /// the one that caused it. Host names are resolved at once, which may block.
         std::vector<std::string> feedback;
@@ -57,8 +63,14 @@ public:
     [[nodiscard]] const std::string& error() const noexcept;
     /// 0 if it is not open.
     [[nodiscard]] unsigned short port() const noexcept;
+    /// The port of the description over HTTP; 0 if there is none.
+    [[nodiscard]] unsigned short queryPort() const noexcept;
     /// The loop that waits for it, with a descriptor for a host with a loop of its own.
     [[nodiscard]] Corvid::Loop& loop() const noexcept;
+
+    /// Lets messages such as `/orvel/go` control a playback; null: none. The playback may end
+    /// first; they are refused then. A `/adm/env/change` plays the cue of that name.
+    void control(const Playback* playback);
 
     /// Applies received and due messages, for about 4 ms. First waits up to `seconds`, in its loop,
     /// for work; 0 never waits.

@@ -2,23 +2,18 @@
 
 #include <Show/player/Playable.h>
 #include <Show/player/ScenePlayer.h>
-#include <Show/player/SkipTo.h>
+#include <Show/player/Transport.h>
 
-#include <Orvel/Backend.h>
-
-#include <algorithm>
+#include <cmath>
 #include <exception>
 #include <utility>
 
 namespace Show {
 
 struct Playback::State {
-    Orvel::World& world;
     ShowFile file;
     std::string error;
-    std::unique_ptr<Player> player; // null if there is an error
-    double now = 0.0;
-    bool hasOffsets = false;
+    std::shared_ptr<Transport> transport; // null if there is an error
 };
 
 static_assert(Playback::kTick == ScenePlayer::kTick);
@@ -26,15 +21,18 @@ static_assert(Playback::kTick == ScenePlayer::kTick);
 Playback::Playback(Orvel::World& world, ShowFile file) : Playback(world, std::move(file), false) {}
 
 Playback::Playback(Orvel::World& world, ShowFile file, bool voicesFollow)
-    : state_(new State{world, std::move(file), {}, nullptr}) {
+    : state_(new State{std::move(file), {}, nullptr}) {
     if (!state_->file.isGood()) {
         const auto& problems = state_->file.problems();
         state_->error = problems.empty() ? "nothing was loaded" : problems.front().str();
         return;
     }
     try {
-        state_->player = state_->file.playable()->makePlayer(
-            world, voicesFollow ? LongFiles::ByPath : LongFiles::AsNeeded);
+        state_->transport = std::make_shared<Transport>(
+            world,
+            state_->file.playable()->makePlayer(
+                world, voicesFollow ? LongFiles::ByPath : LongFiles::AsNeeded),
+            state_->file.cues());
     } catch (const std::exception& fault) {
         state_->error = fault.what();
     }
@@ -43,53 +41,82 @@ Playback::Playback(Orvel::World& world, ShowFile file, bool voicesFollow)
 Playback::~Playback() = default;
 
 bool Playback::isGood() const noexcept {
-    return state_->player != nullptr;
+    return state_->transport != nullptr;
 }
 
 const std::string& Playback::error() const noexcept {
     return state_->error;
 }
 
+const std::vector<Cue>& Playback::cues() const {
+    static const std::vector<Cue> none;
+    return isGood() ? state_->transport->cues() : none;
+}
+
 void Playback::start(double from) {
-    State& state = *state_;
-    if (!isGood()) {
-        return;
+    if (isGood()) {
+        state_->transport->start(from);
     }
-    state.now = std::max(from, 0.0);
-    state.hasOffsets = state.now > 0.0;
-    if (!state.hasOffsets) {
-        state.player->start();
-        return;
+}
+
+void Playback::arm() {
+    if (isGood()) {
+        state_->transport->arm();
     }
-    skipTo(state.now, *state.player, state.world);
-    for (Orvel::Backend* backend : state.world.backends()) {
-        backend->resetBackend();
-        state.world.initBackendState(*backend);
+}
+
+bool Playback::go() {
+    return isGood() && state_->transport->go();
+}
+
+bool Playback::cue(std::string_view name) {
+    return isGood() && state_->transport->cue(name);
+}
+
+void Playback::seek(double seconds) {
+    if (isGood() && std::isfinite(seconds)) {
+        state_->transport->seek(seconds);
+    }
+}
+
+void Playback::pause(bool paused) {
+    if (isGood()) {
+        state_->transport->pause(paused);
     }
 }
 
 void Playback::advance(double seconds) {
-    State& state = *state_;
-    if (!isGood()) {
-        return;
+    if (isGood()) {
+        state_->transport->advance(seconds);
     }
-    if (std::exchange(state.hasOffsets, false)) {
-        clearOffsets(state.world);
-    }
-    state.now = std::max(state.now, seconds);
-    state.player->advance(state.now);
 }
 
 double Playback::nextStep() const {
-    if (!isGood()) {
-        return 0.0;
-    }
-    const double change = state_->player->nextChange(state_->now);
-    return state_->player->moving() ? std::min(change, state_->now + kTick) : change;
+    return isGood() ? state_->transport->nextStep() : 0.0;
+}
+
+double Playback::position() const {
+    return isGood() ? state_->transport->position() : 0.0;
+}
+
+PlayState Playback::state() const {
+    return isGood() ? state_->transport->state() : PlayState::Over;
+}
+
+const Cue* Playback::currentCue() const {
+    return isGood() ? state_->transport->current() : nullptr;
+}
+
+const Cue* Playback::nextCue() const {
+    return isGood() ? state_->transport->next() : nullptr;
 }
 
 double Playback::end() const {
-    return isGood() ? state_->player->end() : 0.0;
+    return isGood() ? state_->transport->end() : 0.0;
+}
+
+const std::shared_ptr<Transport>& Playback::transport() const noexcept {
+    return state_->transport;
 }
 
 } // namespace Show

@@ -113,6 +113,15 @@ std::size_t ShowFile::voices() const noexcept {
     return voicesFor(emitters());
 }
 
+std::vector<Cue> ShowFile::cues() const {
+    std::vector<Cue> cues;
+    if (isGood() && !isCapture()) {
+        const auto& specs = playable_->scene()->scene.cues;
+        cues.assign(specs.begin(), specs.end());
+    }
+    return cues;
+}
+
 std::vector<std::string> ShowFile::soundFiles() const {
     std::vector<std::string> paths;
     if (isGood()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/Cue.h>
 #include <Show/Problem.h>
 
 #include <Orvel/Diagnostic.h>
@@ -64,6 +65,9 @@ public:
     /// The number of voices on which it is rendered by default, and that a back end of the kind
     /// "voices" should have to sound the same: one for each emitter, from 128 to 1024.
     [[nodiscard]] std::size_t voices() const noexcept;
+    /// The cues of a scene, in the order of the file; without `until` in the file, a cue ends where
+    /// the next one begins.
+    [[nodiscard]] std::vector<Cue> cues() const;
     /// The paths of its sound files, including those named by file URLs.
     [[nodiscard]] std::vector<std::string> soundFiles() const;
     /// The name of a part for messages about diagnostics: for a source the place in the file that

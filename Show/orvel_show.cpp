@@ -36,6 +36,7 @@ struct File {
     Show::ShowFile file;
     std::vector<Show::Problem> warnings;
     std::string picture;
+    std::string cueName;
     OwnHandle handle{this, Kind::File};
 };
 
@@ -110,12 +111,15 @@ void needScene(const Show::ShowFile& file) {
     }
 }
 
+void needIndex(std::size_t index, std::size_t count) {
+    if (index >= count) {
+        throw Refusal("there are " + std::to_string(count) + "; use an index below that, from 0");
+    }
+}
+
 void write(const std::vector<Show::Problem>& problems, std::size_t index, orvel_show_problem* out) {
     need(out, "the place for the problem");
-    if (index >= problems.size()) {
-        throw Refusal(
-            "there are " + std::to_string(problems.size()) + "; use an index below that, from 0");
-    }
+    needIndex(index, problems.size());
     const Show::Problem& problem = problems[index];
     *out = {
         problem.file.c_str(), problem.line, problem.column, problem.field.c_str(),
@@ -187,6 +191,21 @@ const char* orvel_show_file_picture(orvel_show_file* file) {
     });
 }
 
+size_t orvel_show_file_cue_count(orvel_show_file* file) {
+    return guarded(__func__, size_t{0}, [&] { return get(file).file.cues().size(); });
+}
+
+bool orvel_show_file_cue(orvel_show_file* file, size_t index, orvel_show_cue* cue) {
+    return done(__func__, [&] {
+        need(cue, "the place for the cue");
+        File& scene = get(file);
+        const auto cues = scene.file.cues();
+        needIndex(index, cues.size());
+        scene.cueName = cues[index].name;
+        *cue = {scene.cueName.c_str(), cues[index].at, cues[index].until};
+    });
+}
+
 size_t orvel_show_file_problem_count(orvel_show_file* file) {
     return guarded(__func__, size_t{0}, [&] { return get(file).file.problems().size(); });
 }
@@ -232,6 +251,58 @@ bool orvel_show_playback_start(orvel_show_playback* playback, double from) {
 
 bool orvel_show_playback_advance(orvel_show_playback* playback, double seconds) {
     return done(__func__, [&] { get(playback).advance(seconds); });
+}
+
+bool orvel_show_playback_arm(orvel_show_playback* playback) {
+    return done(__func__, [&] { get(playback).arm(); });
+}
+
+bool orvel_show_playback_go(orvel_show_playback* playback) {
+    return done(__func__, [&] {
+        if (!get(playback).go()) {
+            throw Refusal("there is no further cue");
+        }
+    });
+}
+
+bool orvel_show_playback_cue(orvel_show_playback* playback, const char* name) {
+    return done(__func__, [&] {
+        if (!get(playback).cue(need(name, "the name"))) {
+            throw Refusal(std::string("there is no cue \"") + name + '"');
+        }
+    });
+}
+
+bool orvel_show_playback_seek(orvel_show_playback* playback, double seconds) {
+    return done(__func__, [&] { get(playback).seek(seconds); });
+}
+
+bool orvel_show_playback_pause(orvel_show_playback* playback, bool paused) {
+    return done(__func__, [&] { get(playback).pause(paused); });
+}
+
+double orvel_show_playback_position(orvel_show_playback* playback) {
+    return guarded(__func__, -1.0, [&] { return get(playback).position(); });
+}
+
+const char* orvel_show_playback_state(orvel_show_playback* playback) {
+    return guarded(__func__, static_cast<const char*>(nullptr), [&] {
+        return Show::nameOf(get(playback).state());
+    });
+}
+
+const char* orvel_show_playback_current_cue(orvel_show_playback* playback) {
+    return guarded(__func__, static_cast<const char*>(nullptr), [&] {
+        const Show::Cue* cue = get(playback).currentCue();
+        return cue == nullptr ? "" : cue->name.c_str();
+    });
+}
+
+const char* orvel_show_playback_next_cue(orvel_show_playback* playback) {
+    return guarded(__func__, static_cast<const char*>(nullptr), [&] {
+        const Show::Cue* cue = get(playback).nextCue();
+        return cue == nullptr ? "" : cue->name.c_str();
+    });
 }
 
 double orvel_show_playback_next(orvel_show_playback* playback) {
@@ -342,6 +413,11 @@ orvel_show_osc* orvel_show_osc_create(
 
 void orvel_show_osc_destroy(orvel_show_osc* osc) {
     destroy<Osc>(__func__, osc);
+}
+
+bool orvel_show_osc_control(orvel_show_osc* osc, orvel_show_playback* playback) {
+    return done(
+        __func__, [&] { get(osc).control(playback == nullptr ? nullptr : &get(playback)); });
 }
 
 unsigned short orvel_show_osc_port(orvel_show_osc* osc) {

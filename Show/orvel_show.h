@@ -50,6 +50,13 @@ typedef struct orvel_show_problem {
     const char* text;  ///< the expected and the actual value
 } orvel_show_problem;
 
+/// A named part of a scene's timeline.
+typedef struct orvel_show_cue {
+    const char* name; ///< lives until the next call for this file
+    double at;        ///< its begin, in seconds of the scene
+    double until;     ///< its end; infinity: the end of the scene
+} orvel_show_cue;
+
 /// Loads a scene or a capture, depending on the file. `fetch`: whether to fetch sounds that a
 /// capture names by URL. Also returns a handle for a file with mistakes, with its problems: check
 /// orvel_show_file_good() afterwards.
@@ -68,6 +75,11 @@ ORVEL_SHOW_EXPORT size_t orvel_show_file_emitters(orvel_show_file* file);
 /// A good scene from above as an SVG document; null for another file. Lives until the next call
 /// for this file.
 ORVEL_SHOW_EXPORT const char* orvel_show_file_picture(orvel_show_file* file);
+/// Number of cues of a scene.
+ORVEL_SHOW_EXPORT size_t orvel_show_file_cue_count(orvel_show_file* file);
+/// Gets the cue with that index, from 0, in the order of the file.
+ORVEL_SHOW_EXPORT bool
+orvel_show_file_cue(orvel_show_file* file, size_t index, orvel_show_cue* cue);
 ORVEL_SHOW_EXPORT size_t orvel_show_file_problem_count(orvel_show_file* file);
 /// Gets the problem with that index, from 0.
 ORVEL_SHOW_EXPORT bool
@@ -89,9 +101,30 @@ ORVEL_SHOW_EXPORT void orvel_show_playback_destroy(orvel_show_playback* playback
 /// Brings the world to the time `from`, in seconds of the file, with every sound at its current
 /// position; may be called again to start over.
 ORVEL_SHOW_EXPORT bool orvel_show_playback_start(orvel_show_playback* playback, double from);
-/// Applies everything due up to this time of the file, in seconds, which must not decrease.
+/// Applies everything due up to this time, in seconds, which must not decrease. It is the time of
+/// the file until one of the functions from orvel_show_playback_arm() on is called.
 ORVEL_SHOW_EXPORT bool orvel_show_playback_advance(orvel_show_playback* playback, double seconds);
-/// The next time at which to advance; infinity if nothing is left, negative on failure.
+/// Waits for orvel_show_playback_go() and the like, with the clock at 0; the scene then stops at
+/// the end of each cue. In place of orvel_show_playback_start().
+ORVEL_SHOW_EXPORT bool orvel_show_playback_arm(orvel_show_playback* playback);
+/// Plays the next cue of the scene. Returns false if there is none.
+ORVEL_SHOW_EXPORT bool orvel_show_playback_go(orvel_show_playback* playback);
+/// Plays the cue with this name. Returns false if there is none.
+ORVEL_SHOW_EXPORT bool orvel_show_playback_cue(orvel_show_playback* playback, const char* name);
+/// Goes to a time of the file, in seconds, and plays on from there unless paused.
+ORVEL_SHOW_EXPORT bool orvel_show_playback_seek(orvel_show_playback* playback, double seconds);
+/// Halts the timeline and the sounds, or lets them go on.
+ORVEL_SHOW_EXPORT bool orvel_show_playback_pause(orvel_show_playback* playback, bool paused);
+/// The time of the file, in seconds, which differs from the clock after the functions above;
+/// negative on failure.
+ORVEL_SHOW_EXPORT double orvel_show_playback_position(orvel_show_playback* playback);
+/// The state: "waiting", "playing", "paused" or "over". Null on failure.
+ORVEL_SHOW_EXPORT const char* orvel_show_playback_state(orvel_show_playback* playback);
+/// The names of the present cue and of the next one; empty if there is none, null on failure. They
+/// live as long as the playback.
+ORVEL_SHOW_EXPORT const char* orvel_show_playback_current_cue(orvel_show_playback* playback);
+ORVEL_SHOW_EXPORT const char* orvel_show_playback_next_cue(orvel_show_playback* playback);
+/// The next time at which to advance; infinity if nothing is left or it waits, negative on failure.
 ORVEL_SHOW_EXPORT double orvel_show_playback_next(orvel_show_playback* playback);
 /// The end in seconds; negative on failure.
 ORVEL_SHOW_EXPORT double orvel_show_playback_end(orvel_show_playback* playback);
@@ -154,6 +187,8 @@ ORVEL_SHOW_EXPORT orvel_show_osc* orvel_show_osc_create(
     orvel_world* world, const char* address, unsigned short port, float scale,
     orvel_show_report report, void* user);
 ORVEL_SHOW_EXPORT void orvel_show_osc_destroy(orvel_show_osc* osc);
+/// Lets messages such as `/orvel/go` control a playback, which may end first; null: none.
+ORVEL_SHOW_EXPORT bool orvel_show_osc_control(orvel_show_osc* osc, orvel_show_playback* playback);
 /// The port; 0 on failure.
 ORVEL_SHOW_EXPORT unsigned short orvel_show_osc_port(orvel_show_osc* osc);
 /// A descriptor that is readable when data has arrived; -1 on failure. It does not show messages

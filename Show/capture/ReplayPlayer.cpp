@@ -27,7 +27,7 @@ ReplayPlayer::ReplayPlayer(
     : path_(std::move(path)), reader_(std::move(reader)), world_(world),
       session_(world, bank, longFiles) {}
 
-void ReplayPlayer::start() {
+void ReplayPlayer::prepare() {
     if (!std::exchange(fetched_, true)) {
         for (const Problem& problem : session_.fetch()) {
             warn(problem.str() + "; its sources stay silent");
@@ -43,6 +43,10 @@ void ReplayPlayer::start() {
     clients_.clear();
     reader_->rewind();
     readNext();
+}
+
+void ReplayPlayer::start() {
+    prepare();
     advance(0.0);
 }
 

@@ -25,6 +25,7 @@ public:
         std::string path, std::unique_ptr<CaptureReader> reader, const LoadedScene& bank,
         Orvel::World& world, LongFiles longFiles);
 
+    void prepare() override;
     void start() override;
     void advance(double seconds) override;
     /// The time of the next record.

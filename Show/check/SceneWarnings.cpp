@@ -293,6 +293,15 @@ std::vector<Problem> findWarnings(const LoadedScene& loaded, double& end) {
     for (const SourceSpec& source : scene.sources) {
         checkSound(loaded.sounds, source.sound, source.soundWhere, warnings);
     }
+    for (const CueSpec& cue : scene.cues) {
+        if (end > 0.0 && (cue.at >= end || (std::isfinite(cue.until) && cue.until > end))) {
+            warnings.add(
+                cue.where, cue.at >= end ? ".at" : ".until",
+                std::string(cue.at >= end ? "empty" : "shorter than that") +
+                    ": the scene ends at " + shortly(end) + " s",
+                "cues end after the scene");
+        }
+    }
     for (const Change& change : scene.timeline) {
         if (scene.duration && change.at > *scene.duration) {
             warnings.add(

@@ -47,6 +47,13 @@ JsonWriter& JsonWriter::key(std::string_view name) {
     return *this;
 }
 
+JsonWriter& JsonWriter::textKey(std::string_view name) {
+    value(name);
+    out_ += ':';
+    comma_ = false;
+    return *this;
+}
+
 JsonWriter& JsonWriter::value(bool value) {
     return plain(value ? "true" : "false");
 }

@@ -29,6 +29,8 @@ public:
     JsonWriter& close(char bracket); ///< '}' or ']'
     JsonWriter& key(std::string_view name);
 
+    JsonWriter& textKey(std::string_view name); ///< any text
+
     JsonWriter& value(bool value);
     JsonWriter& value(std::string_view text); ///< invalid UTF-8 becomes U+FFFD
     JsonWriter& value(const char* text) { return value(std::string_view(text)); }

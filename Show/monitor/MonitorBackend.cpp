@@ -201,6 +201,7 @@ bool MonitorBackend::update() {
 }
 
 void MonitorBackend::resetBackend() {
+    PlayClock::resetBackend();
     rates_.count(ChangeKind::Scene);
 }
 

@@ -31,6 +31,10 @@ void writeIds(JsonWriter& json, const std::vector<int>& ids) {
 void writeBackends(JsonWriter& json, const Orvel::World& world) {
     json.key("backends").open('[');
     for (Orvel::Backend* backend : world.backends()) {
+        if (dynamic_cast<PlayClock*>(backend) != nullptr &&
+            dynamic_cast<MonitorBackend*>(backend) == nullptr) {
+            continue; // follows the sounds of a playback
+        }
         const Orvel::BackendType* type = backend->type();
         json.open('{').field("kind", type == nullptr ? "" : type->name());
         const Orvel::BackendState state = backend->state();

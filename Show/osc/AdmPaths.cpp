@@ -337,9 +337,12 @@ bool AdmPaths::muted(const Orvel::Emitter& emitter) const {
     return emitter.gain() == 0.0F && object != nullptr && object->gain;
 }
 
-void AdmPaths::setGain(Orvel::Emitter& emitter, float gain) {
+void AdmPaths::setGain(Orvel::Emitter& emitter, float gain, GainFades::Clock::duration over) {
+    fades_.remove(emitter.id());
     if (muted(emitter)) {
         objects_[emitter.id()].gain = gain;
+    } else if (over > over.zero()) {
+        fades_.add(emitter, gain, over);
     } else {
         edits_.setGain(emitter, gain);
     }
@@ -355,7 +358,8 @@ void AdmPaths::setMute(Orvel::Emitter& emitter, bool mute) {
     }
     std::optional<float>& former = objects_[emitter.id()].gain;
     if (mute) {
-        former = emitter.gain();
+        former = fades_.goal(emitter);
+        fades_.remove(emitter.id());
         edits_.setGain(emitter, 0.0F);
     } else {
         edits_.setGain(emitter, *former);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/osc/GainFades.h>
 #include <Show/osc/OscEdits.h>
 #include <Show/osc/OscFamily.h>
 
@@ -40,8 +41,9 @@ public:
     std::string appear(int id);
     /// The emitter is gone, and with it the properties of its object.
     void forget(int id) { objects_.erase(id); }
-    /// Sets the gain, which a muted object gets later. Nothing is out of range but below 0.
-    void setGain(Orvel::Emitter& emitter, float gain);
+    /// Sets the gain, of at least 0, at once or over a time. A muted object gets it when unmuted.
+    void setGain(Orvel::Emitter& emitter, float gain, GainFades::Clock::duration over = {});
+    [[nodiscard]] GainFades& fades() { return fades_; }
     [[nodiscard]] OscValues readGain(Orvel::Emitter& emitter) const;
 
 private:
@@ -78,6 +80,7 @@ private:
     const OscEdits& edits_;
     float scale_;
     Change change_;
+    GainFades fades_{edits_};
     std::string lastChange_;
     std::map<int, Object> objects_; // by the emitter's id, if it has such properties
     std::set<int> appeared_;        // emitters that their first message has created

@@ -6,6 +6,7 @@
 #include <Orvel/SceneEdits.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 namespace Show {
@@ -14,6 +15,7 @@ namespace {
 
 using State = OscEdits::State;
 
+constexpr float kMaxFade = 3600.0F; // seconds
 constexpr const char* kNoRotation = "expected a quaternion, found one of length 0";
 
 /// Three numbers are yaw, pitch and roll in degrees, four a quaternion of any length but 0.
@@ -75,12 +77,17 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
              .read = [](Emitter& emitter) { return OscValues::floats(emitter.rotation()); },
              .sent = true},
             {.name = "gain",
-             .counts = {1},
+             .counts = {1, 2},
              .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
                  if (n[0] < 0.0F) {
                      return "expected a gain of at least 0";
                  }
-                 adm_.setGain(emitter, n[0]);
+                 if (n.size() == 2 && !(n[1] >= 0.0F && n[1] <= kMaxFade)) {
+                     return "expected a time of 0 to 3600 s";
+                 }
+                 const std::chrono::duration<float> over(n.size() == 2 ? n[1] : 0.0F);
+                 adm_.setGain(
+                     emitter, n[0], std::chrono::duration_cast<GainFades::Clock::duration>(over));
                  return nullptr;
              },
              .read = [this](Emitter& emitter) { return adm_.readGain(emitter); }},

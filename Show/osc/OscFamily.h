@@ -22,11 +22,12 @@ struct OscEntry {
     std::vector<std::size_t> counts; ///< of numbers; none: takes a text
     /// Applies numbers, as many as one of the counts.
     std::function<OscExpected(Part& part, OscNumbers numbers)> take;
-    /// Answers a query; empty: there is none.
+    /// Answers a query; empty: there is none. Without counts and `write` it cannot be set.
     std::function<OscValues(Part& part)> read{};
     bool sent = false; ///< to subscribers
     /// Applies a text.
     std::function<OscExpected(Part& part, const std::string& text)> write{};
+    bool echoed = false; ///< sent also to the subscriber that caused the change
 };
 
 /// Paths with a common prefix.

@@ -53,7 +53,7 @@ void OscFeedback::end() {
     for (const auto& [kind, id] : touched_) {
         scene_.visit(kind, id, [this](OscScene::Key key, OscValues values) {
             const auto before = before_.find(key);
-            if (before == before_.end() || !(before->second == values)) {
+            if (!scene_.isEchoed(key) && (before == before_.end() || !(before->second == values))) {
                 causes_.insert_or_assign(key, Cause{*sender_, std::move(values)});
             }
         });

@@ -71,6 +71,8 @@ std::string OscMessage::parse(std::span<const std::byte> bytes) {
                 return subject() + "expected numbers from -1e9 to 1e9, found another value";
             }
             numbers.push_back(static_cast<float>(number));
+        } else if (type == LO_NIL || type == LO_INFINITUM) {
+            continue; // without a value, as some send with a command
         } else if (type == LO_STRING || type == LO_SYMBOL) {
             // A text starts at the argument itself, which is no valid address of a whole lo_arg.
             texts.emplace_back(reinterpret_cast<const char*>(arguments[i]));

@@ -26,9 +26,29 @@ bool takesCount(const OscEntry<Part>& entry, std::size_t count) {
 } // namespace
 
 OscScene::OscScene(Orvel::World& world, float scale, OscEdits::Apply apply, AdmPaths::Change change)
-    : world_(world), edits_(world, std::move(apply)), adm_(edits_, scale, std::move(change)),
-      own_(edits_, adm_), worldFamilies_{
-                              &adm_.listener(), &adm_.scene(), &own_.listener(), &own_.world()} {}
+    : world_(world), edits_(world, std::move(apply)),
+      adm_(
+          edits_, scale,
+          [this, change = std::move(change)](const std::string& name) {
+              if (cues_ != nullptr) {
+                  cues_->cue(name);
+              }
+              if (change) {
+                  change(name);
+              }
+          }),
+      own_(edits_, adm_) {
+    control(nullptr);
+}
+
+void OscScene::control(const std::shared_ptr<Transport>& playback) {
+    worldFamilies_ = {&adm_.listener(), &adm_.scene(), &own_.listener(), &own_.world()};
+    cues_.reset();
+    if (playback != nullptr) {
+        cues_ = std::make_unique<CuePaths>(playback);
+        worldFamilies_.insert(worldFamilies_.end(), {&cues_->playback(), &cues_->cues()});
+    }
+}
 
 std::string OscScene::take(std::span<const std::byte> bytes, Answers& answers) {
     OscMessage message;
@@ -53,7 +73,9 @@ std::string OscScene::dispatch(const OscMessage& message, Answers& answers) {
             touch(PartKind::World, 0);
             Outcome one = take(*family, 0, world_, message, answers);
             outcome.taken = outcome.taken || one.taken;
-            outcome.fault = std::move(one.fault);
+            if (outcome.fault.empty() || one.fault != kUnknownPath) {
+                outcome.fault = std::move(one.fault);
+            }
         }
     }
     if (answers.size() - before > kMaxAnswers) {
@@ -89,6 +111,8 @@ OscScene::Outcome OscScene::take(
                 outcome.taken = outcome.taken || fault == nullptr;
                 outcome.fault = fault == nullptr ? "" : fault;
             }
+        } else if (entry.counts.empty()) {
+            outcome.fault = "cannot be set";
         } else if (!message.texts.empty()) {
             outcome.fault = "expected numbers, found a text";
         } else if (takesCount(entry, message.numbers.size())) {
@@ -257,6 +281,101 @@ std::string OscScene::pathOf(Key key) const {
         return path(number == kAdmFamily ? adm_.objects() : own_.emitters());
     }
     return path(*worldFamilies_[number - kWorldFamilies]);
+}
+
+template <class Part>
+void OscScene::describe(
+    const OscFamily<Part>& family, int id, Part& part, const std::string& below,
+    std::vector<OscMethod>& methods) {
+    for (const OscEntry<Part>& entry : family.entries) {
+        OscMethod method;
+        method.path = fullPath(family.prefix, id, entry.name);
+        if (method.path != below && !method.path.starts_with(below + "/")) {
+            continue;
+        }
+        method.prefix = family.prefix;
+        method.readable = static_cast<bool>(entry.read);
+        method.writable = entry.write || !entry.counts.empty();
+        if (method.readable) {
+            method.values = entry.read(part);
+            method.types = method.values.type == 's'
+                               ? "s"
+                               : std::string(method.values.count, method.values.type);
+        } else {
+            method.types = entry.counts[0] == 0 ? "N" : std::string(entry.counts[0], 'f');
+        }
+        methods.push_back(std::move(method));
+    }
+}
+
+template <class Part>
+bool OscScene::describeNext(
+    const OscFamily<Part>& family, const std::map<int, Part*>& parts, OscCursor& cursor,
+    const std::string& below, std::vector<OscMethod>& methods) {
+    auto part = parts.upper_bound(cursor.id);
+    if (below.size() >= family.prefix.size() && below.starts_with(family.prefix)) {
+        int only = 0;
+        const std::string_view rest = std::string_view(below).substr(family.prefix.size());
+        const bool valid = toId(rest.substr(0, rest.find('/')), only) && only > cursor.id;
+        part = valid ? parts.find(only) : parts.end();
+    }
+    if (part == parts.end()) {
+        return false;
+    }
+    cursor.id = part->first;
+    describe(family, part->first, *part->second, below, methods);
+    return true;
+}
+
+bool OscScene::describe(
+    OscCursor& cursor, const std::string& below, std::vector<OscMethod>& methods) {
+    // Families of the same parent are neighbours.
+    const auto isAdm = [](const auto* family) { return family->prefix.starts_with("/adm/"); };
+    const auto own = std::ranges::partition_point(worldFamilies_, isAdm);
+    const auto world = [&](auto begin, auto end) {
+        for (auto family = begin; family != end; ++family) {
+            describe(**family, 0, world_, below, methods);
+        }
+    };
+    for (;; ++cursor.family, cursor.id = 0) {
+        const std::size_t before = methods.size();
+        switch (cursor.family) {
+        case 0:
+            if (describeNext(adm_.objects(), world_.emitters(), cursor, below, methods)) {
+                return true;
+            }
+            break;
+        case 1:
+            world(worldFamilies_.begin(), own);
+            break;
+        case 2:
+            if (describeNext(own_.emitters(), world_.emitters(), cursor, below, methods)) {
+                return true;
+            }
+            break;
+        case 3:
+            if (describeNext(own_.sources(), world_.sources(), cursor, below, methods)) {
+                return true;
+            }
+            break;
+        case 4:
+            world(own, worldFamilies_.end());
+            break;
+        default:
+            return false;
+        }
+        if (methods.size() > before) {
+            ++cursor.family;
+            cursor.id = 0;
+            return true;
+        }
+    }
+}
+
+bool OscScene::isEchoed(Key key) const {
+    const auto number = key >> 40U;
+    return number >= kWorldFamilies &&
+           worldFamilies_[number - kWorldFamilies]->entries[key & 0xFFU].echoed;
 }
 
 } // namespace Show

@@ -1,17 +1,20 @@
 #pragma once
 
 #include <Show/osc/AdmPaths.h>
+#include <Show/osc/CuePaths.h>
 #include <Show/osc/OrvelPaths.h>
 #include <Show/osc/OscAnswer.h>
 #include <Show/osc/OscEdits.h>
 #include <Show/osc/OscFamily.h>
 #include <Show/osc/OscMessage.h>
+#include <Show/osc/OscMethod.h>
 
 #include <Orvel/World.h>
 
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -36,6 +39,9 @@ public:
     /// `scale`: scene units per normalised unit.
     OscScene(Orvel::World& world, float scale, OscEdits::Apply apply, AdmPaths::Change change = {});
 
+    /// The playback that messages control; null: none. It is not kept alive.
+    void control(const std::shared_ptr<Transport>& playback);
+
     /// Applies the bytes of one message, and appends the answers if it is a query. Returns an error
     /// message with its path, or an empty text.
     std::string take(std::span<const std::byte> bytes, std::vector<OscAnswer>& answers);
@@ -46,6 +52,17 @@ public:
     void visit(const Visit& visit);
     void visit(PartKind kind, int id, const Visit& visit);
     [[nodiscard]] std::string pathOf(Key key) const;
+    /// Whether it is sent also to the subscriber that caused the change.
+    [[nodiscard]] bool isEchoed(Key key) const;
+
+    /// Describes the paths at or below a path (without a slash at its end), those of the next part
+    /// or family. Returns false if there are no more.
+    bool describe(OscCursor& cursor, const std::string& below, std::vector<OscMethod>& methods);
+
+    /// When to call step() next; max() if there is no need.
+    [[nodiscard]] GainFades::Clock::time_point nextStep() { return adm_.fades().next(); }
+    /// Continues the fades.
+    void step(GainFades::Clock::time_point now) { adm_.fades().step(now); }
 
 private:
     /// The outcome of a message for the paths that it names.
@@ -61,6 +78,14 @@ private:
         const Visit& visit);
     void touch(PartKind kind, int id) const;
     std::string dispatch(const OscMessage& message, Answers& answers);
+    template <class Part>
+    static void describe(
+        const OscFamily<Part>& family, int id, Part& part, const std::string& below,
+        std::vector<OscMethod>& methods);
+    template <class Part>
+    static bool describeNext(
+        const OscFamily<Part>& family, const std::map<int, Part*>& parts, OscCursor& cursor,
+        const std::string& below, std::vector<OscMethod>& methods);
     std::string create(const OscMessage& message);
     /// `id`: of the part, or 0 if its paths have none.
     template <class Part>
@@ -78,7 +103,8 @@ private:
     const OscEdits edits_;
     AdmPaths adm_;
     OrvelPaths own_;
-    const std::vector<const OscFamily<Orvel::World>*> worldFamilies_;
+    std::unique_ptr<CuePaths> cues_; // null without a playback
+    std::vector<const OscFamily<Orvel::World>*> worldFamilies_;
     Touch touch_;
 };
 

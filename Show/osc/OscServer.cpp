@@ -64,7 +64,7 @@ bool OscServer::open() {
     for (int attempt = 0; attempt < (settings_.port == 0 ? kAttempts : 1); ++attempt) {
         error = listen(settings_.port);
         if (!error) {
-            return true;
+            return openQuery();
         }
         if (error != std::errc::address_in_use) {
             break;
@@ -74,6 +74,20 @@ bool OscServer::open() {
         "cannot accept Open Sound Control at " + settings_.address + ":" +
         std::to_string(settings_.port) + ": " + error.message() + "; choose another --osc");
     return false;
+}
+
+bool OscServer::openQuery() {
+    if (!settings_.queryPort) {
+        return true;
+    }
+    query_ = std::make_unique<OscQuery>(scene_, settings_.address, port_);
+    const std::string fault = query_->open(*settings_.queryPort, loop_);
+    if (!fault.empty()) {
+        query_.reset();
+        port_ = 0;
+        report_("cannot describe the paths over HTTP: " + fault + "; choose another --osc-query");
+    }
+    return fault.empty();
 }
 
 std::error_code OscServer::listen(unsigned short port) {
@@ -116,7 +130,9 @@ OscServer::Clock::time_point OscServer::prepare(Clock::time_point now, bool /*wa
         std::any_of(connections_.begin(), connections_.end(), [](const Connection& connection) {
             return connection.behind;
         });
-    const auto soonest = std::min(acceptAgain_, feedback_.next());
+    const auto soonest = std::min(
+        {acceptAgain_, feedback_.next(), scene_.nextStep(),
+         query_ == nullptr ? Clock::time_point::max() : query_->next()});
     if (arrived_ || behind || now >= soonest) {
         return Corvid::Loop::kNow;
     }
@@ -135,7 +151,11 @@ void OscServer::serve(Clock::duration atMost) {
     const auto end = Clock::now() + atMost;
     accept();
     receive([end] { return Clock::now() >= end; });
+    scene_.step(Clock::now());
     feedback_.send(Clock::now());
+    if (query_ != nullptr) {
+        query_->serve();
+    }
 }
 
 void OscServer::receive(const OscInbox::Stop& stop) {

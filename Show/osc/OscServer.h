@@ -6,6 +6,7 @@
 #include <Show/osc/OscFeedback.h>
 #include <Show/osc/OscInbox.h>
 #include <Show/osc/OscPeer.h>
+#include <Show/osc/OscQuery.h>
 #include <Show/osc/OscScene.h>
 #include <Show/osc/OscStream.h>
 
@@ -14,6 +15,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -43,6 +45,8 @@ public:
         /// Queries over UDP are answered to this port of the sender's address as well, unless 0.
         unsigned short replyPort = 0;
         AdmPaths::Change change; ///< may be empty
+        /// Where the paths are described over HTTP; 0: the system chooses, nothing: nowhere.
+        std::optional<unsigned short> queryPort{};
         /// Receivers of what changes, over UDP.
         std::vector<Corvid::Socket::Endpoint> feedback{};
     };
@@ -57,6 +61,13 @@ public:
     /// Opens both sockets. On failure reports it and returns false.
     bool open();
     [[nodiscard]] unsigned short port() const noexcept { return port_; }
+    /// 0: none.
+    [[nodiscard]] unsigned short queryPort() const {
+        return query_ == nullptr ? 0 : query_->port();
+    }
+
+    /// The playback that messages control; null: none. It is not kept alive.
+    void control(const std::shared_ptr<Transport>& playback) { scene_.control(playback); }
 
     /// Applies received and due messages, for about `atMost`.
     void serve(Clock::duration atMost);
@@ -78,6 +89,7 @@ private:
     };
 
     Clock::time_point prepare(Clock::time_point now, bool waits) override;
+    bool openQuery();
     [[nodiscard]] std::error_code listen(unsigned short port);
     [[nodiscard]] Corvid::Loop::Watch watch(const Corvid::Socket& socket);
     void accept();
@@ -97,7 +109,8 @@ private:
     OscScene scene_;
     OscFeedback feedback_;
     OscInbox inbox_;
-    OscPeer sender_; // of the message being applied
+    std::unique_ptr<OscQuery> query_; // if there is one
+    OscPeer sender_;                  // of the message being applied
     const std::shared_ptr<Corvid::Loop> loop_;
     Corvid::Socket udp_;
     Corvid::Socket tcp_;

@@ -72,6 +72,9 @@ void PlayClock::setEmitterState(Orvel::Emitter& emitter) {
     }
     Voice& voice = voices_[emitter.id()];
     const Clock& clock = clockAt(emitter.source()->id(), now_);
+    if (emitter.startOffset() > 0.0) {
+        voice = {.position = emitter.startOffset()};
+    }
     switch (emitter.state()) {
     case Orvel::WorldPart::PLAY:
         voice.begin = clock.played - std::exchange(voice.position, 0.0);

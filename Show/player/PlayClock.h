@@ -29,6 +29,7 @@ public:
     /// Whether an emitter's sound has started, does not loop, and has ended.
     bool isOver(const Orvel::Emitter& emitter);
 
+    void resetBackend() override { voices_.clear(); }
     void destroySource(Orvel::Source& source) override { clocks_.erase(source.id()); }
     void setSourceData(Orvel::Source& source) override;
     void setSourceParam(Orvel::Source& source) override;

@@ -15,6 +15,9 @@ public:
     Player& operator=(const Player&) = delete;
     virtual ~Player() = default;
 
+    /// Clears the world and gives it the initial sounds only, so that start() needs little time.
+    virtual void prepare() = 0;
+
     /// Clears the world and applies everything due at time 0. Add back ends before. May be called
     /// again to start over.
     virtual void start() = 0;

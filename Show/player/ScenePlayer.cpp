@@ -107,7 +107,7 @@ void ScenePlayer::clear() {
     }
 }
 
-void ScenePlayer::start() {
+void ScenePlayer::prepare() {
     next_ = 0;
     listener_ = {};
     emitters_.clear();
@@ -128,6 +128,10 @@ void ScenePlayer::start() {
             createSource(world_, source, give_);
         }
     }
+}
+
+void ScenePlayer::start() {
+    prepare();
     for (const EmitterSpec& emitter : scene_.emitters) {
         createEmitter(emitter);
     }

@@ -32,6 +32,7 @@ public:
     /// its sound; end() takes the lengths from `sounds`.
     ScenePlayer(const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give);
 
+    void prepare() override;
     /// Restarting keeps the sources that still have their initial sound, because loading it takes
     /// time.
     void start() override;

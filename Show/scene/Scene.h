@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Show/Cue.h>
+
 #include <Orvel/Hull.h>
 #include <Orvel/Quaternion.h>
 #include <Orvel/Vec3f.h>
@@ -110,6 +112,10 @@ struct Change {
     Where soundWhere; ///< of the key that defines the sound
 };
 
+struct CueSpec : Cue {
+    Where where;
+};
+
 /// The contents of a scene file; see docs/scene-files.md. Values are within their ranges, and every
 /// id referred to exists at that time.
 struct Scene {
@@ -119,6 +125,7 @@ struct Scene {
     Orvel::Quaternion listenerRotation;
     std::vector<SourceSpec> sources;
     std::vector<EmitterSpec> emitters;
+    std::vector<CueSpec> cues;    ///< in the file's order
     std::vector<Change> timeline; ///< by `at`; entries with equal times are in the file's order
 };
 

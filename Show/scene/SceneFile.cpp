@@ -30,6 +30,7 @@ constexpr Range kPitch{0.0, kMax, false, "a number above 0"};
 constexpr Range kTime{0.0, kMaxSeconds, true, "a number of seconds from 0 to 86400"};
 constexpr Range kLength{0.0, kMaxSeconds, false, "a number of seconds above 0, up to 86400"};
 constexpr Range kToneLength{0.0, 3600.0, false, "a number of seconds above 0, up to 3600"};
+constexpr std::size_t kMaxCueName = 64;
 constexpr Range kHertz{0.0, 22050.0, false, "a frequency above 0, up to 22050"};
 constexpr Range kAmplitude{0.0, 1.0, true, "a number from 0 to 1"};
 
@@ -84,7 +85,8 @@ public:
         }
         const ObjectReader object(
             report_, root, top,
-            {"$schema", "orvel", "duration", "listener", "sources", "emitters", "timeline"});
+            {"$schema", "orvel", "duration", "listener", "sources", "emitters", "timeline",
+             "cues"});
         static_cast<void>(object.text("$schema", "the address of the schema"));
         scene_.duration = object.number("duration", kLength);
         if (const JsonValue* listener = object.find("listener")) {
@@ -103,6 +105,10 @@ public:
         forEach(object, "timeline", [&](const JsonValue& value, const JsonPlace& place) {
             readEntry(value, place);
         });
+        forEach(object, "cues", [&](const JsonValue& value, const JsonPlace& place) {
+            readCue(value, place);
+        });
+        endCues();
         std::stable_sort(entries_.begin(), entries_.end(), [](const Entry& a, const Entry& b) {
             return a.change.at < b.change.at;
         });
@@ -562,6 +568,51 @@ private:
         readCommon(object, entry, "world");
     }
 
+    void readCue(const JsonValue& value, const JsonPlace& place) {
+        const ObjectReader object(report_, value, place, {"name", "at", "until"});
+        CueSpec cue;
+        cue.where = {value.line, place.str()};
+        object.require("name", "a name");
+        object.require("at", "a number of seconds");
+        const auto at = object.number("at", kTime);
+        const auto until = object.number("until", kLength);
+        if (at && until && *until <= *at) {
+            object.expected("until", "a time after that of \"at\"");
+        }
+        if (const auto name = object.text("name", "a name")) {
+            // The name is a word in paths of Open Sound Control.
+            const bool good = name->size() <= kMaxCueName &&
+                              name->find_first_of(" #*,/?[]{}") == std::string::npos;
+            const auto [known, isNew] = cueLines_.try_emplace(*name, object.where("name").line);
+            if (!good) {
+                object.expected(
+                    "name", "a name of at most 64 bytes, without blanks and # * , / ? [ ] { }");
+            } else if (!isNew) {
+                object.expected(
+                    "name", "a name of its own, which line " + std::to_string(known->second) +
+                                " does not have");
+            }
+            cue.name = *name;
+        }
+        cue.at = at.value_or(0.0);
+        cue.until = until.value_or(0.0);
+        scene_.cues.push_back(std::move(cue));
+    }
+
+    /// A cue without an end lasts until the next one begins.
+    void endCues() {
+        std::set<double> begins;
+        for (const CueSpec& cue : scene_.cues) {
+            begins.insert(cue.at);
+        }
+        for (CueSpec& cue : scene_.cues) {
+            if (cue.until == 0.0) {
+                const auto next = begins.upper_bound(cue.at);
+                cue.until = next == begins.end() ? std::numeric_limits<double>::infinity() : *next;
+            }
+        }
+    }
+
     /// Follows the timeline and checks that every reference exists at its time.
     void checkReferences() {
         Living emitters{{}, unsureEmitters_, "emitter"};
@@ -634,7 +685,8 @@ private:
     std::filesystem::path folder_;
     Scene scene_;
     std::vector<Entry> entries_;
-    std::map<int, int> sourceLines_; // line of each id's definition
+    std::map<std::string, int, std::less<>> cueLines_; // line of each name's definition
+    std::map<int, int> sourceLines_;                   // line of each id's definition
     std::map<int, int> emitterLines_;
     bool unsureSources_ = false; // the set of ids is incomplete, as some could not be read
     bool unsureEmitters_ = false;

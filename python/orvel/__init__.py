@@ -13,12 +13,12 @@ from ._errors import Error, FileError, GoneError, Problem
 from ._log import LogLevel, log_level, set_log_level
 from ._render import Renderer
 from ._server import Multicast, Server
-from ._show import Capture, File, Monitor, OscInput, Playback, Recorder, Scene
+from ._show import Capture, Cue, File, Monitor, OscInput, Playback, Recorder, Scene
 from ._world import Backend, Emitter, Hearing, Hull, Part, Source, State, World, backend_kinds
 
 __all__ = [
-    "Backend", "Capture", "Emitter", "Error", "File", "FileError", "GoneError", "Hearing", "Hull",
-    "LogLevel", "Monitor", "Multicast", "OscInput", "Part", "Playback", "Problem", "Recorder", "Renderer", "Scene",
+    "Backend", "Capture", "Cue", "Emitter", "Error", "File", "FileError", "GoneError", "Hearing",
+    "Hull", "LogLevel", "Monitor", "Multicast", "OscInput", "Part", "Playback", "Problem", "Recorder", "Renderer", "Scene",
     "Server", "Source", "State", "World", "__version__", "backend_kinds", "log_level",
     "set_log_level",
 ]

@@ -26,6 +26,10 @@ class CProblem(Structure):
     _fields_ = [("file", TEXT), ("line", c_int), ("column", c_int), ("field", TEXT), ("text", TEXT)]
 
 
+class CCue(Structure):
+    _fields_ = [("name", TEXT), ("at", c_double), ("until", c_double)]
+
+
 class RenderSettings(Structure):
     _fields_ = [("rate", c_uint), ("floats", c_bool), ("start", c_double), ("seconds", c_double)]
 
@@ -185,6 +189,8 @@ _FUNCTIONS: dict[str, tuple[Any, ...]] = {
     "show_file_emitters": (_SIZE, _H),
     "show_file_picture": (_TEXT, _H),
     "show_file_problem_count": (_SIZE, _H),
+    "show_file_cue_count": (_SIZE, _H),
+    "show_file_cue": (_DONE, _H, c_size_t, POINTER(CCue)),
     "show_file_problem": (_DONE, _H, c_size_t, POINTER(CProblem)),
     "show_file_check": (_COUNTED, _H, POINTER(c_double)),
     "show_file_warning": (_DONE, _H, c_size_t, POINTER(CProblem)),
@@ -192,6 +198,15 @@ _FUNCTIONS: dict[str, tuple[Any, ...]] = {
     "show_playback_destroy": (_NOTHING, _H),
     "show_playback_start": (_DONE, _H, c_double),
     "show_playback_advance": (_DONE, _H, c_double),
+    "show_playback_arm": (_DONE, _H),
+    "show_playback_go": (_DONE, _H),
+    "show_playback_cue": (_DONE, _H, TEXT),
+    "show_playback_seek": (_DONE, _H, c_double),
+    "show_playback_pause": (_DONE, _H, c_bool),
+    "show_playback_position": (_TIME, _H),
+    "show_playback_state": (_TEXT, _H),
+    "show_playback_current_cue": (_TEXT, _H),
+    "show_playback_next_cue": (_TEXT, _H),
     "show_playback_next": (_TIME, _H),
     "show_playback_end": (_TIME, _H),
     "show_render_file": (_DONE, _H, TEXT, POINTER(RenderSettings), ProgressCallback, c_void_p),
@@ -206,6 +221,7 @@ _FUNCTIONS: dict[str, tuple[Any, ...]] = {
     "show_osc_destroy": (_NOTHING, _H),
     "show_osc_port": (_PORT, _H),
     "show_osc_descriptor": (_COUNTED, _H),
+    "show_osc_control": (_DONE, _H, _H),
     "show_osc_serve": (_DONE, _H, c_double),
     "show_monitor_create": (_MADE, _H, TEXT, c_int, TEXT),
     "show_monitor_destroy": (_NOTHING, _H),

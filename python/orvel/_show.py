@@ -7,11 +7,12 @@ import os
 import time
 from collections.abc import Callable, Iterable
 from ctypes import c_double
+from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any, Optional
 
 from ._errors import Error, FileError, Problem
 from ._library import (
-    CProblem, ProgressCallback, Relay, RenderSettings, ReportCallback, TakeCallback, library)
+    CCue, CProblem, ProgressCallback, Relay, RenderSettings, ReportCallback, TakeCallback, library)
 from ._server import Server
 from ._world import Closing, Path, World, numpy_module
 
@@ -130,6 +131,16 @@ class File(Closing):
             raise
 
 
+@dataclass(frozen=True)
+class Cue:
+    """A named part of a scene's timeline, in seconds of the scene."""
+
+    name: str
+    at: float
+    until: float
+    """Infinity: the end of the scene."""
+
+
 class Scene(File):
     """A scene file. A file with mistakes raises FileError, which has all of them."""
 
@@ -150,6 +161,16 @@ class Scene(File):
         seconds = c_double()
         self._do(library.show_file_check, seconds)
         return seconds.value
+
+    @property
+    def cues(self) -> list[Cue]:
+        """The cues, in the order of the file."""
+        cues = []
+        for index in range(int(self._do(library.show_file_cue_count))):
+            one = CCue()
+            self._do(library.show_file_cue, index, one)
+            cues.append(Cue(one.name.decode(), one.at, one.until))
+        return cues
 
     def picture(self) -> str:
         """The scene from above, as an SVG document."""
@@ -239,9 +260,51 @@ class Playback(Closing):
         May be called again."""
         self._do(library.show_playback_start, at)
 
+    def arm(self) -> None:
+        """Loads the sounds and waits for go() or cue(), with the clock at 0; the scene then stops at
+        the end of each cue. In place of start()."""
+        self._do(library.show_playback_arm)
+
+    def go(self) -> None:
+        """Plays the next cue. Raises Error if there is none."""
+        self._do(library.show_playback_go)
+
+    def cue(self, name: str) -> None:
+        """Plays the cue with this name. Raises Error if there is none."""
+        self._do(library.show_playback_cue, name.encode())
+
+    def seek(self, seconds: float) -> None:
+        """Goes to a time of the file, and plays on from there unless paused."""
+        self._do(library.show_playback_seek, seconds)
+
+    def pause(self, paused: bool = True) -> None:
+        """Halts the timeline and the sounds, or lets them go on."""
+        self._do(library.show_playback_pause, paused)
+
     def advance(self, seconds: float) -> None:
-        """Applies everything due up to this time of the file, which must not decrease."""
+        """Applies everything due up to this time, which must not decrease. It is the time of the file
+        until arm(), go(), cue(), seek() or pause() is called."""
         self._do(library.show_playback_advance, seconds)
+
+    @property
+    def position(self) -> float:
+        """The time of the file."""
+        return float(self._do(library.show_playback_position))
+
+    @property
+    def state(self) -> str:
+        """One of "waiting", "playing", "paused" and "over"."""
+        return str(self._do(library.show_playback_state))
+
+    @property
+    def current_cue(self) -> str:
+        """The name of the present cue; empty if there is none."""
+        return str(self._do(library.show_playback_current_cue))
+
+    @property
+    def next_cue(self) -> str:
+        """The name of the cue that go() would play; empty if there is none."""
+        return str(self._do(library.show_playback_next_cue))
 
     @property
     def next(self) -> float:
@@ -293,6 +356,10 @@ class OscInput(Closing):
     def close(self) -> None:
         if self.alive:
             self._do(library.show_osc_destroy)
+
+    def control(self, playback: Optional[Playback]) -> None:
+        """Lets messages such as /orvel/go control a playback, which may end first; None: none."""
+        self._do(library.show_osc_control, playback)
 
     @property
     def port(self) -> int:

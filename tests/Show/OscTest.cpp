@@ -1,4 +1,5 @@
 // Open Sound Control: the effect and order of messages, and refusals.
+#include <Show/Playback.h>
 #include <Show/osc/OscInbox.h>
 #include <Show/osc/OscScene.h>
 #include <Show/osc/OscServer.h>
@@ -18,6 +19,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <lo/lo.h>
+#include <sstream>
 #include <string>
 #include <support/Capture.h>
 #include <support/RawSocket.h>
@@ -280,6 +282,64 @@ TEST_F(OscScenes, QueriesAreAnsweredWithPresentValues) {
     }
     take(message("/adm/obj/11/name", {}, name.c_str()));
     EXPECT_EQ(ask("/adm/obj/11/name"), "/adm/obj/11/name s " + name.substr(2) + "; ");
+}
+
+TEST_F(OscScenes, CuesAreControlledAndReadWhileThereIsAPlayback) {
+    std::string text = R"({"orvel": 1, "duration": 20, "cues": [{"name": "a", "at": 0},
+                           {"name": "b", "at": 2}, {"name": "c", "at": 8}]})";
+    std::istringstream in(text);
+    auto playback = std::make_unique<Playback>(world, ShowFile::readScene(in, "scene"));
+    EXPECT_NE(take(message("/orvel/go")).find("unknown path"), std::string::npos);
+    scene.control(playback->transport());
+    playback->arm();
+    const std::tuple<const char*, Numbers, const char*, const char*> rows[] = {
+        {"/orvel/go", {0}, nullptr, "state s waiting"}, // a button is released
+        {"/orvel/go", {}, nullptr, "cue s a"},
+        {"/orvel/cue/c", {1}, nullptr, "time f 8"},
+        {"/orvel/pause", {}, nullptr, "state s paused"},
+        {"/orvel/seek", {3.5F}, nullptr, "time f 3.5"},
+        {"/orvel/play", {}, nullptr, "state s playing"},
+        {"/orvel/cue", {}, "a", "cue s a"},
+        {"/adm/env/change", {}, "b", "cue s b"},
+        {"/adm/env/change", {}, "elsewhere", "cue s b"},
+    };
+    for (const auto& [path, numbers, name, answer] : rows) {
+        EXPECT_EQ(take(message(path, numbers, name)), "") << path;
+        const std::string values = ask("/orvel/{cue,state,time}");
+        EXPECT_NE(values.find("/orvel/" + std::string(answer) + ";"), std::string::npos) << values;
+    }
+    for (const auto& [packet, expected] : std::vector<std::pair<std::string, std::string>>{
+             {message("/orvel/cue/none"), "unknown path"},
+             {message("/orvel/cue", {}, "none"), "there is no such cue"},
+             {message("/orvel/seek", {-1}), "a time of at least 0"},
+             {message("/orvel/time", {1}), "cannot be set"}}) {
+        EXPECT_NE(take(packet).find(expected), std::string::npos) << expected;
+    }
+    EXPECT_EQ(take(message("/orvel/go")), "");
+    EXPECT_NE(take(message("/orvel/go")).find("no further cue"), std::string::npos);
+    playback.reset();
+    EXPECT_NE(take(message("/orvel/go")).find("has ended"), std::string::npos);
+}
+
+TEST_F(OscScenes, AFadeTakesItsTimeUntilAnythingElseSetsTheGain) {
+    const auto fade = [this] { take(message("/orvel/emitter/*/gain", {0, 10})); };
+    const auto step = [this](auto after) { scene.step(GainFades::Clock::now() + after); };
+    fade();
+    step(5s);
+    EXPECT_NEAR(emitter(11).gain(), 0.5F, 0.01F);
+    take(message("/adm/obj/12/gain", {0.75F}));
+    emitter(11).setParam(true, 0.0F, 0.25F); // by anyone else
+    step(6s);
+    EXPECT_EQ(scene.nextStep(), GainFades::Clock::time_point::max());
+    EXPECT_EQ(emitter(11).gain(), 0.25F);
+    EXPECT_EQ(emitter(12).gain(), 0.75F);
+    take(message("/orvel/emitter/11/gain", {0.5F, 10}));
+    step(7s);
+    take(message("/adm/obj/11/mute", {1}));
+    step(20s);
+    take(message("/adm/obj/11/mute", {0}));
+    EXPECT_EQ(emitter(11).gain(), 0.5F);
+    EXPECT_NE(take(message("/orvel/emitter/11/gain", {1, -1})), "");
 }
 
 TEST_F(OscScenes, AnObjectAppearsWithItsFirstMessage) {

@@ -64,6 +64,74 @@ TEST_F(ShowLibrary, StartsAtAnyTimeWithEverySoundAtItsPlace) {
     world.deleteAllBackends();
 }
 
+TEST_F(ShowLibrary, WaitsAtTheEndOfEachCueAndGoesToAny) {
+    Orvel::World world;
+    auto* recorder = new Beginnings(world, nullptr);
+    Playback playback(world, ShowFile::load(write("c.json", R"({"orvel": 1, "duration": 20,
+            "cues": [{"name": "a", "at": 0}, {"name": "b", "at": 2}, {"name": "c", "at": 8}],
+            "sources": [{"id": 1, "tone": {}, "loop": true}, {"id": 2, "tone": {"seconds": 0.5}}],
+            "emitters": [{"id": 1, "source": 1, "state": "play"},
+                         {"id": 2, "source": 2, "state": "play"}],
+            "timeline": [{"at": 1, "emitter": 1, "value": 9, "over": 1},
+                         {"at": 2, "emitter": 1, "gain": 0.5}]})")));
+    const auto value = [&] { return world.getEmitter(1)->paramValue(); };
+    const auto state = [&](int id) { return world.getEmitter(id)->state(); };
+    const auto cue = [&] { return playback.currentCue()->name; };
+    playback.arm();
+    playback.advance(5.0); // of waiting
+    EXPECT_TRUE(world.emitters().empty()) << "nothing is heard yet";
+    EXPECT_EQ(world.sources().size(), 2);
+    EXPECT_EQ(playback.nextCue()->name, "a");
+    ASSERT_TRUE(playback.go());
+    EXPECT_EQ(cue(), "a");
+    playback.advance(6.5);
+    EXPECT_EQ(playback.position(), 1.5);
+    EXPECT_EQ(value(), 4.5F);
+    EXPECT_EQ(playback.nextStep(), 6.5 + Playback::kTick);
+    playback.pause(true);
+    playback.advance(10.0);
+    EXPECT_EQ(state(1), Orvel::Emitter::PAUSE);
+    EXPECT_EQ(state(2), Orvel::Emitter::PLAY) << "it is over, and would begin again";
+    EXPECT_EQ(playback.state(), PlayState::Paused);
+    playback.pause(false);
+    EXPECT_EQ(state(1), Orvel::Emitter::PLAY);
+    for (double now = 10.0; playback.state() == PlayState::Playing; playback.advance(now)) {
+        now = playback.nextStep();
+    }
+    EXPECT_EQ(playback.position(), 2.0);
+    EXPECT_NEAR(value(), 9.0F, 1e-5F);
+    EXPECT_EQ(world.getEmitter(1)->gain(), 1.0F) << "that belongs to the next cue";
+    EXPECT_EQ(cue(), "a");
+    playback.advance(20.0);
+    EXPECT_EQ(recorder->resets, 0);
+    ASSERT_TRUE(playback.go());
+    EXPECT_EQ(recorder->resets, 0) << "it follows without a break";
+    EXPECT_EQ(world.getEmitter(1)->gain(), 0.5F);
+    playback.advance(21.0);
+    EXPECT_EQ(playback.position(), 3.0);
+    ASSERT_TRUE(playback.cue("c"));
+    EXPECT_EQ(playback.position(), 8.0);
+    EXPECT_EQ(recorder->resets, 1);
+    EXPECT_EQ(recorder->offset, 8.0);
+    EXPECT_FALSE(playback.go());
+    EXPECT_FALSE(playback.cue("d"));
+    playback.pause(true);
+    playback.seek(1.25);
+    EXPECT_EQ(state(1), Orvel::Emitter::PAUSE);
+    EXPECT_EQ(cue(), "a");
+    playback.pause(false);
+    playback.advance(22.5);
+    EXPECT_EQ(playback.position(), 2.0) << "the end of the cue";
+    EXPECT_EQ(playback.state(), PlayState::Waiting);
+    playback.start(7.0); // not armed
+    playback.advance(9.0);
+    EXPECT_EQ(cue(), "c");
+    playback.advance(25.0);
+    EXPECT_EQ(playback.state(), PlayState::Over);
+    world.clearWorld();
+    world.deleteAllBackends();
+}
+
 TEST_F(ShowLibrary, RendersTheSamePartToAFileAndAFunctionUnlessCancelled) {
     RenderSettings settings;
     settings.format = SampleFormat::f32;

@@ -74,6 +74,10 @@ SCENES = [
         [{"at": 0, "source": 2, "create": True}], [{"at": 0, "world": True}],
     ]),
 ]
+SCENES.append(
+    ("cues", [[{"name": "rain", "at": 0}, {"name": "dr\u00e4u\u00dfen", "at": 0, "until": 1}]],
+     [[{"name": "a b", "at": 0}], [{"name": "a", "at": -1}], [{"name": "", "at": 0}], [{"at": 0}],
+      [{"name": "a"}], [{"name": "a", "at": 0, "until": 0}], [{"name": "a", "at": 0, "over": 1}]]))
 SCENE_KEYS = {key for key, _, _ in SCENES}
 
 

@@ -1,16 +1,22 @@
 """Open Sound Control from an external client, oscsend:
 osc_test.py TOOL DOCS [unittest arguments]."""
 
+import fcntl
 import itertools
+import json
 import os
+import pty
 import re
+import select
 import shutil
 import signal
 import socket
 import subprocess
 import sys
+import termios
 import time
 import unittest
+import urllib.error
 import urllib.request
 
 from remote_case import RemoteCase
@@ -120,13 +126,97 @@ class Osc(RemoteCase):
         err = self.run_tool("play", scene, "--backend", "silent", "--osc", self.osc, code=1)[1]
         self.assertRegex(err, f"127.0.0.1:{self.osc}: Address already in use; choose another --osc")
 
+    def test_the_keys_of_a_terminal_play_cues_and_leave_it_as_it_was(self):
+        scene = self.scene(changed(LOOPED, duration=1000, cues=[{"name": "rain", "at": 0},
+                                                 {"name": "storm", "at": 500}]))
+        for last in (b"q", signal.SIGTERM, signal.SIGQUIT, signal.SIGTSTP):
+            master, slave = pty.openpty()
+            self.addCleanup(os.close, master)
+            self.addCleanup(os.close, slave)
+            before = termios.tcgetattr(slave)
+            process = self.start(
+                "play", scene, "--armed", "--backend", "silent", stdin=slave, stdout=slave,
+                stderr=slave, start_new_session=True,
+                preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+            self.addCleanup(process.wait)
+            self.addCleanup(process.kill)
+
+            def shows(text, master=master):
+                shown = ""
+                while text not in shown:
+                    self.assertTrue(select.select([master], [], [], DEADLINE)[0], shown)
+                    shown += os.read(master, 4096).decode()
+
+            def is_restored(slave=slave, before=before):
+                return termios.tcgetattr(slave) == before
+            shows("waiting  0:00.0")
+            self.assertFalse(is_restored())
+            for keys, line in ((b" ", "playing rain"), (b"st\t\n", "playing storm  8:20."),
+                               (b"\n", "paused storm"), (b"\x1b[A\n", "playing storm"),
+                               (b"hail\n", 'there is no cue "hail"')):
+                os.write(master, keys)
+                shows(line)
+            if last == signal.SIGTSTP:
+                process.send_signal(last)
+                self.wait_for(is_restored, "it to stop")
+                process.send_signal(signal.SIGCONT)
+                self.wait_for(lambda: not is_restored(), "it to go on")
+            elif last != b"q":
+                process.send_signal(last)
+            if last in (b"q", signal.SIGTSTP):
+                os.write(master, b"q")
+            self.assertEqual(process.wait(DEADLINE), -last if last == signal.SIGQUIT else 0)
+            self.assertTrue(is_restored(), last)
+        self.run_tool("play", scene, "--armed", "--backend", "silent", code=2)
+
+    def test_the_tree_of_paths_is_described_over_http(self):
+        player = self.start_taking("play.log", "play", self.scene(changed(
+            LOOPED, cues=[{"name": 'a"b', "at": 0}])), "--backend", "silent", "--osc-query", "0")
+        self.wait_for_text("play.log", "describing its paths at ")
+        url = re.search(r"paths at (\S+)/", self.read("play.log"))[1]
+
+        def get(path):
+            with urllib.request.urlopen(url + path, timeout=DEADLINE) as answer:
+                text = answer.read()
+                return json.loads(text) if answer.status == 200 else answer.status
+        self.assertEqual(get("/?HOST_INFO")["OSC_PORT"], int(self.osc))
+        methods = {}
+
+        def collect(node, path):
+            self.assertEqual(node["FULL_PATH"], path or "/")
+            if "TYPE" in node:
+                self.assertTrue(node["DESCRIPTION"], path)
+                methods[path] = node
+            for name, below in node.get("CONTENTS", {}).items():
+                collect(below, f"{path}/{name}")
+        collect(get("/"), "")
+        self.assertEqual(
+            {key: methods["/adm/obj/11/xyz"][key] for key in ("TYPE", "ACCESS", "RANGE", "VALUE")},
+            {"TYPE": "fff", "ACCESS": 3, "RANGE": [{"MIN": -1, "MAX": 1}] * 3,
+             "VALUE": [-0.2, 0, 0]})
+        self.assertEqual((methods["/orvel/go"]["TYPE"], methods["/orvel/go"]["ACCESS"]), ("N", 2))
+        self.assertEqual(methods["/orvel/state"]["ACCESS"], 1)
+        self.assertIn('/orvel/cue/a"b', methods)
+        self.assertLess({"/orvel/cue", "/orvel/enabled", "/orvel/source/1/loop"}, set(methods))
+        self.assertEqual(get("/adm/obj/11/gain?VALUE"), {"VALUE": [1]})
+        self.assertEqual(list(get("/adm/obj")["CONTENTS"]), ["11"])
+        self.assertEqual(get("/orvel/go?VALUE"), 204)
+        for path, status in (("/adm/obj/12/gain", 404), ("/adm/obj/11/gain?LOUD", 400)):
+            with self.assertRaises(urllib.error.HTTPError) as fault:
+                get(path)
+            self.assertEqual(fault.exception.code, status)
+            fault.exception.close()
+        self.end(player, "play.log")
+
     def test_every_path_of_the_documentation_is_taken_and_answered(self):
         with open(os.path.join(DOCS, "osc.md"), encoding="utf-8") as file:
             page = file.read()
         rows = [[cell.strip() for cell in row.split("|")] for row in page.splitlines()
                 if row.startswith(("| `/adm/", "| `/orvel/"))]
         replies, port = self.listener()
-        player = self.start_taking("doc.log", "play", self.scene(LOOPED), "--backend", "silent",
+        scene = changed(LOOPED, cues=[{"name": "NAME", "at": 0}, {"name": "1", "at": 500},
+                                      {"name": "2", "at": 600}])
+        player = self.start_taking("doc.log", "play", self.scene(scene), "--backend", "silent",
                                    "--osc-reply-port", port)
         sent, expected = 0, []
         for _, names, arguments, _, _, answer, _ in rows:

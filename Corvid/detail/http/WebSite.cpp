@@ -143,7 +143,11 @@ void WebSite::answer(
 void WebSite::fill(
     WebClient& client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) const {
     const std::string missing = "There is no page <tt>" + shown(request.path()) + "</tt>.";
-    const auto found = pages_.find(request.path());
+    auto found = pages_.find(request.path());
+    for (std::size_t slash = std::string::npos; found == pages_.end() && slash != 0;) {
+        slash = request.path().rfind('/', slash == std::string::npos ? slash : slash - 1);
+        found = pages_.find(request.path().substr(0, slash + 1) + '*');
+    }
     if (found == pages_.end()) {
         setError(reply, 404, missing);
         return;

@@ -58,6 +58,12 @@ void OscOption::declare(CLI::App& app) {
         ->type_name("N")
         ->check(NetworkOptions::portValidator());
     app.add_option(
+           "--osc-query", queryPort_,
+           "Describe the OSC paths as JSON (OSCQuery) over HTTP at this port of the same address "
+           "(0: any free port)")
+        ->type_name("N")
+        ->check(CLI::Range(0, 65535));
+    app.add_option(
            "--osc-feedback", feedback_,
            "Send what changes to this receiver over UDP; may be given several times")
         ->type_name("HOST:PORT")
@@ -80,6 +86,7 @@ std::unique_ptr<Show::OscInput> OscOption::open(
     settings.scale = scale_;
     settings.replyPort = replyPort_;
     settings.feedback = feedback_;
+    settings.queryPort = queryPort_;
     settings.report = [](const std::string& message) { report(message); };
     settings.loop = std::move(loop);
     settings.apply = std::move(apply);
@@ -91,6 +98,11 @@ std::unique_ptr<Show::OscInput> OscOption::open(
     report(
         "accepting Open Sound Control at " + settings.address + ":" +
         std::to_string(input->port()));
+    if (queryPort_) {
+        report(
+            "describing its paths at http://" + settings.address + ":" +
+            std::to_string(input->queryPort()) + "/");
+    }
     return input;
 }
 

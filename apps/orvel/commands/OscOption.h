@@ -6,12 +6,13 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace OrvelTool {
 
-/// The options --osc, --osc-scale, --osc-reply-port and --osc-feedback of a command.
+/// The options --osc, --osc-scale, --osc-reply-port, --osc-query and --osc-feedback of a command.
 class OscOption {
 public:
     void declare(CLI::App& app);
@@ -19,8 +20,8 @@ public:
 
     /// The address of the interface to listen on.
     [[nodiscard]] std::string address() const;
-    /// Opens the input and prints its address. On failure reports it and returns null. `apply` as
-    /// in Show::OscInput::Settings.
+    /// Opens the input and prints its address. On failure reports it and returns null. `playback`
+    /// and `apply` as in Show::OscInput::Settings.
     std::unique_ptr<Show::OscInput> open(
         Orvel::World& world, std::shared_ptr<Corvid::Loop> loop,
         std::function<void(Orvel::CommandEvent&)> apply = {}) const;
@@ -28,6 +29,7 @@ public:
 private:
     std::string text_; // empty: no Open Sound Control
     unsigned short replyPort_ = 0;
+    std::optional<unsigned short> queryPort_;
     std::vector<std::string> feedback_;
     float scale_ = Show::OscInput::Settings().scale;
 };

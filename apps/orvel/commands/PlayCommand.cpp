@@ -1,5 +1,6 @@
 #include "commands/PlayCommand.h"
 
+#include "commands/Operator.h"
 #include "commands/PlayStatus.h"
 #include "network/RemoteServers.h"
 #include "process/Diagnostics.h"
@@ -17,6 +18,7 @@
 #include <memory>
 #include <optional>
 #include <thread>
+#include <unistd.h>
 
 namespace OrvelTool {
 
@@ -92,7 +94,14 @@ PlayCommand::PlayCommand(CLI::App& parent) {
     app().add_flag(
         "--status", status_,
         "Print every second how each emitter is heard, with its level at the listener");
-    app().add_flag("--loop", loop_, "Start again when the scene ends");
+    CLI::Option* loop = app().add_flag("--loop", loop_, "Start again when the scene ends");
+    app()
+        .add_flag(
+            "--armed", armed_,
+            "Load the scene and wait: for keys at the terminal (space: the next cue; a name and "
+            "Enter: that cue; Enter: pause; q: quit) or for --osc; stop at the end of each cue")
+        ->excludes(loop)
+        ->excludes(app().get_option("--from"));
     app().footer(
         "Parameters are key=value, separated by spaces, such as\n"
         "  orvel play scene.json --backend 'openal:labels=\"front, back\"'\n"
@@ -164,6 +173,10 @@ int PlayCommand::run() {
     if (!choose(choices)) {
         return kWrongUse;
     }
+    if (armed_ && !osc_.given() && isatty(STDIN_FILENO) != 1) {
+        report("--armed: nothing can start the scene; add --osc PORT, or use a terminal");
+        return kWrongUse;
+    }
     const Show::ShowFile file = load();
     if (!file.isGood()) {
         return kFailure;
@@ -211,6 +224,7 @@ int PlayCommand::run() {
         if (osc == nullptr) {
             return kFailure;
         }
+        osc->control(&playback);
     }
     const bool good =
         play(playback, world, frames ? &*frames : nullptr, osc.get(), *loop, diagnostics);
@@ -227,7 +241,9 @@ bool PlayCommand::play(
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(world, servers_, wait_);
     // Fetching may take long. Until it is over, Ctrl-C ends the process at once.
-    if (from_ <= 0.0) {
+    if (armed_) {
+        playback.arm();
+    } else if (from_ <= 0.0) {
         playback.start();
     }
     while (isLoading(world)) {
@@ -235,15 +251,17 @@ bool PlayCommand::play(
         world.update();
     }
     const StopSignals signals;
+    Operator user(playback, servers);
     const auto duration = [](double seconds) {
         return std::chrono::duration_cast<Clock::duration>(Seconds(seconds));
     };
     const auto limit =
         seconds_ > 0.0 ? Clock::now() + duration(seconds_) : Clock::time_point::max();
-    auto begin = Clock::now() - duration(from_); // of the round
+    auto begin = Clock::now() - duration(from_); // of the round, on the playback's clock
+    double behind = 0.0;                         // the position in the scene is behind that clock
     diagnostics.report();
-    // With OSC the scene has no end of its own.
-    const bool endless = osc != nullptr && !loop_;
+    // With OSC or cues to wait for, the scene has no end of its own.
+    const bool endless = armed_ || (osc != nullptr && !loop_);
     const auto endOf = [&] {
         if (endless) {
             return std::numeric_limits<double>::infinity();
@@ -258,7 +276,8 @@ bool PlayCommand::play(
         render_.begin(recording, *frames, last);
     }
     bool room = true;
-    while (room && !StopSignals::came() && !servers.isGivenUp() && Clock::now() < limit) {
+    bool wanted = true;
+    while (room && wanted && !StopSignals::came() && !servers.isGivenUp() && Clock::now() < limit) {
         const auto moment = Clock::now();
         if (recording) {
             room = recording->advance(moment); // the past, before the changes
@@ -267,13 +286,14 @@ bool PlayCommand::play(
         begin += servers.isHeld() ? moment - last : Clock::duration::zero();
         last = moment;
         const double now = Seconds(moment - begin).count();
-        if (now >= end) {
+        if (now - behind >= end && playback.state() != Show::PlayState::Paused) {
             if (!loop_) {
                 break;
             }
             // Computed from the first round's start, so that delays do not add up. Rounds missed
             // while the machine was asleep are skipped.
-            begin += duration(end * std::floor(now / end));
+            begin += duration(behind + end * std::floor((now - behind) / end));
+            behind = 0.0;
             playback.start();
             end = endOf();
             continue;
@@ -282,6 +302,8 @@ bool PlayCommand::play(
         if (osc != nullptr) {
             osc->serve();
         }
+        wanted = user.serve();
+        behind = now - playback.position();
         world.update();
         servers.look();
         if (status_ && moment >= nextStatus) {
@@ -292,7 +314,7 @@ bool PlayCommand::play(
         // It grows when the length of a sound becomes known.
         end = isLoading(world) ? std::numeric_limits<double>::infinity() : endOf();
         const double tick = (std::floor(now / Show::Playback::kTick) + 1.0) * Show::Playback::kTick;
-        const double next = std::min({tick, playback.nextStep(), end});
+        const double next = std::min({tick, playback.nextStep(), end + behind});
         auto wake = std::min(begin + duration(next), limit);
         if (recording) {
             wake = std::min(wake, recording->next());

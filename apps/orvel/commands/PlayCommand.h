@@ -44,6 +44,7 @@ private:
     bool wait_ = false;
     bool loop_ = false;
     bool status_ = false;
+    bool armed_ = false;
 };
 
 } // namespace OrvelTool

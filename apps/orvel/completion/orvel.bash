@@ -76,7 +76,7 @@ _orvel() {
             return
         fi
         ;;
-    --from | --seconds | --group | --port | --ttl | --id | --only | --allow | --tcp-port | --osc | --osc-scale | --osc-reply-port | --osc-feedback | \
+    --from | --seconds | --group | --port | --ttl | --id | --only | --allow | --tcp-port | --osc | --osc-scale | --osc-reply-port | --osc-query | --osc-feedback | \
         --check-port | --max-per-address | --max-servers | --max-size)
         return
         ;;
@@ -86,13 +86,13 @@ _orvel() {
         render) _orvel_words "--from --seconds --rate --backend --format --plot --all --json --fetch $common" ;;
         play)
             _orvel_words "--backend --render --render-rate --render-raw --web --monitor --server --only --wait --interface --max-per-address \
-                --max-servers --osc --osc-scale --osc-reply-port --osc-feedback --from --seconds --status --loop --fetch $common"
+                --max-servers --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --armed --from --seconds --status --loop --fetch $common"
             ;;
         serve | record)
             local more=
             [[ $command == serve ]] || more=--max-size
             _orvel_words "$more --scene --backend --web --monitor --render --render-rate --render-raw --seconds --id --tcp-port \
-                --allow --keep-player --wait-for-device --osc --osc-scale --osc-reply-port --osc-feedback --max-per-address $search $common"
+                --allow --keep-player --wait-for-device --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --max-per-address $search $common"
             ;;
         servers) _orvel_words "--seconds --json --max-per-address --max-servers $search $common" ;;
         doctor) _orvel_words "--check-port --json $search $common" ;;
@@ -107,7 +107,7 @@ _orvel() {
     for ((i = 2; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
         --backend | --server | --only | --interface | --format | --rate | --plot | --levels | --from | \
-            --seconds | --osc | --osc-scale | --osc-reply-port | --osc-feedback | --max-per-address | --max-servers)
+            --seconds | --osc | --osc-scale | --osc-reply-port | --osc-query | --osc-feedback | --max-per-address | --max-servers)
             ((i++))
             ;;
         -*) ;;

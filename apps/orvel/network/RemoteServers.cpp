@@ -83,7 +83,7 @@ void RemoteServers::look() {
     const auto now = Clock::now();
     begin_ += isHeld() ? now - last_ : Clock::duration::zero();
     last_ = now;
-    std::size_t connected = 0;
+    connected_ = 0;
     clock_->passTo(std::chrono::duration<double>(now - begin_).count(), {});
     for (Client& client : clients_) {
         for (const std::string& server : client.watch.look()) {
@@ -93,9 +93,9 @@ void RemoteServers::look() {
         if (client.watch.someCame() || std::exchange(client.regained, false)) {
             stopWhatIsOver(client);
         }
-        connected += client.watch.count();
+        connected_ += client.watch.count();
     }
-    if (const bool held = !othersDrive_.empty() && othersDrive_.size() == connected && !sounds_;
+    if (const bool held = !othersDrive_.empty() && othersDrive_.size() == connected_ && !sounds_;
         std::exchange(held_, held) != held) {
         heldSince_ = now;
     }

@@ -39,6 +39,10 @@ public:
     /// there.
     void look();
 
+    /// Whether the world has client back ends.
+    [[nodiscard]] bool isUsed() const { return !clients_.empty(); }
+    /// Number of connected servers, as of the last look().
+    [[nodiscard]] std::size_t connected() const { return connected_; }
     /// Whether the scene must stand still because other players drive all connected servers.
     [[nodiscard]] bool isHeld() const { return wait_ && held_; }
     /// Whether to end because other players drive all servers and --wait was not given.
@@ -64,6 +68,7 @@ private:
     Show::PlayClock* clock_ = nullptr; // owned by the world; null without clients
     Clock::time_point begin_;
     Clock::time_point last_; // time of the last look()
+    std::size_t connected_ = 0;
     bool wait_;
     bool sounds_ = false;               // plays on this machine too
     std::set<std::string> othersDrive_; // servers that another player drives

@@ -21,6 +21,9 @@ std::ostream& standardError();
 
 /// Writes "orvel: ", the message and a line end to standard error.
 void report(const std::string& message);
+/// Shows a line at the place of the next message, which replaces it; an empty one removes it. Only
+/// if standard error is a terminal. On the main thread.
+void showStatus(const std::string& line);
 /// Writes problems in the user's input to standard error, one line each.
 void report(const std::vector<Show::Problem>& problems);
 

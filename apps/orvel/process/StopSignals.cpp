@@ -1,5 +1,7 @@
 #include "process/StopSignals.h"
 
+#include "process/Keyboard.h"
+
 #include <atomic>
 
 namespace OrvelTool {
@@ -14,7 +16,10 @@ static_assert(std::atomic<bool>::is_always_lock_free); // required in a signal h
 StopSignals::StopSignals() {
     signalCame = false;
     struct sigaction action {};
-    action.sa_handler = [](int) { signalCame = true; };
+    action.sa_handler = [](int) {
+        signalCame = true;
+        Keyboard::restore(); // a second signal leaves no time for it
+    };
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     sigaction(SIGINT, &action, &formerInterrupt_);
     sigaction(SIGTERM, &action, &formerTerminate_);

@@ -152,7 +152,6 @@ TEST(Voices, AreGivenToTheLoudestAndTheRestIsNotMissed) {
         const BackendState state = hall.ear->state();
         EXPECT_EQ(state.voicesUsed, all ? 300U : 32U);
         EXPECT_EQ(state.waitingEmitters.size(), all ? 0U : 268U);
-        EXPECT_EQ(hall.log.lines().size(), all ? 0U : 1U); // not one for each that waits
         ASSERT_EQ(state.emitters.size(), 300U);
         for (const BackendState::HeardEmitter& heard : state.emitters) {
             const bool mixed = heard.hearing == BackendState::Hearing::Mixed;
