@@ -4,8 +4,9 @@
 axe        axe-core: accessibility of every page, wide and narrow, light and dark
 promtool   "promtool check metrics" of /metrics
 slowhttp   slowhttptest: slow clients, which must lock nobody out
+osc        clients of Open Sound Control: npm's osc, osc-js and node-osc, and python3-liblo
 
-What is not installed is fetched into FOLDER (build/outside), axe-core by npm, the others by apt-get, which
+What is not installed is fetched into FOLDER (build/outside), by npm or by apt-get, which
 puts nothing on the system. Exits with 77 if a suite cannot be had. There is no suite for the conformance
 of HTTP/1.1 servers among Debian's packages or npm's; the tests of the web server hold it to RFC 9112.
 """
@@ -24,6 +25,7 @@ import urllib.request
 from browser import Browser, find_chromium
 
 AXE = "axe-core@4.14.1"
+OSC_CLIENTS = {"osc": "2.4.5", "osc-js": "2.4.1", "node-osc": "11.7.1"}
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 SCENE = ROOT / "examples/scenes/voices.json"
 DEADLINE = 30
@@ -172,7 +174,48 @@ def slowhttp(tool, folder):
     return findings
 
 
-SUITES = {"axe": axe, "promtool": promtool, "slowhttp": slowhttp}
+PYTHON_CLIENT = """
+import sys, liblo
+server = liblo.Server(int(sys.argv[2]))
+server.add_method("/adm/obj/11/gain", "f", lambda path, values: print(path, *values))
+target = liblo.Address("127.0.0.1", int(sys.argv[1]))
+server.send(target, "/adm/obj/11/gain", 0.25)
+server.send(target, "/adm/obj/11/gain")
+server.recv(10000)
+"""
+
+
+def osc(tool, folder):
+    if not all((folder / "node_modules" / name).exists() for name in OSC_CLIENTS):
+        fetch(["npm", "install", "--no-save", "--ignore-scripts", "--no-audit", "--no-fund", "--omit=optional",
+               "--fetch-retries=0", "--prefix", str(folder),
+               *(f"{name}@{version}" for name, version in OSC_CLIENTS.items())], folder)
+    program("python3-liblo", "python3-liblo", folder)  # no program, but unpacked alike
+    liblo = folder / "python3-liblo/usr/lib/python3/dist-packages"
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
+        probe.bind(("127.0.0.1", 0))
+        reply = str(probe.getsockname()[1])
+    findings = []
+    player = subprocess.Popen(
+        [tool, "play", SCENE, "--backend", "silent", "--osc", "0", "--osc-reply-port", reply],
+        stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+    try:
+        port = re.search(r":(\d+)$", player.stderr.readline().strip())[1]
+        clients = [["node", str(ROOT / "scripts/osc_clients.js"), str(folder / "node_modules"), name]
+                   for name in OSC_CLIENTS] + [[sys.executable, "-c", PYTHON_CLIENT]]
+        for client in clients:
+            run = subprocess.run([*client, port, reply], capture_output=True, text=True, timeout=60, check=False,
+                                 env={**os.environ, "PYTHONPATH": str(liblo)})
+            if run.stdout.split() != ["/adm/obj/11/gain", "0.25"]:
+                findings.append(f"{client[-1][:40]}: {run.stdout} {run.stderr[-500:]}")
+    finally:
+        player.terminate()
+        player.wait()
+        player.stderr.close()
+    return findings
+
+
+SUITES = {"axe": axe, "promtool": promtool, "slowhttp": slowhttp, "osc": osc}
 
 
 def main():
