@@ -75,13 +75,14 @@ public:
 private:
     void fetchLater();
 
+    // Up to later_, the line that a move touches.
+    bool paramFlag_ = true;
     Vec3f position_;
     Quaternion rotation_;
     const Emitter* later_ = nullptr; // moved some places later the last time; may be gone
     Hull hull_;
     float gain_ = 1.0F;
     float paramValue_ = 0.0F;
-    bool paramFlag_ = true;
     double startOffset_ = 0.0;
     Source* source_ = nullptr;
     std::vector<std::string> labels_;

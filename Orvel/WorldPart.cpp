@@ -12,11 +12,11 @@ WorldPart::WorldPart(const WorldPart& other) : world_(other.world_), id_(-1) {
 }
 
 bool WorldPart::changeState(State state) noexcept {
-    if (state == state_) {
+    if (state == this->state()) {
         return false;
     }
     previousState_ = state_;
-    state_ = state;
+    state_ = static_cast<std::int16_t>(state);
     return true;
 }
 
