@@ -45,6 +45,10 @@ void WebServer::addHostName(const std::string& name) {
     site_->hostNames.push_back(name);
 }
 
+void WebServer::setToken(const std::string& token) {
+    site_->token = token;
+}
+
 void WebServer::setLimits(const Limits& limits) {
     site_->limits = limits;
 }

@@ -22,7 +22,7 @@ class HttpServer;
 class WebSite;
 } // namespace detail
 
-/// Serves pages over HTTP/1.1, for status pages: no encryption, no passwords, no files. A derived
+/// Serves pages over HTTP/1.1, for status pages: no encryption, no users, no files. A derived
 /// class drives it.
 ///
 /// Confined to one thread. A slow, silent or malformed client only affects its own connection; when
@@ -84,6 +84,11 @@ public:
     /// 421, so that no page elsewhere can read this server by making its own name resolve to this
     /// machine (DNS rebinding).
     void addHostName(const std::string& name);
+
+    /// Requires this token in every request; empty, the default: none. A browser is given it once,
+    /// in an address with the parameter "token", and keeps it in a cookie; other programs send the
+    /// header "Authorization: Bearer TOKEN". Others get 401.
+    void setToken(const std::string& token);
 
     void setLimits(const Limits& limits);
     [[nodiscard]] const Limits& limits() const;

@@ -105,6 +105,9 @@ ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, 
     }
     communicator_->setFeatures(DriverEvent::kFeature);
     configure(read);
+    if (read.isSet("key")) {
+        communicator_->setKeys(read.text("key")); // reports a problem
+    }
     communicator_->open();
     thread_ =
         std::make_unique<Vessa::ObjectThread<ClientBackend>>(this, &ClientBackend::receiveThread);

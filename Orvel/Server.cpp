@@ -188,6 +188,10 @@ short Server::idOf(const char* text) {
     return static_cast<short>(value);
 }
 
+bool Server::setKeys(const std::string& path) {
+    return multiServer_->setKeys(path);
+}
+
 void Server::run() {
     if (thread_ != nullptr) {
         ORVEL_REPORT(
@@ -296,6 +300,10 @@ bool Server::takeEvent(Corvid::Communicator& client) {
 /// Applies an event that has arrived; `command` is the same one, or null if it is of a foreign
 /// class.
 void Server::take(Corvid::Event& event, CommandEvent* command, Corvid::Communicator& client) {
+    if (!client.mayDrive()) {
+        watcherSent(event, client);
+        return;
+    }
     if (observer_ != nullptr) {
         observer_->received(event, client.counters().peer);
     }
@@ -316,6 +324,13 @@ void Server::take(Corvid::Event& event, CommandEvent* command, Corvid::Communica
 
 bool Server::interceptEvent(Corvid::Event& /*event*/, Corvid::Communicator& /*from*/) {
     return false;
+}
+
+void Server::watcherSent(const Corvid::Event& /*event*/, Corvid::Communicator& from) {
+    ORVEL_REPORT_PEER(
+        ForeignEvent, Warning, detail::about(Diagnostic::Code::NotDriving),
+        "Orvel::Server: %s has a key that may only watch; its event has no effect\n",
+        from.counters().peer.c_str());
 }
 
 void Server::clientLost(Corvid::Communicator& /*client*/) {}

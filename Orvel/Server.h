@@ -38,7 +38,7 @@ class SourceDataEvent;
 /// or destruction; a host that uses the world itself calls receive(false) from its own loop
 /// instead. Set everything up before either. Not copyable.
 ///
-/// Anyone who can reach the server can drive it: there is no authentication.
+/// Anyone who can reach the server can drive it, unless setKeys() says who may.
 class ORVEL_EXPORT Server : public World {
 public:
     /// Listens at once, on a port chosen by the system; discoverable from the first receive on.
@@ -74,6 +74,12 @@ public:
     /// The id that setId() derives from a text.
     [[nodiscard]] static short idOf(const char* text);
 
+    /// Lets only clients with a key of this file connect, and only those with the right "drive"
+    /// change the scene; see Corvid::MultiCommunicator::setKeys() and docs/security.md. Call it
+    /// before the first receive. Returns false, with a diagnostic, if the file has no usable keys;
+    /// no one can connect then until it has.
+    bool setKeys(const std::string& path);
+
     /// The connections: port, counters, settings. Lives as long as this server.
     [[nodiscard]] Corvid::MultiServer& multiServer() const noexcept { return *multiServer_; }
 
@@ -86,7 +92,8 @@ public:
         Observer& operator=(const Observer&) = delete;
         virtual ~Observer() = default;
 
-        /// An event from a client ("address:port") has arrived whole and is applied next.
+        /// An event from a client, by its Corvid::Communicator::Counters::peer, has arrived whole
+        /// and is applied next.
         virtual void received(Corvid::Event& event, const std::string& client) = 0;
         /// A client is gone.
         virtual void lost(const std::string& client) = 0;
@@ -134,6 +141,10 @@ protected:
     /// handled and must not be applied. Do not keep or delete the event or the connection. Called
     /// on the receiving thread.
     virtual bool interceptEvent(Corvid::Event& event, Corvid::Communicator& from);
+
+    /// Called instead for an event of a client whose key may only watch; it has no effect. Reports
+    /// it by default. Must not throw.
+    virtual void watcherSent(const Corvid::Event& event, Corvid::Communicator& from);
 
     /// Called when a client is gone, on the receiving thread; its connection is deleted afterwards.
     /// Does nothing by default. Must not throw.

@@ -2,6 +2,7 @@
 
 #include <Config/Param.h>
 #include <Corvid/InetAddress.h>
+#include <Corvid/Keys.h>
 #include <Corvid/MultiServer.h>
 #include <Corvid/URL.h>
 #include <Corvid/URLImpl.h>
@@ -873,6 +874,17 @@ const char* orvel_server_multicast(orvel_server* server, unsigned short* port, i
         store(port, world.multicastPort());
         store(ttl, world.multicastTtl());
         return world.multicastAddress().text();
+    });
+}
+
+bool orvel_server_set_keys(orvel_server* server, const char* path) {
+    return done(__func__, [&] {
+        const std::string file = need(path, "the path");
+        if (!get(server).setKeys(file)) {
+            Corvid::Keys keys;
+            const std::string problem = keys.load(file);
+            throw Refusal(problem.empty() ? file + " has no keys" : problem);
+        }
     });
 }
 

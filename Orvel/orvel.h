@@ -277,7 +277,7 @@ ORVEL_EXPORT orvel_state orvel_emitter_state(orvel_emitter* emitter);
 typedef void (*orvel_reset_callback)(orvel_server* server, void* user);
 
 /// Creates a server that listens on a port chosen by the system and is discoverable from the first
-/// poll on. Anyone who can reach it can drive it. It has no thread of its own.
+/// poll on. Anyone who can reach it can drive it, unless it has keys. It has no thread of its own.
 ORVEL_EXPORT orvel_server* orvel_server_create(void);
 /// The same on a TCP port of its own, for clients and firewalls; 0: chosen by the system. `address`
 /// is an IPv4 address of this machine; null or empty: all.
@@ -305,6 +305,11 @@ orvel_server_multicast(orvel_server* server, unsigned short* port, int* ttl);
 ORVEL_EXPORT bool orvel_server_set_interfaces(orvel_server* server, const char* interfaces);
 /// The addresses, then the names, of the interfaces to serve on, separated by commas; empty: all.
 ORVEL_EXPORT const char* orvel_server_interfaces(orvel_server* server);
+
+/// Lets only clients with a key of this file connect, and only those with the right "drive" change
+/// the scene (docs/security.md). Fails if the file has no usable keys; no one can connect then
+/// until it has.
+ORVEL_EXPORT bool orvel_server_set_keys(orvel_server* server, const char* path);
 
 /// The TCP port that it listens on; 0 if it could not listen.
 ORVEL_EXPORT unsigned short orvel_server_port(orvel_server* server);

@@ -20,6 +20,7 @@ inline constexpr std::array kClientParams{
         "deferred", Param::Type::Flag, "no", "serve new servers and reports on the host's thread"},
     Param{"followEnabled", Param::Type::Flag, "no", "enable and disable servers with the world"},
     Param{"newestOnly", Param::Type::Flag, "no", "send a server that lags only the newest values"},
+    Param{"key", Param::Type::Text, "", "key file, for servers with keys; empty: for open ones"},
     Param{"servers", Param::Type::List, "", "HOST:PORT of servers that multicast does not reach"},
     Param{"only", Param::Type::List, "", "ids or names of the servers to drive; empty for all"},
     Param{"interfaces", Param::Type::List, "", "interfaces to search on; empty for all"},

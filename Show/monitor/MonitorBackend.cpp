@@ -55,6 +55,8 @@ private:
     Fill fill_;
 };
 
+constexpr std::uint32_t kLoopbackNetwork = 127;
+
 std::string randomText() {
     constexpr std::string_view kDigits = "0123456789abcdef";
     std::random_device device;
@@ -84,7 +86,10 @@ constexpr std::array kParams{
         "port", Config::Param::Type::Number, MonitorBackend::kDefaultPort,
         "TCP port; 0 for a free one, as when the default is taken", 0, 65535},
     Config::Param{
-        "names", Config::Param::Type::List, "", "host names that browsers may use besides"}};
+        "names", Config::Param::Type::List, "", "host names that browsers may use besides"},
+    Config::Param{
+        "token", Config::Param::Type::Text, "",
+        "text that browsers must send; empty: beyond this machine a random one, on it none"}};
 
 } // namespace
 
@@ -103,6 +108,12 @@ MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
         server_->addHostName(name);
     }
     addPages();
+    token_ = read.text("token");
+    if (const auto address = Corvid::InetAddress::getByAddress(read.text("address"));
+        token_.empty() && !(address.isValid() && address.bits() >> 24U == kLoopbackNetwork)) {
+        token_ = randomText() + randomText();
+    }
+    server_->setToken(token_);
     open(read.text("address"), static_cast<std::uint16_t>(read.number("port")), read.isSet("port"));
 }
 
@@ -165,7 +176,8 @@ std::string MonitorBackend::url() const {
     } else if (host == "0.0.0.0") { // all interfaces; no single address to print
         host = Corvid::InetAddress::getLocalHostName();
     }
-    return "http://" + host + ":" + std::to_string(server_->port()) + "/";
+    return "http://" + host + ":" + std::to_string(server_->port()) + "/" +
+           (token_.empty() ? "" : "?token=" + token_);
 }
 
 std::string_view MonitorBackend::soundName(int source) const {

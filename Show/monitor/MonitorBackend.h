@@ -94,6 +94,7 @@ private:
     std::uint64_t updates_ = 0;
     ChangeRates rates_;
     std::map<int, std::string> names_; // by source
+    std::string token_;                // empty: none
     std::string address_;
     const std::unique_ptr<Corvid::PolledWebServer> server_ =
         std::make_unique<Corvid::PolledWebServer>();

@@ -23,8 +23,8 @@ std::string nameOf(const Corvid::Communicator& client) {
 
 } // namespace
 
-SoundServer::SoundServer(const LoadedScene& bank, unsigned short port)
-    : OwningWorld("", port), session_(*this, bank) {}
+SoundServer::SoundServer(const LoadedScene& bank, unsigned short port, const std::string& host)
+    : OwningWorld(host, port), session_(*this, bank) {}
 
 void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
     sliceEnd_ = std::chrono::steady_clock::now() + atMost;
@@ -91,6 +91,7 @@ bool SoundServer::begin(const Orvel::CommandEvent& event, Corvid::Communicator& 
     driver_ = &from;
     driverInstance_ = instance;
     inform(from, Orvel::DriverEvent::Driving, "");
+    informWatchers();
     return true;
 }
 
@@ -133,6 +134,28 @@ bool SoundServer::interceptEvent(Corvid::Event& event, Corvid::Communicator& fro
     return true;
 }
 
+void SoundServer::informWatcher(Corvid::Communicator& client) {
+    inform(
+        client, Orvel::DriverEvent::Refused,
+        "its key may only watch; " +
+            (driver_ != nullptr ? nameOf(*driver_) + " drives it" : "no one drives it"));
+}
+
+void SoundServer::informWatchers() {
+    for (const auto& [other, state] : clients_) {
+        if (state.watches) {
+            informWatcher(*other);
+        }
+    }
+}
+
+void SoundServer::watcherSent(const Corvid::Event& /*event*/, Corvid::Communicator& from) {
+    if (!std::exchange(clients_[&from].watches, true)) {
+        report(nameOf(from) + " only watches: its key may do no more");
+        informWatcher(from);
+    }
+}
+
 void SoundServer::clientLost(Corvid::Communicator& client) {
     const std::string peer = client.counters().peer;
     if (tap_ != nullptr) {
@@ -153,6 +176,7 @@ void SoundServer::free() {
             inform(*other, Orvel::DriverEvent::Free, "no one drives it");
         }
     }
+    informWatchers();
 }
 
 bool SoundServer::apply(Orvel::CommandEvent& event) {

@@ -17,7 +17,8 @@
 namespace Show {
 
 /// The server of `orvel serve`: one client at a time drives it, the newest or, if it keeps its
-/// player, the first; events of other clients are dropped. Clients play the sources of a scene file
+/// player, the first; events of other clients are dropped. A client whose key may only watch is
+/// informed who drives. Clients play the sources of a scene file
 /// by the rules of Session.
 ///
 /// The scene must outlive it. Confined to one thread at a time, which polls it.
@@ -29,8 +30,8 @@ public:
     /// Limit of remembered replaced clients, which must not take over by reconnecting.
     static constexpr std::size_t kMaxReplaced = 1024;
 
-    /// Listens on that TCP port; 0 lets the system choose.
-    SoundServer(const LoadedScene& bank, unsigned short port);
+    /// Listens on that TCP port; 0 lets the system choose. `host`: see Orvel::Server.
+    SoundServer(const LoadedScene& bank, unsigned short port, const std::string& host = "");
 
     /// Fetches the sources with a URL, once. Returns a problem for each that cannot be fetched.
     std::vector<Problem> fetch() { return session_.fetch(); }
@@ -54,6 +55,7 @@ public:
 protected:
     bool interceptEvent(Corvid::Event& event, Corvid::Communicator& from) override;
     void clientLost(Corvid::Communicator& client) override;
+    void watcherSent(const Corvid::Event& event, Corvid::Communicator& from) override;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -62,6 +64,7 @@ private:
         bool began = false;   ///< has sent an event
         bool waits = false;   ///< it was replaced or refused
         bool dropped = false; ///< its connection is being closed
+        bool watches = false; ///< its key may do no more
     };
 
     /// Makes a client that begins the driver. Returns false if another drives.
@@ -70,6 +73,9 @@ private:
     void free();
     void
     inform(Corvid::Communicator& client, Orvel::DriverEvent::State state, const std::string& text);
+    /// Informs a client whose key may only watch.
+    void informWatcher(Corvid::Communicator& client);
+    void informWatchers();
     /// Counts a reset. Returns false if there are too many.
     bool countReset();
     void report(std::string text);

@@ -177,6 +177,7 @@ _FUNCTIONS: dict[str, tuple[Any, ...]] = {
     "server_multicast": (_TEXT, _H, POINTER(c_ushort), POINTER(c_int)),
     "server_set_interfaces": (_DONE, _H, TEXT),
     "server_interfaces": (_TEXT, _H),
+    "server_set_keys": (_DONE, _H, TEXT),
     "server_port": (_PORT, _H),
     "server_clients": (_SIZE, _H),
     "server_poll": (_COUNTED, _H, c_double),

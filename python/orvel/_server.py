@@ -69,6 +69,11 @@ class Server(World):
     def interfaces(self, interfaces: Iterable[str]) -> None:
         self._server._do(library.server_set_interfaces, ",".join(interfaces).encode())
 
+    def set_keys(self, path: str) -> None:
+        """Lets only clients with a key of this file connect, and only those with the right "drive"
+        change the scene. Call it before the first poll. If it fails, no one can connect."""
+        self._server._do(library.server_set_keys, path.encode())
+
     @property
     def on_reset(self) -> Optional[Callable[[], object]]:
         """Called inside poll() when a client has reset the world, which destroys all its sources

@@ -39,7 +39,7 @@ class Doctor(RemoteCase):
         # A device without output is reported as such.
         self.assertEqual(found["sound output"]["verdict"], "warning")
         self.end(server, "serve.log")
-        self.assertEqual(self.read("serve.log").count("\n"), 1)  # it has not noticed
+        self.assertEqual(self.read("serve.log").count("\n"), 2)  # it has not noticed
 
     def test_what_is_wrong_is_a_problem(self):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as stranger, \
@@ -78,7 +78,7 @@ class Doctor(RemoteCase):
             while b"READY=1" not in systemd.recv(4096):
                 pass
         self.end(server, "serve.log")
-        self.assertEqual(self.read("serve.log").count("\n"), 4)
+        self.assertEqual(self.read("serve.log").count("\n"), 5)
 
 
 if __name__ == "__main__":

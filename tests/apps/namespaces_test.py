@@ -27,7 +27,7 @@ class TwoHosts(ToolCase):
 
     def test_a_cut_cable_is_noticed_on_both_ends_and_mended(self):
         scene = self.scene(LOOPED)
-        server = self.on(0, "serve.log", "serve", "--scene", scene, "--render", "o.wav")
+        server = self.on(0, "serve.log", "serve", "--scene", scene, "--render", "o.wav", "--open")
         self.wait_for_text("serve.log", "serving")
         self.on(1, "play.log", "play", scene, "--backend", "client")
         self.wait_for_text("play.log", f"server {LINK.addresses[0]}:")
@@ -56,7 +56,7 @@ class TwoHosts(ToolCase):
             timeline=[{"at": 0, "emitter": i, "position": [seconds, 0, 0], "over": seconds}
                       for i in ids]))
         player = self.on(1, "play.log", "play", scene, "--backend", "client")
-        recorder = self.on(0, "record.log", "record", "s.orvelrec", "--scene", scene)
+        recorder = self.on(0, "record.log", "record", "s.orvelrec", "--scene", scene, "--open")
         self.assertEqual(player.wait(DEADLINE), 0)
         self.wait_for_text("record.log", "is gone")
         recorder.terminate()

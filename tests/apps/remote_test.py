@@ -42,7 +42,7 @@ class Remote(RemoteCase):
         self.assertRegex(self.read("play.log"),
                          r"^orvel: server 127\.0\.0\.1:\d+ is connected\n$")
         self.assertRegex(self.read("serve.log"),
-                         r"^orvel: serving.*\norvel: client \S+ is connected\n"
+                         r"^orvel: serving.*\n.* --open .*\norvel: client \S+ is connected\n"
                          r"orvel: client \S+ is gone: .*\n  second   left peak")
 
     def test_servers_come_late_vanish_and_come_back(self):
@@ -193,7 +193,7 @@ class Remote(RemoteCase):
     def test_it_says_whether_clients_find_it(self):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("", int(self.port)))
-            self.serve("serve.log", "--backend", "silent", "--id", "ab", "--interface", "none0")
+            self.serve("serve.log", "--backend", "silent", "--id", "ab", "--interface", "none0", "--open")
             self.assertRegex(self.read("serve.log"),
                              r"serving, id 195 \(ab\), at TCP port \d+; clients cannot find it on lo "
                              r"127\.0\.0\.1 \(.*\), none0 \(no interface of .*stop it, or")

@@ -56,6 +56,8 @@ def of_the_tool(words):
             words += ["--seconds", "0.2"]
     if words[1] == "record":
         (work / words[2]).unlink(missing_ok=True)  # created by another page; existing files are not replaced
+    if words[1:3] == ["key", "new"]:
+        (work / words[3]).unlink(missing_ok=True)
     text = None
     if "|" in words:  # into a player
         del words[words.index("|"):]
@@ -115,6 +117,9 @@ with tempfile.TemporaryDirectory() as name:
     server = subprocess.Popen([tool, "serve", "--backend", "silent", "--osc", "9001"], cwd=work,
                               stderr=subprocess.PIPE, text=True)
     server.stderr.readline()  # it serves
+    subprocess.run([tool, "key", "new", "show.keys"], cwd=work, check=True, capture_output=True)
+    keyed = subprocess.Popen([tool, "serve", "--backend", "silent", "--key", "show.keys"], cwd=work,
+                             stderr=subprocess.DEVNULL)
     try:
         for page in sorted([*root.glob("*.md"), *root.glob("docs/*.md"), *root.glob("bench/*.md")]):
             text = page.read_text()
@@ -139,8 +144,9 @@ with tempfile.TemporaryDirectory() as name:
                     faults.append(f"{where}: a block of the language \"{language}\": quote it, or "
                                   "say \"text\" if there is nothing to run")
     finally:
-        server.terminate()
-        server.communicate(timeout=10)
+        for process in (server, keyed):
+            process.terminate()
+            process.communicate(timeout=10)
     for picture in sorted((root / "docs/images").glob("*.json")):
         drawn = work / (picture.stem + ".svg")
         kept = picture.with_suffix(".svg").read_text()

@@ -23,6 +23,7 @@ RENAMED = {
     "Server.setMulticastAddress": ("server_set_multicast", "Server.multicast"),
     "Server.setMulticastPort": ("server_set_multicast", "Server.multicast"),
     "Server.setMulticastTtl": ("server_set_multicast", "Server.multicast"),
+    "Server.setKeys": ("server_set_keys", "Server.set_keys"),
     "Log.setLevel": ("log_set_level", "set_log_level"),
     "Log.setCallback": ("log_set_callback", ""),
 }
@@ -34,6 +35,7 @@ NOT_IN_C = {
     "Log.setFile": "a callback writes where it likes",
 }
 NO_GETTER = {
+    "server_set_keys": "the path is known to its owner, and the keys are secret",
     "source_set_file": "its samples are read with orvel_source_data()",
     "log_set_callback": "a callback is known to its owner",
     "server_set_reset_callback": "a callback is known to its owner",

@@ -13,12 +13,15 @@
 #include <ctime>
 #include <exception>
 #include <netinet/in.h>
+#include <openssl/crypto.h>
 #include <string_view>
 
 namespace Corvid::detail {
 
 namespace {
 
+constexpr std::string_view kBearer = "Bearer ";
+constexpr std::size_t kCookieNameDigits = 8;
 constexpr std::size_t kMaxLogged = 10'000;
 constexpr std::size_t kMaxShown = 256; // of a text from a client
 
@@ -134,10 +137,50 @@ void WebSite::answer(
             "This server is not called <tt>" + shown(request.host()) +
                 "</tt>. Use its address, <tt>localhost</tt> or <tt>" +
                 escapeHtml(InetAddress::getLocalHostName()) + "</tt>.");
-    } else {
+    } else if (admit(request, reply)) {
         fill(client, request, reply);
     }
-    note(client, request.method() + ' ' + request.target(), reply.status());
+    // The query of a request may hold the token.
+    const std::string& what = token.empty() ? request.target() : request.path();
+    note(client, request.method() + ' ' + what, reply.status());
+}
+
+bool WebSite::admit(const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) const {
+    const auto isToken = [this](std::string_view text) {
+        return text.size() == token.size() &&
+               ::CRYPTO_memcmp(text.data(), token.data(), text.size()) == 0;
+    };
+    if (token.empty()) {
+        return true;
+    }
+    // Cookies do not know ports, so each server of a machine has a name of its own.
+    const std::string cookie = "orvel-" + token.substr(0, kCookieNameDigits) + '=';
+    for (const auto& [header, value] : request.headers()) {
+        if (boost::beast::iequals(header, "Authorization") && value.starts_with(kBearer) &&
+            isToken(std::string_view(value).substr(kBearer.size()))) {
+            return true;
+        }
+        if (const auto place = value.find(cookie);
+            boost::beast::iequals(header, "Cookie") && place != std::string::npos &&
+            isToken(std::string_view(value).substr(place + cookie.size(), token.size()))) {
+            return true;
+        }
+    }
+    const std::string* given = request.parameter("token");
+    if (given != nullptr && isToken(*given)) {
+        // Leaves the address, so that it is in no history and no Referer.
+        reply = {};
+        reply.setStatus(303);
+        reply.setHeader("Location", "/");
+        reply.setHeader("Set-Cookie", cookie + token + "; Path=/; HttpOnly; SameSite=Lax");
+        reply.setHeader("Cache-Control", "no-store");
+        return false;
+    }
+    setError(
+        reply, 401,
+        "Open the complete address that the program printed when it started, with its token.");
+    reply.setHeader("WWW-Authenticate", "Bearer");
+    return false;
 }
 
 void WebSite::fill(

@@ -41,6 +41,7 @@ public:
     std::string contact;
     std::vector<std::string> hostNames; ///< that clients may use besides the machine's own
     std::string listeningHost;          ///< given to open()
+    std::string token;                  ///< that requests need; empty: none
     WebServer::Limits limits;
     WebServer::Counters counters;
     WebServer::Diagnostic diagnostic;
@@ -56,6 +57,9 @@ private:
     /// Whether `host` of a request is a name of this server. A foreign name that resolves to this
     /// machine is not, because a page elsewhere could then read the answer.
     [[nodiscard]] bool isCalled(std::string_view host) const;
+    /// Whether a request has the token. Otherwise answers it.
+    [[nodiscard]] bool
+    admit(const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) const;
     void
     fill(WebClient& client, const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) const;
     void setError(ProtocolHTTP::Reply& reply, int status, const std::string& text) const;

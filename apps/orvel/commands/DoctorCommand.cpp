@@ -25,12 +25,16 @@ DoctorCommand::DoctorCommand(CLI::App& parent) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check(NetworkOptions::portValidator());
     network_.declare(app());
+    network_.declareKey(app(), false);
     app().footer("It opens each sound device briefly without playing anything, sends one datagram "
                  "to\nthe group on each interface, and searches for servers for a second.\nThe "
                  "exit code is 1 if there is a problem. Warnings do not count.");
 }
 
 int DoctorCommand::run() {
+    if (!network_.checkKey()) {
+        return kFailure;
+    }
     network_.restrictInterfaces();
     CheckResults results = checkSound(verbose_);
     results.push_back(checkFormats());

@@ -34,8 +34,8 @@ void MonitorOption::declare(CLI::App& app) {
                      "Show the scene to browsers as it plays, as a page, JSON and metrics, at this "
                      "address (default: 127.0.0.1:" +
                          std::to_string(Show::MonitorPage::kDefaultPort) +
-                         ", or a free port if that is taken). Anyone who can reach the port can "
-                         "see the page")
+                         ", or a free port if that is taken). Beyond this machine, "
+                         "browsers need the token in the printed address")
                   ->type_name("[ADDR:PORT]")
                   ->expected(0, 1)
                   ->check(CLI::Validator(checkAddress, "", "address"));

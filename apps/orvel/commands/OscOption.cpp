@@ -78,6 +78,17 @@ std::string OscOption::address() const {
     return settings.address;
 }
 
+bool OscOption::check(bool open) const {
+    if (open || !given() || isThisMachine(Corvid::InetAddress::getByAddress(address()))) {
+        return true;
+    }
+    report(
+        "--osc " + text_ +
+        ": Open Sound Control has no keys, so whoever reaches this machine could "
+        "drive the scene; add --open if that is meant");
+    return false;
+}
+
 std::unique_ptr<Show::OscInput> OscOption::open(
     Orvel::World& world, std::shared_ptr<Corvid::Loop> loop,
     std::function<void(Orvel::CommandEvent&)> apply) const {

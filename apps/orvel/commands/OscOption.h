@@ -20,6 +20,9 @@ public:
 
     /// The address of the interface to listen on.
     [[nodiscard]] std::string address() const;
+    /// Whether it may be opened: for other machines only with --open, as it has no keys. Reports it
+    /// if not.
+    [[nodiscard]] bool check(bool open) const;
     /// Opens the input and prints its address. On failure reports it and returns null. `playback`
     /// and `apply` as in Show::OscInput::Settings.
     std::unique_ptr<Show::OscInput> open(

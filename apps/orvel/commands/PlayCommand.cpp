@@ -48,6 +48,15 @@ bool isLoading(const Orvel::World& world) {
     });
 }
 
+/// A parameter's value in quotes.
+std::string quoted(const std::string& text) {
+    std::string result = "\"";
+    for (const char c : text) {
+        result.append(c == '"' || c == '\\' ? "\\" : "") += c;
+    }
+    return result + '"';
+}
+
 } // namespace
 
 PlayCommand::PlayCommand(CLI::App& parent) {
@@ -82,6 +91,8 @@ PlayCommand::PlayCommand(CLI::App& parent) {
         "With the kind \"client\": while another player drives a server, wait for it to leave, "
         "then continue");
     network_.declareInterface(app());
+    network_.declareKey(app(), false);
+    network_.declareOpen(app(), "With --osc: take it from other machines too, unprotected");
     network_.declareLimits(app(), true);
     render_.declare(app());
     monitor_.declare(app());
@@ -129,6 +140,9 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
                 }
                 choice.params += " only=\"" + ids + "\"";
             }
+            if (!network_.key().empty()) {
+                choice.params = "key=" + quoted(network_.key()) + ' ' + choice.params;
+            }
             remote = true;
         }
     }
@@ -170,7 +184,10 @@ bool PlayCommand::addAll(
 
 int PlayCommand::run() {
     std::vector<BackendOption::Choice> choices;
-    if (!choose(choices)) {
+    if (!network_.checkKey()) {
+        return kFailure;
+    }
+    if (!osc_.check(network_.isOpen()) || !choose(choices)) {
         return kWrongUse;
     }
     if (armed_ && !osc_.given() && isatty(STDIN_FILENO) != 1) {

@@ -31,6 +31,7 @@ constexpr auto kLongestServing = 4ms; // before a recording or a signal is handl
 constexpr auto kChores = 20ms;        // interval of reports, status and monitors
 /// The number of emitters that will play at once is unknown.
 constexpr std::size_t kMaxEmitters = 4096;
+constexpr const char* kThisMachine = "127.0.0.1";
 
 std::string fixed(double value) {
     std::ostringstream text;
@@ -62,9 +63,11 @@ ServeCommand::ServeCommand(CLI::App& parent) {
         parent, "serve", "Run a sound server, which plays the scenes of clients on other machines");
     declareOptions("(default: \"voices\", this machine's sound device, unless --render is given)");
     app().footer(
-        "Clients find the server automatically: orvel play SCENE --backend client\nAnyone who can "
-        "reach the port can drive the server: there is no authentication, so keep it on a\ntrusted "
-        "network. It supports systemd's readiness notification (Type=notify) and watchdog.");
+        "Clients find the server automatically: orvel play SCENE --backend client\nWithout --key "
+        "and --open only this machine can reach it. With --key, clients need a key of the file:\n"
+        "orvel play SCENE --backend client --key FILE. With --open, anyone who can reach the port "
+        "can\ndrive the server. It supports systemd's readiness notification (Type=notify) and "
+        "watchdog.");
 }
 
 void ServeCommand::declareOptions(const std::string& playing) {
@@ -80,6 +83,10 @@ void ServeCommand::declareOptions(const std::string& playing) {
     declareSeconds("How long to serve, in seconds (default: until Ctrl-C, SIGTERM or SIGHUP)");
     network_.declare(app());
     network_.declareLimits(app(), false);
+    network_.declareKey(app(), true);
+    network_.declareOpen(
+        app(), "Let everybody in who can reach this machine, without a key and unprotected; with "
+               "--key only Open Sound Control");
     monitor_.declare(app());
     osc_.declare(app());
     wait_.declare(app());
@@ -119,6 +126,13 @@ int ServeCommand::run() {
         choices.push_back({"voices", ""});
     }
     setUsualVoices(choices, Show::voicesFor(kMaxEmitters));
+    if (!network_.checkKey()) {
+        return kFailure;
+    }
+    if (!osc_.check(network_.isOpen())) {
+        return kWrongUse;
+    }
+    const bool isLocal = network_.key().empty() && !network_.isOpen();
     if (!wait_.wait(
             {[this] {
                  return network_.chosenInterfaces().empty() ? std::string("a network interface")
@@ -151,15 +165,28 @@ int ServeCommand::run() {
         return kWrongUse;
     }
     const std::string text = capturePath_.empty() ? "" : sceneText(scenePath_);
+    if (isLocal && network_.excludesThisMachine()) {
+        report(
+            "--interface: without a key only this machine reaches the server; add --key FILE, or "
+            "--open for everybody");
+        return kWrongUse;
+    }
     network_.restrictInterfaces();
     Diagnostics diagnostics(verbose_, file);
-    Show::SoundServer server(bank, tcpPort_);
+    Show::SoundServer server(bank, tcpPort_, isLocal ? kThisMachine : "");
     diagnostics.report();
     if (server.multiServer().port() == 0) {
         report("cannot serve; see above");
         return kFailure;
     }
     network_.apply(server.multiServer().multicast());
+    if (isLocal) {
+        server.multiServer().multicast().setInterfaces(
+            {Corvid::InetAddress::getByAddress(kThisMachine)});
+    } else if (!network_.key().empty() && !server.setKeys(network_.key())) {
+        diagnostics.report();
+        return kFailure;
+    }
     network_.limit(server.multiServer());
     server.setId(id_.c_str());
     server.setKeepPlayer(keepPlayer_);
@@ -272,6 +299,15 @@ void ServeCommand::announce(const Show::SoundServer& server, DiscoveryWatch& dis
         "serving, id " + id + (id_.empty() || id_ == id ? "" : " (" + id_ + ")") +
         ", at TCP port " + std::to_string(server.multiServer().port()) + "; " +
         discovery.describe());
+    if (network_.key().empty() && !network_.isOpen()) {
+        report(
+            "only this machine reaches it; to let others in, give it --key FILE (\"orvel key new "
+            "FILE\" makes one), or --open for everybody");
+    } else {
+        report(
+            network_.key().empty() ? "everybody who reaches it can drive it (--open)"
+                                   : "only who has a key of " + network_.key() + " can connect");
+    }
 }
 
 bool ServeCommand::serve(

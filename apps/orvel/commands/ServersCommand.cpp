@@ -35,12 +35,16 @@ ServersCommand::ServersCommand(CLI::App& parent) {
     app().add_flag("--json", json_, "Print JSON instead of a table");
     network_.declare(app());
     network_.declareLimits(app(), true);
+    network_.declareKey(app(), false);
     app().footer("The exit code is 1 when no server answers.");
 }
 
 int ServersCommand::run() {
     using Clock = std::chrono::steady_clock;
     const double seconds = seconds_ > 0.0 ? seconds_ : kDefaultSeconds;
+    if (!network_.checkKey()) {
+        return kFailure;
+    }
     network_.restrictInterfaces();
     Corvid::MultiClient client(Orvel::CommandEvent::kProtocolVersion);
     client.setDiagnostic([this](Corvid::MultiCommunicator::Severity severity, const auto& text) {
@@ -51,6 +55,9 @@ int ServersCommand::run() {
     network_.apply(client.multicast());
     network_.limit(client);
     client.setConnecting(false);
+    if (!network_.key().empty()) {
+        client.setKeys(network_.key());
+    }
     client.setSearchInterval(std::min(seconds / kQueries, kLongestInterval));
     const StopSignals signals;
     client.open();
@@ -138,8 +145,11 @@ void ServersCommand::explainSilence(const Corvid::MultiClient& client) const {
     text += searched.empty() ? "\n  no interface: none of those to use is up" : "";
     text += "\nCheck that \"orvel serve\" is running, with the same --group and --port; that no "
             "firewall drops UDP port " +
-            port +
-            " on either machine; and that both are on one network, or else have a --ttl above 1. "
+            port + " on either machine; " +
+            (network_.key().empty() ? "that it was started with --open, or with a key that you "
+                                      "give here with --key FILE"
+                                    : "that its key file has the first key of " + network_.key()) +
+            "; and that both are on one network, or else have a --ttl above 1. "
             "Without multicast, use orvel play SCENE --backend client --server HOST:PORT, with the "
             "TCP port that the server prints when it starts.";
     report(text);

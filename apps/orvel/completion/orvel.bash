@@ -19,11 +19,11 @@ _orvel() {
     local command=${COMP_WORDS[1]}
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        _orvel_words "render play serve record servers plot check kinds doctor help --help --version"
+        _orvel_words "render play serve record servers plot check kinds doctor key help --help --version"
         return
     fi
     if [[ $command == help ]]; then
-        ((COMP_CWORD == 2)) && _orvel_words "render play serve record servers plot check kinds doctor"
+        ((COMP_CWORD == 2)) && _orvel_words "render play serve record servers plot check kinds doctor key"
         return
     fi
     case $prev in
@@ -43,6 +43,14 @@ _orvel() {
         ;;
     --server)
         COMPREPLY=($(compgen -A hostname -S : -- "$cur"))
+        return
+        ;;
+    --key | --output)
+        _orvel_files ""
+        return
+        ;;
+    --right)
+        _orvel_words "drive watch"
         return
         ;;
     --scene)
@@ -85,20 +93,21 @@ _orvel() {
         case $command in
         render) _orvel_words "--from --seconds --rate --backend --format --plot --all --json --fetch $common" ;;
         play)
-            _orvel_words "--backend --render --render-rate --render-raw --web --monitor --server --only --wait --interface --max-per-address \
+            _orvel_words "--backend --render --render-rate --render-raw --web --monitor --server --only --wait --interface --key --open --max-per-address \
                 --max-servers --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --armed --from --seconds --status --loop --fetch $common"
             ;;
         serve | record)
             local more=
             [[ $command == serve ]] || more=--max-size
             _orvel_words "$more --scene --backend --web --monitor --render --render-rate --render-raw --seconds --id --tcp-port \
-                --allow --keep-player --wait-for-device --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --max-per-address $search $common"
+                --allow --keep-player --key --open --wait-for-device --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --max-per-address $search $common"
             ;;
-        servers) _orvel_words "--seconds --json --max-per-address --max-servers $search $common" ;;
-        doctor) _orvel_words "--check-port --json $search $common" ;;
+        servers) _orvel_words "--key --seconds --json --max-per-address --max-servers $search $common" ;;
+        doctor) _orvel_words "--key --check-port --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check) _orvel_words "--strict $common" ;;
         kinds) _orvel_words "$common" ;;
+        key) _orvel_words "--right --output $common" ;;
         esac
         return
     fi
@@ -106,7 +115,7 @@ _orvel() {
     local i arguments=0
     for ((i = 2; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-        --backend | --server | --only | --interface | --format | --rate | --plot | --levels | --from | \
+        --backend | --server | --only | --interface | --key | --right | --output | --format | --rate | --plot | --levels | --from | \
             --seconds | --osc | --osc-scale | --osc-reply-port | --osc-query | --osc-feedback | --max-per-address | --max-servers)
             ((i++))
             ;;
@@ -123,6 +132,8 @@ _orvel() {
         ;;
     plot:0 | check:*) _orvel_files .json ;;
     record:0) _orvel_files .orvelrec ;;
+    key:0) _orvel_words "new grant revoke list" ;;
+    key:1) _orvel_files "" ;;
     render:1) _orvel_files .wav ;;
     plot:1) _orvel_files .svg ;;
     esac

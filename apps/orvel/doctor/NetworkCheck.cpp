@@ -228,6 +228,9 @@ CheckResults checkServers(const NetworkOptions& options) {
     client.setDiagnostic([](Corvid::MultiCommunicator::Severity, const std::string&) {});
     options.apply(client.multicast());
     client.setConnecting(false);
+    if (!options.key().empty()) {
+        client.setKeys(options.key());
+    }
     client.setSearchInterval(kSearchInterval);
     client.open();
     const auto end = Clock::now() + kSearch;
@@ -269,7 +272,9 @@ CheckResults checkServers(const NetworkOptions& options) {
             {"servers",
              Verdict::Ok,
              "none answers",
-             "if one should be running, run orvel servers to see possible reasons",
+             "if one should be running, run orvel servers to see possible reasons; servers with "
+             "keys "
+             "need --key FILE here",
              {}});
     }
     return results;

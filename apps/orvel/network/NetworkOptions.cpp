@@ -3,6 +3,7 @@
 #include "process/Output.h"
 
 #include <Corvid/InetAddress.h>
+#include <Corvid/Keys.h>
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
 #include <Orvel/ClientBackend.h>
@@ -10,6 +11,8 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cstdlib>
+#include <filesystem>
 #include <ifaddrs.h>
 #include <memory>
 #include <net/if.h>
@@ -129,6 +132,53 @@ void NetworkOptions::limitClients(const Orvel::World& world) const {
     }
 }
 
+void NetworkOptions::declareKey(CLI::App& app, bool server) {
+    keyOption_ =
+        app.add_option(
+               "--key", key_,
+               server ? "Let in only who has a key of this file, which \"orvel key\" makes "
+                        "(default: the file that ORVEL_KEY names; without one, this "
+                        "machine only)"
+                      : "Use only servers that have the first key of this file, over "
+                        "sealed connections (default: the file that ORVEL_KEY names; "
+                        "without one, only servers without keys)")
+            ->type_name("FILE");
+}
+
+void NetworkOptions::declareOpen(CLI::App& app, const std::string& description) {
+    app.add_flag("--open", open_, description);
+}
+
+bool NetworkOptions::excludesThisMachine() const {
+    const auto chosen = chosenInterfaces();
+    return interfacesGiven() && std::none_of(chosen.begin(), chosen.end(), [](const auto& one) {
+               return isThisMachine(one.first);
+           });
+}
+
+bool NetworkOptions::checkKey() {
+    const char* usual = std::getenv("ORVEL_KEY");
+    if (keyOption_->count() == 0 && !open_ && usual != nullptr) {
+        key_ = usual;
+    }
+    std::error_code error;
+    if (keyOption_->count() == 0 && std::filesystem::file_size(key_, error) == 0 && !error) {
+        key_.clear(); // a service without a key
+    }
+    if (key_.empty()) {
+        return true;
+    }
+    Corvid::Keys keys;
+    std::string problem = keys.load(key_);
+    if (problem.empty() && keys.all().empty()) {
+        problem = key_ + ": it has no keys; add one: orvel key grant " + key_ + " NAME";
+    }
+    if (!problem.empty()) {
+        report(problem);
+    }
+    return problem.empty();
+}
+
 CLI::Validator NetworkOptions::portValidator() {
     return {checkPort, "", "port"};
 }
@@ -183,6 +233,11 @@ void NetworkOptions::apply(Corvid::Multicast& multicast) const {
     }
     multicast.setPort(static_cast<std::uint16_t>(port_));
     multicast.setTtl(ttl_);
+}
+
+bool isThisMachine(const Corvid::InetAddress& address) {
+    constexpr std::uint32_t kLoopback = 127;
+    return address.isValid() && address.bits() >> 24U == kLoopback;
 }
 
 std::string checkHostAndPort(const std::string& text) {

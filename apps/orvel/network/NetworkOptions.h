@@ -32,6 +32,20 @@ public:
     /// Declares only --interface.
     void declareInterface(CLI::App& app);
 
+    /// Declares --key.
+    void declareKey(CLI::App& app, bool server);
+    /// Declares --open.
+    void declareOpen(CLI::App& app, const std::string& description);
+    /// Takes the default of --key, and reports a key file that cannot be used. Call it before the
+    /// functions below; false: give up.
+    [[nodiscard]] bool checkKey();
+    /// The key file; empty without one.
+    [[nodiscard]] const std::string& key() const noexcept { return key_; }
+    /// Whether everybody may reach what has no keys.
+    [[nodiscard]] bool isOpen() const noexcept { return open_; }
+    /// Whether the options of interfaces leave out this machine itself.
+    [[nodiscard]] bool excludesThisMachine() const;
+
     /// Validates a port number, 1 to 65535.
     static CLI::Validator portValidator();
 
@@ -53,6 +67,9 @@ public:
 private:
     std::string group_;
     unsigned port_ = Corvid::Multicast::kDefaultPort;
+    std::string key_;
+    bool open_ = false;
+    CLI::Option* keyOption_ = nullptr; // owned by the command
     int ttl_ = Corvid::Multicast::kDefaultTtl;
     std::vector<std::string> interfaces_;
     std::size_t maxPerAddress_ = 16;
@@ -61,6 +78,9 @@ private:
 
 /// The client back ends of a world.
 std::vector<Orvel::ClientBackend*> clientsOf(const Orvel::World& world);
+
+/// Whether only programs on this machine reach that address.
+bool isThisMachine(const Corvid::InetAddress& address);
 
 /// Validates "HOST:PORT" as an option's value. Returns an error message, or an empty text.
 std::string checkHostAndPort(const std::string& text);
