@@ -2,8 +2,12 @@
 // and the receivers' processor time, against plain structs over raw TCP and over ZeroMQ.
 #include "Net.h"
 
+#include <Corvid/Keys.h>
+
+#include <cstdio>
 #include <deque>
 #include <functional>
+#include <unistd.h>
 #ifdef ORVEL_HAS_ZMQ
 #include <zmq.h>
 #endif
@@ -72,9 +76,14 @@ private:
 /// Polled servers, each on its thread.
 class Library : public Way {
 public:
-    explicit Library(int receivers) : servers_(static_cast<std::size_t>(receivers)) {
-        host_ = std::make_unique<OrvelBench::HostScene<>>(kEmitters);
+    /// `keys`: a key file, or empty.
+    explicit Library(int receivers, const std::string& keys = "")
+        : servers_(static_cast<std::size_t>(receivers)) {
+        host_ = std::make_unique<OrvelBench::HostScene<>>(kEmitters, keys);
         for (OrvelBench::CountingServer& server : servers_) {
+            if (!keys.empty() && !server.setKeys(keys)) {
+                OrvelBench::fail("the key file cannot be used");
+            }
             startReceiver([this, &server] {
                 while (!stopping_) {
                     server.multiServer().waitForCommunicators(std::chrono::milliseconds(50));
@@ -204,6 +213,23 @@ private:
 };
 #endif
 
+/// A key file of this process, removed at its end.
+class KeyFile {
+public:
+    KeyFile() {
+        Corvid::Keys keys;
+        if (!keys.grant("bench", Corvid::Keys::Right::Drive).empty() ||
+            !keys.save(path, true).empty()) {
+            OrvelBench::fail("no key file can be made in /tmp");
+        }
+    }
+    KeyFile(const KeyFile&) = delete;
+    KeyFile& operator=(const KeyFile&) = delete;
+    ~KeyFile() { std::remove(path.c_str()); }
+
+    const std::string path = "/tmp/orvel-bench-" + std::to_string(::getpid()) + ".keys";
+};
+
 struct Comparisons {
     OrvelBench::Comparison time;
     OrvelBench::Comparison processor;
@@ -257,6 +283,14 @@ int main(int argc, char** argv) {
 #else
         std::fprintf(stderr, "note: built without libzmq3-dev, so there is no row about ZeroMQ\n");
 #endif
+    }
+    {
+        const KeyFile keys;
+        Library sealed(1, keys.path);
+        Library open(1);
+        report.row(
+            "sealed against open: time", compare(report, sealed, open, kEvents).time,
+            OrvelBench::kNanoseconds, {Aim::Of::Difference, 30e-9});
     }
     Library library(32);
     RawTcp raw(32);

@@ -53,8 +53,10 @@ private:
 /// A world with a client back end, and with emitters that move.
 template <class BasicWorld = Orvel::World>
 struct HostScene {
-    explicit HostScene(int emitterCount) {
-        const std::string params = "port=" + std::to_string(groupPort());
+    /// `keys`: a key file, or empty.
+    explicit HostScene(int emitterCount, const std::string& keys = "") {
+        const std::string params =
+            "port=" + std::to_string(groupPort()) + (keys.empty() ? "" : " key='" + keys + "'");
         client = dynamic_cast<Orvel::ClientBackend*>(world.addBackend("client", params.c_str()));
         if (client == nullptr) {
             fail("there is no back end \"client\"");

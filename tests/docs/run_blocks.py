@@ -56,8 +56,8 @@ def of_the_tool(words):
             words += ["--seconds", "0.2"]
     if words[1] == "record":
         (work / words[2]).unlink(missing_ok=True)  # created by another page; existing files are not replaced
-    if words[1:3] == ["key", "new"]:
-        (work / words[3]).unlink(missing_ok=True)
+    if words[1:3] == ["key", "new"] and (work / words[3]).exists():
+        return ""  # on another page
     text = None
     if "|" in words:  # into a player
         del words[words.index("|"):]
