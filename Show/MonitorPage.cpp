@@ -32,21 +32,8 @@ MonitorPage::MonitorPage(Orvel::World& world) : MonitorPage(world, Settings()) {
 
 MonitorPage::MonitorPage(Orvel::World& world, const Settings& settings)
     : state_(new State{world, settings.address, nullptr}) {
-    std::string params = "address='" + settings.address + "'";
-    if (settings.port) {
-        params += " port=" + std::to_string(*settings.port);
-    }
-    std::string names;
-    for (const std::string& name : settings.hostNames) {
-        names += (names.empty() ? "" : ",") + name;
-    }
-    if (!names.empty()) {
-        params += " names='" + names + "'";
-    }
-    if ((settings.address + names).find('\'') != std::string::npos) {
-        return; // neither an address nor a name, and it would end the parameter
-    }
-    state_->backend = dynamic_cast<MonitorBackend*>(world.addBackend("monitor", params.c_str()));
+    state_->backend =
+        MonitorBackend::add(world, settings.address, settings.port, settings.hostNames);
 }
 
 MonitorPage::~MonitorPage() {

@@ -111,6 +111,10 @@ const Cue* Playback::nextCue() const {
     return isGood() ? state_->transport->next() : nullptr;
 }
 
+Overrides* Playback::overrides() const noexcept {
+    return isGood() ? state_->transport->overrides() : nullptr;
+}
+
 double Playback::end() const {
     return isGood() ? state_->transport->end() : 0.0;
 }

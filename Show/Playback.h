@@ -14,6 +14,7 @@
 
 namespace Show {
 
+class Overrides;
 class Transport;
 
 /// "waiting", "playing", "paused" or "over".
@@ -110,6 +111,8 @@ public:
 
     /// For the other classes of this library; null if it is not good.
     [[nodiscard]] const std::shared_ptr<Transport>& transport() const noexcept;
+    /// For the other classes of this library; null if nothing can be changed.
+    [[nodiscard]] Overrides* overrides() const noexcept;
 
 private:
     struct State;

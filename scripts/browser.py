@@ -113,6 +113,8 @@ class Browser:
             self.errors.append(details["entry"])
 
     def open(self, url):
+        if "#" in url:  # else a page that differs only in the fragment is not loaded
+            self.open("about:blank")
         before = self._loaded
         self.call("Page.navigate", url=url)
         self._read_until(lambda: self._loaded > before, url)

@@ -66,7 +66,7 @@ def program(name, package, folder):
 
 
 class Server:
-    """A sound server with a monitor and the back end "web", and a player that drives it."""
+    """A sound server with a monitor and the back end "web", and a player with a desk that drives it."""
 
     def __init__(self, tool):
         self.processes = []
@@ -79,7 +79,10 @@ class Server:
                          ["the monitor is at", "Web server", "TCP port"])
         self.monitor = re.search(r"monitor is at (\S+)/", log).group(1)
         self.web = "http://127.0.0.1:" + re.search(r"open ok: http://.*:(\d+)", log).group(1)
-        self.start([tool, "play", SCENE, "--loop", "--backend", "client:port=" + port, *here], [])
+        log = self.start([tool, "play", SCENE, "--loop", "--backend", "client:port=" + port,
+                          "--desk", "0", *here], ["the desk is at"])
+        self.desk = re.search(r"desk is at (\S+)#", log).group(1)
+        self.token = re.search(r"#(token=\S+)", log).group(1)
 
     def start(self, command, expected):
         process = subprocess.Popen(command, stderr=subprocess.PIPE, text=True)
@@ -116,6 +119,7 @@ def axe(tool, folder):
         browser = Browser()
         try:
             for url, allowed in [(server.monitor + "/", set()), (server.monitor + "/none", set()),
+                                 (server.desk, set()), (server.desk + "#" + server.token, set()),
                                  (server.web + "/index.html", FIXED_PAGE),
                                  (server.web + "/log.html", set()), (server.web + "/Backends", set())]:
                 for size in (WIDE, PHONE):
@@ -123,8 +127,10 @@ def axe(tool, folder):
                         browser.resize(*size)
                         browser.set_dark(dark)
                         browser.open(url)
-                        if url == server.monitor + "/":
+                        if url == server.monitor + "/" or url.startswith(server.desk):
                             wait_for_rows(browser)
+                        if url.startswith(server.desk):
+                            set_by_hand(browser, "#" in url)
                         browser.value(source + "; 0")
                         result = browser.value("axe.run()")
                         if not result["passes"]:
@@ -146,7 +152,21 @@ def wait_for_rows(browser):
         if time.monotonic() > deadline:
             raise RuntimeError("the monitor shows no emitter or no connection")
         time.sleep(0.1)
-    browser.value("choose(Number(document.querySelector('#emitters tbody tr').dataset.id))")
+    browser.value("choose(Number(document.querySelector('#emitters tbody tr').dataset.id))", "selection")
+
+
+def set_by_hand(browser, allowed):
+    """Waits for the controls; with the token, mutes the chosen emitter and has a request refused."""
+    deadline = time.monotonic() + DEADLINE
+    wanted = "document.querySelector('.message').textContent !== ''"
+    while not browser.value(wanted):
+        if allowed:
+            browser.value("mayChange() && (change(chosen(), { mute: true }), request({ save: '.json' }))"
+                          .replace("chosen()", "Number(document.querySelector('.controls select').value)"),
+                          "deskLink")
+        if time.monotonic() > deadline:
+            raise RuntimeError("the desk shows no message")
+        time.sleep(0.1)
 
 
 def promtool(tool, folder):

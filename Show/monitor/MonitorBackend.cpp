@@ -14,8 +14,8 @@
 #include <Orvel/Diagnostic.h>
 #include <Orvel/World.h>
 
+#include <algorithm>
 #include <array>
-#include <functional>
 #include <random>
 #include <string_view>
 #include <utility>
@@ -34,9 +34,7 @@ constexpr const char* kPolicy =
 /// A page of one content type that a function fills in, never cached by browsers.
 class Page : public Corvid::WebPage {
 public:
-    using Fill = std::function<void(ProtocolHTTP::Reply&)>;
-
-    Page(std::string contentType, Fill fill)
+    Page(std::string contentType, MonitorBackend::Fill fill)
         : contentType_(std::move(contentType)), fill_(std::move(fill)) {}
 
     bool create(
@@ -52,7 +50,7 @@ public:
 
 private:
     std::string contentType_;
-    Fill fill_;
+    MonitorBackend::Fill fill_;
 };
 
 constexpr std::uint32_t kLoopbackNetwork = 127;
@@ -117,29 +115,58 @@ MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
     open(read.text("address"), static_cast<std::uint16_t>(read.number("port")), read.isSet("port"));
 }
 
-void MonitorBackend::addPages() {
-    const auto add = [this](const std::string& path, const char* type, Page::Fill fill) {
-        server_->addPage(path, Page(type, std::move(fill)));
-    };
-    const auto file = [&add](const std::string& path, const char* type, std::string_view content) {
-        add(path, type, [content](auto& reply) { reply.setBody(std::string(content)); });
-    };
-    for (const auto& [name, content] : kPageFiles) {
-        if (name.ends_with(".html")) {
-            file("/", "text/html; charset=utf-8", content);
-        } else {
-            const bool isStyle = name.ends_with(".css");
-            file(
-                "/" + std::string(name),
-                isStyle ? "text/css; charset=utf-8" : "text/javascript; charset=utf-8", content);
-        }
+MonitorBackend* MonitorBackend::add(
+    Orvel::World& world, const std::string& address, std::optional<std::uint16_t> port,
+    const std::vector<std::string>& hostNames) {
+    std::string params = "address='" + address + "'";
+    if (port) {
+        params += " port=" + std::to_string(*port);
     }
-    file("/favicon.ico", "image/vnd.microsoft.icon", Corvid::WebServer::icon());
+    std::string names;
+    for (const std::string& name : hostNames) {
+        names += (names.empty() ? "" : ",") + name;
+    }
+    if (!names.empty()) {
+        params += " names='" + names + "'";
+    }
+    if ((address + names).find('\'') != std::string::npos) {
+        return nullptr; // neither an address nor a name, and it would end the parameter
+    }
+    return dynamic_cast<MonitorBackend*>(world.addBackend("monitor", params.c_str()));
+}
+
+void MonitorBackend::add(const std::string& path, const char* type, Fill fill) {
+    server_->addPage(path, Page(type, std::move(fill)));
+}
+
+void MonitorBackend::addFile(const std::string& path, std::string content) {
+    const bool isStyle = path.ends_with(".css");
+    const char* type = path == "/" ? "text/html; charset=utf-8"
+                       : isStyle   ? "text/css; charset=utf-8"
+                                   : "text/javascript; charset=utf-8";
+    add(path, type, [content = std::move(content)](auto& reply) { reply.setBody(content); });
+}
+
+void MonitorBackend::addPages() {
+    for (const auto& [name, content] : kPageFiles) {
+        addFile(name.ends_with(".html") ? "/" : "/" + std::string(name), std::string(content));
+    }
+    add("/favicon.ico", "image/vnd.microsoft.icon",
+        [](auto& reply) { reply.setBody(std::string(Corvid::WebServer::icon())); });
     add("/api/scene", "application/json", [this](auto& reply) { reply.setBody(SceneJson(*this)); });
     add("/api/status", "application/json",
         [this](auto& reply) { reply.setBody(StatusJson(*this, readNetwork(world()))); });
     add("/metrics", "text/plain; version=0.0.4; charset=utf-8",
         [this](auto& reply) { reply.setBody(metricsText(*this)); });
+}
+
+void MonitorBackend::showDesk() {
+    const auto html = std::ranges::find_if(
+        kPageFiles, [](const PageFile& file) { return file.name.ends_with(".html"); });
+    constexpr std::string_view kScript = "\"monitor.js\"";
+    std::string page(html->content);
+    page.replace(page.find(kScript), kScript.size(), "\"desk.js\"");
+    addFile("/", std::move(page));
 }
 
 void MonitorBackend::open(const std::string& address, std::uint16_t port, bool exactly) {

@@ -12,9 +12,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace Show {
 
@@ -32,10 +35,20 @@ namespace Show {
 class MonitorBackend : public PlayClock, public SoundNames {
 public:
     static constexpr const char* kDefaultPort = "33790";
+    /// Fills in the answer of a page.
+    using Fill = std::function<void(Corvid::ProtocolHTTP::Reply&)>;
 
     MonitorBackend(Orvel::World& world, const char* params);
+    /// Adds one to a world; null if an address or name has an apostrophe.
+    static MonitorBackend*
+    add(Orvel::World& world, const std::string& address, std::optional<std::uint16_t> port,
+        const std::vector<std::string>& hostNames);
 
     [[nodiscard]] bool isOpen() const { return server_->isOpen(); }
+    /// Lets its page be that of a desk.
+    void showDesk();
+    /// For pages of other classes.
+    [[nodiscard]] Corvid::PolledWebServer& server() const { return *server_; }
     /// Where a browser finds it, such as "http://127.0.0.1:33790/"; empty when it is not open.
     [[nodiscard]] std::string url() const;
 
@@ -82,6 +95,8 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    void add(const std::string& path, const char* type, Fill fill);
+    void addFile(const std::string& path, std::string content);
     void addPages();
     /// Advances the clock to now.
     void pass();

@@ -6,6 +6,8 @@
 
 namespace Show {
 
+class Overrides;
+
 /// Moves a world through time. It has no clock: the caller gives the time, so the same player
 /// serves real time and faster. Confined to the world's thread.
 class Player {
@@ -35,6 +37,9 @@ public:
 
     /// The pitches that are changing, by source id.
     [[nodiscard]] virtual std::map<int, Ramp<float>> pitchRamps() const { return {}; }
+
+    /// The values set by hand, in place of those of its timeline; null if it does not support them.
+    [[nodiscard]] virtual Overrides* overrides() { return nullptr; }
 
     /// The end in seconds; call it after start().
     [[nodiscard]] virtual double end() const = 0;

@@ -70,7 +70,7 @@ ScenePlayer::ScenePlayer(
 
 ScenePlayer::ScenePlayer(
     const Scene& scene, const SoundBank& sounds, Orvel::World& world, GiveSound give)
-    : scene_(scene), sounds_(sounds), world_(world),
+    : scene_(scene), sounds_(sounds), world_(world), overrides_(world),
       give_([this, give = std::move(give)](Orvel::Source& source, const Sound& sound) {
           given_[source.id()] = sound;
           give(source, sound);
@@ -89,6 +89,7 @@ ScenePlayer::ScenePlayer(
 }
 
 void ScenePlayer::clear() {
+    overrides_.forgetEmitters();
     while (!world_.emitters().empty()) {
         delete world_.emitters().begin()->second;
     }
@@ -117,7 +118,7 @@ void ScenePlayer::prepare() {
     if (!world_.enabled()) {
         world_.setEnabled(true);
     }
-    moveListener(world_, scene_.listenerPosition, scene_.listenerRotation);
+    overrides_.moveListener(scene_.listenerPosition, scene_.listenerRotation);
     for (const SourceSpec& source : scene_.sources) {
         if (Orvel::Source* kept = world_.getSource(source.id)) {
             kept->setParam(source.loop, source.pitch);
@@ -213,11 +214,12 @@ void ScenePlayer::createEmitter(const EmitterSpec& spec) {
         return;
     }
     // All values are sent, because a back end's defaults may differ from the library's.
-    emitter->setParam(spec.spatial, spec.value, spec.gain);
-    if (spec.position == emitter->position() && spec.rotation == emitter->rotation()) {
+    overrides_.setParam(*emitter, spec.spatial, spec.value, spec.gain);
+    const Orvel::Vec3f position = emitter->position();
+    const Orvel::Quaternion rotation = emitter->rotation();
+    overrides_.setTransform(*emitter, spec.position, spec.rotation);
+    if (position == emitter->position() && rotation == emitter->rotation()) {
         world_.setEmitterTransform(*emitter);
-    } else {
-        emitter->setTransform(&spec.position, &spec.rotation);
     }
     emitter->setHull(spec.hull);
     if (spec.source) {
@@ -270,11 +272,11 @@ void ScenePlayer::applyToWorld(const Change& change) {
 }
 
 void ScenePlayer::applyToListener(const Change& change) {
-    Orvel::Vec3f position = world_.listenerPosition();
-    Orvel::Quaternion rotation = world_.listenerRotation();
+    Orvel::Vec3f position = overrides_.listenerPosition();
+    Orvel::Quaternion rotation = overrides_.listenerRotation();
     const bool moved = startChange(change.position, change, listener_.position, position);
     if (startChange(change.rotation, change, listener_.rotation, rotation) || moved) {
-        moveListener(world_, position, rotation);
+        overrides_.moveListener(position, rotation);
     }
 }
 
@@ -314,22 +316,22 @@ void ScenePlayer::applyToEmitter(const Change& change, Orvel::Emitter& emitter) 
         return;
     }
     EmitterRamps& ramps = emitters_[emitter.id()];
-    float gain = emitter.gain();
+    float gain = overrides_.gain(emitter);
     float value = emitter.paramValue();
     bool changed = startChange(change.gain, change, ramps.gain, gain);
     changed = startChange(change.value, change, ramps.value, value) || changed;
     const bool replaced = change.spatial && *change.spatial != emitter.paramFlag();
     if (changed || replaced) {
-        emitter.setParam(change.spatial.value_or(emitter.paramFlag()), value, gain);
+        overrides_.setParam(emitter, change.spatial.value_or(emitter.paramFlag()), value, gain);
     }
     if (replaced) {
         placeAnew(world_, emitter);
     }
-    Orvel::Vec3f position = emitter.position();
-    Orvel::Quaternion rotation = emitter.rotation();
+    Orvel::Vec3f position = overrides_.position(emitter);
+    Orvel::Quaternion rotation = overrides_.rotation(emitter);
     changed = startChange(change.position, change, ramps.position, position);
     if (startChange(change.rotation, change, ramps.rotation, rotation) || changed) {
-        emitter.setTransform(&position, &rotation);
+        overrides_.setTransform(emitter, position, rotation);
     }
     Orvel::Hull hull = emitter.hull();
     changed = false;
@@ -350,11 +352,11 @@ void ScenePlayer::applyToEmitter(const Change& change, Orvel::Emitter& emitter) 
 }
 
 void ScenePlayer::move(double seconds) {
-    Orvel::Vec3f position = world_.listenerPosition();
-    Orvel::Quaternion rotation = world_.listenerRotation();
+    Orvel::Vec3f position = overrides_.listenerPosition();
+    Orvel::Quaternion rotation = overrides_.listenerRotation();
     const bool moved = follow(listener_.position, seconds, position);
     if (follow(listener_.rotation, seconds, rotation) || moved) {
-        moveListener(world_, position, rotation);
+        overrides_.moveListener(position, rotation);
     }
     for (auto entry = pitches_.begin(); entry != pitches_.end();) {
         if (Orvel::Source* source = world_.getSource(entry->first)) {
@@ -374,11 +376,11 @@ void ScenePlayer::move(double seconds) {
 }
 
 void ScenePlayer::move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seconds) {
-    Orvel::Vec3f position = emitter.position();
-    Orvel::Quaternion rotation = emitter.rotation();
+    Orvel::Vec3f position = overrides_.position(emitter);
+    Orvel::Quaternion rotation = overrides_.rotation(emitter);
     bool changed = follow(ramps.position, seconds, position);
     if (follow(ramps.rotation, seconds, rotation) || changed) {
-        emitter.setTransform(&position, &rotation);
+        overrides_.setTransform(emitter, position, rotation);
     }
     Orvel::Hull hull = emitter.hull();
     changed = false;
@@ -389,11 +391,11 @@ void ScenePlayer::move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seco
     if (changed) {
         emitter.setHull(hull);
     }
-    float gain = emitter.gain();
+    float gain = overrides_.gain(emitter);
     float value = emitter.paramValue();
     changed = follow(ramps.gain, seconds, gain);
     if (follow(ramps.value, seconds, value) || changed) {
-        emitter.setParam(emitter.paramFlag(), value, gain);
+        overrides_.setParam(emitter, emitter.paramFlag(), value, gain);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/player/Overrides.h>
 #include <Show/player/Player.h>
 #include <Show/scene/Ramp.h>
 #include <Show/scene/Scene.h>
@@ -49,6 +50,7 @@ public:
     [[nodiscard]] double end() const override;
 
     [[nodiscard]] std::map<int, Ramp<float>> pitchRamps() const override { return pitches_; }
+    [[nodiscard]] Overrides* overrides() override { return &overrides_; }
 
 private:
     template <class Value>
@@ -77,11 +79,12 @@ private:
     void applyToSource(const Change& change, Orvel::Source& source);
     void applyToEmitter(const Change& change, Orvel::Emitter& emitter);
     void move(double seconds);
-    static void move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seconds);
+    void move(Orvel::Emitter& emitter, EmitterRamps& ramps, double seconds);
 
     const Scene& scene_;
     const SoundBank& sounds_;
     Orvel::World& world_;
+    Overrides overrides_;
     GiveSound give_;
     std::map<int, Sound> given_; // by id of the source
     std::size_t next_ = 0;       // in the timeline

@@ -49,6 +49,8 @@ public:
 
     [[nodiscard]] double position() const { return position_; }
     [[nodiscard]] double end() const { return player_->end(); }
+    /// The values set by hand; null if the player does not support them.
+    [[nodiscard]] Overrides* overrides() const { return player_->overrides(); }
     [[nodiscard]] PlayState state() const;
     /// The present cue, or the next one; null if there is none.
     [[nodiscard]] const Cue* current() const;

@@ -1,17 +1,14 @@
 """The monitor in a headless Chromium, and its addresses: monitor_test.py TOOL [unittest arguments]."""
 
 import json
-import pathlib
 import re
 import signal
 import sys
 import unittest
-import urllib.error
-import urllib.request
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
-from browser import Browser, find_chromium
-from tool_case import DEADLINE, ToolCase, free_port
+from page_case import PageCase
+from browser import find_chromium
+from tool_case import free_port
 
 SCENE = {
     "orvel": 1,
@@ -26,59 +23,7 @@ SCENE = {
 }
 
 
-class Monitor(ToolCase):
-    def setUp(self):
-        super().setUp()
-        self.browser = Browser()
-        self.addCleanup(self.browser.close)
-        self.runs = 0
-
-    def watch(self, *arguments):
-        """Starts the tool with a monitor; returns the process and the monitor's address."""
-        self.runs += 1
-        log = f"{self.runs}.log"
-        process = self.background(log, *arguments)
-        self.wait_for_text(log, "the monitor is at ")
-        return process, re.search("monitor is at (.*)", self.read(log)).group(1)
-
-    def play(self, scene, monitor="127.0.0.1:0"):
-        return self.watch("play", self.scene(scene), "--backend", "silent", "--monitor", monitor)
-
-    def wait_for_value(self, expression, wanted=True):
-        self.wait_for(lambda: self.browser.value(expression) == wanted,
-                      f"{expression} == {wanted!r}; errors: {self.browser.errors}")
-
-    def text(self, selector):
-        return self.browser.value(f"document.querySelector('{selector}').innerText")
-
-    def of_the_map(self, expression):
-        return self.browser.value(
-            "(() => { const map = document.getElementById('map'), { x, z, scale } = map.dataset, box ="
-            " map.getBoundingClientRect(), spot = new OffscreenCanvas(1, 1).getContext('2d');"
-            f" return {expression}; }})()")
-
-    def place(self, x, z):
-        """Converts a place in the scene to window coordinates."""
-        return self.of_the_map(f"[box.x + box.width / 2 + ({x} - x) * scale,"
-                               f" box.y + box.height / 2 + ({z} - z) * scale]")
-
-    def colour(self, x, y):
-        return self.of_the_map(f"spot.drawImage(map, box.x - {x}, box.y - {y}),"
-                               " [...spot.getImageData(0, 0, 1, 1).data]")
-
-    def address(self, url, **headers):
-        """The status, headers and text of an address's answer."""
-        try:
-            answer = urllib.request.urlopen(urllib.request.Request(url, headers=headers), timeout=DEADLINE)
-        except urllib.error.HTTPError as error:
-            answer = error
-        with answer:
-            return answer.status, answer.headers, answer.read().decode()
-
-    def wait_until_live(self, emitters):
-        self.wait_for_value("document.getElementById('link').textContent", "live")
-        self.wait_for_value("document.querySelectorAll('#emitters tbody tr').length", emitters)
-
+class Monitor(PageCase):
     def test_a_scene_is_shown_and_followed(self):
         _, url = self.play(SCENE)
         self.browser.open(url)

@@ -3,13 +3,14 @@ import { colourOf, colours, niceStep, prepare } from './canvas.js';
 import { byId } from './dom.js';
 import { nameOf } from './parts.js';
 import {
-  heading, heardReach, hearing, isSpatial, kPathSeconds, kScenePeriod, tracks,
+  heading, heardReach, hearing, held, isSpatial, kPathSeconds, kScenePeriod, tracks,
 } from './scene.js';
 import { chosen, onChoice } from './selection.js';
 import { number } from './texts.js';
 import { fit, map, toX, toY, view } from './view.js';
 
 const kMaxNames = 150; // names on the map
+const kMaxPaths = 100; // parts in view whose paths are drawn; each has up to a hundred lines
 
 function drawGrid(context, width, height) {
   const step = niceStep(width / view.scale, width < 500 ? 5 : 10);
@@ -204,6 +205,7 @@ function drawMap(now) {
   }
   if (byId('paths').checked) {
     for (const [id, track] of shown) {
+      if (shown.length > kMaxPaths && id !== chosen) continue;
       drawPath(context, track, id === 0 ? colours.faint : colourOf(id), now);
     }
   }
@@ -211,6 +213,16 @@ function drawMap(now) {
     if (id === 0) drawListener(context, track);
     else drawEmitter(context, track, colourOf(id), shown.length > 200 ? 0.6 : 1);
   }
+  context.strokeStyle = colours.ink;
+  context.lineWidth = 1.5;
+  context.setLineDash([3, 3]);
+  for (const [id, { x, z }] of held.size > 0 ? shown : []) {
+    if (!held.has(id)) continue;
+    context.beginPath();
+    context.arc(toX(x), toY(z), 13, 0, 2 * Math.PI);
+    context.stroke();
+  }
+  context.setLineDash([]);
   const track = tracks.get(chosen);
   if (track) {
     context.strokeStyle = colours.accent;

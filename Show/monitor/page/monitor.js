@@ -83,7 +83,7 @@ async function run() {
       continue;
     }
     lastAnswer = performance.now();
-    if (takeScene(nextScene)) view.fitted = false;
+    if (takeScene(nextScene, begin)) view.fitted = false;
     showScene();
     if (newStatus) {
       nextStatus = begin + kStatusPeriod;

@@ -10,10 +10,10 @@ function moveView(change) {
   draw();
 }
 
-/// The emitter or the listener at a place on the map; null if there is none.
-function pick(x, y, reach) {
+/// The emitter or the listener at a pointer; null if there is none.
+function pickAt({ offsetX: x, offsetY: y, pointerType }) {
   let best = null;
-  let nearest = reach;
+  let nearest = pointerType === 'touch' ? 26 : 16;
   for (const [id, track] of tracks) {
     const distance = Math.hypot(toX(track.x) - x, toY(track.z) - y);
     if (distance < nearest) {
@@ -24,12 +24,26 @@ function pick(x, y, reach) {
   return best;
 }
 
+/// Called with the id of a part under a pressed pointer. May return an object whose move(dx, dy, time)
+/// then gets the way of the pointer in place of the view.
+let grab = () => null;
+export const setGrab = (next) => { grab = next; };
+
+let grabbed = null;
+let way = { x: 0, y: 0 }; // of the pointer since it was pressed
 const pointers = new Map(); // pressed ones, by id
 let travelled = 0; // pixels since the first was pressed
 
 map.addEventListener('pointerdown', (event) => {
   map.setPointerCapture(event.pointerId);
-  if (pointers.size === 0) travelled = 0;
+  if (pointers.size === 0) {
+    const id = pickAt(event);
+    travelled = 0;
+    way = { x: 0, y: 0 };
+    grabbed = id === null || event.button !== 0 ? null : grab(id);
+  } else {
+    grabbed = null;
+  }
   pointers.set(event.pointerId, { x: event.offsetX, y: event.offsetY });
 });
 map.addEventListener('pointermove', (event) => {
@@ -40,7 +54,10 @@ map.addEventListener('pointermove', (event) => {
   const dy = next.y - pointer.y;
   travelled += Math.hypot(dx, dy);
   if (pointers.size === 1) {
-    if (travelled > 4) moveView(() => pan(dx, dy));
+    way.x += dx;
+    way.y += dy;
+    if (travelled > 4 && grabbed) grabbed.move(way.x, way.y, event.timeStamp);
+    else if (travelled > 4) moveView(() => pan(dx, dy));
   } else {
     travelled = Infinity; // a pinch is not a click
     const other = [...pointers].find(([id]) => id !== event.pointerId)[1];
@@ -58,7 +75,7 @@ map.addEventListener('pointermove', (event) => {
 function release(event) {
   if (!pointers.delete(event.pointerId)) return;
   if (event.type === 'pointerup' && pointers.size === 0 && travelled <= 4) {
-    choose(pick(event.offsetX, event.offsetY, event.pointerType === 'touch' ? 26 : 16));
+    choose(pickAt(event));
   }
 }
 map.addEventListener('pointerup', release);

@@ -6,6 +6,9 @@ export const kPathSeconds = 10;
 export let scene = null; // the latest one
 export let sources = new Map(); // of that scene, by id
 export const tracks = new Map(); // the drawn state of the emitters, by id; the listener's id is 0
+/// Positions that this page is setting, by id: `position`, and `sent`, the time of the answer.
+export const pinned = new Map();
+export const held = new Set(); // ids of the parts whose place is set by hand
 let instance = ''; // of the server whose tracks are stored
 
 /// The sign of an emitter: whether it is heard, and the reason if not.
@@ -50,7 +53,7 @@ function follow(id, part, now) {
     tracks.delete(id);
     return;
   }
-  const [x, , z] = part.position;
+  const [x, , z] = pinned.has(id) ? pinned.get(id).position : part.position;
   let track = tracks.get(id);
   if (!track) {
     track = { x, z, path: [] };
@@ -68,8 +71,9 @@ function follow(id, part, now) {
   while (track.path.length > 1 && track.path[1].at < now - kPathSeconds * 1000) track.path.shift();
 }
 
-/// Takes the next scene. Returns whether another server has sent it than the one before.
-export function takeScene(next) {
+/// Takes the next scene, which was asked for at that time. Returns whether another server has sent
+/// it than the one before.
+export function takeScene(next, asked) {
   const now = performance.now();
   const restarted = next.instance !== instance && instance !== '';
   if (next.instance !== instance) {
@@ -78,6 +82,9 @@ export function takeScene(next) {
   }
   scene = next;
   sources = new Map(next.sources.map((source) => [source.id, source]));
+  for (const [id, pin] of pinned) {
+    if (pin.sent <= asked) pinned.delete(id);
+  }
   const present = new Set([0]);
   follow(0, next.listener, now);
   for (const emitter of next.emitters) {

@@ -66,13 +66,13 @@ void MonitorOption::addTo(std::vector<BackendOption::Choice>& choices) const {
     choices.push_back(std::move(choice));
 }
 
-bool announceMonitors(const Orvel::World& world) {
+bool announceMonitors(const Orvel::World& world, const std::string& desk) {
     bool good = true;
     for (Orvel::Backend* backend : world.backends()) {
         if (backend->type()->name() == "monitor") {
             const Orvel::BackendState state = backend->state();
             good = good && state.working;
-            if (state.working) {
+            if (state.working && !desk.starts_with(state.page)) {
                 report("the monitor is at " + state.page);
             }
         }

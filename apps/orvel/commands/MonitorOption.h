@@ -30,9 +30,9 @@ private:
     std::string text_;                    // empty: the default address
 };
 
-/// Prints the addresses of a world's monitors. Returns false if one could not be opened, which has
-/// been reported.
-bool announceMonitors(const Orvel::World& world);
+/// Prints the addresses of a world's monitors except that of a desk, whose URL has been printed.
+/// Returns false if one could not be opened, which has been reported.
+bool announceMonitors(const Orvel::World& world, const std::string& desk = {});
 /// The web servers of a world's back ends. The back ends own them; World::update() serves them.
 std::vector<Corvid::PolledWebServer*> webServers(const Orvel::World& world);
 

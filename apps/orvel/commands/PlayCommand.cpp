@@ -96,11 +96,12 @@ PlayCommand::PlayCommand(CLI::App& parent) {
     network_.declareLimits(app(), true);
     render_.declare(app());
     monitor_.declare(app());
+    desk_.declare(app());
     osc_.declare(app());
     declareFrom(
         "Start at this second of the scene; sounds that are already playing start part-way");
-    declareSeconds(
-        "How long to play, in seconds (default: until the scene ends; with --osc until Ctrl-C)");
+    declareSeconds("How long to play, in seconds (default: until the scene ends; with --osc or "
+                   "--desk until Ctrl-C)");
     declareFetch();
     app().add_flag(
         "--status", status_,
@@ -217,13 +218,21 @@ int PlayCommand::run() {
         report(playback.error());
         return kFailure;
     }
+    std::unique_ptr<Show::DeskPage> desk;
+    if (desk_.given()) {
+        desk = desk_.open(world, playback, file);
+        if (desk == nullptr) {
+            return kFailure;
+        }
+    }
     // Before the scene is there, or with --from when it is at its time, see addAll().
     std::optional<Show::FrameSource> frames;
     const auto addFrames = [&] {
         return !render_.given() || render_.open(frames, world, file.emitters(), diagnostics);
     };
     if ((from_ <= 0.0 && !addFrames()) || !addAll(choices, playback, world, diagnostics) ||
-        (from_ > 0.0 && !addFrames()) || !announceMonitors(world)) {
+        (from_ > 0.0 && !addFrames()) ||
+        !announceMonitors(world, desk ? desk->url() : std::string())) {
         return kFailure;
     }
     network_.limitClients(world);
@@ -277,8 +286,8 @@ bool PlayCommand::play(
     auto begin = Clock::now() - duration(from_); // of the round, on the playback's clock
     double behind = 0.0;                         // the position in the scene is behind that clock
     diagnostics.report();
-    // With OSC or cues to wait for, the scene has no end of its own.
-    const bool endless = armed_ || (osc != nullptr && !loop_);
+    // With OSC, a desk or cues to wait for, the scene has no end of its own.
+    const bool endless = armed_ || ((osc != nullptr || desk_.given()) && !loop_);
     const auto endOf = [&] {
         if (endless) {
             return std::numeric_limits<double>::infinity();

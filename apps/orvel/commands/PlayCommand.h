@@ -2,6 +2,7 @@
 
 #include "commands/BackendOption.h"
 #include "commands/Command.h"
+#include "commands/DeskOption.h"
 #include "commands/MonitorOption.h"
 #include "commands/OscOption.h"
 #include "commands/RenderOption.h"
@@ -36,6 +37,7 @@ private:
 
     BackendOption backends_;
     MonitorOption monitor_;
+    DeskOption desk_;
     NetworkOptions network_;
     OscOption osc_;
     RenderOption render_;

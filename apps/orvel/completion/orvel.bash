@@ -84,7 +84,7 @@ _orvel() {
             return
         fi
         ;;
-    --from | --seconds | --group | --port | --ttl | --id | --only | --allow | --tcp-port | --osc | --osc-scale | --osc-reply-port | --osc-query | --osc-feedback | \
+    --from | --seconds | --group | --port | --ttl | --id | --only | --allow | --desk | --tcp-port | --osc | --osc-scale | --osc-reply-port | --osc-query | --osc-feedback | \
         --check-port | --max-per-address | --max-servers | --max-size)
         return
         ;;
@@ -93,7 +93,7 @@ _orvel() {
         case $command in
         render) _orvel_words "--from --seconds --rate --backend --format --plot --all --json --fetch $common" ;;
         play)
-            _orvel_words "--backend --render --render-rate --render-raw --web --monitor --server --only --wait --interface --key --open --max-per-address \
+            _orvel_words "--backend --render --render-rate --render-raw --web --monitor --desk --server --only --wait --interface --key --open --max-per-address \
                 --max-servers --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --armed --from --seconds --status --loop --fetch $common"
             ;;
         serve | record)

@@ -1,0 +1,126 @@
+// The connection to the desk: its state, and requests that change something, one at a time.
+import { held, pinned } from './scene.js';
+
+const kPeriod = 400; // ms between two requests of the state
+const kPatience = 5000; // ms to wait for an answer
+const kKey = 'orvel-desk-token';
+
+/// The token of the address, which is not kept there: it would stand in the history and on
+/// screenshots.
+function takeToken() {
+  const given = /^#token=([0-9a-f]+)$/.exec(location.hash);
+  if (given) {
+    sessionStorage.setItem(kKey, given[1]);
+    history.replaceState(null, '', location.pathname);
+  }
+  return sessionStorage.getItem(kKey);
+}
+
+let token = takeToken();
+addEventListener('hashchange', () => { token = takeToken(); }); // pasted into a tab that watches
+export let state = null; // the latest one
+export const latencies = []; // ms from a pointer's or key's event to the answer, the latest 200
+const listeners = [];
+let failure = '';
+
+/// Calls `listener` with a message, or an empty text, when the state may have changed.
+export const onState = (listener) => listeners.push(listener);
+export const mayChange = () => token !== null && state !== null && state.canChange;
+
+function publish(message = '') {
+  if (!token) message = 'Watching only. To make changes, open the address of the desk that was printed.';
+  else if (state && !state.canChange) message = message || 'A capture cannot be changed.';
+  for (const listener of listeners) listener(message);
+}
+
+function take(next) {
+  state = next;
+  held.clear();
+  for (const part of next.parts) if (part.position || part.rotation) held.add(part.id);
+}
+
+export const partState = (id) => (state && state.parts.find((part) => part.id === id)) || {};
+
+const queue = []; // batches: { gesture, changes: by part, since, request }
+let sending = false;
+
+async function send(batch) {
+  const request = batch.request || { gesture: batch.gesture,
+    changes: [...batch.changes].map(([id, values]) => (
+      id === 0 ? { listener: true, ...values } : { emitter: id, ...values })) };
+  const response = await fetch('api/desk', {
+    method: 'POST', cache: 'no-store', signal: AbortSignal.timeout(kPatience),
+    headers: { 'Content-Type': 'application/vnd.orvel.desk+json', Authorization: `Bearer ${token}` },
+    body: JSON.stringify(request),
+  });
+  if (response.status === 401) {
+    token = null;
+    sessionStorage.removeItem(kKey);
+  }
+  const answer = await response.json();
+  if (!response.ok) throw new Error(answer.error);
+  return answer;
+}
+
+async function flush() {
+  if (sending) return;
+  sending = true;
+  while (queue.length > 0 && token) {
+    const batch = queue.shift();
+    try {
+      take(await send(batch));
+      failure = batch.done || '';
+      if (batch.since) latencies.push(performance.now() - batch.since);
+      if (latencies.length > 200) latencies.shift();
+    } catch (error) {
+      failure = error.name === 'TimeoutError' ? 'The server does not answer.' : `Not done: ${error.message}`;
+    }
+    // The next scene that is asked for has the new places.
+    for (const id of batch.changes ? batch.changes.keys() : []) {
+      const pin = pinned.get(id);
+      if (pin && !queue.some(({ changes }) => changes && changes.has(id))) pin.sent = performance.now();
+    }
+    publish(failure);
+  }
+  queue.length = 0;
+  sending = false;
+}
+
+/// Sets values of a part, the listener's id being 0. Changes of one gesture are undone together,
+/// and only the latest of them is sent. `since`: the time stamp of the event.
+export function change(id, values, gesture = '', since = 0) {
+  if (!mayChange()) return;
+  if (values.position) pinned.set(id, { position: values.position, sent: Infinity });
+  const last = queue[queue.length - 1];
+  if (gesture && last && last.gesture === gesture) {
+    last.changes.set(id, { ...last.changes.get(id), ...values });
+  } else {
+    queue.push({ gesture, changes: new Map([[id, values]]), since });
+  }
+  flush();
+}
+
+/// Sends another request, such as { undo: true }. `done`: the message when it has been carried out.
+export function request(body, done = '') {
+  if (!token) return;
+  queue.push({ request: body, done });
+  flush();
+}
+
+async function poll() {
+  for (;;) {
+    if (document.visibilityState !== 'hidden' && !sending) {
+      try {
+        const response = await fetch('api/desk',
+          { cache: 'no-store', signal: AbortSignal.timeout(kPatience) });
+        const next = await response.json();
+        if (!sending) take(next);
+        publish(failure);
+      } catch {
+        // The monitor shows that the server is not reachable.
+      }
+    }
+    await new Promise((resolve) => { setTimeout(resolve, kPeriod); });
+  }
+}
+poll();
