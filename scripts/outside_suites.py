@@ -220,7 +220,8 @@ def osc(tool, folder):
         [tool, "play", SCENE, "--backend", "silent", "--osc", "0", "--osc-reply-port", reply],
         stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
     try:
-        port = re.search(r":(\d+)$", player.stderr.readline().strip())[1]
+        said = next((line for line in player.stderr if "Open Sound Control at" in line), "")
+        port = re.search(r":(\d+)$", said.strip())[1]
         clients = [["node", str(ROOT / "scripts/osc_clients.js"), str(folder / "node_modules"), name]
                    for name in OSC_CLIENTS] + [[sys.executable, "-c", PYTHON_CLIENT]]
         for client in clients:
