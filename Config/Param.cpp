@@ -9,11 +9,13 @@ namespace Config {
 
 namespace {
 
-std::optional<long> wholeNumber(std::string_view text, long least, long most) {
-    long number = 0;
+template <class Value>
+std::optional<Value> parse(std::string_view text, long least, long most) {
+    Value number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || number < least ||
-        number > most) {
+    const bool fits =
+        number >= static_cast<Value>(least) && number <= static_cast<Value>(most); // not NaN
+    if (error != std::errc() || end != text.data() + text.size() || !fits) {
         return std::nullopt;
     }
     return number;
@@ -26,6 +28,7 @@ std::string valuesOf(const Param& param) {
     case Param::Type::Flag:
         return "yes or no";
     case Param::Type::Number:
+    case Param::Type::Real:
         return "a number from " + std::to_string(param.least) + " to " + std::to_string(param.most);
     case Param::Type::List:
         return "a list";
@@ -53,18 +56,28 @@ bool ParamReader::flag(const char* name) const {
     return value;
 }
 
-long ParamReader::number(const char* name) const {
+template <class Value>
+Value ParamReader::read(const char* name) const {
     const Param* param = find(name);
     if (param == nullptr) {
         return 0;
     }
     if (const char* given = bag_.getParam(name, nullptr)) {
-        if (const auto number = wholeNumber(given, param->least, param->most)) {
+        if (const auto number = parse<Value>(given, param->least, param->most)) {
             return *number;
         }
         refuse(name, given, valuesOf(*param) + "; using " + param->defaultValue);
     }
-    return wholeNumber(param->defaultValue, param->least, param->most).value_or(param->least);
+    return parse<Value>(param->defaultValue, param->least, param->most)
+        .value_or(static_cast<Value>(param->least));
+}
+
+long ParamReader::number(const char* name) const {
+    return read<long>(name);
+}
+
+double ParamReader::real(const char* name) const {
+    return read<double>(name);
 }
 
 std::string ParamReader::text(const char* name) const {

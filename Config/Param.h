@@ -17,6 +17,7 @@ struct Param {
     enum class Type {
         Flag,   ///< yes or no, see Base::string2Value()
         Number, ///< a whole number from `least` to `most`
+        Real,   ///< a number from `least` to `most`
         Text,   ///< any text
         List    ///< items separated by commas; white space around an item is dropped
     };
@@ -25,8 +26,8 @@ struct Param {
     Type type;
     const char* defaultValue; ///< as text: "yes", "44100"; empty for an empty text or list
     const char* help;         ///< a phrase for people, without a full stop
-    long least = 0;           ///< for Type::Number
-    long most = 0;            ///< for Type::Number
+    long least = 0;           ///< for Type::Number and Type::Real
+    long most = 0;            ///< for Type::Number and Type::Real
 };
 
 /// The values that a parameter takes, for people: "yes or no", "a number from 0 to 255".
@@ -46,6 +47,7 @@ public:
 
     [[nodiscard]] bool flag(const char* name) const;
     [[nodiscard]] long number(const char* name) const;
+    [[nodiscard]] double real(const char* name) const;
     [[nodiscard]] std::string text(const char* name) const;
     [[nodiscard]] std::vector<std::string> list(const char* name) const;
 
@@ -55,6 +57,8 @@ public:
     void refuse(const char* name, const std::string& value, const std::string& expected) const;
 
 private:
+    template <class Value>
+    ORVEL_NO_EXPORT Value read(const char* name) const;
     [[nodiscard]] const Param* find(const char* name) const;
 
     const ParamBag& bag_;

@@ -8,11 +8,14 @@
 #include <Orvel/detail/KindParams.h>
 #include <Orvel/detail/net/PeerLines.h>
 #include <Orvel/detail/voices/DeviceThread.h>
+#include <Orvel/detail/voices/Motion.h>
+#include <Orvel/detail/voices/Reverb.h>
 #include <Orvel/detail/voices/SoundLoader.h>
 #include <Orvel/detail/voices/VoiceOutput.h>
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
@@ -73,12 +76,33 @@ struct VoicesBackend::State {
     struct Slot {
         std::uint32_t number = 0; // see SceneChanges
         Transport transport;
+        std::unique_ptr<detail::Motion> motion{}; // if velocities matter
     };
     struct Loading {
         int source = 0; // id
         std::shared_ptr<Sound> sound;
     };
 
+    /// Of playOnce().
+    struct ShotSlot {
+        Slot slot;
+        int source = 0; // id
+    };
+
+    std::uint32_t takeNumber() {
+        if (freeNumbers.empty()) {
+            return nextNumber++;
+        }
+        const std::uint32_t number = freeNumbers.back();
+        freeNumbers.pop_back();
+        return number;
+    }
+    void endShot(int id) {
+        if (const auto found = shots.find(id); found != shots.end()) {
+            remove(found->second.slot);
+            shots.erase(found);
+        }
+    }
     Slot* find(const Emitter& emitter) {
         const auto found = slots.find(emitter.id());
         return found == slots.end() ? nullptr : &found->second;
@@ -91,6 +115,13 @@ struct VoicesBackend::State {
         shared->changes.change(slot.number, SceneChanges::All, [](auto& values) { values = {}; });
         freeNumbers.push_back(slot.number);
     }
+    /// The time of motions, in seconds.
+    [[nodiscard]] double now() const {
+        return offline ? static_cast<double>(frames) / rate
+                       : std::chrono::duration<double>(
+                             std::chrono::steady_clock::now().time_since_epoch())
+                             .count();
+    }
     void change(const Slot& slot, unsigned what, auto&& set) {
         shared->changes.change(slot.number, what, set);
     }
@@ -99,8 +130,14 @@ struct VoicesBackend::State {
     unsigned rate = 0;
     std::size_t voices = 0;
     Sound::Settings settings;
+    const OutputLayout* layout = nullptr; // null if it is not set
+    bool doppler = false;
+    bool occlusion = false;
+    detail::Motion listenerMotion;
     std::shared_ptr<SharedEngine> shared = std::make_shared<SharedEngine>();
-    std::unordered_map<int, Slot> slots; // by emitter
+    std::unordered_map<int, Slot> slots;     // by emitter
+    std::unordered_map<int, ShotSlot> shots; // by number
+    int lastShot = 0;
     std::vector<std::uint32_t> freeNumbers;
     std::uint32_t nextNumber = 0;
     std::unordered_map<int, std::shared_ptr<Sound>> sounds; // by source; null without data
@@ -126,12 +163,40 @@ VoicesBackend::VoicesBackend(World& world, const char* params)
     s.settings.keepChannels = read.flag("keepChannels");
     s.settings.streamFrom = static_cast<double>(read.number("streamFrom"));
     s.rate = static_cast<unsigned>(read.number("rate"));
+    if (const std::string name = read.text("output"); !name.empty()) {
+        s.layout = findOutputLayout(name);
+        if (s.layout == nullptr) {
+            std::string names;
+            for (const OutputLayout& layout : kOutputLayouts) {
+                names += (names.empty() ? "" : ", ") + std::string(layout.name);
+            }
+            read.refuse("output", name, "one of: " + names);
+        }
+    }
+    const auto doppler = static_cast<float>(read.real("doppler"));
+    s.doppler = doppler > 0.0F;
+    {
+        const Vessa::Lock lock(s.shared->mutex);
+        s.shared->engine.setDoppler(doppler);
+    }
+    std::string reverb = read.text("reverb");
+    if (!reverb.empty() && !detail::Reverb::isName(reverb)) {
+        read.refuse("reverb", reverb, "the name of a preset, such as concerthall");
+        reverb.clear();
+    }
+    const auto wet = static_cast<float>(read.real("wet"));
+    s.occlusion = read.text("value") == "occlusion";
+    if (!s.occlusion && !read.text("value").empty()) {
+        read.refuse("value", read.text("value"), "occlusion");
+    }
+    detail::VoiceOutput::Settings output{
+        read.text("device"), s.rate, s.voices, s.layout, read.text("hrtf")};
     if (!s.offline) {
         s.loader = std::make_unique<detail::SoundLoader>();
         try {
+            output.rate = read.isSet("rate") ? s.rate : 0;
             s.thread = std::make_unique<detail::DeviceThread>(
-                s.shared, detail::DeviceThread::Settings{
-                              read.text("device"), read.isSet("rate") ? s.rate : 0, s.voices});
+                s.shared, detail::DeviceThread::Settings{output, reverb, wet});
         } catch (const std::system_error& fault) {
             ORVEL_REPORT(
                 Fatal, detail::about(Diagnostic::Code::Thread, {}, {}, fault.what()),
@@ -141,13 +206,21 @@ VoicesBackend::VoicesBackend(World& world, const char* params)
         }
         return;
     }
-    s.output = detail::VoiceOutput::openOffline(s.rate, s.voices);
+    s.output = detail::VoiceOutput::openOffline(output);
     if (s.output == nullptr) {
         return;
     }
+    if (!s.output->problem().empty()) {
+        ORVEL_REPORT(
+            Fatal, detail::about(Diagnostic::Code::Parameter, {}, "hrtf"), "VoicesBackend: %s\n",
+            s.output->problem().c_str());
+    }
     const Vessa::Lock lock(s.shared->mutex);
     const detail::VoiceOutput::Use use(s.output.get());
-    s.shared->engine.setPool(std::make_unique<detail::VoicePool>(s.voices, s.rate, 1), s.rate, 0);
+    s.shared->engine.setPool(
+        std::make_unique<detail::VoicePool>(detail::VoicePool::Settings{
+            .voices = s.voices, .rate = s.rate, .reverb = reverb, .wet = wet}),
+        s.rate, 0);
 }
 
 VoicesBackend::~VoicesBackend() {
@@ -165,7 +238,11 @@ void VoicesBackend::resetBackend() {
     for (const auto& [id, slot] : s.slots) {
         s.remove(slot);
     }
+    for (const auto& [id, shot] : s.shots) {
+        s.remove(shot.slot);
+    }
     s.slots.clear();
+    s.shots.clear();
     s.sounds.clear();
     s.loading.clear();
     s.streamed.clear();
@@ -180,9 +257,14 @@ void VoicesBackend::setListenerTransform() {
     const Vec3f& position = world().listenerPosition();
     const Quaternion& rotation = world().listenerRotation();
     if (accept(isFinite(position) && isFinite(rotation), "listener's transformation")) {
+        if (state_->doppler) {
+            state_->listenerMotion.add(state_->now(), position);
+        }
         state_->shared->changes.changeListener([&](auto& listener) {
             listener.position = position;
             listener.rotation = rotation;
+            listener.velocity = state_->listenerMotion.velocity();
+            listener.hold = state_->listenerMotion.hold();
         });
     }
 }
@@ -192,7 +274,15 @@ void VoicesBackend::createSource(Source& source) {
 }
 
 void VoicesBackend::destroySource(Source& source) {
-    state_->sounds.erase(source.id());
+    State& s = *state_;
+    s.sounds.erase(source.id());
+    std::erase_if(s.shots, [&](const auto& entry) {
+        if (entry.second.source != source.id()) {
+            return false;
+        }
+        s.remove(entry.second.slot);
+        return true;
+    });
 }
 
 void VoicesBackend::setSourceData(Source& source) {
@@ -311,18 +401,16 @@ void VoicesBackend::createEmitter(Emitter& emitter) {
         return;
     }
     State::Slot slot;
-    if (s.freeNumbers.empty()) {
-        slot.number = s.nextNumber++;
-    } else {
-        slot.number = s.freeNumbers.back();
-        s.freeNumbers.pop_back();
-    }
+    slot.number = s.takeNumber();
     s.change(slot, SceneChanges::All, [&](auto& values) {
         values = {};
         values.id = emitter.id();
         values.exists = true;
     });
-    s.slots.emplace(emitter.id(), slot);
+    if (s.doppler) {
+        slot.motion = std::make_unique<detail::Motion>();
+    }
+    s.slots.emplace(emitter.id(), std::move(slot));
 }
 
 void VoicesBackend::destroyEmitter(Emitter& emitter) {
@@ -338,9 +426,16 @@ void VoicesBackend::setEmitterTransform(Emitter& emitter) {
     const Vec3f& position = emitter.position();
     if (slot != nullptr && accept(isFinite(position), "position", emitter)) {
         const bool spatial = emitter.isSpatial();
+        if (slot->motion != nullptr) {
+            slot->motion->add(state_->now(), position);
+        }
         state_->change(*slot, SceneChanges::Place, [&](auto& values) {
             values.voice.position = position;
             values.voice.spatial = spatial;
+            if (slot->motion != nullptr) {
+                values.voice.velocity = slot->motion->velocity();
+                values.voice.hold = slot->motion->hold();
+            }
         });
     }
 }
@@ -358,9 +453,17 @@ void VoicesBackend::setEmitterHull(Emitter& emitter) {
 
 void VoicesBackend::setEmitterParam(Emitter& emitter) {
     const State::Slot* slot = state_->find(emitter);
-    if (slot != nullptr && isFactor("gain", emitter.gain(), emitter)) {
+    if (slot == nullptr) {
+        return;
+    }
+    if (isFactor("gain", emitter.gain(), emitter)) {
         state_->change(
             *slot, SceneChanges::Gain, [&](auto& values) { values.voice.gain = emitter.gain(); });
+    }
+    if (state_->occlusion && accept(std::isfinite(emitter.paramValue()), "value", emitter)) {
+        state_->change(*slot, SceneChanges::Occlusion, [&](auto& values) {
+            values.voice.occlusion = std::clamp(emitter.paramValue(), 0.0F, 1.0F);
+        });
     }
 }
 
@@ -431,7 +534,7 @@ bool VoicesBackend::update() {
     reportLoaded();
     reportDamaged();
     std::vector<Diagnostic> diagnostics;
-    std::vector<int> ended;
+    std::vector<detail::VoiceEngine::Ended> ended;
     std::size_t waiting = 0;
     std::size_t voices = 0;
     {
@@ -456,9 +559,10 @@ bool VoicesBackend::update() {
             "sets their number\n",
             voices + waiting, voices);
     }
-    for (const int id : ended) {
-        Emitter* emitter = s.ended ? world().getEmitter(id) : nullptr;
-        if (emitter != nullptr) {
+    for (const auto& [id, isShot] : ended) {
+        if (isShot) {
+            s.endShot(id);
+        } else if (Emitter* emitter = s.ended ? world().getEmitter(id) : nullptr) {
             s.ended(*emitter);
         }
     }
@@ -543,6 +647,64 @@ unsigned VoicesBackend::rate() const noexcept {
     return state_->rate;
 }
 
+const OutputLayout& VoicesBackend::layout() const noexcept {
+    return state_->layout == nullptr ? kOutputLayouts[0] : *state_->layout;
+}
+
+int VoicesBackend::playOnce(const Source& source, const Shot& shot) {
+    State& s = *state_;
+    auto sound = s.soundOf(source.id());
+    if (sound == nullptr || !isFactor("gain", shot.gain, source) ||
+        !isFactor("pitch", shot.pitch * source.pitch(), source) ||
+        !accept(isFinite(shot.position), "position", source) ||
+        !accept(isFinite(shot.hull), "hull", source) ||
+        !accept(std::isfinite(shot.offset), "offset", source)) {
+        return 0;
+    }
+    do {
+        s.lastShot = s.lastShot == std::numeric_limits<int>::max() ? 1 : s.lastShot + 1;
+    } while (s.shots.contains(s.lastShot));
+    State::ShotSlot& slot = s.shots[s.lastShot];
+    slot.source = source.id();
+    slot.slot.number = s.takeNumber();
+    s.change(slot.slot, SceneChanges::All, [&](detail::EmitterValues& values) {
+        const bool spatial = shot.spatial && world().spatialize();
+        values = {};
+        values.id = s.lastShot;
+        values.isShot = true;
+        values.exists = true;
+        values.sound = std::move(sound);
+        values.voice.position = shot.position;
+        values.voice.spatial = spatial;
+        values.voice.attenuated = spatial;
+        values.voice.hull = shot.hull;
+        values.voice.gain = shot.gain;
+        values.voice.pitch = shot.pitch * source.pitch();
+        values.transport = {Transport::State::Playing, 1, 1, shot.offset, s.startFrame};
+    });
+    return s.lastShot;
+}
+
+void VoicesBackend::stopOnce(int shot) {
+    state_->endShot(shot);
+}
+
+std::size_t VoicesBackend::shots() const noexcept {
+    return state_->shots.size();
+}
+
+std::vector<std::string> VoicesBackend::hrtfNames() {
+    return detail::VoiceOutput::hrtfNames();
+}
+
+std::vector<std::string> VoicesBackend::reverbNames() {
+    return detail::Reverb::names();
+}
+
+float VoicesBackend::reverbDecay(const std::string& name) {
+    return detail::Reverb::decayOf(name);
+}
+
 bool VoicesBackend::render(float* samples, unsigned frames) {
     State& s = *state_;
     if (s.output == nullptr) {
@@ -554,7 +716,7 @@ bool VoicesBackend::render(float* samples, unsigned frames) {
         for (unsigned done = 0; done < frames;) {
             const unsigned block = std::min(frames - done, kBlockFrames);
             s.shared->engine.step(s.frames, block);
-            s.output->render(samples + std::size_t{done} * kChannels, block);
+            s.output->render(samples + std::size_t{done} * layout().channels, block);
             done += block;
             s.frames += block;
         }

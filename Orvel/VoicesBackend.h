@@ -3,16 +3,32 @@
 #include <Orvel/Backend.h>
 #include <Orvel/BackendType.h>
 #include <Orvel/FrameClock.h>
+#include <Orvel/Hull.h>
+#include <Orvel/OutputLayout.h>
+#include <Orvel/Vec3f.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <orvel_export.h>
 
 namespace Orvel {
+
+/// How VoicesBackend::playOnce() plays a sound.
+struct Shot {
+    Vec3f position{};
+    Hull hull{};         ///< see Emitter::setHull()
+    float gain = 1.0F;   ///< linear
+    float pitch = 1.0F;  ///< a factor on the source's
+    bool spatial = true; ///< otherwise heard at the listener
+    double offset = 0.0; ///< where it starts, in seconds of the sound
+};
 
 /// Plays a scene with any number of emitters through OpenAL Soft: the kind "voices". Those that are
 /// loudest at the listener are mixed; the others go on in time, and are mixed again as soon as they
@@ -32,8 +48,6 @@ namespace Orvel {
 /// URL waits for its sound.
 class ORVEL_EXPORT VoicesBackend : public Backend {
 public:
-    static constexpr unsigned kChannels = 2;
-
     VoicesBackend(World& world, const char* params);
     VoicesBackend(const VoicesBackend&) = delete;
     VoicesBackend& operator=(const VoicesBackend&) = delete;
@@ -72,8 +86,10 @@ public:
     [[nodiscard]] bool isOffline() const noexcept;
     /// Sample rate of render() in Hz.
     [[nodiscard]] unsigned rate() const noexcept;
-    /// Renders the next `frames` frames into `samples`, which must have room for kChannels * frames
-    /// interleaved floats, left first. Full scale is 1, and louder sums are not limited. Returns
+    /// The layout of render(): the one that was asked for, or stereo.
+    [[nodiscard]] const OutputLayout& layout() const noexcept;
+    /// Renders the next `frames` frames into `samples`, which must have room for layout().channels
+    /// * frames interleaved floats. Full scale is 1, and louder sums are not limited. Returns
     /// false, without writing, if the back end is not offline or OpenAL has no loopback device.
     bool render(float* samples, unsigned frames);
 
@@ -90,6 +106,27 @@ public:
     /// The position in an emitter's sound, in seconds of the sound: its length if it has ended, 0
     /// if it is stopped. Nothing if this back end does not play the emitter.
     [[nodiscard]] std::optional<double> playPosition(const Emitter& emitter) const;
+    /// Plays a source's sound once, without an emitter: any number of times at once, each from its
+    /// own place, over one set of samples. It begins as setStartFrame() says, or when the sound has
+    /// been loaded, and is over by itself. Nothing of it is in the scene, and other back ends do
+    /// not hear it. Returns its number for stopOnce(), or 0 if the back end does not know the
+    /// source or a value of `shot` cannot be used. Destroying the source ends it.
+    int playOnce(const Source& source, const Shot& shot = {});
+    /// Ends one of playOnce() early; nothing happens if it is over.
+    void stopOnce(int shot);
+    /// The number of those that are not over, as of the last update().
+    [[nodiscard]] std::size_t shots() const noexcept;
+
+    /// The names of the HRTF data sets for "output=headphones" that OpenAL finds; may take some
+    /// milliseconds. Those of one set for several rates differ by "-44100" at their ends, which the
+    /// parameter may leave out.
+    [[nodiscard]] static std::vector<std::string> hrtfNames();
+    /// The presets of the parameter "reverb".
+    [[nodiscard]] static std::vector<std::string> reverbNames();
+    /// The time in which a preset's reverberation falls by 60 dB, in seconds; 0 if there is no such
+    /// preset.
+    [[nodiscard]] static float reverbDecay(const std::string& name);
+
     /// `ended` is called for each emitter whose sound has ended by itself; an empty function ends
     /// that. It may change the scene.
     void setEndedHandler(std::function<void(Emitter& emitter)> ended);

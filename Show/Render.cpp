@@ -73,7 +73,7 @@ renderWith(const ShowFile& file, const RenderSettings& settings, auto&& begin, a
             break;
         }
         if (!skipping) {
-            frames += samples.size() / FrameSource::kChannels;
+            frames += samples.size() / renderer.layout().channels;
             result.cancelled = !take(samples);
         }
         if (settings.progress && !settings.progress(renderer.seconds() / end)) {
@@ -93,11 +93,16 @@ renderToFile(const ShowFile& file, const std::string& path, const RenderSettings
         RenderResult result = renderWith(
             file, settings,
             [&](std::uint64_t frames) {
-                if (frames > WavWriter::maxFrames(settings.format)) {
+                const Orvel::OutputLayout& layout = settings.kind == "voices"
+                                                        ? file.layout(settings.params)
+                                                        : Orvel::kOutputLayouts[0];
+                if (frames > WavWriter::maxFrames(settings.format, layout)) {
                     return path + ": " + std::to_string(frames / settings.rate) +
                            " s do not fit into a WAV file, which holds 4 GiB";
                 }
-                writer.emplace(path, settings.rate, settings.format, frames);
+                writer.emplace(
+                    path, settings.rate, settings.format, frames, WavWriter::Unfinished::Removed,
+                    layout);
                 return std::string();
             },
             [&](std::span<const float> samples) {

@@ -20,7 +20,7 @@ struct RenderSettings {
     SampleFormat format = SampleFormat::s16; ///< of renderToFile()
     /// The kind of the back end: "voices", or "openal" in its offline form.
     std::string kind = "voices";
-    /// Its parameters (docs/parameters.md). By default "voices" has ShowFile::voices() voices.
+    /// Its parameters (docs/parameters.md). By default "voices" has ShowFile::voicesParams().
     std::string params;
     /// Called with 0 before the file is created, and then after each block, of at most 0.1 s, with
     /// the progress from 0 to 1. Returning false cancels.
@@ -50,7 +50,8 @@ struct RenderResult {
     [[nodiscard]] bool isGood() const noexcept { return error.empty() && !cancelled; }
 };
 
-/// Renders a scene or a capture to a stereo WAV file of at most 4 GiB, faster than real time,
+/// Renders a scene or a capture to a WAV file of at most 4 GiB, with the channels of
+/// ShowFile::layout(), faster than real time,
 /// through OpenAL's loopback device, with the kind "voices" unless the settings say otherwise. The
 /// same file always gives the same bytes. The WAV file appears when it is complete; on failure or
 /// cancellation nothing is left behind.
@@ -62,8 +63,9 @@ struct RenderResult {
 ORVEL_SHOW_EXPORT RenderResult
 renderToFile(const ShowFile& file, const std::string& path, const RenderSettings& settings = {});
 
-/// Renders into a function, block by block: interleaved, left first; full scale is 1. The samples
-/// are valid during the call. Returning false cancels. Its exceptions are passed on.
+/// Renders into a function, block by block: interleaved, with the channels of
+/// ShowFile::layout(); full scale is 1. The samples are valid during the call. Returning false
+/// cancels. Its exceptions are passed on.
 ORVEL_SHOW_EXPORT RenderResult render(
     const ShowFile& file, const std::function<bool(std::span<const float> samples)>& take,
     const RenderSettings& settings = {});

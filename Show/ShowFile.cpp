@@ -6,6 +6,7 @@
 #include <Show/plot/ScenePlot.h>
 #include <Show/scene/PartNames.h>
 
+#include <Config/ParamLine.h>
 #include <Corvid/URL.h>
 
 #include <filesystem>
@@ -109,8 +110,16 @@ std::size_t ShowFile::emitters() const noexcept {
     return isGood() ? playable_->emitters() : 0;
 }
 
-std::size_t ShowFile::voices() const noexcept {
-    return voicesFor(emitters());
+std::string ShowFile::voicesParams() const {
+    return "voices=" + std::to_string(voicesFor(emitters())) +
+           (isGood() ? ' ' + playable_->voicesParams() : "");
+}
+
+const Orvel::OutputLayout& ShowFile::layout(const std::string& params) const {
+    Config::ParamLine line;
+    line.setParamLine((voicesParams() + ' ' + params).c_str());
+    const Orvel::OutputLayout* layout = Orvel::findOutputLayout(line.getParam("output", ""));
+    return layout == nullptr ? Orvel::kOutputLayouts[0] : *layout;
 }
 
 std::vector<Cue> ShowFile::cues() const {

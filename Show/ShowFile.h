@@ -4,6 +4,7 @@
 #include <Show/Problem.h>
 
 #include <Orvel/Diagnostic.h>
+#include <Orvel/OutputLayout.h>
 
 #include <cstddef>
 #include <iosfwd>
@@ -62,9 +63,13 @@ public:
     /// largest possible numbers. 0 if it is not good.
     [[nodiscard]] std::size_t sources() const noexcept;
     [[nodiscard]] std::size_t emitters() const noexcept;
-    /// The number of voices on which it is rendered by default, and that a back end of the kind
-    /// "voices" should have to sound the same: one for each emitter, from 128 to 1024.
-    [[nodiscard]] std::size_t voices() const noexcept;
+    /// The parameters with which it is rendered by default, and that a back end of the kind
+    /// "voices" should have to sound the same: a voice for each emitter, from 128 to 1024, and the
+    /// output, the Doppler effect and the reverberation that the scene names.
+    [[nodiscard]] std::string voicesParams() const;
+    /// The channels of a render through the kind "voices" with these parameters besides, which
+    /// override the scene's.
+    [[nodiscard]] const Orvel::OutputLayout& layout(const std::string& params = {}) const;
     /// The cues of a scene, in the order of the file; without `until` in the file, a cue ends where
     /// the next one begins.
     [[nodiscard]] std::vector<Cue> cues() const;

@@ -182,6 +182,10 @@ size_t orvel_show_file_emitters(orvel_show_file* file) {
     return guarded(__func__, size_t{0}, [&] { return get(file).file.emitters(); });
 }
 
+size_t orvel_show_file_channels(orvel_show_file* file) {
+    return guarded(__func__, size_t{0}, [&] { return size_t{get(file).file.layout().channels}; });
+}
+
 const char* orvel_show_file_picture(orvel_show_file* file) {
     return guarded(__func__, static_cast<const char*>(nullptr), [&] {
         File& scene = get(file);
@@ -332,10 +336,11 @@ bool orvel_show_render(
     return done(__func__, [&] {
         need(take, "the function that takes the samples");
         const Show::ShowFile kept = get(file).file; // the callback may destroy the file
+        const std::size_t channels = kept.layout().channels;
         needWhole(Show::render(
             kept,
             [&](std::span<const float> samples) {
-                return take(samples.data(), samples.size() / 2, user);
+                return take(samples.data(), samples.size() / channels, user);
             },
             read(settings)));
     });

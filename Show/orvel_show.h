@@ -142,15 +142,17 @@ typedef struct orvel_show_render_settings {
 /// Called after each block with the progress from 0 to 1. Returning false cancels, which makes the
 /// rendering fail.
 typedef bool (*orvel_show_progress)(double done, void* user);
-/// Receives the next frames, two interleaved floats each, left first; full scale is 1. They are
-/// valid during the call. Returning false cancels, which makes the rendering fail.
+/// Receives the next frames, interleaved floats of orvel_show_file_channels(); full scale is 1.
+/// They are valid during the call. Returning false cancels, which makes the rendering fail.
 typedef bool (*orvel_show_take)(const float* samples, size_t frames, void* user);
 
-/// Renders a file to a stereo WAV file, which appears when it is complete. `settings` and
+/// Renders a file to a WAV file, which appears when it is complete. `settings` and
 /// `progress` may be null.
 ORVEL_SHOW_EXPORT bool orvel_show_render_file(
     orvel_show_file* file, const char* path, const orvel_show_render_settings* settings,
     orvel_show_progress progress, void* user);
+/// The number of channels of its renders: 2, left and right, unless the scene names another output.
+ORVEL_SHOW_EXPORT size_t orvel_show_file_channels(orvel_show_file* file);
 /// Renders a file into a function. `settings` may be null.
 ORVEL_SHOW_EXPORT bool orvel_show_render(
     orvel_show_file* file, const orvel_show_render_settings* settings, orvel_show_take take,

@@ -48,7 +48,20 @@ inline constexpr std::array kVoicesParams{
         "sounds of several channels keep them and are not placed; no: mixed to one and placed"},
     Param{
         "streamFrom", Param::Type::Number, "10",
-        "longer sounds are read while they play, in seconds", 1, 86400}};
+        "longer sounds are read while they play, in seconds", 1, 86400},
+    Param{
+        "output", Param::Type::Text, "",
+        "stereo, headphones, mono, quad, 5.1, 6.1 or 7.1; empty for OpenAL's settings, offline for "
+        "stereo"},
+    Param{"hrtf", Param::Type::Text, "", "data set for headphones; empty for the usual one"},
+    Param{
+        "doppler", Param::Type::Real, "0", "factor on velocities in the Doppler effect; 0: none", 0,
+        100},
+    Param{"reverb", Param::Type::Text, "", "preset of the reverberation; empty for none"},
+    Param{"wet", Param::Type::Real, "1", "linear gain of the reverberation", 0, 1},
+    Param{
+        "value", Param::Type::Text, "",
+        "occlusion: an emitter's value from 0 to 1 closes a low-pass filter; empty: unused"}};
 
 /// Reads a back end's parameters; unusable values are reported under `name`, the kind's, which must
 /// outlive the reader.

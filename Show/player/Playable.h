@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 
 namespace Show {
 
@@ -28,6 +29,8 @@ public:
     [[nodiscard]] virtual const Scene& sources() const = 0;
     /// The scene, or null if it is not one.
     [[nodiscard]] virtual const LoadedScene* scene() const { return nullptr; }
+    /// Further parameters of the kind "voices", with which it is to be rendered.
+    [[nodiscard]] virtual std::string voicesParams() const { return {}; }
     /// Whether part of it was unavailable, which has been reported.
     [[nodiscard]] virtual bool incomplete() const { return false; }
     /// Number of its sounds by URL that were left out because nothing may be fetched.

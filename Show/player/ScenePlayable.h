@@ -5,6 +5,7 @@
 #include <Show/scene/LoadedScene.h>
 
 #include <memory>
+#include <string>
 #include <utility>
 
 namespace Show {
@@ -21,6 +22,7 @@ public:
     }
     [[nodiscard]] std::size_t emitters() const override { return countEmitters(loaded_->scene); }
     [[nodiscard]] const Scene& sources() const override { return loaded_->scene; }
+    [[nodiscard]] std::string voicesParams() const override { return loaded_->scene.voicesParams; }
     [[nodiscard]] const LoadedScene* scene() const override { return loaded_.get(); }
 
 private:

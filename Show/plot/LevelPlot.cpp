@@ -26,12 +26,13 @@ std::string drawLevels(const LevelMeter& meter, const Box& frame) {
     const double windowSeconds = meter.windowSeconds() * static_cast<double>(each);
     const double seconds = std::max(windowSeconds * static_cast<double>(windows.size()), 1e-3);
     const double perSecond = frame.width / seconds;
-    const double height = (frame.height - kGap) / 2.0;
-    const std::array<const char*, LevelMeter::kChannels> names{"left", "right"};
-    const std::array<const char*, LevelMeter::kChannels> colours{"#0072b2", "#d55e00"};
+    const auto count = static_cast<double>(meter.channels());
+    const double height = (frame.height - kGap * (count - 1.0)) / count;
+    const std::array<const char*, 2> colours{"#0072b2", "#d55e00"};
     const double bottom = frame.y + frame.height;
     std::string out;
-    for (std::size_t channel = 0; channel < names.size(); ++channel) {
+    for (std::size_t channel = 0; channel < meter.channels(); ++channel) {
+        const char* const colour = colours[channel % colours.size()];
         const double top = frame.y + static_cast<double>(channel) * (height + kGap);
         const auto yOf = [&](double level) {
             const double dB = std::clamp(toDecibels(level), kFloor, 0.0);
@@ -58,10 +59,10 @@ std::string drawLevels(const LevelMeter& meter, const Box& frame) {
         }
         if (!line.empty()) {
             const double half = 0.5 * windowSeconds * perSecond;
-            out += curve(line, frame.x + half, top + height, colours[channel]);
+            out += curve(line, frame.x + half, top + height, colour);
         }
         out += svgTextAt(
-            frame.x + 8, top + 16, 12, colours[channel], names[channel],
+            frame.x + 8, top + 16, 12, colour, channelName(meter.channels(), channel),
             "font-weight=\"600\" stroke=\"#ffffff\" stroke-width=\"3\" paint-order=\"stroke\"");
     }
     const double step = niceStep(seconds, 15);

@@ -18,9 +18,6 @@ constexpr std::size_t kMaxSources = 65536;
 
 } // namespace
 
-static_assert(FrameSource::kChannels == Orvel::OALLoopbackBackend::kChannels);
-static_assert(FrameSource::kChannels == Orvel::VoicesBackend::kChannels);
-
 FrameSource::FrameSource(
     Orvel::World& world, const std::string& kind, const std::string& params, unsigned rate,
     std::size_t emitters) {
@@ -48,6 +45,10 @@ bool FrameSource::isWorking() const {
 
 unsigned FrameSource::rate() const {
     return voices_ != nullptr ? voices_->rate() : loopback_->rate();
+}
+
+const Orvel::OutputLayout& FrameSource::layout() const {
+    return voices_ != nullptr ? voices_->layout() : Orvel::kOutputLayouts[0];
 }
 
 void FrameSource::render(float* samples, unsigned frames) {

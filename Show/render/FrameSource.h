@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Orvel/OutputLayout.h>
 #include <Orvel/World.h>
 
 #include <cstddef>
@@ -16,8 +17,6 @@ namespace Show {
 /// form. Owned by its world, which must outlive this. Confined to the world's thread.
 class FrameSource {
 public:
-    static constexpr unsigned kChannels = 2;
-
     /// Adds it to the world. `params` are those of the kind, `rate` is in Hz, and `emitters` the
     /// largest number of emitters. Check isWorking() afterwards.
     FrameSource(
@@ -27,7 +26,8 @@ public:
     /// False if OpenAL has no loopback device.
     [[nodiscard]] bool isWorking() const;
     [[nodiscard]] unsigned rate() const;
-    /// Renders the next frames: interleaved, left first.
+    [[nodiscard]] const Orvel::OutputLayout& layout() const;
+    /// Renders the next frames, interleaved, in the layout.
     void render(float* samples, unsigned frames);
 
 private:

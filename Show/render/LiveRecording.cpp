@@ -23,21 +23,23 @@ using Seconds = std::chrono::duration<double>;
 
 LiveRecording::LiveRecording(
     FrameSource& source, const std::string& path, bool raw, Clock::time_point begin)
-    : source_(source), rate_(source.rate()), begin_(begin), perSecond_(rate_, 1.0) {
+    : source_(source), rate_(source.rate()), begin_(begin), perSecond_(rate_, 1.0, source.layout().channels) {
     constexpr SampleFormat kFormat = SampleFormat::s16;
     if (PcmStream::isStream(path)) {
         stream_.emplace(
-            path, source.rate(), FrameSource::kChannels,
-            raw ? "" : WavWriter::streamHeader(source.rate(), kFormat, {}));
+            path, source.rate(), source.layout().channels,
+            raw ? "" : WavWriter::streamHeader(source.rate(), kFormat, {}, source.layout()));
     } else {
-        file_.emplace(path, source.rate(), kFormat, std::nullopt, WavWriter::Unfinished::Kept);
+        file_.emplace(
+            path, source.rate(), kFormat, std::nullopt, WavWriter::Unfinished::Kept,
+            source.layout());
         file_->updateHeader();
     }
 }
 
 std::uint64_t LiveRecording::maxFrames() const {
     return stream_ ? std::numeric_limits<std::uint64_t>::max()
-                   : WavWriter::maxFrames(SampleFormat::s16);
+                   : WavWriter::maxFrames(SampleFormat::s16, source_.layout());
 }
 
 std::uint64_t LiveRecording::framesUntil(Clock::time_point time) const {
@@ -46,7 +48,7 @@ std::uint64_t LiveRecording::framesUntil(Clock::time_point time) const {
 }
 
 void LiveRecording::render(std::uint64_t frames) {
-    samples_.resize(frames * FrameSource::kChannels);
+    samples_.resize(frames * source_.layout().channels);
     source_.render(samples_.data(), static_cast<unsigned>(frames));
     if (stream_) {
         stream_->write(samples_);

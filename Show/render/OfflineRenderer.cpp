@@ -23,7 +23,9 @@ double nextMultiple(double time, double step) {
 
 OfflineRenderer::OfflineRenderer(
     const Playable& what, unsigned rate, const std::string& kind, const std::string& params)
-    : source_(world_, kind, params, rate, what.emitters()),
+    : source_(
+          world_, kind, kind == "voices" ? what.voicesParams() + ' ' + params : params, rate,
+          what.emitters()),
       player_(what.makePlayer(world_, LongFiles::AsNeeded)), rate_(rate) {
     if (working()) {
         player_->start();
@@ -50,7 +52,7 @@ std::span<const float> OfflineRenderer::next(double end) {
         const auto due = static_cast<std::uint64_t>(std::llround(now_ * rate_));
         if (due > frames_) {
             const auto count = static_cast<unsigned>(due - frames_);
-            samples_.resize(std::size_t{count} * FrameSource::kChannels);
+            samples_.resize(std::size_t{count} * layout().channels);
             source_.render(samples_.data(), count);
             frames_ = due;
             return samples_;

@@ -24,11 +24,12 @@ public:
 
     /// Returns false if the device could not be opened; next() is then always empty.
     [[nodiscard]] bool working() const;
+    [[nodiscard]] const Orvel::OutputLayout& layout() const { return source_.layout(); }
     /// The end in seconds, see Player::end().
     [[nodiscard]] double end() const { return player_->end(); }
 
-    /// The next interleaved frames, left first, never beyond `end` seconds; empty at the end. Valid
-    /// until the next call.
+    /// The next interleaved frames in the layout, never beyond `end` seconds; empty at the end.
+    /// Valid until the next call.
     std::span<const float> next(double end);
 
     /// The rendered time in seconds.

@@ -1,10 +1,12 @@
 #include <Show/render/WavWriter.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <sndfile.h>
 #include <utility>
+#include <vector>
 
 namespace Show {
 
@@ -27,14 +29,41 @@ OutputError cannotWrite(const std::string& path, SNDFILE* handle) {
     return OutputError("cannot write " + path + ": " + sf_strerror(handle));
 }
 
-unsigned bytesPerFrame(SampleFormat format) {
-    return WavWriter::kChannels * (format == SampleFormat::s16 ? 2U : 4U);
+unsigned bytesPerFrame(SampleFormat format, unsigned channels) {
+    return channels * (format == SampleFormat::s16 ? 2U : 4U);
+}
+
+/// libsndfile's names of a layout's channels.
+std::vector<int> channelMap(const Orvel::OutputLayout& layout) {
+    struct Place {
+        std::uint32_t bit;
+        int name;
+    };
+    constexpr std::array kPlaces{
+        Place{0x1, SF_CHANNEL_MAP_LEFT},          Place{0x2, SF_CHANNEL_MAP_RIGHT},
+        Place{0x4, SF_CHANNEL_MAP_CENTER},        Place{0x8, SF_CHANNEL_MAP_LFE},
+        Place{0x10, SF_CHANNEL_MAP_REAR_LEFT},    Place{0x20, SF_CHANNEL_MAP_REAR_RIGHT},
+        Place{0x100, SF_CHANNEL_MAP_REAR_CENTER}, Place{0x200, SF_CHANNEL_MAP_SIDE_LEFT},
+        Place{0x400, SF_CHANNEL_MAP_SIDE_RIGHT}};
+    std::vector<int> names;
+    for (const Place& place : kPlaces) {
+        if ((layout.mask & place.bit) != 0) {
+            names.push_back(place.name);
+        }
+    }
+    return names;
+}
+
+/// Whether a file needs a channel mask.
+bool isExtensible(const Orvel::OutputLayout& layout) {
+    return layout.channels > 2;
 }
 
 } // namespace
 
-std::string
-WavWriter::streamHeader(unsigned rate, SampleFormat format, std::optional<std::uint64_t> frames) {
+std::string WavWriter::streamHeader(
+    unsigned rate, SampleFormat format, std::optional<std::uint64_t> frames,
+    const Orvel::OutputLayout& layout) {
     constexpr std::uint32_t kUnknown = std::numeric_limits<std::uint32_t>::max();
     std::string header;
     const auto put = [&header](std::uint32_t value, unsigned bytes) {
@@ -44,17 +73,29 @@ WavWriter::streamHeader(unsigned rate, SampleFormat format, std::optional<std::u
     };
     const bool floats = format == SampleFormat::f32;
     const std::uint32_t count = static_cast<std::uint32_t>(frames.value_or(0));
-    const std::uint32_t bytes = count * bytesPerFrame(format);
+    const std::uint32_t width = bytesPerFrame(format, layout.channels);
+    const std::uint32_t bytes = count * width;
+    const bool extensible = isExtensible(layout);
+    const std::uint32_t code = floats ? 3 : 1;
     header = "RIFF";
-    put(frames ? bytes + (floats ? 48 : 36) : kUnknown, 4);
+    put(frames ? bytes + (floats ? 48 : 36) + (extensible ? 24 : 0) : kUnknown, 4);
     header += "WAVEfmt ";
-    put(16, 4);
-    put(floats ? 3 : 1, 2);
-    put(WavWriter::kChannels, 2);
+    put(extensible ? 40 : 16, 4);
+    put(extensible ? 0xfffe : code, 2);
+    put(layout.channels, 2);
     put(rate, 4);
-    put(rate * bytesPerFrame(format), 4);
-    put(bytesPerFrame(format), 2);
+    put(rate * width, 4);
+    put(width, 2);
     put(floats ? 32 : 16, 2);
+    if (extensible) {
+        put(22, 2);
+        put(floats ? 32 : 16, 2);
+        put(layout.mask, 4);
+        put(code, 4); // the code as a GUID
+        put(0x00100000, 4);
+        put(0xaa000080, 4);
+        put(0x719b3800, 4);
+    }
     if (floats) {
         header += "fact";
         put(4, 4);
@@ -79,19 +120,28 @@ std::uint64_t toIntegers(std::span<const float> samples, std::vector<std::int16_
 
 WavWriter::WavWriter(
     const std::string& path, unsigned rate, SampleFormat format,
-    std::optional<std::uint64_t> frames, Unfinished unfinished)
-    : file_(path, unfinished), format_(format), sound_(std::make_unique<Sound>()) {
+    std::optional<std::uint64_t> frames, Unfinished unfinished, const Orvel::OutputLayout& layout)
+    : file_(path, unfinished), format_(format), channels_(layout.channels),
+      sound_(std::make_unique<Sound>()) {
     SF_INFO info{};
     info.samplerate = static_cast<int>(rate);
-    info.channels = kChannels;
-    info.format = file_.isStream() ? SF_FORMAT_RAW | SF_ENDIAN_LITTLE : SF_FORMAT_WAV;
+    info.channels = static_cast<int>(channels_);
+    info.format = file_.isStream()       ? SF_FORMAT_RAW | SF_ENDIAN_LITTLE
+                  : isExtensible(layout) ? SF_FORMAT_WAVEX
+                                         : SF_FORMAT_WAV;
     info.format |= format == SampleFormat::s16 ? SF_FORMAT_PCM_16 : SF_FORMAT_FLOAT;
     if (file_.isStream()) {
-        file_.write(streamHeader(rate, format, frames));
+        file_.write(streamHeader(rate, format, frames, layout));
     }
     sound_->handle = sf_open_fd(file_.descriptor(), SFM_WRITE, &info, SF_FALSE);
     if (sound_->handle == nullptr) {
         throw cannotWrite(path, nullptr);
+    }
+    if (isExtensible(layout) && !file_.isStream()) {
+        std::vector<int> map = channelMap(layout);
+        sf_command(
+            sound_->handle, SFC_SET_CHANNEL_MAP_INFO, map.data(),
+            static_cast<int>(map.size() * sizeof(int)));
     }
     // The PEAK chunk contains the time of writing, which would make equal files differ.
     sf_command(sound_->handle, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
@@ -99,13 +149,14 @@ WavWriter::WavWriter(
 
 WavWriter::~WavWriter() = default;
 
-std::uint64_t WavWriter::maxFrames(SampleFormat format) {
+std::uint64_t WavWriter::maxFrames(SampleFormat format, const Orvel::OutputLayout& layout) {
     constexpr std::uint32_t kRoomForHeaders = 1024;
-    return (std::numeric_limits<std::uint32_t>::max() - kRoomForHeaders) / bytesPerFrame(format);
+    return (std::numeric_limits<std::uint32_t>::max() - kRoomForHeaders) /
+           bytesPerFrame(format, layout.channels);
 }
 
 void WavWriter::write(std::span<const float> samples) {
-    const auto frames = static_cast<sf_count_t>(samples.size() / kChannels);
+    const auto frames = static_cast<sf_count_t>(samples.size() / channels_);
     sf_count_t written = 0;
     if (format_ == SampleFormat::f32) {
         written = sf_writef_float(sound_->handle, samples.data(), frames);

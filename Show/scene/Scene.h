@@ -121,6 +121,9 @@ struct CueSpec : Cue {
 struct Scene {
     std::string path;               ///< of the file, as given
     std::optional<double> duration; ///< seconds
+    /// The output, the Doppler effect and the reverberation that it is made for, as parameters of
+    /// the kind "voices".
+    std::string voicesParams;
     Orvel::Vec3f listenerPosition;
     Orvel::Quaternion listenerRotation;
     std::vector<SourceSpec> sources;

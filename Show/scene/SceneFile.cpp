@@ -4,6 +4,8 @@
 #include <Show/scene/ObjectReader.h>
 
 #include <Corvid/URL.h>
+#include <Orvel/OutputLayout.h>
+#include <Orvel/VoicesBackend.h>
 #include <Orvel/detail/PathProblem.h>
 
 #include <algorithm>
@@ -32,6 +34,7 @@ constexpr Range kLength{0.0, kMaxSeconds, false, "a number of seconds above 0, u
 constexpr Range kToneLength{0.0, 3600.0, false, "a number of seconds above 0, up to 3600"};
 constexpr std::size_t kMaxCueName = 64;
 constexpr Range kHertz{0.0, 22050.0, false, "a frequency above 0, up to 22050"};
+constexpr Range kDoppler{0.0, 100.0, true, "a number from 0 to 100"};
 constexpr Range kAmplitude{0.0, 1.0, true, "a number from 0 to 1"};
 
 bool startsWithScheme(std::string_view text) {
@@ -85,10 +88,11 @@ public:
         }
         const ObjectReader object(
             report_, root, top,
-            {"$schema", "orvel", "duration", "listener", "sources", "emitters", "timeline",
-             "cues"});
+            {"$schema", "orvel", "duration", "output", "doppler", "reverb", "listener", "sources",
+             "emitters", "timeline", "cues"});
         static_cast<void>(object.text("$schema", "the address of the schema"));
         scene_.duration = object.number("duration", kLength);
+        readRendering(object);
         if (const JsonValue* listener = object.find("listener")) {
             const JsonPlace place = object.place("listener");
             const ObjectReader reader(report_, *listener, place, {"position", "rotation", "ypr"});
@@ -121,6 +125,50 @@ public:
     }
 
 private:
+    /// The keys that become parameters of the kind "voices".
+    void readRendering(const ObjectReader& object) {
+        const auto add = [this](const char* name, const std::string& value) {
+            scene_.voicesParams +=
+                (scene_.voicesParams.empty() ? "" : " ") + std::string(name) + '=' + value;
+        };
+        std::string layouts = "one of";
+        for (const Orvel::OutputLayout& layout : Orvel::kOutputLayouts) {
+            layouts += (&layout == Orvel::kOutputLayouts.data() ? " \"" : ", \"") +
+                       std::string(layout.name) + '"';
+        }
+        if (const auto output = object.text("output", layouts.c_str())) {
+            if (Orvel::findOutputLayout(*output) != nullptr) {
+                add("output", *output);
+            } else {
+                object.expected("output", layouts);
+            }
+        }
+        if (const auto doppler = object.number("doppler", kDoppler)) {
+            add("doppler", printable(*doppler));
+        }
+        const auto readPreset = [&](const ObjectReader& from, const char* key) {
+            constexpr const char* kWords = "the name of a preset, such as \"concerthall\"";
+            const auto preset = from.text(key, kWords);
+            if (preset && Orvel::VoicesBackend::reverbDecay(*preset) > 0.0F) {
+                add("reverb", *preset);
+            } else if (preset) {
+                from.expected(key, kWords);
+            }
+        };
+        const JsonValue* reverb = object.find("reverb");
+        if (reverb != nullptr && reverb->kind == JsonKind::Object) {
+            const JsonPlace place = object.place("reverb");
+            const ObjectReader reader(report_, *reverb, place, {"preset", "wet"});
+            reader.require("preset", "the name of a preset");
+            readPreset(reader, "preset");
+            if (const auto wet = reader.number("wet", kAmplitude)) {
+                add("wet", printable(*wet));
+            }
+        } else if (reverb != nullptr) {
+            readPreset(object, "reverb");
+        }
+    }
+
     template <class Read>
     void forEach(const ObjectReader& object, const char* key, Read read) {
         const JsonValue* list = object.find(key);

@@ -188,6 +188,7 @@ _FUNCTIONS: dict[str, tuple[Any, ...]] = {
     "show_file_complete": (_YES, _H),
     "show_file_sources": (_SIZE, _H),
     "show_file_emitters": (_SIZE, _H),
+    "show_file_channels": (_SIZE, _H),
     "show_file_picture": (_TEXT, _H),
     "show_file_problem_count": (_SIZE, _H),
     "show_file_cue_count": (_SIZE, _H),

@@ -70,6 +70,12 @@ class File(Closing):
         """Number of emitters, in the same way."""
         return int(self._do(library.show_file_emitters))
 
+    @property
+    def channels(self) -> int:
+        """Number of channels of render(): 2, left and right, unless the scene names another
+        output."""
+        return int(self._do(library.show_file_channels))
+
     def play(self, world: World) -> Playback:
         """Prepares to play it on a world, which is cleared at the start."""
         return Playback(world, self)
@@ -77,21 +83,22 @@ class File(Closing):
     def render(
             self, rate: int = 44100, *, start: float = 0.0, seconds: float = 0.0,
             progress: Optional[Callable[[float], object]] = None) -> Samples:
-        """Renders it offline, faster than real time: float32 of shape (frames, 2), left and right;
-        full scale is 1. From `start`, in seconds of the file, for `seconds`; 0: until the end.
+        """Renders it offline, faster than real time: float32 of shape (frames, channels), two
+        unless the scene names another output; full scale is 1. From `start`, in seconds of the file, for `seconds`; 0: until the end.
 
         `progress` is called with the rendered seconds; an exception of it cancels the rendering.
         Needs numpy.
         """
         numpy = numpy_module()
         samples = bytearray()
+        channels = self.channels
         relay = Relay()
 
         def take(block: Any, frames: int, user: Any) -> bool:
             try:
-                samples.extend(numpy.ctypeslib.as_array(block, (2 * frames,)).data.cast("B"))
+                samples.extend(numpy.ctypeslib.as_array(block, (channels * frames,)).data.cast("B"))
                 if progress is not None:
-                    progress(len(samples) / 8 / rate)
+                    progress(len(samples) / 4 / channels / rate)
             except BaseException as fault:
                 relay.keep(fault)
                 return False
@@ -103,7 +110,7 @@ class File(Closing):
         except Error:
             relay.raise_kept()
             raise
-        array: Samples = numpy.frombuffer(samples, numpy.float32).reshape(-1, 2)
+        array: Samples = numpy.frombuffer(samples, numpy.float32).reshape(-1, channels)
         return array
 
     def render_file(

@@ -1,5 +1,6 @@
 // The public interface of the library: the behaviour that its thin classes add to the inner ones,
 // which have tests of their own. The examples cover the normal case.
+#include <Show/LevelMeter.h>
 #include <Show/MonitorPage.h>
 #include <Show/Playback.h>
 #include <Show/Render.h>
@@ -167,6 +168,38 @@ TEST_F(ShowLibrary, RendersTheSamePartToAFileAndAFunctionUnlessCancelled) {
     EXPECT_EQ(renderToFile(scene_, path, settings).cause, RenderResult::Cause::Empty);
     settings.rate = 7;
     EXPECT_NE(render(scene_, take, settings).error.find("8000 to 192000"), std::string::npos);
+}
+
+TEST_F(ShowLibrary, RendersTheOutputOfTheSceneWithItsChannelMask) {
+    const ShowFile file = ShowFile::load(
+        write("wide.json", R"({"orvel": 1, "duration": 0.3, "output": "5.1", "doppler": 0.5,
+            "reverb": {"preset": "concerthall", "wet": 0.25}, "sources": [{"id": 1, "tone": {}}],
+            "emitters": [{"id": 2, "source": 1, "state": "play", "position": [-9, 0, 1],
+                "hull": {"minBack": 9, "minFront": 9}}]})"));
+    EXPECT_EQ(file.voicesParams(), "voices=128 output=5.1 doppler=0.5 reverb=concerthall wet=0.25");
+    for (const char* output : {"5.1", "7.1"}) {
+        RenderSettings settings;
+        settings.params = std::string("output=") + output;
+        settings.format = *output == '5' ? SampleFormat::s16 : SampleFormat::f32;
+        const unsigned channels = file.layout(settings.params).channels;
+        LevelMeter meter(44100, 1.0, channels);
+        settings.samples = [&](std::span<const float> samples) { meter.add(samples); };
+        const std::string path = folder_.file("wide.wav");
+        EXPECT_TRUE(renderToFile(file, path, settings).isGood());
+        std::ifstream wav(path, std::ios::binary);
+        std::string header(44, ' ');
+        wav.read(header.data(), 44);
+        EXPECT_EQ(header.substr(20, 2), "\xfe\xff");
+        EXPECT_EQ(
+            header.substr(40, 4),
+            std::string(*output == '5' ? "\x0f\x06" : "\x3f\x06") + std::string(2, '\0'));
+        const Orvel::SoundFile sound(path);
+        EXPECT_EQ(sound.channels(), channels);
+        EXPECT_EQ(sound.frames(), 13230U);
+        EXPECT_EQ(meter.frames(), 13230U);
+        EXPECT_STREQ(channelName(channels, channels - 2), "side left");
+        EXPECT_GT(meter.all()[channels - 2].peak, 2.0 * meter.all()[1].peak);
+    }
 }
 
 TEST_F(ShowLibrary, TurnsEveryMisuseIntoAnErrorInC) {

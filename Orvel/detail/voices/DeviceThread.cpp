@@ -2,7 +2,6 @@
 
 #include <Orvel/detail/voices/ClockLine.h>
 #include <Orvel/detail/voices/StreamReader.h>
-#include <Orvel/detail/voices/VoiceOutput.h>
 
 #include <algorithm>
 #include <utility>
@@ -103,16 +102,17 @@ private:
 
     void open() {
         // Not under the lock, because it may hang.
-        auto output = VoiceOutput::openDevice(settings_.name, settings_.rate, settings_.voices);
+        auto output = VoiceOutput::openDevice(settings_.output);
         retry_ = Clock::now() + kRetry;
         const Vessa::Lock lock(shared_->mutex);
         if (output == nullptr) {
             if (std::exchange(shared_->device, SharedEngine::Device::Absent) ==
                 SharedEngine::Device::Opening) {
                 report(
-                    settings_.name.empty() ? "There is no sound device; it is opened when it comes"
-                                           : "There is no sound device \"" + settings_.name +
-                                                 "\"; it is opened when it comes");
+                    settings_.output.name.empty()
+                        ? "There is no sound device; it is opened when it comes"
+                        : "There is no sound device \"" + settings_.output.name +
+                              "\"; it is opened when it comes");
             }
             return;
         }
@@ -123,16 +123,24 @@ private:
         const VoiceOutput::Use use(output_.get());
         // A new gain has been reached at the end of the period that is mixed next; the clock may
         // have been read before that of the last one.
-        auto pool = std::make_unique<VoicePool>(
-            settings_.voices, output_->rate(), 2 * output_->period(),
-            [this](const std::shared_ptr<SoundStream>& stream) { reader_.add(stream); },
-            [this] { return base_ + output_->clock(); });
+        auto pool = std::make_unique<VoicePool>(VoicePool::Settings{
+            .voices = settings_.output.voices,
+            .rate = output_->rate(),
+            .settled = 2 * output_->period(),
+            .reverb = settings_.reverb,
+            .wet = settings_.wet,
+            .reader = [this](const std::shared_ptr<SoundStream>& stream) { reader_.add(stream); },
+            .clock = [this] { return base_ + output_->clock(); }});
         line_.reset(output_->rate());
         ++shared_->clock.opened;
         shared_->engine.setPool(std::move(pool), output_->rate(), frame);
         shared_->device = SharedEngine::Device::Open;
         shared_->deviceName = output_->name();
         shared_->period = output_->period();
+        if (const std::string& problem = output_->problem();
+            !problem.empty() && !std::exchange(problemReported_, true)) {
+            report(problem);
+        }
     }
 
     void close(const char* reason) {
@@ -158,13 +166,14 @@ private:
 
     void report(const std::string& text) ORVEL_REQUIRES(shared_->mutex) {
         shared_->diagnostics.push_back(
-            {Diagnostic::Code::NoDevice, Log::Level::Fatal, {}, settings_.name, {}, text});
+            {Diagnostic::Code::NoDevice, Log::Level::Fatal, {}, settings_.output.name, {}, text});
     }
 
     const std::shared_ptr<SharedEngine> shared_;
     const DeviceThread::Settings settings_;
     StreamReader reader_;
     std::unique_ptr<VoiceOutput> output_;
+    bool problemReported_ = false;
     ClockLine line_;
     std::int64_t base_ = 0; // of the device's clock, or of the time without a device
     std::int64_t latest_ = 0;

@@ -4,6 +4,7 @@
 #include <Orvel/Diagnostic.h>
 #include <Orvel/FrameClock.h>
 #include <Orvel/detail/voices/VoiceEngine.h>
+#include <Orvel/detail/voices/VoiceOutput.h>
 #include <Orvel/detail/voices/Worker.h>
 #include <Vessa/Mutex.h>
 
@@ -36,9 +37,9 @@ struct SharedEngine {
 class DeviceThread {
 public:
     struct Settings {
-        std::string name{}; ///< empty for the default device
-        unsigned rate = 0;  ///< frames per second; 0 for the device's own
-        std::size_t voices = 128;
+        VoiceOutput::Settings output;
+        std::string reverb{}; ///< see VoicePool::Settings
+        float wet = 1.0F;
     };
 
     /// Starts. Throws std::system_error if there is no thread left.

@@ -29,6 +29,7 @@ struct Transport {
 /// An emitter as the scene wants it.
 struct EmitterValues {
     int id = 0;
+    bool isShot = false; ///< it plays once and is none of the scene
     bool exists = false;
     VoiceValues voice;
     std::shared_ptr<const Sound> sound;
@@ -38,6 +39,8 @@ struct EmitterValues {
 struct ListenerValues {
     Vec3f position;
     Quaternion rotation;
+    Vec3f velocity{};  ///< units per second
+    float hold = 0.0F; ///< how long the velocity holds, in seconds
     bool enabled = true;
 };
 
@@ -56,8 +59,9 @@ public:
         Playback = 8,
         Transported = 16,
         NewSound = 32,
-        Created = 64, ///< or destroyed: whatever had the number before is over
-        All = 127
+        Occlusion = 64,
+        Created = 128, ///< or destroyed: whatever had the number before is over
+        All = 255
     };
 
     /// Changes an emitter with `set`, which gets its values. A new number enlarges the list.

@@ -22,6 +22,15 @@ constexpr double kDelayShare = 0.1;
 /// AL errors that are kept until they are reported; more are only counted.
 constexpr std::size_t kMaxFailures = 16;
 
+/// The time constant with which pitches follow the Doppler effect, in seconds.
+constexpr double kShiftTime = 0.02;
+/// The largest speed in the formula, as a part of the speed of sound.
+constexpr float kMaxSpeed = 0.75F;
+
+float dot(const Vec3f& a, const Vec3f& b) {
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+
 float distance(const Vec3f& a, const Vec3f& b) {
     const float x = a.x - b.x;
     const float y = a.y - b.y;
@@ -61,8 +70,7 @@ void VoiceEngine::setPool(std::unique_ptr<VoicePool> pool, unsigned rate, std::i
     rate_ = rate;
     for (Emitter& emitter : emitters_) {
         if (emitter.phase == Phase::Running || emitter.phase == Phase::Held) {
-            emitter.head.step =
-                Playhead::stepOf(emitter.values.voice.pitch, emitter.values.sound->rate(), rate);
+            setStep(emitter);
         }
     }
     if (pool_ != nullptr) {
@@ -82,6 +90,9 @@ void VoiceEngine::step(std::int64_t now, std::int64_t frames) {
     if (pool_ == nullptr) {
         return;
     }
+    if (doppler_ > 0.0F) {
+        shiftPitches();
+    }
     chooseVoices();
     pool_->advance(now, frames);
     if (static_cast<double>(now - sweptAt_) >= kSweepPeriod * rate_) {
@@ -99,15 +110,19 @@ void VoiceEngine::takeChanges() {
                 emitters_.resize(index + 1);
             }
             EmitterValues& mine = emitters_[index].values;
+            if ((what & SceneChanges::Place) != 0) {
+                emitters_[index].movedAt = now_;
+            }
             // Most changes are those of emitters that move unheard.
-            constexpr unsigned kHeard =
-                SceneChanges::Place | SceneChanges::Reach | SceneChanges::Gain;
+            constexpr unsigned kHeard = SceneChanges::Place | SceneChanges::Reach |
+                                        SceneChanges::Gain | SceneChanges::Occlusion;
             if ((what & ~kHeard) == 0 && emitters_[index].voice < 0) {
                 mine.voice = values.voice;
                 return;
             }
             const bool wasLooping = mine.voice.loop;
             mine.id = values.id;
+            mine.isShot = values.isShot;
             mine.exists = values.exists;
             mine.voice = values.voice;
             mine.transport = values.transport;
@@ -119,6 +134,7 @@ void VoiceEngine::takeChanges() {
         [&](const ListenerValues& values) {
             listener_ = values;
             listenerMoved = true;
+            listenerMovedAt_ = now_;
         });
     if (age > std::chrono::steady_clock::duration::zero()) {
         const double seconds = std::chrono::duration<double>(age).count();
@@ -160,9 +176,57 @@ void VoiceEngine::retime(Emitter& emitter, bool wasLooping) {
             dropVoice(emitter); // its data reaches beyond the seam
         }
     }
-    emitter.head.step = Playhead::stepOf(values.voice.pitch, values.sound->rate(), rate_);
+    setStep(emitter);
     if (emitter.voice >= 0) {
-        pool_->setPlayback(emitter.voice, values.voice, emitter.head);
+        pool_->setPlayback(emitter.voice, values.voice, emitter.head, emitter.shift);
+    }
+}
+
+void VoiceEngine::setStep(Emitter& emitter) {
+    emitter.head.step = Playhead::stepOf(
+        emitter.values.voice.pitch * emitter.shift, emitter.values.sound->rate(), rate_);
+}
+
+float VoiceEngine::shiftOf(const Emitter& emitter) const {
+    const VoiceValues& values = emitter.values.voice;
+    if (!values.spatial || !emitter.values.sound->isSpatial()) {
+        return 1.0F;
+    }
+    const Vec3f path{
+        listener_.position.x - values.position.x, listener_.position.y - values.position.y,
+        listener_.position.z - values.position.z};
+    const float length = std::sqrt(dot(path, path));
+    if (!(length > 0.0F)) {
+        return 1.0F;
+    }
+    // The part of a velocity from the source to the listener, if it still holds.
+    const auto along = [&](const Vec3f& velocity, float hold, std::int64_t since) {
+        const bool holds = static_cast<float>(now_ - since) <= hold * static_cast<float>(rate_);
+        const float part = holds ? doppler_ * dot(velocity, path) / length : 0.0F;
+        return std::clamp(part, -kMaxSpeed * kSpeedOfSound, kMaxSpeed * kSpeedOfSound);
+    };
+    return (kSpeedOfSound - along(listener_.velocity, listener_.hold, listenerMovedAt_)) /
+           (kSpeedOfSound - along(values.velocity, values.hold, emitter.movedAt));
+}
+
+void VoiceEngine::shiftPitches() {
+    const double seconds = static_cast<double>(now_ - shiftedAt_) / rate_;
+    shiftedAt_ = now_;
+    const auto part = static_cast<float>(1.0 - std::exp(-seconds / kShiftTime));
+    for (const Index index : running_) {
+        Emitter& emitter = emitters_[index];
+        if (emitter.voice < 0 || emitter.head.since > now_) {
+            continue;
+        }
+        const float wanted = shiftOf(emitter);
+        if (wanted != emitter.shift) {
+            constexpr float kInaudible = 1e-5F;
+            const float shift = emitter.shift + part * (wanted - emitter.shift);
+            emitter.shift = std::abs(wanted - shift) < kInaudible ? wanted : shift;
+            emitter.head.moveTo(now_);
+            setStep(emitter);
+            pool_->setPlayback(emitter.voice, emitter.values.voice, emitter.head, emitter.shift);
+        }
     }
 }
 
@@ -191,6 +255,9 @@ void VoiceEngine::apply(Emitter& emitter, unsigned what) {
     }
     if ((what & SceneChanges::Gain) != 0) {
         pool_->setGain(emitter.voice, values);
+    }
+    if ((what & SceneChanges::Occlusion) != 0) {
+        pool_->setOcclusion(emitter.voice, values);
     }
 }
 
@@ -230,9 +297,11 @@ void VoiceEngine::begin(Emitter& emitter) {
         return;
     }
     if (values.sound->state() != Sound::State::Ready) {
-        setPhase(
-            emitter,
-            values.sound->state() == Sound::State::Failed ? Phase::Refused : Phase::Expected);
+        const bool failed = values.sound->state() == Sound::State::Failed;
+        setPhase(emitter, failed ? Phase::Refused : Phase::Expected);
+        if (failed && values.isShot) {
+            ended_.push_back({values.id, true});
+        }
         return;
     }
     const double length = values.sound->seconds();
@@ -242,7 +311,8 @@ void VoiceEngine::begin(Emitter& emitter) {
     }
     emitter.head.position = std::llround(offset * values.sound->rate()) * Playhead::kOne;
     emitter.head.since = values.transport.frame.value_or(now_);
-    emitter.head.step = Playhead::stepOf(values.voice.pitch, values.sound->rate(), rate_);
+    emitter.shift = 1.0F;
+    setStep(emitter);
     setPhase(
         emitter,
         values.transport.state == Transport::State::Playing ? Phase::Running : Phase::Held);
@@ -288,7 +358,7 @@ void VoiceEngine::endSounds() {
         Emitter& emitter = emitters_[running_[i]];
         if (!emitter.values.voice.loop && emitter.head.at(now_) >= lengthOf(emitter)) {
             setPhase(emitter, Phase::Over);
-            ended_.push_back(emitter.values.id);
+            ended_.push_back({emitter.values.id, emitter.values.isShot});
         }
     }
 }
@@ -304,7 +374,15 @@ float VoiceEngine::loudnessOf(const Emitter& emitter) const {
 }
 
 void VoiceEngine::startVoice(Emitter& emitter) {
-    emitter.voice = pool_->start(emitter.values.sound, emitter.values.voice, emitter.head, now_);
+    if (doppler_ > 0.0F && emitter.head.since <= now_) {
+        emitter.shift = shiftOf(emitter);
+        if (emitter.head.since < now_) {
+            emitter.head.moveTo(now_);
+        }
+        setStep(emitter);
+    }
+    emitter.voice =
+        pool_->start(emitter.values.sound, emitter.values.voice, emitter.head, emitter.shift, now_);
     if (emitter.voice >= 0) {
         --unmixed_;
     }
@@ -400,7 +478,7 @@ VoiceEngine::Report VoiceEngine::report(const Emitter& emitter) const {
 std::vector<VoiceEngine::Report> VoiceEngine::reports() const {
     std::vector<Report> all;
     for (const Emitter& emitter : emitters_) {
-        if (emitter.values.exists) {
+        if (emitter.values.exists && !emitter.values.isShot) {
             all.push_back(report(emitter));
         }
     }

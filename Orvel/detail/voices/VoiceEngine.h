@@ -29,7 +29,13 @@ public:
         double seconds = 0.0;  ///< position in the sound
     };
 
+    /// Units per second.
+    static constexpr float kSpeedOfSound = 343.3F;
+
     explicit VoiceEngine(SceneChanges& changes) : changes_(changes) {}
+
+    /// The factor on all velocities in the Doppler effect; 0, as initially: none.
+    void setDoppler(float factor) noexcept { doppler_ = factor; }
 
     /// Plays through a pool from the frame `now` on, or through none. `rate` is that of the frames.
     void setPool(std::unique_ptr<VoicePool> pool, unsigned rate, std::int64_t now);
@@ -37,13 +43,17 @@ public:
     /// begin with `now`. Frames never decrease.
     void step(std::int64_t now, std::int64_t frames);
 
-    /// The emitters whose sounds have ended since the last call, by id.
-    std::vector<int> takeEnded() { return std::exchange(ended_, {}); }
+    struct Ended {
+        int id = 0;
+        bool isShot = false;
+    };
+    /// What has ended since the last call. The sound of a shot that fails has ended, too.
+    std::vector<Ended> takeEnded() { return std::exchange(ended_, {}); }
     /// OpenAL's errors since the last call.
     std::vector<Diagnostic> takeFailures() { return std::exchange(failures_, {}); }
     [[nodiscard]] std::uint64_t failureCount() const noexcept { return failureCount_; }
 
-    /// All emitters, in no order.
+    /// All emitters of the scene, in no order.
     [[nodiscard]] std::vector<Report> reports() const;
     [[nodiscard]] std::optional<Report> reportOf(std::uint32_t emitter) const;
     /// Number of emitters that wait for a voice.
@@ -70,7 +80,9 @@ private:
         Playhead head;
         unsigned starts = 0; // of the transport that has been followed
         unsigned plays = 0;
-        Index place = 0; // in running_ or expected_
+        std::int64_t movedAt = 0;
+        float shift = 1.0F; // of the pitch, by the Doppler effect
+        Index place = 0;    // in running_ or expected_
     };
 
     void takeChanges();
@@ -78,6 +90,9 @@ private:
     void follow(Emitter& emitter);
     void begin(Emitter& emitter);
     void retime(Emitter& emitter, bool wasLooping);
+    void setStep(Emitter& emitter);
+    void shiftPitches();
+    [[nodiscard]] float shiftOf(const Emitter& emitter) const;
     void setPhase(Emitter& emitter, Phase phase);
     void dropVoice(Emitter& emitter);
     void endSounds();
@@ -100,6 +115,9 @@ private:
     unsigned rate_ = 44100;
     std::int64_t now_ = 0;
     std::int64_t lead_ = 0;
+    float doppler_ = 0.0F;
+    std::int64_t listenerMovedAt_ = 0;
+    std::int64_t shiftedAt_ = 0;
     ListenerValues listener_;
     std::vector<Emitter> emitters_;
     std::vector<Index> running_;
@@ -109,7 +127,7 @@ private:
     std::int64_t rankedAt_ = 0;
     std::int64_t sweptAt_ = 0;
     std::uint64_t pastGaps_ = 0;
-    std::vector<int> ended_;
+    std::vector<Ended> ended_;
     std::vector<Diagnostic> failures_;
     std::uint64_t failureCount_ = 0;
     double changeDelay_ = 0.0;

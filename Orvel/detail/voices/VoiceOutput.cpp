@@ -4,6 +4,7 @@
 #include <Orvel/detail/al/Loopback.h>
 
 #include <AL/alext.h>
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <vector>
@@ -61,6 +62,37 @@ ALCint sourcesFor(std::size_t voices) {
     return static_cast<ALCint>(2 * voices);
 }
 
+/// The loopback device's format of so many channels.
+ALCint formatOf(unsigned channels) {
+    switch (channels) {
+    case 1:
+        return ALC_MONO_SOFT;
+    case 4:
+        return ALC_QUAD_SOFT;
+    case 6:
+        return ALC_5POINT1_SOFT;
+    case 7:
+        return ALC_6POINT1_SOFT;
+    case 8:
+        return ALC_7POINT1_SOFT;
+    default:
+        return ALC_STEREO_SOFT;
+    }
+}
+
+/// The names of the HRTF data sets in the order of their numbers.
+std::vector<std::string> hrtfsOf(ALCdevice* device) {
+    std::vector<std::string> names;
+    if (alcIsExtensionPresent(device, "ALC_SOFT_HRTF") == ALC_TRUE) {
+        static const auto nameOf = procedure<LPALCGETSTRINGISOFT>("alcGetStringiSOFT");
+        const ALCint count = integerOf(device, ALC_NUM_HRTF_SPECIFIERS_SOFT);
+        for (ALCint i = 0; i < count; ++i) {
+            names.emplace_back(nameOf(device, ALC_HRTF_SPECIFIER_SOFT, i));
+        }
+    }
+    return names;
+}
+
 } // namespace
 
 VoiceOutput::VoiceOutput(ALCdevice* device, const ALCint* attributes)
@@ -85,7 +117,8 @@ VoiceOutput::~VoiceOutput() {
     alcCloseDevice(device_);
 }
 
-std::unique_ptr<VoiceOutput> VoiceOutput::on(ALCdevice* device, const ALCint* attributes) {
+std::unique_ptr<VoiceOutput>
+VoiceOutput::on(ALCdevice* device, const Settings& settings, std::vector<ALCint> attributes) {
     if (device == nullptr) {
         return nullptr;
     }
@@ -93,22 +126,73 @@ std::unique_ptr<VoiceOutput> VoiceOutput::on(ALCdevice* device, const ALCint* at
         alcCloseDevice(device);
         return nullptr;
     }
-    std::unique_ptr<VoiceOutput> output(new VoiceOutput(device, attributes));
-    return output->context_ == nullptr ? nullptr : std::move(output);
-}
-
-std::unique_ptr<VoiceOutput>
-VoiceOutput::openDevice(const std::string& name, unsigned rate, std::size_t voices) {
-    std::vector<ALCint> attributes{ALC_MONO_SOURCES, sourcesFor(voices) - 1, ALC_STEREO_SOURCES, 1};
-    if (rate > 0) {
-        attributes.insert(attributes.end(), {ALC_FREQUENCY, static_cast<ALCint>(rate)});
+    std::string problem;
+    const bool binaural = settings.layout != nullptr && settings.layout->isBinaural;
+    if (settings.layout != nullptr) {
+        attributes.insert(attributes.end(), {ALC_HRTF_SOFT, binaural ? ALC_TRUE : ALC_FALSE});
+    }
+    if (binaural && !settings.hrtf.empty()) {
+        const unsigned rate = settings.rate > 0
+                                  ? settings.rate
+                                  : static_cast<unsigned>(integerOf(device, ALC_FREQUENCY));
+        const auto names = hrtfsOf(device);
+        auto found = std::ranges::find(names, settings.hrtf + '-' + std::to_string(rate));
+        if (found == names.end()) {
+            found = std::ranges::find(names, settings.hrtf);
+        }
+        if (found == names.end()) {
+            problem = "There is no HRTF \"" + settings.hrtf + "\"; expected one of:";
+            for (const std::string& name : names) {
+                problem += " \"" + name + '"';
+            }
+        } else {
+            attributes.insert(
+                attributes.end(), {ALC_HRTF_ID_SOFT, static_cast<ALCint>(found - names.begin())});
+        }
     }
     attributes.push_back(0);
-    return on(alcOpenDevice(name.empty() ? nullptr : name.c_str()), attributes.data());
+    std::unique_ptr<VoiceOutput> output(new VoiceOutput(device, attributes.data()));
+    if (output->context_ == nullptr) {
+        return nullptr;
+    }
+    if (binaural && problem.empty() && integerOf(device, ALC_HRTF_SOFT) != ALC_TRUE) {
+        problem = "No HRTF data set fits this output of " + std::to_string(output->rate_) +
+                  " Hz; expected stereo and a rate of one of the data sets";
+    }
+    output->problem_ = std::move(problem);
+    return output;
 }
 
-std::unique_ptr<VoiceOutput> VoiceOutput::openOffline(unsigned rate, std::size_t voices) {
-    return on(openLoopback(), loopbackAttributes(rate, sourcesFor(voices)).data());
+std::unique_ptr<VoiceOutput> VoiceOutput::openDevice(const Settings& settings) {
+    std::vector<ALCint> attributes{
+        ALC_MONO_SOURCES, sourcesFor(settings.voices) - 1, ALC_STEREO_SOURCES, 1};
+    if (settings.rate > 0) {
+        attributes.insert(attributes.end(), {ALC_FREQUENCY, static_cast<ALCint>(settings.rate)});
+    }
+    return on(
+        alcOpenDevice(settings.name.empty() ? nullptr : settings.name.c_str()), settings,
+        std::move(attributes));
+}
+
+std::unique_ptr<VoiceOutput> VoiceOutput::openOffline(const Settings& settings) {
+    Settings chosen = settings;
+    if (chosen.layout == nullptr) {
+        chosen.layout = kOutputLayouts.data();
+    }
+    return on(
+        openLoopback(), chosen,
+        {ALC_FORMAT_CHANNELS_SOFT, formatOf(chosen.layout->channels), ALC_FORMAT_TYPE_SOFT,
+         ALC_FLOAT_SOFT, ALC_FREQUENCY, static_cast<ALCint>(chosen.rate), ALC_MONO_SOURCES,
+         sourcesFor(chosen.voices) - 1, ALC_STEREO_SOURCES, 1});
+}
+
+std::vector<std::string> VoiceOutput::hrtfNames() {
+    std::vector<std::string> names;
+    if (ALCdevice* device = openLoopback()) {
+        names = hrtfsOf(device);
+        alcCloseDevice(device);
+    }
+    return names;
 }
 
 bool VoiceOutput::connected() const {

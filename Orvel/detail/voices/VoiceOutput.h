@@ -1,9 +1,12 @@
 #pragma once
 
+#include <Orvel/OutputLayout.h>
+
 #include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <AL/alc.h>
 
@@ -14,12 +17,21 @@ namespace Orvel::detail {
 /// so that other OpenAL back ends of the process are not disturbed. Confined.
 class VoiceOutput {
 public:
-    /// Opens the device of this name, or the default one if it is empty. A rate of 0 is the
-    /// device's own. Null if there is none; may take long.
-    static std::unique_ptr<VoiceOutput>
-    openDevice(const std::string& name, unsigned rate, std::size_t voices);
+    struct Settings {
+        std::string name{}; ///< of the device; empty for the default one
+        unsigned rate = 0;  ///< frames per second; 0 for the device's own
+        std::size_t voices = 128;
+        /// Null leaves a device to OpenAL's settings; a loopback device is then stereo.
+        const OutputLayout* layout = nullptr;
+        std::string hrtf{}; ///< the data set for headphones; empty for the usual one
+    };
+
+    /// Opens the device. Null if there is none; may take long.
+    static std::unique_ptr<VoiceOutput> openDevice(const Settings& settings);
     /// Opens a loopback device; reports and returns null if that is impossible.
-    static std::unique_ptr<VoiceOutput> openOffline(unsigned rate, std::size_t voices);
+    static std::unique_ptr<VoiceOutput> openOffline(const Settings& settings);
+    /// The names of the data sets for headphones.
+    static std::vector<std::string> hrtfNames();
     VoiceOutput(const VoiceOutput&) = delete;
     VoiceOutput& operator=(const VoiceOutput&) = delete;
     ~VoiceOutput();
@@ -41,6 +53,8 @@ public:
     /// The number of frames that a device mixes at a time.
     [[nodiscard]] std::int64_t period() const noexcept { return period_; }
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
+    /// Why it does not render for headphones, although that was asked for; else empty.
+    [[nodiscard]] const std::string& problem() const noexcept { return problem_; }
     /// False once the device is lost.
     [[nodiscard]] bool connected() const;
     /// The number of frames that have been mixed.
@@ -52,20 +66,22 @@ public:
         std::chrono::nanoseconds latency;
     };
     [[nodiscard]] Position position() const;
-    /// Renders interleaved stereo frames of a loopback device.
+    /// Renders interleaved frames of a loopback device, of its layout.
     void render(float* samples, unsigned frames);
 
 private:
     [[nodiscard]] std::int64_t framesOf(std::int64_t nanoseconds) const;
     VoiceOutput(ALCdevice* device, const ALCint* attributes);
     /// Takes over a device; null if that is null or cannot be used.
-    static std::unique_ptr<VoiceOutput> on(ALCdevice* device, const ALCint* attributes);
+    static std::unique_ptr<VoiceOutput>
+    on(ALCdevice* device, const Settings& settings, std::vector<ALCint> attributes);
 
     ALCdevice* device_;
     ALCcontext* context_;
     unsigned rate_ = 0;
     std::int64_t period_ = 0;
     std::string name_;
+    std::string problem_;
 };
 
 } // namespace Orvel::detail

@@ -4,6 +4,7 @@
 
 #include <AL/al.h>
 #include <AL/alext.h>
+#include <AL/efx.h>
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -53,10 +54,9 @@ void ramp(std::span<std::byte> bytes, std::size_t channels) {
 
 } // namespace
 
-VoicePool::VoicePool(
-    std::size_t voices, unsigned rate, std::int64_t settled, Reader reader, Clock clock)
-    : rate_(rate), settled_(settled), reader_(std::move(reader)), clock_(std::move(clock)) {
+VoicePool::VoicePool(Settings settings) : settings_(std::move(settings)) {
     alGetError();
+    const std::size_t voices = settings_.voices;
     voices_.reserve(2 * voices);
     for (std::size_t i = 0; i < 2 * voices; ++i) {
         ALuint name = 0;
@@ -69,13 +69,19 @@ VoicePool::VoicePool(
     }
     std::reverse(free_.begin(), free_.end());
     size_ = std::min(voices, (voices_.size() + 1) / 2);
+    if (!settings_.reverb.empty()) {
+        reverb_.emplace(settings_.reverb, settings_.wet);
+        for (const Voice& voice : voices_) { // it falls with distance as the sound itself does
+            alSourcef(voice.source, AL_ROOM_ROLLOFF_FACTOR, 1.0F);
+        }
+    }
 }
 
 VoicePool::~VoicePool() {
     for (Voice& voice : voices_) {
         alSourceStop(voice.source);
         dropQueue(voice);
-        alDeleteSources(1, &voice.source);
+        alDeleteSources(1, &voice.source); // before the slot to which it sends
     }
     alDeleteBuffers(static_cast<ALsizei>(spareBuffers_.size()), spareBuffers_.data());
     for (const auto& [sound, buffer] : buffers_) {
@@ -109,7 +115,7 @@ void VoicePool::forgetUnused() {
 
 int VoicePool::start(
     const std::shared_ptr<const Sound>& sound, const VoiceValues& values, const Playhead& head,
-    std::int64_t now) {
+    float shift, std::int64_t now) {
     if (free_.empty() || sounding_ >= size_) {
         return -1;
     }
@@ -123,12 +129,15 @@ int VoicePool::start(
     voice.sound = sound;
     voice.head = head;
     voice.loop = values.loop;
+    voice.occlusion = values.occlusion;
+    voice.sends = reverb_ && values.spatial && sound->isSpatial();
     const int number = static_cast<int>(index);
     setPlace(number, values);
     setReach(number, values);
     setGain(number, values);
+    setFilters(voice);
     if (!sound->isStreamed() && head.since <= now) {
-        setPlayback(number, values, head);
+        setPlayback(number, values, head, shift);
         alSourcei(source, AL_BUFFER, static_cast<ALint>(bufferOf(sound)));
         play(voice, 0, sound->frames(), now);
         return number;
@@ -137,12 +146,12 @@ int VoicePool::start(
     const std::int64_t first = head.at(now) / Playhead::kOne;
     voice.stream = std::make_shared<SoundStream>(
         sound, head.since > now ? first : std::max<std::int64_t>(first - 1, 0), values.loop);
-    setPlayback(number, values, head);
-    if (reader_ && sound->isStreamed()) {
+    setPlayback(number, values, head, shift);
+    if (settings_.reader && sound->isStreamed()) {
         if (first + SoundStream::kChunkFrames <= Sound::kHeadFrames) {
             voice.stream->fill(); // from memory, so that it starts at once
         }
-        reader_(voice.stream);
+        settings_.reader(voice.stream);
     }
     streaming_.push_back(index);
     streams_ += sound->isStreamed() ? 1 : 0;
@@ -155,7 +164,7 @@ void VoicePool::play(Voice& voice, std::int64_t first, std::int64_t end, std::in
     voice.started = true;
     const bool begins = voice.head.since == now; // is heard from there, even if that is late
     for (int tries = 1;; ++tries) {
-        const std::int64_t frame = clock_ && !begins ? clock_() : now;
+        const std::int64_t frame = settings_.clock && !begins ? settings_.clock() : now;
         std::int64_t offset = voice.head.along(frame) - first * Playhead::kOne;
         const std::int64_t length = (end - first) * Playhead::kOne;
         if (voice.loop && voice.stream == nullptr) {
@@ -166,7 +175,7 @@ void VoicePool::play(Voice& voice, std::int64_t first, std::int64_t end, std::in
             setOffset(voice.source, toFrames(offset));
         }
         alSourcePlay(voice.source);
-        if (!clock_ || begins || tries == kMaxTries || clock_() == frame) {
+        if (!settings_.clock || begins || tries == kMaxTries || settings_.clock() == frame) {
             return;
         }
         alSourceStop(voice.source);
@@ -175,7 +184,7 @@ void VoicePool::play(Voice& voice, std::int64_t first, std::int64_t end, std::in
 
 /// Delays a voice's data by silence until the frame at which it begins.
 void VoicePool::queueSilence(Voice& voice, std::int64_t now) {
-    const std::int64_t lead = voice.head.since - (clock_ ? clock_() : now);
+    const std::int64_t lead = voice.head.since - (settings_.clock ? settings_.clock() : now);
     const std::int64_t frames =
         (lead * voice.head.step - voice.head.position % Playhead::kOne + Playhead::kOne - 1) /
         Playhead::kOne;
@@ -222,10 +231,11 @@ void VoicePool::feed(Voice& voice, std::int64_t now) {
     }
     const std::int64_t position = voice.head.at(now);
     const std::int64_t frame = position / Playhead::kOne;
-    const auto ahead = static_cast<std::int64_t>(kSecondsAhead * rate_ * toFrames(voice.head.step));
+    const auto ahead =
+        static_cast<std::int64_t>(kSecondsAhead * settings_.rate * toFrames(voice.head.step));
     const auto width = static_cast<std::int64_t>(voice.sound->frameBytes());
     while (voice.queue.empty() || voice.queuedTo < frame + std::max(ahead, kLeastToStart)) {
-        if (!reader_ || !voice.sound->isStreamed()) {
+        if (!settings_.reader || !voice.sound->isStreamed()) {
             voice.stream->fill();
         }
         auto chunk = voice.stream->take();
@@ -291,7 +301,7 @@ void VoicePool::advance(std::int64_t now, std::int64_t frames) {
             alSourcef(voice.source, AL_GAIN, voice.gain * voice.fade);
             return false;
         }
-        if (now - voice.silentSince < settled_) {
+        if (now - voice.silentSince < settings_.settled) {
             return false;
         }
         free(index);
@@ -300,7 +310,26 @@ void VoicePool::advance(std::int64_t now, std::int64_t frames) {
 }
 
 void VoicePool::setPlace(int voice, const VoiceValues& values) {
-    detail::setPlace(voices_[static_cast<Index>(voice)].source, values.spatial, values.position);
+    Voice& to = voices_[static_cast<Index>(voice)];
+    detail::setPlace(to.source, values.spatial, values.position);
+    const bool sends = reverb_ && values.spatial && to.sound->isSpatial();
+    if (sends != to.sends) {
+        to.sends = sends;
+        setFilters(to);
+    }
+}
+
+void VoicePool::setFilters(Voice& voice) {
+    if (voice.occlusion > 0.0F && !lowPass_) {
+        lowPass_.emplace();
+    }
+    const unsigned filter = lowPass_ ? lowPass_->close(voice.occlusion) : 0;
+    if (lowPass_) {
+        alSourcei(voice.source, AL_DIRECT_FILTER, static_cast<ALint>(filter));
+    }
+    if (reverb_) {
+        reverb_->send(voice.source, voice.sends, filter);
+    }
 }
 
 void VoicePool::setReach(int voice, const VoiceValues& values) {
@@ -313,10 +342,17 @@ void VoicePool::setGain(int voice, const VoiceValues& values) {
     alSourcef(to.source, AL_GAIN, values.gain);
 }
 
-void VoicePool::setPlayback(int voice, const VoiceValues& values, const Playhead& head) {
+void VoicePool::setOcclusion(int voice, const VoiceValues& values) {
+    Voice& to = voices_[static_cast<Index>(voice)];
+    to.occlusion = values.occlusion;
+    setFilters(to);
+}
+
+void VoicePool::setPlayback(
+    int voice, const VoiceValues& values, const Playhead& head, float shift) {
     Voice& to = voices_[static_cast<Index>(voice)];
     to.head = head;
-    detail::setPlayback(to.source, values.pitch, values.loop && to.stream == nullptr);
+    detail::setPlayback(to.source, values.pitch * shift, values.loop && to.stream == nullptr);
 }
 
 } // namespace Orvel::detail

@@ -3,6 +3,7 @@
 #include <Orvel/Hull.h>
 #include <Orvel/Vec3f.h>
 #include <Orvel/detail/voices/Playhead.h>
+#include <Orvel/detail/voices/Reverb.h>
 #include <Orvel/detail/voices/SoundStream.h>
 
 #include <cstddef>
@@ -10,7 +11,9 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -25,6 +28,9 @@ struct VoiceValues {
     float gain = 1.0F;
     float pitch = 1.0F;
     bool loop = false;
+    float occlusion = 0.0F; ///< 0: heard freely, 1: through a closed low-pass filter
+    Vec3f velocity{};       ///< units per second
+    float hold = 0.0F;      ///< how long the velocity holds, in seconds
 };
 
 /// The AL sources of one context, which mix sounds. Each is free, sounding, or fading out after its
@@ -41,12 +47,17 @@ public:
     /// Returns the next frame that is mixed; for frames that are mixed on another thread.
     using Clock = std::function<std::int64_t()>;
 
-    /// Without a reader, chunks are read when they are needed. Without a clock, no frames are mixed
-    /// inside the calls. Fewer sources may be available. `settled` is the number of frames after
-    /// which a new gain has been reached for certain.
-    VoicePool(
-        std::size_t voices, unsigned rate, std::int64_t settled, Reader reader = {},
-        Clock clock = {});
+    struct Settings {
+        std::size_t voices; ///< fewer may be available
+        unsigned rate;      ///< frames per second of the output
+        /// The number of frames after which a new gain has been reached for certain.
+        std::int64_t settled = 1;
+        std::string reverb{}; ///< see Reverb; empty: none
+        float wet = 1.0F;
+        Reader reader{}; ///< without it, chunks are read when they are needed
+        Clock clock{};   ///< without it, no frames are mixed inside the calls
+    };
+    explicit VoicePool(Settings settings);
     VoicePool(const VoicePool&) = delete;
     VoicePool& operator=(const VoicePool&) = delete;
     ~VoicePool();
@@ -58,13 +69,13 @@ public:
     /// How often a stream had no data in time.
     [[nodiscard]] std::uint64_t gaps() const noexcept { return gaps_; }
     /// Frames per second of the output.
-    [[nodiscard]] unsigned rate() const noexcept { return rate_; }
+    [[nodiscard]] unsigned rate() const noexcept { return settings_.rate; }
 
     /// Starts to mix a ready sound, whose position is `head` and may begin to move at a coming
     /// frame; `now` is the next frame that is mixed. Returns the voice, or -1 if none is free.
     int start(
         const std::shared_ptr<const Sound>& sound, const VoiceValues& values, const Playhead& head,
-        std::int64_t now);
+        float shift, std::int64_t now);
     /// Whether a voice's samples are handed to OpenAL bit by bit.
     [[nodiscard]] bool isFed(int voice) const {
         return voices_[static_cast<Index>(voice)].stream != nullptr;
@@ -75,7 +86,9 @@ public:
     void setPlace(int voice, const VoiceValues& values);
     void setReach(int voice, const VoiceValues& values);
     void setGain(int voice, const VoiceValues& values);
-    void setPlayback(int voice, const VoiceValues& values, const Playhead& head);
+    void setOcclusion(int voice, const VoiceValues& values);
+    /// `shift` is a factor on the pitch.
+    void setPlayback(int voice, const VoiceValues& values, const Playhead& head, float shift);
 
     /// Goes on with fades and streams. `now` is the next frame that is mixed, and `frames` are
     /// mixed at a time.
@@ -89,6 +102,8 @@ private:
         std::shared_ptr<const Sound> sound; // while sounding or fading
         float gain = 1.0F;
         float fade = 1.0F; // below 1 after the release
+        float occlusion = 0.0F;
+        bool sends = false; // to the reverberation
         std::int64_t silentSince = 0;
         // Of a streamed sound, or one that starts at a coming frame. Frames are counted through
         // all rounds of a loop.
@@ -108,12 +123,12 @@ private:
     void play(Voice& voice, std::int64_t first, std::int64_t end, std::int64_t now);
     void enqueue(Voice& voice, std::span<const std::byte> samples);
     void dropQueue(Voice& voice);
+    void setFilters(Voice& voice);
     void free(Index index);
 
-    const unsigned rate_;
-    const std::int64_t settled_;
-    const Reader reader_;
-    const Clock clock_;
+    const Settings settings_;
+    std::optional<Reverb> reverb_;
+    std::optional<LowPass> lowPass_; // once something is occluded
     std::size_t size_ = 0;
     std::size_t sounding_ = 0;
     std::size_t streams_ = 0;

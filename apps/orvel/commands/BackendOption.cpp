@@ -129,11 +129,11 @@ bool BackendOption::read(
     return true;
 }
 
-void setUsualVoices(std::vector<BackendOption::Choice>& choices, std::size_t voices) {
+void setUsualParams(std::vector<BackendOption::Choice>& choices, const std::string& params) {
     for (BackendOption::Choice& choice : choices) {
         if (choice.kind == "voices") {
             // The last of equal keys counts, which is the user's.
-            choice.params = "voices=" + std::to_string(voices) + ' ' + choice.params;
+            choice.params = params + ' ' + choice.params;
         }
     }
 }

@@ -40,8 +40,8 @@ private:
     bool web_ = false;
 };
 
-/// Has back ends of the kind "voices" mix this number of emitters, unless the user gave another.
-void setUsualVoices(std::vector<BackendOption::Choice>& choices, std::size_t voices);
+/// Gives back ends of the kind "voices" these parameters, unless the user gave others.
+void setUsualParams(std::vector<BackendOption::Choice>& choices, const std::string& params);
 
 /// Adds the back end of --web. Reports problems; returns false if it cannot serve.
 bool addWeb(Orvel::World& world, Diagnostics& diagnostics);

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <iomanip>
 #include <string>
 
 namespace OrvelTool {
@@ -11,12 +12,15 @@ namespace OrvelTool {
 namespace {
 
 void writeRow(std::ostream& out, const std::string& name, const Show::LevelMeter::Levels& levels) {
-    std::array<char, 128> row{};
-    std::snprintf(
-        row.data(), row.size(), "%8s  %10.1f %9.1f  %10.1f %9.1f\n", name.c_str(),
-        Show::toDecibels(levels[0].peak), Show::toDecibels(levels[0].rms),
-        Show::toDecibels(levels[1].peak), Show::toDecibels(levels[1].rms));
-    out << row.data();
+    out << std::setw(8) << name;
+    for (const Show::Level& level : levels) {
+        std::array<char, 64> text{};
+        std::snprintf(
+            text.data(), text.size(), "  %10.1f %9.1f", Show::toDecibels(level.peak),
+            Show::toDecibels(level.rms));
+        out << text.data();
+    }
+    out << '\n';
 }
 
 /// Rounds to hundredths of a dB; the table shows tenths. JSON has no infinity.
@@ -31,9 +35,8 @@ nlohmann::ordered_json number(double level) {
 
 nlohmann::ordered_json channels(const Show::LevelMeter::Levels& levels) {
     nlohmann::ordered_json json;
-    const std::array<const char*, Show::LevelMeter::kChannels> names{"left", "right"};
-    for (std::size_t channel = 0; channel < names.size(); ++channel) {
-        json[names[channel]] = {
+    for (std::size_t channel = 0; channel < levels.size(); ++channel) {
+        json[Show::channelName(levels.size(), channel)] = {
             {"peak", number(levels[channel].peak)}, {"rms", number(levels[channel].rms)}};
     }
     return json;
@@ -48,7 +51,16 @@ void writeTable(std::ostream& out, const Show::LevelMeter& meter, std::size_t ma
     const auto* const each = std::find_if(kRows.begin(), kRows.end() - 1, [&](std::size_t row) {
         return (seconds + row - 1) / row <= maxRows;
     });
-    out << "  second   left peak       RMS  right peak       RMS   (dBFS";
+    // "back right peak" is wider than its column, so that it stands without the "peak".
+    out << "  second";
+    for (std::size_t channel = 0; channel < meter.channels(); ++channel) {
+        std::string name = Show::channelName(meter.channels(), channel);
+        if (name.size() <= 5) {
+            name += " peak";
+        }
+        out << std::setw(12) << name << std::setw(10) << "RMS";
+    }
+    out << "   (dBFS";
     if (*each > 1) {
         out << "; a row is " << *each << " s";
     }

@@ -205,7 +205,7 @@ int PlayCommand::run() {
     if (!render_.accept(guard)) {
         return kWrongUse;
     }
-    setUsualVoices(choices, file.voices());
+    setUsualParams(choices, file.voicesParams());
     network_.restrictInterfaces();
     Diagnostics diagnostics(verbose_, file);
     Orvel::OwningWorld<> world;

@@ -14,23 +14,25 @@ namespace OrvelTool {
 
 namespace {
 
-/// Measures a stereo file. If it cannot be read, reports why and returns nothing.
+/// Measures a sound file. If it cannot be read, reports why and returns nothing.
 std::optional<Show::LevelMeter> measure(const std::string& path) {
     Orvel::SoundFile file(path);
     if (!file.isOpen()) {
         report("cannot read " + path + ": " + file.error());
         return std::nullopt;
     }
-    if (file.channels() != Show::LevelMeter::kChannels) {
+    const std::size_t channels = file.channels();
+    if (*Show::channelName(channels, 0) == '\0') {
         report(
-            path + ": expected 2 channels, as written by \"orvel render\", found " +
-            std::to_string(file.channels()));
+            path +
+            ": expected 1, 2, 4, 6, 7 or 8 channels, as written by \"orvel render\", found " +
+            std::to_string(channels));
         return std::nullopt;
     }
-    Show::LevelMeter meter(file.rate(), Show::ShowFile::kPictureWindow);
-    std::vector<float> block(std::size_t{8192} * Show::LevelMeter::kChannels);
+    Show::LevelMeter meter(file.rate(), Show::ShowFile::kPictureWindow, channels);
+    std::vector<float> block(std::size_t{8192} * channels);
     while (const std::size_t frames = file.read(std::span(block))) {
-        meter.add(std::span(block).first(frames * Show::LevelMeter::kChannels));
+        meter.add(std::span(block).first(frames * channels));
     }
     return meter;
 }

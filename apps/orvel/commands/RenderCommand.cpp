@@ -10,6 +10,7 @@
 #include <Show/detail/OutputFile.h>
 
 #include <Orvel/OALLoopbackBackend.h>
+#include <Orvel/OutputLayout.h>
 
 #include <nlohmann/json.hpp>
 
@@ -48,6 +49,20 @@ std::string checkFormat(const std::string& text) {
     return text == "s16" || text == "f32" ? "" : "expected s16 or f32, found \"" + text + "\"";
 }
 
+std::string layoutNames() {
+    std::string names;
+    for (const Orvel::OutputLayout& layout : Orvel::kOutputLayouts) {
+        names += (names.empty() ? "" : ", ") + std::string(layout.name);
+    }
+    return names;
+}
+
+std::string checkLayout(const std::string& text) {
+    return Orvel::findOutputLayout(text) != nullptr
+               ? ""
+               : "expected one of " + layoutNames() + ", found \"" + text + "\"";
+}
+
 } // namespace
 
 struct RenderCommand::Result {
@@ -63,9 +78,7 @@ struct RenderCommand::Result {
 RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend::kDefaultRate) {
     declare(parent, "render", "Render a scene to a WAV file, faster than real time");
     declareScene("The scene file (JSON), or a capture of orvel record");
-    app()
-        .add_option("OUT.wav", output_, "The WAV file to write, stereo; - is standard output")
-        ->required();
+    app().add_option("OUT.wav", output_, "The WAV file to write; - is standard output")->required();
     declareFrom(
         "Start at this second of the scene; sounds that are already playing start part-way");
     declareSeconds("How much to render, in seconds (default: until the scene ends)");
@@ -80,6 +93,12 @@ RenderCommand::RenderCommand(CLI::App& parent) : rate_(Orvel::OALLoopbackBackend
             "Back end to render through, with its parameters: voices or openal")
         ->type_name("KIND[:PARAMS]")
         ->capture_default_str();
+    app()
+        .add_option(
+            "--output", layout_,
+            "What to render for: " + layoutNames() + " (default: as the scene says)")
+        ->type_name("LAYOUT")
+        ->check(CLI::Validator(checkLayout, "", "layout"));
     app()
         .add_option("--format", format_, "Sample format: s16 (16-bit integers) or f32 (floats)")
         ->type_name("FORMAT")
@@ -113,6 +132,13 @@ int RenderCommand::run() {
     if (!choose(choice)) {
         return kWrongUse;
     }
+    if (!layout_.empty()) {
+        if (choice.kind != "voices") {
+            report("--output works with the back end \"voices\" only; omit --backend");
+            return kWrongUse;
+        }
+        choice.params += " output=" + layout_;
+    }
     const Show::ShowFile file = load();
     if (file.isCapture() && !plot_.empty()) {
         report("--plot draws scenes, but " + scenePath_ + " is a capture; omit the option");
@@ -138,8 +164,9 @@ int RenderCommand::render(const Show::ShowFile& file, const BackendOption::Choic
     // No other thread runs yet that could read the environment.
     setenv("ALSOFT_DRIVERS", "null", 1); // NOLINT(concurrency-mt-unsafe)
     Diagnostics diagnostics(verbose_, file);
-    Show::LevelMeter perSecond(rate_, 1.0);
-    Show::LevelMeter forPlot(rate_, Show::ShowFile::kPictureWindow);
+    const std::size_t channels = choice.kind == "voices" ? file.layout(choice.params).channels : 2;
+    Show::LevelMeter perSecond(rate_, 1.0, channels);
+    Show::LevelMeter forPlot(rate_, Show::ShowFile::kPictureWindow, channels);
     Progress progress("rendering");
     // Fetching may take long. Until it is over, Ctrl-C ends the process at once; then the output
     // file exists and must be removed.
@@ -220,6 +247,7 @@ void RenderCommand::writeResult(const Result& result) const {
         nlohmann::ordered_json json;
         json["file"] = output_;
         json["rate"] = rate_;
+        json["channels"] = result.perSecond.channels();
         json["format"] = format_;
         json["from"] = from_;
         json["seconds"] = result.seconds;

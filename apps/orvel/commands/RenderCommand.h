@@ -28,6 +28,7 @@ private:
     std::string output_;
     unsigned rate_;
     std::string backend_ = "voices";
+    std::string layout_;
     std::string format_ = "s16";
     std::string plot_; // empty: no picture
     bool all_ = false;

@@ -125,7 +125,7 @@ int ServeCommand::run() {
     if (choices.empty() && !render_.given() && capturePath_.empty()) {
         choices.push_back({"voices", ""});
     }
-    setUsualVoices(choices, Show::voicesFor(kMaxEmitters));
+    setUsualParams(choices, "voices=" + std::to_string(Show::voicesFor(kMaxEmitters)));
     if (!network_.checkKey()) {
         return kFailure;
     }

@@ -61,6 +61,10 @@ _orvel() {
         _orvel_files .wav
         return
         ;;
+    --output)
+        _orvel_words "stereo headphones mono quad 5.1 6.1 7.1"
+        return
+        ;;
     --format)
         _orvel_words "s16 f32"
         return
@@ -91,7 +95,7 @@ _orvel() {
     esac
     if [[ $cur == -* ]]; then
         case $command in
-        render) _orvel_words "--from --seconds --rate --backend --format --plot --all --json --fetch $common" ;;
+        render) _orvel_words "--from --seconds --rate --backend --output --format --plot --all --json --fetch $common" ;;
         play)
             _orvel_words "--backend --render --render-rate --render-raw --web --monitor --desk --server --only --wait --interface --key --open --max-per-address \
                 --max-servers --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --armed --from --seconds --status --loop --fetch $common"

@@ -1,5 +1,5 @@
 // The kind "voices" as it is heard, with the real OpenAL Soft, offline.
-#include "Sound.h"
+#include "Hall.h"
 
 #include <Orvel/BackendState.h>
 #include <Orvel/OALLoopbackBackend.h>
@@ -20,23 +20,6 @@
 namespace Orvel::Test {
 
 namespace {
-
-/// A scene and an offline back end of the kind "voices".
-struct Hall {
-    explicit Hall(const std::string& params = "")
-        : ear(new VoicesBackend(world, ("offline=yes " + params).c_str())) {}
-
-    Stereo hear(double seconds) {
-        Stereo samples(2 * static_cast<std::size_t>(seconds * ear->rate()), 7.0F);
-        EXPECT_TRUE(ear->render(samples.data(), static_cast<unsigned>(samples.size() / 2)));
-        return samples;
-    }
-
-    LogCapture log{Log::Level::Warning};
-    OutputCapture errors{STDERR_FILENO};
-    TidyWorld world;
-    VoicesBackend* ear;
-};
 
 Emitter* loop(World& world, const Vec3f& position, double hertz, float gain = 1.0F) {
     Emitter* emitter = play(world, position, tone(1.0, hertz));
@@ -280,8 +263,7 @@ TEST(Voices, BeginAtTheFrameThatIsAskedFor) {
             Hall hall(row.params);
             hallRate = static_cast<float>(hall.ear->rate());
             const auto hear = [&](std::int64_t frames) {
-                Stereo part(static_cast<std::size_t>(2 * frames));
-                hall.ear->render(part.data(), static_cast<unsigned>(frames));
+                const Stereo part = hall.hearFrames(frames);
                 sounds[asked].insert(sounds[asked].end(), part.begin(), part.end());
             };
             hear(1000);
@@ -321,6 +303,43 @@ TEST(Voices, BeginAtTheFrameThatIsAskedFor) {
         EXPECT_GT(level(sounds[1], 0), -30.0) << &row - rows;
         EXPECT_LT(difference(sounds[0], sounds[1]), -80.0) << &row - rows;
     }
+}
+
+TEST(Voices, PlayASourceAnyNumberOfTimesWithoutEmitters) {
+    Hall hall("voices=8");
+    const auto samples = tone(0.3, 500);
+    Source* source = hall.world.createSource();
+    source->setData(44100, 16, 1, samples.data(), static_cast<unsigned>(samples.size()));
+    EXPECT_EQ(hall.ear->playOnce(*source, {.gain = -1.0F}), 0);
+    const auto at = [](float x) { return Shot{.position = {x, 0, 0}, .hull = {9, 9, 1, 1}}; };
+    const int left = hall.ear->playOnce(*source, at(-1));
+    hall.hear(0.1);
+    hall.ear->playOnce(*source, at(1));
+    const Stereo both = hall.hear(0.1);
+    EXPECT_NEAR(level(both, 0), -9.03, 0.2);
+    EXPECT_NEAR(level(both, 1), -9.03, 0.2);
+    hall.ear->stopOnce(left);
+    hall.hear(0.05);
+    EXPECT_EQ(level(hall.hear(0.1), 0), -200.0);
+    EXPECT_EQ(hall.ear->shots(), 1U);
+    hall.hear(0.1);
+    EXPECT_EQ(hall.ear->shots(), 0U) << "it is over";
+    EXPECT_EQ(hall.ear->state().voicesUsed, 0U);
+    for (int i = 0; i < 100; ++i) {
+        hall.ear->playOnce(*source, at(0.01F * static_cast<float>(i)));
+    }
+    hall.hear(0.1);
+    EXPECT_EQ(hall.ear->state().voicesUsed, 8U);
+    EXPECT_TRUE(hall.ear->state().waitingEmitters.empty()) << "they are no emitters";
+    delete source;
+    hall.hear(0.1);
+    EXPECT_EQ(level(hall.hear(0.1), 0), -200.0);
+    EXPECT_EQ(hall.ear->shots(), 0U);
+    Source* missing = hall.world.createSource();
+    missing->setDataFromURL("/nowhere/missing.wav");
+    EXPECT_NE(hall.ear->playOnce(*missing), 0);
+    hall.hear(0.05);
+    EXPECT_EQ(hall.ear->shots(), 0U);
 }
 
 TEST(Voices, ReleaseTheMemoryOfSourcesDeletedInAnyOrder) {
