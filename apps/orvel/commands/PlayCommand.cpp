@@ -228,7 +228,8 @@ int PlayCommand::run() {
     // Before the scene is there, or with --from when it is at its time, see addAll().
     std::optional<Show::FrameSource> frames;
     const auto addFrames = [&] {
-        return !render_.given() || render_.open(frames, world, file.emitters(), diagnostics);
+        return !render_.given() ||
+               render_.open(frames, world, file.emitters(), file.voicesParams(), diagnostics);
     };
     if ((from_ <= 0.0 && !addFrames()) || !addAll(choices, playback, world, diagnostics) ||
         (from_ > 0.0 && !addFrames()) ||

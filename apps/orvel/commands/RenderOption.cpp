@@ -49,8 +49,8 @@ bool RenderOption::accept(OutputGuard& guard) const {
 
 bool RenderOption::open(
     std::optional<Show::FrameSource>& frames, Orvel::World& world, std::size_t emitters,
-    Diagnostics& diagnostics) const {
-    frames.emplace(world, "voices", "", rate_, emitters);
+    const std::string& params, Diagnostics& diagnostics) const {
+    frames.emplace(world, "voices", params, rate_, emitters);
     diagnostics.report();
     if (!frames->isWorking()) {
         report("OpenAL gave no loopback device; check the installation of OpenAL Soft");

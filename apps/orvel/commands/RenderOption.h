@@ -27,7 +27,7 @@ public:
     /// Adds the back end that is recorded. Reports a failure and returns false.
     bool open(
         std::optional<Show::FrameSource>& frames, Orvel::World& world, std::size_t emitters,
-        Diagnostics& diagnostics) const;
+        const std::string& params, Diagnostics& diagnostics) const;
     /// Creates the output. Throws OutputError.
     void begin(
         std::optional<Show::LiveRecording>& recording, Show::FrameSource& frames,
