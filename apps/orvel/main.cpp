@@ -1,6 +1,7 @@
 #include "commands/CheckCommand.h"
 #include "commands/Command.h"
 #include "commands/DoctorCommand.h"
+#include "commands/HrtfCommand.h"
 #include "commands/KeyCommand.h"
 #include "commands/Kinds.h"
 #include "commands/KindsCommand.h"
@@ -112,12 +113,13 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer(
         "Run \"orvel help COMMAND\" for details. Exit codes: 0 success, 1 failure, 2 wrong usage.");
-    const std::array<std::unique_ptr<Command>, 10> commands{
+    const std::array<std::unique_ptr<Command>, 11> commands{
         std::make_unique<RenderCommand>(app),  std::make_unique<PlayCommand>(app),
         std::make_unique<ServeCommand>(app),   std::make_unique<RecordCommand>(app),
         std::make_unique<ServersCommand>(app), std::make_unique<PlotCommand>(app),
         std::make_unique<CheckCommand>(app),   std::make_unique<KindsCommand>(app),
-        std::make_unique<DoctorCommand>(app),  std::make_unique<KeyCommand>(app)};
+        std::make_unique<DoctorCommand>(app),  std::make_unique<KeyCommand>(app),
+        std::make_unique<HrtfCommand>(app)};
     try {
         std::vector<std::string> words(argv + 1, argv + argc);
         if (!words.empty() && words.front() == "help") {

@@ -17,7 +17,7 @@ import xml.etree.ElementTree as ElementTree
 from tool_case import DEADLINE, LEFT, TOOL, ToolCase, changed, channels, levels
 
 COMMANDS = ["render", "play", "serve", "record", "servers", "plot", "check", "kinds",
-            "doctor", "key"]
+            "doctor", "key", "hrtf"]
 COMPLETION = os.path.abspath(sys.argv[2])
 
 

@@ -127,6 +127,7 @@ VoiceOutput::on(ALCdevice* device, const Settings& settings, std::vector<ALCint>
         return nullptr;
     }
     std::string problem;
+    std::string hrtf;
     const bool binaural = settings.layout != nullptr && settings.layout->isBinaural;
     if (settings.layout != nullptr) {
         attributes.insert(attributes.end(), {ALC_HRTF_SOFT, binaural ? ALC_TRUE : ALC_FALSE});
@@ -146,6 +147,7 @@ VoiceOutput::on(ALCdevice* device, const Settings& settings, std::vector<ALCint>
                 problem += " \"" + name + '"';
             }
         } else {
+            hrtf = *found;
             attributes.insert(
                 attributes.end(), {ALC_HRTF_ID_SOFT, static_cast<ALCint>(found - names.begin())});
         }
@@ -158,6 +160,9 @@ VoiceOutput::on(ALCdevice* device, const Settings& settings, std::vector<ALCint>
     if (binaural && problem.empty() && integerOf(device, ALC_HRTF_SOFT) != ALC_TRUE) {
         problem = "No HRTF data set fits this output of " + std::to_string(output->rate_) +
                   " Hz; expected stereo and a rate of one of the data sets";
+    } else if (!hrtf.empty() && hrtf != alcGetString(device, ALC_HRTF_SPECIFIER_SOFT)) {
+        problem = "The HRTF \"" + hrtf + "\" cannot be used at " + std::to_string(output->rate_) +
+                  " Hz; using \"" + alcGetString(device, ALC_HRTF_SPECIFIER_SOFT) + '"';
     }
     output->problem_ = std::move(problem);
     return output;

@@ -19,11 +19,11 @@ _orvel() {
     local command=${COMP_WORDS[1]}
     COMPREPLY=()
     if ((COMP_CWORD == 1)); then
-        _orvel_words "render play serve record servers plot check kinds doctor key help --help --version"
+        _orvel_words "render play serve record servers plot check kinds doctor key hrtf help --help --version"
         return
     fi
     if [[ $command == help ]]; then
-        ((COMP_CWORD == 2)) && _orvel_words "render play serve record servers plot check kinds doctor key"
+        ((COMP_CWORD == 2)) && _orvel_words "render play serve record servers plot check kinds doctor key hrtf"
         return
     fi
     case $prev in
@@ -46,7 +46,11 @@ _orvel() {
         return
         ;;
     --key | --output)
-        _orvel_files ""
+        if [[ $command:$prev == render:--output ]]; then
+            _orvel_words "stereo headphones mono quad 5.1 6.1 7.1"
+        else
+            _orvel_files ""
+        fi
         return
         ;;
     --right)
@@ -59,10 +63,6 @@ _orvel() {
         ;;
     --render)
         _orvel_files .wav
-        return
-        ;;
-    --output)
-        _orvel_words "stereo headphones mono quad 5.1 6.1 7.1"
         return
         ;;
     --format)
@@ -110,7 +110,7 @@ _orvel() {
         doctor) _orvel_words "--key --check-port --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check) _orvel_words "--strict $common" ;;
-        kinds) _orvel_words "$common" ;;
+        kinds | hrtf) _orvel_words "$common" ;;
         key) _orvel_words "--right --output $common" ;;
         esac
         return
