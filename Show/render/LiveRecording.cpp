@@ -23,7 +23,8 @@ using Seconds = std::chrono::duration<double>;
 
 LiveRecording::LiveRecording(
     FrameSource& source, const std::string& path, bool raw, Clock::time_point begin)
-    : source_(source), rate_(source.rate()), begin_(begin), perSecond_(rate_, 1.0, source.layout().channels) {
+    : source_(source), rate_(source.rate()), begin_(begin),
+      perSecond_(rate_, 1.0, source.layout().channels) {
     constexpr SampleFormat kFormat = SampleFormat::s16;
     if (PcmStream::isStream(path)) {
         stream_.emplace(
