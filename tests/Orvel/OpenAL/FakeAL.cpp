@@ -153,6 +153,8 @@ ORVEL_RECORDED(
 ORVEL_RECORDED(void, alSourcef, (ALuint id, ALenum key, ALfloat value), , id, kNames.at(key), value)
 ORVEL_RECORDED(void, alSourcefv, (ALuint id, ALenum key, const ALfloat* v), , id, vector(key, v))
 ORVEL_RECORDED(void, alSourcei, (ALuint id, ALenum key, ALint value), , id, kNames.at(key), value)
+ORVEL_RECORDED(
+    void, alSource3i, (ALuint id, ALenum key, ALint x, ALint y, ALint z), , id, kNames.at(key), x, y, z)
 ORVEL_RECORDED(void, alSourcePlay, (ALuint id), , id)
 ORVEL_RECORDED(void, alSourcePause, (ALuint id), , id)
 ORVEL_RECORDED(void, alSourceStop, (ALuint id), , id)
