@@ -11,6 +11,7 @@
 #include <span>
 #include <sstream>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace Corvid {
@@ -37,7 +38,7 @@ private:
 };
 
 std::string systemProblem(const std::string& path) {
-    return path + ": " + std::strerror(errno);
+    return path + ": " + std::generic_category().message(errno);
 }
 
 std::string hexOf(std::span<const std::byte> bytes) {

@@ -23,6 +23,7 @@ public:
     };
     static constexpr std::size_t kSecretBytes = 32;
 
+    /// One key: a secret that both sides know, its name and its right.
     struct ORVEL_EXPORT Key {
         std::string id;   ///< 16 hexadecimal digits, visible on the network
         std::string name; ///< for people: log, monitor

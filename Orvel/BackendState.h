@@ -34,6 +34,7 @@ struct BackendState {
         Refused, ///< its sound cannot be played
         Over     ///< its sound has ended
     };
+    /// How one emitter is heard.
     struct HeardEmitter {
         int id = 0;
         Hearing hearing = Hearing::Silent;

@@ -744,7 +744,7 @@ FrameClock VoicesBackend::frameClock() const {
         .rate = static_cast<double>(s.rate),
         .nominalRate = s.rate,
         .mixed = s.frames,
-        .soonest = s.frames + 2 * kBlockFrames};
+        .soonest = s.frames + std::int64_t{2} * kBlockFrames};
 }
 
 std::optional<double> VoicesBackend::playPosition(const Emitter& emitter) const {

@@ -2,6 +2,8 @@
 
 #include <Orvel/detail/Report.h>
 
+#include <utility>
+
 namespace Orvel {
 
 WorldPart::WorldPart(World& world, int id) : world_(world), id_(id) {}
@@ -12,11 +14,12 @@ WorldPart::WorldPart(const WorldPart& other) : world_(other.world_), id_(-1) {
 }
 
 bool WorldPart::changeState(State state) noexcept {
-    if (state == this->state()) {
+    // Compared as stored, or a value out of range would never be equal.
+    const auto stored = static_cast<std::int16_t>(state);
+    if (stored == state_) {
         return false;
     }
-    previousState_ = state_;
-    state_ = static_cast<std::int16_t>(state);
+    previousState_ = std::exchange(state_, stored);
     return true;
 }
 

@@ -45,6 +45,7 @@ public:
 
 private:
     struct Sum {
+        /// The sums of one channel.
         struct Channel {
             double peak = 0.0;
             double squares = 0.0;

@@ -2,7 +2,7 @@
 // Sets a gain at PORT of this machine, queries it, and prints the answer, which comes to REPLY_PORT.
 "use strict";
 const [modules, name, port, replyPort] = process.argv.slice(2);
-const use = module => require(`${modules}/${module}`);
+const use = require("node:module").createRequire(`${modules}/../clients.js`);
 const path = "/adm/obj/11/gain";
 const host = "127.0.0.1";
 

@@ -260,10 +260,10 @@ void Desk::apply(const Step& step, bool forward) {
 void Desk::remember(Step step, const std::string& gesture) {
     undone_.clear();
     if (!gesture.empty() && gesture == gesture_ && !done_.empty()) {
-        for (Edit& edit : step) { // a later part of a drag replaces the earlier ones
+        for (const Edit& edit : step) { // a later part of a drag replaces the earlier ones
             const auto found = std::ranges::find(done_.back(), edit.id, &Edit::id);
             if (found == done_.back().end()) {
-                done_.back().push_back(std::move(edit));
+                done_.back().push_back(edit);
             } else {
                 found->after = edit.after;
             }

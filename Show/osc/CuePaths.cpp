@@ -23,9 +23,9 @@ void CuePaths::cue(const std::string& name) const {
 }
 
 template <class Run>
-OscEntry<Orvel::World> CuePaths::commandEntry(std::string name, Run run) {
+OscEntry<Orvel::World> CuePaths::commandEntry(const std::string& name, Run run) {
     return {
-        .name = std::move(name),
+        .name = name,
         .counts = {0, 1},
         .take = [this, run](Orvel::World& /*world*/, OscNumbers n) -> OscExpected {
             const auto transport = transport_.lock();

@@ -233,8 +233,8 @@ public:
         ProtocolHTTP::Reply& reply) override {
         reply.setHeader("Content-Type", "application/json");
         reply.setHeader("Cache-Control", "no-store");
-        const std::string_view attribute =
-            request.parameters().empty() ? "" : request.parameters().front().first;
+        const std::string attribute =
+            request.parameters().empty() ? std::string() : request.parameters().front().first;
         if (attribute == "HOST_INFO") {
             reply.setBody(hostInfo());
             return true;

@@ -103,7 +103,10 @@ bool Transport::cue(std::string_view name) {
 
 void Transport::play(std::size_t cue) {
     const bool follows = waiting_ && cue_ && position_ == cues_[cue].at;
-    const double until = armed_ ? cues_[cue].until : kNever;
+    double until = kNever;
+    if (armed_) {
+        until = cues_[cue].until;
+    }
     paused_ = false;
     cue_ = cue;
     if (follows) { // everything sounds on

@@ -22,10 +22,10 @@ COMPLETION = os.path.abspath(sys.argv[2])
 
 
 class SoundCase(ToolCase):
-    def mono(self, name):
+    def mono(self, name, channels=1):
         with wave.open(self.path(name), "wb") as file:
-            file.setparams((1, 2, 8000, 0, "NONE", ""))
-            file.writeframes(bytes(800))
+            file.setparams((channels, 2, 8000, 0, "NONE", ""))
+            file.writeframes(bytes(channels * 800))
 
 
 class Messages(SoundCase):
@@ -58,7 +58,7 @@ class Messages(SoundCase):
         scene = self.scene(LEFT)
         self.scene({"orvel": 1}, "empty.json")
         self.scene(changed(LEFT, duration=80000), "long.json")
-        self.mono("mono.wav")
+        self.mono("three.wav", 3)
         before = sorted(os.listdir(self.folder))
         for arguments, expected in [
             (["render", "gone.json", "o.wav"], "gone.json"),
@@ -66,7 +66,7 @@ class Messages(SoundCase):
             (["render", "long.json", "o.wav"], "do not fit into a WAV file"),
             (["render", scene, "gone/o.wav"], "cannot write gone/o.wav: No such file"),
             (["render", scene, "/dev/full"], "cannot write /dev/full"),
-            (["plot", scene, "o.svg", "--levels", "mono.wav"], "expected 2 channels"),
+            (["plot", scene, "o.svg", "--levels", "three.wav"], "expected 1, 2, 4, 6, 7 or 8 channels"),
         ]:
             with self.subTest(arguments):
                 out, err = self.run_tool(*arguments, code=1)

@@ -56,6 +56,7 @@ C_TYPES = {
     "orvel_show_report": [_library.ReportCallback], "orvel_show_take": [_library.TakeCallback],
     "orvel_show_progress": [_library.ProgressCallback],
     "orvel_show_problem*": [ctypes.POINTER(_library.CProblem)],
+    "orvel_show_cue*": [ctypes.POINTER(_library.CCue)],
     "const orvel_show_render_settings*": [ctypes.POINTER(_library.RenderSettings)],
 }
 

@@ -35,7 +35,8 @@ class PackageTest(unittest.TestCase):
         for owner in (world, server, scene):
             owner.close()
             owner.close()
-        arguments = {"advance": [0.0], "add_backend": ["log"], "set_file": [FIRST],
+        arguments = {"advance": [0.0], "add_backend": ["log"], "set_file": [FIRST], "set_keys": ["k"], "cue": ["x"],
+                     "seek": [0.0], "control": [None],
                      "set_samples": [b"ab", 8000], "set_transform": [(0, 0, 0), None], "source": [1],
                      "emitter": [1], "render_into": [array.array("f", [0, 0])], "render": [8000],
                      "render_file": ["x.wav"]}

@@ -30,11 +30,13 @@ RULES = [
     (r"examples/.*", OTHERS),
 ]
 # Within the library of the show, a folder may include itself and those before it here.
-SHOW = ["detail", "scene", "player", "check", "server", "render", "capture", "osc", "monitor", "plot"]
+SHOW = ["detail", "scene", "player", "check", "server", "render", "capture", "monitor", "osc", "plot"]
 # Its public headers stand above those folders, but for those that hold values.
-VALUES = r"Show/(LevelMeter|Problem|SampleFormat)\.h"
+VALUES = r"Show/(Cue|LevelMeter|Problem|SampleFormat)\.h"
 RULES += [(r"Show/[^/]*\.h", r"Show/[^/]*\.h|(Orvel|Corvid|Vessa|Config)/.*"),
           (r"Show/[^/]*\.cpp", r"(Show|Orvel|Corvid|Vessa|Config)/.*|" + OTHERS)]
+# The desk and the paths of cues control a playback, and stand above the public classes as well.
+RULES += [(r"Show/(desk/.*|osc/CuePaths\.cpp)", r"Show/(Playback|ShowFile)\.h|Show/[a-z]+/.*|(Orvel|Corvid|Vessa|Config)/.*|" + OTHERS)]
 RULES += [(rf"Show/{folder}/.*",
            rf"{VALUES}|Show/({'|'.join(SHOW[:place + 1])})/.*|(Orvel|Corvid|Vessa|Config)/.*|" + OTHERS)
           for place, folder in enumerate(SHOW)]

@@ -82,7 +82,7 @@ bool Hub::setKeys(const std::string& path) {
 }
 
 /// Returns whether there are keys.
-bool Hub::takeChange(Keyring::Change change) {
+bool Hub::takeChange(const Keyring::Change& change) {
     if (!change.problem.empty()) {
         report(
             Severity::Warning, (keyring_->keys().all().empty()

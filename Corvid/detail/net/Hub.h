@@ -121,7 +121,7 @@ private:
     void resume() override;
     Clock::time_point refuseTheLate(Clock::time_point now);
     Clock::time_point takeKeys(Clock::time_point now);
-    bool takeChange(Keyring::Change change);
+    bool takeChange(const Keyring::Change& change);
     [[nodiscard]] std::string nameForRefusal(const Connection& connection) const;
     void ready(const Pointer& connection, const Loop::Watch::Ready& ready);
     bool flush();

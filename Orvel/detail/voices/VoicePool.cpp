@@ -46,7 +46,8 @@ void ramp(std::span<std::byte> bytes, std::size_t channels) {
     for (std::size_t i = 0; i < bytes.size() / sizeof(Sample) && i < kRampFrames * channels; ++i) {
         Sample sample{};
         std::memcpy(&sample, &bytes[i * sizeof(Sample)], sizeof(Sample));
-        const auto factor = static_cast<float>(i / channels + 1) / kRampFrames;
+        const std::size_t frame = i / channels;
+        const auto factor = static_cast<float>(frame + 1) / kRampFrames;
         sample = static_cast<Sample>(static_cast<float>(sample) * factor);
         std::memcpy(&bytes[i * sizeof(Sample)], &sample, sizeof(Sample));
     }

@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstdlib>
-#include <filesystem>
+#include <fstream>
 #include <ifaddrs.h>
 #include <memory>
 #include <net/if.h>
@@ -157,13 +157,12 @@ bool NetworkOptions::excludesThisMachine() const {
 }
 
 bool NetworkOptions::checkKey() {
-    const char* usual = std::getenv("ORVEL_KEY");
+    const char* usual = std::getenv("ORVEL_KEY"); // NOLINT(concurrency-mt-unsafe)
     if (keyOption_->count() == 0 && !open_ && usual != nullptr) {
         key_ = usual;
     }
-    std::error_code error;
-    if (keyOption_->count() == 0 && std::filesystem::file_size(key_, error) == 0 && !error) {
-        key_.clear(); // a service without a key
+    if (std::ifstream file(key_); keyOption_->count() == 0 && file && (file >> std::ws).eof()) {
+        key_.clear(); // a service without a key: the file is empty or blank
     }
     if (key_.empty()) {
         return true;
