@@ -84,6 +84,9 @@ class Desk(PageCase):
         self.wait_for(lambda: self.emitter(url, 11)["position"][0] > -1.95, "the key")
         self.press("Mute")
         self.wait_for(lambda: self.emitter(url, 11)["gain"] == 0, "mute")
+        self.wait_for_value(  # the page knows; its button would mute again before
+            "[...document.querySelectorAll('button')].find((b) => b.textContent === 'Mute').ariaPressed",
+            "true")
         self.press("Mute")
         self.wait_for(lambda: self.emitter(url, 11)["gain"] == 1, "the gain")
         for _ in range(3):
