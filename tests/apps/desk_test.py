@@ -97,7 +97,9 @@ class Desk(PageCase):
         # A finger at phone width; two fingers zoom instead.
         self.browser.resize(390, 844, phone=True)
         self.browser.call("Emulation.setTouchEmulationEnabled", enabled=True)
+        self.wait_until_laid_out()
         self.browser.value("document.getElementById('map').scrollIntoView()")
+        self.wait_until_laid_out()
         scale = float(self.of_the_map("scale"))
         x, y = self.place(4, 0)
         for kind, points in [("touchStart", [(x, y)]), ("touchMove", [(x, y + scale)]),

@@ -42,6 +42,12 @@ class PageCase(ToolCase):
             " map.getBoundingClientRect(), spot = new OffscreenCanvas(1, 1).getContext('2d');"
             f" return {expression}; }})()")
 
+    def wait_until_laid_out(self):
+        """Waits until the map stays where it is, such as after a resize."""
+        frames = "new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))"
+        self.wait_for(lambda: [self.place(0, 0), self.browser.value(frames + ".then(() => null)")] ==
+                      [self.place(0, 0), self.browser.value(frames + ".then(() => null)")], "the layout")
+
     def place(self, x, z):
         """Converts a place in the scene to window coordinates."""
         return self.of_the_map(f"[box.x + box.width / 2 + ({x} - x) * scale,"
