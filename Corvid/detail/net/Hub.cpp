@@ -97,10 +97,9 @@ bool Hub::takeChange(const Keyring::Change& change) {
 
 /// Takes a changed key file, and ends the connections whose keys it no longer has.
 Hub::Clock::time_point Hub::takeKeys(Clock::time_point now) {
-    Keyring::Change change = keyring_->look(now);
-    const bool taken = change.taken;
-    takeChange(std::move(change));
-    if (taken) {
+    const Keyring::Change change = keyring_->look(now);
+    takeChange(change);
+    if (change.taken) {
         reportedOnce_.clear();
         report(Severity::Notice, "took the changed key file");
         std::vector<Pointer> all(ungreeted_.begin(), ungreeted_.end());
