@@ -146,7 +146,11 @@ bool CaptureWriter::diskHasRoom() const {
         return true; // writing will report the error
     }
     const std::uint64_t block = disk.f_frsize;
-    return disk.f_bavail * block >= std::min(kMinFreeBytes, disk.f_blocks * block / kMinFreePart);
+    // Counted after the write, so that the last one before the end, and the end mark, still fit.
+    const std::uint64_t limit = std::max(
+        std::min(kMinFreeBytes, disk.f_blocks * block / kMinFreePart),
+        std::uint64_t{2} * kMaxWaiting);
+    return disk.f_bavail * block >= limit + waiting_.size();
 }
 
 int CaptureWriter::writeWaiting() {
