@@ -103,7 +103,7 @@ int main(int argc, char** argv) {
                 std::string(name) + ", " + std::to_string(count) + " emitters",
                 report.compare(
                     count, [&] { all(scene.emitters, change); }, [&] { all(scene.names, direct); }),
-                OrvelBench::kNanoseconds, {Aim::Of::Ratio, 1.05});
+                OrvelBench::kNanoseconds, {Aim::Of::Ratio, 1.03});
         };
         run(
             "transform",
