@@ -111,7 +111,7 @@ public:
         const double perOperation = 1.0 / (operations * static_cast<double>(calls));
         Pairs pairs;
         const auto start = Clock::now();
-        while (pairs.size() < kLeastPairs || secondsSince(start) < budget()) {
+        while (pairs.size() < kMinPairs || secondsSince(start) < budget()) {
             // The order alternates, so that neither gains from it.
             if (pairs.size() % 2 == 0) {
                 const double a = secondsFor(figure, calls);
@@ -184,7 +184,7 @@ private:
         std::string name, figure, baseline, difference, ratio, aim, verdict;
     };
 
-    static constexpr std::size_t kLeastPairs = 5;
+    static constexpr std::size_t kMinPairs = 5;
 
     /// Long enough that the cost of reading the clock is negligible.
     [[nodiscard]] double batchSeconds() const { return quick_ ? 20e-6 : 500e-6; }

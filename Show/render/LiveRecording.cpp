@@ -10,7 +10,7 @@ namespace {
 
 /// The shortest render, in seconds. Less than a block, so that an event between two blocks is heard
 /// on time.
-constexpr double kLeastAtOnce = 0.001;
+constexpr double kMinAtOnce = 0.001;
 /// The longest render, in seconds, before other work is done.
 constexpr double kMaxAtOnce = 0.05;
 
@@ -66,7 +66,7 @@ void LiveRecording::render(std::uint64_t frames) {
 
 bool LiveRecording::advance(Clock::time_point now) {
     const std::uint64_t due = framesUntil(now) - frames_;
-    if (static_cast<double>(due) >= kLeastAtOnce * rate_) {
+    if (static_cast<double>(due) >= kMinAtOnce * rate_) {
         worstLag_ = std::max(worstLag_, static_cast<double>(due) / rate_);
         render(std::min(due, static_cast<std::uint64_t>(kMaxAtOnce * rate_)));
     }

@@ -9,7 +9,7 @@ namespace Corvid::detail {
 
 namespace {
 
-constexpr std::size_t kLeastForgotten = std::size_t{64} << 10U; // moving the rest is worth it
+constexpr std::size_t kMinForgotten = std::size_t{64} << 10U; // moving the rest is worth it
 constexpr std::size_t kMaxKeptEmpty = std::size_t{1} << 20U;
 constexpr std::size_t kBytesPerSubject = 64; // about as much as the map takes
 
@@ -99,7 +99,7 @@ void Backlog::advance(std::size_t size) {
     while (next_ < begin_ + sent_) {
         next_ += frameAt(next_).size();
     }
-    if (!empty() && (sent_ < kLeastForgotten || sent_ < bytes_.size() / 2)) {
+    if (!empty() && (sent_ < kMinForgotten || sent_ < bytes_.size() / 2)) {
         return;
     }
     bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<long>(sent_));

@@ -9,10 +9,10 @@ namespace Orvel::detail {
 namespace {
 
 constexpr std::array kAxes{&Vec3f::x, &Vec3f::y, &Vec3f::z};
-constexpr std::size_t kLeastMoves = 3;
+constexpr std::size_t kMinMoves = 3;
 /// Limits of hold(), and its ratio to the time between two moves.
-constexpr double kLeastHold = 0.05;
-constexpr double kMostHold = 0.25;
+constexpr double kMinHold = 0.05;
+constexpr double kMaxHold = 0.25;
 constexpr double kHoldMoves = 3.0;
 
 float length(const Vec3f& v) {
@@ -34,7 +34,7 @@ void Motion::add(double seconds, const Vec3f& position) {
         places_.push_back({seconds, position});
     }
     // Keeps one place beyond the window, where its first displacement begins.
-    while (places_.size() > kLeastMoves + 1 && seconds - places_[1].seconds > kWindow) {
+    while (places_.size() > kMinMoves + 1 && seconds - places_[1].seconds > kWindow) {
         places_.erase(places_.begin());
     }
     estimate();
@@ -42,7 +42,7 @@ void Motion::add(double seconds, const Vec3f& position) {
 
 void Motion::estimate() {
     velocity_ = {};
-    if (places_.size() <= kLeastMoves) {
+    if (places_.size() <= kMinMoves) {
         return;
     }
     const std::size_t moves = places_.size() - 1;
@@ -83,7 +83,7 @@ void Motion::estimate() {
     }
     const double interval =
         (places_.back().seconds - places_.front().seconds) / static_cast<double>(moves);
-    hold_ = static_cast<float>(std::clamp(kHoldMoves * interval, kLeastHold, kMostHold));
+    hold_ = static_cast<float>(std::clamp(kHoldMoves * interval, kMinHold, kMaxHold));
 }
 
 } // namespace Orvel::detail

@@ -18,7 +18,7 @@ constexpr float kFadeFrames = 512.0F;
 /// How far the data of a stream reaches beyond its position, in seconds of playing.
 constexpr double kSecondsAhead = 0.5;
 /// The data with which a stream starts, in frames.
-constexpr std::int64_t kLeastToStart = 64;
+constexpr std::int64_t kMinToStart = 64;
 /// The frames within which a sound that starts in its middle reaches its level.
 constexpr std::size_t kRampFrames = 32;
 /// How often a start is repeated because frames were mixed meanwhile.
@@ -235,7 +235,7 @@ void VoicePool::feed(Voice& voice, std::int64_t now) {
     const auto ahead =
         static_cast<std::int64_t>(kSecondsAhead * settings_.rate * toFrames(voice.head.step));
     const auto width = static_cast<std::int64_t>(voice.sound->frameBytes());
-    while (voice.queue.empty() || voice.queuedTo < frame + std::max(ahead, kLeastToStart)) {
+    while (voice.queue.empty() || voice.queuedTo < frame + std::max(ahead, kMinToStart)) {
         if (!settings_.reader || !voice.sound->isStreamed()) {
             voice.stream->fill();
         }
@@ -265,7 +265,7 @@ void VoicePool::feed(Voice& voice, std::int64_t now) {
         voice.queuedTo = chunk->first + frames;
     }
     if (!voice.started && !voice.queue.empty() &&
-        (complete() || voice.queuedTo >= frame + kLeastToStart)) {
+        (complete() || voice.queuedTo >= frame + kMinToStart)) {
         play(voice, voice.queuedFrom, voice.queuedTo, now);
     }
 }

@@ -27,8 +27,8 @@ constexpr std::size_t kFade = 16;
 /// The first arrival is where a response reaches this part of its peak.
 constexpr float kArrival = 0.15F;
 /// OpenAL's limits of the distance, in millimetres.
-constexpr double kLeastDistance = 50.0;
-constexpr double kMostDistance = 2500.0;
+constexpr double kMinDistance = 50.0;
+constexpr double kMaxDistance = 2500.0;
 
 struct Closer {
     void operator()(MYSOFA_EASY* sofa) const { mysofa_close(sofa); }
@@ -122,7 +122,7 @@ std::string convertSofa(const std::string& path, unsigned rate) {
     put(file, 1, 1); // one distance
     put(file,
         static_cast<std::uint32_t>(
-            std::clamp(std::round(metres * 1000.0), kLeastDistance, kMostDistance)),
+            std::clamp(std::round(metres * 1000.0), kMinDistance, kMaxDistance)),
         2);
     put(file, kAzimuths.size(), 1);
     file.append(kAzimuths.begin(), kAzimuths.end());
