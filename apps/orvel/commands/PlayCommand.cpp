@@ -354,7 +354,10 @@ bool PlayCommand::play(
         render_.reportEnd(*recording, room);
     }
     reportGaps(world);
-    return room && !servers.wasHindered();
+    if (servers.wasAlone()) {
+        report("no server was found, so none has played; run \"orvel servers\" to find out why");
+    }
+    return room && !servers.wasHindered() && !servers.wasAlone();
 }
 
 } // namespace OrvelTool

@@ -89,7 +89,7 @@ void RemoteServers::look() {
         for (const std::string& server : client.watch.look()) {
             othersDrive_.erase(server);
         }
-        settled_ = settled_ || client.watch.someCame();
+        found_ = found_ || client.watch.someCame();
         if (client.watch.someCame() || std::exchange(client.regained, false)) {
             stopWhatIsOver(client);
         }
@@ -99,8 +99,7 @@ void RemoteServers::look() {
         std::exchange(held_, held) != held) {
         heldSince_ = now;
     }
-    if (!settled_ && now >= begin_ + kPatience) {
-        settled_ = true;
+    if (!found_ && now >= begin_ + kPatience && !std::exchange(reported_, true)) {
         report(
             "no server has been found yet; still searching. Run \"orvel servers\" to find out why");
     }

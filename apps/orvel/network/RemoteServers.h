@@ -47,6 +47,8 @@ public:
     [[nodiscard]] bool isHeld() const { return wait_ && held_; }
     /// Whether to end because other players drive all servers and --wait was not given.
     [[nodiscard]] bool isGivenUp() const;
+    /// Whether the world has client back ends, and no server was ever connected.
+    [[nodiscard]] bool wasAlone() const { return isUsed() && !found_; }
     /// Whether another player drove a server; with --wait, whether one still does.
     [[nodiscard]] bool wasHindered() const { return wait_ ? !othersDrive_.empty() : hindered_; }
 
@@ -75,7 +77,8 @@ private:
     bool hindered_ = false;             // another player has driven a server
     bool held_ = false;                 // other players drive all servers
     Clock::time_point heldSince_;
-    bool settled_ = false; // a server was found, or its absence reported
+    bool found_ = false;    // a server was
+    bool reported_ = false; // that none was found
 };
 
 } // namespace OrvelTool
