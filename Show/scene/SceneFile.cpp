@@ -637,8 +637,8 @@ private:
                     "name", "a name of at most 64 bytes, without blanks and # * , / ? [ ] { }");
             } else if (!isNew) {
                 object.expected(
-                    "name", "a name of its own, which line " + std::to_string(known->second) +
-                                " does not have");
+                    "name", "a name that no other cue has; line " + std::to_string(known->second) +
+                                " has it too");
             }
             cue.name = *name;
         }
