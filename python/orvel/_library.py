@@ -3,7 +3,9 @@
 from __future__ import annotations
 
 import ctypes
+import operator
 import pathlib
+from collections.abc import Callable
 from ctypes import (
     POINTER, Structure, c_bool, c_char_p, c_double, c_float, c_int, c_size_t, c_uint, c_uint64,
     c_ushort, c_void_p)
@@ -231,6 +233,37 @@ _FUNCTIONS: dict[str, tuple[Any, ...]] = {
 }
 
 
+class _Whole:
+    """An argument of an integer type of C. ctypes would take a number modulo its range."""
+
+    def __init__(self, kind: Any, least: int) -> None:
+        self._kind, self._least = kind, least
+        self._most = least + 2 ** (8 * ctypes.sizeof(kind)) - 1
+
+    def from_param(self, value: Any) -> Any:
+        if not self._least <= operator.index(value) <= self._most:
+            raise ValueError(f"expected a number from {self._least} to {self._most}, found {value}")
+        return self._kind(value)
+
+
+_WHOLE: dict[Any, _Whole] = {
+    c_int: _Whole(c_int, -2 ** 31),
+    **{kind: _Whole(kind, 0) for kind in (c_ushort, c_uint, c_uint64, c_size_t)}}
+
+
+def _called(function: Any) -> Callable[..., Any]:
+    def call(*arguments: Any) -> Any:
+        try:
+            return function(*arguments)
+        except ctypes.ArgumentError as fault:  # its text: argument 2: ValueError: the reason
+            number, kind, reason = str(fault).split(": ", 2)
+            if kind == "ValueError":
+                raise ValueError(reason) from None
+            found = arguments[int(number.split()[1]) - 1]
+            raise TypeError(f"{function.__name__} cannot take {found!r}") from None
+    return call
+
+
 class _Functions:
     """The functions, without their prefix "orvel_"."""
 
@@ -238,10 +271,11 @@ class _Functions:
         _library.orvel_last_error.restype = TEXT
         for name, ((result, check), *arguments) in _FUNCTIONS.items():
             function = getattr(_library, "orvel_" + name)
-            function.restype, function.argtypes = result, arguments
+            function.restype = result
+            function.argtypes = [_WHOLE.get(kind, kind) for kind in arguments]
             if check is not None:
                 function.errcheck = check
-            setattr(self, name, function)
+            setattr(self, name, _called(function))
 
     def __getattr__(self, name: str) -> Any:  # for the type checker
         raise AttributeError(name)

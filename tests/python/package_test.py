@@ -128,6 +128,10 @@ class PackageTest(unittest.TestCase):
             world.create_source(3)
             with self.assertRaisesRegex(orvel.Error, "already a source with the id 3"):
                 world.create_source(3)
+            for argument, kind, text in [(2 ** 32 + 5, ValueError, "to 2147483647, found 4294967301"),
+                                         ("x", TypeError, "cannot take 'x'")]:
+                with self.assertRaisesRegex(kind, text):
+                    world.create_source(argument)
         self.assertIn("ERROR:orvel:There is already a source with the ID 3", logged.output)
 
     def test_a_world_that_nobody_closed_is_closed_with_a_warning(self):
