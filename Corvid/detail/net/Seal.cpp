@@ -87,9 +87,11 @@ struct Seal::Context {
         try {
             const Keys::Key* key = seal.ring_ ? seal.ring_->keys().find(text) : nullptr;
             Keys::Key stranger;
-            ::RAND_bytes(
-                reinterpret_cast<unsigned char*>(stranger.secret.data()),
-                static_cast<int>(stranger.secret.size()));
+            if (::RAND_bytes(
+                    reinterpret_cast<unsigned char*>(stranger.secret.data()),
+                    static_cast<int>(stranger.secret.size())) != 1) {
+                return 0; // a secret of zeros could be guessed
+            }
             seal.key_ = key != nullptr ? *key : stranger;
         } catch (const std::bad_alloc&) {
             return 0;
