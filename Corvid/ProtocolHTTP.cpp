@@ -1,5 +1,7 @@
 #include <Corvid/ProtocolHTTP.h>
 
+#include <Corvid/detail/http/Secret.h>
+
 #include <boost/beast/http/status.hpp>
 
 #include <algorithm>
@@ -139,6 +141,13 @@ const std::string* ProtocolHTTP::Request::parameter(std::string_view name) const
 const std::string* ProtocolHTTP::Request::header(std::string_view name) const {
     return find(
         headers_, [name](const std::string& other) { return equalIgnoringCase(other, name); });
+}
+
+bool ProtocolHTTP::Request::hasBearer(std::string_view token) const {
+    constexpr std::string_view kScheme = "Bearer ";
+    const std::string* given = header("Authorization");
+    return given != nullptr && given->starts_with(kScheme) &&
+           detail::isSameSecret(std::string_view(*given).substr(kScheme.size()), token);
 }
 
 void ProtocolHTTP::Reply::setStatus(int status) {

@@ -43,6 +43,9 @@ public:
         [[nodiscard]] const Fields& headers() const noexcept { return headers_; }
         /// The first header with this name, in any case, or null.
         [[nodiscard]] const std::string* header(std::string_view name) const;
+        /// Whether the header Authorization is "Bearer " and this token. Takes the same time for
+        /// every wrong one of the right length.
+        [[nodiscard]] bool hasBearer(std::string_view token) const;
         [[nodiscard]] const std::string& body() const noexcept { return body_; }
 
     private:

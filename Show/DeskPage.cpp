@@ -51,8 +51,7 @@ std::string DeskPage::error() const {
 }
 
 std::string DeskPage::url() const {
-    return isOpen() ? state_->get()->url() + "#token=" + state_->access->token.text()
-                    : std::string();
+    return isOpen() ? state_->get()->url() + "#token=" + state_->access->token : std::string();
 }
 
 } // namespace Show

@@ -45,7 +45,7 @@ Desk::Answer DeskRequests::take(const ProtocolHTTP::Request& request) const {
     if (!isFromOwnPage(request)) {
         return {403, "expected the header Origin with the address of this server"};
     }
-    if (!access_->token.isIn(request.header("Authorization"))) {
+    if (!request.hasBearer(access_->token)) {
         return {401, "expected the token; open the address that was printed at the start"};
     }
     if (!isWithinRate()) {

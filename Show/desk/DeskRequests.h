@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Show/desk/Desk.h>
-#include <Show/monitor/AccessToken.h>
+#include <Show/detail/RandomHex.h>
 
 #include <Corvid/ProtocolHTTP.h>
 #include <Corvid/WebPage.h>
@@ -20,7 +20,9 @@ struct DeskAccess {
     explicit DeskAccess(Desk& itsDesk) : desk(itsDesk) {}
 
     Desk& desk;
-    const AccessToken token;
+    /// In the fragment of the desk's URL, which browsers send to no server; a header of each
+    /// change.
+    const std::string token = randomHex(32);
     double requestsLeft = 0.0;
     Clock::time_point lastRequest;
 };

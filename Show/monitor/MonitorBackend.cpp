@@ -1,5 +1,6 @@
 #include <Show/monitor/MonitorBackend.h>
 
+#include <Show/detail/RandomHex.h>
 #include <Show/monitor/MetricsText.h>
 #include <Show/monitor/NetworkReading.h>
 #include <Show/monitor/PageFiles.h>
@@ -16,7 +17,6 @@
 
 #include <algorithm>
 #include <array>
-#include <random>
 #include <string_view>
 #include <utility>
 
@@ -55,16 +55,6 @@ private:
 
 constexpr std::uint32_t kLoopbackNetwork = 127;
 
-std::string randomText() {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    std::random_device device;
-    std::string text;
-    for (int i = 0; i < 16; ++i) {
-        text += kDigits[device() % kDigits.size()];
-    }
-    return text;
-}
-
 void warn(const std::string& text) {
     Orvel::report(
         {Orvel::Diagnostic::Code::WebServer,
@@ -96,7 +86,7 @@ Orvel::BackendType MonitorBackend::_type(
     "shows the scene in a browser as it plays; added by --monitor", kParams);
 
 MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
-    : PlayClock(world, params), instance_(randomText()) {
+    : PlayClock(world, params), instance_(randomHex(16)) {
     server_->setName("Orvel monitor");
     server_->setDiagnostic(&warn);
     const Config::ParamReader read(
@@ -109,7 +99,7 @@ MonitorBackend::MonitorBackend(Orvel::World& world, const char* params)
     token_ = read.text("token");
     if (const auto address = Corvid::InetAddress::getByAddress(read.text("address"));
         token_.empty() && !(address.isValid() && address.bits() >> 24U == kLoopbackNetwork)) {
-        token_ = randomText() + randomText();
+        token_ = randomHex(32);
     }
     server_->setToken(token_);
     open(read.text("address"), static_cast<std::uint16_t>(read.number("port")), read.isSet("port"));

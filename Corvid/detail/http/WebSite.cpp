@@ -3,6 +3,7 @@
 #include <Corvid/EscapeHtml.h>
 #include <Corvid/InetAddress.h>
 #include <Corvid/WebPageStatic.h>
+#include <Corvid/detail/http/Secret.h>
 
 #include <boost/beast/core/string.hpp>
 
@@ -13,14 +14,12 @@
 #include <ctime>
 #include <exception>
 #include <netinet/in.h>
-#include <openssl/crypto.h>
 #include <string_view>
 
 namespace Corvid::detail {
 
 namespace {
 
-constexpr std::string_view kBearer = "Bearer ";
 constexpr std::size_t kCookieNameDigits = 8;
 constexpr std::size_t kMaxLogged = 10'000;
 constexpr std::size_t kMaxShown = 256; // of a text from a client
@@ -146,28 +145,21 @@ void WebSite::answer(
 }
 
 bool WebSite::admit(const ProtocolHTTP::Request& request, ProtocolHTTP::Reply& reply) const {
-    const auto isToken = [this](std::string_view text) {
-        return text.size() == token.size() &&
-               ::CRYPTO_memcmp(text.data(), token.data(), text.size()) == 0;
-    };
-    if (token.empty()) {
+    if (token.empty() || request.hasBearer(token)) {
         return true;
     }
     // Cookies do not know ports, so each server of a machine has a name of its own.
     const std::string cookie = "orvel-" + token.substr(0, kCookieNameDigits) + '=';
     for (const auto& [header, value] : request.headers()) {
-        if (boost::beast::iequals(header, "Authorization") && value.starts_with(kBearer) &&
-            isToken(std::string_view(value).substr(kBearer.size()))) {
-            return true;
-        }
         if (const auto place = value.find(cookie);
             boost::beast::iequals(header, "Cookie") && place != std::string::npos &&
-            isToken(std::string_view(value).substr(place + cookie.size(), token.size()))) {
+            isSameSecret(
+                std::string_view(value).substr(place + cookie.size(), token.size()), token)) {
             return true;
         }
     }
     const std::string* given = request.parameter("token");
-    if (given != nullptr && isToken(*given)) {
+    if (given != nullptr && isSameSecret(*given, token)) {
         // Leaves the address, so that it is in no history and no Referer.
         reply = {};
         reply.setStatus(303);
