@@ -191,10 +191,14 @@ Connection::Status Connection::writeLocked() {
     constexpr int kMaxCalls = 4; // then other connections are served
     std::array<iovec, kMaxPieces> pieces;
     context_->stream.moveLag(outlet_);
-    if (seal_ != nullptr) {
-        return writeSealed();
-    }
     for (int call = 0; call < kMaxCalls; ++call) {
+        if (seal_ != nullptr && !flushSeal()) {
+            return Status::Failed;
+        }
+        if (seal_ != nullptr && !seal_->output().empty()) {
+            context_->stream.advance(outlet_, 0, true);
+            return Status::Blocked;
+        }
         const OutgoingStream::Batch batch =
             context_->stream.gather(outlet_, pieces.data(), pieces.size());
         if (batch.overrun) {
@@ -214,7 +218,11 @@ Connection::Status Connection::writeLocked() {
             context_->stream.advance(outlet_, 0, true);
             return Status::Blocked;
         }
-        const Socket::Transfer sent = socket_.send(pieces.data(), batch.pieces);
+        if (seal_ != nullptr) {
+            bytes = std::min(bytes, kSealedPart);
+        }
+        const Socket::Transfer sent = seal_ == nullptr ? socket_.send(pieces.data(), batch.pieces)
+                                                       : sendSealed(pieces.data(), bytes);
         const bool failed = sent.error && !sent.blocked();
         const bool blocked = !failed && sent.bytes < bytes;
         context_->stream.advance(outlet_, sent.bytes, blocked);
@@ -229,45 +237,17 @@ Connection::Status Connection::writeLocked() {
     return Status::More;
 }
 
-Connection::Status Connection::writeSealed() {
-    constexpr std::size_t kMaxPieces = 64;
-    constexpr int kMaxCalls = 4;
-    std::array<iovec, kMaxPieces> pieces;
-    for (int call = 0; call < kMaxCalls; ++call) {
-        if (!flushSeal()) {
-            return Status::Failed;
-        }
-        if (!seal_->output().empty()) {
-            context_->stream.advance(outlet_, 0, true);
-            return Status::Blocked;
-        }
-        const OutgoingStream::Batch batch =
-            context_->stream.gather(outlet_, pieces.data(), pieces.size());
-        if (batch.overrun) {
-            end("it reads too slowly, and its queue exceeds the limit");
-            return Status::Failed;
-        }
-        if (batch.pieces == 0) {
-            return Status::Done;
-        }
-        std::size_t bytes = std::min(batch.bytes, kSealedPart);
-        if (batch.backlog) {
-            bytes = std::min(
-                bytes, kUnsentLimit - std::min<std::size_t>(socket_.unsent(), kUnsentLimit));
-        }
-        seal_->seal(pieces.data(), bytes);
-        const bool failed = !seal_->fault().empty() || !flushSeal();
-        const bool blocked = !failed && (bytes == 0 || !seal_->output().empty());
-        context_->stream.advance(outlet_, failed ? 0 : bytes, blocked);
-        if (failed) {
-            end(seal_->fault());
-            return Status::Failed;
-        }
-        if (blocked) {
-            return Status::Blocked;
-        }
+/// Seals bytes, and sends as many of them as the socket takes; all count as sent, as the seal keeps
+/// the others.
+Socket::Transfer Connection::sendSealed(const iovec* pieces, std::size_t bytes) {
+    seal_->seal(pieces, bytes);
+    if (!seal_->fault().empty()) {
+        end(seal_->fault());
     }
-    return Status::More;
+    if (isEnded() || !flushSeal()) {
+        return {0, std::make_error_code(std::errc::connection_aborted)};
+    }
+    return {bytes, {}};
 }
 
 bool Connection::isIdle(std::chrono::steady_clock::duration atLeast) {

@@ -157,7 +157,7 @@ private:
     friend class HandOver;
 
     Status writeLocked();
-    Status writeSealed();
+    Socket::Transfer sendSealed(const iovec* pieces, std::size_t bytes);
     Socket::Transfer receive(std::span<std::byte> room);
     bool flushSeal();
     bool finishSeal();
