@@ -7,7 +7,8 @@
 namespace Corvid {
 
 Communicator::Communicator(std::shared_ptr<detail::Connection> connection)
-    : connection_(std::move(connection)) {}
+    : connection_(std::move(connection)),
+      mayDrive_(connection_->key() == nullptr || connection_->key()->right == Keys::Right::Drive) {}
 
 Communicator::~Communicator() {
     connection_->end("the application closed it");
@@ -39,11 +40,6 @@ short Communicator::id() const {
 
 std::uint16_t Communicator::features() const {
     return connection_->peer().features;
-}
-
-bool Communicator::mayDrive() const {
-    const Keys::Key* key = connection_->key();
-    return key == nullptr || key->right == Keys::Right::Drive;
 }
 
 Communicator::Counters Communicator::counters() const {

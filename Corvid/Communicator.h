@@ -73,7 +73,7 @@ public:
     /// none.
     [[nodiscard]] std::uint16_t features() const;
     /// Whether the peer may change the scene: false if its key may only watch.
-    [[nodiscard]] bool mayDrive() const;
+    [[nodiscard]] bool mayDrive() const { return mayDrive_; }
     [[nodiscard]] Counters counters() const;
 
 private:
@@ -81,6 +81,7 @@ private:
     explicit Communicator(std::shared_ptr<detail::Connection> connection);
 
     std::shared_ptr<detail::Connection> connection_;
+    const bool mayDrive_; // a key that changes ends the connection
 };
 
 } // namespace Corvid
