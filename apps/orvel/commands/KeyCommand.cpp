@@ -72,14 +72,12 @@ KeyCommand::KeyCommand(CLI::App& parent) {
             "--output", output_,
             "For grant: write the file here, readable by you only, instead of printing it")
         ->type_name("FILE");
-    app().footer(
-        "To connect two machines:\norvel key new show.keys                               (once; "
-        "copy "
-        "the file to the other)\norvel serve --key show.keys                           (on one "
-        "machine)\norvel play SCENE --backend client --key show.keys     (on the other)\nA running "
-        "server takes a changed file within a second and disconnects revoked keys. Whoever "
-        "can\nread "
-        "a key file has its keys: copy it over a safe way, such as scp or a USB stick.");
+    app().footer(R"(To connect two machines:
+orvel key new show.keys                               (once; copy the file to the other)
+orvel serve --key show.keys                           (on one machine)
+orvel play SCENE --backend client --key show.keys     (on the other)
+A running server takes a changed file within a second and disconnects revoked keys. Anyone who can
+read a key file has its keys: copy it in a safe way, such as scp or a USB stick.)");
 }
 
 bool KeyCommand::needName() const {

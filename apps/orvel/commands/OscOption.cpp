@@ -84,7 +84,7 @@ bool OscOption::check(bool open) const {
     }
     report(
         "--osc " + text_ +
-        ": Open Sound Control has no keys, so whoever reaches this machine could "
+        ": Open Sound Control has no keys, so anyone who reaches this machine could "
         "drive the scene; add --open if that is meant");
     return false;
 }
