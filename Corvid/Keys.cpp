@@ -6,10 +6,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <memory>
 #include <openssl/rand.h>
 #include <span>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -20,13 +22,13 @@ namespace {
 
 constexpr std::string_view kKeysHeader = "orvel-keys 1";
 
-/// A descriptor of a key file.
-class KeyFile {
+/// A descriptor, closed by the destructor.
+class KeyDescriptor {
 public:
-    explicit KeyFile(int descriptor) : descriptor_(descriptor) {}
-    KeyFile(const KeyFile&) = delete;
-    KeyFile& operator=(const KeyFile&) = delete;
-    ~KeyFile() {
+    explicit KeyDescriptor(int descriptor) : descriptor_(descriptor) {}
+    KeyDescriptor(const KeyDescriptor&) = delete;
+    KeyDescriptor& operator=(const KeyDescriptor&) = delete;
+    ~KeyDescriptor() {
         if (descriptor_ >= 0) {
             ::close(descriptor_);
         }
@@ -35,6 +37,23 @@ public:
 
 private:
     int descriptor_;
+};
+
+/// While it exists, other programs that change key files of this folder wait. The folder is locked,
+/// because a change replaces the file.
+class FolderLock {
+public:
+    explicit FolderLock(const std::string& path)
+        : folder_(::open(
+              std::filesystem::absolute(path).parent_path().c_str(),
+              O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        if (folder_.get() >= 0) {
+            ::flock(folder_.get(), LOCK_EX);
+        }
+    }
+
+private:
+    const KeyDescriptor folder_;
 };
 
 std::string systemProblem(const std::string& path) {
@@ -137,6 +156,50 @@ bool Keys::revoke(std::string_view name) {
     return std::erase_if(keys_, [name](const Key& key) { return key.name == name; }) != 0;
 }
 
+std::string Keys::makeFile(const std::string& path, const std::string& name) {
+    Keys keys;
+    const std::string problem = keys.grant(name, Right::Drive);
+    return problem.empty() ? keys.save(path, false) : problem;
+}
+
+std::string Keys::grantIn(
+    const std::string& path, const std::string& name, Right right, const std::string& output,
+    Keys& one) {
+    const FolderLock lock(path);
+    Keys all;
+    std::string problem = all.load(path);
+    if (problem.empty()) {
+        problem = all.grant(name, right);
+    }
+    if (!problem.empty()) {
+        return problem;
+    }
+    one.keys_ = {all.keys_.back()};
+    // The copy first: a key that nobody has would only be in the way.
+    if (!output.empty()) {
+        problem = one.save(output, false);
+    }
+    if (problem.empty()) {
+        problem = all.save(path, true);
+        if (!problem.empty() && !output.empty()) {
+            ::unlink(output.c_str());
+        }
+    }
+    return problem;
+}
+
+std::string Keys::revokeIn(const std::string& path, const std::string& name) {
+    const FolderLock lock(path);
+    Keys all;
+    if (std::string problem = all.load(path); !problem.empty()) {
+        return problem;
+    }
+    if (!all.revoke(name)) {
+        return path + ": there is no key with the name " + name;
+    }
+    return all.save(path, true);
+}
+
 std::string Keys::text() const {
     std::string text = "# Keys of Orvel: secret. See docs/security.md.\n";
     text.append(kKeysHeader) += '\n';
@@ -199,7 +262,7 @@ std::string Keys::parse(std::string_view text) {
 }
 
 std::string Keys::load(const std::string& path) {
-    const KeyFile file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const KeyDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
     if (file.get() < 0 || ::fstat(file.get(), &status) != 0) {
         return systemProblem(path);
@@ -229,7 +292,7 @@ std::string Keys::load(const std::string& path) {
 
 std::string Keys::save(const std::string& path, bool replace) const {
     std::string name = path + ".XXXXXX";
-    const KeyFile file(::mkostemp(name.data(), O_CLOEXEC)); // with mode 0600
+    const KeyDescriptor file(::mkostemp(name.data(), O_CLOEXEC)); // with mode 0600
     if (file.get() < 0) {
         return systemProblem(path);
     }

@@ -54,6 +54,19 @@ public:
     /// Removes a key by name. Returns false if there is none.
     bool revoke(std::string_view name);
 
+    // Changes of a key file. Concurrent changes wait for each other. They return a problem, or an
+    // empty text.
+
+    /// Makes a file, which must not exist, with a first key that may drive.
+    [[nodiscard]] static std::string makeFile(const std::string& path, const std::string& name);
+    /// Adds a key. `one`: set to this key alone, as its machine needs it; written to the file
+    /// `output`, which must not exist, unless that is empty.
+    [[nodiscard]] static std::string grantIn(
+        const std::string& path, const std::string& name, Right right, const std::string& output,
+        Keys& one);
+    /// Removes a key.
+    [[nodiscard]] static std::string revokeIn(const std::string& path, const std::string& name);
+
     [[nodiscard]] const std::vector<Key>& all() const { return keys_; }
     /// The key with an id or a name; null if there is none. Valid until a change.
     [[nodiscard]] const Key* find(std::string_view id) const;

@@ -41,6 +41,7 @@
 
 namespace {
 
+using Corvid::Keys;
 using Orvel::Backend;
 using Orvel::Emitter;
 using Orvel::Log;
@@ -64,6 +65,7 @@ thread_local std::string soundUrl;
 thread_local std::string labelList;
 thread_local std::string groupText;
 thread_local std::string interfaceList;
+thread_local std::string keyList;
 
 using Orvel::detail::Callback;
 using Orvel::detail::CallingBack;
@@ -261,6 +263,13 @@ std::string kinds(const char* separator) {
         list += (list.empty() ? "" : separator) + name;
     }
     return list;
+}
+
+/// Fails with this problem, unless it is empty.
+void refuseIf(const std::string& problem) {
+    if (!problem.empty()) {
+        throw Refusal(problem);
+    }
 }
 
 /// The result of a function that returns a text: `kept`, which is set to that of the body; empty on
@@ -881,7 +890,7 @@ bool orvel_server_set_keys(orvel_server* server, const char* path) {
     return done(__func__, [&] {
         const std::string file = need(path, "the path");
         if (!get(server).setKeys(file)) {
-            Corvid::Keys keys;
+            Keys keys;
             const std::string problem = keys.load(file);
             throw Refusal(problem.empty() ? file + " has no keys" : problem);
         }
@@ -942,6 +951,44 @@ int orvel_server_poll(orvel_server* server, double seconds) {
                     std::chrono::duration<double>(std::min(seconds, kLongestWait))));
         }
         return world.receive(false);
+    });
+}
+
+bool orvel_keys_new(const char* path, const char* name) {
+    return done(__func__, [&] {
+        refuseIf(Keys::makeFile(need(path, "the path"), need(name, "the name")));
+    });
+}
+
+bool orvel_keys_grant(const char* path, const char* name, const char* right, const char* output) {
+    return done(__func__, [&] {
+        const std::string wanted = need(right, "the right");
+        if (wanted != "drive" && wanted != "watch") {
+            throw Refusal("the right must be \"drive\" or \"watch\", found \"" + wanted + "\"");
+        }
+        Keys one;
+        refuseIf(Keys::grantIn(
+            need(path, "the path"), need(name, "the name"),
+            wanted == "drive" ? Keys::Right::Drive : Keys::Right::Watch, need(output, "the output"),
+            one));
+    });
+}
+
+bool orvel_keys_revoke(const char* path, const char* name) {
+    return done(__func__, [&] {
+        refuseIf(Keys::revokeIn(need(path, "the path"), need(name, "the name")));
+    });
+}
+
+const char* orvel_keys_list(const char* path) {
+    return guarded(__func__, static_cast<const char*>(nullptr), [&] {
+        Keys keys;
+        refuseIf(keys.load(need(path, "the path")));
+        keyList.clear();
+        for (const Keys::Key& key : keys.all()) {
+            keyList += Keys::nameOf(key.right) + (' ' + key.id) + ' ' + key.name + '\n';
+        }
+        return keyList.c_str();
     });
 }
 

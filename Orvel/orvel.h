@@ -320,6 +320,20 @@ ORVEL_EXPORT size_t orvel_server_clients(orvel_server* server);
 /// call), or -1 on failure. Call it at least every few seconds.
 ORVEL_EXPORT int orvel_server_poll(orvel_server* server, double seconds);
 
+// Key files (docs/security.md). They are made readable by their owner only. Callable on any thread.
+
+/// Makes a key file, which must not exist, with a first key of this name, which may drive.
+ORVEL_EXPORT bool orvel_keys_new(const char* path, const char* name);
+/// Adds a key with the right "drive" or "watch". `output`: the key file for its machine, which must
+/// not exist.
+ORVEL_EXPORT bool
+orvel_keys_grant(const char* path, const char* name, const char* right, const char* output);
+/// Removes a key. Running servers disconnect it within a second.
+ORVEL_EXPORT bool orvel_keys_revoke(const char* path, const char* name);
+/// A line "RIGHT ID NAME" for each key; null if the file cannot be used. Valid until the next call
+/// on this thread.
+ORVEL_EXPORT const char* orvel_keys_list(const char* path);
+
 #ifdef __cplusplus
 }
 #endif

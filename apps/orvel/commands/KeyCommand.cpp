@@ -2,9 +2,6 @@
 
 #include <Corvid/Keys.h>
 
-#include <fcntl.h>
-#include <filesystem>
-#include <sys/file.h>
 #include <unistd.h>
 
 namespace OrvelTool {
@@ -14,34 +11,6 @@ namespace {
 using Corvid::Keys;
 
 constexpr const char* kFirstName = "owner";
-
-/// A key file that is being changed; others who change it wait.
-class LockedKeys {
-public:
-    explicit LockedKeys(const std::string& path) {
-        // The folder, because the file is replaced.
-        const auto folder = std::filesystem::absolute(path).parent_path();
-        lock_ = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (lock_ >= 0) {
-            ::flock(lock_, LOCK_EX);
-        }
-        problem_ = keys_.load(path);
-    }
-    LockedKeys(const LockedKeys&) = delete;
-    LockedKeys& operator=(const LockedKeys&) = delete;
-    ~LockedKeys() {
-        if (lock_ >= 0) {
-            ::close(lock_);
-        }
-    }
-    [[nodiscard]] Keys& keys() { return keys_; }
-    [[nodiscard]] const std::string& problem() const { return problem_; }
-
-private:
-    Keys keys_;
-    std::string problem_;
-    int lock_ = -1;
-};
 
 int fail(const std::string& problem) {
     report(problem);
@@ -105,12 +74,7 @@ int KeyCommand::run() {
 }
 
 int KeyCommand::create() const {
-    Keys keys;
-    std::string problem = keys.grant(kFirstName, Keys::Right::Drive);
-    if (problem.empty()) {
-        problem = keys.save(path_, false);
-    }
-    if (!problem.empty()) {
+    if (const std::string problem = Keys::makeFile(path_, kFirstName); !problem.empty()) {
         return fail(problem);
     }
     report(
@@ -120,30 +84,12 @@ int KeyCommand::create() const {
 }
 
 int KeyCommand::grant() const {
-    LockedKeys file(path_);
-    if (!file.problem().empty()) {
-        return fail(file.problem() + "; make it first: orvel key new " + path_);
-    }
-    std::string problem =
-        file.keys().grant(name_, right_ == "watch" ? Keys::Right::Watch : Keys::Right::Drive);
+    Keys one;
+    const std::string problem = Keys::grantIn(
+        path_, name_, right_ == "watch" ? Keys::Right::Watch : Keys::Right::Drive, output_, one);
     if (!problem.empty()) {
-        return fail(problem);
-    }
-    Keys one = file.keys();
-    for (const Keys::Key& key : file.keys().all()) {
-        if (key.name != name_) {
-            one.revoke(key.name);
-        }
-    }
-    // The copy first: a key that nobody has would only be in the way.
-    if (!output_.empty()) {
-        problem = one.save(output_, false);
-    }
-    if (problem.empty()) {
-        problem = file.keys().save(path_, true);
-    }
-    if (!problem.empty()) {
-        return fail(problem);
+        const bool isThere = ::access(path_.c_str(), F_OK) == 0;
+        return fail(problem + (isThere ? "" : "; make it first: orvel key new " + path_));
     }
     if (output_.empty()) {
         standardOutput() << one.text();
@@ -156,15 +102,8 @@ int KeyCommand::grant() const {
 }
 
 int KeyCommand::revoke() const {
-    LockedKeys file(path_);
-    if (!file.problem().empty()) {
-        return fail(file.problem());
-    }
-    if (!file.keys().revoke(name_)) {
-        return fail(path_ + " has no key with the name " + name_ + "; see orvel key list " + path_);
-    }
-    const std::string problem = file.keys().save(path_, true);
-    return problem.empty() ? kSuccess : fail(problem);
+    const std::string problem = Keys::revokeIn(path_, name_);
+    return problem.empty() ? kSuccess : fail(problem + "; see orvel key list " + path_);
 }
 
 int KeyCommand::list() const {
