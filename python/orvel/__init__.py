@@ -10,6 +10,7 @@ in scene units, rotations unit quaternions x, y, z, w, gains linear, and times i
 
 from ._build import VERSION as __version__
 from ._errors import Error, FileError, GoneError, Problem
+from ._keys import Key, Keys
 from ._log import LogLevel, log_level, set_log_level
 from ._render import Renderer
 from ._server import Multicast, Server
@@ -18,7 +19,7 @@ from ._world import Backend, Emitter, Hearing, Hull, Part, Source, State, World,
 
 __all__ = [
     "Backend", "Capture", "Cue", "Emitter", "Error", "File", "FileError", "GoneError", "Hearing",
-    "Hull", "LogLevel", "Monitor", "Multicast", "OscInput", "Part", "Playback", "Problem", "Recorder", "Renderer", "Scene",
-    "Server", "Source", "State", "World", "__version__", "backend_kinds", "log_level",
-    "set_log_level",
+    "Hull", "Key", "Keys", "LogLevel", "Monitor", "Multicast", "OscInput", "Part", "Playback",
+    "Problem", "Recorder", "Renderer", "Scene", "Server", "Source", "State", "World",
+    "__version__", "backend_kinds", "log_level", "set_log_level",
 ]

@@ -76,6 +76,12 @@ def _text(result: Any, function: Any, arguments: tuple[Any, ...]) -> str:
     return (_read(result, function, arguments) or b"").decode(errors="replace")
 
 
+def _list(result: Any, function: Any, arguments: tuple[Any, ...]) -> list[list[str]]:
+    if result is None:
+        raise _last_error()
+    return [line.split() for line in result.decode().splitlines()]
+
+
 def _free(result: Any, function: Any, arguments: tuple[Any, ...]) -> None:
     pass
 
@@ -86,6 +92,7 @@ _MADE = (c_void_p, _must)  # null is the failure
 _FOUND = (c_void_p, _read)  # null is none
 _YES = (c_bool, _read)
 _TEXT = (TEXT, _text)
+_LISTED = (TEXT, _list)  # null is the failure
 _INT = (c_int, _read)
 _COUNTED = (c_int, _count)  # negative is the failure
 _TIME = (c_double, _count)
@@ -183,6 +190,10 @@ _FUNCTIONS: dict[str, tuple[Any, ...]] = {
     "server_port": (_PORT, _H),
     "server_clients": (_SIZE, _H),
     "server_poll": (_COUNTED, _H, c_double),
+    "keys_new": (_DONE, TEXT, TEXT),
+    "keys_grant": (_DONE, TEXT, TEXT, TEXT, TEXT),
+    "keys_revoke": (_DONE, TEXT, TEXT),
+    "keys_list": (_LISTED, TEXT),
     "show_file_load": (_MADE, TEXT, c_bool),
     "show_file_destroy": (_NOTHING, _H),
     "show_file_good": (_DONE, _H),

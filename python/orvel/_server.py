@@ -2,12 +2,13 @@
 
 from __future__ import annotations
 
+import os
 from collections.abc import Callable, Iterable
 from ctypes import c_int, c_ushort
 from typing import Any, NamedTuple, Optional, Union
 
 from ._library import Object, Relay, ResetCallback, library
-from ._world import World
+from ._world import Path, World
 
 
 class Multicast(NamedTuple):
@@ -20,7 +21,7 @@ class Multicast(NamedTuple):
 
 class Server(World):
     """A sound server: a world that clients drive over the network. It has no thread of its own:
-    call poll() from your loop. Anyone who can reach it can drive it.
+    call poll() from your loop. Anyone who can reach it can drive it, unless it has keys.
 
     `port` is a TCP port, 0: chosen by the system; `address` is an IPv4 address of this machine,
     empty: all.
@@ -69,10 +70,11 @@ class Server(World):
     def interfaces(self, interfaces: Iterable[str]) -> None:
         self._server._do(library.server_set_interfaces, ",".join(interfaces).encode())
 
-    def set_keys(self, path: str) -> None:
-        """Lets only clients with a key of this file connect, and only those with the right "drive"
-        change the scene. Call it before the first poll. If it fails, no one can connect."""
-        self._server._do(library.server_set_keys, path.encode())
+    def set_keys(self, file: Path) -> None:
+        """Lets only clients with a key of this file (see Keys) connect, and only those with the
+        right "drive" change the scene. Call it before the first poll. If it fails, no one can
+        connect."""
+        self._server._do(library.server_set_keys, os.fsencode(file))
 
     @property
     def on_reset(self) -> Optional[Callable[[], object]]:

@@ -95,6 +95,20 @@ class PackageTest(unittest.TestCase):
                     client.update()
             server.on_reset = None
 
+    def test_key_files_are_made_and_changed(self):
+        keys = orvel.Keys.new(self.path / "show.keys")
+        desk = keys.grant("desk", self.path / "desk.key", right="watch")
+        self.assertEqual([*desk], [[*keys][1]])
+        self.assertEqual((len(keys), [*desk][0].right, [*desk][0].name), (2, "watch", "desk"))
+        self.assertEqual(os.stat(desk).st_mode & 0o777, 0o600)
+        for fault, call, *arguments in [
+                ("revoke it first", keys.grant, "desk", self.path / "new"),
+                ("found \"rule\"", keys.grant, "hall", self.path / "new", "rule"),
+                ("File exists", keys.grant, "hall", desk), ("no key with the name", keys.revoke, "x"),
+                ("No such file", orvel.Keys, self.path / "none"), ("File exists", orvel.Keys.new, desk)]:
+            with self.assertRaisesRegex(orvel.Error, fault):
+                call(*arguments)
+
     def test_samples_go_in_and_out_unchanged(self):
         with orvel.World() as world:
             source = world.create_source()
