@@ -2,12 +2,9 @@
 // and the receivers' processor time, against plain structs over raw TCP and over ZeroMQ.
 #include "Net.h"
 
-#include <Corvid/Keys.h>
-
 #include <cstdio>
 #include <deque>
 #include <functional>
-#include <unistd.h>
 #ifdef ORVEL_HAS_ZMQ
 #include <zmq.h>
 #endif
@@ -213,23 +210,6 @@ private:
 };
 #endif
 
-/// A key file of this process, removed at its end.
-class KeyFile {
-public:
-    KeyFile() {
-        Corvid::Keys keys;
-        if (!keys.grant("bench", Corvid::Keys::Right::Drive).empty() ||
-            !keys.save(path, true).empty()) {
-            OrvelBench::fail("no key file can be made in /tmp");
-        }
-    }
-    KeyFile(const KeyFile&) = delete;
-    KeyFile& operator=(const KeyFile&) = delete;
-    ~KeyFile() { std::remove(path.c_str()); }
-
-    const std::string path = "/tmp/orvel-bench-" + std::to_string(::getpid()) + ".keys";
-};
-
 struct Comparisons {
     OrvelBench::Comparison time;
     OrvelBench::Comparison processor;
@@ -285,7 +265,7 @@ int main(int argc, char** argv) {
 #endif
     }
     {
-        const KeyFile keys;
+        const OrvelBench::KeyFile keys;
         Library sealed(1, keys.path);
         Library open(1);
         report.row(

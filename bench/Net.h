@@ -2,6 +2,7 @@
 
 #include "Raw.h"
 
+#include <Corvid/Keys.h>
 #include <Corvid/MultiClient.h>
 #include <Corvid/MultiServer.h>
 #include <Orvel/ClientBackend.h>
@@ -13,10 +14,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <iostream>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 namespace OrvelBench {
 
@@ -48,6 +51,23 @@ public:
 
 private:
     std::atomic<long> applied_ = 0;
+};
+
+/// A key file of this process, removed at its end.
+class KeyFile {
+public:
+    KeyFile() {
+        Corvid::Keys keys;
+        if (!keys.grant("bench", Corvid::Keys::Right::Drive).empty() ||
+            !keys.save(path, true).empty()) {
+            fail("no key file can be made in /tmp");
+        }
+    }
+    KeyFile(const KeyFile&) = delete;
+    KeyFile& operator=(const KeyFile&) = delete;
+    ~KeyFile() { std::remove(path.c_str()); }
+
+    const std::string path = "/tmp/orvel-bench-" + std::to_string(::getpid()) + ".keys";
 };
 
 /// A world with a client back end, and with emitters that move.
