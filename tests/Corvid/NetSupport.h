@@ -6,11 +6,13 @@
 #include <Corvid/MultiServer.h>
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <span>
 #include <string>
 #include <sys/socket.h>
@@ -89,4 +91,18 @@ inline std::string greeting(char version = 2, std::uint16_t instance = 'i') {
     std::string bytes = "ORVELNET" + std::string{version} + std::string(11, '\0') + "\x05" + '\0';
     std::memcpy(&bytes[12], &instance, sizeof instance);
     return bytes;
+}
+
+/// A UDP socket that sends to the group on the loopback interface, from this address.
+inline int groupSocket(std::uint32_t address, std::uint16_t port) {
+    const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
+    const sockaddr_in own = Orvel::Test::loopback(port, address);
+    const ip_mreq group = {
+        {::inet_addr(Corvid::Multicast::kDefaultAddress)}, Orvel::Test::loopback(0).sin_addr};
+    const int yes = 1;
+    ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    ::setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_IF, &group.imr_interface, 4);
+    ::setsockopt(descriptor, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group);
+    EXPECT_EQ(::bind(descriptor, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
+    return descriptor;
 }

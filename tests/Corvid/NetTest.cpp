@@ -148,19 +148,6 @@ greetingAnd(const std::vector<std::uint32_t>& words, int times = 1, std::uint16_
     return bytes;
 }
 
-/// A UDP socket that sends to the group on the loopback interface, from this address.
-int groupSocket(std::uint32_t address, std::uint16_t port) {
-    const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
-    const sockaddr_in own = loopback(port, address);
-    const ip_mreq group = {{::inet_addr(Corvid::Multicast::kDefaultAddress)}, loopback(0).sin_addr};
-    const int yes = 1;
-    ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    ::setsockopt(descriptor, IPPROTO_IP, IP_MULTICAST_IF, &group.imr_interface, 4);
-    ::setsockopt(descriptor, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group);
-    EXPECT_EQ(::bind(descriptor, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
-    return descriptor;
-}
-
 std::string datagram(char kind, const std::string& nonce, char instance = 1) {
     return std::string("ORVELFND\2\0", 10) + kind + '\0' + std::string(12, instance) + nonce +
            std::string(8, 1);
