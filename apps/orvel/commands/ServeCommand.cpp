@@ -305,8 +305,9 @@ void ServeCommand::announce(const Show::SoundServer& server, DiscoveryWatch& dis
             "FILE\" makes one), or --open for everybody");
     } else {
         report(
-            network_.key().empty() ? "everybody who reaches it can drive it (--open)"
-                                   : "only who has a key of " + network_.key() + " can connect");
+            network_.key().empty()
+                ? "everybody who reaches it can drive it (--open)"
+                : "only clients with a key of " + network_.key() + " can connect");
     }
 }
 

@@ -136,7 +136,7 @@ void NetworkOptions::declareKey(CLI::App& app, bool server) {
     keyOption_ =
         app.add_option(
                "--key", key_,
-               server ? "Let in only who has a key of this file, which \"orvel key\" makes "
+               server ? "Let in only clients with a key of this file, which \"orvel key\" makes "
                         "(default: the file that ORVEL_KEY names; without one, this "
                         "machine only)"
                       : "Use only servers that have the first key of this file, over "
