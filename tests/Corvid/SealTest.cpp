@@ -183,15 +183,11 @@ TEST(Seal, TellsStrangersNothing) {
     for (const Keys::Key& key : {wrongSecret, unknown}) {
         SealPair pair(key, ring);
         pair.run([](auto, auto, auto&) {});
-        EXPECT_FALSE(pair.server->isReady());
+        EXPECT_FALSE(pair.server->isReady() || pair.client->isReady());
         EXPECT_EQ(pair.passed[1], 0U) << "it answered";
         faults.push_back(pair.server->fault());
     }
     EXPECT_EQ(faults[0], faults[1]);
-    // A server without the key cannot pretend.
-    SealPair pair(wrongSecret, ring);
-    const auto impostor = Seal::accepting(ring);
-    EXPECT_FALSE(pair.client->isReady());
     // Nor can one send without end before it has proven anything.
     const auto endless = Seal::accepting(ring);
     std::size_t sent = 0;
