@@ -6,6 +6,7 @@
 
 #include <array>
 #include <deque>
+#include <fcntl.h>
 #include <functional>
 
 namespace {
@@ -169,6 +170,8 @@ private:
 };
 
 void measureFlood(OrvelBench::Report& report, const std::string& keys) {
+    // The strangers' sockets are in the same process: see Listener's reserveDescriptors().
+    ::close(::fcntl(0, F_DUPFD_CLOEXEC, 1020));
     const double seconds = report.quick() ? 0.05 : 4.0;
     Servers<TimedServer> servers(1, keys);
     TimedServer& server = servers.front();

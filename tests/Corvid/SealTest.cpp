@@ -563,11 +563,17 @@ TEST_F(SealedNet, RefusesRepeatedDatagrams) {
     const int listener = groupSocket(group, port_);
     std::array<char, DatagramSeal::kDatagramSize> query = {};
     sockaddr_in asker = {};
-    const auto isAsked = [&] {
-        socklen_t length = sizeof asker;
-        return ::recvfrom(
-                   listener, query.data(), query.size(), MSG_DONTWAIT,
-                   reinterpret_cast<sockaddr*>(&asker), &length) == std::ssize(query);
+    const auto isAsked = [&] { // takes the next datagram
+        auto bytes = query;
+        sockaddr_in sender = {};
+        socklen_t length = sizeof sender;
+        const bool isQuery = ::recvfrom(
+                                 listener, bytes.data(), bytes.size(), MSG_DONTWAIT,
+                                 reinterpret_cast<sockaddr*>(&sender), &length) > 0 &&
+                             bytes[10] == static_cast<char>(Kind::Query);
+        query = isQuery ? bytes : query;
+        asker = isQuery ? sender : asker;
+        return isQuery;
     };
     auto client = newClient("show.keys");
     client->setConnecting(false);
@@ -603,7 +609,8 @@ TEST_F(SealedNet, RefusesRepeatedDatagrams) {
 
     // A query, from the address of its first sender.
     client->close();
-    while (isAsked()) {
+    for (int i = 0; i < 1000; ++i) { // announcements too
+        isAsked();
     }
     const auto server = newServer("show.keys");
     const int repeater = groupSocket(INADDR_LOOPBACK, ntohs(asker.sin_port));

@@ -23,6 +23,9 @@ constexpr auto kTimeToLeave = 500ms;
 constexpr auto kMaxTimeToLeave = 2s;
 constexpr auto kDrainInterval = 2ms;
 constexpr int kMaxTaken = 256; // frames between two polls of the sockets
+// Messages of unproven peers between two polls of the sockets: each costs up to 0.2 ms, and a flood
+// of them must not delay the events of others.
+constexpr int kMaxHandshakes = 4;
 constexpr auto kNap = 200us;
 // A host that marks the ends of its batches: how often to look for an unfinished one, and how long
 // to expect the next.
@@ -509,7 +512,10 @@ void Hub::ready(const Pointer& connection, const Loop::Watch::Ready& ready) {
     }
     const State state = open_ ? handOver_.state(*connection) : State::Gone;
     if (state == State::Greeting) {
-        readGreeting(connection);
+        const bool isUnproven = connection->isSealed() && connection->key() == nullptr;
+        if (!isUnproven || handshakes_++ < kMaxHandshakes) { // else it is still readable
+            readGreeting(connection);
+        }
     } else if (state == State::Reading) {
         read(connection);
     } else { // the host must take received frames first, which slows down the peer
@@ -609,6 +615,7 @@ Hub::Clock::time_point Hub::prepare(Clock::time_point now, bool waits) {
     const bool inBatch = before != wakeUps_ || (napEnd_ && now >= *napEnd_);
     napEnd_.reset();
     taken_ = 0;
+    handshakes_ = 0;
     if (!handOver_.isDeferred()) {
         handOver_.finish();
         if (handOver_.hasQueued()) {

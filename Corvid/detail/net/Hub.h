@@ -159,6 +159,7 @@ private:
     std::deque<Pointer> ungreeted_; // oldest first
     std::vector<Pointer> served_;   // have greeted and are not lost
     int taken_ = 0;                 // by the host since the last poll of the sockets
+    int handshakes_ = 0;            // since the last poll of the sockets
     std::uint64_t wakeUps_ = 0;     // of the loop, when last seen
     std::optional<Clock::time_point> napEnd_;
     std::uint64_t batches_ = 0; // of the host, when last seen
