@@ -270,7 +270,7 @@ int main(int argc, char** argv) {
         Library open(1);
         report.row(
             "sealed against open: time", compare(report, sealed, open, kEvents).time,
-            OrvelBench::kNanoseconds, {Aim::Of::Difference, 30e-9});
+            OrvelBench::kNanoseconds, {Aim::Of::Difference, 30.0});
     }
     Library library(32);
     RawTcp raw(32);
