@@ -96,6 +96,9 @@ void writeScene(Metrics& metrics, const Orvel::World& world) {
     states("orvel_sources", "Sources in the scene.", world.sources());
     std::map<std::string, int> kinds;
     for (Orvel::Backend* backend : world.backends()) {
+        if (!MonitorBackend::isListed(*backend)) {
+            continue;
+        }
         ++kinds[backend->type() == nullptr ? "" : backend->type()->name()];
     }
     metrics.metric("orvel_backends", "gauge", "Back ends of the world.");

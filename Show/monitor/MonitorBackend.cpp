@@ -209,6 +209,11 @@ double MonitorBackend::lengthOf(const Orvel::Source& source) {
                : static_cast<double>(source.duration());
 }
 
+bool MonitorBackend::isListed(const Orvel::Backend& backend) {
+    return dynamic_cast<const PlayClock*>(&backend) == nullptr ||
+           dynamic_cast<const MonitorBackend*>(&backend) != nullptr;
+}
+
 bool MonitorBackend::isOver(const Orvel::Emitter& emitter) {
     if (const Orvel::Source* source = emitter.source()) {
         setLength(source->id(), lengthOf(*source)); // the length of a URL is learned over time

@@ -63,6 +63,9 @@ public:
     [[nodiscard]] std::string_view soundName(int source) const;
     /// The duration of a source at pitch 1, in seconds; 0 if unknown.
     [[nodiscard]] static double lengthOf(const Orvel::Source& source);
+    /// Whether pages and metrics list a back end: any but the one by which a playback follows its
+    /// sounds.
+    [[nodiscard]] static bool isListed(const Orvel::Backend& backend);
     /// Whether an emitter plays a sound that has ended.
     [[nodiscard]] bool isOver(const Orvel::Emitter& emitter);
 

@@ -31,9 +31,8 @@ void writeIds(JsonWriter& json, const std::vector<int>& ids) {
 void writeBackends(JsonWriter& json, const Orvel::World& world) {
     json.key("backends").open('[');
     for (Orvel::Backend* backend : world.backends()) {
-        if (dynamic_cast<PlayClock*>(backend) != nullptr &&
-            dynamic_cast<MonitorBackend*>(backend) == nullptr) {
-            continue; // follows the sounds of a playback
+        if (!MonitorBackend::isListed(*backend)) {
+            continue;
         }
         const Orvel::BackendType* type = backend->type();
         json.open('{').field("kind", type == nullptr ? "" : type->name());

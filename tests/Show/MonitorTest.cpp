@@ -312,6 +312,7 @@ TEST(MonitorMetrics, EveryLineIsOneThatAScraperTakes) {
         watched.world.createEmitter();
     }
     OddBackend odd(watched.world, nullptr);
+    const PlayClock clock(watched.world); // as a playback has one
     watched.monitor().update();
     const std::string all = metricsText(watched.monitor());
     std::istringstream text(all);
@@ -326,6 +327,7 @@ TEST(MonitorMetrics, EveryLineIsOneThatAScraperTakes) {
             << line;
     }
     EXPECT_TRUE(seen.contains("orvel_backends{kind=\"o\\\"d\\\\d\\n\xEF\xBF\xBD\"}"));
+    EXPECT_FALSE(seen.contains("orvel_backends{kind=\"silent\"}"));
     EXPECT_NE(all.find("\norvel_emitters{state=\"none\"} 3\n"), std::string::npos);
 }
 
