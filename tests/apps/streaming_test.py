@@ -8,6 +8,7 @@ import socket
 import subprocess
 import sys
 import unittest
+import wave
 
 from tool_case import DEADLINE, LEFT, ToolCase, changed, free_port, rms_dB
 
@@ -49,6 +50,12 @@ class Pipes(ToolCase):
         self.assertTrue(begins())
         self.wait_for(begins, "the header")  # once it has noticed that the first one is gone
         self.assertIsNone(player.poll())
+
+    def test_it_is_the_mix_of_the_named_back_end(self):
+        self.run_tool("play", self.scene(LEFT), "--backend", "voices:output=mono", "--render", "o.wav",
+                      "--seconds", "0.1", env={"ALSOFT_DRIVERS": "null"})
+        with wave.open(self.path("o.wav")) as file:
+            self.assertEqual(file.getnchannels(), 1)
 
     def test_the_end_of_standard_output_ends_it(self):
         player = self.start("play", self.scene(changed(LEFT, duration=1000)), "--render", "-",

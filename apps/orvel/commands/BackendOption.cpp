@@ -24,10 +24,6 @@ namespace {
 /// How long a sound device may take to open.
 constexpr std::chrono::seconds kDevicePatience{5};
 
-bool opensDevice(const std::string& kind) {
-    return kind == "default" || kind == "openal" || kind == "voices";
-}
-
 /// Kinds that show a scene and play nothing.
 bool isForLooking(const std::string& kind) {
     return kind == "monitor" || kind == "web";
@@ -127,6 +123,10 @@ bool BackendOption::read(
         return false;
     }
     return true;
+}
+
+bool opensDevice(const std::string& kind) {
+    return kind == "default" || kind == "openal" || kind == "voices";
 }
 
 void setUsualParams(std::vector<BackendOption::Choice>& choices, const std::string& params) {

@@ -40,6 +40,9 @@ private:
     bool web_ = false;
 };
 
+/// Whether a kind plays through a sound device.
+[[nodiscard]] bool opensDevice(const std::string& kind);
+
 /// Gives back ends of the kind "voices" these parameters, unless the user gave others.
 void setUsualParams(std::vector<BackendOption::Choice>& choices, const std::string& params);
 

@@ -229,7 +229,8 @@ int PlayCommand::run() {
     std::optional<Show::FrameSource> frames;
     const auto addFrames = [&] {
         return !render_.given() ||
-               render_.open(frames, world, file.emitters(), file.voicesParams(), diagnostics);
+               render_.open(
+                   frames, world, file.emitters(), choices, file.voicesParams(), diagnostics);
     };
     if ((from_ <= 0.0 && !addFrames()) || !addAll(choices, playback, world, diagnostics) ||
         (from_ > 0.0 && !addFrames()) ||

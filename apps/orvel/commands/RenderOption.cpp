@@ -4,7 +4,9 @@
 #include "process/Output.h"
 #include <Show/detail/OutputFile.h>
 
+#include <algorithm>
 #include <csignal>
+#include <iterator>
 #include <sstream>
 
 namespace OrvelTool {
@@ -49,8 +51,15 @@ bool RenderOption::accept(OutputGuard& guard) const {
 
 bool RenderOption::open(
     std::optional<Show::FrameSource>& frames, Orvel::World& world, std::size_t emitters,
-    const std::string& params, Diagnostics& diagnostics) const {
-    frames.emplace(world, "voices", params, rate_, emitters);
+    const std::vector<BackendOption::Choice>& choices, const std::string& params,
+    Diagnostics& diagnostics) const {
+    std::vector<BackendOption::Choice> mixing;
+    std::copy_if(
+        choices.begin(), choices.end(), std::back_inserter(mixing),
+        [](const auto& choice) { return opensDevice(choice.kind); });
+    const BackendOption::Choice recorded =
+        mixing.size() == 1 ? mixing.front() : BackendOption::Choice{"voices", params};
+    frames.emplace(world, recorded.kind, recorded.params, rate_, emitters);
     diagnostics.report();
     if (!frames->isWorking()) {
         report("OpenAL gave no loopback device; check the installation of OpenAL Soft");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "commands/BackendOption.h"
 #include "commands/OutputGuard.h"
 #include "process/Diagnostics.h"
 #include <Show/render/LiveRecording.h>
@@ -12,6 +13,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace OrvelTool {
 
@@ -24,10 +26,12 @@ public:
     [[nodiscard]] bool given() const { return !path_.empty(); }
     /// Whether the output may be written; otherwise reports the reason. True without the option.
     [[nodiscard]] bool accept(OutputGuard& guard) const;
-    /// Adds the back end that is recorded. Reports a failure and returns false.
+    /// Adds the back end that is recorded: the same as the one of `choices` that mixes, if that is
+    /// one alone, else of the kind "voices" with `params`. Reports a failure and returns false.
     bool open(
         std::optional<Show::FrameSource>& frames, Orvel::World& world, std::size_t emitters,
-        const std::string& params, Diagnostics& diagnostics) const;
+        const std::vector<BackendOption::Choice>& choices, const std::string& params,
+        Diagnostics& diagnostics) const;
     /// Creates the output. Throws OutputError.
     void begin(
         std::optional<Show::LiveRecording>& recording, Show::FrameSource& frames,

@@ -206,7 +206,7 @@ int ServeCommand::run() {
         return kFailure;
     }
     std::optional<Show::FrameSource> frames;
-    if (render_.given() && !render_.open(frames, server, kMaxEmitters, "", diagnostics)) {
+    if (render_.given() && !render_.open(frames, server, kMaxEmitters, choices, "", diagnostics)) {
         return kFailure;
     }
     if (!choices.empty() &&
