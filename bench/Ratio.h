@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <time.h>
 #include <vector>
 
 namespace OrvelBench {
@@ -78,6 +79,18 @@ private:
 
 using Clock = std::chrono::steady_clock;
 
+/// The processor time of this process, of all its threads.
+struct ProcessorClock {
+    using duration = std::chrono::nanoseconds;
+    using time_point = std::chrono::time_point<ProcessorClock, duration>;
+    static time_point now() {
+        timespec time{};
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+        return time_point(
+            std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+    }
+};
+
 inline double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
@@ -105,7 +118,8 @@ public:
     [[nodiscard]] double budget() const { return quick_ ? 0.002 : 1.5; }
 
     /// Seconds per operation. Each call of `figure` and `baseline` performs `operations` of them.
-    template <class Figure, class Baseline>
+    /// `Time` is the clock: time passed, or ProcessorClock for figures in shares of a core.
+    template <class Time = Clock, class Figure, class Baseline>
     Comparison compare(double operations, Figure&& figure, Baseline&& baseline) const {
         const long calls = std::max(callsPerBatch(figure), callsPerBatch(baseline));
         const double perOperation = 1.0 / (operations * static_cast<double>(calls));
@@ -114,12 +128,12 @@ public:
         while (pairs.size() < kMinPairs || secondsSince(start) < budget()) {
             // The order alternates, so that neither gains from it.
             if (pairs.size() % 2 == 0) {
-                const double a = secondsFor(figure, calls);
-                const double b = secondsFor(baseline, calls);
+                const double a = secondsFor<Time>(figure, calls);
+                const double b = secondsFor<Time>(baseline, calls);
                 pairs.add(a * perOperation, b * perOperation);
             } else {
-                const double b = secondsFor(baseline, calls);
-                const double a = secondsFor(figure, calls);
+                const double b = secondsFor<Time>(baseline, calls);
+                const double a = secondsFor<Time>(figure, calls);
                 pairs.add(a * perOperation, b * perOperation);
             }
         }
@@ -189,19 +203,19 @@ private:
     /// Long enough that the cost of reading the clock is negligible.
     [[nodiscard]] double batchSeconds() const { return quick_ ? 20e-6 : 500e-6; }
 
-    template <class Work>
+    template <class Time, class Work>
     static double secondsFor(Work& work, long calls) {
-        const auto start = Clock::now();
+        const auto start = Time::now();
         for (long i = 0; i < calls; ++i) {
             work();
         }
-        return secondsSince(start);
+        return std::chrono::duration<double>(Time::now() - start).count();
     }
 
     template <class Work>
     long callsPerBatch(Work& work) const {
         long calls = 1;
-        while (secondsFor(work, calls) < batchSeconds()) {
+        while (secondsFor<Clock>(work, calls) < batchSeconds()) {
             calls *= 2;
         }
         return calls;

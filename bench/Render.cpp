@@ -1,5 +1,6 @@
 // The speed of rendering a scene, against the same scene pulled from OpenAL Soft without the
 // library.
+#include "DirectScene.h"
 #include "Ratio.h"
 #include "Sound.h"
 
@@ -8,20 +9,17 @@
 #include <Orvel/OALLoopbackBackend.h>
 #include <Orvel/World.h>
 
-#include <AL/al.h>
-#include <AL/alc.h>
-#include <AL/alext.h>
 #include <array>
 
 namespace {
 
+using OrvelBench::kFar;
+using OrvelBench::kNear;
 using OrvelBench::placeOf;
 
 constexpr unsigned kFrames = OrvelBench::kRate / 100; // per block of 10 ms
 using Block = std::array<float, std::size_t{2} * kFrames>;
 
-constexpr float kNear = 1.0F;
-constexpr float kFar = 50.0F;
 constexpr float kGain = 0.25F;
 
 /// The scene through the library.
@@ -41,102 +39,27 @@ public:
             emitter->setSource(source);
             emitters_.push_back(emitter);
         }
-        move(0);
+        move([](int i) { return placeOf(i, 0); });
         source->setState(Orvel::WorldPart::PLAY);
     }
     LibraryScene(const LibraryScene&) = delete;
     LibraryScene& operator=(const LibraryScene&) = delete;
     ~LibraryScene() { world_.clearWorld(); }
 
-    void move(int step) {
+    template <class Place>
+    void move(Place&& placeAt) {
         int i = 0;
         for (Orvel::Emitter* emitter : emitters_) {
-            const Orvel::Vec3f place = placeOf(i++, step);
+            const Orvel::Vec3f place = placeAt(i++);
             emitter->setTransform(&place, nullptr);
         }
     }
-    void render(Block& block) { backend_.render(block.data(), kFrames); }
+    void render(float* samples, unsigned frames) { backend_.render(samples, frames); }
 
 private:
     Orvel::World world_;
     Orvel::OALLoopbackBackend backend_;
     std::vector<Orvel::Emitter*> emitters_;
-};
-
-/// The same scene in plain OpenAL.
-class DirectScene {
-public:
-    explicit DirectScene(int emitterCount) : sources_(static_cast<std::size_t>(emitterCount)) {
-        const auto open = reinterpret_cast<LPALCLOOPBACKOPENDEVICESOFT>(
-            alcGetProcAddress(nullptr, "alcLoopbackOpenDeviceSOFT"));
-        render_ = reinterpret_cast<LPALCRENDERSAMPLESSOFT>(
-            alcGetProcAddress(nullptr, "alcRenderSamplesSOFT"));
-        constexpr std::array<ALCint, 13> kAttributes{
-            ALC_FORMAT_CHANNELS_SOFT,
-            ALC_STEREO_SOFT,
-            ALC_FORMAT_TYPE_SOFT,
-            ALC_FLOAT_SOFT,
-            ALC_FREQUENCY,
-            static_cast<ALCint>(OrvelBench::kRate),
-            ALC_HRTF_SOFT,
-            ALC_FALSE,
-            ALC_MONO_SOURCES,
-            255,
-            ALC_STEREO_SOURCES,
-            1,
-            0};
-        device_ = open(nullptr);
-        context_ = alcCreateContext(device_, kAttributes.data());
-        alcMakeContextCurrent(context_);
-        alGenBuffers(1, &buffer_);
-        const auto samples = OrvelBench::tone();
-        alBufferData(
-            buffer_, AL_FORMAT_MONO16, samples.data(), static_cast<ALsizei>(samples.size()),
-            static_cast<ALsizei>(OrvelBench::kRate));
-        alGenSources(static_cast<ALsizei>(sources_.size()), sources_.data());
-        for (const ALuint source : sources_) {
-            alSourcef(source, AL_REFERENCE_DISTANCE, kNear);
-            alSourcef(source, AL_MAX_DISTANCE, kFar);
-            alSourcef(source, AL_GAIN, kGain);
-            alSourcei(source, AL_BUFFER, static_cast<ALint>(buffer_));
-            alSourcei(source, AL_LOOPING, AL_TRUE);
-        }
-        move(0);
-        alSourcePlayv(static_cast<ALsizei>(sources_.size()), sources_.data());
-        if (alGetError() != AL_NO_ERROR) {
-            OrvelBench::fail("OpenAL refuses the scene that is to be compared with");
-        }
-    }
-    DirectScene(const DirectScene&) = delete;
-    DirectScene& operator=(const DirectScene&) = delete;
-    ~DirectScene() {
-        alcDestroyContext(context_);
-        alcCloseDevice(device_);
-    }
-
-    /// With the same calls that the back end makes; Updates compares those separately.
-    void move(int step) {
-        int i = 0;
-        for (const ALuint source : sources_) {
-            if (alcGetCurrentContext() != context_) {
-                alcMakeContextCurrent(context_);
-            }
-            const Orvel::Vec3f place = placeOf(i++, step);
-            alSourcefv(source, AL_POSITION, std::array{place.x, place.y, place.z}.data());
-            alSourcei(source, AL_SOURCE_RELATIVE, AL_FALSE);
-            if (alGetError() != AL_NO_ERROR) {
-                OrvelBench::fail("a direct AL call was refused");
-            }
-        }
-    }
-    void render(Block& block) { render_(device_, block.data(), static_cast<ALCsizei>(kFrames)); }
-
-private:
-    std::vector<ALuint> sources_;
-    ALuint buffer_ = 0;
-    ALCdevice* device_ = nullptr;
-    ALCcontext* context_ = nullptr;
-    LPALCRENDERSAMPLESSOFT render_ = nullptr;
 };
 
 /// Renders block by block; the emitters optionally move before each one.
@@ -147,9 +70,9 @@ public:
     void operator()() {
         if (moving_) {
             step_ = (step_ + 1) % OrvelBench::kSteps;
-            scene_.move(step_);
+            scene_.move([this](int i) { return placeOf(i, step_); });
         }
-        scene_.render(block);
+        scene_.render(block.data(), kFrames);
         benchmark::DoNotOptimize(block);
     }
     Block block{};
@@ -171,7 +94,10 @@ int main(int argc, char** argv) {
     for (const bool moving : {false, true}) {
         for (const int count : {1, 32, 256}) {
             LibraryScene libraryScene(count);
-            DirectScene directScene(count);
+            OrvelBench::DirectScene directScene(
+                {.emitters = count, .samples = OrvelBench::tone(), .gainOf = [](int) {
+                     return kGain;
+                 }});
             Run library(libraryScene, moving);
             Run direct(directScene, moving);
             for (int i = 0; i < 2 * OrvelBench::kSteps; ++i) {
