@@ -7,6 +7,7 @@
 #include <Orvel/World.h>
 #include <Orvel/detail/KindParams.h>
 #include <Orvel/detail/net/PeerLines.h>
+#include <Orvel/detail/voices/DevicePeriod.h>
 #include <Orvel/detail/voices/DeviceThread.h>
 #include <Orvel/detail/voices/Motion.h>
 #include <Orvel/detail/voices/Reverb.h>
@@ -14,6 +15,7 @@
 #include <Orvel/detail/voices/VoiceOutput.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <limits>
 #include <system_error>
@@ -151,6 +153,7 @@ struct VoicesBackend::State {
     std::int64_t frames = 0;
     // With a device.
     std::unique_ptr<detail::SoundLoader> loader;
+    std::optional<detail::DevicePeriod> devicePeriod; // until it has been opened once
     std::unique_ptr<detail::DeviceThread> thread;
 };
 
@@ -190,8 +193,19 @@ VoicesBackend::VoicesBackend(World& world, const char* params)
         read.refuse("value", read.text("value"), "occlusion");
     }
     detail::VoiceOutput::Settings output{
-        read.text("device"), s.rate, s.voices, s.layout, read.text("hrtf")};
+        .name = read.text("device"),
+        .rate = s.rate,
+        .voices = s.voices,
+        .latency = static_cast<unsigned>(read.number("latency")),
+        .layout = s.layout,
+        .hrtf = read.text("hrtf")};
+    // OpenAL reads its settings when it is first used, in this process.
+    static std::atomic<bool> isFirst{true};
+    const bool readsSettings = isFirst.exchange(false);
     if (!s.offline) {
+        if (readsSettings && output.latency > 0) {
+            s.devicePeriod.emplace(output.latency, s.rate);
+        }
         s.loader = std::make_unique<detail::SoundLoader>();
         try {
             output.rate = read.isSet("rate") ? s.rate : 0;
@@ -545,6 +559,9 @@ bool VoicesBackend::update() {
         auto failures = s.shared->engine.takeFailures();
         std::move(failures.begin(), failures.end(), std::back_inserter(diagnostics));
         ended = s.shared->engine.takeEnded();
+        if (s.shared->device != SharedEngine::Device::Opening) {
+            s.devicePeriod.reset();
+        }
     }
     for (const Diagnostic& diagnostic : diagnostics) {
         if (detail::admitPeerLine(detail::PeerLine::OpenAL)) {

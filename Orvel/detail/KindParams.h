@@ -39,6 +39,11 @@ inline constexpr std::array kLoopbackParams{
 inline constexpr std::array kVoicesParams{
     Param{"voices", Param::Type::Number, "128", "emitters that are mixed at once", 1, 1024},
     Param{"device", Param::Type::Text, "", "name of the sound device; empty for the default one"},
+    Param{
+        "latency", Param::Type::Number, "0",
+        "asks the device for this time in milliseconds from a change until it is heard; 0: the "
+        "device's own",
+        0, 1000},
     Param{"offline", Param::Type::Flag, "no", "frames are pulled by the program; no device"},
     Param{
         "rate", Param::Type::Number, "44100",

@@ -137,9 +137,14 @@ private:
         shared_->device = SharedEngine::Device::Open;
         shared_->deviceName = output_->name();
         shared_->period = output_->period();
-        if (const std::string& problem = output_->problem();
-            !problem.empty() && !std::exchange(problemReported_, true)) {
-            report(problem);
+        if (!std::exchange(problemsReported_, true)) {
+            if (const std::string& problem = output_->problem(); !problem.empty()) {
+                report(problem);
+            }
+            if (const std::string problem = output_->latencyProblem(settings_.output);
+                !problem.empty()) {
+                report(problem, Log::Level::Warning);
+            }
         }
     }
 
@@ -164,16 +169,17 @@ private:
         output_.reset(); // not under the lock either
     }
 
-    void report(const std::string& text) ORVEL_REQUIRES(shared_->mutex) {
+    void report(const std::string& text, Log::Level level = Log::Level::Fatal)
+        ORVEL_REQUIRES(shared_->mutex) {
         shared_->diagnostics.push_back(
-            {Diagnostic::Code::NoDevice, Log::Level::Fatal, {}, settings_.output.name, {}, text});
+            {Diagnostic::Code::NoDevice, level, {}, settings_.output.name, {}, text});
     }
 
     const std::shared_ptr<SharedEngine> shared_;
     const DeviceThread::Settings settings_;
     StreamReader reader_;
     std::unique_ptr<VoiceOutput> output_;
-    bool problemReported_ = false;
+    bool problemsReported_ = false;
     ClockLine line_;
     std::int64_t base_ = 0; // of the device's clock, or of the time without a device
     std::int64_t latest_ = 0;

@@ -2,6 +2,7 @@
 
 #include <Orvel/detail/Report.h>
 #include <Orvel/detail/al/Loopback.h>
+#include <Orvel/detail/voices/DevicePeriod.h>
 
 #include <AL/alext.h>
 #include <algorithm>
@@ -198,6 +199,17 @@ std::vector<std::string> VoiceOutput::hrtfNames() {
         alcCloseDevice(device);
     }
     return names;
+}
+
+std::string VoiceOutput::latencyProblem(const Settings& settings) const {
+    const unsigned wanted = DevicePeriod::framesFor(settings.latency, rate_);
+    // A device may round.
+    if (settings.latency == 0 || period_ <= std::int64_t{2} * wanted) {
+        return {};
+    }
+    return "The device does not have latency=" + std::to_string(settings.latency) + ": it mixes " +
+           std::to_string(period_) + " frames at a time instead of " + std::to_string(wanted) +
+           "; the sound server decides, or OpenAL was in use before";
 }
 
 bool VoiceOutput::connected() const {

@@ -21,6 +21,7 @@ public:
         std::string name{}; ///< of the device; empty for the default one
         unsigned rate = 0;  ///< frames per second; 0 for the device's own
         std::size_t voices = 128;
+        unsigned latency = 0; ///< that was asked for, in milliseconds; 0: none, see DevicePeriod
         /// Null leaves a device to OpenAL's settings; a loopback device is then stereo.
         const OutputLayout* layout = nullptr;
         std::string hrtf{}; ///< the data set for headphones; empty for the usual one
@@ -55,6 +56,8 @@ public:
     [[nodiscard]] const std::string& name() const noexcept { return name_; }
     /// Why it does not render for headphones, although that was asked for; else empty.
     [[nodiscard]] const std::string& problem() const noexcept { return problem_; }
+    /// Why it does not have the latency that was asked for; else empty.
+    [[nodiscard]] std::string latencyProblem(const Settings& settings) const;
     /// False once the device is lost.
     [[nodiscard]] bool connected() const;
     /// The number of frames that have been mixed.

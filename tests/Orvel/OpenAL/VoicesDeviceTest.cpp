@@ -32,7 +32,7 @@ TEST(VoicesDevice, ComesLateIsLostAndComesBackWithEverySoundAtItsPlace) {
     LogCapture log{Log::Level::Warning};
     OutputCapture errors{STDERR_FILENO};
     TidyWorld world;
-    auto* ear = new VoicesBackend(world, nullptr);
+    auto* ear = new VoicesBackend(world, "latency=15");
     const auto [longTone, shortTone] = std::pair(tone(30.0, 500), tone(0.5, 500));
     const auto begin = Clock::now();
     Emitter* emitter = play(world, {-1, 0, 0}, longTone); // it is streamed
@@ -63,6 +63,8 @@ TEST(VoicesDevice, ComesLateIsLostAndComesBackWithEverySoundAtItsPlace) {
     // Two short sounds, of which the second is to begin 777 frames after the first.
     const FrameClock clock = ear->frameClock();
     EXPECT_TRUE(clock.hasDevice);
+    EXPECT_LT(clock.latency, std::chrono::milliseconds(15)) << "46 ms without the parameter";
+    EXPECT_EQ(getenv("ALSOFT_CONF"), folder.file("alsoft.conf"));
     EXPECT_NEAR(clock.frameAt(clock.timeOf(1e6)), 1e6, 0.001);
     EXPECT_NEAR(clock.rate, 44100.0, 2000.0);
     EXPECT_LT(static_cast<double>(clock.mixed) - clock.frameAt(Clock::now()), 22050.0);

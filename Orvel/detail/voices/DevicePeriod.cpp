@@ -1,0 +1,68 @@
+#include <Orvel/detail/voices/DevicePeriod.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+#include <unistd.h>
+
+namespace Orvel::detail {
+
+namespace {
+
+constexpr const char* kSettingsVariable = "ALSOFT_CONF";
+/// The periods that the device queues, OpenAL Soft's minimum.
+constexpr unsigned kQueuedPeriods = 2;
+/// A change waits for the engine and for the next period, together for about a period, and is then
+/// queued.
+constexpr unsigned kPeriodsOfLatency = kQueuedPeriods + 1;
+/// OpenAL Soft's limits.
+constexpr unsigned kMinPeriod = 64;
+constexpr unsigned kMaxPeriod = 8192;
+
+} // namespace
+
+unsigned DevicePeriod::framesFor(unsigned milliseconds, unsigned rate) {
+    return std::clamp(milliseconds * rate / (1000 * kPeriodsOfLatency), kMinPeriod, kMaxPeriod);
+}
+
+DevicePeriod::DevicePeriod(unsigned milliseconds, unsigned rate) {
+    std::error_code error;
+    path_ = (std::filesystem::temp_directory_path(error) / "orvel-XXXXXX").string();
+    const int descriptor = mkstemp(path_.data());
+    if (descriptor < 0) {
+        path_.clear();
+        return;
+    }
+    close(descriptor);
+    std::ofstream settings(path_, std::ios::binary);
+    // NOLINTBEGIN(concurrency-mt-unsafe): see the class
+    if (const char* former = std::getenv(kSettingsVariable)) {
+        former_ = former;
+        std::ifstream users(former, std::ios::binary);
+        settings << std::string(std::istreambuf_iterator<char>(users), {});
+    }
+    settings << "\n[general]\nperiod_size = " << framesFor(milliseconds, rate)
+             << "\nperiods = " << kQueuedPeriods << '\n';
+    setenv(kSettingsVariable, path_.c_str(), 1);
+    // NOLINTEND(concurrency-mt-unsafe)
+}
+
+DevicePeriod::~DevicePeriod() {
+    if (path_.empty()) {
+        return;
+    }
+    // NOLINTBEGIN(concurrency-mt-unsafe): see the class
+    if (former_) {
+        setenv(kSettingsVariable, former_->c_str(), 1);
+    } else {
+        unsetenv(kSettingsVariable);
+    }
+    // NOLINTEND(concurrency-mt-unsafe)
+    std::error_code error;
+    std::filesystem::remove(path_, error);
+}
+
+} // namespace Orvel::detail
