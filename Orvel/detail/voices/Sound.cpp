@@ -165,7 +165,8 @@ void Sound::load(const Corvid::URL& url) noexcept {
             std::size_t{16384} / fileChannels_ * fileChannels_ + fileChannels_);
         while (const std::size_t got = file.read(block)) {
             append(std::span(block).first(got * fileChannels_), samples_);
-            if (isStreamed() && samples_.size() >= kHeadFrames * frameBytes_) {
+            if (isStreamed() &&
+                samples_.size() >= static_cast<std::size_t>(headFrames()) * frameBytes_) {
                 return finish(State::Ready);
             }
             if (samples_.size() > SoundFile::kMaxBytes) {

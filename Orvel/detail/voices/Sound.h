@@ -27,8 +27,8 @@ public:
         bool keepChannels = true; ///< otherwise several channels are mixed to one
         double streamFrom = 10.0; ///< longer sounds are streamed, in seconds
     };
-    /// The frames of a streamed file that are kept, so that it starts at once.
-    static constexpr std::int64_t kHeadFrames = 8192;
+    /// The part of a streamed file that is kept, so that it starts at once, in seconds.
+    static constexpr double kHeadSeconds = 0.3;
 
     explicit Sound(const Settings& settings) : settings_(settings) {}
 
@@ -54,6 +54,10 @@ public:
     [[nodiscard]] int format() const noexcept { return format_; } ///< AL's
     [[nodiscard]] std::size_t frameBytes() const noexcept { return frameBytes_; }
     [[nodiscard]] bool isStreamed() const noexcept { return seconds() > settings_.streamFrom; }
+    /// Frames of kHeadSeconds.
+    [[nodiscard]] std::int64_t headFrames() const noexcept {
+        return static_cast<std::int64_t>(kHeadSeconds * rate_);
+    }
     /// All samples, or those at the beginning if the rest is read from the file.
     [[nodiscard]] std::span<const std::byte> samples() const noexcept { return samples_; }
     /// Opens the file, if there is one. Check isOpen().

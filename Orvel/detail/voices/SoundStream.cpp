@@ -1,11 +1,19 @@
 #include <Orvel/detail/voices/SoundStream.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace Orvel::detail {
 
 SoundStream::SoundStream(std::shared_ptr<const Sound> sound, std::int64_t first, bool loop)
-    : sound_(std::move(sound)), loop_(loop), next_(first) {}
+    : sound_(std::move(sound)), loop_(loop),
+      chunkFrames_(std::max<std::int64_t>(std::llround(kChunkSeconds * sound_->rate()), 1)),
+      next_(first) {}
+
+bool SoundStream::isInMemory() const noexcept {
+    const auto kept = sound_->samples().size() / sound_->frameBytes();
+    return next_ + chunkFrames_ <= static_cast<std::int64_t>(kept);
+}
 
 void SoundStream::read(std::int64_t frame, std::int64_t most, std::vector<std::byte>& to) {
     const Sound& sound = *sound_;
@@ -48,7 +56,7 @@ bool SoundStream::fill() {
         return false;
     }
     Chunk chunk{next_, {}};
-    const std::int64_t end = loop_ ? next_ + kChunkFrames : std::min(next_ + kChunkFrames, length);
+    const std::int64_t end = loop_ ? next_ + chunkFrames_ : std::min(next_ + chunkFrames_, length);
     while (next_ < end) {
         const std::int64_t frame = next_ % length;
         read(frame, std::min(end - next_, length - frame), chunk.samples);

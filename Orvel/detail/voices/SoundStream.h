@@ -19,8 +19,6 @@ namespace Orvel::detail {
 /// of a sound does not depend on its data.
 class SoundStream {
 public:
-    static constexpr std::int64_t kChunkFrames = 4096;
-
     struct Chunk {
         std::int64_t first = 0; ///< its first frame, counted through all rounds of a loop
         std::vector<std::byte> samples;
@@ -29,12 +27,16 @@ public:
     /// Starts at a frame, counted through all rounds. `sound` is ready.
     SoundStream(std::shared_ptr<const Sound> sound, std::int64_t first, bool loop);
 
+    /// Whether the next chunk is in memory, so that fill() takes no time.
+    [[nodiscard]] bool isInMemory() const noexcept;
+
     /// Reads a chunk; false if enough is ready, or there is no more.
     bool fill() ORVEL_EXCLUDES(mutex_);
     /// The next chunk, if one is ready.
     std::optional<Chunk> take() ORVEL_EXCLUDES(mutex_);
 
 private:
+    static constexpr double kChunkSeconds = 0.1;
     static constexpr std::size_t kMaxReady = 4;
 
     /// Appends frames from `frame` of the sound on, at least one and at most `most`.
@@ -42,6 +44,7 @@ private:
 
     const std::shared_ptr<const Sound> sound_;
     const bool loop_;
+    const std::int64_t chunkFrames_;
     // Of the thread that fills it.
     std::int64_t next_;
     std::optional<SoundFile> file_;

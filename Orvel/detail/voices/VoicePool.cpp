@@ -17,7 +17,9 @@ namespace {
 constexpr float kFadeFrames = 512.0F;
 /// How far the data of a stream reaches beyond its position, in seconds of playing.
 constexpr double kSecondsAhead = 0.5;
-/// The data with which a stream starts, in frames.
+/// The data with which a stream starts, in seconds of playing, so that its reader may be late from
+/// then on; and at least, in frames.
+constexpr double kMinSecondsToStart = 0.15;
 constexpr std::int64_t kMinToStart = 64;
 /// The frames within which a sound that starts in its middle reaches its level.
 constexpr std::size_t kRampFrames = 32;
@@ -149,8 +151,8 @@ int VoicePool::start(
         sound, head.since > now ? first : std::max<std::int64_t>(first - 1, 0), values.loop);
     setPlayback(number, values, head, shift);
     if (settings_.reader && sound->isStreamed()) {
-        if (first + SoundStream::kChunkFrames <= Sound::kHeadFrames) {
-            voice.stream->fill(); // from memory, so that it starts at once
+        while (voice.stream->isInMemory() && voice.stream->fill()) {
+            // so that it starts at once
         }
         settings_.reader(voice.stream);
     }
@@ -218,7 +220,9 @@ void VoicePool::dropQueue(Voice& voice) {
 }
 
 void VoicePool::feed(Voice& voice, std::int64_t now) {
-    for (ALint played = stateOf(voice.source, AL_BUFFERS_PROCESSED); played > 0; --played) {
+    // All buffers of a source that has not been started again count as processed.
+    for (ALint played = voice.started ? stateOf(voice.source, AL_BUFFERS_PROCESSED) : 0; played > 0;
+         --played) {
         ALuint buffer = 0;
         alSourceUnqueueBuffers(voice.source, 1, &buffer);
         spareBuffers_.push_back(buffer);
@@ -232,10 +236,12 @@ void VoicePool::feed(Voice& voice, std::int64_t now) {
     }
     const std::int64_t position = voice.head.at(now);
     const std::int64_t frame = position / Playhead::kOne;
-    const auto ahead =
-        static_cast<std::int64_t>(kSecondsAhead * settings_.rate * toFrames(voice.head.step));
+    const double perSecond = settings_.rate * toFrames(voice.head.step);
+    const auto needed =
+        std::max(static_cast<std::int64_t>(kMinSecondsToStart * perSecond), kMinToStart);
+    const auto ahead = std::max(static_cast<std::int64_t>(kSecondsAhead * perSecond), kMinToStart);
     const auto width = static_cast<std::int64_t>(voice.sound->frameBytes());
-    while (voice.queue.empty() || voice.queuedTo < frame + std::max(ahead, kMinToStart)) {
+    while (voice.queue.empty() || voice.queuedTo < frame + ahead) {
         if (!settings_.reader || !voice.sound->isStreamed()) {
             voice.stream->fill();
         }
@@ -265,7 +271,7 @@ void VoicePool::feed(Voice& voice, std::int64_t now) {
         voice.queuedTo = chunk->first + frames;
     }
     if (!voice.started && !voice.queue.empty() &&
-        (complete() || voice.queuedTo >= frame + kMinToStart)) {
+        (complete() || voice.queuedTo >= frame + needed)) {
         play(voice, voice.queuedFrom, voice.queuedTo, now);
     }
 }

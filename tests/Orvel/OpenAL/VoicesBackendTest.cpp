@@ -1,5 +1,6 @@
 // The kind "voices" as it is heard, with the real OpenAL Soft, offline.
 #include "Hall.h"
+#include "NoiseFile.h"
 
 #include <Orvel/BackendState.h>
 #include <Orvel/OALLoopbackBackend.h>
@@ -12,7 +13,6 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <random>
-#include <sndfile.h>
 #include <support/Capture.h>
 #include <support/RecordingBackend.h>
 #include <support/TemporaryFolder.h>
@@ -41,22 +41,6 @@ float steepest(const Stereo& sound) {
         most = std::max(most, std::abs(sound[i] - sound[i - 2]));
     }
     return most;
-}
-
-/// Writes a file of noise; its level is -10.8 dB in each channel.
-std::string
-writeNoise(const std::string& path, int format, unsigned channels, unsigned rate, double seconds) {
-    SF_INFO info{0, static_cast<int>(rate), static_cast<int>(channels), format, 0, 0};
-    std::mt19937 random(9);
-    std::vector<float> samples(channels * static_cast<std::size_t>(seconds * rate));
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        samples[i] = i % channels == 0 ? static_cast<float>(random()) / 4294967296.0F - 0.5F
-                                       : samples[i - 1];
-    }
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    sf_writef_float(file, samples.data(), static_cast<sf_count_t>(samples.size() / channels));
-    sf_close(file);
-    return path;
 }
 
 constexpr Vec3f kAhead{0, 0, -1};
