@@ -6,6 +6,7 @@
 #include <AL/al.h>
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace Orvel::detail {
 
@@ -185,6 +186,16 @@ void VoiceEngine::retime(Emitter& emitter, bool wasLooping) {
 void VoiceEngine::setStep(Emitter& emitter) {
     emitter.head.step = Playhead::stepOf(
         emitter.values.voice.pitch * emitter.shift, emitter.values.sound->rate(), rate_);
+    expectEnd(emitter);
+}
+
+void VoiceEngine::expectEnd(const Emitter& emitter) {
+    if (!emitter.values.voice.loop) {
+        const std::int64_t left = lengthOf(emitter) - emitter.head.position;
+        nextEnd_ = std::min(
+            nextEnd_,
+            left > 0 ? emitter.head.since + left / emitter.head.step : emitter.head.since);
+    }
 }
 
 float VoiceEngine::shiftOf(const Emitter& emitter) const {
@@ -342,6 +353,7 @@ void VoiceEngine::setPhase(Emitter& emitter, Phase phase) {
     }
     if (phase == Phase::Running) {
         ++unmixed_;
+        expectEnd(emitter);
     }
 }
 
@@ -354,11 +366,17 @@ void VoiceEngine::dropVoice(Emitter& emitter) {
 }
 
 void VoiceEngine::endSounds() {
+    if (now_ < nextEnd_) {
+        return;
+    }
+    nextEnd_ = std::numeric_limits<std::int64_t>::max();
     for (std::size_t i = running_.size(); i-- > 0;) {
         Emitter& emitter = emitters_[running_[i]];
         if (!emitter.values.voice.loop && emitter.head.at(now_) >= lengthOf(emitter)) {
             setPhase(emitter, Phase::Over);
             ended_.push_back({emitter.values.id, emitter.values.isShot});
+        } else {
+            expectEnd(emitter);
         }
     }
 }

@@ -91,6 +91,7 @@ private:
     void begin(Emitter& emitter);
     void retime(Emitter& emitter, bool wasLooping);
     void setStep(Emitter& emitter);
+    void expectEnd(const Emitter& emitter);
     void shiftPitches();
     [[nodiscard]] float shiftOf(const Emitter& emitter) const;
     void setPhase(Emitter& emitter, Phase phase);
@@ -122,7 +123,8 @@ private:
     std::vector<Emitter> emitters_;
     std::vector<Index> running_;
     std::vector<Index> expected_;
-    std::size_t unmixed_ = 0; // of those that run
+    std::int64_t nextEnd_ = 0; // no sound ends before this frame
+    std::size_t unmixed_ = 0;  // of those that run
     VoiceRanking ranking_;
     std::int64_t rankedAt_ = 0;
     std::int64_t sweptAt_ = 0;
