@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds kTick{5};
 constexpr std::chrono::milliseconds kRetry{500};
 /// A device that has mixed nothing for so long is lost: not all drivers of OpenAL notice the end of
 /// their server.
-constexpr std::chrono::milliseconds kMaxStandstill{1000};
+constexpr std::chrono::milliseconds kMaxStandstill{700};
 /// The longest time for which a reading of the device's position is used.
 constexpr std::chrono::milliseconds kMaxReading{1};
 /// Frames per second while there is no device.
