@@ -18,6 +18,7 @@ checks=(
     liblo-tools # a client of Open Sound Control
     binutils iproute2 librsvg2-bin python3-jsonschema
     mypy python3-numpy        # the package for Python
+    python3-netcdf4           # reads a data set for headphones
     chromium                  # what looks at the monitor
     pulseaudio pulseaudio-utils jackd2 jack-capture # sound servers without hardware
     snapserver snapclient     # what takes the mix to other rooms
