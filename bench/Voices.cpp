@@ -353,8 +353,8 @@ void measureStreams(Report& report, const std::filesystem::path& folder) {
         {"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, true},
         {"flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, true},
         {"ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, false}}; // its decoder takes the time
-    std::uint64_t gaps = 0;
     for (const auto& format : formats) {
+        std::uint64_t gaps = 0;
         const std::string path = folder / (std::string("noise.") + format.name);
         writeNoise(path, format.format, 12.0);
         const auto share = [&](const char* streamFrom) {
@@ -373,8 +373,8 @@ void measureStreams(Report& report, const std::filesystem::path& folder) {
         if (format.hasAim) {
             report.limit(result.figure, kOfACore, kMaxForStreams);
         }
+        report.figure("their gaps", static_cast<double>(gaps), OrvelBench::kTimes, 0.0);
     }
-    report.figure("gaps of all streams", static_cast<double>(gaps), OrvelBench::kTimes, 0.0);
 }
 
 /// A WAV file of an hour of silence, of which nothing but the header is on the disk.
