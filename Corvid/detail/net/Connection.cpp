@@ -129,7 +129,13 @@ Connection::Status Connection::readGreeting() {
         return Status::Blocked;
     }
     if (got.bytes == 0) {
-        end(got.error ? got.error.message() : "it closed the connection before it had greeted");
+        const std::string reason =
+            got.error ? got.error.message() : "it closed the connection before it had greeted";
+        // A server found by a search does not have keys that this program lacks.
+        if (seal_ == nullptr && isNamed() && greetingSize_ == 0) {
+            endByKey(reason + "; if it has keys, give this program one of them");
+        }
+        end(reason);
         return Status::Failed;
     }
     greetingSize_ += got.bytes;

@@ -139,6 +139,8 @@ public:
     [[nodiscard]] const InetAddress& peerAddress() const { return peerAddress_; }
     [[nodiscard]] const Greeting& peer() const { return peer_; }
     [[nodiscard]] const std::string& target() const { return target_; }
+    /// Whether it is to a server given by its host and port, not found by a search.
+    [[nodiscard]] bool isNamed() const { return !target_.empty() && !target_.starts_with('#'); }
     [[nodiscard]] const Socket& socket() const { return socket_; }
     [[nodiscard]] OutgoingStream::Outlet& outlet() { return outlet_; }
     [[nodiscard]] std::size_t inputCapacity() const { return input_.capacity(); }
