@@ -16,6 +16,12 @@ namespace {
 constexpr float kNear = 1e-4F;
 constexpr float kSmallestUnit = 1e-6F; // of `dmax`, in scene units
 
+constexpr OscRange kCoordinates{-1.0F, 1.0F};
+constexpr OscRange kAngles{-180.0F, 180.0F};
+constexpr OscRange kElevations{-90.0F, 90.0F};
+constexpr OscRange kFractions{0.0F, 1.0F};
+constexpr OscRange kFromZero{.low = 0.0F};
+
 float radians(float degrees) {
     return degrees * std::numbers::pi_v<float> / 180.0F;
 }
@@ -35,9 +41,8 @@ std::string shortened(std::string text) {
     return text;
 }
 
-/// A normalised coordinate.
-float coordinate(float number) {
-    return std::clamp(number, -1.0F, 1.0F);
+float clamped(float number, const OscRange& range) {
+    return std::clamp(number, range.low, range.high);
 }
 
 /// The coordinates of ADM-OSC in scene units, and back.
@@ -56,10 +61,14 @@ AdmPaths::AdmPaths(const OscEdits& edits, float scale, Change change)
           "/adm/lis/",
           {
               {.name = "xyz",
+               .meaning = "Listener: right, ahead, up",
+               .ranges = {kCoordinates},
                .counts = {3},
                .take =
                    [this](Orvel::World& world, OscNumbers n) {
-                       const auto at = [&](std::size_t i) { return coordinate(n[i]) * scale_; };
+                       const auto at = [&](std::size_t i) {
+                           return clamped(n[i], kCoordinates) * scale_;
+                       };
                        Orvel::moveListener(
                            world, fromAdm(at(0), at(1), at(2)), world.listenerRotation(), edits_);
                        return nullptr;
@@ -72,12 +81,12 @@ AdmPaths::AdmPaths(const OscEdits& edits, float scale, Change change)
                    },
                .sent = true},
               {.name = "ypr",
+               .meaning = "Listener: yaw, pitch, roll in degrees",
+               .ranges = {kAngles},
                .counts = {3},
                .take =
                    [this](Orvel::World& world, OscNumbers n) {
-                       const auto at = [&](std::size_t i) {
-                           return std::clamp(n[i], -180.0F, 180.0F);
-                       };
+                       const auto at = [&](std::size_t i) { return clamped(n[i], kAngles); };
                        Orvel::moveListener(
                            world, world.listenerPosition(), fromYawPitchRoll(at(0), at(1), at(2)),
                            edits_);
@@ -94,8 +103,7 @@ AdmPaths::AdmPaths(const OscEdits& edits, float scale, Change change)
           "/adm/env/",
           {
               {.name = "change",
-               .counts = {},
-               .take = {},
+               .meaning = "A change of scene or programme; plays the cue of that name",
                .read = [this](Orvel::World& /*world*/) { return OscValues::ofText(lastChange_); },
                .sent = true,
                .write =
@@ -110,12 +118,14 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
     return {
         "/adm/obj/",
         {
-            placeEntry("xyz", 0, 3, true),
-            placeEntry("xy", 0, 2),
-            placeEntry("x", 0, 1),
-            placeEntry("y", 1, 1),
-            placeEntry("z", 2, 1),
+            placeEntry("xyz", "Position: right, ahead, up", 0, 3, true),
+            placeEntry("xy", "Position: right, ahead", 0, 2),
+            placeEntry("x", "Position: right", 0, 1),
+            placeEntry("y", "Position: ahead", 1, 1),
+            placeEntry("z", "Position: up", 2, 1),
             {.name = "aed",
+             .meaning = "Azimuth to the left and elevation in degrees, distance",
+             .ranges = {kAngles, kElevations, kFractions},
              .counts = {3},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -127,14 +137,16 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
                      const Polar polar = polarOf(emitter);
                      return OscValues::floats({polar.azimuth, polar.elevation, polar.distance});
                  }},
-            polarEntry("azim", &Polar::azimuth),
-            polarEntry("elev", &Polar::elevation),
-            polarEntry("dist", &Polar::distance),
+            polarEntry("azim", "Azimuth to the left, in degrees", kAngles, &Polar::azimuth),
+            polarEntry("elev", "Elevation in degrees", kElevations, &Polar::elevation),
+            polarEntry("dist", "Distance", kFractions, &Polar::distance),
             {.name = "w",
+             .meaning = "Horizontal extent",
+             .ranges = {kFractions},
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
-                     objects_[emitter.id()].width = std::clamp(n[0], 0.0F, 1.0F);
+                     objects_[emitter.id()].width = clamped(n[0], kFractions);
                      return nullptr;
                  },
              .read =
@@ -144,6 +156,8 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
                  },
              .sent = true},
             {.name = "gain",
+             .meaning = "Linear gain",
+             .ranges = {kFromZero},
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -153,15 +167,19 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .read = [this](Emitter& emitter) { return readGain(emitter); },
              .sent = true},
             {.name = "dref",
+             .meaning = "Distance of full level",
+             .ranges = {kFractions},
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
-                     setReach(emitter, std::clamp(n[0], 0.0F, 1.0F));
+                     setReach(emitter, clamped(n[0], kFractions));
                      return nullptr;
                  },
              .read = [this](Emitter& emitter) { return OscValues::floats({referenceOf(emitter)}); },
              .sent = true},
             {.name = "dmax",
+             .meaning = "Scene units of the distance 1",
+             .ranges = {kFromZero},
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -171,6 +189,8 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .read = [this](Emitter& emitter) { return OscValues::floats({unitOf(emitter)}); },
              .sent = true},
             {.name = "mute",
+             .meaning = "Silent",
+             .ranges = {kFractions},
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -180,8 +200,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .read = [this](Emitter& emitter) { return OscValues::whole(muted(emitter) ? 1 : 0); },
              .sent = true},
             {.name = "name",
-             .counts = {},
-             .take = {},
+             .meaning = "Name of the object",
              .read =
                  [this](Emitter& emitter) {
                      const Object* object = find(emitter.id());
@@ -196,17 +215,19 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
         }};
 }
 
-OscEntry<Orvel::Emitter>
-AdmPaths::placeEntry(const char* name, std::size_t first, std::size_t count, bool sent) {
+OscEntry<Orvel::Emitter> AdmPaths::placeEntry(
+    const char* name, const char* meaning, std::size_t first, std::size_t count, bool sent) {
     return {
         .name = name,
+        .meaning = meaning,
+        .ranges = {kCoordinates},
         .counts = {count},
         .take =
             [this, first](Orvel::Emitter& emitter, OscNumbers n) {
                 const float unit = unitOf(emitter);
                 std::array<float, 3> place = toAdm(emitter.position());
                 for (std::size_t i = 0; i < n.size(); ++i) {
-                    place[first + i] = coordinate(n[i]) * unit;
+                    place[first + i] = clamped(n[i], kCoordinates) * unit;
                 }
                 edits_.move(emitter, fromAdm(place[0], place[1], place[2]));
                 return nullptr;
@@ -224,9 +245,12 @@ AdmPaths::placeEntry(const char* name, std::size_t first, std::size_t count, boo
         .sent = sent};
 }
 
-OscEntry<Orvel::Emitter> AdmPaths::polarEntry(const char* name, float Polar::*member) {
+OscEntry<Orvel::Emitter>
+AdmPaths::polarEntry(const char* name, const char* meaning, OscRange range, float Polar::*member) {
     return {
         .name = name,
+        .meaning = meaning,
+        .ranges = {range},
         .counts = {1},
         .take =
             [this, member](Orvel::Emitter& emitter, OscNumbers n) {
@@ -268,8 +292,8 @@ const AdmPaths::Object* AdmPaths::find(int id) const {
 }
 
 void AdmPaths::setPolar(Orvel::Emitter& emitter, Polar polar) {
-    polar.azimuth = std::clamp(polar.azimuth, -180.0F, 180.0F);
-    polar.elevation = std::clamp(polar.elevation, -90.0F, 90.0F);
+    polar.azimuth = clamped(polar.azimuth, kAngles);
+    polar.elevation = clamped(polar.elevation, kElevations);
     polar.distance = std::max(polar.distance, 0.0F);
     // From the front to the left, and from the horizon upwards.
     const float azimuth = radians(polar.azimuth);

@@ -62,9 +62,11 @@ private:
     };
 
     OscFamily<Orvel::Emitter> objectPaths();
+    OscEntry<Orvel::Emitter> placeEntry(
+        const char* name, const char* meaning, std::size_t first, std::size_t count,
+        bool sent = false);
     OscEntry<Orvel::Emitter>
-    placeEntry(const char* name, std::size_t first, std::size_t count, bool sent = false);
-    OscEntry<Orvel::Emitter> polarEntry(const char* name, float Polar::*member);
+    polarEntry(const char* name, const char* meaning, OscRange range, float Polar::*member);
 
     void setPolar(Orvel::Emitter& emitter, Polar polar);
     [[nodiscard]] Polar polarOf(const Orvel::Emitter& emitter) const;

@@ -23,9 +23,11 @@ void CuePaths::cue(const std::string& name) const {
 }
 
 template <class Run>
-OscEntry<Orvel::World> CuePaths::commandEntry(const std::string& name, Run run) {
+OscEntry<Orvel::World>
+CuePaths::commandEntry(const std::string& name, const char* meaning, Run run) {
     return {
         .name = name,
+        .meaning = meaning,
         .counts = {0, 1},
         .take = [this, run](Orvel::World& /*world*/, OscNumbers n) -> OscExpected {
             const auto transport = transport_.lock();
@@ -39,23 +41,25 @@ OscFamily<Orvel::World> CuePaths::playbackPaths() {
         "/orvel/",
         {
             commandEntry(
-                "go",
+                "go", "Play the next cue",
                 [](Transport& transport) -> OscExpected {
                     return transport.go() ? nullptr : "there is no further cue";
                 }),
             commandEntry(
-                "pause",
+                "pause", "Pause the timeline and the sounds",
                 [](Transport& transport) -> OscExpected {
                     transport.pause(true);
                     return nullptr;
                 }),
             commandEntry(
-                "play",
+                "play", "Go on after a pause",
                 [](Transport& transport) -> OscExpected {
                     transport.pause(false);
                     return nullptr;
                 }),
             {.name = "seek",
+             .meaning = "Go to a time, in seconds",
+             .ranges = {{.low = 0.0F}},
              .counts = {1},
              .take = [this](World& /*world*/, OscNumbers n) -> OscExpected {
                  const auto transport = transport_.lock();
@@ -66,8 +70,7 @@ OscFamily<Orvel::World> CuePaths::playbackPaths() {
                  return nullptr;
              }},
             {.name = "state",
-             .counts = {},
-             .take = {},
+             .meaning = "waiting, playing, paused or over",
              .read =
                  [this](World& /*world*/) {
                      const auto transport = transport_.lock();
@@ -77,8 +80,7 @@ OscFamily<Orvel::World> CuePaths::playbackPaths() {
              .sent = true,
              .echoed = true},
             {.name = "time",
-             .counts = {},
-             .take = {},
+             .meaning = "The time in the scene, in seconds",
              .read =
                  [this](World& /*world*/) {
                      const auto transport = transport_.lock();
@@ -91,8 +93,7 @@ OscFamily<Orvel::World> CuePaths::playbackPaths() {
              .echoed = true},
             // The last, as the cues are below it.
             {.name = "cue",
-             .counts = {},
-             .take = {},
+             .meaning = "The present cue; play a cue",
              .read =
                  [this](World& /*world*/) {
                      const auto transport = transport_.lock();
@@ -113,8 +114,8 @@ OscFamily<Orvel::World> CuePaths::playbackPaths() {
 OscFamily<Orvel::World> CuePaths::cuePaths() {
     OscFamily<Orvel::World> family{"/orvel/cue/", {}};
     for (const Cue& cue : transport_.lock()->cues()) {
-        family.entries.push_back(
-            commandEntry(cue.name, [name = cue.name](Transport& transport) -> OscExpected {
+        family.entries.push_back(commandEntry(
+            cue.name, "Play this cue", [name = cue.name](Transport& transport) -> OscExpected {
                 transport.cue(name);
                 return nullptr;
             }));

@@ -28,7 +28,7 @@ private:
     OscFamily<Orvel::World> cuePaths();
     /// A command without a value; `run(transport)` returns null, or why not.
     template <class Run>
-    OscEntry<Orvel::World> commandEntry(const std::string& name, Run run);
+    OscEntry<Orvel::World> commandEntry(const std::string& name, const char* meaning, Run run);
 
     const std::weak_ptr<Transport> transport_;
     const OscFamily<Orvel::World> playbackPaths_;

@@ -40,15 +40,19 @@ OrvelPaths::OrvelPaths(const OscEdits& edits, AdmPaths& adm)
       listenerPaths_(listenerPaths()), worldPaths_(worldPaths()) {}
 
 template <class Part>
-OscEntry<Part> OrvelPaths::stateEntry(const char* name, State state) {
-    return {.name = name, .counts = {0, 1}, .take = [this, state](Part& part, OscNumbers n) {
-                if (!isRelease(n) && state == State::PLAY) {
-                    Orvel::restart(part, edits_);
-                } else if (!isRelease(n)) {
-                    edits_.setState(part, state);
-                }
-                return nullptr;
-            }};
+OscEntry<Part> OrvelPaths::stateEntry(const char* name, const char* meaning, State state) {
+    return {
+        .name = name,
+        .meaning = meaning,
+        .counts = {0, 1},
+        .take = [this, state](Part& part, OscNumbers n) {
+            if (!isRelease(n) && state == State::PLAY) {
+                Orvel::restart(part, edits_);
+            } else if (!isRelease(n)) {
+                edits_.setState(part, state);
+            }
+            return nullptr;
+        }};
 }
 
 OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
@@ -57,6 +61,7 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
         "/orvel/emitter/",
         {
             {.name = "position",
+             .meaning = "Position x y z in scene units",
              .counts = {3},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -65,6 +70,7 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
                  },
              .read = [](Emitter& emitter) { return OscValues::floats(emitter.position()); }},
             {.name = "orientation",
+             .meaning = "Quaternion x y z w, or yaw pitch roll in degrees",
              .counts = {4, 3},
              .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
                  Orvel::Quaternion rotation;
@@ -77,6 +83,8 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
              .read = [](Emitter& emitter) { return OscValues::floats(emitter.rotation()); },
              .sent = true},
             {.name = "gain",
+             .meaning = "Linear gain; with a second number a fade in seconds",
+             .ranges = {{.low = 0.0F}},
              .counts = {1, 2},
              .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
                  if (n[0] < 0.0F) {
@@ -92,6 +100,7 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
              },
              .read = [this](Emitter& emitter) { return adm_.readGain(emitter); }},
             {.name = "value",
+             .meaning = "The host's own value",
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -101,6 +110,8 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
              .read = [](Emitter& emitter) { return OscValues::floats({emitter.paramValue()}); },
              .sent = true},
             {.name = "hull",
+             .meaning = "maxBack maxFront minBack minFront in scene units",
+             .ranges = {{.low = 0.0F}},
              .counts = {4},
              .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
                  if (std::ranges::any_of(n, [](float extent) { return extent < 0.0F; })) {
@@ -117,6 +128,8 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
                  },
              .sent = true},
             {.name = "source",
+             .meaning = "Id of the source; 0: none",
+             .ranges = {{0.0F, static_cast<float>(kMaxId)}},
              .counts = {1},
              .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
                  const bool valid = n[0] >= 0.0F && n[0] <= static_cast<float>(kMaxId);
@@ -134,10 +147,11 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
                          emitter.source() == nullptr ? 0 : emitter.source()->id());
                  },
              .sent = true},
-            stateEntry<Emitter>("play", State::PLAY),
-            stateEntry<Emitter>("pause", State::PAUSE),
-            stateEntry<Emitter>("stop", State::STOP),
+            stateEntry<Emitter>("play", "Play from the beginning, or go on", State::PLAY),
+            stateEntry<Emitter>("pause", "Pause", State::PAUSE),
+            stateEntry<Emitter>("stop", "Stop", State::STOP),
             {.name = "destroy",
+             .meaning = "Destroy the emitter",
              .counts = {0, 1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -156,6 +170,8 @@ OscFamily<Orvel::Source> OrvelPaths::sourcePaths() {
         "/orvel/source/",
         {
             {.name = "pitch",
+             .meaning = "Factor on the playing speed",
+             .ranges = {{.low = 0.0F}},
              .counts = {1},
              .take = [this](Source& source, OscNumbers n) -> OscExpected {
                  if (n[0] <= 0.0F) {
@@ -167,6 +183,8 @@ OscFamily<Orvel::Source> OrvelPaths::sourcePaths() {
              .read = [](Source& source) { return OscValues::floats({source.pitch()}); },
              .sent = true},
             {.name = "loop",
+             .meaning = "Repeat",
+             .ranges = {{0.0F, 1.0F}},
              .counts = {1},
              .take =
                  [this](Source& source, OscNumbers n) {
@@ -175,9 +193,9 @@ OscFamily<Orvel::Source> OrvelPaths::sourcePaths() {
                  },
              .read = [](Source& source) { return OscValues::whole(source.loop() ? 1 : 0); },
              .sent = true},
-            stateEntry<Source>("play", State::PLAY),
-            stateEntry<Source>("pause", State::PAUSE),
-            stateEntry<Source>("stop", State::STOP),
+            stateEntry<Source>("play", "Play with all its emitters", State::PLAY),
+            stateEntry<Source>("pause", "Pause with all its emitters", State::PAUSE),
+            stateEntry<Source>("stop", "Stop with all its emitters", State::STOP),
         }};
 }
 
@@ -186,6 +204,7 @@ OscFamily<Orvel::World> OrvelPaths::listenerPaths() {
         "/orvel/listener/",
         {
             {.name = "position",
+             .meaning = "Position x y z in scene units",
              .counts = {3},
              .take =
                  [this](Orvel::World& world, OscNumbers n) {
@@ -196,6 +215,7 @@ OscFamily<Orvel::World> OrvelPaths::listenerPaths() {
              .read =
                  [](Orvel::World& world) { return OscValues::floats(world.listenerPosition()); }},
             {.name = "orientation",
+             .meaning = "Quaternion x y z w, or yaw pitch roll in degrees",
              .counts = {4, 3},
              .take = [this](Orvel::World& world, OscNumbers n) -> OscExpected {
                  Orvel::Quaternion rotation;
@@ -215,6 +235,8 @@ OscFamily<Orvel::World> OrvelPaths::worldPaths() {
         "/orvel/",
         {
             {.name = "enabled",
+             .meaning = "Whether anything is heard",
+             .ranges = {{0.0F, 1.0F}},
              .counts = {1},
              .take =
                  [this](Orvel::World& world, OscNumbers n) {
@@ -223,14 +245,16 @@ OscFamily<Orvel::World> OrvelPaths::worldPaths() {
                  },
              .read = [](Orvel::World& world) { return OscValues::whole(world.enabled() ? 1 : 0); },
              .sent = true},
-            subscriptionEntry("subscribe", true),
-            subscriptionEntry("unsubscribe", false),
+            subscriptionEntry("subscribe", "Send what changes to the sender of this", true),
+            subscriptionEntry("unsubscribe", "Send it no more", false),
         }};
 }
 
-OscEntry<Orvel::World> OrvelPaths::subscriptionEntry(const char* name, bool wanted) {
+OscEntry<Orvel::World>
+OrvelPaths::subscriptionEntry(const char* name, const char* meaning, bool wanted) {
     return {
         .name = name,
+        .meaning = meaning,
         .counts = {0, 1},
         .take = [this, wanted](Orvel::World& /*world*/, OscNumbers n) -> OscExpected {
             return isRelease(n) || !subscribe_ ? nullptr : subscribe_(wanted);

@@ -38,8 +38,8 @@ private:
     OscFamily<Orvel::World> listenerPaths();
     OscFamily<Orvel::World> worldPaths();
     template <class Part>
-    OscEntry<Part> stateEntry(const char* name, OscEdits::State state);
-    OscEntry<Orvel::World> subscriptionEntry(const char* name, bool wanted);
+    OscEntry<Part> stateEntry(const char* name, const char* meaning, OscEdits::State state);
+    OscEntry<Orvel::World> subscriptionEntry(const char* name, const char* meaning, bool wanted);
 
     const OscEdits& edits_;
     AdmPaths& adm_;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
@@ -15,13 +16,23 @@ using OscNumbers = std::span<const float>;
 /// Null, or the expected form of a message.
 using OscExpected = const char*;
 
+/// The limits of a number.
+struct OscRange {
+    float low = -std::numeric_limits<float>::infinity();
+    float high = std::numeric_limits<float>::infinity();
+};
+/// Those of the numbers of a path; a single one applies to all of them.
+using OscRanges = std::vector<OscRange>;
+
 /// A path of one part, the last word of it.
 template <class Part>
 struct OscEntry {
     std::string name;
-    std::vector<std::size_t> counts; ///< of numbers; none: takes a text
+    const char* meaning = "";          ///< for controllers
+    OscRanges ranges{};                ///< empty: no limits
+    std::vector<std::size_t> counts{}; ///< of numbers; none: takes a text
     /// Applies numbers, as many as one of the counts.
-    std::function<OscExpected(Part& part, OscNumbers numbers)> take;
+    std::function<OscExpected(Part& part, OscNumbers numbers)> take{};
     /// Answers a query; empty: there is none. Without counts and `write` it cannot be set.
     std::function<OscValues(Part& part)> read{};
     bool sent = false; ///< to subscribers

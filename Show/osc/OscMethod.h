@@ -1,17 +1,17 @@
 #pragma once
 
 #include <Show/osc/OscAnswer.h>
+#include <Show/osc/OscFamily.h>
 
 #include <string>
-#include <string_view>
-#include <vector>
 
 namespace Show {
 
 /// One path, as it is described to controllers.
 struct OscMethod {
     std::string path;
-    std::string_view prefix; ///< before the id, if any; such as "/adm/obj/"
+    std::string meaning; ///< for people
+    OscRanges ranges;
     bool readable = false;
     bool writable = false;
     std::string types; ///< of its arguments; "N": none

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -19,103 +18,29 @@ namespace {
 
 using Corvid::ProtocolHTTP;
 
-constexpr float kUnlimited = std::numeric_limits<float>::infinity();
-
-/// The meaning of a path, and the range of its numbers.
-struct Meaning {
-    std::string_view prefix;
-    std::string_view name; ///< empty: any
-    std::string_view text;
-    float low = -kUnlimited;
-    float high = kUnlimited;
-};
-
-constexpr std::array kMeanings{
-    Meaning{"/adm/obj/", "xyz", "Position: right, ahead, up", -1.0F, 1.0F},
-    Meaning{"/adm/obj/", "xy", "Position: right, ahead", -1.0F, 1.0F},
-    Meaning{"/adm/obj/", "x", "Position: right", -1.0F, 1.0F},
-    Meaning{"/adm/obj/", "y", "Position: ahead", -1.0F, 1.0F},
-    Meaning{"/adm/obj/", "z", "Position: up", -1.0F, 1.0F},
-    Meaning{"/adm/obj/", "aed", "Azimuth to the left and elevation in degrees, distance"},
-    Meaning{"/adm/obj/", "azim", "Azimuth to the left, in degrees", -180.0F, 180.0F},
-    Meaning{"/adm/obj/", "elev", "Elevation in degrees", -90.0F, 90.0F},
-    Meaning{"/adm/obj/", "dist", "Distance", 0.0F, 1.0F},
-    Meaning{"/adm/obj/", "w", "Horizontal extent", 0.0F, 1.0F},
-    Meaning{"/adm/obj/", "gain", "Linear gain", 0.0F},
-    Meaning{"/adm/obj/", "dref", "Distance of full level", 0.0F, 1.0F},
-    Meaning{"/adm/obj/", "dmax", "Scene units of the distance 1", 0.0F},
-    Meaning{"/adm/obj/", "mute", "Silent", 0.0F, 1.0F},
-    Meaning{"/adm/obj/", "name", "Name of the object"},
-    Meaning{"/adm/lis/", "xyz", "Listener: right, ahead, up", -1.0F, 1.0F},
-    Meaning{"/adm/lis/", "ypr", "Listener: yaw, pitch, roll in degrees", -180.0F, 180.0F},
-    Meaning{"/adm/env/", "change", "A change of scene or programme; plays the cue of that name"},
-    Meaning{"/orvel/emitter/", "position", "Position x y z in scene units"},
-    Meaning{"/orvel/emitter/", "orientation", "Quaternion x y z w, or yaw pitch roll in degrees"},
-    Meaning{"/orvel/emitter/", "gain", "Linear gain; with a second number a fade in seconds", 0.0F},
-    Meaning{"/orvel/emitter/", "value", "The host's own value"},
-    Meaning{"/orvel/emitter/", "hull", "maxBack maxFront minBack minFront in scene units", 0.0F},
-    Meaning{"/orvel/emitter/", "source", "Id of the source; 0: none", 0.0F, 32767.0F},
-    Meaning{"/orvel/emitter/", "play", "Play from the beginning, or go on"},
-    Meaning{"/orvel/emitter/", "pause", "Pause"},
-    Meaning{"/orvel/emitter/", "stop", "Stop"},
-    Meaning{"/orvel/emitter/", "destroy", "Destroy the emitter"},
-    Meaning{"/orvel/source/", "pitch", "Factor on the playing speed", 0.0F},
-    Meaning{"/orvel/source/", "loop", "Repeat", 0.0F, 1.0F},
-    Meaning{"/orvel/source/", "play", "Play with all its emitters"},
-    Meaning{"/orvel/source/", "pause", "Pause with all its emitters"},
-    Meaning{"/orvel/source/", "stop", "Stop with all its emitters"},
-    Meaning{"/orvel/listener/", "position", "Position x y z in scene units"},
-    Meaning{"/orvel/listener/", "orientation", "Quaternion x y z w, or yaw pitch roll in degrees"},
-    Meaning{"/orvel/", "enabled", "Whether anything is heard", 0.0F, 1.0F},
-    Meaning{"/orvel/", "subscribe", "Send what changes to the sender of this"},
-    Meaning{"/orvel/", "unsubscribe", "Send it no more"},
-    Meaning{"/orvel/", "go", "Play the next cue"},
-    Meaning{"/orvel/", "pause", "Pause the timeline and the sounds"},
-    Meaning{"/orvel/", "play", "Go on after a pause"},
-    Meaning{"/orvel/", "seek", "Go to a time, in seconds", 0.0F, 86400.0F},
-    Meaning{"/orvel/", "cue", "The present cue; play a cue"},
-    Meaning{"/orvel/", "state", "waiting, playing, paused or over"},
-    Meaning{"/orvel/", "time", "The time in the scene, in seconds"},
-    Meaning{"/orvel/cue/", "", "Play this cue"},
-};
-
-std::string_view lastWord(std::string_view path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
-const Meaning* meaningOf(const OscMethod& method) {
-    const auto found = std::ranges::find_if(kMeanings, [&](const Meaning& meaning) {
-        return meaning.prefix == method.prefix &&
-               (meaning.name.empty() || meaning.name == lastWord(method.path));
-    });
-    return found == kMeanings.end() ? nullptr : &*found;
-}
-
 constexpr std::array<std::string_view, 7> kAttributes{"FULL_PATH", "CONTENTS", "ACCESS",     "TYPE",
                                                       "RANGE",     "VALUE",    "DESCRIPTION"};
 
 /// Writes one attribute of a method. Returns false if it does not have it.
 bool writeAttribute(JsonWriter& json, std::string_view name, const OscMethod& method) {
-    const Meaning* meaning = meaningOf(method);
     if (name == "FULL_PATH") {
         json.field(name, method.path);
     } else if (name == "ACCESS") {
         json.field(name, (method.readable ? 1 : 0) + (method.writable ? 2 : 0));
     } else if (name == "TYPE") {
         json.field(name, method.types);
-    } else if (name == "DESCRIPTION" && meaning != nullptr) {
-        json.field(name, meaning->text);
-    } else if (
-        name == "RANGE" && meaning != nullptr &&
-        (meaning->low > -kUnlimited || meaning->high < kUnlimited)) {
+    } else if (name == "DESCRIPTION" && !method.meaning.empty()) {
+        json.field(name, method.meaning);
+    } else if (name == "RANGE" && !method.ranges.empty()) {
         json.key(name).open('[');
         for (std::size_t i = 0; i < method.types.size(); ++i) {
+            const OscRange& range = method.ranges[method.ranges.size() > 1 ? i : 0];
             json.open('{');
-            if (meaning->low > -kUnlimited) {
-                json.field("MIN", meaning->low);
+            if (range.low > OscRange().low) {
+                json.field("MIN", range.low);
             }
-            if (meaning->high < kUnlimited) {
-                json.field("MAX", meaning->high);
+            if (range.high < OscRange().high) {
+                json.field("MAX", range.high);
             }
             json.close('}');
         }

@@ -293,7 +293,8 @@ void OscScene::describe(
         if (method.path != below && !method.path.starts_with(below + "/")) {
             continue;
         }
-        method.prefix = family.prefix;
+        method.meaning = entry.meaning;
+        method.ranges = entry.ranges;
         method.readable = static_cast<bool>(entry.read);
         method.writable = entry.write || !entry.counts.empty();
         if (method.readable) {
