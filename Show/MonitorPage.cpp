@@ -1,8 +1,8 @@
 #include <Show/MonitorPage.h>
 
 #include <Show/monitor/MonitorBackend.h>
+#include <Show/monitor/MonitorHandle.h>
 
-#include <algorithm>
 #include <string_view>
 
 namespace Show {
@@ -12,15 +12,7 @@ static_assert(
     MonitorPage::kDefaultPort == 33790);
 
 struct MonitorPage::State {
-    Orvel::World& world;
-    std::string address;
-    MonitorBackend* backend;
-
-    /// The back end, unless the world's owner has deleted it.
-    [[nodiscard]] MonitorBackend* get() const {
-        const auto& all = world.backends();
-        return std::find(all.begin(), all.end(), backend) == all.end() ? nullptr : backend;
-    }
+    MonitorHandle monitor;
 };
 
 void MonitorPage::registerKind() {
@@ -31,30 +23,20 @@ void MonitorPage::registerKind() {
 MonitorPage::MonitorPage(Orvel::World& world) : MonitorPage(world, Settings()) {}
 
 MonitorPage::MonitorPage(Orvel::World& world, const Settings& settings)
-    : state_(new State{world, settings.address, nullptr}) {
-    state_->backend =
-        MonitorBackend::add(world, settings.address, settings.port, settings.hostNames);
-}
+    : state_(new State{{world, settings}}) {}
 
-MonitorPage::~MonitorPage() {
-    delete state_->get();
-}
+MonitorPage::~MonitorPage() = default;
 
 bool MonitorPage::isOpen() const {
-    const MonitorBackend* backend = state_->get();
-    return backend != nullptr && backend->isOpen();
+    return state_->monitor.isOpen();
 }
 
 std::string MonitorPage::error() const {
-    return isOpen() ? std::string()
-                    : "no monitor at \"" + state_->address +
-                          "\"; use an address of this machine and "
-                          "a port that is free";
+    return state_->monitor.error("monitor");
 }
 
 std::string MonitorPage::url() const {
-    const MonitorBackend* backend = state_->get();
-    return backend == nullptr ? std::string() : backend->url();
+    return state_->monitor.url();
 }
 
 } // namespace Show
