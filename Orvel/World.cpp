@@ -85,65 +85,65 @@ World::~World() {
 
 void World::resetWorld() {
     clearWorld();
-    notifyAll<&Backend::resetBackend>(backends_);
+    notifyAll<&Backend::resetBackend>(notified_);
 }
 
 void World::setEnabled() {
-    notifyAll<&Backend::setEnabled>(backends_);
+    notifyAll<&Backend::setEnabled>(notified_);
 }
 
 void World::setListenerTransform() {
-    notifyAll<&Backend::setListenerTransform>(backends_);
+    notifyAll<&Backend::setListenerTransform>(notified_);
 }
 
 void World::createSource(Source& source) {
-    notifyAll<&Backend::createSource>(backends_, source);
+    notifyAll<&Backend::createSource>(notified_, source);
 }
 
 void World::destroySource(Source& source) {
-    notifyAll<&Backend::destroySource>(backends_, source);
+    notifyAll<&Backend::destroySource>(notified_, source);
 }
 
 void World::setSourceData(Source& source) {
-    notifyAll<&Backend::setSourceData>(backends_, source);
+    notifyAll<&Backend::setSourceData>(notified_, source);
 }
 
 void World::setSourceParam(Source& source) {
-    notifyAll<&Backend::setSourceParam>(backends_, source);
+    notifyAll<&Backend::setSourceParam>(notified_, source);
 }
 
 void World::setSourceDuration(Source& /*source*/) {}
 
 void World::setSourceState(Source& source) {
-    notifyAll<&Backend::setSourceState>(backends_, source);
+    notifyAll<&Backend::setSourceState>(notified_, source);
 }
 
 void World::createEmitter(Emitter& emitter) {
-    notifyAll<&Backend::createEmitter>(backends_, emitter);
+    notifyAll<&Backend::createEmitter>(notified_, emitter);
 }
 
 void World::destroyEmitter(Emitter& emitter) {
-    notifyAll<&Backend::destroyEmitter>(backends_, emitter);
+    notifyAll<&Backend::destroyEmitter>(notified_, emitter);
 }
 
 void World::setEmitterTransform(Emitter& emitter) {
-    notifyAll<&Backend::setEmitterTransform>(backends_, emitter);
+    notifyAll<&Backend::setEmitterTransform>(notified_, emitter);
 }
 
 void World::setEmitterHull(Emitter& emitter) {
-    notifyAll<&Backend::setEmitterHull>(backends_, emitter);
+    notifyAll<&Backend::setEmitterHull>(notified_, emitter);
 }
 
 void World::setEmitterParam(Emitter& emitter) {
-    notifyAll<&Backend::setEmitterParam>(backends_, emitter);
+    notifyAll<&Backend::setEmitterParam>(notified_, emitter);
 }
 
 void World::setEmitterConnection(Emitter& emitter) {
-    notifyAll<&Backend::setEmitterConnection>(backends_, emitter);
+    notifyAll<&Backend::setEmitterConnection>(notified_, emitter);
 }
 
 void World::setEmitterState(Emitter& emitter) {
-    notifyAll<&Backend::setEmitterState>(backends_, emitter);
+    notifyAll<&Backend::setEmitterState>(notified_, emitter);
 }
 
 void World::clearWorld() {
@@ -293,6 +293,29 @@ void World::initBackendState(Backend& backend) {
     }
 }
 
+void World::replaceScene(
+    const std::function<void()>& change,
+    const std::function<bool(const Backend& backend)>& follows) {
+    notified_.remove_if([&follows](Backend* backend) {
+        const bool waits = !follows(*backend);
+        if (waits) {
+            backend->resetBackend();
+        }
+        return waits;
+    });
+    change();
+    for (Backend* backend : backends_) {
+        // One that waited is empty; one that followed may have kept something of a step.
+        if (std::ranges::find(notified_, backend) != notified_.end()) {
+            backend->resetBackend();
+        }
+    }
+    notified_ = backends_;
+    for (Backend* backend : backends_) {
+        initBackendState(*backend);
+    }
+}
+
 void World::deleteAllBackends() {
     while (!backends_.empty()) {
         delete backends_.front(); // its destructor removes it from the list
@@ -303,6 +326,16 @@ void World::print() {
     ORVEL_LOG(
         Log, "Orvel Emitter/Source/Backend count: %d/%d/%d\n", static_cast<int>(emitters().size()),
         static_cast<int>(sources().size()), static_cast<int>(backends_.size()));
+}
+
+void World::enter(Backend& backend) {
+    backends_.push_back(&backend);
+    notified_.push_back(&backend);
+}
+
+void World::leave(Backend& backend) {
+    backends_.remove(&backend);
+    notified_.remove(&backend);
 }
 
 void World::enter(Emitter& emitter) {

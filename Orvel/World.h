@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <list>
 #include <map>
 #include <string>
@@ -106,6 +107,14 @@ public:
     /// ends.
     void initBackendState(Backend& backend);
 
+    /// Replaces the scene by the result of `change`. The back ends receive none of its steps: they
+    /// release everything before it, and receive the whole scene after it, as initBackendState()
+    /// replays it. Those for which `follows` is true receive the steps as well. Not inside
+    /// update().
+    void replaceScene(
+        const std::function<void()>& change,
+        const std::function<bool(const Backend& backend)>& follows);
+
     /// Deletes the back ends in the order in which they were added.
     void deleteAllBackends();
 
@@ -148,8 +157,8 @@ private:
         bool isFrameNew = false;
     };
 
-    void enter(Backend& backend) { backends_.push_back(&backend); }
-    void leave(Backend& backend) { backends_.remove(&backend); }
+    void enter(Backend& backend);
+    void leave(Backend& backend);
     void enter(Emitter& emitter);
     void leave(Emitter& emitter);
     void enter(Source& source);
@@ -168,6 +177,7 @@ private:
     Vec3f listenerPosition_;
     Quaternion listenerRotation_;
     std::list<Backend*> backends_;
+    std::list<Backend*> notified_; // the same, except during replaceScene()
 };
 
 } // namespace Orvel

@@ -14,15 +14,14 @@
 namespace Show {
 
 /// The monitor's page with controls: browsers move the parts of a scene, set gains, mute, play and
-/// save while it plays (docs/desk.md). Reading is as with MonitorPage. Changing needs a random
-/// token, which is part of url(); show that to the user only.
+/// save while it plays, and go from cue to cue (docs/desk.md). Everything is as with MonitorPage,
+/// except that changing needs a random token, which is part of url(); show that to the user only.
 ///
-/// The world and the playback must outlive it, and the file must be the one that is played.
-/// Deleting the world's back ends closes the page too. Confined to the world's thread. Throws
-/// std::exception if the system gives no random numbers.
+/// The playback must outlive it as well, and the file must be the one that is played. Cues, jumps
+/// and pauses take effect in the next Playback::advance(). Throws std::exception if the system
+/// gives no random numbers.
 class ORVEL_SHOW_EXPORT DeskPage {
 public:
-    /// Opens the page. Check isOpen() afterwards. It shows the names of sounds that are set later.
     DeskPage(
         Orvel::World& world, Playback& playback, const ShowFile& file,
         const MonitorPage::Settings& settings);
@@ -30,7 +29,6 @@ public:
     DeskPage& operator=(const DeskPage&) = delete;
     ~DeskPage();
 
-    /// Whether it is open. If not, error() reports it, and the log has the reason.
     [[nodiscard]] bool isOpen() const;
     [[nodiscard]] std::string error() const;
     /// Its URL with the token, such as "http://127.0.0.1:33790/#token=0123..."; empty if it is not

@@ -66,11 +66,11 @@ public:
     /// The cues of the file; empty for a capture. Valid as long as this object.
     [[nodiscard]] const std::vector<Cue>& cues() const;
 
-    /// Clears the world and brings it to the time `from` of the file, in seconds from 0. Back ends
-    /// that exist already receive every change on the way, and then the scene again; those that are
-    /// added after this and before advance() receive only the resulting scene. Both start with
-    /// every sound at its current position (servers, with the kind "client": at its beginning). May
-    /// be called again to start over.
+    /// Clears the world and brings it to the time `from` of the file, in seconds from 0. The back
+    /// ends receive the resulting scene, those too that are added after this and before advance(),
+    /// with every sound at its current position (servers, with the kind "client": at its
+    /// beginning). May be called again to start over. Not inside World::update(); nor are go(),
+    /// cue() and seek().
     void start(double from = 0.0);
     /// Clears the world, loads the initial sounds and waits for go(), cue() or seek(). The scene
     /// then stops at the end of each cue and waits for the next; looped sounds go on meanwhile. The

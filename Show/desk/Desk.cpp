@@ -74,11 +74,16 @@ struct Desk::Request {
     bool undo = false;
     bool redo = false;
     std::optional<std::string> save; ///< the name of a new file, or empty
-    std::string gesture;             ///< of which this is a part; empty: a step of its own
+    bool go = false;                 ///< at most one of this and the next three
+    std::optional<std::string> cue;
+    std::optional<double> seek; ///< seconds
+    std::optional<bool> pause;
+    std::string gesture; ///< of which this is a part; empty: a step of its own
 };
 
 Desk::Desk(Orvel::World& world, Playback& playback, const ShowFile& file)
-    : world_(world), playback_(playback), file_(file), overrides_(playback.overrides()) {
+    : world_(world), transport_(playback.transport()), file_(file),
+      overrides_(playback.overrides()) {
     if (const LoadedScene* scene = file.isGood() ? file.playable()->scene() : nullptr) {
         disk_.emplace(scene->scene);
     }
@@ -161,10 +166,26 @@ Desk::Request Desk::read(std::string_view text) {
             request.redo = boolOf(key, value);
         } else if (key == "save") {
             request.save = textOf(key, value);
+        } else if (key == "go") {
+            request.go = boolOf(key, value);
+        } else if (key == "cue") {
+            request.cue = textOf(key, value);
+        } else if (key == "seek") {
+            require(
+                value.is_number() && value.get<double>() >= 0.0,
+                "seek: expected a time in seconds, from 0");
+            request.seek = value.get<double>();
+        } else if (key == "pause") {
+            request.pause = boolOf(key, value);
         } else {
             require(false, "a key that is not known");
         }
     }
+    require(
+        int{request.go} + int{request.cue.has_value()} + int{request.seek.has_value()} +
+                int{request.pause.has_value()} <=
+            1,
+        "expected only one of go, cue, seek and pause");
     return request;
 }
 
@@ -177,7 +198,33 @@ Desk::Answer Desk::take(std::string_view text) {
     }
 }
 
+Transport::Command Desk::commandOf(const Request& request) const {
+    if (request.go) {
+        if (!transport_->canGo()) {
+            throw DeskRefusal{409, "there is no further cue"};
+        }
+        return [](Transport& transport) { transport.go(); };
+    }
+    if (request.cue) {
+        if (std::ranges::find(transport_->cues(), *request.cue, &Cue::name) ==
+            transport_->cues().end()) {
+            throw DeskRefusal{404, "there is no such cue"};
+        }
+        return [name = *request.cue](Transport& transport) { transport.cue(name); };
+    }
+    if (request.seek) {
+        return [to = *request.seek](Transport& transport) {
+            transport.seek(std::min(to, transport.end()));
+        };
+    }
+    if (request.pause) {
+        return [paused = *request.pause](Transport& transport) { transport.pause(paused); };
+    }
+    return {};
+}
+
 void Desk::carryOut(const Request& request) {
+    Transport::Command command = transport_ == nullptr ? Transport::Command() : commandOf(request);
     const bool changes = !request.changes.empty() || request.releaseAll;
     if (changes && overrides_ == nullptr) {
         throw DeskRefusal{409, "the parts of a capture cannot be changed"};
@@ -218,6 +265,9 @@ void Desk::carryOut(const Request& request) {
         for (const auto& [id, override] : overrides_->all()) {
             step.push_back({id, override, {}, {}, {}});
         }
+    }
+    if (command && !transport_->later(std::move(command))) {
+        throw DeskRefusal{409, "the playback stands still"};
     }
     if (!step.empty()) {
         apply(step, true);
@@ -332,7 +382,22 @@ void Desk::write(std::string& out) const {
         }
         json.close('}');
     }
-    json.close(']').close('}');
+    json.close(']');
+    if (transport_ != nullptr) {
+        const auto nameOrNull = [&json](std::string_view key, const Cue* cue) {
+            cue == nullptr ? json.key(key).null() : json.field(key, cue->name);
+        };
+        json.field("state", nameOf(transport_->state()));
+        json.field("time", transport_->position()).field("end", transport_->end());
+        nameOrNull("cue", transport_->current());
+        nameOrNull("next", transport_->next());
+        json.field("canGo", transport_->canGo()).key("cues").open('[');
+        for (const Cue& cue : transport_->cues()) {
+            json.open('{').field("name", cue.name).field("at", cue.at).close('}');
+        }
+        json.close(']');
+    }
+    json.close('}');
 }
 
 } // namespace Show

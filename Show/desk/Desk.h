@@ -4,12 +4,14 @@
 #include <Show/ShowFile.h>
 #include <Show/desk/DeskFile.h>
 #include <Show/player/Overrides.h>
+#include <Show/player/Transport.h>
 
 #include <Orvel/World.h>
 
 #include <cstddef>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -57,6 +59,8 @@ private:
 
     static Request read(std::string_view text);
     void carryOut(const Request& request);
+    /// The command of the playback, checked; empty if there is none.
+    [[nodiscard]] Transport::Command commandOf(const Request& request) const;
     void apply(const Step& step, bool forward);
     void remember(Step step, const std::string& gesture);
     bool undo();
@@ -64,7 +68,7 @@ private:
     [[nodiscard]] std::map<int, Override> savable() const;
 
     Orvel::World& world_;
-    Playback& playback_;
+    const std::shared_ptr<Transport> transport_; // null: the file is not good
     const ShowFile file_;
     Overrides* const overrides_; // null: nothing can be changed
     std::optional<DeskFile> disk_;

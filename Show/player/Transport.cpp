@@ -6,6 +6,7 @@
 
 #include <Orvel/Backend.h>
 #include <Orvel/Emitter.h>
+#include <Orvel/SilentBackend.h>
 #include <Orvel/Source.h>
 
 #include <algorithm>
@@ -54,11 +55,12 @@ void Transport::place(double seconds) {
         player_->start();
         return;
     }
-    skipTo(seconds, *player_, world_);
-    for (Orvel::Backend* backend : world_.backends()) {
-        backend->resetBackend();
-        world_.initBackendState(*backend);
-    }
+    // The steps of the way would be heard, and cost a client's network. Clocks need them.
+    world_.replaceScene(
+        [this, seconds] { skipTo(seconds, *player_, world_); },
+        [](const Orvel::Backend& backend) {
+            return dynamic_cast<const Orvel::SilentBackend*>(&backend) != nullptr;
+        });
 }
 
 void Transport::start(double from) {
@@ -84,11 +86,23 @@ bool Transport::go() {
         play(*next);
         return true;
     }
-    if (!cues_.empty() || !armed_ || !waiting_) {
+    if (!canGo()) {
         return false;
     }
     paused_ = false;
     place(0.0);
+    return true;
+}
+
+bool Transport::canGo() const {
+    return nextIndex() || (cues_.empty() && armed_ && waiting_);
+}
+
+bool Transport::later(Command command) {
+    if (commands_.size() >= kMaxCommands) {
+        return false;
+    }
+    commands_.push_back(std::move(command));
     return true;
 }
 
@@ -187,6 +201,9 @@ void Transport::advance(double seconds) {
     if (sounds_ != nullptr) {
         sounds_->passTo(elapsed_, {});
     }
+    for (const Command& command : std::exchange(commands_, {})) {
+        command(*this);
+    }
     if (waiting_ || paused_) {
         return;
     }
@@ -207,6 +224,9 @@ void Transport::advance(double seconds) {
 }
 
 double Transport::nextStep() const {
+    if (!commands_.empty()) {
+        return clock_;
+    }
     if (waiting_ || paused_) {
         return kNever;
     }

@@ -6,6 +6,7 @@
 #include <Orvel/World.h>
 
 #include <cstddef>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -16,9 +17,15 @@
 namespace Show {
 
 /// Plays a file as its operator wants: from any time, cue by cue, with pauses. Maps the host's
-/// clock to the time of the file. The world must outlive it. Confined to the world's thread.
+/// clock to the time of the file. Playback describes the functions that have the same names there.
+/// The world must outlive it. Confined to the world's thread.
 class Transport {
 public:
+    /// Limit of the commands that wait for advance().
+    static constexpr std::size_t kMaxCommands = 64;
+
+    using Command = std::function<void(Transport& transport)>;
+
     Transport(Orvel::World& world, std::unique_ptr<Player> player, std::vector<Cue> cues);
     Transport(const Transport&) = delete;
     Transport& operator=(const Transport&) = delete;
@@ -27,24 +34,18 @@ public:
 
     [[nodiscard]] const std::vector<Cue>& cues() const { return cues_; }
 
-    /// Plays from that time of the file, which the host's clock shows then.
     void start(double from);
-    /// Prepares the sounds and waits for the first cue; the scene stops at the end of each. The
-    /// host's clock shows 0.
     void arm();
-
-    /// Plays the next cue, or without cues an armed file. Returns false if there is none.
     bool go();
-    /// Plays the cue with this name. Returns false if there is none.
     bool cue(std::string_view name);
-    /// Goes to a time of the file, and plays from there unless paused.
     void seek(double seconds);
-    /// Halts the timeline and the sounds, or lets them go on.
     void pause(bool paused);
 
-    /// Applies everything due up to this time of the host's clock, which must not decrease.
+    /// Runs a command in the next advance(): go(), cue() and seek() must not be called inside
+    /// World::update(). Returns false, without effect, if kMaxCommands wait already.
+    bool later(Command command);
+
     void advance(double seconds);
-    /// The time of the host's clock at which to advance next.
     [[nodiscard]] double nextStep() const;
 
     [[nodiscard]] double position() const { return position_; }
@@ -52,9 +53,11 @@ public:
     /// The values set by hand; null if the player does not support them.
     [[nodiscard]] Overrides* overrides() const { return player_->overrides(); }
     [[nodiscard]] PlayState state() const;
-    /// The present cue, or the next one; null if there is none.
+    /// Null if there is none.
     [[nodiscard]] const Cue* current() const;
     [[nodiscard]] const Cue* next() const;
+    /// Whether go() has an effect.
+    [[nodiscard]] bool canGo() const;
 
 private:
     struct Sounds;
@@ -85,6 +88,7 @@ private:
     bool paused_ = false;
     bool hasOffsets_ = false;
     std::vector<int> held_; // emitters that pause() has paused
+    std::vector<Command> commands_;
 };
 
 } // namespace Show

@@ -22,6 +22,7 @@ using namespace Show;
 namespace {
 
 const std::string kText = R"({ "orvel": 1, // first
+  "cues": [{ "name": "a", "at": 0 }, { "name": "b", "at": 4 }],
   "sources": [{ "id": 1, "tone": {} }],
   "emitters": [
     { "id": 11, /* "position": [9, 9, 9] */ "position": [1, 0, 0], "ypr": [90, 0, 0] }, // left
@@ -157,6 +158,9 @@ TEST_F(DeskTest, AGestureIsOneStepAndABadRequestIsNone) {
              {R"({"changes":[{"listener":true,"gain":1}]})", 400},
              {R"({"changes":[{"emitter":12,"gain":1},{"emitter":99,"gain":1}]})", 404},
              {R"({"redo":true})", 409},
+             {R"({"cue":"c"})", 404},
+             {R"({"seek":-1})", 400},
+             {R"({"go":true,"seek":1})", 400},
              {R"({"save":"a/b.json"})", 409},
              {R"({"save":".a.json"})", 409},
              {R"({"save":"b.txt"})", 409}}) {
@@ -172,6 +176,31 @@ TEST_F(DeskTest, AGestureIsOneStepAndABadRequestIsNone) {
     EXPECT_EQ(take(R"({"undo":true})"), 409);
     EXPECT_EQ(take(R"({"redo":true})"), 200);
     EXPECT_EQ(x(12), 4.0F);
+}
+
+TEST_F(DeskTest, JumpsWaitForThePlaybackToAdvance) {
+    playback_->advance(0.5);
+    EXPECT_EQ(take(R"({"seek":3})"), 200);
+    EXPECT_EQ(x(11), 1.0F) << "back ends may be at work on the emitters now";
+    EXPECT_EQ(playback_->nextStep(), 0.5);
+    playback_->advance(0.5);
+    EXPECT_EQ(x(11), 3.0F);
+    const auto stateAfter = [&](const char* request, double now) {
+        EXPECT_EQ(take(request), 200) << request;
+        playback_->advance(now);
+        const nlohmann::json all = state();
+        return all["state"].get<std::string>() + ' ' + all["cue"].get<std::string>() + ' ' +
+               all["time"].dump() + ' ' + all["next"].dump() + ' ' + all["canGo"].dump();
+    };
+    EXPECT_EQ(stateAfter(R"({"pause":true})", 1.0), "paused a 3 \"b\" true");
+    EXPECT_EQ(stateAfter(R"({"go":true})", 2.0), "playing b 4 null false");
+    EXPECT_EQ(take(R"({"go":true})"), 409);
+    EXPECT_EQ(stateAfter(R"({"seek":1e9})", 3.0), "over b 5 null false");
+    EXPECT_EQ(stateAfter(R"({"cue":"a"})", 4.0), "playing a 0 \"b\" true");
+    while (take(R"({"pause":true})") == 200) { // nothing advances
+    }
+    EXPECT_EQ(take(R"({"pause":true})"), 409);
+    EXPECT_EQ(take(R"({"changes":[{"emitter":12,"gain":2}]})"), 200);
 }
 
 TEST_F(DeskTest, SavingChangesOnlyWhatWasSetByHand) {

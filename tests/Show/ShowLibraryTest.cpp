@@ -10,9 +10,11 @@
 #include <Orvel/SilentBackend.h>
 #include <Orvel/SoundFile.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <support/RecordingBackend.h>
 #include <support/TemporaryFolder.h>
 
 using namespace Show;
@@ -68,6 +70,7 @@ TEST_F(ShowLibrary, StartsAtAnyTimeWithEverySoundAtItsPlace) {
 TEST_F(ShowLibrary, WaitsAtTheEndOfEachCueAndGoesToAny) {
     Orvel::World world;
     auto* recorder = new Beginnings(world, nullptr);
+    auto* other = new Orvel::Test::RecordingBackend(world);
     Playback playback(world, ShowFile::load(write("c.json", R"({"orvel": 1, "duration": 20,
             "cues": [{"name": "a", "at": 0}, {"name": "b", "at": 2}, {"name": "c", "at": 8}],
             "sources": [{"id": 1, "tone": {}, "loop": true}, {"id": 2, "tone": {"seconds": 0.5}}],
@@ -110,8 +113,10 @@ TEST_F(ShowLibrary, WaitsAtTheEndOfEachCueAndGoesToAny) {
     EXPECT_EQ(world.getEmitter(1)->gain(), 0.5F);
     playback.advance(21.0);
     EXPECT_EQ(playback.position(), 3.0);
+    other->take();
     ASSERT_TRUE(playback.cue("c"));
     EXPECT_EQ(playback.position(), 8.0);
+    EXPECT_EQ(std::ranges::count(other->take(), "setEmitterParam 1"), 1) << "only the result";
     EXPECT_EQ(recorder->resets, 1);
     EXPECT_EQ(recorder->offset, 8.0);
     EXPECT_FALSE(playback.go());

@@ -26,6 +26,16 @@ let failure = '';
 /// Calls `listener` with a message, or an empty text, when the state may have changed.
 export const onState = (listener) => listeners.push(listener);
 export const mayChange = () => token !== null && state !== null && state.canChange;
+export const mayControl = () => token !== null && state !== null && state.state !== undefined;
+
+let taken = 0; // when the latest state came
+let wanted = null; // the time that is being asked for
+/// The present time in the scene, in seconds.
+export function stateTime() {
+  if (wanted !== null) return wanted;
+  const passed = state.state === 'playing' ? (performance.now() - taken) / 1000 : 0;
+  return Math.min(state.time + passed, Math.max(state.end, state.time));
+}
 
 function publish(message = '') {
   if (!token) message = 'Watching only. To make changes, open the address of the desk that was printed.';
@@ -35,6 +45,7 @@ function publish(message = '') {
 
 function take(next) {
   state = next;
+  taken = performance.now();
   held.clear();
   for (const part of next.parts) if (part.position || part.rotation) held.add(part.id);
 }
@@ -69,6 +80,8 @@ async function flush() {
     const batch = queue.shift();
     try {
       take(await send(batch));
+      // The playback jumps after the answer.
+      if (['go', 'cue', 'seek', 'pause'].some((key) => batch.request && key in batch.request)) take(await ask());
       failure = batch.done || '';
       if (batch.since) latencies.push(performance.now() - batch.since);
       if (latencies.length > 200) latencies.shift();
@@ -84,6 +97,7 @@ async function flush() {
   }
   queue.length = 0;
   sending = false;
+  wanted = null;
 }
 
 /// Sets values of a part, the listener's id being 0. Changes of one gesture are undone together,
@@ -103,17 +117,23 @@ export function change(id, values, gesture = '', since = 0) {
 /// Sends another request, such as { undo: true }. `done`: the message when it has been carried out.
 export function request(body, done = '') {
   if (!token) return;
+  const last = queue[queue.length - 1];
+  if (body.seek !== undefined) wanted = body.seek;
+  if (body.seek !== undefined && last && last.request && last.request.seek !== undefined) queue.pop();
   queue.push({ request: body, done });
   flush();
+}
+
+async function ask() {
+  const response = await fetch('api/desk', { cache: 'no-store', signal: AbortSignal.timeout(kPatience) });
+  return response.json();
 }
 
 async function poll() {
   for (;;) {
     if (document.visibilityState !== 'hidden' && !sending) {
       try {
-        const response = await fetch('api/desk',
-          { cache: 'no-store', signal: AbortSignal.timeout(kPatience) });
-        const next = await response.json();
+        const next = await ask();
         if (!sending) take(next);
         publish(failure);
       } catch {
