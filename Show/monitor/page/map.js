@@ -1,15 +1,14 @@
 // Draws the map.
 import { colourOf, colours, niceStep, prepare } from './canvas.js';
 import { byId } from './dom.js';
-import { nameOf } from './parts.js';
-import {
-  heading, heardReach, hearing, held, isSpatial, kPathSeconds, kScenePeriod, tracks,
-} from './scene.js';
+import { drawNames } from './mapNames.js';
+import { heading, heardReach, held, isSpatial, kPathSeconds, kScenePeriod, tracks } from './scene.js';
 import { chosen, onChoice } from './selection.js';
+import { stamp } from './sprites.js';
 import { number } from './texts.js';
 import { fit, map, toX, toY, view } from './view.js';
 
-const kMaxNames = 150; // names on the map
+const kMaxHulls = 150; // parts in view whose hulls are drawn; more cover each other
 const kMaxPaths = 100; // parts in view whose paths are drawn; each has up to a hundred lines
 
 function drawGrid(context, width, height) {
@@ -47,7 +46,7 @@ function drawGrid(context, width, height) {
 /// the selected emitter both are outlined if it is silent.
 function drawHull(context, track, colour, isChosen, outer) {
   const reach = heardReach(track.part);
-  const heard = hearing(track.part).sign === 'play';
+  const heard = track.sign === 'play';
   if (!reach || (!heard && !isChosen)) return;
   const circle = (radius) => {
     context.beginPath();
@@ -117,16 +116,12 @@ function drawListener(context, track) {
 }
 
 /// A disc, or a square if the emitter is heard at the listener, with the sign of its state.
-function drawEmitter(context, track, colour, size) {
-  const { sign } = hearing(track.part);
-  context.save();
-  context.translate(toX(track.x), toY(track.z));
+function paintEmitter(context, sign, spatial, colour, size) {
   context.scale(size, size);
-  context.fillStyle = colour;
   context.strokeStyle = colour;
   context.lineWidth = 2;
   context.beginPath();
-  if (isSpatial(track.part)) context.arc(0, 0, 6.5, 0, 2 * Math.PI);
+  if (spatial) context.arc(0, 0, 6.5, 0, 2 * Math.PI);
   else context.rect(-6, -6, 12, 12);
   context.fillStyle = colours.panel;
   context.fill();
@@ -143,40 +138,12 @@ function drawEmitter(context, track, colour, size) {
     context.lineTo(4.6, -4.6);
     context.stroke();
   }
-  context.restore();
 }
 
-/// Writes names beside their signs where they cover nothing; the selected one's always.
-function drawNames(context, width, height, shown) {
-  context.font = '12.5px system-ui, sans-serif';
-  context.lineWidth = 3.5;
-  context.lineJoin = 'round';
-  context.strokeStyle = colours.panel;
-  const taken = shown.map(([, track]) => {
-    const x = toX(track.x);
-    const y = toY(track.z);
-    return [x - 9, y - 9, x + 9, y + 9];
-  });
-  taken.push([width - 56, 0, width, 150]); // the buttons
-  const free = (box) => box[0] > 0 && box[2] < width && box[1] > 0 && box[3] < height &&
-    !taken.some((other) =>
-      box[0] < other[2] && other[0] < box[2] && box[1] < other[3] && other[1] < box[3]);
-  for (const [id, track] of shown.slice(0, kMaxNames)) {
-    let text = id === 0 ? 'listener' : nameOf(track.part);
-    if (text.length > 40) text = `${text.slice(0, 39)}…`;
-    const length = context.measureText(text).width;
-    const x = toX(track.x);
-    const y = toY(track.z);
-    const spots = [[x + 13, y - 7], [x - length - 13, y - 7], [x - length / 2, y - 29],
-      [x - length / 2, y + 14]];
-    const boxes = spots.map(([left, top]) => [left, top, left + length, top + 15]);
-    const box = boxes.find(free) || (id === chosen ? boxes[0] : null);
-    if (!box) continue;
-    taken.push(box);
-    context.strokeText(text, box[0], box[1] + 12);
-    context.fillStyle = id === 0 ? colours.ink : colourOf(id);
-    context.fillText(text, box[0], box[1] + 12);
-  }
+function drawEmitter(context, { part, sign, x, z }, colour, size) {
+  const spatial = isSpatial(part);
+  stamp(context, `${sign} ${spatial} ${colour} ${size}`, toX(x), toY(z), [18, 18],
+    (own) => paintEmitter(own, sign, spatial, colour, size));
 }
 
 function drawMap(now) {
@@ -189,17 +156,23 @@ function drawMap(now) {
     track.z = track.fromZ + (track.toZ - track.fromZ) * part;
     moving = moving || (part < 1 && (track.fromX !== track.toX || track.fromZ !== track.toZ));
   }
-  // The listener is drawn above the emitters, and the selected one above all; names in reverse
-  // order.
-  const shown = [...tracks].filter(([, track]) => {
+  const inView = ([, track]) => {
     const heard = track.part.hull && heardReach(track.part);
     const reach = 40 + view.scale * (heard ? heard.softest : 0);
     return Math.abs(toX(track.x) - width / 2) < width / 2 + reach &&
       Math.abs(toY(track.z) - height / 2) < height / 2 + reach;
-  }).sort(([a], [b]) => (a === chosen) - (b === chosen) || (a === 0) - (b === 0));
+  };
+  // The listener is drawn above the emitters, and the selected one above all; names in reverse
+  // order.
+  const shown = [];
+  for (const entry of tracks) if (entry[0] !== 0 && entry[0] !== chosen && inView(entry)) shown.push(entry);
+  for (const id of chosen === null || chosen === 0 ? [0] : [0, chosen]) {
+    const entry = [id, tracks.get(id)];
+    if (entry[1] && inView(entry)) shown.push(entry);
+  }
   if (byId('hulls').checked) {
     for (const [id, track] of shown) {
-      if (id === 0) continue;
+      if (id === 0 || (shown.length > kMaxHulls && id !== chosen)) continue;
       drawHull(context, track, colourOf(id), id === chosen, id === chosen || shown.length <= 30);
     }
   }

@@ -8,6 +8,7 @@ import { draw, showScene } from './map.js';
 import { fillNetwork } from './network.js';
 import './pointers.js';
 import { kScenePeriod, scene, takeScene } from './scene.js';
+import { forgetSprites } from './sprites.js';
 import { fillBackends, fillTables } from './tables.js';
 import { span } from './texts.js';
 import { map, view } from './view.js';
@@ -101,6 +102,7 @@ async function run() {
 
 matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => {
   readColours();
+  forgetSprites();
   draw();
   drawChart();
 });

@@ -60,7 +60,8 @@ function follow(id, part, now) {
     tracks.set(id, track);
   }
   // Interpolates from the drawn position to the current one over the frames until the next answer.
-  Object.assign(track, { part, fromX: track.x, fromZ: track.z, toX: x, toZ: z, since: now });
+  const sign = id === 0 ? '' : hearing(part).sign;
+  Object.assign(track, { part, sign, fromX: track.x, fromZ: track.z, toX: x, toZ: z, since: now });
   const last = track.path[track.path.length - 1];
   if (!last || last.x !== x || last.z !== z) {
     if (last && now - last.until > 5 * kScenePeriod) track.path.push({ ...last, at: now });

@@ -255,7 +255,7 @@ int PlayCommand::run() {
         osc->control(&playback);
     }
     const bool good =
-        play(playback, world, frames ? &*frames : nullptr, osc.get(), *loop, diagnostics);
+        play(playback, world, frames ? &*frames : nullptr, osc.get(), loop, diagnostics);
     if (osc != nullptr) {
         osc->finish();
     }
@@ -264,7 +264,7 @@ int PlayCommand::run() {
 
 bool PlayCommand::play(
     Show::Playback& playback, Orvel::World& world, Show::FrameSource* frames, Show::OscInput* osc,
-    Corvid::Loop& loop, Diagnostics& diagnostics) {
+    const std::shared_ptr<Corvid::Loop>& loop, Diagnostics& diagnostics) {
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(world, servers_, wait_);
@@ -277,6 +277,10 @@ bool PlayCommand::play(
     while (isLoading(world)) {
         std::this_thread::sleep_for(kLoadingPoll);
         world.update();
+    }
+    // Requests are answered at once, not at the next tick.
+    for (Corvid::PolledWebServer* server : webServers(world)) {
+        server->setLoop(loop);
     }
     const StopSignals signals;
     Operator user(playback, servers);
@@ -347,7 +351,7 @@ bool PlayCommand::play(
         if (recording) {
             wake = std::min(wake, recording->next());
         }
-        loop.wait(wake);
+        loop->wait(wake);
     }
     if (recording) {
         recording->finish(std::min(Clock::now(), limit));

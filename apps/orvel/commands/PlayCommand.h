@@ -33,7 +33,7 @@ private:
     /// the recording, from `frames` unless null, is incomplete.
     bool play(
         Show::Playback& playback, Orvel::World& world, Show::FrameSource* frames,
-        Show::OscInput* osc, Corvid::Loop& loop, Diagnostics& diagnostics);
+        Show::OscInput* osc, const std::shared_ptr<Corvid::Loop>& loop, Diagnostics& diagnostics);
 
     BackendOption backends_;
     MonitorOption monitor_;
