@@ -74,6 +74,11 @@ void Emitter::setHull(float maxBack, float maxFront, float minBack, float minFro
     setHull({maxBack, maxFront, minBack, minFront});
 }
 
+void Emitter::setRadius(float radius) {
+    radius_ = radius;
+    world().setEmitterHull(*this);
+}
+
 void Emitter::setParam(bool paramFlag, float paramValue, float gain) {
     paramFlag_ = paramFlag;
     paramValue_ = paramValue;

@@ -40,6 +40,12 @@ public:
     void setHull(const Hull& hull);
     void setHull(float maxBack, float maxFront, float minBack, float minFront);
 
+    /// Sets the radius of the sound, in scene units; initially 0, a point. It is heard as wide as a
+    /// ball of that size, and from all sides inside it; its level does not change. Notifies the
+    /// back ends as setHull() does. It is not sent to other machines, and only OpenAL back ends use
+    /// it.
+    void setRadius(float radius);
+
     /// `paramFlag`: whether the sound is spatial (false: heard at the listener). `paramValue`: a
     /// value of the host's own, passed on. `gain`: linear, 1 being the recorded level. Always
     /// notifies the back ends.
@@ -62,6 +68,7 @@ public:
     [[nodiscard]] float maxFront() const noexcept { return hull_.maxFront; }
     [[nodiscard]] float minBack() const noexcept { return hull_.minBack; }
     [[nodiscard]] float minFront() const noexcept { return hull_.minFront; }
+    [[nodiscard]] float radius() const noexcept { return radius_; }
     [[nodiscard]] float gain() const noexcept { return gain_; }
     [[nodiscard]] float paramValue() const noexcept { return paramValue_; }
     [[nodiscard]] bool paramFlag() const noexcept { return paramFlag_; }
@@ -79,6 +86,7 @@ private:
     bool paramFlag_ = true;
     Vec3f position_;
     Quaternion rotation_;
+    float radius_ = 0.0F;
     const Emitter* later_ = nullptr; // moved some places later the last time; may be gone
     Hull hull_;
     float gain_ = 1.0F;

@@ -568,7 +568,7 @@ void OALBackend::setEmitterHull(Emitter& emitter) {
     if (name == nullptr) {
         return;
     }
-    detail::setReach(*name, emitter.isSpatial(), emitter.hull());
+    detail::setReach(*name, emitter.isSpatial(), emitter.hull(), emitter.radius());
     checkSelected("Cannot set emitter hull\n", emitter);
 }
 

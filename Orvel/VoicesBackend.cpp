@@ -456,10 +456,12 @@ void VoicesBackend::setEmitterTransform(Emitter& emitter) {
 
 void VoicesBackend::setEmitterHull(Emitter& emitter) {
     const State::Slot* slot = state_->find(emitter);
-    if (slot != nullptr && accept(isFinite(emitter.hull()), "hull", emitter)) {
+    const bool finite = isFinite(emitter.hull()) && std::isfinite(emitter.radius());
+    if (slot != nullptr && accept(finite, "hull", emitter)) {
         const bool spatial = emitter.isSpatial();
         state_->change(*slot, SceneChanges::Reach, [&](auto& values) {
             values.voice.hull = emitter.hull();
+            values.voice.radius = emitter.radius();
             values.voice.attenuated = spatial;
         });
     }

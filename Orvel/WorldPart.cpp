@@ -15,7 +15,7 @@ WorldPart::WorldPart(const WorldPart& other) : world_(other.world_), id_(-1) {
 
 bool WorldPart::changeState(State state) noexcept {
     // Compared as stored, or a value out of range would never be equal.
-    const auto stored = static_cast<std::int16_t>(state);
+    const auto stored = static_cast<std::int8_t>(state);
     if (stored == state_) {
         return false;
     }

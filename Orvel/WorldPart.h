@@ -45,8 +45,8 @@ private:
     World& world_;
     int id_;
     // Each a State, in few bytes, so that an emitter fits in two cache lines.
-    std::int16_t state_ = NONE;
-    std::int16_t previousState_ = NONE;
+    std::int8_t state_ = NONE;
+    std::int8_t previousState_ = NONE;
 };
 
 } // namespace Orvel

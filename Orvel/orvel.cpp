@@ -757,6 +757,14 @@ bool orvel_emitter_hull(
     });
 }
 
+bool orvel_emitter_set_radius(orvel_emitter* emitter, float radius) {
+    return done(__func__, [&] { get(emitter).setRadius(radius); });
+}
+
+float orvel_emitter_radius(orvel_emitter* emitter) {
+    return guarded(__func__, 0.0F, [&] { return get(emitter).radius(); });
+}
+
 bool orvel_emitter_set_param(orvel_emitter* emitter, bool spatial, float value, float gain) {
     return done(__func__, [&] { get(emitter).setParam(spatial, value, gain); });
 }

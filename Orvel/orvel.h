@@ -249,6 +249,10 @@ ORVEL_EXPORT bool orvel_emitter_set_hull(
 /// Gets the extents; any place may be null.
 ORVEL_EXPORT bool orvel_emitter_hull(
     orvel_emitter* emitter, float* max_back, float* max_front, float* min_back, float* min_front);
+/// Its radius in scene units, initially 0: it is heard as wide as a ball of that size. Only OpenAL
+/// back ends use it.
+ORVEL_EXPORT bool orvel_emitter_set_radius(orvel_emitter* emitter, float radius);
+ORVEL_EXPORT float orvel_emitter_radius(orvel_emitter* emitter);
 /// `spatial`: whether it is heard at its position (otherwise at the listener); `value`: the host's
 /// own, passed on.
 ORVEL_EXPORT bool

@@ -202,6 +202,11 @@ std::string_view MonitorBackend::soundName(int source) const {
     return found == names_.end() ? std::string_view() : found->second;
 }
 
+const MonitorBackend::Object* MonitorBackend::object(int emitter) const {
+    const auto found = objects_.find(emitter);
+    return found == objects_.end() ? nullptr : &found->second;
+}
+
 double MonitorBackend::lengthOf(const Orvel::Source& source) {
     const double rate = source.sampleRate() * (source.bitsPerSample() / 8.0) * source.channels();
     return source.dataKind() == Orvel::Source::PCM_SD && rate > 0.0

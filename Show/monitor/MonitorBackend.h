@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Show/monitor/ChangeRates.h>
+#include <Show/osc/ObjectNames.h>
 #include <Show/player/PlayClock.h>
 #include <Show/scene/SceneSources.h>
 
@@ -32,7 +33,7 @@ namespace Show {
 ///
 /// Everything happens inside update(), on the world's thread, in short pieces. If it cannot listen
 /// it logs a warning and stays in the list without a page; isOpen() then returns false.
-class MonitorBackend : public PlayClock, public SoundNames {
+class MonitorBackend : public PlayClock, public SoundNames, public ObjectNames {
 public:
     static constexpr const char* kDefaultPort = "33790";
     /// Fills in the answer of a page.
@@ -61,6 +62,17 @@ public:
 
     void setSoundName(int source, std::string name) override { names_[source] = std::move(name); }
     [[nodiscard]] std::string_view soundName(int source) const;
+    /// An object of ADM-OSC.
+    struct Object {
+        std::string name;
+        float unit; ///< scene units per normalised unit
+    };
+    void setObject(int emitter, std::string name, float unit) override {
+        objects_.insert_or_assign(emitter, Object{std::move(name), unit});
+    }
+    void removeObject(int emitter) override { objects_.erase(emitter); }
+    /// Null if ADM-OSC has said nothing about the emitter.
+    [[nodiscard]] const Object* object(int emitter) const;
     /// The duration of a source at pitch 1, in seconds; 0 if unknown.
     [[nodiscard]] static double lengthOf(const Orvel::Source& source);
     /// Whether pages and metrics list a back end: any but the one by which a playback follows its
@@ -112,6 +124,7 @@ private:
     std::uint64_t updates_ = 0;
     ChangeRates rates_;
     std::map<int, std::string> names_; // by source
+    std::map<int, Object> objects_;    // by emitter; they survive a jump in the scene
     std::string token_;                // empty: none
     std::string address_;
     const std::unique_ptr<Corvid::PolledWebServer> server_ =

@@ -108,6 +108,12 @@ void write(
     } else {
         json.null();
     }
+    json.field("radius", emitter.radius()).key("object");
+    if (const MonitorBackend::Object* object = monitor.object(emitter.id())) {
+        json.open('{').field("name", object->name).field("unit", object->unit).close('}');
+    } else {
+        json.null();
+    }
     json.field("gain", emitter.gain()).field("spatial", emitter.paramFlag());
     json.field("value", emitter.paramValue()).key("labels").open('[');
     const std::vector<std::string>& labels = emitter.labels();
@@ -121,7 +127,7 @@ void write(
 } // namespace
 
 bool SceneJson::operator()(std::string& more) {
-    constexpr std::size_t kUsualBytes = 340; // of an emitter
+    constexpr std::size_t kUsualBytes = 370; // of an emitter
     std::size_t left = kMaxPieceParts;
     more.reserve(more.size() + kMaxPieceParts * kUsualBytes);
     JsonWriter json(more, continues_);

@@ -1,7 +1,9 @@
 #include <Show/osc/AdmPaths.h>
 
+#include <Show/osc/ObjectNames.h>
 #include <Show/scene/YawPitchRoll.h>
 
+#include <Orvel/Backend.h>
 #include <Orvel/SceneEdits.h>
 
 #include <algorithm>
@@ -43,6 +45,15 @@ std::string shortened(std::string text) {
 
 float clamped(float number, const OscRange& range) {
     return std::clamp(number, range.low, range.high);
+}
+
+template <class Do>
+void forEachDisplay(const Orvel::World& world, Do function) {
+    for (Orvel::Backend* backend : world.backends()) {
+        if (auto* names = dynamic_cast<ObjectNames*>(backend)) {
+            function(*names);
+        }
+    }
 }
 
 /// The coordinates of ADM-OSC in scene units, and back.
@@ -146,14 +157,11 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
-                     objects_[emitter.id()].width = clamped(n[0], kFractions);
+                     setWidth(emitter, clamped(n[0], kFractions));
+                     show(emitter);
                      return nullptr;
                  },
-             .read =
-                 [this](Emitter& emitter) {
-                     const Object* object = find(emitter.id());
-                     return OscValues::floats({object == nullptr ? 0.0F : object->width});
-                 },
+             .read = [this](Emitter& emitter) { return OscValues::floats({widthOf(emitter)}); },
              .sent = true},
             {.name = "gain",
              .meaning = "Linear gain",
@@ -173,6 +181,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
                      setReach(emitter, clamped(n[0], kFractions));
+                     show(emitter);
                      return nullptr;
                  },
              .read = [this](Emitter& emitter) { return OscValues::floats({referenceOf(emitter)}); },
@@ -184,6 +193,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
                      setUnit(emitter, std::max(n[0], kSmallestUnit));
+                     show(emitter);
                      return nullptr;
                  },
              .read = [this](Emitter& emitter) { return OscValues::floats({unitOf(emitter)}); },
@@ -210,6 +220,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .write =
                  [this](Emitter& emitter, const std::string& name) {
                      objects_[emitter.id()].name = shortened(name);
+                     show(emitter);
                      return nullptr;
                  }},
         }};
@@ -286,6 +297,19 @@ std::string AdmPaths::appear(int id) {
     return {};
 }
 
+void AdmPaths::forget(int id) {
+    objects_.erase(id);
+    forEachDisplay(edits_.world(), [id](ObjectNames& names) { names.removeObject(id); });
+}
+
+void AdmPaths::show(const Orvel::Emitter& emitter) const {
+    const Object* object = find(emitter.id());
+    forEachDisplay(edits_.world(), [&](ObjectNames& names) {
+        names.setObject(
+            emitter.id(), object == nullptr ? std::string() : object->name, unitOf(emitter));
+    });
+}
+
 const AdmPaths::Object* AdmPaths::find(int id) const {
     const auto object = objects_.find(id);
     return object == objects_.end() ? nullptr : &object->second;
@@ -331,6 +355,7 @@ float AdmPaths::unitOf(const Orvel::Emitter& emitter) const {
 void AdmPaths::setUnit(Orvel::Emitter& emitter, float unit) {
     const float before = unitOf(emitter);
     const float reference = referenceOf(emitter);
+    const float width = widthOf(emitter);
     const Polar polar = polarOf(emitter);
     const bool placed = find(emitter.id()) != nullptr && objects_[emitter.id()].polar;
     objects_[emitter.id()].unit = unit;
@@ -343,6 +368,17 @@ void AdmPaths::setUnit(Orvel::Emitter& emitter, float unit) {
         edits_.move(emitter, {place.x * factor, place.y * factor, place.z * factor});
     }
     setReach(emitter, reference);
+    setWidth(emitter, width);
+}
+
+void AdmPaths::setWidth(Orvel::Emitter& emitter, float width) {
+    if (const float radius = width * unitOf(emitter); radius != emitter.radius()) {
+        emitter.setRadius(radius);
+    }
+}
+
+float AdmPaths::widthOf(const Orvel::Emitter& emitter) const {
+    return emitter.radius() / unitOf(emitter);
 }
 
 void AdmPaths::setReach(Orvel::Emitter& emitter, float reference) {

@@ -40,7 +40,7 @@ public:
     /// Creates the emitter of an object. Returns why not, or an empty text.
     std::string appear(int id);
     /// The emitter is gone, and with it the properties of its object.
-    void forget(int id) { objects_.erase(id); }
+    void forget(int id);
     /// Sets the gain, of at least 0, at once or over a time. A muted object gets it when unmuted.
     void setGain(Orvel::Emitter& emitter, float gain, GainFades::Clock::duration over = {});
     [[nodiscard]] GainFades& fades() { return fades_; }
@@ -56,8 +56,7 @@ private:
     struct Object {
         std::optional<Polar> polar; ///< if such a message has placed it
         std::optional<float> gain;  ///< to restore when unmuted
-        float width = 0.0F;
-        std::optional<float> unit; ///< scene units per normalised unit, if its own
+        std::optional<float> unit;  ///< scene units per normalised unit, if its own
         std::string name;
     };
 
@@ -74,9 +73,13 @@ private:
     [[nodiscard]] bool muted(const Orvel::Emitter& emitter) const;
     void setUnit(Orvel::Emitter& emitter, float unit);
     [[nodiscard]] float unitOf(const Orvel::Emitter& emitter) const;
+    void setWidth(Orvel::Emitter& emitter, float width);
+    [[nodiscard]] float widthOf(const Orvel::Emitter& emitter) const;
     void setReach(Orvel::Emitter& emitter, float reference);
     [[nodiscard]] float referenceOf(const Orvel::Emitter& emitter) const;
     void changeTo(const std::string& name);
+    /// Has back ends show an object.
+    void show(const Orvel::Emitter& emitter) const;
     [[nodiscard]] const Object* find(int id) const;
 
     const OscEdits& edits_;

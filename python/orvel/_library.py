@@ -170,6 +170,8 @@ _FUNCTIONS: dict[str, tuple[Any, ...]] = {
     "emitter_hull": (_DONE, _H, FLOATS, FLOATS, FLOATS, FLOATS),
     "emitter_set_param": (_DONE, _H, c_bool, c_float, c_float),
     "emitter_param": (_DONE, _H, POINTER(c_bool), FLOATS, FLOATS),
+    "emitter_set_radius": (_DONE, _H, c_float),
+    "emitter_radius": (_FLOAT, _H),
     "emitter_set_start_offset": (_DONE, _H, c_double),
     "emitter_start_offset": (_DOUBLE, _H),
     "emitter_set_source": (_DONE, _H, _H),

@@ -533,6 +533,15 @@ class Emitter(Part):
     def hull(self, hull: Hull) -> None:
         self._do(library.emitter_set_hull, *hull)
 
+    @property
+    def radius(self) -> float:
+        """In scene units: it is heard as wide as a ball of that size. 0: a point."""
+        return float(self._do(library.emitter_radius))
+
+    @radius.setter
+    def radius(self, radius: float) -> None:
+        self._do(library.emitter_set_radius, radius)
+
     def _param(self) -> tuple[bool, float, float]:
         spatial, value, gain = c_bool(), c_float(), c_float()
         self._do(library.emitter_param, spatial, value, gain)

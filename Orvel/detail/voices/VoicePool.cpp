@@ -340,7 +340,8 @@ void VoicePool::setFilters(Voice& voice) {
 }
 
 void VoicePool::setReach(int voice, const VoiceValues& values) {
-    detail::setReach(voices_[static_cast<Index>(voice)].source, values.attenuated, values.hull);
+    detail::setReach(
+        voices_[static_cast<Index>(voice)].source, values.attenuated, values.hull, values.radius);
 }
 
 void VoicePool::setGain(int voice, const VoiceValues& values) {

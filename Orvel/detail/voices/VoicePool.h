@@ -24,6 +24,7 @@ struct VoiceValues {
     Vec3f position{};
     bool spatial = true; ///< heard at its position
     Hull hull{};
+    float radius = 0.0F;
     bool attenuated = true;
     float gain = 1.0F;
     float pitch = 1.0F;

@@ -25,6 +25,13 @@ function valuesOf(emitter) {
       ['its sound', `${dataText(source)}; ${length}${source.loop ? ', looped' : ''}`],
       ['its pitch', number(source.pitch)]);
   }
+  const { object } = emitter;
+  if (object) {
+    if (object.name) rows.unshift(['name', object.name]);
+    const inner = (hull.minBack + hull.minFront) / 2 / object.unit;
+    rows.push(['w', number(emitter.radius / object.unit)], ['dref', number(Math.min(1, inner))],
+      ['dmax', number(object.unit)]);
+  }
   rows.push(['labels', labelsText(emitter) || 'none: every back end'],
     ['position', numbers(emitter.position)],
     ['rotation', numbers(emitter.rotation)],
@@ -36,6 +43,7 @@ function valuesOf(emitter) {
     ['softest from', heard ? number(heard.softest) : 'nowhere'],
     ['hull', `${number(hull.minFront)} to ${number(hull.maxFront)} in front, ` +
       `${number(hull.minBack)} to ${number(hull.maxBack)} behind; OpenAL uses the means`],
+    ['radius', number(emitter.radius)],
     ['value', number(emitter.value)]);
   return rows;
 }

@@ -25,7 +25,8 @@ export function dataText(source) {
 
 export function nameOf(emitter) {
   const source = sources.get(emitter.source);
-  const name = source && source.name ? ` ${source.name}` : '';
+  const own = (emitter.object && emitter.object.name) || (source && source.name);
+  const name = own ? ` ${own}` : '';
   const labels = emitter.labels.length ? ` [${labelsText(emitter)}]` : '';
   return `${emitter.id}${name}${labels}`;
 }
