@@ -6,7 +6,7 @@ set -euo pipefail
 build=(
     build-essential ca-certificates cmake git ninja-build pkg-config
     libopenal-dev libalut-dev libcurl4-openssl-dev libssl-dev libboost-dev
-    libcli11-dev nlohmann-json3-dev libsndfile1-dev liblo-dev libmysofa-dev
+    libcli11-dev nlohmann-json3-dev libsndfile1-dev liblo-dev libmysofa-dev libavahi-client-dev
     alsa-utils # the recorded voices of the demo
     python3    # the demo's comparison of levels
 )

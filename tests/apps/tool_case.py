@@ -70,8 +70,10 @@ class ToolCase(unittest.TestCase):
 
     def start(self, *arguments, prefix=(), env=None, **more):
         files = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
-        return subprocess.Popen([*prefix, TOOL, *arguments], cwd=self.folder,
-                                env={**os.environ, **(env or {})}, **{"text": True, **files, **more})
+        # Nothing is announced on the network of this machine: a namespace does not keep Avahi out.
+        environment = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": "disabled:", **(env or {})}
+        return subprocess.Popen([*prefix, TOOL, *arguments], cwd=self.folder, env=environment,
+                                **{"text": True, **files, **more})
 
     def finish(self, process, code):
         out, err = process.communicate(timeout=DEADLINE)

@@ -26,6 +26,7 @@ if "ORVEL_ALONE" not in os.environ:
     print("skipped: no network namespace can be made here (unshare, ip)")
     sys.exit(77)
 subprocess.run(LOOPBACK_UP, check=True)
+os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = "disabled:"  # Avahi's, which a namespace does not keep out
 
 PRELUDE = "".join(f"#include <{name}.h>\n" for name in (
     "Corvid/PolledWebServer", "Corvid/WebPageRedirection", "Corvid/EscapeHtml", "Orvel/Backend",

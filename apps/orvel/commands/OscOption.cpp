@@ -89,6 +89,14 @@ bool OscOption::check(bool open) const {
     return false;
 }
 
+void OscOption::announce(
+    Announcement& announcement, const NetworkOptions& network, const Show::OscInput& input) const {
+    network.announce(announcement, "_osc._udp", address(), input.port());
+    if (queryPort_) {
+        network.announce(announcement, "_oscjson._tcp", address(), input.queryPort());
+    }
+}
+
 std::unique_ptr<Show::OscInput> OscOption::open(
     Orvel::World& world, std::shared_ptr<Corvid::Loop> loop,
     std::function<void(Orvel::CommandEvent&)> apply) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "network/NetworkOptions.h"
 #include <Show/OscInput.h>
 
 #include <CLI/App.hpp>
@@ -28,6 +29,10 @@ public:
     std::unique_ptr<Show::OscInput> open(
         Orvel::World& world, std::shared_ptr<Corvid::Loop> loop,
         std::function<void(Orvel::CommandEvent&)> apply = {}) const;
+    /// Announces the input, and the description of its paths.
+    void announce(
+        Announcement& announcement, const NetworkOptions& network,
+        const Show::OscInput& input) const;
 
 private:
     std::string text_; // empty: no Open Sound Control

@@ -247,12 +247,14 @@ int PlayCommand::run() {
     }
     const auto loop = std::make_shared<Corvid::Loop>();
     std::unique_ptr<Show::OscInput> osc;
+    Announcement announcement;
     if (osc_.given()) {
         osc = osc_.open(world, loop);
         if (osc == nullptr) {
             return kFailure;
         }
         osc->control(&playback);
+        osc_.announce(announcement, network_, *osc);
     }
     const bool good =
         play(playback, world, frames ? &*frames : nullptr, osc.get(), loop, diagnostics);

@@ -329,6 +329,13 @@ bool ServeCommand::serve(
     server.serve(0ms); // joins discovery
     DiscoveryWatch discovery(server.multiServer());
     announce(server, discovery);
+    Announcement announcement;
+    network_.announce(
+        announcement, "_orvel._tcp", server.multiServer().port(),
+        {"id=" + std::to_string(server.id())});
+    if (osc != nullptr) {
+        osc_.announce(announcement, network_, *osc);
+    }
     manager.ready();
     bool room = true;
     const bool onlyRecords = server.backends().empty();

@@ -97,14 +97,14 @@ _orvel() {
         case $command in
         render) _orvel_words "--from --seconds --rate --backend --output --format --plot --all --json --fetch $common" ;;
         play)
-            _orvel_words "--backend --render --render-rate --render-raw --web --monitor --desk --server --only --wait --interface --key --open --max-per-address \
+            _orvel_words "--backend --render --render-rate --render-raw --web --monitor --desk --server --only --wait --interface --key --open --no-announce --max-per-address \
                 --max-servers --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --armed --from --seconds --status --loop --fetch $common"
             ;;
         serve | record)
             local more=
             [[ $command == serve ]] || more=--max-size
             _orvel_words "$more --scene --backend --web --monitor --render --render-rate --render-raw --seconds --id --tcp-port \
-                --allow --keep-player --key --open --wait-for-device --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --max-per-address $search $common"
+                --allow --keep-player --key --open --no-announce --wait-for-device --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --max-per-address $search $common"
             ;;
         servers) _orvel_words "--key --seconds --json --max-per-address --max-servers $search $common" ;;
         doctor) _orvel_words "--key --check-port --json $search $common" ;;

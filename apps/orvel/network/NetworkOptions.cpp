@@ -147,6 +147,30 @@ void NetworkOptions::declareKey(CLI::App& app, bool server) {
 
 void NetworkOptions::declareOpen(CLI::App& app, const std::string& description) {
     app.add_flag("--open", open_, description);
+    app.add_flag(
+        "--no-announce", silent_,
+        "With --open: do not announce this on the network (DNS-SD, by the Avahi daemon)");
+}
+
+void NetworkOptions::announce(
+    Announcement& announcement, const std::string& type, std::uint16_t port,
+    const std::vector<std::string>& texts) const {
+    if (!interfacesGiven()) {
+        announce(announcement, type, "0.0.0.0", port, texts);
+    }
+    for (const auto& [address, name] : chosenInterfaces()) {
+        if (interfacesGiven()) {
+            announce(announcement, type, address.text(), port, texts);
+        }
+    }
+}
+
+void NetworkOptions::announce(
+    Announcement& announcement, const std::string& type, const std::string& address,
+    std::uint16_t port, const std::vector<std::string>& texts) const {
+    if (open_ && key_.empty() && !silent_) {
+        announcement.add({type, address, port, texts});
+    }
 }
 
 bool NetworkOptions::excludesThisMachine() const {

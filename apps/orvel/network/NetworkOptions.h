@@ -1,5 +1,6 @@
 #pragma once
 
+#include "network/Announcement.h"
 #include <Corvid/InetAddress.h>
 #include <Corvid/Multicast.h>
 
@@ -34,7 +35,7 @@ public:
 
     /// Declares --key.
     void declareKey(CLI::App& app, bool server);
-    /// Declares --open.
+    /// Declares --open and --no-announce.
     void declareOpen(CLI::App& app, const std::string& description);
     /// Takes the default of --key, and reports a key file that cannot be used. Call it before the
     /// functions below; false: give up.
@@ -43,6 +44,13 @@ public:
     [[nodiscard]] const std::string& key() const noexcept { return key_; }
     /// Whether everybody may reach what has no keys.
     [[nodiscard]] bool isOpen() const noexcept { return open_; }
+    /// Announces a service at the interfaces given, or at an address, if everybody may reach it.
+    void announce(
+        Announcement& announcement, const std::string& type, std::uint16_t port,
+        const std::vector<std::string>& texts) const;
+    void announce(
+        Announcement& announcement, const std::string& type, const std::string& address,
+        std::uint16_t port, const std::vector<std::string>& texts = {}) const;
     /// Whether the options of interfaces leave out this machine itself.
     [[nodiscard]] bool excludesThisMachine() const;
 
@@ -69,6 +77,7 @@ private:
     unsigned port_ = Corvid::Multicast::kDefaultPort;
     std::string key_;
     bool open_ = false;
+    bool silent_ = false;
     CLI::Option* keyOption_ = nullptr; // owned by the command
     int ttl_ = Corvid::Multicast::kDefaultTtl;
     std::vector<std::string> interfaces_;
