@@ -10,6 +10,7 @@ from page_case import PageCase
 from browser import find_chromium
 
 SCENE = """{ "orvel": 1, "duration": 1000, // a comment
+  "cues": [{ "name": "a", "at": 0 }, { "name": "b", "at": 100 }],
   "sources": [{ "id": 1, "tone": { "seconds": 1.0 }, "loop": true }],
   "emitters": [
     { "id": 11, "source": 1, "position": [-4, 0, 0], "state": "play" }, // left
@@ -113,6 +114,31 @@ class Desk(PageCase):
         x, y, z = self.emitter(url, 12)["position"]
         self.assertEqual(self.read("scene.json"), SCENE.replace(
             "[4, 1, 0]", f"[{x:g}, {y:g}, {z:g}]"))
+        self.assertEqual(self.browser.errors, [])
+
+    def test_cues_are_played_and_time_is_scrubbed_by_pointer_and_key(self):
+        url, token = self.desk()
+        self.open(url, token)
+
+        def state(key):
+            return json.loads(self.address(url + "api/desk")[2])[key]
+        self.press("b")
+        self.wait_for(lambda: state("cue") == "b" and state("time") >= 100, "the cue")
+        self.wait_for_value("document.querySelector('[aria-current]').textContent", "b")
+        self.browser.value("document.getElementById('map').focus()")
+        self.key("Enter")
+        self.wait_for(lambda: state("state") == "paused", "the pause")
+        self.wait_for_value("[...document.querySelectorAll('button')].some((b) => b.textContent === 'Go on')")
+        x, y, width = self.browser.value(
+            "(({ x, y, width, height }) => [x, y + height / 2, width])("
+            "document.querySelector('.deskbar [type=range]').getBoundingClientRect())")
+        self.browser.drag(x + width / 10, y, width * 0.4, 0)
+        self.wait_for(lambda: abs(state("time") - 500) < 20, "half of the time")
+        self.assertAlmostEqual(self.emitter(url, 11)["position"][2], 2 * state("time") / 900, 3)
+        before = state("time")
+        self.browser.value("document.getElementById('map').focus()")
+        self.key(",")
+        self.wait_for(lambda: state("time") < before - 4, "five seconds back")
         self.assertEqual(self.browser.errors, [])
 
     def test_without_the_token_one_can_only_watch(self):
