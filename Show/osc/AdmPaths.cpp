@@ -18,11 +18,11 @@ namespace {
 constexpr float kNear = 1e-4F;
 constexpr float kSmallestUnit = 1e-6F; // of `dmax`, in scene units
 
-constexpr OscRange kCoordinates{-1.0F, 1.0F};
-constexpr OscRange kAngles{-180.0F, 180.0F};
-constexpr OscRange kElevations{-90.0F, 90.0F};
-constexpr OscRange kFractions{0.0F, 1.0F};
-constexpr OscRange kFromZero{.low = 0.0F};
+constexpr std::array kCoordinates{OscRange{-1.0F, 1.0F}};
+constexpr std::array kAngles{OscRange{-180.0F, 180.0F}};
+constexpr std::array kElevations{OscRange{-90.0F, 90.0F}};
+constexpr std::array kFractions{OscRange{0.0F, 1.0F}};
+constexpr std::array kPolar{kAngles[0], kElevations[0], kFractions[0]};
 
 float radians(float degrees) {
     return degrees * std::numbers::pi_v<float> / 180.0F;
@@ -43,8 +43,8 @@ std::string shortened(std::string text) {
     return text;
 }
 
-float clamped(float number, const OscRange& range) {
-    return std::clamp(number, range.low, range.high);
+float clamped(float number, OscRanges ranges) {
+    return std::clamp(number, ranges[0].low, ranges[0].high);
 }
 
 template <class Do>
@@ -73,7 +73,7 @@ AdmPaths::AdmPaths(const OscEdits& edits, float scale, Change change)
           {
               {.name = "xyz",
                .meaning = "Listener: right, ahead, up",
-               .ranges = {kCoordinates},
+               .ranges = kCoordinates,
                .counts = {3},
                .take =
                    [this](Orvel::World& world, OscNumbers n) {
@@ -93,7 +93,7 @@ AdmPaths::AdmPaths(const OscEdits& edits, float scale, Change change)
                .sent = true},
               {.name = "ypr",
                .meaning = "Listener: yaw, pitch, roll in degrees",
-               .ranges = {kAngles},
+               .ranges = kAngles,
                .counts = {3},
                .take =
                    [this](Orvel::World& world, OscNumbers n) {
@@ -115,6 +115,7 @@ AdmPaths::AdmPaths(const OscEdits& edits, float scale, Change change)
           {
               {.name = "change",
                .meaning = "A change of scene or programme; plays the cue of that name",
+               .counts = {},
                .read = [this](Orvel::World& /*world*/) { return OscValues::ofText(lastChange_); },
                .sent = true,
                .write =
@@ -136,7 +137,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
             placeEntry("z", "Position: up", 2, 1),
             {.name = "aed",
              .meaning = "Azimuth to the left and elevation in degrees, distance",
-             .ranges = {kAngles, kElevations, kFractions},
+             .ranges = kPolar,
              .counts = {3},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -153,7 +154,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
             polarEntry("dist", "Distance", kFractions, &Polar::distance),
             {.name = "w",
              .meaning = "Horizontal extent",
-             .ranges = {kFractions},
+             .ranges = kFractions,
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -165,7 +166,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .sent = true},
             {.name = "gain",
              .meaning = "Linear gain",
-             .ranges = {kFromZero},
+             .ranges = kOscFromZero,
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -176,7 +177,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .sent = true},
             {.name = "dref",
              .meaning = "Distance of full level",
-             .ranges = {kFractions},
+             .ranges = kFractions,
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -188,7 +189,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .sent = true},
             {.name = "dmax",
              .meaning = "Scene units of the distance 1",
-             .ranges = {kFromZero},
+             .ranges = kOscFromZero,
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -200,7 +201,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .sent = true},
             {.name = "mute",
              .meaning = "Silent",
-             .ranges = {kFractions},
+             .ranges = kFractions,
              .counts = {1},
              .take =
                  [this](Emitter& emitter, OscNumbers n) {
@@ -211,6 +212,7 @@ OscFamily<Orvel::Emitter> AdmPaths::objectPaths() {
              .sent = true},
             {.name = "name",
              .meaning = "Name of the object",
+             .counts = {},
              .read =
                  [this](Emitter& emitter) {
                      const Object* object = find(emitter.id());
@@ -231,7 +233,7 @@ OscEntry<Orvel::Emitter> AdmPaths::placeEntry(
     return {
         .name = name,
         .meaning = meaning,
-        .ranges = {kCoordinates},
+        .ranges = kCoordinates,
         .counts = {count},
         .take =
             [this, first](Orvel::Emitter& emitter, OscNumbers n) {
@@ -256,12 +258,12 @@ OscEntry<Orvel::Emitter> AdmPaths::placeEntry(
         .sent = sent};
 }
 
-OscEntry<Orvel::Emitter>
-AdmPaths::polarEntry(const char* name, const char* meaning, OscRange range, float Polar::*member) {
+OscEntry<Orvel::Emitter> AdmPaths::polarEntry(
+    const char* name, const char* meaning, OscRanges ranges, float Polar::*member) {
     return {
         .name = name,
         .meaning = meaning,
-        .ranges = {range},
+        .ranges = ranges,
         .counts = {1},
         .take =
             [this, member](Orvel::Emitter& emitter, OscNumbers n) {

@@ -65,7 +65,7 @@ private:
         const char* name, const char* meaning, std::size_t first, std::size_t count,
         bool sent = false);
     OscEntry<Orvel::Emitter>
-    polarEntry(const char* name, const char* meaning, OscRange range, float Polar::*member);
+    polarEntry(const char* name, const char* meaning, OscRanges ranges, float Polar::*member);
 
     void setPolar(Orvel::Emitter& emitter, Polar polar);
     [[nodiscard]] Polar polarOf(const Orvel::Emitter& emitter) const;

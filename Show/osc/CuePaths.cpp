@@ -59,7 +59,7 @@ OscFamily<Orvel::World> CuePaths::playbackPaths() {
                 }),
             {.name = "seek",
              .meaning = "Go to a time, in seconds",
-             .ranges = {{.low = 0.0F}},
+             .ranges = kOscFromZero,
              .counts = {1},
              .take = [this](World& /*world*/, OscNumbers n) -> OscExpected {
                  const auto transport = transport_.lock();
@@ -71,6 +71,7 @@ OscFamily<Orvel::World> CuePaths::playbackPaths() {
              }},
             {.name = "state",
              .meaning = "waiting, playing, paused or over",
+             .counts = {},
              .read =
                  [this](World& /*world*/) {
                      const auto transport = transport_.lock();
@@ -81,6 +82,7 @@ OscFamily<Orvel::World> CuePaths::playbackPaths() {
              .echoed = true},
             {.name = "time",
              .meaning = "The time in the scene, in seconds",
+             .counts = {},
              .read =
                  [this](World& /*world*/) {
                      const auto transport = transport_.lock();
@@ -94,6 +96,7 @@ OscFamily<Orvel::World> CuePaths::playbackPaths() {
             // The last, as the cues are below it.
             {.name = "cue",
              .meaning = "The present cue; play a cue",
+             .counts = {},
              .read =
                  [this](World& /*world*/) {
                      const auto transport = transport_.lock();

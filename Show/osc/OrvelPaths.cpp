@@ -16,6 +16,8 @@ namespace {
 using State = OscEdits::State;
 
 constexpr float kMaxFade = 3600.0F; // seconds
+constexpr std::array kIds{OscRange{0.0F, static_cast<float>(kMaxId)}};
+constexpr std::array kSwitch{OscRange{0.0F, 1.0F}};
 constexpr const char* kNoRotation = "expected a quaternion, found one of length 0";
 
 /// Three numbers are yaw, pitch and roll in degrees, four a quaternion of any length but 0.
@@ -84,7 +86,7 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
              .sent = true},
             {.name = "gain",
              .meaning = "Linear gain; with a second number a fade in seconds",
-             .ranges = {{.low = 0.0F}},
+             .ranges = kOscFromZero,
              .counts = {1, 2},
              .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
                  if (n[0] < 0.0F) {
@@ -111,7 +113,7 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
              .sent = true},
             {.name = "hull",
              .meaning = "maxBack maxFront minBack minFront in scene units",
-             .ranges = {{.low = 0.0F}},
+             .ranges = kOscFromZero,
              .counts = {4},
              .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
                  if (std::ranges::any_of(n, [](float extent) { return extent < 0.0F; })) {
@@ -129,7 +131,7 @@ OscFamily<Orvel::Emitter> OrvelPaths::emitterPaths() {
              .sent = true},
             {.name = "source",
              .meaning = "Id of the source; 0: none",
-             .ranges = {{0.0F, static_cast<float>(kMaxId)}},
+             .ranges = kIds,
              .counts = {1},
              .take = [this](Emitter& emitter, OscNumbers n) -> OscExpected {
                  const bool valid = n[0] >= 0.0F && n[0] <= static_cast<float>(kMaxId);
@@ -171,7 +173,7 @@ OscFamily<Orvel::Source> OrvelPaths::sourcePaths() {
         {
             {.name = "pitch",
              .meaning = "Factor on the playing speed",
-             .ranges = {{.low = 0.0F}},
+             .ranges = kOscFromZero,
              .counts = {1},
              .take = [this](Source& source, OscNumbers n) -> OscExpected {
                  if (n[0] <= 0.0F) {
@@ -184,7 +186,7 @@ OscFamily<Orvel::Source> OrvelPaths::sourcePaths() {
              .sent = true},
             {.name = "loop",
              .meaning = "Repeat",
-             .ranges = {{0.0F, 1.0F}},
+             .ranges = kSwitch,
              .counts = {1},
              .take =
                  [this](Source& source, OscNumbers n) {
@@ -236,7 +238,7 @@ OscFamily<Orvel::World> OrvelPaths::worldPaths() {
         {
             {.name = "enabled",
              .meaning = "Whether anything is heard",
-             .ranges = {{0.0F, 1.0F}},
+             .ranges = kSwitch,
              .counts = {1},
              .take =
                  [this](Orvel::World& world, OscNumbers n) {

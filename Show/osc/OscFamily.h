@@ -2,6 +2,7 @@
 
 #include <Show/osc/OscAnswer.h>
 
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <limits>
@@ -16,21 +17,23 @@ using OscNumbers = std::span<const float>;
 /// Null, or the expected form of a message.
 using OscExpected = const char*;
 
-/// The limits of a number.
+/// The limits of a number; infinite: none.
 struct OscRange {
-    float low = -std::numeric_limits<float>::infinity();
-    float high = std::numeric_limits<float>::infinity();
+    float low;
+    float high;
 };
-/// Those of the numbers of a path; a single one applies to all of them.
-using OscRanges = std::vector<OscRange>;
+/// Those of the numbers of a path, of static duration; a single one applies to all of them.
+using OscRanges = std::span<const OscRange>;
+
+inline constexpr std::array kOscFromZero{OscRange{0.0F, std::numeric_limits<float>::infinity()}};
 
 /// A path of one part, the last word of it.
 template <class Part>
 struct OscEntry {
     std::string name;
-    const char* meaning = "";          ///< for controllers
-    OscRanges ranges{};                ///< empty: no limits
-    std::vector<std::size_t> counts{}; ///< of numbers; none: takes a text
+    const char* meaning = "";        ///< for controllers
+    OscRanges ranges{};              ///< empty: no limits
+    std::vector<std::size_t> counts; ///< of numbers; none: takes a text
     /// Applies numbers, as many as one of the counts.
     std::function<OscExpected(Part& part, OscNumbers numbers)> take{};
     /// Answers a query; empty: there is none. Without counts and `write` it cannot be set.

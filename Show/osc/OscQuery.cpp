@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -36,10 +37,10 @@ bool writeAttribute(JsonWriter& json, std::string_view name, const OscMethod& me
         for (std::size_t i = 0; i < method.types.size(); ++i) {
             const OscRange& range = method.ranges[method.ranges.size() > 1 ? i : 0];
             json.open('{');
-            if (range.low > OscRange().low) {
+            if (std::isfinite(range.low)) {
                 json.field("MIN", range.low);
             }
-            if (range.high < OscRange().high) {
+            if (std::isfinite(range.high)) {
                 json.field("MAX", range.high);
             }
             json.close('}');
