@@ -182,7 +182,7 @@ TEST(MonitorScene, TellsWhatAPartIsAndKeepsPasswordsBack) {
         "hearing": null, "level": null,
         "position": [1.25, null, -2], "rotation": [0, 0, 0, 1],
         "hull": {"maxBack": 40, "maxFront": 30, "minBack": 2, "minFront": 1},
-        "reach": {"full": 1.5, "softest": 35},
+        "object": null, "radius": 0, "reach": {"full": 1.5, "softest": 35},
         "gain": 0.5, "spatial": false, "value": 9, "labels": [], "labelsLeftOut": 0})");
     EXPECT_EQ(scene.at("emitters").at(0), expected);
 }

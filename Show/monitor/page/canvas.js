@@ -1,6 +1,7 @@
 // Drawing on canvases, in the colours of the style sheet.
 
 export const colours = {};
+export let ratio = 1; // of the screen's pixels to those of CSS, as of the latest prepare()
 
 export function readColours() {
   const style = getComputedStyle(document.documentElement);
@@ -14,7 +15,7 @@ export const colourOf = (id) => colours[`c${((id % 8) + 8) % 8}`];
 
 /// Resizes a canvas to the screen's pixels; returns its size in CSS pixels.
 export function prepare(canvas) {
-  const ratio = window.devicePixelRatio || 1;
+  ratio = window.devicePixelRatio || 1;
   const width = canvas.clientWidth;
   const height = canvas.clientHeight;
   if (canvas.width !== Math.round(width * ratio) || canvas.height !== Math.round(height * ratio)) {

@@ -59,7 +59,7 @@ map.addEventListener('keydown', (event) => {
   const part = partOf(chosen);
   if (!place || !part) return;
   const [x, y, z] = place;
-  const step = niceStep(map.clientWidth / view.scale, 100) * (event.shiftKey ? 10 : 1);
+  const step = niceStep(view.width / view.scale, 100) * (event.shiftKey ? 10 : 1);
   const turn = (angle) => change(chosen,
     { rotation: rotationTo(heading(part.rotation) + angle) }, gesture, event.timeStamp);
   const to = (position) => moveTo(chosen, position, gesture, event.timeStamp);

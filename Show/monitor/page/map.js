@@ -6,7 +6,7 @@ import { heading, heardReach, held, isSpatial, kPathSeconds, kScenePeriod, track
 import { chosen, onChoice } from './selection.js';
 import { stamp } from './sprites.js';
 import { number } from './texts.js';
-import { fit, map, toX, toY, view } from './view.js';
+import { fit, map, measure, toX, toY, view } from './view.js';
 
 const kMaxHulls = 150; // parts in view whose hulls are drawn; more cover each other
 const kMaxPaths = 100; // parts in view whose paths are drawn; each has up to a hundred lines
@@ -229,6 +229,7 @@ export function showScene() {
 onChoice(draw);
 for (const id of ['hulls', 'names', 'paths']) byId(id).addEventListener('change', draw);
 new ResizeObserver(() => {
+  measure();
   if (!view.moved) fit(true);
   draw();
 }).observe(map);

@@ -1,4 +1,5 @@
 // Small pictures that are drawn many times in each frame: painted once, then only copied.
+import { ratio } from './canvas.js';
 
 const kMaxSprites = 1000;
 const sprites = new Map();
@@ -9,7 +10,6 @@ export const forgetSprites = () => sprites.clear();
 /// Draws the picture `key` with its middle at a place. `size`: its width and height; `paint` draws it,
 /// around the place 0, 0.
 export function stamp(context, key, x, y, [width, height], paint) {
-  const ratio = window.devicePixelRatio || 1;
   let sprite = sprites.get(key);
   if (!sprite || sprite.ratio !== ratio) {
     const canvas = new OffscreenCanvas(Math.ceil(width * ratio), Math.ceil(height * ratio));

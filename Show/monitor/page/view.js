@@ -4,10 +4,20 @@ import { heardReach, tracks } from './scene.js';
 
 export const map = byId('map');
 // scale: pixels per unit; box: the visible area unless the user has moved the view
-export const view = { x: 0, z: 0, scale: 50, box: null, moved: false, fitted: false };
+// width, height: of the map, in pixels; to ask the document thousands of times a frame would be slow
+export const view = {
+  x: 0, z: 0, scale: 50, box: null, moved: false, fitted: false,
+  width: map.clientWidth, height: map.clientHeight,
+};
 
-export const toX = (x) => map.clientWidth / 2 + (x - view.x) * view.scale;
-export const toY = (z) => map.clientHeight / 2 + (z - view.z) * view.scale;
+export const toX = (x) => view.width / 2 + (x - view.x) * view.scale;
+export const toY = (z) => view.height / 2 + (z - view.z) * view.scale;
+
+/// Call it when the size of the map has changed.
+export function measure() {
+  view.width = map.clientWidth;
+  view.height = map.clientHeight;
+}
 
 /// Shows everything. Unless the user has moved the view, it changes only if something is outside or
 /// everything has become small, so that it stays still while things move.
@@ -28,8 +38,7 @@ export function fit(force = false) {
     box.top = Math.min(box.top, track.toZ - reach);
     box.bottom = Math.max(box.bottom, track.toZ + reach);
   }
-  const width = map.clientWidth;
-  const height = map.clientHeight;
+  const { width, height } = view;
   const scale = () => Math.min(
     0.8 * width / (box.right - box.left), 0.8 * height / (box.bottom - box.top));
   const outside = toX(box.left) < 0 || toX(box.right) > width || toY(box.top) < 0 ||
@@ -48,12 +57,12 @@ export function fit(force = false) {
   }
 }
 
-export function zoom(factor, x = map.clientWidth / 2, y = map.clientHeight / 2) {
+export function zoom(factor, x = view.width / 2, y = view.height / 2) {
   const scale = Math.min(1e5, Math.max(1e-4, view.scale * factor));
   // Zooms around the pointer.
   const ahead = 1 / view.scale - 1 / scale;
-  view.x += (x - map.clientWidth / 2) * ahead;
-  view.z += (y - map.clientHeight / 2) * ahead;
+  view.x += (x - view.width / 2) * ahead;
+  view.z += (y - view.height / 2) * ahead;
   view.scale = scale;
   view.moved = true;
 }
