@@ -16,7 +16,10 @@ struct DeskPage::State {
 DeskPage::DeskPage(
     Orvel::World& world, Playback& playback, const ShowFile& file,
     const MonitorPage::Settings& settings)
-    : state_(new State{Desk(world, playback, file), nullptr, {world, settings}}) {
+    : state_(new State{
+          Desk(world, playback, file),
+          nullptr,
+          {world, settings.address, settings.port, settings.hostNames}}) {
     state_->access = std::make_shared<DeskAccess>(state_->desk);
     if (MonitorBackend* backend = state_->monitor.backend()) {
         backend->showDesk();

@@ -23,7 +23,7 @@ void MonitorPage::registerKind() {
 MonitorPage::MonitorPage(Orvel::World& world) : MonitorPage(world, Settings()) {}
 
 MonitorPage::MonitorPage(Orvel::World& world, const Settings& settings)
-    : state_(new State{{world, settings}}) {}
+    : state_(new State{{world, settings.address, settings.port, settings.hostNames}}) {}
 
 MonitorPage::~MonitorPage() = default;
 

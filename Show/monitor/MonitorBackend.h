@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Show/monitor/ChangeRates.h>
-#include <Show/osc/ObjectNames.h>
+#include <Show/scene/ObjectNames.h>
 #include <Show/player/PlayClock.h>
 #include <Show/scene/SceneSources.h>
 

@@ -3,12 +3,15 @@
 #include <Show/monitor/MonitorBackend.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Show {
 
-MonitorHandle::MonitorHandle(Orvel::World& world, const MonitorPage::Settings& settings)
-    : world_(world), address_(settings.address),
-      backend_(MonitorBackend::add(world, settings.address, settings.port, settings.hostNames)) {}
+MonitorHandle::MonitorHandle(
+    Orvel::World& world, std::string address, std::optional<std::uint16_t> port,
+    const std::vector<std::string>& hostNames)
+    : world_(world), address_(std::move(address)),
+      backend_(MonitorBackend::add(world, address_, port, hostNames)) {}
 
 MonitorHandle::~MonitorHandle() {
     delete backend();

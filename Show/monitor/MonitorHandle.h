@@ -1,10 +1,11 @@
 #pragma once
 
-#include <Show/MonitorPage.h>
-
 #include <Orvel/World.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace Show {
 
@@ -14,7 +15,10 @@ class MonitorBackend;
 /// back ends. The world must outlive it. Confined to the world's thread.
 class MonitorHandle {
 public:
-    MonitorHandle(Orvel::World& world, const MonitorPage::Settings& settings);
+    /// As MonitorPage::Settings.
+    MonitorHandle(
+        Orvel::World& world, std::string address, std::optional<std::uint16_t> port,
+        const std::vector<std::string>& hostNames);
     MonitorHandle(const MonitorHandle&) = delete;
     MonitorHandle& operator=(const MonitorHandle&) = delete;
     ~MonitorHandle();

@@ -1,6 +1,6 @@
 #include <Show/osc/AdmPaths.h>
 
-#include <Show/osc/ObjectNames.h>
+#include <Show/scene/ObjectNames.h>
 #include <Show/scene/YawPitchRoll.h>
 
 #include <Orvel/Backend.h>
