@@ -1,8 +1,8 @@
 #pragma once
 
 #include <Show/monitor/ChangeRates.h>
-#include <Show/scene/ObjectNames.h>
 #include <Show/player/PlayClock.h>
+#include <Show/scene/ObjectNames.h>
 #include <Show/scene/SceneSources.h>
 
 #include <Corvid/PolledWebServer.h>

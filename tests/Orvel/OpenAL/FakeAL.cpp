@@ -170,6 +170,10 @@ ORVEL_RECORDED(ALenum, alutGetError, (), ALUT_ERROR_NO_ERROR)
 ORVEL_RECORDED(const char*, alutGetErrorString, (ALenum error), "error", error)
 // clang-format on
 
+ALboolean alIsExtensionPresent(const ALchar* /*name*/) {
+    return AL_FALSE;
+}
+
 ALvoid* alutLoadMemoryFromFile(
     const char* /*fileName*/, ALenum* format, ALsizei* size, ALfloat* frequency) {
     act("alutLoadMemoryFromFile");
