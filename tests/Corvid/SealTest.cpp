@@ -312,7 +312,7 @@ private:
         switch (trick) {
         case Trick::Flip: // in each record, each time elsewhere
             for (std::size_t i = turn_ % 16; i < up.size(); i += 16) {
-                up[i] = static_cast<char>(up[i] ^ (1U << turn_ % 8));
+                up[i] = static_cast<char>(static_cast<unsigned char>(up[i]) ^ (1U << turn_ % 8));
             }
             break;
         case Trick::Drop:
