@@ -87,8 +87,10 @@ const show = (input, value) => {
 
 /// The list of parts is only changed when they come or go, so that an open list stays usable.
 let listed = '';
+let listedScene = null;
 function listParts() {
-  const key = scene ? scene.emitters.map(({ id }) => id).join() : '';
+  const key = scene === listedScene ? listed : scene.emitters.map(({ id }) => id).join();
+  listedScene = scene;
   if (key !== listed || parts.options.length === 0) {
     listed = key;
     const option = (value, text) => Object.assign(make('option', '', text), { value });

@@ -43,6 +43,17 @@ function publish(message = '') {
   for (const listener of listeners) listener(message);
 }
 
+let publishing = false;
+/// Publishes with the next frame, as answers to a drag come faster.
+function publishSoon() {
+  if (publishing) return;
+  publishing = true;
+  requestAnimationFrame(() => {
+    publishing = false;
+    publish(failure);
+  });
+}
+
 function take(next) {
   state = next;
   taken = performance.now();
@@ -93,7 +104,7 @@ async function flush() {
       const pin = pinned.get(id);
       if (pin && !queue.some(({ changes }) => changes && changes.has(id))) pin.sent = performance.now();
     }
-    publish(failure);
+    publishSoon();
   }
   queue.length = 0;
   sending = false;

@@ -9,6 +9,7 @@ import { number } from './texts.js';
 import { fit, map, measure, toX, toY, view } from './view.js';
 
 const kMaxHulls = 150; // parts in view whose hulls are drawn; more cover each other
+const kLongFrame = 25; // ms
 const kMaxPaths = 100; // parts in view whose paths are drawn; each has up to a hundred lines
 
 function drawGrid(context, width, height) {
@@ -211,12 +212,16 @@ function drawMap(now) {
 }
 
 let drawing = false;
+let drawn = 0; // when the latest frame was drawn; 0: the frame before this one was left out
 export function draw() {
   if (drawing) return;
   drawing = true;
   requestAnimationFrame((now) => {
     drawing = false;
-    if (drawMap(now)) draw();
+    // A busy machine needs the time of every other frame for pointers and answers.
+    const busy = drawn > 0 && now - drawn > kLongFrame && now - drawn < 10 * kLongFrame;
+    drawn = busy ? 0 : now;
+    if (busy || drawMap(now)) draw();
   });
 }
 
