@@ -46,4 +46,24 @@ Communicator::Counters Communicator::counters() const {
     return connection_->counters();
 }
 
+Communicator::ClockOffer Communicator::clockOffer() const {
+    return connection_->clockOffer();
+}
+
+void Communicator::takeClockAnswer(std::uint32_t number, std::int64_t received, std::int64_t sent) {
+    connection_->takeClockAnswer(number, received, sent);
+}
+
+PeerClock Communicator::clock() const {
+    return connection_->clock();
+}
+
+void Communicator::setTiming(const Timing& timing) {
+    connection_->setTiming(timing);
+}
+
+std::chrono::steady_clock::time_point Communicator::lastArrival() const {
+    return connection_->lastArrival();
+}
+
 } // namespace Corvid

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <Corvid/PeerClock.h>
 #include <Corvid/Receiver.h>
 #include <Corvid/Sender.h>
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -26,6 +28,14 @@ class Hub;
 /// was given the connection.
 class ORVEL_EXPORT Communicator : public Sender, public Receiver {
 public:
+    /// How a server keeps the times of a client that sends them; on both sides.
+    struct Timing {
+        PeerClock clock; ///< the client's, as the server measures it
+        std::uint64_t batches = 0;
+        std::uint64_t lateBatches = 0; ///< came too late, and were applied at once
+        double worstLateness = 0.0;    ///< in seconds
+        double sceneAge = 0.0;         ///< time since the latest change, in seconds
+    };
     /// Statistics of the connection. Sizes count frames without the greeting.
     struct Counters {
         std::string peer;               ///< "address:port", or "NAME at address:port" with a key
@@ -40,6 +50,7 @@ public:
         /// MultiCommunicator::setNewestOnly().
         std::uint64_t eventsLeftOut = 0;
         std::chrono::system_clock::time_point connectedSince;
+        Timing timing;
         bool lost = false;
         std::string lossReason; ///< empty unless lost
     };
@@ -76,8 +87,28 @@ public:
     [[nodiscard]] bool mayDrive() const { return mayDrive_; }
     [[nodiscard]] Counters counters() const;
 
+    /// With which a server can measure a client's clock, see MultiServer::measureClock(): the
+    /// client passes it to the server over the connection. Immutable.
+    struct ClockOffer {
+        std::uint64_t nonce = 0; ///< proves that a datagram comes from the peer; 0: no offer
+        std::uint16_t port = 0;  ///< the client's UDP port at its address; 0: it has none
+    };
+    /// The offer of a client's connection; of a server's, nothing.
+    [[nodiscard]] ClockOffer clockOffer() const;
+    /// Passes the answer to a question that was asked over the connection, which has just arrived.
+    /// On the loop thread of a server.
+    void takeClockAnswer(std::uint32_t number, std::int64_t received, std::int64_t sent);
+    /// The client's clock, if it is measured. Synchronised.
+    [[nodiscard]] PeerClock clock() const;
+    /// Sets the timing that counters() returns. Synchronised.
+    void setTiming(const Timing& timing);
+    /// When the latest bytes of the peer arrived; kept only where clocks are measured.
+    /// Synchronised.
+    [[nodiscard]] std::chrono::steady_clock::time_point lastArrival() const;
+
 private:
     friend class detail::Hub;
+    friend class MultiServer;
     explicit Communicator(std::shared_ptr<detail::Connection> connection);
 
     std::shared_ptr<detail::Connection> connection_;

@@ -17,6 +17,11 @@ bool MultiCommunicator::sendFrame(const std::byte* frame, std::size_t size) {
     return hub_->sendFrame(frame, size);
 }
 
+void MultiCommunicator::sendFrameTo(
+    std::uint16_t features, const std::byte* frame, std::size_t size) {
+    hub_->sendFrameTo(features, frame, size);
+}
+
 void MultiCommunicator::endBatch() {
     hub_->endBatch();
 }

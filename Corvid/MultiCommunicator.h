@@ -83,6 +83,10 @@ public:
     /// none; returns false if closed or not open, or if the frame is invalid.
     bool sendFrame(const std::byte* frame, std::size_t size) override;
 
+    /// The same only for connections whose peers have one of these features. Arrives in order with
+    /// the frames of sendFrame().
+    void sendFrameTo(std::uint16_t features, const std::byte* frame, std::size_t size);
+
     /// Marks the end of a batch of frames, such as all changes of one update; never waits. A
     /// program that does so regularly pays for one wake-up of the loop thread per batch; a frame
     /// that no end follows is sent within a few milliseconds. Without it, the first frame of a

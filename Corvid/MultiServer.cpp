@@ -40,6 +40,12 @@ void MultiServer::setAdmission(Admission admission) {
     listener_->setAdmission(std::move(admission));
 }
 
+void MultiServer::measureClock(
+    Communicator& client, const Communicator::ClockOffer& offer,
+    std::function<void(std::uint32_t number)> ask) {
+    listener_->measure(client.connection_, offer, std::move(ask));
+}
+
 std::uint16_t MultiServer::port() const {
     return listener_->port();
 }

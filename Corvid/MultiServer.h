@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Corvid/Communicator.h>
 #include <Corvid/InetAddress.h>
 #include <Corvid/MultiCommunicator.h>
 #include <Corvid/Multicast.h>
@@ -42,6 +43,15 @@ public:
     /// first waiting or receiving call. Must not throw.
     using Admission = std::function<bool(const InetAddress& peer)>;
     void setAdmission(Admission admission);
+
+    /// Measures the clock of a client from now on, by questions in datagrams; where these are not
+    /// answered, `ask` sends a question with that number over the connection, whose answer goes to
+    /// Communicator::takeClockAnswer(). Called on the loop thread, as `ask` is. At most
+    /// kMaxQuestions a second. Communicator::clock() has the result.
+    void measureClock(
+        Communicator& client, const Communicator::ClockOffer& offer,
+        std::function<void(std::uint32_t number)> ask);
+    static constexpr int kMaxQuestions = 100;
 
     /// The port listened to, 0 before opening.
     [[nodiscard]] std::uint16_t port() const;

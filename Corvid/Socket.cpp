@@ -1,7 +1,9 @@
 #include <Corvid/Socket.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstring>
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -9,6 +11,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
+#include <time.h>
 #include <unistd.h>
 #include <utility>
 
@@ -137,6 +140,41 @@ Socket::Transfer Socket::receive(std::span<std::byte> room, Endpoint* sender) {
     const Transfer result = transferred(::recvfrom(
         descriptor_, room.data(), room.size(), 0, reinterpret_cast<sockaddr*>(&native), &size));
     *sender = endpointOf(native);
+    return result;
+}
+
+void Socket::stampArrivals() {
+    set(SOL_SOCKET, SO_TIMESTAMPNS, 1);
+}
+
+Socket::Transfer Socket::receive(
+    std::span<std::byte> room, Endpoint& sender, std::chrono::steady_clock::time_point& arrived) {
+    using namespace std::chrono;
+    sockaddr_in native = {};
+    iovec piece = {room.data(), room.size()};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(timespec))> control;
+    msghdr message = {};
+    message.msg_name = &native;
+    message.msg_namelen = sizeof native;
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    const Transfer result = transferred(::recvmsg(descriptor_, &message, 0));
+    const auto now = system_clock::now();
+    arrived = steady_clock::now();
+    sender = endpointOf(native);
+    const cmsghdr* header = result.error ? nullptr : CMSG_FIRSTHDR(&message);
+    if (header != nullptr && header->cmsg_level == SOL_SOCKET &&
+        header->cmsg_type == SCM_TIMESTAMPNS) {
+        timespec stamp = {};
+        std::memcpy(&stamp, CMSG_DATA(header), sizeof stamp);
+        const auto age =
+            now.time_since_epoch() - seconds(stamp.tv_sec) - nanoseconds(stamp.tv_nsec);
+        if (age > age.zero() && age < seconds(1)) { // else the system's time was set meanwhile
+            arrived -= duration_cast<steady_clock::duration>(age);
+        }
+    }
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include <Corvid/InetAddress.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -62,6 +63,11 @@ public:
     [[nodiscard]] Endpoint peer() const;
 
     [[nodiscard]] Transfer receive(std::span<std::byte> room, Endpoint* sender = nullptr);
+    /// Receives a datagram with the time at which the system received it, or of this call if
+    /// stampArrivals() has not been called.
+    [[nodiscard]] Transfer receive(
+        std::span<std::byte> room, Endpoint& sender,
+        std::chrono::steady_clock::time_point& arrived);
     Transfer send(std::span<const std::byte> bytes);
     Transfer send(const iovec* pieces, std::size_t count);
     Transfer send(std::span<const std::byte> bytes, const Endpoint& receiver);
@@ -77,6 +83,9 @@ public:
         return set(level, option, &value, sizeof value);
     }
     bool set(int level, int option, const void* value, std::size_t size);
+
+    /// Has the system record the time of arrival of each datagram.
+    void stampArrivals();
 
     /// Whether the peer has closed the connection, or it is broken, even if there is unread input.
     [[nodiscard]] bool isPeerGone() const;

@@ -8,7 +8,9 @@
 #include <Orvel/detail/Report.h>
 #include <Orvel/detail/net/Changes.h>
 #include <Orvel/detail/net/PeerLines.h>
+#include <Orvel/detail/net/PlayTimes.h>
 #include <Orvel/detail/net/RouteDiagnostics.h>
+#include <Orvel/detail/net/SceneTime.h>
 #include <Vessa/ObjectThread.h>
 
 #include <algorithm>
@@ -90,11 +92,27 @@ void reportInvalid(const CommandEvent& event, Diagnostic::Code code) {
 
 } // namespace
 
+struct ClientBackend::Timing {
+    std::chrono::milliseconds latency;
+    bool system;          // the clock
+    std::int64_t now = 0; // of the latest batch
+    detail::PlayTimes played;
+};
+
 ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, params) {
     const auto read = detail::readParams(*this->params(), detail::kClientParams, "ClientBackend");
     transferData_ = read.flag("transferData");
     deferred_ = read.flag("deferred");
     followEnabled_ = read.flag("followEnabled");
+    if (const auto latency = std::chrono::milliseconds(read.number("latency"));
+        latency > latency.zero()) {
+        const std::string clock = read.text("clock");
+        if (clock != "measured" && clock != "system") {
+            read.refuse("clock", clock, "measured or system");
+        }
+        timing_ = std::make_unique<Timing>(Timing{latency, clock == "system", 0, {}});
+        stampDue_ = true;
+    }
     communicator_ = std::make_unique<OrvelMultiClient>(CommandEvent::kProtocolVersion, *this);
     communicator_->setNoDelay(true);
     communicator_->setSearchInterval(kSearchSeconds);
@@ -182,6 +200,7 @@ void ClientBackend::configure(const Config::ParamReader& read) {
 
 template <Command command, class Subject>
 [[gnu::always_inline]] inline void ClientBackend::sendChange(Subject& subject) {
+    stamp();
     detail::EventOfCommand<command> event;
     fill<command>(event, subject, transferData_);
     if constexpr (detail::kHasFixedFields<decltype(event)>) {
@@ -198,6 +217,9 @@ template <Command command, class Subject>
 
 void ClientBackend::resetBackend() {
     destroyedSources_.clear();
+    if (timing_ != nullptr) {
+        timing_->played.clear();
+    }
     sendChange<CmdResetBackend>(world());
 }
 
@@ -220,6 +242,9 @@ void ClientBackend::createSource(Source& source) {
 void ClientBackend::destroySource(Source& source) {
     destroyedSources_.insert(static_cast<short>(source.id()));
     sendChange<CmdDestroySource>(source);
+    if (timing_ != nullptr) {
+        timing_->played.forget(source);
+    }
 }
 
 void ClientBackend::setSourceData(Source& source) {
@@ -230,9 +255,13 @@ void ClientBackend::setSourceData(Source& source) {
 
 void ClientBackend::setSourceParam(Source& source) {
     sendChange<CmdSetSourceParam>(source);
+    if (timing_ != nullptr) {
+        timing_->played.setSourceParam(source, timing_->now);
+    }
 }
 
 void ClientBackend::setSourceState(Source& source) {
+    stamp();
     CommandEvent event;
     sendState(communicator_.get(), event, sourceState2Command(source.state()), source.id());
 }
@@ -243,6 +272,9 @@ void ClientBackend::createEmitter(Emitter& emitter) {
 
 void ClientBackend::destroyEmitter(Emitter& emitter) {
     sendChange<CmdDestroyEmitter>(emitter);
+    if (timing_ != nullptr) {
+        timing_->played.forget(emitter);
+    }
 }
 
 void ClientBackend::setEmitterTransform(Emitter& emitter) {
@@ -259,11 +291,18 @@ void ClientBackend::setEmitterParam(Emitter& emitter) {
 
 void ClientBackend::setEmitterConnection(Emitter& emitter) {
     sendChange<CmdSetEmitterConnection>(emitter);
+    if (timing_ != nullptr) {
+        timing_->played.setEmitterConnection(emitter);
+    }
 }
 
 void ClientBackend::setEmitterState(Emitter& emitter) {
+    stamp();
     CommandEvent event;
     sendState(communicator_.get(), event, emitterState2Command(emitter.state()), emitter.id());
+    if (timing_ != nullptr) {
+        timing_->played.setEmitterState(emitter, timing_->now);
+    }
 }
 
 bool ClientBackend::update() {
@@ -271,6 +310,7 @@ bool ClientBackend::update() {
     if (communicator_ != nullptr) {
         communicator_->endBatch();
     }
+    stampDue_ = timing_ != nullptr;
     return Backend::update();
 }
 
@@ -290,7 +330,44 @@ Corvid::MultiClient& ClientBackend::multiClient() const {
     return *communicator_;
 }
 
+std::chrono::nanoseconds ClientBackend::latency() const noexcept {
+    return timing_ == nullptr ? std::chrono::nanoseconds() : timing_->latency;
+}
+
+/// Sends the time of the changes that follow.
+void ClientBackend::sendTime() {
+    stampDue_ = false;
+    timing_->now = detail::nanosecondsNow(timing_->system);
+    TimeEvent event;
+    event.address(CmdSetTime, 0);
+    event.time = static_cast<unsigned long>(timing_->now);
+    std::vector<std::byte> frame;
+    event.encode(frame);
+    communicator_->sendFrameTo(ClockEvent::kFeature, frame.data(), frame.size());
+}
+
+/// Begins the replay to a server that keeps times.
+void ClientBackend::sendOffer(Corvid::Communicator& connection) {
+    const Corvid::Communicator::ClockOffer offer = connection.clockOffer();
+    ClockEvent clock;
+    clock.address(CmdOfferClock, 0);
+    clock.nonce = offer.nonce;
+    clock.port = offer.port;
+    clock.system = timing_->system;
+    clock.latency = static_cast<unsigned long>(latency().count());
+    clock.send(&connection);
+    timing_->now = detail::nanosecondsNow(timing_->system);
+    TimeEvent time;
+    time.address(CmdSetTime, 0);
+    time.time = static_cast<unsigned long>(timing_->now);
+    time.send(&connection);
+}
+
 bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
+    const bool timed = timing_ != nullptr && (connection->features() & ClockEvent::kFeature) != 0;
+    if (timed) {
+        sendOffer(*connection);
+    }
     sendScene(connection, false);
     const auto isBack = [this](const auto& entry) {
         return destroyedSources_.contains(static_cast<short>(entry.first));
@@ -309,12 +386,18 @@ bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
         command.address(sendsEnabled() ? CmdEnable : CmdDisable, 0);
         command.send(connection);
     }
+    if (timed) {
+        command.address(CmdEndReplay, 0);
+        command.send(connection);
+        stampDue_ = true; // what follows happens later
+    }
     return true;
 }
 
 /// Sends the replay of the scene. `exactly`: with the states of the other servers, without
 /// spreading, and without the sources that they no longer have.
 void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
+    const bool timed = timing_ != nullptr && (connection->features() & ClockEvent::kFeature) != 0;
     detail::Events events; // reused for each part
     auto& command = std::get<CommandEvent>(events);
     // `before` is called with the command of each row.
@@ -345,7 +428,15 @@ void ClientBackend::sendScene(Corvid::Communicator* connection, bool exactly) {
     }
     for (const auto& [id, emitter] : world().emitters()) {
         const auto state = exactly ? sentState(*emitter) : emitter->state();
-        const auto sendItsState = [&, id = id] {
+        const auto sendItsState = [&, id = id, emitter = emitter] {
+            const auto position =
+                timed ? timing_->played.position(*emitter, timing_->now) : std::nullopt;
+            if (position) {
+                PositionEvent event;
+                event.address(CmdSetEmitterPosition, id);
+                event.position = static_cast<unsigned long>(*position);
+                event.send(connection);
+            }
             sendState(connection, command, emitterState2Command(state), id);
         };
         // A state that differs from the source's is sent first, so that it does not spread. An
@@ -418,6 +509,10 @@ bool ClientBackend::takeEvent(Corvid::Communicator* connection) {
     const std::unique_ptr<Corvid::Event> event(received);
     if (const auto* driver = dynamic_cast<const DriverEvent*>(event.get())) {
         takeDriver(*driver, *connection);
+    } else if (const auto* timing = dynamic_cast<const TimingEvent*>(event.get())) {
+        takeTiming(*timing, *connection);
+    } else if (const auto* clock = dynamic_cast<const ClockEvent*>(event.get())) {
+        answer(*clock, *connection);
     } else if (auto* command = dynamic_cast<CommandEvent*>(event.get())) {
         dispatchEvent(command);
     } else {
@@ -450,6 +545,37 @@ void ClientBackend::takeDriver(const DriverEvent& event, Corvid::Communicator& s
     if (event.state == DriverEvent::Free) {
         addCommunicator(&server);
     }
+}
+
+/// Answers a question about this machine's clock.
+void ClientBackend::answer(const ClockEvent& question, Corvid::Communicator& server) {
+    if (question.command != CmdAskClock) {
+        reportInvalid(question, Diagnostic::Code::InvalidEvent);
+        return;
+    }
+    ClockEvent event;
+    event.address(CmdAnswerClock, 0);
+    event.number = question.number;
+    event.received = static_cast<unsigned long>(detail::nanosecondsOf(server.lastArrival()));
+    event.sent = static_cast<unsigned long>(detail::nanosecondsNow(false));
+    event.send(&server);
+}
+
+void ClientBackend::takeTiming(const TimingEvent& event, Corvid::Communicator& server) {
+    Corvid::Communicator::Timing timing;
+    timing.clock.known = event.known;
+    timing.clock.offset = static_cast<std::int64_t>(event.offset);
+    timing.clock.error = static_cast<double>(event.error);
+    timing.clock.drift = static_cast<double>(event.drift);
+    timing.clock.driftError = static_cast<double>(event.driftError);
+    timing.clock.roundTrip = static_cast<double>(event.roundTrip);
+    timing.clock.jitter = static_cast<double>(event.jitter);
+    timing.clock.byConnection = event.byConnection;
+    timing.batches = event.batches;
+    timing.lateBatches = event.lateBatches;
+    timing.worstLateness = static_cast<double>(event.worstLateness);
+    timing.sceneAge = static_cast<double>(event.sceneAge);
+    server.setTiming(timing);
 }
 
 bool ClientBackend::dispatchEvent(CommandEvent* event) {

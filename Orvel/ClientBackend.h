@@ -7,6 +7,8 @@
 #include <Orvel/WorldPart.h>
 #include <Vessa/Mutex.h>
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <set>
@@ -25,8 +27,10 @@ class Thread;
 
 namespace Orvel {
 
+class ClockEvent;
 class DriverEvent;
 class OrvelMultiClient;
+class TimingEvent;
 
 /// Sends every change of its world to all connected sound servers: the kind "client". Servers are
 /// found by multicast; one that connects or reconnects receives the whole scene. Sending never
@@ -36,9 +40,14 @@ class OrvelMultiClient;
 /// plays its own sources, by id. A return to the state NONE is not sent, and unless "followEnabled"
 /// is set, servers stay enabled when the world is disabled.
 ///
+/// With a "latency" the changes between two calls of update() carry the time of the first of them,
+/// and servers that can (`orvel serve`) apply them so much later, all at the same time; see
+/// docs/synchrony.md. Such a server that comes late starts the sounds that play where they are.
+///
 /// Parameters, besides "labels" (see docs/parameters.md): "transferData" (yes), "deferred" (no),
 /// "followEnabled" (no), "newestOnly" (no: a server gets every change; yes: one that lags gets only
-/// the newest transform, hull and parameters of each part, see docs/network.md), "servers"
+/// the newest transform, hull and parameters of each part, see docs/network.md), "latency" (0 ms),
+/// "clock" (measured), "servers"
 /// (HOST:PORT, ... to connect to without multicast), "only" (ids or names of the servers to use, of
 /// those found), and for the search "interfaces" (addresses or names), "group", "port", "ttl". An
 /// invalid value is reported, and the default used.
@@ -101,6 +110,9 @@ public:
     /// Sends the whole scene over one connection, so that its server becomes equal to those
     /// connected before; called for each new one.
     bool addCommunicator(Corvid::Communicator* connection);
+    /// The latency; 0 if changes are applied on arrival.
+    [[nodiscard]] std::chrono::nanoseconds latency() const noexcept;
+
     /// Applies an event of a server. Returns false, and logs, if it is not for a client. The caller
     /// keeps the event.
     bool dispatchEvent(CommandEvent* event);
@@ -118,6 +130,15 @@ private:
     void configure(const Config::ParamReader& read);
     [[nodiscard]] bool sendsEnabled();
     void sendScene(Corvid::Communicator* connection, bool exactly);
+    void sendOffer(Corvid::Communicator& connection);
+    void sendTime();
+    void stamp() {
+        if (stampDue_.load(std::memory_order_relaxed)) {
+            sendTime();
+        }
+    }
+    void answer(const ClockEvent& question, Corvid::Communicator& server);
+    void takeTiming(const TimingEvent& event, Corvid::Communicator& server);
     /// Applies one event of a connection that has some, or removes a lost connection.
     void receiveFrom(Corvid::Communicator* connection);
     bool takeEvent(Corvid::Communicator* connection);
@@ -131,7 +152,10 @@ private:
     bool transferData_ = true;
     bool deferred_ = false;
     bool followEnabled_ = false;
-    std::set<short> destroyedSources_; // since the last reset; servers may have such sources
+    struct Timing;
+    std::unique_ptr<Timing> timing_;     // null without a latency
+    std::atomic<bool> stampDue_ = false; // no time has been sent since the last update
+    std::set<short> destroyedSources_;   // since the last reset; servers may have such sources
     Vessa::Mutex handlerMutex_;
     DriverHandler driverHandler_ ORVEL_GUARDED_BY(handlerMutex_);
 };

@@ -6,14 +6,18 @@
 
 namespace Orvel {
 
-/// The meaning of an event, in its field `command`. All but CmdSetSourceDuration and
-/// CmdReportDriver are sent from client to server. docs/protocol.md lists the event class of each
-/// command.
+/// The meaning of an event, in its field `command`. All but CmdSetSourceDuration, CmdReportDriver,
+/// CmdAskClock and CmdReportTiming are sent from client to server. docs/protocol.md lists the event
+/// class of each command.
 enum Command : short {
     CmdResetBackend = 10,
     CmdEnable = 11,
     CmdDisable = 12,
     CmdSetListenerTransform = 13,
+    CmdSetTime = 14,
+    CmdOfferClock = 15,
+    CmdAnswerClock = 16,
+    CmdEndReplay = 17,
     CmdCreateSource = 20,
     CmdDestroySource = 21,
     CmdSetSourceParam = 22,
@@ -30,12 +34,15 @@ enum Command : short {
     CmdPlayEmitter = 36,
     CmdPauseEmitter = 37,
     CmdStopEmitter = 38,
+    CmdSetEmitterPosition = 39,
     CmdReportDriver = 40,
+    CmdAskClock = 41,
+    CmdReportTiming = 42,
 };
 
 /// Whether `objectId` of a command is the id of an emitter.
 constexpr bool concernsEmitter(short command) {
-    return command >= CmdCreateEmitter && command <= CmdStopEmitter;
+    return command >= CmdCreateEmitter && command <= CmdSetEmitterPosition;
 }
 
 /// A command without values, and the base of those with values. Events are plain values. Confined

@@ -64,6 +64,10 @@ FrameRole OrvelMultiClient::roleOf(std::span<const std::byte> frame) {
         return {};
     }
     const auto command = static_cast<std::size_t>(fieldAt<std::uint16_t>(frame, kCommand));
+    // Superseded like the values that it belongs to, else it would keep them all.
+    if (command == CmdSetTime && TimeEvent::_type.typeId() == fieldAt<short>(frame, kType)) {
+        return {FrameRole::Kind::Value, 0, FrameRole::kSlots - 1};
+    }
     if (command >= kRoles.size() || kRoles[command].type == nullptr ||
         kRoles[command].type->typeId() != fieldAt<short>(frame, kType)) {
         return {};

@@ -3,6 +3,7 @@
 #include <Corvid/MultiServer.h>
 #include <Orvel/detail/Report.h>
 #include <Orvel/detail/net/Changes.h>
+#include <Orvel/detail/net/HeldEvents.h>
 #include <Orvel/detail/net/PeerLines.h>
 #include <Orvel/detail/net/RouteDiagnostics.h>
 #include <Vessa/ObjectThread.h>
@@ -10,7 +11,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
+#include <map>
 #include <span>
 #include <type_traits>
 #include <typeinfo>
@@ -97,7 +100,7 @@ bool decode(std::span<const std::byte> frame, std::string& fault, const Take& ta
     constexpr short kFirst = 200;
 #define ORVEL_ROW(class_, number) rows[(number)-kFirst] = {&class_::_type, &decodeAs<Take, class_>};
     static constexpr auto kRows = [] {
-        std::array<Row, 10> rows{};
+        std::array<Row, 14> rows{};
         ORVEL_EVENTS(ORVEL_ROW)
         return rows;
     }();
@@ -122,6 +125,12 @@ Outcome apply(World& world, CommandEvent& event) {
 }
 
 } // namespace
+
+struct Server::Timing {
+    std::chrono::nanoseconds delay{};
+    std::map<Corvid::Communicator*, detail::HeldEvents> held; // by client
+    detail::HeldEvents::Clock::time_point nextReport;
+};
 
 Server::Server() : Server("", 0) {}
 
@@ -250,6 +259,9 @@ int Server::receive(bool block) {
             client = !stopping_ && left > 0 ? multiServer_->communicatorInTurn() : nullptr;
         }
     }
+    if (!block && timing_ != nullptr) {
+        count += applyDue(kMaxEventsPerReceive); // however many have arrived
+    }
     return count;
 }
 
@@ -271,6 +283,7 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
             LostPeer, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
             "Orvel::Server dropping a client because its event failed\n");
     }
+    applyRest(*client);
     if (observer_ != nullptr) {
         observer_->lost(client->counters().peer);
     }
@@ -287,6 +300,11 @@ bool Server::takeEvent(Corvid::Communicator& client) {
     if (!client.receiveFrame(frame)) {
         return false;
     }
+    return (timing_ != nullptr && client.mayDrive() && hold(frame, client)) ||
+           applyFrame(frame, client);
+}
+
+bool Server::applyFrame(std::span<const std::byte> frame, Corvid::Communicator& client) {
     std::string fault;
     const bool isWhole = decode(frame, fault, [&](Corvid::Event& event, CommandEvent* command) {
         take(event, command, client);
@@ -313,6 +331,7 @@ void Server::take(Corvid::Event& event, CommandEvent* command, Corvid::Communica
     if (command != nullptr) {
         if (command->command == CmdResetBackend) {
             multiServer_->discardLeftovers(&client);
+            discardHeld(client);
         }
         dispatchEvent(command);
     } else {
@@ -321,6 +340,189 @@ void Server::take(Corvid::Event& event, CommandEvent* command, Corvid::Communica
             "Orvel::Server got Corvid::Event which is not a Orvel::Event\n");
     }
 }
+
+// Times
+
+void Server::setTimed(std::chrono::nanoseconds delay) {
+    timing_ = std::make_unique<Timing>();
+    timing_->delay = delay;
+    multiServer_->setFeatures(ClockEvent::kFeature);
+}
+
+bool Server::isTimed() const noexcept {
+    return timing_ != nullptr && !timing_->held.empty();
+}
+
+std::optional<std::chrono::steady_clock::time_point> Server::nextDue() {
+    std::optional<detail::HeldEvents::Clock::time_point> next;
+    if (isTimed()) {
+        const Lead ahead = lead();
+        for (const auto& [client, held] : timing_->held) {
+            const auto due =
+                held.nextTaken(client->clock(), timing_->delay, {ahead.start, ahead.value});
+            next = due && (!next || *due < *next) ? due : next;
+        }
+    }
+    return next;
+}
+
+/// Takes an event about times, or an event that happens at a time. Returns false if it is to be
+/// applied at once.
+bool Server::hold(std::span<const std::byte> frame, Corvid::Communicator& client) {
+    constexpr std::size_t kType = 4; // behind the length
+    short type = 0;
+    std::memcpy(&type, frame.data() + kType, sizeof type);
+    const auto held = timing_->held.find(&client);
+    if (type == TimeEvent::_type.typeId()) {
+        TimeEvent event;
+        if (held == timing_->held.end() || !event.decodeFrom(frame)) {
+            return false;
+        }
+        held->second.beginBatch(static_cast<std::int64_t>(event.time), client.lastArrival());
+        return true;
+    }
+    if (type == ClockEvent::_type.typeId()) {
+        ClockEvent event;
+        if (!event.decodeFrom(frame)) {
+            return false;
+        }
+        if (event.command == CmdOfferClock && held == timing_->held.end()) {
+            timing_->held.try_emplace(&client, event, client.lastArrival());
+            if (!event.system) {
+                multiServer_->measureClock(
+                    client, {event.nonce, static_cast<std::uint16_t>(event.port)},
+                    [&client](std::uint32_t number) {
+                        ClockEvent question;
+                        question.address(CmdAskClock, 0);
+                        question.number = number;
+                        question.send(&client);
+                    });
+            }
+        } else if (event.command == CmdAnswerClock) {
+            client.takeClockAnswer(
+                event.number, static_cast<std::int64_t>(event.received),
+                static_cast<std::int64_t>(event.sent));
+        }
+        return true;
+    }
+    return held != timing_->held.end() && held->second.hold(frame);
+}
+
+/// Applies held events that are due, about `most`. Returns their number.
+int Server::applyDue(int most) {
+    using Clock = detail::HeldEvents::Clock;
+    int count = 0;
+    const Lead ahead = timing_->held.empty() ? Lead() : lead();
+    while (count < most) {
+        Corvid::Communicator* first = nullptr;
+        auto earliest = Clock::time_point::max();
+        for (auto& [client, held] : timing_->held) {
+            const Corvid::PeerClock clock = client->clock();
+            const auto next =
+                held.isReady(clock, Clock::now())
+                    ? held.nextTaken(clock, timing_->delay, {ahead.start, ahead.value})
+                    : std::nullopt;
+            if (next && *next < earliest) {
+                earliest = *next;
+                first = client;
+            }
+        }
+        if (first == nullptr || earliest > Clock::now()) {
+            break;
+        }
+        const auto due = timing_->held.at(first).nextDue(first->clock(), timing_->delay);
+        count += applyBatch(*first, *due, most - count);
+    }
+    if (const auto now = Clock::now(); now >= timing_->nextReport) {
+        timing_->nextReport = now + std::chrono::seconds(1);
+        reportTimings();
+    }
+    return count;
+}
+
+/// Applies a client's next batch, or `most` events of it. Returns their number.
+int Server::applyBatch(
+    Corvid::Communicator& client, std::chrono::steady_clock::time_point due, int most) {
+    detail::HeldEvents& held = timing_->held.at(&client);
+    const bool begins = held.isAtBegin();
+    const auto lateness = beginDue(due, held.arrived());
+    if (begins) {
+        held.count(lateness, detail::HeldEvents::Clock::now());
+    }
+    int count = 0;
+    try {
+        while (count < most && held.hasNext()) {
+            ++count;
+            if (!applyFrame(held.take(), client)) {
+                held.clear(); // it is lost
+            }
+        }
+    } catch (const std::exception& fault) {
+        ORVEL_REPORT_PEER(
+            LostPeer, Fatal, detail::about(Diagnostic::Code::InvalidEvent, {}, {}, fault.what()),
+            "Orvel::Server dropping a client because its event failed: %s\n", fault.what());
+        held.clear();
+        client.close();
+    }
+    held.endBatch();
+    endDue();
+    return count;
+}
+
+/// Applies all held events of a client that is gone.
+void Server::applyRest(Corvid::Communicator& client) {
+    if (timing_ == nullptr || !timing_->held.contains(&client)) {
+        return;
+    }
+    while (!timing_->held.at(&client).isEmpty()) {
+        applyBatch(client, detail::HeldEvents::Clock::now(), kMaxEventsPerReceive);
+    }
+    timing_->held.erase(&client);
+}
+
+/// A client has started a new scene: forgets what earlier ones that are gone have left.
+void Server::discardHeld(const Corvid::Communicator& newer) {
+    if (timing_ != nullptr) {
+        for (auto& [client, held] : timing_->held) {
+            if (client != &newer && client->counters().lost) {
+                held.clear();
+            }
+        }
+    }
+}
+
+void Server::reportTimings() {
+    for (auto& [client, held] : timing_->held) {
+        const auto timing = held.timing(client->clock(), detail::HeldEvents::Clock::now());
+        client->setTiming(timing);
+        TimingEvent event;
+        event.address(CmdReportTiming, 0);
+        event.known = timing.clock.known;
+        event.offset = static_cast<unsigned long>(timing.clock.offset);
+        event.error = static_cast<float>(timing.clock.error);
+        event.drift = static_cast<float>(timing.clock.drift);
+        event.driftError = static_cast<float>(timing.clock.driftError);
+        event.roundTrip = static_cast<float>(timing.clock.roundTrip);
+        event.jitter = static_cast<float>(timing.clock.jitter);
+        event.byConnection = timing.clock.byConnection;
+        event.batches = timing.batches;
+        event.lateBatches = timing.lateBatches;
+        event.worstLateness = static_cast<float>(timing.worstLateness);
+        event.sceneAge = static_cast<float>(timing.sceneAge);
+        event.send(client);
+    }
+}
+
+Server::Lead Server::lead() {
+    return {};
+}
+
+std::chrono::nanoseconds Server::beginDue(
+    std::chrono::steady_clock::time_point due, std::chrono::steady_clock::time_point arrived) {
+    return arrived - due;
+}
+
+void Server::endDue() {}
 
 bool Server::interceptEvent(Corvid::Event& /*event*/, Corvid::Communicator& /*from*/) {
     return false;

@@ -3,8 +3,11 @@
 #include <Orvel/World.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 
 #include <orvel_export.h>
@@ -102,6 +105,17 @@ public:
     /// nothing is received.
     void setObserver(Observer* observer) noexcept { observer_ = observer; }
 
+    /// Has changes of clients that send their times (the kind "client" with a latency) applied at
+    /// these times plus the client's latency and `delay`, rather than on arrival: inside
+    /// receive(false), for which nextDue() says when to call it. The clients' clocks are measured
+    /// meanwhile; Corvid::Communicator::Counters::timing has the result. Changes that come too late
+    /// are applied at once and counted. Before the first receive; not with run().
+    void setTimed(std::chrono::nanoseconds delay = {});
+    /// When receive(false) has held changes to apply; nothing if there are none.
+    [[nodiscard]] std::optional<std::chrono::steady_clock::time_point> nextDue();
+    /// Whether changes of a client are held until their times.
+    [[nodiscard]] bool isTimed() const noexcept;
+
     /// Starts the receive thread.
     void run();
     /// Stops the receive thread, if there is one, and waits for it; do not call it on that thread.
@@ -145,6 +159,18 @@ protected:
     /// Called instead for an event of a client whose key may only watch; it has no effect. Reports
     /// it by default. Must not throw.
     virtual void watcherSent(const Corvid::Event& event, Corvid::Communicator& from);
+    /// For servers whose output is ahead of the time: how long before they are due changes are
+    /// applied that start sounds or create parts, and others. 0 by default.
+    struct Lead {
+        std::chrono::nanoseconds start{};
+        std::chrono::nanoseconds value{};
+    };
+    virtual Lead lead();
+    /// Held changes that are due at this time are applied next; endDue() follows. Returns by how
+    /// much they are late; negative if they are not. By default by their arrival.
+    virtual std::chrono::nanoseconds beginDue(
+        std::chrono::steady_clock::time_point due, std::chrono::steady_clock::time_point arrived);
+    virtual void endDue();
 
     /// Called when a client is gone, on the receiving thread; its connection is deleted afterwards.
     /// Does nothing by default. Must not throw.
@@ -153,6 +179,14 @@ protected:
 private:
     bool receiveFrom(Corvid::Communicator* client);
     bool takeEvent(Corvid::Communicator& client);
+    bool applyFrame(std::span<const std::byte> frame, Corvid::Communicator& client);
+    bool hold(std::span<const std::byte> frame, Corvid::Communicator& client);
+    int applyDue(int most);
+    int
+    applyBatch(Corvid::Communicator& client, std::chrono::steady_clock::time_point due, int most);
+    void applyRest(Corvid::Communicator& client);
+    void discardHeld(const Corvid::Communicator& newer);
+    void reportTimings();
     void take(Corvid::Event& event, CommandEvent* command, Corvid::Communicator& client);
 
     std::unique_ptr<Corvid::MultiServer> multiServer_;
@@ -160,7 +194,9 @@ private:
     std::atomic<bool> stopping_ = false;
     std::unique_ptr<Vessa::Thread> thread_;
     Observer* observer_ = nullptr; // not owned
-    std::string dataDir_;          // empty: the current directory
+    struct Timing;
+    std::unique_ptr<Timing> timing_; // null: all changes are applied on arrival
+    std::string dataDir_;            // empty: the current directory
 };
 
 } // namespace Orvel

@@ -21,6 +21,15 @@ inline constexpr std::array kClientParams{
     Param{"followEnabled", Param::Type::Flag, "no", "enable and disable servers with the world"},
     Param{"newestOnly", Param::Type::Flag, "no", "send a server that lags only the newest values"},
     Param{"key", Param::Type::Text, "", "key file, for servers with keys; empty: for open ones"},
+    Param{
+        "latency", Param::Type::Number, "0",
+        "servers apply changes so many milliseconds after they happen, all at the same time; 0: on "
+        "arrival",
+        0, 10000},
+    Param{
+        "clock", Param::Type::Text, "measured",
+        "with a latency: \"measured\", or \"system\" where PTP or NTP keeps the machines' clocks "
+        "together"},
     Param{"servers", Param::Type::List, "", "HOST:PORT of servers that multicast does not reach"},
     Param{"only", Param::Type::List, "", "ids or names of the servers to drive; empty for all"},
     Param{"interfaces", Param::Type::List, "", "interfaces to search on; empty for all"},

@@ -18,8 +18,11 @@
 #include <cstdint>
 #include <iterator>
 #include <map>
+#include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 namespace Show {
 
@@ -228,6 +231,50 @@ void writeNetwork(Metrics& metrics, const Orvel::World& world) {
         "Discovery datagrams that made no sense.", &Sums::ignored);
 }
 
+/// How servers keep their players' times, by peer.
+void writeTimings(Metrics& metrics, const Orvel::World& world) {
+    struct Row {
+        const char* name;
+        const char* type;
+        const char* help;
+        double (*value)(const Corvid::Communicator::Timing&);
+    };
+    using Timing = Corvid::Communicator::Timing;
+    static constexpr Row kRows[] = {
+        {"orvel_clock_offset_seconds", "gauge", "The player's clock minus the server's.",
+         [](const Timing& t) { return static_cast<double>(t.clock.offset) * 1e-9; }},
+        {"orvel_clock_error_seconds", "gauge", "The offset is right to within this.",
+         [](const Timing& t) { return t.clock.error; }},
+        {"orvel_clock_drift", "gauge", "By how much the player's clock runs faster, as a fraction.",
+         [](const Timing& t) { return t.clock.drift; }},
+        {"orvel_clock_round_trip_seconds", "gauge", "The shortest of the latest measurements.",
+         [](const Timing& t) { return t.clock.roundTrip; }},
+        {"orvel_batches_total", "counter", "Changes with a time of their own.",
+         [](const Timing& t) { return static_cast<double>(t.batches); }},
+        {"orvel_late_batches_total", "counter", "Those that came too late for their time.",
+         [](const Timing& t) { return static_cast<double>(t.lateBatches); }},
+        {"orvel_scene_age_seconds", "gauge", "Seconds since the latest change.",
+         [](const Timing& t) { return t.sceneAge; }}};
+    constexpr std::size_t kMaxPeers = 64;
+    std::vector<std::tuple<std::string, std::string, Timing>> timings;
+    for (const NetworkEnd& end : readNetwork(world)) {
+        for (const auto& connection : end.counters.connections) {
+            if (connection.timing.batches > 0 && timings.size() < kMaxPeers) {
+                timings.emplace_back(end.role, connection.peer, connection.timing);
+            }
+        }
+    }
+    if (timings.empty()) {
+        return;
+    }
+    for (const Row& row : kRows) {
+        metrics.metric(row.name, row.type, row.help);
+        for (const auto& [role, peer, timing] : timings) {
+            metrics.sample(row.value(timing), {{"role", role}, {"peer", peer}});
+        }
+    }
+}
+
 } // namespace
 
 std::string metricsText(MonitorBackend& monitor) {
@@ -246,6 +293,7 @@ std::string metricsText(MonitorBackend& monitor) {
             monitor.rates().total(static_cast<ChangeKind>(i)), {{"kind", kChangeNames[i]}});
     }
     writeNetwork(metrics, monitor.world());
+    writeTimings(metrics, monitor.world());
     return metrics.take();
 }
 

@@ -99,7 +99,17 @@ void write(JsonWriter& json, const Corvid::Communicator::Counters& c) {
     json.field("eventsIn", c.eventsIn).field("bytesIn", c.bytesIn);
     json.field("eventsOut", c.eventsOut).field("bytesOut", c.bytesOut);
     json.field("eventsLeftOut", c.eventsLeftOut);
-    json.field("bytesWaiting", c.bytesWaiting).field("lost", c.lost).close('}');
+    json.field("bytesWaiting", c.bytesWaiting).field("lost", c.lost);
+    const auto& timing = c.timing;
+    json.field("clockKnown", timing.clock.known);
+    if (timing.clock.known) {
+        json.field("clockOffset", static_cast<double>(timing.clock.offset) * 1e-9);
+        json.field("clockError", timing.clock.error).field("clockDrift", timing.clock.drift);
+        json.field("roundTrip", timing.clock.roundTrip).field("jitter", timing.clock.jitter);
+    }
+    json.field("batches", timing.batches).field("lateBatches", timing.lateBatches);
+    json.field("worstLateness", timing.worstLateness).field("sceneAge", timing.sceneAge);
+    json.close('}');
 }
 
 } // namespace

@@ -22,8 +22,8 @@ using Seconds = std::chrono::duration<double>;
 } // namespace
 
 LiveRecording::LiveRecording(
-    FrameSource& source, const std::string& path, bool raw, Clock::time_point begin)
-    : source_(source), rate_(source.rate()), begin_(begin),
+    FrameSource& source, const std::string& path, bool raw, Clock::time_point begin, double skew)
+    : source_(source), rate_(source.rate()), clockRate_(rate_ * (1.0 + skew)), begin_(begin),
       perSecond_(rate_, 1.0, source.layout().channels) {
     constexpr SampleFormat kFormat = SampleFormat::s16;
     if (PcmStream::isStream(path)) {
@@ -45,7 +45,7 @@ std::uint64_t LiveRecording::maxFrames() const {
 
 std::uint64_t LiveRecording::framesUntil(Clock::time_point time) const {
     const double seconds = std::max(0.0, Seconds(time - begin_).count());
-    return std::min(static_cast<std::uint64_t>(std::llround(seconds * rate_)), maxFrames());
+    return std::min(static_cast<std::uint64_t>(std::llround(seconds * clockRate_)), maxFrames());
 }
 
 void LiveRecording::render(std::uint64_t frames) {
@@ -65,7 +65,8 @@ void LiveRecording::render(std::uint64_t frames) {
 }
 
 bool LiveRecording::advance(Clock::time_point now) {
-    const std::uint64_t due = framesUntil(now) - frames_;
+    const std::uint64_t until = framesUntil(now);
+    const std::uint64_t due = until - std::min(until, frames_);
     if (static_cast<double>(due) >= kMinAtOnce * rate_) {
         worstLag_ = std::max(worstLag_, static_cast<double>(due) / rate_);
         render(std::min(due, static_cast<std::uint64_t>(kMaxAtOnce * rate_)));
@@ -73,8 +74,18 @@ bool LiveRecording::advance(Clock::time_point now) {
     return frames_ < maxFrames() && !isOver();
 }
 
+std::chrono::nanoseconds LiveRecording::renderTo(Clock::time_point time) {
+    const std::uint64_t due = framesUntil(time);
+    const double ahead = (static_cast<double>(frames_) - static_cast<double>(due)) / clockRate_;
+    while (frames_ < due) {
+        render(std::min(due - frames_, static_cast<std::uint64_t>(kMaxAtOnce * rate_)));
+    }
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(Seconds(ahead));
+}
+
 LiveRecording::Clock::time_point LiveRecording::next() const {
-    return begin_ + std::chrono::duration_cast<Clock::duration>(Seconds(seconds())) + kBlock;
+    const Seconds rendered(static_cast<double>(frames_) / clockRate_);
+    return begin_ + std::chrono::duration_cast<Clock::duration>(rendered) + kBlock;
 }
 
 void LiveRecording::finish(Clock::time_point end) {

@@ -26,12 +26,25 @@ public:
     static constexpr std::chrono::milliseconds kBlock{5};
 
     /// Creates the file; its first frame corresponds to `begin`. `raw`: a stream has no header.
-    /// Throws OutputError.
-    LiveRecording(FrameSource& source, const std::string& path, bool raw, Clock::time_point begin);
+    /// `skew` is by how much its clock runs faster than this machine's, as that of a sound card
+    /// does, as a fraction. Throws OutputError.
+    LiveRecording(
+        FrameSource& source, const std::string& path, bool raw, Clock::time_point begin,
+        double skew = 0.0);
 
     /// Renders the frames that are due, neither very few nor too many in one call. Returns false if
     /// the file is full, or nobody reads standard output any more. Throws OutputError.
     bool advance(Clock::time_point now);
+    /// Renders exactly up to the frame of a time. Returns by how much it was ahead of that already;
+    /// negative if it was not. Throws OutputError.
+    std::chrono::nanoseconds renderTo(Clock::time_point time);
+    /// The time of the first frame.
+    [[nodiscard]] Clock::time_point begin() const noexcept { return begin_; }
+    /// By how much the frames so far, at their nominal rate, are ahead of this machine's clock, in
+    /// seconds.
+    [[nodiscard]] double lead() const {
+        return static_cast<double>(frames_) * (1.0 / rate_ - 1.0 / clockRate_);
+    }
     /// When advance() is next due.
     [[nodiscard]] Clock::time_point next() const;
     /// Renders up to `end` and completes the file. Throws OutputError.
@@ -58,6 +71,7 @@ private:
 
     FrameSource& source_;
     double rate_;
+    double clockRate_; // frames per second of this machine's clock
     Clock::time_point begin_;
     std::optional<WavWriter> file_; // or
     std::optional<PcmStream> stream_;

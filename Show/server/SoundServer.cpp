@@ -3,9 +3,14 @@
 #include <Corvid/Communicator.h>
 #include <Corvid/MultiServer.h>
 #include <Orvel/CommandEvent.h>
+#include <Orvel/Emitter.h>
+#include <Orvel/EmitterParamEvent.h>
 #include <Orvel/Source.h>
 #include <Orvel/SourceDurationEvent.h>
+#include <Orvel/SourceParamEvent.h>
 
+#include <algorithm>
+#include <cmath>
 #include <iterator>
 
 namespace Show {
@@ -14,6 +19,8 @@ namespace {
 
 constexpr unsigned kEventsBetweenLooks = 64; // between two reads of the clock
 constexpr std::size_t kMaxReports = 100;     // until they are taken
+constexpr std::chrono::milliseconds kPitchInterval{50};
+constexpr std::chrono::milliseconds kStartMargin{5}; // for this thread to get its processor
 
 std::string nameOf(const Corvid::Communicator& client) {
     const auto counters = client.counters();
@@ -27,8 +34,38 @@ SoundServer::SoundServer(const LoadedScene& bank, unsigned short port, const std
     : OwningWorld(host, port), session_(*this, bank) {}
 
 void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
-    sliceEnd_ = std::chrono::steady_clock::now() + atMost;
+    const auto now = Clock::now();
+    sliceEnd_ = now + atMost;
+    if (now >= pitchAgain_ && isTimed()) {
+        pitchAgain_ = now + kPitchInterval;
+        for (const Orvel::VoicesBackend* backend : exactBackends()) {
+            const Orvel::FrameClock clock = backend->frameClock();
+            if (clock.hasDevice && clock.rate > 0.0) {
+                const double frames = clock.frameAt(now) / clock.nominalRate;
+                holdPitch(
+                    frames - std::chrono::duration<double>(now.time_since_epoch()).count(), frames);
+                break;
+            }
+        }
+    }
     receive(false);
+}
+
+void SoundServer::holdPitch(double lead, double frames) {
+    if (!isTimed() || !pitchHold_.update(lead, frames)) {
+        return;
+    }
+    for (const auto& [id, source] : sources()) {
+        if (source->state() == Orvel::Source::PLAY) {
+            const float own = pitches_.try_emplace(id, source->pitch()).first->second;
+            source->setParam(source->loop(), own * static_cast<float>(pitchHold_.factor()));
+        }
+    }
+}
+
+void SoundServer::holdPitchOf(Orvel::SourceParamEvent& event) {
+    pitches_[event.objectId] = event.pitch;
+    event.pitch *= static_cast<float>(pitchHold_.factor());
 }
 
 void SoundServer::report(std::string text) {
@@ -118,10 +155,23 @@ bool SoundServer::interceptEvent(Corvid::Event& event, Corvid::Communicator& fro
     if (tap_ != nullptr) {
         tap_->received(event, from.counters().peer);
     }
+    if (command->command == Orvel::CmdResetBackend) {
+        pitches_.clear(); // the session restores them
+    } else if (command->command == Orvel::CmdDestroySource) {
+        pitches_.erase(command->objectId); // likewise
+    }
     const Orvel::Source* kept =
         command->command == Orvel::CmdCreateSource ? getSource(command->objectId) : nullptr;
     if (!session_.intercept(
             *command, [&from] { return from.counters().peer; }, false)) {
+        if (behind_ > 0.0) {
+            joinLate(*command);
+        }
+        if (auto* param = dynamic_cast<Orvel::EmitterParamEvent*>(&event)) {
+            param->gain *= gain_;
+        } else if (auto* sound = dynamic_cast<Orvel::SourceParamEvent*>(&event)) {
+            holdPitchOf(*sound);
+        }
         return false;
     }
     if (kept != nullptr && kept->duration() > 0.0F) {
@@ -149,10 +199,92 @@ void SoundServer::informWatchers() {
     }
 }
 
+std::vector<Orvel::VoicesBackend*> SoundServer::exactBackends() const {
+    std::vector<Orvel::VoicesBackend*> exact;
+    for (Orvel::Backend* backend : backends()) {
+        auto* voices = dynamic_cast<Orvel::VoicesBackend*>(backend);
+        if (voices != nullptr && !voices->isOffline()) {
+            exact.push_back(voices);
+        }
+    }
+    return exact;
+}
+
+SoundServer::Lead SoundServer::lead() {
+    Lead lead;
+    for (const Orvel::VoicesBackend* backend : exactBackends()) {
+        const Orvel::FrameClock clock = backend->frameClock();
+        if (clock.rate > 0.0) {
+            const auto soonest = clock.timeOf(static_cast<double>(clock.soonest)) - Clock::now();
+            lead.start = std::max<std::chrono::nanoseconds>(lead.start, soonest + kStartMargin);
+            lead.value = std::max(lead.value, clock.latency);
+        }
+    }
+    return lead;
+}
+
+std::chrono::nanoseconds SoundServer::beginDue(Clock::time_point due, Clock::time_point arrived) {
+    const auto exact = exactBackends();
+    auto lateness = renderTo_ ? renderTo_(due) : OwningWorld::beginDue(due, arrived);
+    behind_ = exact.empty() ? std::chrono::duration<double>(lateness).count() : 0.0;
+    for (Orvel::VoicesBackend* backend : exact) {
+        const Orvel::FrameClock clock = backend->frameClock();
+        const std::int64_t frame = std::llround(clock.frameAt(due));
+        backend->setStartFrame(frame);
+        if (clock.rate > 0.0) { // a start joins the sound where it should be by then
+            lateness = std::max<std::chrono::nanoseconds>(
+                lateness, clock.timeOf(static_cast<double>(clock.mixed)) - due);
+        }
+    }
+    return lateness;
+}
+
+void SoundServer::joinLate(const Orvel::CommandEvent& event) {
+    std::vector<Orvel::Emitter*> starting;
+    if (event.command == Orvel::CmdPlayEmitter) {
+        starting.push_back(getEmitter(event.objectId));
+    } else if (event.command == Orvel::CmdPlaySource) {
+        if (const Orvel::Source* source = getSource(event.objectId)) {
+            for (const auto& [id, emitter] : source->connectedEmitters()) {
+                starting.push_back(emitter);
+            }
+        }
+    }
+    for (Orvel::Emitter* emitter : starting) {
+        if (emitter != nullptr && emitter->source() != nullptr &&
+            emitter->state() != Orvel::Emitter::PLAY) {
+            const double offset =
+                offsets_.try_emplace(emitter->id(), emitter->startOffset()).first->second;
+            emitter->setStartOffset(
+                offset + behind_ * static_cast<double>(emitter->source()->pitch()));
+        }
+    }
+}
+
 void SoundServer::watcherSent(const Corvid::Event& /*event*/, Corvid::Communicator& from) {
     if (!std::exchange(clients_[&from].watches, true)) {
         report(nameOf(from) + " only watches: its key may do no more");
         informWatcher(from);
+    }
+}
+
+Orvel::Emitter* SoundServer::createEmitter(const std::vector<std::string>& labels, int id) {
+    Orvel::Emitter* emitter = OwningWorld::createEmitter(labels, id);
+    if (emitter != nullptr && gain_ != 1.0F) {
+        emitter->setParam(emitter->paramFlag(), emitter->paramValue(), emitter->gain() * gain_);
+    }
+    return emitter;
+}
+
+void SoundServer::endDue() {
+    for (const auto& [id, offset] : std::exchange(offsets_, {})) {
+        if (Orvel::Emitter* emitter = getEmitter(id)) {
+            emitter->setStartOffset(0.0);
+        }
+    }
+    behind_ = 0.0;
+    for (Orvel::VoicesBackend* backend : exactBackends()) {
+        backend->setStartFrame(std::nullopt);
     }
 }
 
@@ -184,7 +316,16 @@ bool SoundServer::apply(Orvel::CommandEvent& event) {
     if (tap_ != nullptr) {
         tap_->received(event, name());
     }
-    return session_.intercept(event, name, true) || dispatchEvent(&event);
+    if (session_.intercept(event, name, true)) {
+        return true;
+    }
+    // Local input gives the gain as it is here, and an unchanged pitch too.
+    auto* sound = dynamic_cast<Orvel::SourceParamEvent*>(&event);
+    const Orvel::Source* source = getSource(event.objectId);
+    if (sound != nullptr && source != nullptr && sound->pitch != source->pitch()) {
+        holdPitchOf(*sound);
+    }
+    return dispatchEvent(&event);
 }
 
 std::vector<std::string> SoundServer::takeReports() {

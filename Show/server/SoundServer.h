@@ -1,13 +1,17 @@
 #pragma once
 
+#include <Show/server/PitchHold.h>
 #include <Show/server/Session.h>
 
 #include <Orvel/DriverEvent.h>
 #include <Orvel/OwningWorld.h>
 #include <Orvel/Server.h>
+#include <Orvel/SourceParamEvent.h>
+#include <Orvel/VoicesBackend.h>
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -39,8 +43,21 @@ public:
     void fill() { session_.fill(); }
     /// Whether the driver stays when another client begins. Set it before the first event.
     void setKeepPlayer(bool keep) { keepPlayer_ = keep; }
+    /// Holds sounds in phase: `lead` and `frames` are those of PitchHold::update(), for an output
+    /// that is rendered by this thread. Others are looked at by serve().
+    void holdPitch(double lead, double frames);
+    /// A factor on the gains of all emitters, for this server's loudspeakers. Set it before the
+    /// first event.
+    void setGain(float gain) { gain_ = gain; }
+    Orvel::Emitter* createEmitter(const std::vector<std::string>& labels, int id) override;
+    using OwningWorld::createEmitter;
     /// Sets an observer of all applied events; null removes it. It must outlive its use.
     void setTap(Observer* tap) { tap_ = tap; }
+    /// Renders the output up to a time, before changes are applied that are due then. Returns by
+    /// how much it was ahead of that already; negative if it was not.
+    using RenderTo = std::function<std::chrono::nanoseconds(std::chrono::steady_clock::time_point)>;
+    /// Sets it for an output that is rendered by this thread. It must not throw.
+    void setRenderTo(RenderTo renderTo) { renderTo_ = std::move(renderTo); }
     /// Applies received events, for about `atMost`.
     void serve(std::chrono::steady_clock::duration atMost);
     /// Applies an event of the local input, regardless of the driver. Returns false if it is
@@ -56,6 +73,11 @@ protected:
     bool interceptEvent(Corvid::Event& event, Corvid::Communicator& from) override;
     void clientLost(Corvid::Communicator& client) override;
     void watcherSent(const Corvid::Event& event, Corvid::Communicator& from) override;
+    Lead lead() override;
+    std::chrono::nanoseconds beginDue(
+        std::chrono::steady_clock::time_point due,
+        std::chrono::steady_clock::time_point arrived) override;
+    void endDue() override;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -79,9 +101,22 @@ private:
     /// Counts a reset. Returns false if there are too many.
     bool countReset();
     void report(std::string text);
+    /// Notes the pitch of a source, and changes the event to the one that holds it in phase.
+    void holdPitchOf(Orvel::SourceParamEvent& event);
+    /// An event that starts sounds has come late: they join where they should be by now.
+    void joinLate(const Orvel::CommandEvent& event);
+    /// The back ends that start sounds at given frames of a device.
+    [[nodiscard]] std::vector<Orvel::VoicesBackend*> exactBackends() const;
 
     Session session_;
-    Observer* tap_ = nullptr; // not owned
+    Observer* tap_ = nullptr;       // not owned
+    RenderTo renderTo_;             // empty if the output has a thread of its own
+    double behind_ = 0.0;           // the lateness of the events being applied, in seconds
+    std::map<int, double> offsets_; // of emitters that join late, to be restored
+    float gain_ = 1.0F;
+    PitchHold pitchHold_;
+    std::map<int, float> pitches_; // of sources, as their driver set them
+    Clock::time_point pitchAgain_;
     bool keepPlayer_ = false;
     Corvid::Communicator* driver_ = nullptr; // null if no one drives
     std::uint64_t driverInstance_ = 0;

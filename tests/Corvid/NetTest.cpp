@@ -227,6 +227,40 @@ TEST_F(Net, IgnoresDatagramsThatItHasNotAskedFor) {
     ::close(descriptor);
 }
 
+TEST_F(Net, MeasuresAClockByDatagramsThatKnowTheNonceElseOverTheConnection) {
+    connect();
+    const auto now = [] { return std::chrono::steady_clock::now().time_since_epoch() / 1ns; };
+    std::int64_t answered = 0;
+    client_->onFrame = [&](Communicator* peer, auto) {
+        answered = now();
+        sendNumber(*peer, client_->numbers.back());
+    };
+    server_->onFrame = [&](Communicator* peer, auto) {
+        peer->takeClockAnswer(server_->numbers.back(), answered, answered);
+    };
+    const Communicator::ClockOffer offer = client_->newest->clockOffer();
+    ASSERT_NE(offer.port, 0);
+    const struct {
+        Communicator::ClockOffer offer;
+        bool byConnection;
+    } rows[] = {{{offer.nonce + 2, offer.port}, true}, {offer, false}, {{offer.nonce, 0}, true}};
+    for (const auto& row : rows) {
+        server_->measureClock(*server_->newest, row.offer, [&](std::uint32_t number) {
+            sendNumber(*server_->newest, number);
+        });
+        EXPECT_TRUE(until(
+            [&] {
+                const Corvid::PeerClock clock = server_->newest->clock();
+                return clock.samples > 5 && clock.byConnection == row.byConnection;
+            },
+            *server_, *client_));
+        const Corvid::PeerClock clock = server_->newest->clock();
+        EXPECT_LE(std::abs(static_cast<double>(clock.offset)) * 1e-9, clock.error)
+            << "both are this machine's";
+    }
+    EXPECT_GT(client_->counters().datagramsIgnored, 0U) << "those with the wrong nonce";
+}
+
 TEST_F(Net, KeepsPlacesAndDescriptorsForOthers) {
     const auto server = newServer(0, false);
     server->setMaxPerAddress(2);

@@ -152,6 +152,52 @@ TEST_F(ClientBackends, TellANewServerTheSceneInOrderAndThenEachChange) {
          "26 3", "38 -25536", "36 -25536", "24 3", "33 -25536 0", "31 -25536", "21 4464"});
 }
 
+TEST_F(ClientBackends, HaveServersThatKeepTimesApplyChangesTogetherAndOthersOnArrival) {
+    using Clock = std::chrono::steady_clock;
+    TidyWorld world;
+    Source* source = world.createSource(1);
+    Emitter* emitter = world.createEmitter({}, 2);
+    emitter->setSource(source);
+    emitter->setState(WorldPart::PLAY);
+    ClientBackend& client = addClient(world, "deferred=yes latency=50");
+    TestServer timed;
+    TestServer late;
+    TestServer plain;
+    timed.setTimed();
+    late.setTimed();
+    const auto has = [](TestServer& server, const std::string& event) {
+        return std::ranges::count(server.events, event) > 0;
+    };
+    ASSERT_TRUE(
+        serve(world, {&timed, &plain}, [&] { return has(timed, "17 0") && has(plain, "36 2"); }));
+    EXPECT_FALSE(has(plain, "17 0"));
+    EXPECT_EQ(
+        std::ranges::count_if(
+            plain.events,
+            [](const auto& event) { return event.starts_with("14 ") || event.starts_with("39 "); }),
+        0);
+
+    Clock::time_point applied;
+    timed.onEvent = [&](auto&) { applied = Clock::now(); };
+    timed.events.clear();
+    plain.events.clear();
+    const auto changed = Clock::now();
+    emitter->setHull(4, 3, 2, 1);
+    ASSERT_TRUE(serve(world, {&timed, &plain}, [&] { return has(plain, "35 2 4 3 2 1"); }));
+    ASSERT_TRUE(serve(world, {&timed, &plain}, [&] { return has(timed, "35 2 4 3 2 1"); }));
+    EXPECT_GE(applied, changed + client.latency() - std::chrono::milliseconds(1));
+
+    ASSERT_TRUE(serve(world, {&timed, &late}, [&] { return has(late, "17 0"); }));
+    const auto position = std::ranges::find_if(
+        late.events, [](const auto& event) { return event.starts_with("39 2 "); });
+    ASSERT_NE(position, late.events.end()) << "where the sound is";
+    EXPECT_GE(std::stod(position->substr(5)), 50e6);
+    EXPECT_EQ(*std::next(position), "36 2") << "and from there it plays";
+    ASSERT_TRUE(serve(world, {&timed, &late}, [&] {
+        return client.multiClient().counters().connections.at(0).timing.clock.known;
+    })) << "servers report how they keep the times";
+}
+
 TEST_F(ClientBackends, KeepAllWorldsEqualThroughThousandsOfChanges) {
     TidyWorld world;
     TestServer server;

@@ -97,7 +97,7 @@ TEST(Server, ApplyEachCommandOrRefuseIt) {
         rows.push_back({command, 99}); // unknown part
     }
     rows.insert(rows.end(), {{20, 5, 207}, {32, 10, 201}, {22, 10, 206}, {34, 1, 201}});
-    for (const int command : {-1, 0, 9, 14, 19, 23, 27, 29, 39, 32767}) {
+    for (const int command : {-1, 0, 9, 18, 19, 23, 27, 29, 43, 32767}) {
         rows.push_back({command, 1, 208}); // unknown command
     }
     for (const Row& row : rows) {

@@ -1,4 +1,4 @@
-"""Two hosts joined by a link that delays, loses and silences packets.
+"""Hosts joined by a link that delays, loses and silences packets.
 
 The hosts are network namespaces, the link's ends TUN devices whose packets a thread of this process
 relays; so it needs root, /dev/net/tun and the program ip, but no module of the kernel.
@@ -23,16 +23,19 @@ class LossyLink:
     seconds, with which packets overtake each other; the fraction `loss` is lost. With a `rate`, in
     bytes a second, at most 32 KiB wait for it, each way. All may be changed at any time."""
 
-    def __init__(self):
-        self.hosts = [f"orvel{os.getpid()}{end}" for end in "ab"]  # and the names of the ends
-        self.addresses = ["10.77.90.1", "10.77.90.2"]
+    def __init__(self, hosts=2):
+        # And the names of the ends.
+        self.hosts = [f"orvel{os.getpid()}{'abcdefgh'[i]}" for i in range(hosts)]
+        self.addresses = [f"10.77.90.{i + 1}" for i in range(hosts)]
+        self.cut = set()  # hosts whose packets are lost
         self.delay, self.jitter, self.loss, self.rate, self.silent = 0.0, 0.0, 0.0, None, False
         self._tuns, self._closing = [], False
         self._thread = threading.Thread(target=self._relay)
 
-    def command(self, host):
-        """The prefix of a command that runs on host 0 or 1."""
-        return ("ip", "netns", "exec", self.hosts[host])
+    def command(self, host, clock=0):
+        """The prefix of a command that runs on a host, with its clock ahead by so many seconds."""
+        ahead = ("unshare", "--time", "--monotonic", str(clock)) if clock else ()
+        return ("ip", "netns", "exec", self.hosts[host], *ahead)
 
     def __enter__(self):
         """Raises OSError or subprocess.CalledProcessError where such a link cannot be made."""
@@ -78,7 +81,11 @@ class LossyLink:
                 free[tun] = leaves
                 due = leaves + self.delay + random.uniform(0, self.jitter)
                 number += 1
-                other = self._tuns[tun == self._tuns[0]]
-                heapq.heappush(waiting, (due, number, other, packet))
+                source = self._tuns.index(tun)
+                to = packet[19] - 1 if packet[16:19] == bytes([10, 77, 90]) else None
+                for host, other in enumerate(self._tuns):
+                    if host != source and to in (None, host) and not {host, source} & self.cut:
+                        heapq.heappush(waiting, (due, number, other, packet))
+                        number += 1
             while waiting and waiting[0][0] <= time.monotonic():
                 os.write(*heapq.heappop(waiting)[2:])

@@ -164,6 +164,9 @@ Connection::Status Connection::read() {
         end(got.error ? got.error.message() : "the peer closed the connection");
         return Status::Failed;
     }
+    if (stampsArrivals_) {
+        lastArrival_.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
+    }
     input_.commit(got.bytes);
     bytesRead_ += got.bytes;
     if (seal_ != nullptr) { // the socket does not report bytes that are in the seal
@@ -323,6 +326,41 @@ bool Connection::sendFrame(const std::byte* frame, std::size_t size) {
     return taken;
 }
 
+void Connection::setClockOffer(const Communicator::ClockOffer& offer) {
+    clockOffer_ = offer;
+    stampsArrivals_ = true;
+}
+
+void Connection::setProbe(std::unique_ptr<ClockProbe> probe) {
+    probe_ = std::move(probe);
+    stampsArrivals_ = true;
+}
+
+void Connection::takeClockAnswer(std::uint32_t number, std::int64_t received, std::int64_t sent) {
+    if (probe_ != nullptr && probe_->answer(number, received, sent, lastArrival(), true)) {
+        publishClock();
+    }
+}
+
+void Connection::publishClock() {
+    const Vessa::Lock lock(mutex_);
+    clock_ = probe_->estimate();
+}
+
+PeerClock Connection::clock() const {
+    const Vessa::Lock lock(mutex_);
+    return clock_;
+}
+
+void Connection::setTiming(const Communicator::Timing& timing) {
+    const Vessa::Lock lock(mutex_);
+    timing_ = timing;
+}
+
+std::chrono::steady_clock::time_point Connection::lastArrival() const {
+    return lastArrival_.load(std::memory_order_relaxed);
+}
+
 void Connection::report(const std::string& text) const {
     context_->report(MultiCommunicator::Severity::Warning, "for " + peerName_ + ": " + text);
 }
@@ -341,7 +379,9 @@ Communicator::Counters Connection::counters() const {
     counters.eventsLeftOut = out.framesLeftOut;
     counters.connectedSince = since_;
     counters.lost = ended_;
-    counters.lossReason = endReason();
+    const Vessa::Lock lock(mutex_);
+    counters.lossReason = endReason_;
+    counters.timing = timing_;
     return counters;
 }
 

@@ -3,6 +3,7 @@
 #include <Corvid/Communicator.h>
 #include <Corvid/Loop.h>
 #include <Corvid/Socket.h>
+#include <Corvid/detail/net/ClockProbe.h>
 #include <Corvid/detail/net/ConnectionContext.h>
 #include <Corvid/detail/net/InputBuffer.h>
 #include <Corvid/detail/net/OutgoingStream.h>
@@ -149,6 +150,21 @@ public:
     /// number of bytes that the peer has not acknowledged.
     std::size_t finish(bool sent);
 
+    /// The client's side of measuring its clock. Set before the connection is visible to others.
+    void setClockOffer(const Communicator::ClockOffer& offer);
+    [[nodiscard]] const Communicator::ClockOffer& clockOffer() const { return clockOffer_; }
+    /// The server's side: asks the questions; null if the clock is not measured.
+    [[nodiscard]] ClockProbe* probe() const { return probe_.get(); }
+    void setProbe(std::unique_ptr<ClockProbe> probe);
+    void takeClockAnswer(std::uint32_t number, std::int64_t received, std::int64_t sent);
+    /// Makes the probe's estimate visible.
+    void publishClock() ORVEL_EXCLUDES(mutex_);
+    /// Synchronised.
+    [[nodiscard]] PeerClock clock() const ORVEL_EXCLUDES(mutex_);
+    void setTiming(const Communicator::Timing& timing) ORVEL_EXCLUDES(mutex_);
+    /// Synchronised.
+    [[nodiscard]] std::chrono::steady_clock::time_point lastArrival() const;
+
     /// Watches nothing once the connection is lost.
     Loop::Watch watch;
     /// The host's handle; null before addCommunicator() and after the removal. Belongs to the
@@ -189,9 +205,15 @@ private:
     std::uint64_t turnEndFrames_ = 0;
     std::uint64_t turnEndBytes_ = 0;
     State state_ = State::Greeting; // belongs to HandOver
+    Communicator::ClockOffer clockOffer_;
+    std::unique_ptr<ClockProbe> probe_;
+    bool stampsArrivals_ = false;
+    std::atomic<std::chrono::steady_clock::time_point> lastArrival_ = begin_;
     std::atomic<bool> ended_ = false;
     mutable Vessa::Mutex mutex_;
     std::string endReason_ ORVEL_GUARDED_BY(mutex_);
+    PeerClock clock_ ORVEL_GUARDED_BY(mutex_);
+    Communicator::Timing timing_ ORVEL_GUARDED_BY(mutex_);
 };
 
 } // namespace Corvid::detail

@@ -23,6 +23,7 @@ constexpr std::size_t kMaxClosed = 1024;
 constexpr std::size_t kMaxEndpoints = 8; // of one server
 constexpr std::size_t kMaxAttempts = 64;
 constexpr int kIntervalsRemembered = 3;
+constexpr int kMaxClockAnswers = 200; // to one server in a second
 
 std::string targetOf(std::uint64_t instance) {
     return "#" + std::to_string(instance); // no host name starts so
@@ -47,7 +48,10 @@ std::chrono::steady_clock::duration seconds(double value) {
 Connector::Connector(Hub& hub, const Multicast& multicast)
     : hub_(hub), discovery_(hub.loop(), multicast, [this](const Discovery::Arrival& arrival) {
           heard(arrival);
-      }) {}
+      }) {
+    discovery_.setClockHandler(
+        [this](const Discovery::ClockArrival& arrival) { answerClock(arrival); });
+}
 
 void Connector::setKeys(const std::shared_ptr<Keyring>& ring) {
     discovery_.setKeys(ring, [](const InetAddress& /*sender*/) {}); // another show's, or none
@@ -417,6 +421,7 @@ bool Connector::accept(Connection& connection) {
         return false;
     }
     connected_[instance] = &connection;
+    offerClock(connection);
     publish();
     return true;
 }
@@ -425,6 +430,7 @@ void Connector::lost(Connection& connection) {
     const auto entry = connected_.find(connection.peer().instance);
     if (entry != connected_.end() && entry->second == &connection) {
         connected_.erase(entry);
+        askers_.erase(connection.clockOffer().nonce);
     } else { // it was never accepted; the next search tries again
         const auto named = named_.find(connection.target());
         if (named != named_.end()) {
@@ -435,6 +441,45 @@ void Connector::lost(Connection& connection) {
         }
     }
     publish();
+}
+
+// Clocks
+
+void Connector::offerClock(Connection& connection) {
+    std::random_device device;
+    Communicator::ClockOffer offer;
+    offer.nonce = (std::uint64_t{device()} << 32U | device()) | 1U;
+    if (const auto* link = discovery_.linkAt(connection.socket().own().address)) {
+        offer.port = link->own.own().port;
+    }
+    askers_[offer.nonce] = {connection.peerAddress(), Clock::now(), 0};
+    connection.setClockOffer(offer);
+}
+
+void Connector::answerClock(const Discovery::ClockArrival& arrival) {
+    const auto asker = std::ranges::find_if(askers_, [&](const auto& entry) {
+        return entry.second.address == arrival.sender.address &&
+               arrival.datagram.kind == ClockDatagram::Kind::Question &&
+               ClockDatagram::isFrom(arrival.bytes, entry.first);
+    });
+    if (asker == askers_.end()) {
+        discovery_.countIgnored();
+        return;
+    }
+    if (arrival.when >= asker->second.period + 1s) {
+        asker->second.period = arrival.when;
+        asker->second.answers = 0;
+    }
+    if (++asker->second.answers > kMaxClockAnswers) {
+        discovery_.countIgnored();
+        return;
+    }
+    ClockDatagram answer = arrival.datagram;
+    answer.version = hub_.greeting().version;
+    answer.kind = ClockDatagram::Kind::Answer;
+    answer.received = ClockProbe::nanoseconds(arrival.when);
+    answer.sent = ClockProbe::nanoseconds(Clock::now());
+    Discovery::send(arrival.link, answer.encode(asker->first), arrival.sender);
 }
 
 void Connector::stop() {

@@ -71,6 +71,12 @@ private:
         std::string lastError;
         std::shared_ptr<LookUp> lookUp;
     };
+    /// A server that may ask for the clock.
+    struct Asker {
+        InetAddress address;
+        Clock::time_point period; ///< begin of the second that `answers` counts
+        int answers = 0;
+    };
     /// A socket that is connecting.
     struct Attempt {
         Socket socket;
@@ -94,6 +100,8 @@ private:
     void failed(const std::string& target, const std::string& reason);
     void takeWanted();
     void publish() ORVEL_EXCLUDES(mutex_);
+    void offerClock(Connection& connection);
+    void answerClock(const Discovery::ClockArrival& arrival);
 
     Hub& hub_;
     Discovery discovery_;
@@ -101,6 +109,7 @@ private:
     std::map<std::uint64_t, Found> found_;
     std::map<std::string, Named> named_;    // by "host:port"
     std::list<Attempt> attempts_;           // oldest first
+    std::map<std::uint64_t, Asker> askers_; // by the nonce of their connection
     std::set<std::uint64_t> otherVersions_; // reported already
     std::set<std::uint64_t> closed_;        // instances that refuse this machine's address
     std::uint32_t nonce_ = 0;

@@ -200,6 +200,7 @@ void Discovery::openLink(Link& link) {
         bind(link.own, {link.address, 0}) && set(link.own, IP_MULTICAST_IF, membership) &&
         set(link.own, IP_MULTICAST_LOOP, 1); // for other programs of this machine
     if (good) {
+        link.own.stampArrivals();
         setTtl(link, settings_.ttl);
     } else {
         link.error = error.message();
@@ -231,13 +232,23 @@ Loop::Watch Discovery::listen(const std::shared_ptr<Link>& link, Socket& socket)
 void Discovery::receive(Link& link, Socket& socket) {
     constexpr int kMaxInARow = 64; // in a flood, before the connections are served
     for (int i = 0; i < kMaxInARow && socket; ++i) {
-        std::array<std::byte, DatagramSeal::kDatagramSize + 1> bytes; // one more detects longer
+        // One byte more detects longer ones.
+        std::array<std::byte, std::max(DatagramSeal::kDatagramSize, ClockDatagram::kSize) + 1>
+            bytes;
         Socket::Endpoint sender;
-        const Socket::Transfer got = socket.receive(bytes, &sender);
+        Loop::Clock::time_point when;
+        const Socket::Transfer got = socket.receive(bytes, sender, when);
         if (got.blocked()) {
             return;
         }
         if (got.error) { // such as a closed port of a peer; the next one may be fine
+            continue;
+        }
+        const auto clock = ClockDatagram::decode(std::span(bytes).first(got.bytes));
+        if (clock && sender.address.isValid() && clockHandler_ && &socket == &link.own) {
+            ClockDatagram::Bytes whole;
+            std::copy_n(bytes.begin(), whole.size(), whole.begin());
+            clockHandler_({*clock, whole, sender, when, link});
             continue;
         }
         const bool isSealed = got.bytes == DatagramSeal::kDatagramSize;
@@ -328,6 +339,18 @@ void Discovery::sendSealed(
     } else {
         link.own.send(DatagramSeal::seal(datagram, *key, nonce, link.own.own()), receiver);
     }
+}
+
+Discovery::Link* Discovery::linkAt(const InetAddress& own) const {
+    const auto found = std::find_if(links_.begin(), links_.end(), [&own](const auto& link) {
+        return link->address == own && link->error.empty();
+    });
+    return found == links_.end() ? nullptr : found->get();
+}
+
+void Discovery::send(
+    Link& link, const ClockDatagram::Bytes& datagram, const Socket::Endpoint& receiver) {
+    link.own.send(datagram, receiver); // if it is lost, so is one of many measurements
 }
 
 void Discovery::stop() {

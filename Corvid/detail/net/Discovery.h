@@ -62,6 +62,16 @@ public:
     /// it has none.
     using KeyFault = std::function<void(const InetAddress& sender)>;
     using Handler = std::function<void(const Arrival&)>;
+    /// A datagram about a clock, which came to an interface's own address, with its time of
+    /// arrival.
+    struct ClockArrival {
+        ClockDatagram datagram;
+        ClockDatagram::Bytes bytes; ///< with its code, to be checked
+        Socket::Endpoint sender;
+        Loop::Clock::time_point when;
+        Link& link;
+    };
+    using ClockHandler = std::function<void(const ClockArrival&)>;
 
     Discovery(std::shared_ptr<Loop> loop, const Multicast& multicast, Handler handler);
 
@@ -80,6 +90,13 @@ public:
     void send(const DiscoveryDatagram& datagram);
     /// Answers a query from the interface's own address.
     static void answer(const Arrival& query, const DiscoveryDatagram& datagram);
+    /// Those that no handler takes are ignored.
+    void setClockHandler(ClockHandler handler) { clockHandler_ = std::move(handler); }
+    /// The interface with this address, if it can be used; otherwise null.
+    [[nodiscard]] Link* linkAt(const InetAddress& own) const;
+    /// Sends from an interface's own address.
+    static void
+    send(Link& link, const ClockDatagram::Bytes& datagram, const Socket::Endpoint& receiver);
     /// Closes all sockets.
     void stop();
 
@@ -107,6 +124,7 @@ private:
     const std::shared_ptr<Loop> loop_;
     const Multicast& multicast_;
     Handler handler_;
+    ClockHandler clockHandler_;
     Multicast::Settings settings_;
     std::uint64_t revision_ = 0;
     std::vector<std::shared_ptr<Link>> links_;

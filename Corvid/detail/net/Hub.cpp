@@ -173,6 +173,15 @@ bool Hub::sendFrame(const std::byte* frame, std::size_t size) {
     return taken;
 }
 
+void Hub::sendFrameTo(std::uint16_t wanted, const std::byte* frame, std::size_t size) {
+    const Vessa::Lock lock(mutex_);
+    for (const Pointer& connection : registered_) {
+        if ((connection->peer().features & wanted) != 0) {
+            connection->sendFrame(frame, size);
+        }
+    }
+}
+
 void Hub::endBatch() {
     const std::size_t size = context_->stream.endBatch();
     if (size == 0) {

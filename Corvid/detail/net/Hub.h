@@ -72,6 +72,8 @@ public:
         }
         return taken;
     }
+    void sendFrameTo(std::uint16_t features, const std::byte* frame, std::size_t size)
+        ORVEL_EXCLUDES(mutex_);
     void endBatch();
     bool add(Communicator* communicator) ORVEL_EXCLUDES(mutex_);
     bool remove(Communicator* communicator) ORVEL_EXCLUDES(mutex_);

@@ -35,7 +35,10 @@ void reserveDescriptors() {
 Listener::Listener(Hub& hub, const Multicast& multicast)
     : hub_(hub), multicast_(multicast),
       discovery_(
-          hub.loop(), multicast, [this](const Discovery::Arrival& arrival) { answer(arrival); }) {}
+          hub.loop(), multicast, [this](const Discovery::Arrival& arrival) { answer(arrival); }) {
+    discovery_.setClockHandler(
+        [this](const Discovery::ClockArrival& arrival) { takeClock(arrival); });
+}
 
 std::string Listener::listen(const std::string& host, std::uint16_t port, bool announce) {
     Socket::Endpoint endpoint{InetAddress(), port};
@@ -147,7 +150,7 @@ Listener::Clock::time_point Listener::serve(Clock::time_point now) {
     if (announce_ && (discovery_.isOutdated() || now >= refreshAgain_)) {
         refresh(now);
     }
-    return std::min(acceptAgain_, refreshAgain_);
+    return std::min({acceptAgain_, refreshAgain_, askForClocks(now)});
 }
 
 void Listener::refresh(Clock::time_point now) {
@@ -188,6 +191,62 @@ void Listener::answer(const Discovery::Arrival& query) {
     }
     // Clients with another version are answered too, so that they can report the mismatch.
     Discovery::answer(query, datagram(DiscoveryDatagram::Kind::Answer, query.datagram.nonce));
+}
+
+void Listener::measure(
+    const std::shared_ptr<Connection>& client, const Communicator::ClockOffer& offer,
+    std::function<void(std::uint32_t number)> ask) {
+    if (client->probe() == nullptr) {
+        measured_.push_back(client);
+    }
+    client->setProbe(std::make_unique<ClockProbe>(offer.nonce, offer.port, std::move(ask)));
+    hub_.context()->nudge();
+}
+
+/// Asks the clients whose turn it is. Returns when the next is due.
+Listener::Clock::time_point Listener::askForClocks(Clock::time_point now) {
+    auto next = Clock::time_point::max();
+    std::erase_if(measured_, [&](const std::weak_ptr<Connection>& held) {
+        const auto client = held.lock();
+        if (client == nullptr || client->isEnded()) {
+            return true;
+        }
+        ClockProbe& probe = *client->probe();
+        if (now >= probe.next()) {
+            Discovery::Link* link =
+                probe.byDatagram() ? discovery_.linkAt(client->socket().own().address) : nullptr;
+            const std::uint32_t number = probe.begin(link != nullptr);
+            if (link == nullptr) {
+                probe.askOverConnection(number);
+            } else {
+                const ClockDatagram question{
+                    hub_.greeting().version, ClockDatagram::Kind::Question, number, 0, 0};
+                Discovery::send(
+                    *link, question.encode(probe.nonce()), {client->peerAddress(), probe.port()});
+            }
+        }
+        next = std::min(next, probe.next());
+        return false;
+    });
+    return next;
+}
+
+void Listener::takeClock(const Discovery::ClockArrival& arrival) {
+    for (const std::weak_ptr<Connection>& held : measured_) {
+        const auto client = held.lock();
+        if (client == nullptr || client->peerAddress() != arrival.sender.address ||
+            arrival.datagram.kind != ClockDatagram::Kind::Answer ||
+            !ClockDatagram::isFrom(arrival.bytes, client->probe()->nonce())) {
+            continue;
+        }
+        const ClockDatagram& answer = arrival.datagram;
+        if (client->probe()->answer(
+                answer.number, answer.received, answer.sent, arrival.when, false)) {
+            client->publishClock();
+        }
+        return;
+    }
+    discovery_.countIgnored();
 }
 
 void Listener::stop() {

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -32,6 +33,10 @@ public:
     /// Call it before the loop first runs.
     void setAdmission(MultiServer::Admission admission) { admission_ = std::move(admission); }
     void setKeys(const std::shared_ptr<Keyring>& ring) override;
+    /// See MultiServer::measureClock().
+    void measure(
+        const std::shared_ptr<Connection>& client, const Communicator::ClockOffer& offer,
+        std::function<void(std::uint32_t number)> ask);
     /// Synchronised.
     [[nodiscard]] std::vector<Multicast::UsedInterface> interfaces() const ORVEL_EXCLUDES(mutex_);
 
@@ -47,6 +52,8 @@ private:
     bool admit(Socket& socket, const Multicast::Settings& settings);
     void refresh(Clock::time_point now) ORVEL_EXCLUDES(mutex_);
     void answer(const Discovery::Arrival& query);
+    Clock::time_point askForClocks(Clock::time_point now);
+    void takeClock(const Discovery::ClockArrival& arrival);
     [[nodiscard]] DiscoveryDatagram
     datagram(DiscoveryDatagram::Kind kind, std::uint32_t nonce) const;
 
@@ -57,7 +64,8 @@ private:
     Clock::time_point acceptAgain_ = Clock::time_point::max(); // while nothing can be accepted
     Clock::time_point refreshAgain_ = Clock::time_point::max();
     Discovery discovery_;
-    MultiServer::Admission admission_; // empty: all
+    MultiServer::Admission admission_;                // empty: all
+    std::vector<std::weak_ptr<Connection>> measured_; // clients with a probe
     std::atomic<std::uint16_t> port_ = 0;
     const Clock::time_point begin_ = Clock::now();
     bool announce_ = false;

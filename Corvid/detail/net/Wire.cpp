@@ -5,6 +5,10 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <new>
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
 #include <string_view>
 
 namespace Corvid::detail {
@@ -15,6 +19,7 @@ namespace {
 
 constexpr std::string_view kGreetingMagic = "ORVELNET";
 constexpr std::string_view kDiscoveryMagic = "ORVELFND";
+constexpr std::string_view kClockMagic = "ORVELCLK";
 
 class Writer {
 public:
@@ -51,6 +56,22 @@ private:
 
 bool beginsWith(std::span<const std::byte> bytes, std::string_view magic) {
     return std::memcmp(bytes.data(), magic.data(), std::min(bytes.size(), magic.size())) == 0;
+}
+
+constexpr std::size_t kClockContent = ClockDatagram::kSize - sizeof(std::uint64_t);
+
+std::uint64_t clockCode(const ClockDatagram::Bytes& bytes, std::uint64_t nonce) {
+    std::array<unsigned char, 32> code{};
+    unsigned size = 0;
+    if (::HMAC(
+            ::EVP_sha256(), &nonce, sizeof nonce,
+            reinterpret_cast<const unsigned char*>(bytes.data()), kClockContent, code.data(),
+            &size) == nullptr) {
+        throw std::bad_alloc();
+    }
+    std::uint64_t first = 0;
+    std::memcpy(&first, code.data(), sizeof first);
+    return first;
 }
 
 } // namespace
@@ -110,6 +131,38 @@ std::optional<DiscoveryDatagram> DiscoveryDatagram::decode(std::span<const std::
     const bool known = kind >= static_cast<std::uint16_t>(Kind::Query) &&
                        kind <= static_cast<std::uint16_t>(Kind::Announce);
     if (!known || (datagram.kind != Kind::Query && datagram.port == 0)) {
+        return std::nullopt;
+    }
+    return datagram;
+}
+
+ClockDatagram::Bytes ClockDatagram::encode(std::uint64_t nonce) const {
+    Bytes bytes;
+    Writer(bytes).magic(kClockMagic).put(version).put(kind).put(number).put(received).put(sent);
+    const std::uint64_t code = clockCode(bytes, nonce);
+    std::memcpy(bytes.data() + kClockContent, &code, sizeof code);
+    return bytes;
+}
+
+bool ClockDatagram::isFrom(const Bytes& bytes, std::uint64_t nonce) {
+    const std::uint64_t code = clockCode(bytes, nonce);
+    return ::CRYPTO_memcmp(bytes.data() + kClockContent, &code, sizeof code) == 0;
+}
+
+std::optional<ClockDatagram> ClockDatagram::decode(std::span<const std::byte> bytes) {
+    if (bytes.size() != kSize || !beginsWith(bytes, kClockMagic)) {
+        return std::nullopt;
+    }
+    ClockDatagram datagram;
+    std::uint16_t kind = 0;
+    Reader(bytes.subspan(kClockMagic.size()))
+        .get(datagram.version)
+        .get(kind)
+        .get(datagram.number)
+        .get(datagram.received)
+        .get(datagram.sent);
+    datagram.kind = static_cast<Kind>(kind);
+    if (datagram.kind != Kind::Question && datagram.kind != Kind::Answer) {
         return std::nullopt;
     }
     return datagram;

@@ -55,6 +55,30 @@ struct DiscoveryDatagram {
     [[nodiscard]] static std::optional<DiscoveryDatagram> decode(std::span<const std::byte> bytes);
 };
 
+/// A datagram that measures a client's clock: 40 bytes, little-endian. "ORVELCLK", protocol version
+/// (16 bits), kind (16 bits), number (32 bits), received and sent (64 bits each), code (64 bits):
+/// the first bytes of the HMAC-SHA256 of those before, keyed with the connection's nonce.
+struct ClockDatagram {
+    static constexpr std::size_t kSize = 40;
+    enum class Kind : std::uint16_t {
+        Question = 1, ///< from a server to a client that offers its clock; both times are 0
+        Answer = 2    ///< the client's, with the number of the question
+    };
+
+    std::uint16_t version = 0;
+    Kind kind = Kind::Question;
+    std::uint32_t number = 0;
+    std::int64_t received = 0; ///< when the question was received, by the client's clock
+    std::int64_t sent = 0;     ///< when the answer was sent, by the client's clock
+
+    using Bytes = std::array<std::byte, kSize>;
+    [[nodiscard]] Bytes encode(std::uint64_t nonce) const;
+    /// Returns nothing if it is not such a datagram. Accepts any version and code.
+    [[nodiscard]] static std::optional<ClockDatagram> decode(std::span<const std::byte> bytes);
+    /// Whether its sender knows the nonce.
+    [[nodiscard]] static bool isFrom(const Bytes& bytes, std::uint64_t nonce);
+};
+
 /// The length, event type and tag at the start of each frame.
 constexpr std::size_t kFrameHeaderBytes = 8;
 

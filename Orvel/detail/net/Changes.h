@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Corvid/FrameRole.h>
+#include <Orvel/ClockEvent.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/CreateEmitterEvent.h>
 #include <Orvel/DriverEvent.h>
@@ -8,10 +9,13 @@
 #include <Orvel/EmitterConnectionEvent.h>
 #include <Orvel/EmitterHullEvent.h>
 #include <Orvel/EmitterParamEvent.h>
+#include <Orvel/PositionEvent.h>
 #include <Orvel/Source.h>
 #include <Orvel/SourceDataEvent.h>
 #include <Orvel/SourceDurationEvent.h>
 #include <Orvel/SourceParamEvent.h>
+#include <Orvel/TimeEvent.h>
+#include <Orvel/TimingEvent.h>
 #include <Orvel/TransformEvent.h>
 #include <Orvel/World.h>
 
@@ -32,7 +36,11 @@
     EVENT(SourceParamEvent, 206)                                                                   \
     EVENT(SourceDurationEvent, 208)                                                                \
     EVENT(TransformEvent, 201)                                                                     \
-    EVENT(DriverEvent, 209)
+    EVENT(DriverEvent, 209)                                                                        \
+    EVENT(TimeEvent, 210)                                                                          \
+    EVENT(ClockEvent, 211)                                                                         \
+    EVENT(TimingEvent, 212)                                                                        \
+    EVENT(PositionEvent, 213)
 
 /// How a change is sent from a client to a server: one row per command. The client back end, the
 /// server, the connections that get only the newest values, and the tests of docs/protocol.md all
@@ -109,6 +117,14 @@ inline constexpr std::tuple kChanges{
             world.setListenerTransform(event.position, event.rotation);
         }),
 
+    change<CmdEndReplay, CommandEvent, World>(
+        "resetBackend", kEvent, Replay::No, kNoValues,
+        [](auto& /*event*/, World& world) {
+            for (const auto& [id, emitter] : world.emitters()) {
+                emitter->setStartOffset(0.0);
+            }
+        }),
+
     change<CmdCreateSource, SourceDataEvent, Source>(
         "createSource", kEvent, Replay::Yes, kNoValues,
         [](auto& /*event*/, World& /*world*/) { return false; }), // a server has its own sources
@@ -168,7 +184,11 @@ inline constexpr std::tuple kChanges{
     change<CmdPauseEmitter, CommandEvent, Emitter>(
         "setEmitterState", kEvent, Replay::State, kNoValues, kSetState<Emitter, WorldPart::PAUSE>),
     change<CmdStopEmitter, CommandEvent, Emitter>(
-        "setEmitterState", kEvent, Replay::State, kNoValues, kSetState<Emitter, WorldPart::STOP>)};
+        "setEmitterState", kEvent, Replay::State, kNoValues, kSetState<Emitter, WorldPart::STOP>),
+    change<CmdSetEmitterPosition, PositionEvent, Emitter>(
+        "setEmitterState", kEvent, Replay::No, kNoValues, [](auto& event, Emitter& emitter) {
+            emitter.setStartOffset(static_cast<double>(event.position) * 1e-9);
+        })};
 
 /// Calls `visit` with each row, in order.
 template <class Visit>

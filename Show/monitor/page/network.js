@@ -45,14 +45,17 @@ export function fillNetwork(status, oldStatus) {
     scroll.hidden = end.connections.length === 0;
     fill(scroll.firstChild, [['peer', ''], ['id', n], ['since', ''], ['events in', n],
       ['a second', n], ['bytes in', n], ['events out', n], ['a second', n], ['bytes out', n],
-      ['waiting', n]],
+      ['waiting', n], ['clock', n], ['late', n]],
     end.connections.slice(0, kMaxRows).map((connection) => [
       connection.lost ? [`${connection.peer} (lost)`, 'bad'] : connection.peer,
       String(connection.id), clock(connection.since), count(connection.eventsIn),
       rate(connection, 'eventsIn'), bytes(connection.bytesIn), count(connection.eventsOut),
       rate(connection, 'eventsOut'), bytes(connection.bytesOut),
       connection.bytesWaiting > 65536 ? [bytes(connection.bytesWaiting), 'bad']
-        : bytes(connection.bytesWaiting)]));
+        : bytes(connection.bytesWaiting),
+      connection.clockKnown ? `± ${(connection.clockError * 1000).toFixed(3)} ms` : '',
+      connection.batches
+        ? `${count(connection.lateBatches)} of ${count(connection.batches)}` : '']));
     const lines = end.lastDrops.slice(-5).reverse().map((drop) =>
       `${clock(drop.when)} ${drop.peer} is gone: ${drop.reason || 'it closed the connection'}`);
     while (drops.children.length > lines.length) drops.lastChild.remove();

@@ -5,7 +5,10 @@
 #include <Show/detail/OutputFile.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <ctime>
+#include <iomanip>
 #include <iterator>
 #include <sstream>
 
@@ -20,6 +23,19 @@ std::string rounded(double value) {
     std::ostringstream text;
     text.precision(2);
     text << std::fixed << value;
+    return text.str();
+}
+
+/// Date and time with microseconds.
+std::string utc(std::chrono::system_clock::time_point time) {
+    using namespace std::chrono;
+    const auto second = floor<seconds>(time);
+    const std::time_t when = system_clock::to_time_t(second);
+    std::tm parts = {};
+    ::gmtime_r(&when, &parts);
+    std::ostringstream text;
+    text << std::put_time(&parts, "%F %T") << '.' << std::setw(6) << std::setfill('0')
+         << duration_cast<microseconds>(time - second).count() << " UTC";
     return text.str();
 }
 
@@ -70,9 +86,9 @@ bool RenderOption::open(
 
 void RenderOption::begin(
     std::optional<Show::LiveRecording>& recording, Show::FrameSource& frames,
-    Show::LiveRecording::Clock::time_point begin) const {
+    Show::LiveRecording::Clock::time_point begin, double skew) const {
     std::signal(SIGPIPE, SIG_IGN); // a reader that leaves is no reason to end at once
-    recording.emplace(frames, path_, raw_, begin);
+    recording.emplace(frames, path_, raw_, begin, skew);
 }
 
 void RenderOption::look(const Show::LiveRecording& recording) {
@@ -99,7 +115,10 @@ void RenderOption::writeLevels(const Show::LiveRecording& recording) const {
         out << "this machine was too slow at times: " << rounded(recording.worstLag())
             << " s behind at most\n";
     }
-    out << Show::nameOfOutput(path_) << ": " << rounded(recording.seconds()) << " s\n";
+    out << Show::nameOfOutput(path_) << ": " << rounded(recording.seconds()) << " s from "
+        << utc(std::chrono::system_clock::now() -
+               (std::chrono::steady_clock::now() - recording.begin()))
+        << '\n';
 }
 
 void RenderOption::reportEnd(const Show::LiveRecording& recording, bool complete) const {

@@ -32,10 +32,10 @@ public:
         std::optional<Show::FrameSource>& frames, Orvel::World& world, std::size_t emitters,
         const std::vector<BackendOption::Choice>& choices, const std::string& params,
         Diagnostics& diagnostics) const;
-    /// Creates the output. Throws OutputError.
+    /// Creates the output; see LiveRecording. Throws OutputError.
     void begin(
         std::optional<Show::LiveRecording>& recording, Show::FrameSource& frames,
-        Show::LiveRecording::Clock::time_point begin) const;
+        Show::LiveRecording::Clock::time_point begin, double skew = 0.0) const;
 
     /// Reports once that the reader of a stream is too slow; call it from time to time.
     void look(const Show::LiveRecording& recording);

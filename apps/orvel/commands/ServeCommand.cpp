@@ -14,6 +14,7 @@
 #include <Corvid/PolledWebServer.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -90,6 +91,27 @@ void ServeCommand::declareOptions(const std::string& playing) {
     monitor_.declare(app());
     osc_.declare(app());
     wait_.declare(app());
+    app()
+        .add_option(
+            "--delay", delay_,
+            "Play so many milliseconds later than other servers of the same player, to align "
+            "loudspeakers (default: 0)")
+        ->type_name("MS")
+        ->check(CLI::Range(-10000.0, 10000.0));
+    app()
+        .add_option(
+            "--gain", gain_,
+            "Play everything louder by so many decibels, or softer, to align loudspeakers "
+            "(default: 0)")
+        ->type_name("DB")
+        ->check(CLI::Range(-96.0, 24.0));
+    app()
+        .add_option(
+            "--skew", skew_,
+            "With --render: let the recording's clock run faster by so many millionths, as that of "
+            "a sound card may (default: 0)")
+        ->type_name("PPM")
+        ->check(CLI::Range(-1000.0, 1000.0));
     app()
         .add_option(
             "--tcp-port", tcpPort_,
@@ -190,6 +212,8 @@ int ServeCommand::run() {
     network_.limit(server.multiServer());
     server.setId(id_.c_str());
     server.setKeepPlayer(keepPlayer_);
+    server.setGain(static_cast<float>(std::pow(10.0, gain_ / 20.0)));
+    server.setTimed(std::chrono::microseconds(std::llround(delay_ * 1000.0)));
     if (!allowed_.empty()) {
         std::vector<Show::AddressRange> ranges;
         for (const std::string& range : allowed_) {
@@ -253,7 +277,9 @@ int ServeCommand::run() {
     const auto begin = Clock::now();
     std::optional<Show::LiveRecording> recording;
     if (frames) {
-        render_.begin(recording, *frames, begin);
+        render_.begin(recording, *frames, begin, skew_ * 1e-6);
+        server.setRenderTo(
+            [&recording](Clock::time_point due) { return recording->renderTo(due); });
     }
     const bool room = serve(
         server, recording ? &*recording : nullptr, capture ? &*capture : nullptr, osc.get(), begin,
@@ -343,16 +369,24 @@ bool ServeCommand::serve(
     while (room && now < limit && !StopSignals::came() &&
            !(onlyRecords && capture != nullptr && capture->ended())) {
         auto until = std::min(limit, choresWait ? nextChores : now + kLongestWait);
+        const auto due = server.nextDue();
         if (recording != nullptr) {
             until = std::min(until, recording->next());
+        } else if (due) {
+            until = std::min(until, *due);
         }
         loop->wait(until);
         now = Clock::now();
-        if (recording != nullptr) {
+        if (recording != nullptr && !server.isTimed()) {
             // Renders the past before the new events are applied.
             room = recording->advance(std::min(now, limit));
         }
         server.serve(kLongestServing);
+        if (recording != nullptr && server.isTimed()) {
+            // What is due by now has been applied at its frame.
+            room = recording->advance(std::min(now, limit));
+            server.holdPitch(recording->lead(), recording->seconds());
+        }
         if (osc != nullptr) {
             osc->serve();
         }

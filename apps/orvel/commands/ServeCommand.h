@@ -60,6 +60,9 @@ private:
     WaitOption wait_;
     std::string id_;
     unsigned short tcpPort_ = 0;
+    double delay_ = 0.0;               // in milliseconds
+    double gain_ = 0.0;                // in decibels
+    double skew_ = 0.0;                // in millionths
     std::vector<std::string> allowed_; // empty: any address
     bool keepPlayer_ = false;
 };

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <Orvel/CommandEvent.h>
+
+#include <orvel_export.h>
+
+namespace Orvel {
+
+/// How well a server keeps a client's times: CmdReportTiming, from server to client, once a second.
+/// The fields are those of Corvid::Communicator::Timing; times in nanoseconds.
+class ORVEL_EXPORT TimingEvent : public EventOf<TimingEvent, CommandEvent> {
+public:
+    bool known = false;
+    /// Signed, in two's complement: the client's clock minus the server's.
+    unsigned long offset = 0;
+    float error = 0.0F; ///< in seconds
+    float drift = 0.0F;
+    float driftError = 0.0F;
+    float roundTrip = 0.0F; ///< in seconds
+    float jitter = 0.0F;    ///< in seconds
+    bool byConnection = false;
+    unsigned long batches = 0;
+    unsigned long lateBatches = 0;
+    float worstLateness = 0.0F; ///< in seconds
+    float sceneAge = 0.0F;      ///< in seconds
+
+    static auto fields(auto& event) {
+        return std::tie(
+            event.known, event.offset, event.error, event.drift, event.driftError, event.roundTrip,
+            event.jitter, event.byConnection, event.batches, event.lateBatches, event.worstLateness,
+            event.sceneAge);
+    }
+    static Corvid::EventType _type;
+};
+
+} // namespace Orvel
