@@ -30,7 +30,8 @@ class ORVEL_EXPORT Communicator : public Sender, public Receiver {
 public:
     /// How a server keeps the times of a client that sends them; on both sides.
     struct Timing {
-        PeerClock clock; ///< the client's, as the server measures it
+        PeerClock clock;    ///< the client's, as the server measures it
+        bool ready = false; ///< it is known well enough; changes are held until then
         std::uint64_t batches = 0;
         std::uint64_t lateBatches = 0; ///< came too late, and were applied at once
         double worstLateness = 0.0;    ///< in seconds

@@ -334,6 +334,11 @@ std::chrono::nanoseconds ClientBackend::latency() const noexcept {
     return timing_ == nullptr ? std::chrono::nanoseconds() : timing_->latency;
 }
 
+std::size_t ClientBackend::serversNotReady() const {
+    const Vessa::Lock lock(mutex_);
+    return notReady_.size();
+}
+
 /// Sends the time of the changes that follow.
 void ClientBackend::sendTime() {
     stampDue_ = false;
@@ -390,6 +395,8 @@ bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
         command.address(CmdEndReplay, 0);
         command.send(connection);
         stampDue_ = true; // what follows happens later
+        const Vessa::Lock lock(mutex_);
+        notReady_.insert(connection);
     }
     return true;
 }
@@ -495,6 +502,10 @@ void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
             LostPeer, Fatal, detail::about(Diagnostic::Code::InvalidEvent),
             "ClientBackend: dropping a server because its event failed\n");
     }
+    {
+        const Vessa::Lock lock(mutex_);
+        notReady_.erase(connection);
+    }
     communicator_->removeCommunicator(connection);
     connection->close();
     delete connection;
@@ -524,7 +535,7 @@ bool ClientBackend::takeEvent(Corvid::Communicator* connection) {
 }
 
 void ClientBackend::setDriverHandler(DriverHandler handler) {
-    const Vessa::Lock lock(handlerMutex_);
+    const Vessa::Lock lock(mutex_);
     driverHandler_ = std::move(handler);
 }
 
@@ -532,7 +543,7 @@ void ClientBackend::takeDriver(const DriverEvent& event, Corvid::Communicator& s
     const std::string name = server.counters().peer;
     DriverHandler handler;
     {
-        const Vessa::Lock lock(handlerMutex_);
+        const Vessa::Lock lock(mutex_);
         handler = driverHandler_;
     }
     if (handler) {
@@ -563,6 +574,7 @@ void ClientBackend::answer(const ClockEvent& question, Corvid::Communicator& ser
 
 void ClientBackend::takeTiming(const TimingEvent& event, Corvid::Communicator& server) {
     Corvid::Communicator::Timing timing;
+    timing.ready = event.ready;
     timing.clock.known = event.known;
     timing.clock.offset = static_cast<std::int64_t>(event.offset);
     timing.clock.error = static_cast<double>(event.error);
@@ -576,6 +588,10 @@ void ClientBackend::takeTiming(const TimingEvent& event, Corvid::Communicator& s
     timing.worstLateness = static_cast<double>(event.worstLateness);
     timing.sceneAge = static_cast<double>(event.sceneAge);
     server.setTiming(timing);
+    if (event.ready) {
+        const Vessa::Lock lock(mutex_);
+        notReady_.erase(&server);
+    }
 }
 
 bool ClientBackend::dispatchEvent(CommandEvent* event) {

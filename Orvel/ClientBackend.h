@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <set>
@@ -112,6 +113,9 @@ public:
     bool addCommunicator(Corvid::Communicator* connection);
     /// The latency; 0 if changes are applied on arrival.
     [[nodiscard]] std::chrono::nanoseconds latency() const noexcept;
+    /// The number of connected servers that keep times and do not yet know this machine's clock
+    /// well enough: what begins before they do joins late there. Synchronised.
+    [[nodiscard]] std::size_t serversNotReady() const;
 
     /// Applies an event of a server. Returns false, and logs, if it is not for a client. The caller
     /// keeps the event.
@@ -156,8 +160,9 @@ private:
     std::unique_ptr<Timing> timing_;     // null without a latency
     std::atomic<bool> stampDue_ = false; // no time has been sent since the last update
     std::set<short> destroyedSources_;   // since the last reset; servers may have such sources
-    Vessa::Mutex handlerMutex_;
-    DriverHandler driverHandler_ ORVEL_GUARDED_BY(handlerMutex_);
+    mutable Vessa::Mutex mutex_;
+    DriverHandler driverHandler_ ORVEL_GUARDED_BY(mutex_);
+    std::set<const Corvid::Communicator*> notReady_ ORVEL_GUARDED_BY(mutex_);
 };
 
 } // namespace Orvel

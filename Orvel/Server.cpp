@@ -413,14 +413,18 @@ int Server::applyDue(int most) {
     using Clock = detail::HeldEvents::Clock;
     int count = 0;
     const Lead ahead = timing_->held.empty() ? Lead() : lead();
+    for (auto& [client, held] : timing_->held) {
+        if (held.becomesReady(client->clock(), Clock::now())) {
+            timing_->nextReport = {}; // the client may wait for it
+        }
+    }
     while (count < most) {
         Corvid::Communicator* first = nullptr;
         auto earliest = Clock::time_point::max();
-        for (auto& [client, held] : timing_->held) {
-            const Corvid::PeerClock clock = client->clock();
+        for (const auto& [client, held] : timing_->held) {
             const auto next =
-                held.isReady(clock, Clock::now())
-                    ? held.nextTaken(clock, timing_->delay, {ahead.start, ahead.value})
+                held.isReady()
+                    ? held.nextTaken(client->clock(), timing_->delay, {ahead.start, ahead.value})
                     : std::nullopt;
             if (next && *next < earliest) {
                 earliest = *next;
@@ -497,6 +501,7 @@ void Server::reportTimings() {
         client->setTiming(timing);
         TimingEvent event;
         event.address(CmdReportTiming, 0);
+        event.ready = timing.ready;
         event.known = timing.clock.known;
         event.offset = static_cast<unsigned long>(timing.clock.offset);
         event.error = static_cast<float>(timing.clock.error);

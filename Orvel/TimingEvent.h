@@ -10,6 +10,7 @@ namespace Orvel {
 /// The fields are those of Corvid::Communicator::Timing; times in nanoseconds.
 class ORVEL_EXPORT TimingEvent : public EventOf<TimingEvent, CommandEvent> {
 public:
+    bool ready = false;
     bool known = false;
     /// Signed, in two's complement: the client's clock minus the server's.
     unsigned long offset = 0;
@@ -26,9 +27,9 @@ public:
 
     static auto fields(auto& event) {
         return std::tie(
-            event.known, event.offset, event.error, event.drift, event.driftError, event.roundTrip,
-            event.jitter, event.byConnection, event.batches, event.lateBatches, event.worstLateness,
-            event.sceneAge);
+            event.ready, event.known, event.offset, event.error, event.drift, event.driftError,
+            event.roundTrip, event.jitter, event.byConnection, event.batches, event.lateBatches,
+            event.worstLateness, event.sceneAge);
     }
     static Corvid::EventType _type;
 };

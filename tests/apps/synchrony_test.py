@@ -68,8 +68,8 @@ def figures(values):
 class Synchrony(ToolCase):
     def serve(self, number, name):
         return self.background(
-            name + ".log", "serve", "--open", "--scene", "scene.json", "--render", name + ".wav", "--skew",
-            str(SKEWS[number]), "--id", name, "-v",
+            name + ".log", "serve", "--open", "--scene", "scene.json", "--render", name + ".wav",
+            "--skew", str(SKEWS[number]), "--id", name, "-v",
             prefix=LINK.command(number + 1, CLOCKS[number]))
 
     def stop(self, process):

@@ -65,10 +65,10 @@ bool HeldEvents::hold(std::span<const std::byte> frame) {
     return true;
 }
 
-bool HeldEvents::isReady(const Corvid::PeerClock& clock, Clock::time_point now) {
-    ready_ = ready_ || system_ || now >= offered_ + kTimeToKnow ||
-             (clock.samples >= kEnough && clock.jitter < kWellKnownJitter);
-    return ready_;
+bool HeldEvents::becomesReady(const Corvid::PeerClock& clock, Clock::time_point now) {
+    const bool ready = system_ || now >= offered_ + kTimeToKnow ||
+                       (clock.samples >= kEnough && clock.jitter < kWellKnownJitter);
+    return ready && !std::exchange(ready_, true);
 }
 
 std::optional<HeldEvents::Clock::time_point>
@@ -152,6 +152,7 @@ Corvid::Communicator::Timing
 HeldEvents::timing(const Corvid::PeerClock& clock, Clock::time_point now) const {
     Corvid::Communicator::Timing timing = timing_;
     timing.clock = clock;
+    timing.ready = ready_;
     timing.sceneAge = std::chrono::duration<double>(now - changed_).count();
     return timing;
 }

@@ -47,7 +47,10 @@ public:
     /// When the next frames are to be taken; see nextDue().
     [[nodiscard]] std::optional<Clock::time_point>
     nextTaken(const Corvid::PeerClock& clock, Clock::duration delay, const Lead& lead) const;
-    [[nodiscard]] bool isReady(const Corvid::PeerClock& clock, Clock::time_point now);
+    /// Returns whether isReady() is true from now on.
+    bool becomesReady(const Corvid::PeerClock& clock, Clock::time_point now);
+    /// Whether the client's clock is known well enough.
+    [[nodiscard]] bool isReady() const { return ready_; }
     /// When the batch that is due next arrived.
     [[nodiscard]] Clock::time_point arrived() const { return batches_.front().arrived; }
     /// Whether take() gives the first frame of a batch.

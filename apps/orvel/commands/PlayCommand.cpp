@@ -132,7 +132,8 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
         if (choice.kind == "client") {
             // The tool changes its world on one thread only, so that thread serves the connections
             // too.
-            choice.params = "newestOnly=yes " + choice.params + " deferred=yes followEnabled=yes";
+            choice.params =
+                "newestOnly=yes latency=40 " + choice.params + " deferred=yes followEnabled=yes";
             if (!only_.empty()) {
                 std::string ids;
                 for (const std::string& id : only_) {
@@ -156,9 +157,6 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
         choices.push_back({"voices", ""});
     }
     monitor_.addTo(choices);
-    if (remote && from_ > 0.0) {
-        report("--from: on servers, sounds that are already playing start from their beginning");
-    }
     return true;
 }
 
@@ -270,6 +268,12 @@ bool PlayCommand::play(
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(world, servers_, wait_);
+    if (from_ <= 0.0) {
+        servers.waitUntilReady();
+    } else if (servers.haveNoLatency()) {
+        report("--from: on servers, sounds that are already playing start from their beginning; "
+               "with a latency they would not (client:latency=40)");
+    }
     // Fetching may take long. Until it is over, Ctrl-C ends the process at once.
     if (armed_) {
         playback.arm();

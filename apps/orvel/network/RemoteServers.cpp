@@ -12,6 +12,7 @@
 #include <Orvel/Source.h>
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 namespace OrvelTool {
@@ -21,6 +22,11 @@ namespace {
 constexpr std::chrono::seconds kPatience{2};
 /// Time for the remaining servers to answer when all that have answered have another player.
 constexpr std::chrono::milliseconds kGrace{500};
+/// Before the scene begins: time to find a server, and then for all to measure this machine's
+/// clock, which takes them a second at most.
+constexpr std::chrono::milliseconds kTimeToFind{500};
+constexpr std::chrono::milliseconds kTimeToMeasure{1500};
+constexpr std::chrono::milliseconds kReadyPoll{5};
 
 } // namespace
 
@@ -74,6 +80,42 @@ void RemoteServers::take(
 
 bool RemoteServers::isGivenUp() const {
     return held_ && !wait_ && Clock::now() >= heldSince_ + kGrace;
+}
+
+bool RemoteServers::haveNoLatency() const {
+    return std::ranges::any_of(clients_, [](const Client& client) {
+        return client.backend.latency() == std::chrono::nanoseconds::zero();
+    });
+}
+
+void RemoteServers::waitUntilReady() {
+    if (clients_.empty() || haveNoLatency()) {
+        return;
+    }
+    auto limit = Clock::now() + kTimeToFind;
+    bool found = false;
+    std::size_t missing = 0;
+    do {
+        world_.update();
+        look();
+        if (!found && connected_ > 0) {
+            found = true;
+            limit = Clock::now() + kTimeToMeasure;
+        }
+        missing = 0;
+        for (const Client& client : clients_) {
+            missing += client.backend.serversNotReady();
+        }
+        if (found && missing == 0) {
+            return;
+        }
+        std::this_thread::sleep_for(kReadyPoll);
+    } while (Clock::now() < limit);
+    if (missing > 0) {
+        report(
+            "beginning, although " + std::to_string(missing) + " of " + std::to_string(connected_) +
+            " servers do not know this machine's clock yet; the first sounds may come late there");
+    }
 }
 
 void RemoteServers::look() {

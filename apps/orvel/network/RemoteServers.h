@@ -33,6 +33,10 @@ public:
     RemoteServers& operator=(const RemoteServers&) = delete;
     ~RemoteServers();
 
+    /// Before the scene begins: waits until servers have been found and are ready to begin it with
+    /// the others, but not for long. Updates the world. Without a latency it does not wait.
+    void waitUntilReady();
+
     /// Call it after each update of the world. Reports the servers that have connected or
     /// disconnected since the last call, and once if none is found. A late server receives the
     /// states of all parts and would start sounds that are over on the others, so this stops them
@@ -41,6 +45,9 @@ public:
 
     /// Whether the world has client back ends.
     [[nodiscard]] bool isUsed() const { return !clients_.empty(); }
+    /// Whether servers apply changes as they arrive, and so sounds that play start from their
+    /// beginning on a server that comes late.
+    [[nodiscard]] bool haveNoLatency() const;
     /// Number of connected servers, as of the last look().
     [[nodiscard]] std::size_t connected() const { return connected_; }
     /// Whether the scene must stand still because other players drive all connected servers.
