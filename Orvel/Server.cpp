@@ -353,6 +353,10 @@ bool Server::isTimed() const noexcept {
     return timing_ != nullptr && !timing_->held.empty();
 }
 
+bool Server::isTimed(Corvid::Communicator& client) const {
+    return isTimed() && timing_->held.contains(&client);
+}
+
 std::optional<std::chrono::steady_clock::time_point> Server::nextDue() {
     std::optional<detail::HeldEvents::Clock::time_point> next;
     if (isTimed()) {

@@ -116,6 +116,9 @@ public:
     /// Whether changes of a client are held until their times.
     [[nodiscard]] bool isTimed() const noexcept;
 
+    /// Whether changes of this client are held until their times.
+    [[nodiscard]] bool isTimed(Corvid::Communicator& client) const;
+
     /// Starts the receive thread.
     void run();
     /// Stops the receive thread, if there is one, and waits for it; do not call it on that thread.

@@ -16,8 +16,8 @@ public:
     static constexpr double kMaxJump = 0.005;
 
     /// `outputLead`: by how much the frames of the output, at their nominal rate, are ahead of the
-    /// scene's clock; `frames`: their number in seconds. Both only count as differences. Returns
-    /// whether factor() has changed.
+    /// clock of the scene's driver; `frames`: their number in seconds. Both only count as
+    /// differences. Returns whether factor() has changed.
     bool update(double outputLead, double frames);
     /// The factor on the pitch of all sounds from now on.
     [[nodiscard]] double factor() const { return 1.0 + turn_ * kStep; }

@@ -234,6 +234,22 @@ void Session::forget(const std::string& client) {
     }
 }
 
+void Session::keepOnly(const std::set<int>& emitters, const std::set<int>& sources) {
+    for (auto entry = makers_.begin(); entry != makers_.end();) {
+        if (emitters.contains(entry->first)) {
+            ++entry;
+        } else {
+            delete world_.getEmitter(entry->first);
+            entry = makers_.erase(entry);
+        }
+    }
+    for (const auto& [id, source] : world_.sources()) {
+        if (!sources.contains(id)) {
+            restore(*source);
+        }
+    }
+}
+
 std::string Session::takeMissing() {
     std::string list;
     for (std::size_t i = 0; i < newMissing_.size() && i < kMaxMissingNamed; ++i) {

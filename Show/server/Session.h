@@ -53,6 +53,12 @@ public:
         const Orvel::CommandEvent& event, const std::function<std::string()>& client, bool local);
     /// Removes the traces of a lost client: its emitters, and its disabling of the world.
     void forget(const std::string& client);
+    /// Whether an emitter is of the local input.
+    [[nodiscard]] bool isLocal(int emitter) const { return local_.contains(emitter); }
+    /// A client continues the scene of another: an emitter is its own from now on.
+    void adopt(int emitter, const std::string& client) { makers_[emitter] = client; }
+    /// Removes the emitters of clients, and restores the sources, that are not among these.
+    void keepOnly(const std::set<int>& emitters, const std::set<int>& sources);
     /// The ids of sources that clients asked for and that are missing, since the last call, as a
     /// list for people; empty if there are none.
     std::string takeMissing();

@@ -20,7 +20,14 @@ namespace {
 constexpr unsigned kEventsBetweenLooks = 64; // between two reads of the clock
 constexpr std::size_t kMaxReports = 100;     // until they are taken
 constexpr std::chrono::milliseconds kPitchInterval{50};
+/// A larger step, in seconds, is a better estimate of the driver's clock, or another driver, and no
+/// drift. Sounds that begin after it are right already.
+constexpr double kMaxClockStep = 20e-6;
 constexpr std::chrono::milliseconds kStartMargin{5}; // for this thread to get its processor
+
+std::int64_t nanosecondsOf(std::chrono::steady_clock::time_point time) {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count();
+}
 
 std::string nameOf(const Corvid::Communicator& client) {
     const auto counters = client.counters();
@@ -31,7 +38,7 @@ std::string nameOf(const Corvid::Communicator& client) {
 } // namespace
 
 SoundServer::SoundServer(const LoadedScene& bank, unsigned short port, const std::string& host)
-    : OwningWorld(host, port), session_(*this, bank) {}
+    : OwningWorld(host, port), session_(*this, bank), held_(*this, session_) {}
 
 void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
     const auto now = Clock::now();
@@ -49,10 +56,14 @@ void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
         }
     }
     receive(false);
+    if (held_.isOver(now)) {
+        endHeld();
+    }
 }
 
 void SoundServer::holdPitch(double lead, double frames) {
-    if (!isTimed() || !pitchHold_.update(lead, frames)) {
+    followDriverClock();
+    if (!isTimed() || !pitchHold_.update(lead - clockDrifted_, frames)) {
         return;
     }
     for (const auto& [id, source] : sources()) {
@@ -60,6 +71,19 @@ void SoundServer::holdPitch(double lead, double frames) {
             const float own = pitches_.try_emplace(id, source->pitch()).first->second;
             source->setParam(source->loop(), own * static_cast<float>(pitchHold_.factor()));
         }
+    }
+}
+
+void SoundServer::followDriverClock() {
+    const Corvid::PeerClock clock = driver_ == nullptr ? Corvid::PeerClock() : driver_->clock();
+    if (!clock.known) {
+        return;
+    }
+    const std::int64_t now = nanosecondsOf(Clock::now());
+    const double ahead = static_cast<double>(clock.peerTime(now) - now) * 1e-9;
+    const double step = ahead - std::exchange(clockAhead_, ahead);
+    if (std::abs(step) < kMaxClockStep) {
+        clockDrifted_ += step;
     }
 }
 
@@ -125,6 +149,7 @@ bool SoundServer::begin(const Orvel::CommandEvent& event, Corvid::Communicator& 
         report(nameOf(from) + " drives now");
     }
     client.waits = false;
+    continues_ = isItself;
     driver_ = &from;
     driverInstance_ = instance;
     inform(from, Orvel::DriverEvent::Driving, "");
@@ -153,7 +178,13 @@ bool SoundServer::interceptEvent(Corvid::Event& event, Corvid::Communicator& fro
         return true;
     }
     if (tap_ != nullptr) {
+        if (command->command == Orvel::CmdResetBackend && held_.isHeld()) {
+            tap_->lost(held_.driver());
+        }
         tap_->received(event, from.counters().peer);
+    }
+    if (held_.isWanted() && merge(*command, from)) {
+        return true;
     }
     if (command->command == Orvel::CmdResetBackend) {
         pitches_.clear(); // the session restores them
@@ -164,12 +195,14 @@ bool SoundServer::interceptEvent(Corvid::Event& event, Corvid::Communicator& fro
         command->command == Orvel::CmdCreateSource ? getSource(command->objectId) : nullptr;
     if (!session_.intercept(
             *command, [&from] { return from.counters().peer; }, false)) {
-        if (behind_ > 0.0) {
-            joinLate(*command);
-        }
+        noteStarts(*command, from);
         if (auto* param = dynamic_cast<Orvel::EmitterParamEvent*>(&event)) {
             param->gain *= gain_;
         } else if (auto* sound = dynamic_cast<Orvel::SourceParamEvent*>(&event)) {
+            if (const Orvel::Source* source = getSource(sound->objectId)) {
+                held_.pitchChanged(
+                    *source, timeOf(from), pitchOf(*source), static_cast<double>(sound->pitch));
+            }
             holdPitchOf(*sound);
         }
         return false;
@@ -224,6 +257,7 @@ SoundServer::Lead SoundServer::lead() {
 }
 
 std::chrono::nanoseconds SoundServer::beginDue(Clock::time_point due, Clock::time_point arrived) {
+    due_ = due;
     const auto exact = exactBackends();
     auto lateness = renderTo_ ? renderTo_(due) : OwningWorld::beginDue(due, arrived);
     behind_ = exact.empty() ? std::chrono::duration<double>(lateness).count() : 0.0;
@@ -239,26 +273,78 @@ std::chrono::nanoseconds SoundServer::beginDue(Clock::time_point due, Clock::tim
     return lateness;
 }
 
-void SoundServer::joinLate(const Orvel::CommandEvent& event) {
-    std::vector<Orvel::Emitter*> starting;
+std::vector<Orvel::Emitter*> SoundServer::startedBy(const Orvel::CommandEvent& event) {
+    std::vector<Orvel::Emitter*> started;
     if (event.command == Orvel::CmdPlayEmitter) {
-        starting.push_back(getEmitter(event.objectId));
+        started.push_back(getEmitter(event.objectId));
     } else if (event.command == Orvel::CmdPlaySource) {
         if (const Orvel::Source* source = getSource(event.objectId)) {
             for (const auto& [id, emitter] : source->connectedEmitters()) {
-                starting.push_back(emitter);
+                started.push_back(emitter);
             }
         }
     }
-    for (Orvel::Emitter* emitter : starting) {
-        if (emitter != nullptr && emitter->source() != nullptr &&
-            emitter->state() != Orvel::Emitter::PLAY) {
+    std::erase_if(started, [](const Orvel::Emitter* emitter) {
+        return emitter == nullptr || emitter->source() == nullptr ||
+               emitter->state() == Orvel::Emitter::PLAY;
+    });
+    return started;
+}
+
+void SoundServer::noteStarts(const Orvel::CommandEvent& event, Corvid::Communicator& from) {
+    if (behind_ <= 0.0 && !held_.isWanted()) {
+        return;
+    }
+    for (Orvel::Emitter* emitter : startedBy(event)) {
+        const double pitch = pitchOf(*emitter->source());
+        held_.started(*emitter, timeOf(from), pitch);
+        const bool goesOn =
+            emitter->state() == Orvel::Emitter::PAUSE && emitter->startOffset() <= 0.0;
+        if (behind_ > 0.0 && !goesOn) {
             const double offset =
                 offsets_.try_emplace(emitter->id(), emitter->startOffset()).first->second;
-            emitter->setStartOffset(
-                offset + behind_ * static_cast<double>(emitter->source()->pitch()));
+            emitter->setStartOffset(offset + behind_ * pitch);
         }
     }
+}
+
+double SoundServer::pitchOf(const Orvel::Source& source) const {
+    const auto own = pitches_.find(source.id());
+    return static_cast<double>(own == pitches_.end() ? source.pitch() : own->second);
+}
+
+std::int64_t SoundServer::timeOf(const Corvid::Communicator& client) const {
+    const std::int64_t own = nanosecondsOf(due_.value_or(Clock::now()));
+    const Corvid::PeerClock clock = client.clock();
+    return clock.known ? clock.peerTime(own) : own;
+}
+
+bool SoundServer::merge(const Orvel::CommandEvent& event, Corvid::Communicator& from) {
+    if (event.command == Orvel::CmdResetBackend) {
+        const bool isMerged = isTimed(from) && (held_.isHeld() || std::exchange(continues_, false));
+        if (isMerged) {
+            held_.beginMerge();
+        } else {
+            held_.replace();
+        }
+        return isMerged;
+    }
+    if (!held_.isMerging()) {
+        return false;
+    }
+    const Orvel::Emitter* emitter = getEmitter(event.objectId);
+    const Orvel::Source* source = emitter == nullptr ? nullptr : emitter->source();
+    return held_.merge(
+        event, from.counters().peer, timeOf(from), source == nullptr ? 1.0 : pitchOf(*source));
+}
+
+void SoundServer::endHeld() {
+    report("the scene of client " + held_.driver() + " ends: it has not returned");
+    if (tap_ != nullptr) {
+        tap_->lost(held_.driver());
+    }
+    held_.end();
+    pitches_.clear();
 }
 
 void SoundServer::watcherSent(const Corvid::Event& /*event*/, Corvid::Communicator& from) {
@@ -283,6 +369,7 @@ void SoundServer::endDue() {
         }
     }
     behind_ = 0.0;
+    due_.reset();
     for (Orvel::VoicesBackend* backend : exactBackends()) {
         backend->setStartFrame(std::nullopt);
     }
@@ -290,10 +377,15 @@ void SoundServer::endDue() {
 
 void SoundServer::clientLost(Corvid::Communicator& client) {
     const std::string peer = client.counters().peer;
-    if (tap_ != nullptr) {
-        tap_->lost(peer);
+    if (&client == driver_ && held_.isWanted() && !emitters().empty()) {
+        held_.hold(peer, Clock::now());
+        report("the scene of client " + peer + " goes on without it");
+    } else {
+        if (tap_ != nullptr) {
+            tap_->lost(peer);
+        }
+        session_.forget(peer);
     }
-    session_.forget(peer);
     clients_.erase(&client);
     if (&client == driver_) {
         free();

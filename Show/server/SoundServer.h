@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/server/HeldScene.h>
 #include <Show/server/PitchHold.h>
 #include <Show/server/Session.h>
 
@@ -13,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -43,9 +45,13 @@ public:
     void fill() { session_.fill(); }
     /// Whether the driver stays when another client begins. Set it before the first event.
     void setKeepPlayer(bool keep) { keepPlayer_ = keep; }
-    /// Holds sounds in phase: `lead` and `frames` are those of PitchHold::update(), for an output
-    /// that is rendered by this thread. Others are looked at by serve().
+    /// Holds sounds in phase with the driver's clock: `lead` and `frames` are those of
+    /// PitchHold::update(), by this machine's clock, for an output that is rendered by this thread.
+    /// Others are looked at by serve().
     void holdPitch(double lead, double frames);
+    /// How long the scene goes on when its driver is lost. A driver that sends its times and begins
+    /// meanwhile changes only what is different.
+    void setHold(std::chrono::duration<double> time) { held_.setTime(time); }
     /// A factor on the gains of all emitters, for this server's loudspeakers. Set it before the
     /// first event.
     void setGain(float gain) { gain_ = gain; }
@@ -101,20 +107,38 @@ private:
     /// Counts a reset. Returns false if there are too many.
     bool countReset();
     void report(std::string text);
+    void followDriverClock();
     /// Notes the pitch of a source, and changes the event to the one that holds it in phase.
     void holdPitchOf(Orvel::SourceParamEvent& event);
-    /// An event that starts sounds has come late: they join where they should be by now.
-    void joinLate(const Orvel::CommandEvent& event);
+    /// The emitters whose sounds an event starts.
+    std::vector<Orvel::Emitter*> startedBy(const Orvel::CommandEvent& event);
+    /// Notes which sounds an event starts. Of one that has come late, they join where they should
+    /// be by now.
+    void noteStarts(const Orvel::CommandEvent& event, Corvid::Communicator& from);
+    /// The pitch of a source as its driver set it.
+    [[nodiscard]] double pitchOf(const Orvel::Source& source) const;
+    /// When the event that is being applied happens, by its client's clock, in nanoseconds.
+    [[nodiscard]] std::int64_t timeOf(const Corvid::Communicator& client) const;
+    /// Merges the events of a driver that continues the scene. Returns true if the event must not
+    /// be applied.
+    bool merge(const Orvel::CommandEvent& event, Corvid::Communicator& from);
+    /// Ends the scene of a lost driver.
+    void endHeld();
     /// The back ends that start sounds at given frames of a device.
     [[nodiscard]] std::vector<Orvel::VoicesBackend*> exactBackends() const;
 
     Session session_;
-    Observer* tap_ = nullptr;       // not owned
-    RenderTo renderTo_;             // empty if the output has a thread of its own
-    double behind_ = 0.0;           // the lateness of the events being applied, in seconds
-    std::map<int, double> offsets_; // of emitters that join late, to be restored
+    HeldScene held_;
+    bool continues_ = false;               // the driver has connected anew
+    std::optional<Clock::time_point> due_; // of the events that are being applied
+    Observer* tap_ = nullptr;              // not owned
+    RenderTo renderTo_;                    // empty if the output has a thread of its own
+    double behind_ = 0.0;                  // the lateness of the events being applied, in seconds
+    std::map<int, double> offsets_;        // of emitters that join late, to be restored
     float gain_ = 1.0F;
     PitchHold pitchHold_;
+    double clockAhead_ = 0.0;      // the driver's, in seconds
+    double clockDrifted_ = 0.0;    // how much of that is drift
     std::map<int, float> pitches_; // of sources, as their driver set them
     Clock::time_point pitchAgain_;
     bool keepPlayer_ = false;

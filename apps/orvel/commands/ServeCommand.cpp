@@ -93,6 +93,13 @@ void ServeCommand::declareOptions(const std::string& playing) {
     wait_.declare(app());
     app()
         .add_option(
+            "--hold", hold_,
+            "When the player is lost, let its scene go on for so many seconds; if it returns "
+            "meanwhile, it changes only what is different (default: 0)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 86400.0));
+    app()
+        .add_option(
             "--delay", delay_,
             "Play so many milliseconds later than other servers of the same player, to align "
             "loudspeakers (default: 0)")
@@ -213,6 +220,7 @@ int ServeCommand::run() {
     server.setId(id_.c_str());
     server.setKeepPlayer(keepPlayer_);
     server.setGain(static_cast<float>(std::pow(10.0, gain_ / 20.0)));
+    server.setHold(std::chrono::duration<double>(hold_));
     server.setTimed(std::chrono::microseconds(std::llround(delay_ * 1000.0)));
     if (!allowed_.empty()) {
         std::vector<Show::AddressRange> ranges;

@@ -60,6 +60,7 @@ private:
     WaitOption wait_;
     std::string id_;
     unsigned short tcpPort_ = 0;
+    double hold_ = 0.0;                // in seconds
     double delay_ = 0.0;               // in milliseconds
     double gain_ = 0.0;                // in decibels
     double skew_ = 0.0;                // in millionths

@@ -103,7 +103,7 @@ _orvel() {
         serve | record)
             local more=
             [[ $command == serve ]] || more=--max-size
-            _orvel_words "$more --scene --backend --web --monitor --render --render-rate --render-raw --seconds --id --tcp-port --delay --gain --skew \
+            _orvel_words "$more --scene --backend --web --monitor --render --render-rate --render-raw --seconds --id --tcp-port --hold --delay --gain --skew \
                 --allow --keep-player --key --open --no-announce --wait-for-device --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --max-per-address $search $common"
             ;;
         servers) _orvel_words "--key --seconds --json --max-per-address --max-servers $search $common" ;;
