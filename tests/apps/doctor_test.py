@@ -28,6 +28,7 @@ class Doctor(RemoteCase):
         server = self.serve("serve.log", "--backend", "silent", "--id", "7", "--tcp-port", tcp)
         found = self.examine()
         self.assertEqual(found["multicast lo"]["verdict"], "ok")
+        self.assertIn("synchronised", found["clock"]["text"])
         self.assertGreater(found["multicast lo"]["values"]["roundTripMs"], 0)
         there = found[f"server 127.0.0.1:{tcp}"]
         self.assertEqual((there["verdict"], there["values"]["id"]), ("ok", 7))

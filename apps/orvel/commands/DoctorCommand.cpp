@@ -1,6 +1,7 @@
 #include "commands/DoctorCommand.h"
 
 #include "doctor/CheckResult.h"
+#include "doctor/ClockCheck.h"
 #include "doctor/NetworkCheck.h"
 #include "doctor/SoundCheck.h"
 
@@ -39,6 +40,7 @@ int DoctorCommand::run() {
     CheckResults results = checkSound(verbose_);
     results.push_back(checkFormats());
     results.push_back(checkDescriptors());
+    results.push_back(checkClock());
     for (CheckResults more :
          {checkPorts(network_, ports_), checkMulticast(network_), checkServers(network_)}) {
         results.insert(
