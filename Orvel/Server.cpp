@@ -341,6 +341,8 @@ void Server::take(Corvid::Event& event, CommandEvent* command, Corvid::Communica
     }
 }
 
+void Server::Observer::setTime(std::optional<std::chrono::steady_clock::time_point> /*time*/) {}
+
 // Times
 
 void Server::setTimed(std::chrono::nanoseconds delay) {
@@ -453,6 +455,9 @@ int Server::applyBatch(
     Corvid::Communicator& client, std::chrono::steady_clock::time_point due, int most) {
     detail::HeldEvents& held = timing_->held.at(&client);
     const bool begins = held.isAtBegin();
+    if (observer_ != nullptr) {
+        observer_->setTime(due);
+    }
     const auto lateness = beginDue(due, held.arrived());
     if (begins) {
         held.count(lateness, detail::HeldEvents::Clock::now());
@@ -474,6 +479,9 @@ int Server::applyBatch(
     }
     held.endBatch();
     endDue();
+    if (observer_ != nullptr) {
+        observer_->setTime(std::nullopt);
+    }
     return count;
 }
 

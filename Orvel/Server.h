@@ -98,6 +98,9 @@ public:
         /// An event from a client, by its Corvid::Communicator::Counters::peer, has arrived whole
         /// and is applied next.
         virtual void received(Corvid::Event& event, const std::string& client) = 0;
+        /// The following events happen at this time, see setTimed(); nothing: on arrival. Does
+        /// nothing by default.
+        virtual void setTime(std::optional<std::chrono::steady_clock::time_point> time);
         /// A client is gone.
         virtual void lost(const std::string& client) = 0;
     };

@@ -71,8 +71,8 @@ CaptureWriter::~CaptureWriter() {
 }
 
 std::uint64_t CaptureWriter::now() const {
-    return static_cast<std::uint64_t>(
-        std::chrono::duration_cast<Microseconds>(Clock::now() - begin_).count());
+    const auto since = std::max(time_.value_or(Clock::now()) - begin_, Clock::duration::zero());
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<Microseconds>(since).count());
 }
 
 double CaptureWriter::seconds() const {
@@ -89,7 +89,7 @@ void CaptureWriter::record(std::uint64_t what, const void* data, std::size_t siz
         endWithMark("the size limit is reached");
         return;
     }
-    const std::uint64_t time = now();
+    const std::uint64_t time = std::max(now(), last_);
     body_.clear();
     putVarint(body_, time - last_);
     putVarint(body_, what);

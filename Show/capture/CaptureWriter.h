@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,9 @@ public:
     ~CaptureWriter() override;
 
     void received(Corvid::Event& event, const std::string& client) override;
+    void setTime(std::optional<std::chrono::steady_clock::time_point> time) override {
+        time_ = time;
+    }
     void lost(const std::string& client) override;
 
     /// Writes buffered data to the file; call it several times a second. On failure it reports once
@@ -58,6 +62,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    /// Microseconds since the begin: of now, or of the time that is set.
     [[nodiscard]] std::uint64_t now() const;
     std::uint64_t numberOf(const std::string& client);
     void record(std::uint64_t what, const void* data, std::size_t size);
@@ -73,7 +78,8 @@ private:
     Report report_;
     int descriptor_;
     Clock::time_point begin_ = Clock::now();
-    std::string waiting_; // complete records
+    std::optional<Clock::time_point> time_; // of the events that follow; nothing: now
+    std::string waiting_;                   // complete records
     std::string body_;
     std::vector<std::byte> frame_;
     std::map<std::string, std::uint64_t> clients_; // numbers of the connected clients

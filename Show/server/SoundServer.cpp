@@ -258,6 +258,9 @@ SoundServer::Lead SoundServer::lead() {
 
 std::chrono::nanoseconds SoundServer::beginDue(Clock::time_point due, Clock::time_point arrived) {
     due_ = due;
+    if (tap_ != nullptr) {
+        tap_->setTime(due);
+    }
     const auto exact = exactBackends();
     auto lateness = renderTo_ ? renderTo_(due) : OwningWorld::beginDue(due, arrived);
     behind_ = exact.empty() ? std::chrono::duration<double>(lateness).count() : 0.0;
@@ -370,6 +373,9 @@ void SoundServer::endDue() {
     }
     behind_ = 0.0;
     due_.reset();
+    if (tap_ != nullptr) {
+        tap_->setTime(std::nullopt);
+    }
     for (Orvel::VoicesBackend* backend : exactBackends()) {
         backend->setStartFrame(std::nullopt);
     }

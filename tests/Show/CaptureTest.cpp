@@ -202,6 +202,34 @@ TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
     EXPECT_EQ(diagnostics.lost(), 0);
 }
 
+TEST_F(Captures, HaveTheTimeOfAChangeAndNotThatOfItsArrival) {
+    using Clock = std::chrono::steady_clock;
+    const auto begin = Clock::now();
+    CaptureWriter writer(path, "", "", UINT64_MAX, {});
+    const auto error = Clock::now() - begin;
+    Orvel::CommandEvent event(Orvel::CmdEnable);
+    // The last one happened before what has been recorded already.
+    for (const int second : {2, 5, 3}) {
+        writer.setTime(begin + std::chrono::seconds(second));
+        writer.received(event, "a");
+    }
+    writer.setTime(std::nullopt);
+    EXPECT_TRUE(writer.finish());
+    std::string fault;
+    const auto reader = CaptureReader::open(path, fault);
+    std::vector<double> seconds;
+    for (CaptureReader::Record record; reader->next(record);) {
+        if (record.kind == CaptureReader::Kind::Event) {
+            seconds.push_back(static_cast<double>(record.time) / 1e6);
+        }
+    }
+    ASSERT_EQ(seconds.size(), 3);
+    const double limit = std::chrono::duration<double>(error).count() + 1e-5;
+    EXPECT_NEAR(seconds[0], 2, limit);
+    EXPECT_NEAR(seconds[1], 5, limit);
+    EXPECT_EQ(seconds[2], seconds[1]);
+}
+
 TEST_F(Captures, AFileThatIsCutAnywherePlaysUpToTheCut) {
     record();
     const std::string all = bytes();
