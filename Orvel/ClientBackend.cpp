@@ -573,21 +573,7 @@ void ClientBackend::answer(const ClockEvent& question, Corvid::Communicator& ser
 }
 
 void ClientBackend::takeTiming(const TimingEvent& event, Corvid::Communicator& server) {
-    Corvid::Communicator::Timing timing;
-    timing.ready = event.ready;
-    timing.clock.known = event.known;
-    timing.clock.offset = static_cast<std::int64_t>(event.offset);
-    timing.clock.error = static_cast<double>(event.error);
-    timing.clock.drift = static_cast<double>(event.drift);
-    timing.clock.driftError = static_cast<double>(event.driftError);
-    timing.clock.roundTrip = static_cast<double>(event.roundTrip);
-    timing.clock.jitter = static_cast<double>(event.jitter);
-    timing.clock.byConnection = event.byConnection;
-    timing.batches = event.batches;
-    timing.lateBatches = event.lateBatches;
-    timing.worstLateness = static_cast<double>(event.worstLateness);
-    timing.sceneAge = static_cast<double>(event.sceneAge);
-    server.setTiming(timing);
+    server.setTiming(event.timing());
     if (event.ready) {
         const Vessa::Lock lock(mutex_);
         notReady_.erase(&server);

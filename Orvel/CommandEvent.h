@@ -18,6 +18,7 @@ enum Command : short {
     CmdOfferClock = 15,
     CmdAnswerClock = 16,
     CmdEndReplay = 17,
+    CmdAskTiming = 18,
     CmdCreateSource = 20,
     CmdDestroySource = 21,
     CmdSetSourceParam = 22,

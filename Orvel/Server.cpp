@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <limits>
 #include <map>
 #include <span>
 #include <type_traits>
@@ -300,8 +301,7 @@ bool Server::takeEvent(Corvid::Communicator& client) {
     if (!client.receiveFrame(frame)) {
         return false;
     }
-    return (timing_ != nullptr && client.mayDrive() && hold(frame, client)) ||
-           applyFrame(frame, client);
+    return (timing_ != nullptr && hold(frame, client)) || applyFrame(frame, client);
 }
 
 bool Server::applyFrame(std::span<const std::byte> frame, Corvid::Communicator& client) {
@@ -378,6 +378,16 @@ bool Server::hold(std::span<const std::byte> frame, Corvid::Communicator& client
     constexpr std::size_t kType = 4; // behind the length
     short type = 0;
     std::memcpy(&type, frame.data() + kType, sizeof type);
+    if (type == CommandEvent::_type.typeId()) {
+        CommandEvent event;
+        if (event.decodeFrom(frame) && event.command == CmdAskTiming) {
+            answerTiming(client);
+            return true;
+        }
+    }
+    if (!client.mayDrive()) {
+        return false;
+    }
     const auto held = timing_->held.find(&client);
     if (type == TimeEvent::_type.typeId()) {
         TimeEvent event;
@@ -513,21 +523,25 @@ void Server::reportTimings() {
         client->setTiming(timing);
         TimingEvent event;
         event.address(CmdReportTiming, 0);
-        event.ready = timing.ready;
-        event.known = timing.clock.known;
-        event.offset = static_cast<unsigned long>(timing.clock.offset);
-        event.error = static_cast<float>(timing.clock.error);
-        event.drift = static_cast<float>(timing.clock.drift);
-        event.driftError = static_cast<float>(timing.clock.driftError);
-        event.roundTrip = static_cast<float>(timing.clock.roundTrip);
-        event.jitter = static_cast<float>(timing.clock.jitter);
-        event.byConnection = timing.clock.byConnection;
-        event.batches = timing.batches;
-        event.lateBatches = timing.lateBatches;
-        event.worstLateness = static_cast<float>(timing.worstLateness);
-        event.sceneAge = static_cast<float>(timing.sceneAge);
+        event.setTiming(timing);
         event.send(client);
     }
+}
+
+/// Answers CmdAskTiming.
+void Server::answerTiming(Corvid::Communicator& asker) {
+    TimingEvent event;
+    event.address(CmdReportTiming, 0);
+    const auto now = detail::HeldEvents::Clock::now();
+    double age = std::numeric_limits<double>::max();
+    for (const auto& [client, held] : timing_->held) {
+        const auto timing = held.timing(client->clock(), now);
+        if (timing.batches > 0 && timing.sceneAge < age) {
+            age = timing.sceneAge;
+            event.setTiming(timing);
+        }
+    }
+    event.send(&asker);
 }
 
 Server::Lead Server::lead() {

@@ -193,6 +193,7 @@ private:
     void applyRest(Corvid::Communicator& client);
     void discardHeld(const Corvid::Communicator& newer);
     void reportTimings();
+    void answerTiming(Corvid::Communicator& asker);
     void take(Corvid::Event& event, CommandEvent* command, Corvid::Communicator& client);
 
     std::unique_ptr<Corvid::MultiServer> multiServer_;

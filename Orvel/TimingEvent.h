@@ -1,13 +1,15 @@
 #pragma once
 
+#include <Corvid/Communicator.h>
 #include <Orvel/CommandEvent.h>
 
 #include <orvel_export.h>
 
 namespace Orvel {
 
-/// How well a server keeps a client's times: CmdReportTiming, from server to client, once a second.
-/// The fields are those of Corvid::Communicator::Timing; times in nanoseconds.
+/// How well a server keeps a client's times: CmdReportTiming, from server to client, once a second,
+/// and to any client that sends CmdAskTiming, about the client whose change was the latest. The
+/// fields are those of Corvid::Communicator::Timing; times in nanoseconds.
 class ORVEL_EXPORT TimingEvent : public EventOf<TimingEvent, CommandEvent> {
 public:
     bool ready = false;
@@ -32,6 +34,9 @@ public:
             event.worstLateness, event.sceneAge);
     }
     static Corvid::EventType _type;
+
+    void setTiming(const Corvid::Communicator::Timing& timing);
+    [[nodiscard]] Corvid::Communicator::Timing timing() const;
 };
 
 } // namespace Orvel

@@ -3,8 +3,11 @@
 #include "commands/Command.h"
 #include "network/NetworkOptions.h"
 
+#include <Corvid/Communicator.h>
 #include <Corvid/MultiClient.h>
 
+#include <map>
+#include <string>
 #include <vector>
 
 namespace OrvelTool {
@@ -18,12 +21,18 @@ public:
 private:
     using Servers = std::vector<Corvid::MultiClient::FoundServer>;
 
+    /// By "address:port" of the server.
+    using Timings = std::map<std::string, Corvid::Communicator::Timing>;
+
     static void writeTable(const Servers& servers);
-    void writeJson(const Servers& servers, const Corvid::MultiClient& client) const;
+    static void writeTimings(const Servers& servers, const Timings& timings);
+    void writeJson(
+        const Servers& servers, const Timings& timings, const Corvid::MultiClient& client) const;
     void explainSilence(const Corvid::MultiClient& client) const;
 
     NetworkOptions network_;
     bool json_ = false;
+    bool timing_ = false;
 };
 
 } // namespace OrvelTool
