@@ -8,6 +8,7 @@
 #include <Orvel/detail/net/RouteDiagnostics.h>
 #include <Vessa/ObjectThread.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdlib>
@@ -429,8 +430,13 @@ int Server::applyDue(int most) {
     using Clock = detail::HeldEvents::Clock;
     int count = 0;
     const Lead ahead = timing_->held.empty() ? Lead() : lead();
+    // In the order in which they came, which decides who drives.
+    auto oldest = Clock::time_point::max(); // of those that are not ready
+    for (const auto& [client, held] : timing_->held) {
+        oldest = held.isReady() ? oldest : std::min(oldest, held.offered());
+    }
     for (auto& [client, held] : timing_->held) {
-        if (held.becomesReady(client->clock(), Clock::now())) {
+        if (held.offered() <= oldest && held.becomesReady(client->clock(), Clock::now())) {
             timing_->nextReport = {}; // the client may wait for it
         }
     }
@@ -465,10 +471,10 @@ int Server::applyBatch(
     Corvid::Communicator& client, std::chrono::steady_clock::time_point due, int most) {
     detail::HeldEvents& held = timing_->held.at(&client);
     const bool begins = held.isAtBegin();
-    if (observer_ != nullptr) {
-        observer_->setTime(due);
-    }
     const auto lateness = beginDue(due, held.arrived());
+    if (observer_ != nullptr) {
+        observer_->setTime(due + std::max(lateness, std::chrono::nanoseconds::zero()));
+    }
     if (begins) {
         held.count(lateness, detail::HeldEvents::Clock::now());
     }

@@ -30,6 +30,14 @@ bool isActive(const Orvel::Emitter& emitter) {
     return emitter.state() == Orvel::WorldPart::PLAY || emitter.state() == Orvel::WorldPart::PAUSE;
 }
 
+/// Stops one emitter. While it is connected, that would spread to the others of its source.
+void stopAlone(Orvel::Emitter& emitter) {
+    Orvel::Source* source = emitter.source();
+    emitter.setSource(nullptr);
+    emitter.setState(Orvel::WorldPart::STOP);
+    emitter.setSource(source);
+}
+
 } // namespace
 
 void HeldScene::hold(const std::string& driver, Clock::time_point now) {
@@ -86,7 +94,7 @@ bool HeldScene::merge(
         if (isInPhase(event, *emitter, time, pitch)) {
             return true;
         }
-        emitter->setState(Orvel::WorldPart::STOP); // it plays again from the right position
+        stopAlone(*emitter); // it plays again from the right position
         return false;
     }
     case Orvel::CmdEndReplay:
@@ -133,7 +141,7 @@ void HeldScene::endMerge() {
     for (const int id : emitters_) { // the state NONE is not in a replay
         Orvel::Emitter* emitter = world_.getEmitter(id);
         if (emitter != nullptr && !playing_.contains(id) && isActive(*emitter)) {
-            emitter->setState(Orvel::WorldPart::STOP);
+            stopAlone(*emitter);
         }
     }
 }

@@ -258,9 +258,6 @@ SoundServer::Lead SoundServer::lead() {
 
 std::chrono::nanoseconds SoundServer::beginDue(Clock::time_point due, Clock::time_point arrived) {
     due_ = due;
-    if (tap_ != nullptr) {
-        tap_->setTime(due);
-    }
     const auto exact = exactBackends();
     auto lateness = renderTo_ ? renderTo_(due) : OwningWorld::beginDue(due, arrived);
     behind_ = exact.empty() ? std::chrono::duration<double>(lateness).count() : 0.0;
@@ -272,6 +269,9 @@ std::chrono::nanoseconds SoundServer::beginDue(Clock::time_point due, Clock::tim
             lateness = std::max<std::chrono::nanoseconds>(
                 lateness, clock.timeOf(static_cast<double>(clock.mixed)) - due);
         }
+    }
+    if (tap_ != nullptr) {
+        tap_->setTime(due + std::max(lateness, std::chrono::nanoseconds::zero()));
     }
     return lateness;
 }

@@ -82,8 +82,12 @@ TEST_F(Holds, APlayerThatReturnsChangesOnlyWhatIsDifferent) {
     calls->take();
     server_.player->close();
     ASSERT_TRUE(until([&] { return server_.player == nullptr; }, [&] { server_.serve(1ms); }));
-    world_.getEmitter(3)->setState(Orvel::WorldPart::STOP);
-    world_.getEmitter(3)->setState(Orvel::WorldPart::PLAY);
+    // Without its source, for else all of its emitters would start anew.
+    Orvel::Emitter* anew = world_.getEmitter(3);
+    anew->setSource(nullptr);
+    anew->setState(Orvel::WorldPart::STOP);
+    anew->setSource(world_.getSource(1));
+    anew->setState(Orvel::WorldPart::PLAY);
     delete world_.getEmitter(4);
     ASSERT_TRUE(isPlaying(4)) << "the scene goes on";
     ASSERT_TRUE(serve([&] { return server_.getEmitter(4) == nullptr; }));
@@ -91,7 +95,7 @@ TEST_F(Holds, APlayerThatReturnsChangesOnlyWhatIsDifferent) {
     const auto count = [&](const char* call) { return std::ranges::count(made, call); };
     for (const char* call :
          {"createEmitter 2", "destroyEmitter 2", "setEmitterConnection 2", "setEmitterState 2",
-          "createEmitter 3", "setEmitterConnection 3", "setSourceState 1"}) {
+          "createEmitter 3", "setSourceState 1"}) {
         EXPECT_EQ(count(call), 0) << call;
     }
     EXPECT_EQ(count("setEmitterState 3"), 2) << "it stops, and plays from its new position";

@@ -100,7 +100,7 @@ class Synchrony(ToolCase):
             for name in "ab":
                 self.wait_for_text(name + ".log", "serving")
             player = self.background("play.log", "play", "scene.json", "--backend",
-                                     "client:latency=40",
+                                     "client",
                                      prefix=LINK.command(0))
             self.wait_for_text("play.log", "is connected", 2)
             begin = time.monotonic()

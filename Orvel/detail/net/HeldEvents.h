@@ -47,6 +47,8 @@ public:
     /// When the next frames are to be taken; see nextDue().
     [[nodiscard]] std::optional<Clock::time_point>
     nextTaken(const Corvid::PeerClock& clock, Clock::duration delay, const Lead& lead) const;
+    /// When the client sent its offer.
+    [[nodiscard]] Clock::time_point offered() const { return offered_; }
     /// Returns whether isReady() is true from now on.
     bool becomesReady(const Corvid::PeerClock& clock, Clock::time_point now);
     /// Whether the client's clock is known well enough.
