@@ -269,7 +269,11 @@ bool PlayCommand::play(
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(world, servers_, wait_);
     if (from_ <= 0.0) {
+        const StopSignals signals; // servers are connected: leave them in order
         servers.waitUntilReady();
+        if (StopSignals::came()) {
+            return true;
+        }
     } else if (servers.haveNoLatency()) {
         report("--from: on servers, sounds that are already playing start from their beginning; "
                "with a latency they would not (client:latency=40)");

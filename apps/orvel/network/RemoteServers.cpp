@@ -2,6 +2,7 @@
 
 #include "network/NetworkOptions.h"
 #include "process/Output.h"
+#include "process/StopSignals.h"
 #include <Show/player/PlayClock.h>
 
 #include <Corvid/MultiClient.h>
@@ -110,7 +111,7 @@ void RemoteServers::waitUntilReady() {
             return;
         }
         std::this_thread::sleep_for(kReadyPoll);
-    } while (Clock::now() < limit);
+    } while (Clock::now() < limit && !StopSignals::came());
     if (missing > 0) {
         report(
             "beginning, although " + std::to_string(missing) + " of " + std::to_string(connected_) +

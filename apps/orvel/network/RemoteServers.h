@@ -34,7 +34,8 @@ public:
     ~RemoteServers();
 
     /// Before the scene begins: waits until servers have been found and are ready to begin it with
-    /// the others, but not for long. Updates the world. Without a latency it does not wait.
+    /// the others, but not for long, and not after a stop signal. Updates the world. Without a
+    /// latency it does not wait.
     void waitUntilReady();
 
     /// Call it after each update of the world. Reports the servers that have connected or
