@@ -139,7 +139,7 @@ class Remote(RemoteCase):
                 self.wait_for_text("serve.log", "is connected")
             player = self.play("play.log", scene, *arguments)
             self.wait_for_text("play.log", reason)
-            if not connects:  # it searches on
+            if not connects and not arguments:  # it searches on
                 player.terminate()
             self.assertEqual(player.wait(DEADLINE), 1, self.read("play.log"))
             self.assertIn(reason, self.read("play.log"))
