@@ -28,6 +28,7 @@ RENAMED = {
     "Log.setCallback": ("log_set_callback", ""),
 }
 NOT_IN_C = {
+    "Server.setTimed": "its program asks for nextDue() and overrides what happens then, as orvel serve does",
     "Server.setObserver": "orvel_show_recorder_create() uses the only one",
     "Log.setHeader": "a callback gets the level; the text of the header is for streams",
     "Log.setModuleFilter": "a callback filters",
