@@ -7,9 +7,9 @@
 #include <Orvel/World.h>
 #include <Orvel/detail/KindParams.h>
 #include <Orvel/detail/net/PeerLines.h>
-#include <Orvel/detail/voices/DevicePeriod.h>
 #include <Orvel/detail/voices/DeviceThread.h>
 #include <Orvel/detail/voices/Motion.h>
+#include <Orvel/detail/voices/OpenALSettings.h>
 #include <Orvel/detail/voices/Reverb.h>
 #include <Orvel/detail/voices/SoundLoader.h>
 #include <Orvel/detail/voices/VoiceOutput.h>
@@ -153,7 +153,7 @@ struct VoicesBackend::State {
     std::int64_t frames = 0;
     // With a device.
     std::unique_ptr<detail::SoundLoader> loader;
-    std::optional<detail::DevicePeriod> devicePeriod; // until it has been opened once
+    std::optional<detail::OpenALSettings> openAL; // until the device has been opened once
     std::unique_ptr<detail::DeviceThread> thread;
 };
 
@@ -203,8 +203,8 @@ VoicesBackend::VoicesBackend(World& world, const char* params)
     static std::atomic<bool> isFirst{true};
     const bool readsSettings = isFirst.exchange(false);
     if (!s.offline) {
-        if (readsSettings && output.latency > 0) {
-            s.devicePeriod.emplace(output.latency, s.rate);
+        if (readsSettings && (output.latency > 0 || s.layout != nullptr)) {
+            s.openAL.emplace(output.latency, s.rate, s.layout);
         }
         s.loader = std::make_unique<detail::SoundLoader>();
         try {
@@ -562,7 +562,7 @@ bool VoicesBackend::update() {
         std::move(failures.begin(), failures.end(), std::back_inserter(diagnostics));
         ended = s.shared->engine.takeEnded();
         if (s.shared->device != SharedEngine::Device::Opening) {
-            s.devicePeriod.reset();
+            s.openAL.reset();
         }
     }
     for (const Diagnostic& diagnostic : diagnostics) {

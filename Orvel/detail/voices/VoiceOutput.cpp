@@ -2,7 +2,7 @@
 
 #include <Orvel/detail/Report.h>
 #include <Orvel/detail/al/Loopback.h>
-#include <Orvel/detail/voices/DevicePeriod.h>
+#include <Orvel/detail/voices/OpenALSettings.h>
 
 #include <AL/alext.h>
 #include <algorithm>
@@ -202,7 +202,7 @@ std::vector<std::string> VoiceOutput::hrtfNames() {
 }
 
 std::string VoiceOutput::latencyProblem(const Settings& settings) const {
-    const unsigned wanted = DevicePeriod::framesFor(settings.latency, rate_);
+    const unsigned wanted = OpenALSettings::periodFor(settings.latency, rate_);
     // A device may round.
     if (settings.latency == 0 || period_ <= std::int64_t{2} * wanted) {
         return {};

@@ -21,7 +21,7 @@ public:
         std::string name{}; ///< of the device; empty for the default one
         unsigned rate = 0;  ///< frames per second; 0 for the device's own
         std::size_t voices = 128;
-        unsigned latency = 0; ///< that was asked for, in milliseconds; 0: none, see DevicePeriod
+        unsigned latency = 0; ///< that was asked for, in milliseconds; 0: none, see OpenALSettings
         /// Null leaves a device to OpenAL's settings; a loopback device is then stereo.
         const OutputLayout* layout = nullptr;
         std::string hrtf{}; ///< the data set for headphones; empty for the usual one

@@ -25,14 +25,14 @@ TEST(VoicesDevice, ComesLateIsLostAndComesBackWithEverySoundAtItsPlace) {
     const std::filesystem::path place = folder.file("device");
     const std::string path = place / "out.wav";
     std::ofstream(folder.file("alsoft.conf"))
-        << "[general]\nchannels=stereo\nfrequency=44100\nhrtf=false\n[wave]\nfile=" << path;
+        << "[general]\nchannels=quad\nfrequency=44100\nhrtf=false\n[wave]\nfile=" << path;
     setenv("ALSOFT_CONF", folder.file("alsoft.conf").c_str(), 1);
     setenv("ALSOFT_DRIVERS", "wave", 1);
     setenv("ALSOFT_LOGLEVEL", "0", 1);
     LogCapture log{Log::Level::Warning};
     OutputCapture errors{STDERR_FILENO};
     TidyWorld world;
-    auto* ear = new VoicesBackend(world, "latency=15");
+    auto* ear = new VoicesBackend(world, "latency=15 output=stereo");
     const auto [longTone, shortTone] = std::pair(tone(30.0, 500), tone(0.5, 500));
     const auto begin = Clock::now();
     Emitter* emitter = play(world, {-1, 0, 0}, longTone); // it is streamed

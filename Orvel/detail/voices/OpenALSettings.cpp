@@ -1,4 +1,4 @@
-#include <Orvel/detail/voices/DevicePeriod.h>
+#include <Orvel/detail/voices/OpenALSettings.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -22,13 +22,22 @@ constexpr unsigned kPeriodsOfLatency = kQueuedPeriods + 1;
 constexpr unsigned kMinPeriod = 64;
 constexpr unsigned kMaxPeriod = 8192;
 
-} // namespace
-
-unsigned DevicePeriod::framesFor(unsigned milliseconds, unsigned rate) {
-    return std::clamp(milliseconds * rate / (1000 * kPeriodsOfLatency), kMinPeriod, kMaxPeriod);
+/// A layout as the setting "channels" names it.
+std::string channelsOf(const OutputLayout& layout) {
+    std::string name = layout.isBinaural ? "stereo" : layout.name;
+    if (const std::size_t point = name.find('.'); point != std::string::npos) {
+        name = "surround" + name.erase(point, 1);
+    }
+    return name;
 }
 
-DevicePeriod::DevicePeriod(unsigned milliseconds, unsigned rate) {
+} // namespace
+
+unsigned OpenALSettings::periodFor(unsigned latency, unsigned rate) {
+    return std::clamp(latency * rate / (1000 * kPeriodsOfLatency), kMinPeriod, kMaxPeriod);
+}
+
+OpenALSettings::OpenALSettings(unsigned latency, unsigned rate, const OutputLayout* layout) {
     std::error_code error;
     path_ = (std::filesystem::temp_directory_path(error) / "orvel-XXXXXX").string();
     const int descriptor = mkstemp(path_.data());
@@ -44,13 +53,19 @@ DevicePeriod::DevicePeriod(unsigned milliseconds, unsigned rate) {
         std::ifstream users(former, std::ios::binary);
         settings << std::string(std::istreambuf_iterator<char>(users), {});
     }
-    settings << "\n[general]\nperiod_size = " << framesFor(milliseconds, rate)
-             << "\nperiods = " << kQueuedPeriods << '\n';
+    settings << "\n[general]\n";
+    if (latency > 0) {
+        settings << "period_size = " << periodFor(latency, rate) << "\nperiods = " << kQueuedPeriods
+                 << '\n';
+    }
+    if (layout != nullptr) {
+        settings << "channels = " << channelsOf(*layout) << '\n';
+    }
     setenv(kSettingsVariable, path_.c_str(), 1);
     // NOLINTEND(concurrency-mt-unsafe)
 }
 
-DevicePeriod::~DevicePeriod() {
+OpenALSettings::~OpenALSettings() {
     if (path_.empty()) {
         return;
     }
