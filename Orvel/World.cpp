@@ -303,7 +303,12 @@ void World::replaceScene(
         }
         return waits;
     });
-    change();
+    try {
+        change();
+    } catch (...) {
+        notified_ = backends_;
+        throw;
+    }
     for (Backend* backend : backends_) {
         // One that waited is empty; one that followed may have kept something of a step.
         if (std::ranges::find(notified_, backend) != notified_.end()) {

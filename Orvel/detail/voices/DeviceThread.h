@@ -17,7 +17,7 @@
 
 namespace Orvel::detail {
 
-/// The engine with all that its threads share. Whoever holds the mutex may use the engine.
+/// The engine with all that its threads share. The holder of the mutex may use the engine.
 struct SharedEngine {
     using Device = BackendState::Device;
 
