@@ -19,6 +19,7 @@
 #include <optional>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace OrvelTool {
 
@@ -46,6 +47,14 @@ bool isLoading(const Orvel::World& world) {
         const auto* voices = dynamic_cast<const Orvel::VoicesBackend*>(backend);
         return voices != nullptr && voices->loadingSounds() > 0;
     });
+}
+
+/// Whether the scene was played on the servers that were asked for, if any.
+bool wasServed(const RemoteServers& servers) {
+    if (servers.wasAlone()) {
+        report("no server was found, so none has played; run \"orvel servers\" to find out why");
+    }
+    return !servers.wasHindered() && !servers.wasAlone();
 }
 
 /// A parameter's value in quotes.
@@ -268,31 +277,34 @@ bool PlayCommand::play(
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
     RemoteServers servers(world, servers_, wait_);
+    std::optional<StopSignals> signals(std::in_place); // the servers are left in order
     if (from_ <= 0.0) {
-        const StopSignals signals; // servers are connected: leave them in order
         servers.waitUntilReady();
-        if (StopSignals::came()) {
-            return true;
-        }
     } else if (servers.haveNoLatency()) {
         report("--from: on servers, sounds that are already playing start from their beginning; "
                "with a latency they would not (client:latency=40)");
     }
-    // Fetching may take long. Until it is over, Ctrl-C ends the process at once.
+    if (StopSignals::came()) {
+        return wasServed(servers);
+    }
     if (armed_) {
         playback.arm();
     } else if (from_ <= 0.0) {
         playback.start();
     }
-    while (isLoading(world)) {
-        std::this_thread::sleep_for(kLoadingPoll);
-        world.update();
+    if (isLoading(world)) {
+        // Fetching may take long. Until it is over, Ctrl-C ends the process at once.
+        signals.reset();
+        while (isLoading(world)) {
+            std::this_thread::sleep_for(kLoadingPoll);
+            world.update();
+        }
+        signals.emplace();
     }
     // Requests are answered at once, not at the next tick.
     for (Corvid::PolledWebServer* server : webServers(world)) {
         server->setLoop(loop);
     }
-    const StopSignals signals;
     Operator user(playback, servers);
     const auto duration = [](double seconds) {
         return std::chrono::duration_cast<Clock::duration>(Seconds(seconds));
@@ -369,10 +381,7 @@ bool PlayCommand::play(
         render_.reportEnd(*recording, room);
     }
     reportGaps(world);
-    if (servers.wasAlone()) {
-        report("no server was found, so none has played; run \"orvel servers\" to find out why");
-    }
-    return room && !servers.wasHindered() && !servers.wasAlone();
+    return wasServed(servers) && room;
 }
 
 } // namespace OrvelTool
