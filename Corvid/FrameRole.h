@@ -11,7 +11,8 @@ struct FrameRole {
         Value,   ///< replaces an earlier value of the same subject and slot
         Event,   ///< always sent, in its place among the values of its subject
         Barrier, ///< always sent, in its place among all values
-        Reset    ///< drops the queued frames of all subjects but 0
+        Reset,   ///< drops the queued frames of all subjects but 0
+        LeftOut  ///< never sent on such a connection
     };
     static constexpr unsigned kSlots = 4;
 

@@ -10,7 +10,9 @@
 #include <Orvel/detail/net/PeerLines.h>
 #include <Orvel/detail/net/PlayTimes.h>
 #include <Orvel/detail/net/RouteDiagnostics.h>
+#include <Orvel/detail/net/SceneSweep.h>
 #include <Orvel/detail/net/SceneTime.h>
+#include <Orvel/detail/net/SentState.h>
 #include <Vessa/ObjectThread.h>
 
 #include <algorithm>
@@ -33,6 +35,10 @@ namespace {
 constexpr double kSearchSeconds = 3.0;
 
 using Corvid::Sender;
+using detail::sentState;
+
+/// For so long after a question of a server its scene is compared.
+constexpr std::chrono::seconds kCheckTime{3};
 
 int idOf(const World& /*world*/) {
     return 0;
@@ -59,11 +65,6 @@ void sendState(Sender* to, CommandEvent& event, short command, int id) {
         event.address(static_cast<Command>(command), id);
         event.send(to);
     }
-}
-
-/// The state of a part on the servers: a return to NONE is not sent.
-WorldPart::State sentState(const WorldPart& part) {
-    return part.state() == WorldPart::NONE ? part.previousState() : part.state();
 }
 
 /// Whether a replay of every part with its state leaves a server with these states. It does not if
@@ -99,7 +100,8 @@ struct ClientBackend::Timing {
     detail::PlayTimes played;
 };
 
-ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, params) {
+ClientBackend::ClientBackend(World& world, const char* params)
+    : Backend(world, params), sweep_(std::make_unique<detail::SceneSweep>()) {
     const auto read = detail::readParams(*this->params(), detail::kClientParams, "ClientBackend");
     transferData_ = read.flag("transferData");
     deferred_ = read.flag("deferred");
@@ -121,7 +123,7 @@ ClientBackend::ClientBackend(World& world, const char* params) : Backend(world, 
     if (read.flag("newestOnly")) {
         communicator_->setNewestOnly(OrvelMultiClient::roleOf);
     }
-    communicator_->setFeatures(DriverEvent::kFeature);
+    communicator_->setFeatures(DriverEvent::kFeature | CheckEvent::kFeature);
     configure(read);
     if (read.isSet("key")) {
         communicator_->setKeys(read.text("key")); // reports a problem
@@ -307,6 +309,9 @@ void ClientBackend::setEmitterState(Emitter& emitter) {
 
 bool ClientBackend::update() {
     deliver();
+    if (checksUntil_.load(std::memory_order_relaxed) != 0) {
+        sendChecks();
+    }
     if (communicator_ != nullptr) {
         communicator_->endBatch();
     }
@@ -351,6 +356,29 @@ void ClientBackend::sendTime() {
     communicator_->sendFrameTo(ClockEvent::kFeature, frame.data(), frame.size());
 }
 
+/// Sends the next hashes of parts, as servers have asked for them.
+void ClientBackend::sendChecks() {
+    const auto now = detail::SceneSweep::Clock::now();
+    if (detail::nanosecondsOf(now) > checksUntil_) {
+        checksUntil_ = 0;
+        return;
+    }
+    if (!replay_.tryLock()) { // the check would arrive in the middle of it
+        return;
+    }
+    const Vessa::Lock lock(replay_, std::adopt_lock);
+    const bool isSwitchSent = followEnabled_ || !sendsEnabled();
+    CheckEvent event;
+    event.address(CmdCheckParts, 0);
+    if (sweep_->next(
+            event, world(), now, isSwitchSent ? std::optional(sendsEnabled()) : std::nullopt)) {
+        stamp();
+        std::vector<std::byte> frame;
+        event.encode(frame);
+        communicator_->hub().sendFrameTo(CheckEvent::kFeature, frame.data(), frame.size(), false);
+    }
+}
+
 /// Begins the replay to a server that keeps times.
 void ClientBackend::sendOffer(Corvid::Communicator& connection) {
     const Corvid::Communicator::ClockOffer offer = connection.clockOffer();
@@ -369,6 +397,7 @@ void ClientBackend::sendOffer(Corvid::Communicator& connection) {
 }
 
 bool ClientBackend::addCommunicator(Corvid::Communicator* connection) {
+    const Vessa::Lock replay(replay_);
     const bool timed = timing_ != nullptr && (connection->features() & ClockEvent::kFeature) != 0;
     if (timed) {
         sendOffer(*connection);
@@ -525,7 +554,11 @@ bool ClientBackend::takeEvent(Corvid::Communicator* connection) {
     } else if (const auto* clock = dynamic_cast<const ClockEvent*>(event.get())) {
         answer(*clock, *connection);
     } else if (auto* command = dynamic_cast<CommandEvent*>(event.get())) {
-        dispatchEvent(command);
+        if (command->command == CmdAskChecks) {
+            checksUntil_ = detail::nanosecondsOf(std::chrono::steady_clock::now() + kCheckTime);
+        } else {
+            dispatchEvent(command);
+        }
     } else {
         ORVEL_REPORT_PEER(
             ForeignEvent, Fatal, detail::about(Diagnostic::Code::InvalidEvent),

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
@@ -27,6 +28,10 @@ class Thread;
 }
 
 namespace Orvel {
+
+namespace detail {
+class SceneSweep;
+}
 
 class ClockEvent;
 class DriverEvent;
@@ -136,6 +141,7 @@ private:
     void sendScene(Corvid::Communicator* connection, bool exactly);
     void sendOffer(Corvid::Communicator& connection);
     void sendTime();
+    void sendChecks();
     void stamp() {
         if (stampDue_.load(std::memory_order_relaxed)) {
             sendTime();
@@ -157,9 +163,12 @@ private:
     bool deferred_ = false;
     bool followEnabled_ = false;
     struct Timing;
-    std::unique_ptr<Timing> timing_;     // null without a latency
-    std::atomic<bool> stampDue_ = false; // no time has been sent since the last update
-    std::set<short> destroyedSources_;   // since the last reset; servers may have such sources
+    std::unique_ptr<Timing> timing_;            // null without a latency
+    std::atomic<bool> stampDue_ = false;        // no time has been sent since the last update
+    std::atomic<std::int64_t> checksUntil_ = 0; // nanoseconds; 0: no server asks
+    std::unique_ptr<detail::SceneSweep> sweep_; // of the thread that updates; null in a copy
+    Vessa::Mutex replay_;                       // held during a replay, and to send a check
+    std::set<short> destroyedSources_; // since the last reset; servers may have such sources
     mutable Vessa::Mutex mutex_;
     DriverHandler driverHandler_ ORVEL_GUARDED_BY(mutex_);
     std::set<const Corvid::Communicator*> notReady_ ORVEL_GUARDED_BY(mutex_);

@@ -7,8 +7,8 @@
 namespace Orvel {
 
 /// The meaning of an event, in its field `command`. All but CmdSetSourceDuration, CmdReportDriver,
-/// CmdAskClock and CmdReportTiming are sent from client to server. docs/protocol.md lists the event
-/// class of each command.
+/// CmdAskClock, CmdReportTiming, CmdAskChecks and CmdReportDifferences are sent from client to
+/// server. docs/protocol.md lists the event class of each command.
 enum Command : short {
     CmdResetBackend = 10,
     CmdEnable = 11,
@@ -19,6 +19,7 @@ enum Command : short {
     CmdAnswerClock = 16,
     CmdEndReplay = 17,
     CmdAskTiming = 18,
+    CmdCheckParts = 19,
     CmdCreateSource = 20,
     CmdDestroySource = 21,
     CmdSetSourceParam = 22,
@@ -39,6 +40,9 @@ enum Command : short {
     CmdReportDriver = 40,
     CmdAskClock = 41,
     CmdReportTiming = 42,
+    CmdAskChecks = 43,
+    CmdAskDifferences = 44,
+    CmdReportDifferences = 45,
 };
 
 /// Whether `objectId` of a command is the id of an emitter.

@@ -68,6 +68,9 @@ FrameRole OrvelMultiClient::roleOf(std::span<const std::byte> frame) {
     if (command == CmdSetTime && TimeEvent::_type.typeId() == fieldAt<short>(frame, kType)) {
         return {FrameRole::Kind::Value, 0, FrameRole::kSlots - 1};
     }
+    if (command == CmdCheckParts && CheckEvent::_type.typeId() == fieldAt<short>(frame, kType)) {
+        return {FrameRole::Kind::LeftOut, 0, 0};
+    }
     if (command >= kRoles.size() || kRoles[command].type == nullptr ||
         kRoles[command].type->typeId() != fieldAt<short>(frame, kType)) {
         return {};

@@ -4,6 +4,7 @@
 #include <Orvel/detail/Report.h>
 #include <Orvel/detail/net/Changes.h>
 #include <Orvel/detail/net/HeldEvents.h>
+#include <Orvel/detail/net/PartHash.h>
 #include <Orvel/detail/net/PeerLines.h>
 #include <Orvel/detail/net/RouteDiagnostics.h>
 #include <Vessa/ObjectThread.h>
@@ -16,9 +17,12 @@
 #include <exception>
 #include <limits>
 #include <map>
+#include <set>
 #include <span>
 #include <type_traits>
 #include <typeinfo>
+#include <utility>
+#include <vector>
 
 namespace Orvel {
 
@@ -102,7 +106,7 @@ bool decode(std::span<const std::byte> frame, std::string& fault, const Take& ta
     constexpr short kFirst = 200;
 #define ORVEL_ROW(class_, number) rows[(number)-kFirst] = {&class_::_type, &decodeAs<Take, class_>};
     static constexpr auto kRows = [] {
-        std::array<Row, 14> rows{};
+        std::array<Row, 16> rows{};
         ORVEL_EVENTS(ORVEL_ROW)
         return rows;
     }();
@@ -114,6 +118,20 @@ bool decode(std::span<const std::byte> frame, std::string& fault, const Take& ta
     const auto row = static_cast<std::size_t>(type->typeId() - kFirst);
     return row < kRows.size() && kRows[row].type == type ? kRows[row].decode(frame, fault, take)
                                                          : decodeOther(frame, fault, take);
+}
+
+std::string nameOf(CheckEvent::Kind kind) {
+    switch (kind) {
+    case CheckEvent::Kind::Switch:
+        return "whether it is enabled";
+    case CheckEvent::Kind::Listener:
+        return "listener";
+    case CheckEvent::Kind::Source:
+        return "source";
+    case CheckEvent::Kind::Emitter:
+        return "emitter";
+    }
+    return "part";
 }
 
 constexpr auto kAppliers = detail::byCommand<Outcome (*)(World&, CommandEvent&)>(
@@ -134,11 +152,38 @@ struct Server::Timing {
     detail::HeldEvents::Clock::time_point nextReport;
 };
 
+/// What is known about the differences from the clients' scenes, for some time after a question.
+struct Server::Comparison {
+    using Clock = std::chrono::steady_clock;
+    using Part = std::pair<CheckEvent::Kind, short>;
+    static constexpr std::chrono::seconds kTime{3};
+    static constexpr std::chrono::seconds kInterval{1}; // between two questions to clients
+
+    struct Difference {
+        const char* how; // behind the part's name
+        unsigned sweep;  // that has found it last
+    };
+    struct Client {
+        unsigned sweep = 0;   // the number of the current one
+        unsigned next = 0;    // the number of its next event
+        bool isWhole = false; // all of its events so far have come
+        unsigned parts = 0;   // in it
+        unsigned sweeps = 0;  // that were whole
+        unsigned partsOfWhole = 0;
+        std::map<Part, Difference> differences;
+    };
+
+    Clock::time_point end;
+    Clock::time_point nextQuestion;
+    std::map<const Corvid::Communicator*, Client> clients;
+};
+
 Server::Server() : Server("", 0) {}
 
 Server::Server(const std::string& host, unsigned short port)
     : multiServer_(std::make_unique<Corvid::MultiServer>(CommandEvent::kProtocolVersion)) {
     multiServer_->setNoDelay(true);
+    multiServer_->setFeatures(CheckEvent::kFeature);
     multiServer_->setDiagnostic(detail::routeDiagnostics("Orvel::Server"));
     multiServer_->open(host, port, true); // a failure is reported as a diagnostic
 }
@@ -286,6 +331,9 @@ bool Server::receiveFrom(Corvid::Communicator* client) {
             "Orvel::Server dropping a client because its event failed\n");
     }
     applyRest(*client);
+    if (comparison_ != nullptr) {
+        comparison_->clients.erase(client);
+    }
     if (observer_ != nullptr) {
         observer_->lost(client->counters().peer);
     }
@@ -319,9 +367,20 @@ bool Server::applyFrame(std::span<const std::byte> frame, Corvid::Communicator& 
 /// Applies an event that has arrived; `command` is the same one, or null if it is of a foreign
 /// class.
 void Server::take(Corvid::Event& event, CommandEvent* command, Corvid::Communicator& client) {
+    const short number = command != nullptr ? command->command : short{0};
+    if (number == CmdAskDifferences) {
+        answerDifferences(client);
+        return;
+    }
     if (!client.mayDrive()) {
         watcherSent(event, client);
         return;
+    }
+    if (number == CmdCheckParts) {
+        if (const auto* check = dynamic_cast<const CheckEvent*>(command)) {
+            compare(*check, client);
+            return;
+        }
     }
     if (observer_ != nullptr) {
         observer_->received(event, client.counters().peer);
@@ -349,7 +408,7 @@ void Server::Observer::setTime(std::optional<std::chrono::steady_clock::time_poi
 void Server::setTimed(std::chrono::nanoseconds delay) {
     timing_ = std::make_unique<Timing>();
     timing_->delay = delay;
-    multiServer_->setFeatures(ClockEvent::kFeature);
+    multiServer_->setFeatures(ClockEvent::kFeature | CheckEvent::kFeature);
 }
 
 bool Server::isTimed() const noexcept {
@@ -548,6 +607,152 @@ void Server::answerTiming(Corvid::Communicator& asker) {
         }
     }
     event.send(&asker);
+}
+
+// Differences
+
+/// Answers CmdAskDifferences, and has the clients send checks for some time.
+void Server::answerDifferences(Corvid::Communicator& asker) {
+    const auto now = Comparison::Clock::now();
+    if (comparison_ == nullptr || now > comparison_->end) {
+        comparison_ = std::make_unique<Comparison>();
+    }
+    comparison_->end = now + Comparison::kTime;
+    const auto driver = soleDriver();
+    DifferencesEvent answer;
+    answer.address(CmdReportDifferences, 0);
+    if (driver && *driver == nullptr) {
+        answer.state = DifferencesEvent::Free;
+    } else if (driver && ((*driver)->features() & CheckEvent::kFeature) == 0) {
+        answer.state = DifferencesEvent::Unable;
+    } else {
+        answer.state = DifferencesEvent::Compared;
+        if (now >= comparison_->nextQuestion) {
+            comparison_->nextQuestion = now + Comparison::kInterval;
+            CommandEvent question;
+            question.address(CmdAskChecks, 0);
+            std::vector<std::byte> frame;
+            question.encode(frame);
+            if (driver) {
+                (*driver)->sendFrame(frame.data(), frame.size());
+            } else {
+                multiServer_->sendFrameTo(CheckEvent::kFeature, frame.data(), frame.size());
+            }
+        }
+    }
+    for (const auto& [client, known] : comparison_->clients) {
+        answer.sweeps = std::max(answer.sweeps, known.sweeps);
+        answer.parts += known.partsOfWhole;
+        answer.different += static_cast<unsigned>(known.differences.size());
+        for (const auto& [part, difference] : known.differences) {
+            if (answer.names.size() == DifferencesEvent::kMaxNamed) {
+                break;
+            }
+            const bool hasId = part.second != 0;
+            answer.names.push_back(
+                nameOf(part.first) + (hasId ? ' ' + std::to_string(part.second) : "") +
+                difference.how);
+        }
+    }
+    answer.send(&asker);
+}
+
+/// Compares the scene, as the earlier events of a client have left it, with the client's.
+void Server::compare(const CheckEvent& check, const Corvid::Communicator& client) {
+    const auto driver = soleDriver();
+    if (comparison_ == nullptr || Comparison::Clock::now() > comparison_->end ||
+        (driver && *driver != &client)) {
+        return;
+    }
+    Comparison::Client& known = comparison_->clients[&client];
+    if (check.number == 0) {
+        ++known.sweep;
+        known.next = 0;
+        known.isWhole = true;
+        known.parts = 0;
+    }
+    known.isWhole = known.isWhole && check.number == known.next;
+    known.next = check.number + 1;
+    known.parts += static_cast<unsigned>(check.size());
+    std::set<int> emitters;
+    for (std::size_t i = 0; i < check.size(); ++i) {
+        const CheckEvent::Part part = check.at(i);
+        if (part.kind == CheckEvent::Kind::Emitter) {
+            emitters.insert(part.id);
+        }
+        if (const char* how = differenceOf(part)) {
+            known.differences[{part.kind, part.id}] = {how, known.sweep};
+        } else {
+            known.differences.erase({part.kind, part.id});
+        }
+    }
+    if (driver) { // all emitters are the driver's, or the server's own
+        const auto& mine = this->emitters();
+        for (auto mineNext = mine.lower_bound(check.first);
+             mineNext != mine.end() && mineNext->first <= check.last; ++mineNext) {
+            const int id = mineNext->first;
+            if (!emitters.contains(id) && !isOwn(CheckEvent::Kind::Emitter, id)) {
+                known.differences[{CheckEvent::Kind::Emitter, static_cast<short>(id)}] = {
+                    " (the player has none)", known.sweep};
+            }
+        }
+    }
+    if (check.isLast && std::exchange(known.isWhole, false)) {
+        ++known.sweeps;
+        known.partsOfWhole = known.parts;
+        std::erase_if(known.differences, [&known](const auto& entry) { // neither has it now
+            return entry.second.sweep != known.sweep;
+        });
+    }
+}
+
+/// How this scene's part differs from a client's, behind the part's name; null if it does not.
+const char* Server::differenceOf(const CheckEvent::Part& part) {
+    using Kind = CheckEvent::Kind;
+    if (isOwn(part.kind, part.id)) {
+        return nullptr;
+    }
+    detail::Rounding rounding(part.rounding);
+    const Source* source = part.kind == Kind::Source ? getSource(part.id) : nullptr;
+    const Emitter* emitter = part.kind == Kind::Emitter ? getEmitter(part.id) : nullptr;
+    std::uint64_t hash = part.hash; // of kinds that later releases send
+    switch (part.kind) {
+    case Kind::Switch:
+        hash = detail::hashOf(enabled());
+        break;
+    case Kind::Listener:
+        hash = detail::hashOfListener(*this, rounding);
+        break;
+    case Kind::Source:
+        if (source == nullptr) {
+            return " (missing)";
+        }
+        hash = detail::hashOf(*source, source->state(), receivedPitch(*source));
+        break;
+    case Kind::Emitter:
+        if (emitter == nullptr) {
+            return " (missing)";
+        }
+        hash = detail::hashOf(*emitter, emitter->state(), receivedGain(*emitter), rounding);
+        break;
+    }
+    return hash == part.hash ? nullptr : "";
+}
+
+std::optional<Corvid::Communicator*> Server::soleDriver() const {
+    return std::nullopt;
+}
+
+bool Server::isOwn(CheckEvent::Kind /*kind*/, int /*id*/) const {
+    return false;
+}
+
+float Server::receivedGain(const Emitter& emitter) const {
+    return emitter.gain();
+}
+
+float Server::receivedPitch(const Source& source) const {
+    return source.pitch();
 }
 
 Server::Lead Server::lead() {

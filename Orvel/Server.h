@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Orvel/CheckEvent.h>
 #include <Orvel/World.h>
 
 #include <atomic>
@@ -25,7 +26,6 @@ class Thread;
 
 namespace Orvel {
 
-class CommandEvent;
 class SourceDataEvent;
 
 /// A world that clients drive over the network: events of client back ends are applied to it, and
@@ -178,6 +178,19 @@ protected:
         std::chrono::steady_clock::time_point due, std::chrono::steady_clock::time_point arrived);
     virtual void endDue();
 
+    // For servers whose scene is more than its clients'. What clients have sent is compared with
+    // theirs, when someone asks (`orvel servers --verify`).
+
+    /// The only client whose changes are applied, or null; nothing if all clients drive, which is
+    /// the default.
+    [[nodiscard]] virtual std::optional<Corvid::Communicator*> soleDriver() const;
+    /// Whether the server itself has changed or created a part, which is not compared then; `id` as
+    /// in CheckEvent::Part. By default it has not.
+    [[nodiscard]] virtual bool isOwn(CheckEvent::Kind kind, int id) const;
+    /// Values as they were received, where the server plays others. Those of the parts by default.
+    [[nodiscard]] virtual float receivedGain(const Emitter& emitter) const;
+    [[nodiscard]] virtual float receivedPitch(const Source& source) const;
+
     /// Called when a client is gone, on the receiving thread; its connection is deleted afterwards.
     /// Does nothing by default. Must not throw.
     virtual void clientLost(Corvid::Communicator& client);
@@ -194,6 +207,9 @@ private:
     void discardHeld(const Corvid::Communicator& newer);
     void reportTimings();
     void answerTiming(Corvid::Communicator& asker);
+    void answerDifferences(Corvid::Communicator& asker);
+    void compare(const CheckEvent& check, const Corvid::Communicator& client);
+    [[nodiscard]] const char* differenceOf(const CheckEvent::Part& part);
     void take(Corvid::Event& event, CommandEvent* command, Corvid::Communicator& client);
 
     std::unique_ptr<Corvid::MultiServer> multiServer_;
@@ -203,7 +219,9 @@ private:
     Observer* observer_ = nullptr; // not owned
     struct Timing;
     std::unique_ptr<Timing> timing_; // null: all changes are applied on arrival
-    std::string dataDir_;            // empty: the current directory
+    struct Comparison;
+    std::unique_ptr<Comparison> comparison_; // null until someone asks
+    std::string dataDir_;                    // empty: the current directory
 };
 
 } // namespace Orvel

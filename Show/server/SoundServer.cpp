@@ -188,6 +188,7 @@ bool SoundServer::interceptEvent(Corvid::Event& event, Corvid::Communicator& fro
     }
     if (command->command == Orvel::CmdResetBackend) {
         pitches_.clear(); // the session restores them
+        forgetOwn();
     } else if (command->command == Orvel::CmdDestroySource) {
         pitches_.erase(command->objectId); // likewise
     }
@@ -197,7 +198,10 @@ bool SoundServer::interceptEvent(Corvid::Event& event, Corvid::Communicator& fro
             *command, [&from] { return from.counters().peer; }, false)) {
         noteStarts(*command, from);
         if (auto* param = dynamic_cast<Orvel::EmitterParamEvent*>(&event)) {
-            param->gain *= gain_;
+            if (gain_ != 1.0F) {
+                gains_[param->objectId] = param->gain;
+                param->gain *= gain_;
+            }
         } else if (auto* sound = dynamic_cast<Orvel::SourceParamEvent*>(&event)) {
             if (const Orvel::Source* source = getSource(sound->objectId)) {
                 held_.pitchChanged(
@@ -312,8 +316,7 @@ void SoundServer::noteStarts(const Orvel::CommandEvent& event, Corvid::Communica
 }
 
 double SoundServer::pitchOf(const Orvel::Source& source) const {
-    const auto own = pitches_.find(source.id());
-    return static_cast<double>(own == pitches_.end() ? source.pitch() : own->second);
+    return static_cast<double>(receivedPitch(source));
 }
 
 std::int64_t SoundServer::timeOf(const Corvid::Communicator& client) const {
@@ -360,6 +363,7 @@ void SoundServer::watcherSent(const Corvid::Event& /*event*/, Corvid::Communicat
 Orvel::Emitter* SoundServer::createEmitter(const std::vector<std::string>& labels, int id) {
     Orvel::Emitter* emitter = OwningWorld::createEmitter(labels, id);
     if (emitter != nullptr && gain_ != 1.0F) {
+        gains_[emitter->id()] = emitter->gain();
         emitter->setParam(emitter->paramFlag(), emitter->paramValue(), emitter->gain() * gain_);
     }
     return emitter;
@@ -423,7 +427,65 @@ bool SoundServer::apply(Orvel::CommandEvent& event) {
     if (sound != nullptr && source != nullptr && sound->pitch != source->pitch()) {
         holdPitchOf(*sound);
     }
-    return dispatchEvent(&event);
+    const bool applied = dispatchEvent(&event);
+    noteOwn(event);
+    return applied;
+}
+
+void SoundServer::noteOwn(const Orvel::CommandEvent& event) {
+    using Kind = Orvel::CheckEvent::Kind;
+    const int id = event.objectId;
+    if (Orvel::concernsEmitter(event.command)) {
+        own_.emplace(Kind::Emitter, id);
+        const Orvel::Emitter* emitter = getEmitter(id);
+        if (emitter != nullptr && emitter->source() != nullptr) { // their states spread
+            own_.emplace(Kind::Source, emitter->source()->id());
+        }
+    } else if (event.command >= Orvel::CmdCreateSource) {
+        own_.emplace(Kind::Source, id);
+    } else {
+        own_.emplace(
+            event.command == Orvel::CmdSetListenerTransform ? Kind::Listener : Kind::Switch, 0);
+    }
+}
+
+void SoundServer::forgetOwn() {
+    using Kind = Orvel::CheckEvent::Kind;
+    const auto isLocal = [this](int emitter) { return session_.isLocal(emitter); };
+    std::erase_if(own_, [&](const auto& part) {
+        if (part.first != Kind::Source) {
+            return part.first != Kind::Emitter || !isLocal(part.second);
+        }
+        const Orvel::Source* source = getSource(part.second);
+        return source == nullptr ||
+               std::ranges::none_of(source->connectedEmitters(), [&](const auto& entry) {
+                   return isLocal(entry.first);
+               });
+    });
+}
+
+bool SoundServer::isOwn(Orvel::CheckEvent::Kind kind, int id) const {
+    if (own_.empty()) {
+        return false;
+    }
+    if (own_.contains({kind, id})) {
+        return true;
+    }
+    // Emitters have the state of their source.
+    const auto emitter =
+        kind == Orvel::CheckEvent::Kind::Emitter ? emitters().find(id) : emitters().end();
+    return emitter != emitters().end() && emitter->second->source() != nullptr &&
+           own_.contains({Orvel::CheckEvent::Kind::Source, emitter->second->source()->id()});
+}
+
+float SoundServer::receivedGain(const Orvel::Emitter& emitter) const {
+    const auto own = gains_.find(emitter.id());
+    return own == gains_.end() ? emitter.gain() : own->second;
+}
+
+float SoundServer::receivedPitch(const Orvel::Source& source) const {
+    const auto own = pitches_.find(source.id());
+    return own == pitches_.end() ? source.pitch() : own->second;
 }
 
 std::vector<std::string> SoundServer::takeReports() {

@@ -84,6 +84,12 @@ protected:
         std::chrono::steady_clock::time_point due,
         std::chrono::steady_clock::time_point arrived) override;
     void endDue() override;
+    [[nodiscard]] std::optional<Corvid::Communicator*> soleDriver() const override {
+        return driver_;
+    }
+    [[nodiscard]] bool isOwn(Orvel::CheckEvent::Kind kind, int id) const override;
+    [[nodiscard]] float receivedGain(const Orvel::Emitter& emitter) const override;
+    [[nodiscard]] float receivedPitch(const Orvel::Source& source) const override;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -124,6 +130,10 @@ private:
     bool merge(const Orvel::CommandEvent& event, Corvid::Communicator& from);
     /// Ends the scene of a lost driver.
     void endHeld();
+    /// Notes which parts the local input has changed.
+    void noteOwn(const Orvel::CommandEvent& event);
+    /// A driver sets all parts again. Those that the local input still uses stay its own.
+    void forgetOwn();
     /// The back ends that start sounds at given frames of a device.
     [[nodiscard]] std::vector<Orvel::VoicesBackend*> exactBackends() const;
 
@@ -136,6 +146,8 @@ private:
     double behind_ = 0.0;                  // the lateness of the events being applied, in seconds
     std::map<int, double> offsets_;        // of emitters that join late, to be restored
     float gain_ = 1.0F;
+    std::map<int, float> gains_; // of emitters, as their driver set them, unless gain_ is 1
+    std::set<std::pair<Orvel::CheckEvent::Kind, int>> own_; // parts that the local input changed
     PitchHold pitchHold_;
     double clockAhead_ = 0.0;      // the driver's, in seconds
     double clockDrifted_ = 0.0;    // how much of that is drift

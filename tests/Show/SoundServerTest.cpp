@@ -1,16 +1,26 @@
-// How a sound server bridges the loss of its player.
+// How a sound server bridges the loss of its player, and finds differences from its scene.
 #include <Show/server/SoundServer.h>
 
 #include <Corvid/Communicator.h>
+#include <Corvid/MultiClient.h>
 #include <Orvel/ClientBackend.h>
+#include <Orvel/DifferencesEvent.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/Source.h>
+#include <Orvel/TransformEvent.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <gtest/gtest.h>
+#include <memory>
+#include <optional>
 #include <sstream>
+#include <string>
 #include <support/Loopback.h>
+#include <support/RandomChanges.h>
 #include <support/RecordingBackend.h>
+#include <vector>
 
 using namespace Orvel::Test;
 using namespace std::chrono_literals;
@@ -109,4 +119,147 @@ TEST_F(Holds, TheSceneOfAPlayerThatDoesNotReturnEnds) {
     ASSERT_TRUE(until([&] { return server_.player == nullptr; }, [&] { server_.serve(1ms); }));
     EXPECT_TRUE(isPlaying(2));
     EXPECT_TRUE(until([&] { return server_.emitters().empty(); }, [&] { server_.serve(1ms); }));
+}
+
+namespace {
+
+/// A scene with 10,000 changes a second, its server, and one who asks the server for differences.
+class Verifies : public testing::Test {
+protected:
+    using Clock = std::chrono::steady_clock;
+    static constexpr int kFirst = 100;  // of the emitters that only move
+    static constexpr int kFaulty = 300; // and the last of them
+    static constexpr auto kFrame = 10ms;
+
+    class Server : public Show::SoundServer {
+    public:
+        explicit Server(const Show::LoadedScene& bank) : SoundServer(bank, 0) {
+            setMulticastPort(testPort());
+            setTimed();
+            setGain(0.3F);
+            setHold(1h);
+            fill();
+        }
+        bool isFaulty = false;
+        Corvid::Communicator* player = nullptr;
+
+    protected:
+        bool interceptEvent(Corvid::Event& event, Corvid::Communicator& from) override {
+            player = &from;
+            auto* move = dynamic_cast<Orvel::TransformEvent*>(&event);
+            if (isFaulty && move != nullptr && move->objectId == kFaulty) {
+                move->position.y += 0.001F;
+            }
+            return SoundServer::interceptEvent(event, from);
+        }
+        void clientLost(Corvid::Communicator& client) override {
+            player = &client == player ? nullptr : player;
+            SoundServer::clientLost(client);
+        }
+    };
+
+    Verifies() {
+        for (int id = 1; id <= 6; ++id) {
+            bank_.scene.sources.emplace_back().id = id;
+        }
+        const std::string port = std::to_string(testPort());
+        world_.addBackend(
+            "client", ("deferred=yes followEnabled=yes latency=20 port=" + port).c_str());
+        asker_.multicast().setPort(testPort());
+        asker_.setSearchInterval(0.2);
+        asker_.open();
+        server_.emplace(bank_);
+    }
+    ~Verifies() override { asker_.close(); }
+
+    void step() {
+        const auto now = Clock::now();
+        if (now >= nextFrame_) {
+            nextFrame_ = std::max(nextFrame_ + kFrame, now);
+            for (int id = kFirst; id <= kFaulty; ++id) {
+                if (world_.getEmitter(id) == nullptr) {
+                    world_.createEmitter({}, id); // a random reset has removed it
+                }
+            }
+            for (int i = 0; i < 90; ++i) {
+                const Orvel::Vec3f place{
+                    changes_.number(), changes_.number(), 1e-7F * changes_.number()};
+                world_.getEmitter(kFirst + changes_.below(200))->setTransform(&place, nullptr);
+            }
+            const Orvel::Vec3f place{static_cast<float>(++frame_), 0, 0};
+            world_.getEmitter(kFaulty)->setTransform(&place, nullptr);
+            changes_.change(Orvel::WorldPart::NONE);
+            changes_.changeValues();
+            world_.update();
+            std::vector<std::byte> question;
+            Orvel::CommandEvent(Orvel::CmdAskDifferences).encode(question);
+            asker_.sendFrameTo(Orvel::CheckEvent::kFeature, question.data(), question.size());
+        }
+        server_->serve(1ms);
+        takeAnswers();
+    }
+    void takeAnswers() {
+        int waiting = 0;
+        Corvid::Communicator* from = nullptr;
+        while (asker_.communicatorsAvail(waiting) && waiting > 0 &&
+               asker_.receiveCommunicator(from)) {
+            Corvid::Event* received = nullptr;
+            const bool good = Corvid::Event::receive(from, received);
+            const std::unique_ptr<Corvid::Event> event(received);
+            if (const auto* answer = dynamic_cast<Orvel::DifferencesEvent*>(event.get())) {
+                answer_ = *answer;
+                for (const std::string& name : answer_.names) {
+                    EXPECT_EQ(name, "emitter 300");
+                }
+            } else if (!good) {
+                asker_.removeCommunicator(from);
+                delete from;
+            }
+        }
+    }
+    bool finds(std::size_t differences) {
+        const unsigned before = answer_.sweeps;
+        const bool found = until(
+            [&] {
+                return answer_.names.size() == differences && answer_.parts > 200 &&
+                       (differences > 0 || answer_.sweeps != before);
+            },
+            [this] { step(); });
+        return found && !HasFailure();
+    }
+
+    Show::LoadedScene bank_;
+    TidyWorld world_;
+    RandomChanges changes_{world_};
+    std::optional<Server> server_;
+    Corvid::MultiClient asker_{Orvel::CommandEvent::kProtocolVersion};
+    Orvel::DifferencesEvent answer_;
+    Clock::time_point nextFrame_;
+    int frame_ = 0;
+};
+
+} // namespace
+
+/// For as many seconds as ORVEL_VERIFY_SECONDS says.
+TEST_F(Verifies, FindsAPlantedFaultAndNothingElseBesideCutsAndRestarts) {
+    const char* seconds = std::getenv("ORVEL_VERIFY_SECONDS");
+    const auto end = Clock::now() + std::chrono::seconds(seconds == nullptr ? 4 : atoi(seconds));
+    double slowest = 0.0;
+    for (int round = 0; round < 2 || Clock::now() < end; ++round) {
+        ASSERT_TRUE(finds(0)) << round;
+        const auto planted = Clock::now();
+        server_->isFaulty = true;
+        ASSERT_TRUE(finds(1)) << round;
+        slowest = std::max(slowest, std::chrono::duration<double>(Clock::now() - planted).count());
+        server_->isFaulty = false;
+        ASSERT_TRUE(finds(0)) << round;
+        if (round % 2 == 0) {
+            server_->player->close();
+        } else {
+            server_.reset();
+            server_.emplace(bank_);
+        }
+        answer_ = {};
+    }
+    std::printf("found within %.3f s, %d frames\n", slowest, frame_);
 }

@@ -70,6 +70,9 @@ void Backlog::addFrame(const Classify& classify, std::span<const std::byte> fram
     case FrameRole::Kind::Reset:
         reset(classify);
         break;
+    case FrameRole::Kind::LeftOut:
+        ++leftOut_;
+        return;
     }
     bytes_.insert(bytes_.end(), frame.begin(), frame.end());
 }

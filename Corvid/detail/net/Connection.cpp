@@ -306,12 +306,12 @@ void Connection::endReplay() {
     context_->stream.unblock(outlet_);
 }
 
-bool Connection::sendFrame(const std::byte* frame, std::size_t size) {
+bool Connection::sendFrame(const std::byte* frame, std::size_t size, bool alsoJoining) {
     if (frameSize({frame, size}) != size) {
         return false;
     }
     bool wake = false;
-    const bool taken = context_->stream.append(outlet_, frame, size, wake);
+    const bool taken = context_->stream.append(outlet_, frame, size, wake, alsoJoining);
     if (wake) {
         context_->loop->wake();
     }

@@ -128,8 +128,8 @@ public:
     /// The loop sends the rest.
     void endReplay();
 
-    /// Queues a frame for this peer. Synchronised.
-    bool sendFrame(const std::byte* frame, std::size_t size);
+    /// Queues a frame for this peer; not while it joins unless `alsoJoining`. Synchronised.
+    bool sendFrame(const std::byte* frame, std::size_t size, bool alsoJoining = true);
     /// Reports a frame that could not be sent. Synchronised.
     void report(const std::string& text) const;
     /// Synchronised.

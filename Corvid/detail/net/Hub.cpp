@@ -173,11 +173,12 @@ bool Hub::sendFrame(const std::byte* frame, std::size_t size) {
     return taken;
 }
 
-void Hub::sendFrameTo(std::uint16_t wanted, const std::byte* frame, std::size_t size) {
+void Hub::sendFrameTo(
+    std::uint16_t wanted, const std::byte* frame, std::size_t size, bool alsoJoining) {
     const Vessa::Lock lock(mutex_);
     for (const Pointer& connection : registered_) {
         if ((connection->peer().features & wanted) != 0) {
-            connection->sendFrame(frame, size);
+            connection->sendFrame(frame, size, alsoJoining);
         }
     }
 }

@@ -72,7 +72,9 @@ public:
         }
         return taken;
     }
-    void sendFrameTo(std::uint16_t features, const std::byte* frame, std::size_t size)
+    /// `alsoJoining`: to connections too that are being brought up to date.
+    void sendFrameTo(
+        std::uint16_t features, const std::byte* frame, std::size_t size, bool alsoJoining = true)
         ORVEL_EXCLUDES(mutex_);
     void endBatch();
     bool add(Communicator* communicator) ORVEL_EXCLUDES(mutex_);

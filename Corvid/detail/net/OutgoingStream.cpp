@@ -31,9 +31,10 @@ bool OutgoingStream::boundMemory() {
     return wake;
 }
 
-bool OutgoingStream::append(Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake) {
+bool OutgoingStream::append(
+    Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake, bool alsoJoining) {
     const Vessa::Lock lock(mutex_);
-    if (!outlet.joined || outlet.leaving || outlet.overrun) {
+    if (!outlet.joined || outlet.leaving || outlet.overrun || (outlet.joining && !alsoJoining)) {
         return false;
     }
     const std::uint64_t position = outlet.joining ? outlet.position : stream_.end();

@@ -82,8 +82,11 @@ public:
     [[gnu::always_inline]] bool append(const Write& write, bool& wake) {
         return appendBy([&write](ChunkQueue& stream) { return stream.append<size>(write); }, wake);
     }
-    /// Appends a frame for one outlet. Returns false if it has left or lags too far.
-    bool append(Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake);
+    /// Appends a frame for one outlet. Returns false if it has left or lags too far, or is joining
+    /// and `alsoJoining` is false.
+    bool append(
+        Outlet& outlet, const std::byte* frame, std::size_t size, bool& wake,
+        bool alsoJoining = true);
     /// Marks the end of a batch of frames. Returns its size in bytes, or 0 if the writer is awake
     /// and will find it.
     std::size_t endBatch();

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <Corvid/FrameRole.h>
+#include <Orvel/CheckEvent.h>
 #include <Orvel/ClockEvent.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/CreateEmitterEvent.h>
+#include <Orvel/DifferencesEvent.h>
 #include <Orvel/DriverEvent.h>
 #include <Orvel/Emitter.h>
 #include <Orvel/EmitterConnectionEvent.h>
@@ -40,7 +42,9 @@
     EVENT(TimeEvent, 210)                                                                          \
     EVENT(ClockEvent, 211)                                                                         \
     EVENT(TimingEvent, 212)                                                                        \
-    EVENT(PositionEvent, 213)
+    EVENT(PositionEvent, 213)                                                                      \
+    EVENT(CheckEvent, 214)                                                                         \
+    EVENT(DifferencesEvent, 215)
 
 /// How a change is sent from a client to a server: one row per command. The client back end, the
 /// server, the connections that get only the newest values, and the tests of docs/protocol.md all

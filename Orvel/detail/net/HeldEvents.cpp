@@ -1,5 +1,6 @@
 #include <Orvel/detail/net/HeldEvents.h>
 
+#include <Orvel/CheckEvent.h>
 #include <Orvel/EmitterHullEvent.h>
 #include <Orvel/EmitterParamEvent.h>
 #include <Orvel/SourceParamEvent.h>
@@ -24,13 +25,14 @@ constexpr std::uint64_t kEnough = 12;
 constexpr double kWellKnownJitter = 0.0002;
 constexpr auto kLookAgain = 10ms;
 
-/// Whether a frame only sets a value of a part.
+/// Whether a frame only sets a value of a part, or checks some.
 bool isValue(std::span<const std::byte> frame) {
     constexpr std::size_t kType = 4;
     short type = 0;
     std::memcpy(&type, frame.data() + kType, sizeof type);
     return type == TransformEvent::_type.typeId() || type == EmitterHullEvent::_type.typeId() ||
-           type == EmitterParamEvent::_type.typeId() || type == SourceParamEvent::_type.typeId();
+           type == EmitterParamEvent::_type.typeId() || type == SourceParamEvent::_type.typeId() ||
+           type == CheckEvent::_type.typeId();
 }
 
 } // namespace

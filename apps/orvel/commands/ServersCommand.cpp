@@ -3,6 +3,7 @@
 #include "process/StopSignals.h"
 
 #include <Corvid/Event.h>
+#include <Orvel/CheckEvent.h>
 #include <Orvel/ClockEvent.h>
 #include <Orvel/CommandEvent.h>
 #include <Orvel/TimingEvent.h>
@@ -11,10 +12,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 namespace OrvelTool {
 
@@ -23,25 +27,38 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr double kDefaultSeconds = 1.0;
+constexpr double kVerifySeconds = 3.0;   // a sweep over a scene takes half a second and more
 constexpr double kQueries = 4.0;         // within that time, as datagrams get lost
 constexpr double kLongestInterval = 1.0; // between two queries, in seconds
 constexpr auto kSignalWait = 100ms;      // until a signal is noticed
+constexpr auto kVerifyInterval = 250ms;  // between two questions
 
-/// Asks the servers that it connects to how they keep their players' times.
-class TimingClient : public Corvid::MultiClient {
+/// Asks the servers that it connects to how they keep their players' times, and how their scenes
+/// differ from their players'.
+class QuestionClient : public Corvid::MultiClient {
 public:
-    TimingClient() : MultiClient(Orvel::CommandEvent::kProtocolVersion) {}
+    QuestionClient(bool timing, bool verify)
+        : MultiClient(Orvel::CommandEvent::kProtocolVersion), timing_(timing), verify_(verify) {}
 
     bool addCommunicator(Corvid::Communicator* connection) override {
         if (!MultiClient::addCommunicator(connection)) {
             return false;
         }
-        if ((connection->features() & Orvel::ClockEvent::kFeature) != 0) {
+        if (timing_ && (connection->features() & Orvel::ClockEvent::kFeature) != 0) {
             Orvel::CommandEvent(Orvel::CmdAskTiming).send(connection);
+        }
+        if (verify_ && (connection->features() & Orvel::CheckEvent::kFeature) == 0) {
+            unable_.push_back(connection->counters().peer);
         }
         return true;
     }
-    /// Takes the answers that have arrived. `take` gets the server's name and its answer.
+    /// Asks once more how scenes differ. The servers compare them between two questions.
+    void askDifferences() {
+        std::vector<std::byte> frame;
+        Orvel::CommandEvent(Orvel::CmdAskDifferences).encode(frame);
+        sendFrameTo(Orvel::CheckEvent::kFeature, frame.data(), frame.size());
+    }
+    /// Takes the answers that have arrived. `take` gets the server's name and its event.
     template <class Take>
     void receive(const Take& take) {
         int waiting = 0;
@@ -50,21 +67,53 @@ public:
             Corvid::Event* received = nullptr;
             const bool good = Corvid::Event::receive(server, received);
             const std::unique_ptr<Corvid::Event> event(received);
-            if (const auto* timing = dynamic_cast<const Orvel::TimingEvent*>(event.get())) {
-                take(server->counters().peer, timing->timing());
-            }
-            if (!good) {
+            if (good) {
+                take(server->counters().peer, *event);
+            } else {
                 removeCommunicator(server);
                 delete server;
             }
         }
     }
+    /// The servers whose release is too old to verify them.
+    [[nodiscard]] const std::vector<std::string>& unable() const { return unable_; }
+
+private:
+    const bool timing_;
+    const bool verify_;
+    std::vector<std::string> unable_;
 };
 
 /// The end of a server's name, which may begin with that of its key.
 std::string endOf(const std::string& peer) {
     const auto space = peer.rfind(' ');
     return space == std::string::npos ? peer : peer.substr(space + 1);
+}
+
+enum class Verdict { Same, Different, Free, NotCompared, OldPlayer, OldServer, Silent };
+
+/// With its name in JSON.
+const char* nameOf(Verdict verdict) {
+    constexpr const char* kNames[] = {"same",      "different", "free",  "notCompared",
+                                      "oldPlayer", "oldServer", "silent"};
+    return kNames[static_cast<std::size_t>(verdict)];
+}
+
+Verdict verdictOf(bool isOld, const std::optional<Orvel::DifferencesEvent>& differences) {
+    using State = Orvel::DifferencesEvent::State;
+    if (!differences) {
+        return isOld ? Verdict::OldServer : Verdict::Silent;
+    }
+    if (differences->state == State::Free) {
+        return Verdict::Free;
+    }
+    if (differences->state == State::Unable) {
+        return Verdict::OldPlayer;
+    }
+    if (differences->different > 0) {
+        return Verdict::Different;
+    }
+    return differences->sweeps > 0 ? Verdict::Same : Verdict::NotCompared;
 }
 
 double toMilliseconds(double seconds) {
@@ -75,25 +124,30 @@ double toMilliseconds(double seconds) {
 
 ServersCommand::ServersCommand(CLI::App& parent) {
     declare(parent, "servers", "List the sound servers on the network");
-    declareSeconds("How long to wait for answers, in seconds (default: 1)");
+    declareSeconds("How long to wait for answers, in seconds (default: 1, with --verify 3)");
     app().add_flag("--json", json_, "Print JSON instead of a table");
     app().add_flag(
         "--timing", timing_,
         "Connect to each server, and show how well it keeps the times of its player");
+    app().add_flag(
+        "--verify", verify_,
+        "Connect to each server, and compare its scene with its player's, part by part");
     network_.declare(app());
     network_.declareLimits(app(), true);
     network_.declareKey(app(), false);
-    app().footer("The exit code is 1 when no server answers.");
+    app().footer(
+        "The exit code is 1 when no server answers, or with --verify when a scene differs or could "
+        "not be compared.");
 }
 
 int ServersCommand::run() {
     using Clock = std::chrono::steady_clock;
-    const double seconds = seconds_ > 0.0 ? seconds_ : kDefaultSeconds;
+    const double seconds = seconds_ > 0.0 ? seconds_ : verify_ ? kVerifySeconds : kDefaultSeconds;
     if (!network_.checkKey()) {
         return kFailure;
     }
     network_.restrictInterfaces();
-    TimingClient client;
+    QuestionClient client(timing_, verify_);
     client.setDiagnostic([this](Corvid::MultiCommunicator::Severity severity, const auto& text) {
         if (verbose_ || severity == Corvid::MultiCommunicator::Severity::Warning) {
             report(text);
@@ -101,7 +155,7 @@ int ServersCommand::run() {
     });
     network_.apply(client.multicast());
     network_.limit(client);
-    client.setConnecting(timing_);
+    client.setConnecting(timing_ || verify_);
     if (!network_.key().empty()) {
         client.setKeys(network_.key());
     }
@@ -110,12 +164,26 @@ int ServersCommand::run() {
     client.open();
     const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                         std::chrono::duration<double>(seconds));
-    Timings timings;
+    Answers answers;
+    auto nextQuestion = Clock::now();
     for (auto now = Clock::now(); now < end && !StopSignals::came(); now = Clock::now()) {
+        if (verify_ && now >= nextQuestion) {
+            nextQuestion = now + kVerifyInterval;
+            client.askDifferences();
+        }
         client.waitForCommunicators(std::min<Clock::duration>(end - now, kSignalWait));
-        client.receive([&timings](const std::string& peer, const auto& timing) {
-            timings[endOf(peer)] = timing;
+        client.receive([&answers](const std::string& peer, const Corvid::Event& event) {
+            Answer& answer = answers[endOf(peer)];
+            if (const auto* timing = dynamic_cast<const Orvel::TimingEvent*>(&event)) {
+                answer.timing = timing->timing();
+            } else if (
+                const auto* differences = dynamic_cast<const Orvel::DifferencesEvent*>(&event)) {
+                answer.differences = *differences;
+            }
         });
+    }
+    for (const std::string& peer : client.unable()) {
+        answers[endOf(peer)].cannotVerify = true;
     }
     Servers servers = client.foundServers();
     std::sort(servers.begin(), servers.end(), [](const auto& a, const auto& b) {
@@ -123,18 +191,26 @@ int ServersCommand::run() {
                std::tuple(b.id, b.address.bits(), b.port);
     });
     if (json_) {
-        writeJson(servers, timings, client);
+        writeJson(servers, answers, client);
     } else if (!servers.empty()) {
         writeTable(servers);
         if (timing_) {
-            writeTimings(servers, timings);
+            writeTimings(servers, answers);
+        }
+        if (verify_) {
+            writeDifferences(servers, answers);
         }
     }
     if (servers.empty()) {
         explainSilence(client);
         return kFailure;
     }
-    return kSuccess;
+    const bool good = !verify_ || std::ranges::all_of(servers, [&answers](const auto& server) {
+        const Answer answer = answerOf(answers, server);
+        const Verdict verdict = verdictOf(answer.cannotVerify, answer.differences);
+        return verdict == Verdict::Same || verdict == Verdict::Free;
+    });
+    return good ? kSuccess : kFailure;
 }
 
 void ServersCommand::writeTable(const Servers& servers) {
@@ -155,19 +231,24 @@ void ServersCommand::writeTable(const Servers& servers) {
     }
 }
 
-void ServersCommand::writeTimings(const Servers& servers, const Timings& timings) {
+ServersCommand::Answer
+ServersCommand::answerOf(const Answers& answers, const Corvid::MultiClient::FoundServer& server) {
+    const auto found = answers.find(server.address.text() + ':' + std::to_string(server.port));
+    return found == answers.end() ? Answer() : found->second;
+}
+
+void ServersCommand::writeTimings(const Servers& servers, const Answers& answers) {
     standardOutput() << "\n    id  clock (ms)      error       drift  round trip  late batches  "
                         "scene age\n";
     for (const auto& server : servers) {
-        const auto found = timings.find(server.address.text() + ':' + std::to_string(server.port));
+        const auto found = answerOf(answers, server).timing;
         char line[160];
-        if (found == timings.end() || found->second.batches == 0) {
+        if (!found || found->batches == 0) {
             std::snprintf(
                 line, sizeof line, "%6d  %s\n", server.id,
-                found == timings.end() ? "has not answered, or keeps no times"
-                                       : "has no player with a latency");
+                !found ? "has not answered, or keeps no times" : "has no player with a latency");
         } else {
-            const auto& timing = found->second;
+            const auto& timing = *found;
             std::snprintf(
                 line, sizeof line,
                 "%6d  %+10.3f  %6.3f ms  %+6.1f ppm  %7.2f ms  %5llu of %-5llu  %7.2f s\n",
@@ -180,8 +261,52 @@ void ServersCommand::writeTimings(const Servers& servers, const Timings& timings
     }
 }
 
+void ServersCommand::writeDifferences(const Servers& servers, const Answers& answers) {
+    standardOutput() << "\n    id  scene\n";
+    for (const auto& server : servers) {
+        const Answer answer = answerOf(answers, server);
+        const Orvel::DifferencesEvent event =
+            answer.differences.value_or(Orvel::DifferencesEvent());
+        const std::string parts = std::to_string(event.parts) + " parts";
+        std::string text;
+        switch (verdictOf(answer.cannotVerify, answer.differences)) {
+        case Verdict::Same:
+            text = "the same as its player's: " + parts;
+            break;
+        case Verdict::Different:
+            text = std::to_string(event.different) + " of " + parts + " differ:";
+            for (const std::string& name : event.names) {
+                text += (&name == &event.names.front() ? " " : ", ") + name;
+            }
+            if (event.different > event.names.size()) {
+                text += " and " + std::to_string(event.different - event.names.size()) + " more";
+            }
+            break;
+        case Verdict::Free:
+            text = "has no player";
+            break;
+        case Verdict::NotCompared:
+            text = "not compared: its player lags or does not update its scene, or the scene needs "
+                   "more --seconds";
+            break;
+        case Verdict::OldPlayer:
+            text = "cannot be verified: its player is of an earlier release";
+            break;
+        case Verdict::OldServer:
+            text = "cannot be verified: it is of an earlier release";
+            break;
+        case Verdict::Silent:
+            text = "has not answered";
+            break;
+        }
+        char id[16];
+        std::snprintf(id, sizeof id, "%6d  ", server.id);
+        standardOutput() << id << text << '\n';
+    }
+}
+
 void ServersCommand::writeJson(
-    const Servers& servers, const Timings& timings, const Corvid::MultiClient& client) const {
+    const Servers& servers, const Answers& answers, const Corvid::MultiClient& client) const {
     using Json = nlohmann::ordered_json;
     const Corvid::Multicast::Settings settings = client.multicast().settings();
     Json json;
@@ -196,21 +321,32 @@ void ServersCommand::writeJson(
                                    : Json(nullptr);
         entry["clockSeconds"] = server.clockSeconds;
         entry["interface"] = server.interface.text();
-        const auto found = timings.find(server.address.text() + ':' + std::to_string(server.port));
+        const Answer answer = answerOf(answers, server);
         if (timing_) {
             Json timing;
-            if (found != timings.end() && found->second.batches > 0) {
-                const auto& clock = found->second.clock;
+            const auto& found = answer.timing;
+            if (found && found->batches > 0) {
+                const auto& clock = found->clock;
                 timing["clockOffsetMs"] = static_cast<double>(clock.offset) * 1e-6;
                 timing["clockErrorMs"] = clock.error * 1e3;
                 timing["clockDriftPpm"] = clock.drift * 1e6;
                 timing["roundTripMs"] = clock.roundTrip * 1e3;
                 timing["jitterMs"] = clock.jitter * 1e3;
-                timing["batches"] = found->second.batches;
-                timing["lateBatches"] = found->second.lateBatches;
-                timing["sceneAgeSeconds"] = found->second.sceneAge;
+                timing["batches"] = found->batches;
+                timing["lateBatches"] = found->lateBatches;
+                timing["sceneAgeSeconds"] = found->sceneAge;
             }
             entry["timing"] = std::move(timing); // null without a player that has a latency
+        }
+        if (verify_) {
+            const auto event = answer.differences.value_or(Orvel::DifferencesEvent());
+            Json verify;
+            verify["scene"] = nameOf(verdictOf(answer.cannotVerify, answer.differences));
+            verify["parts"] = event.parts;
+            verify["sweeps"] = event.sweeps;
+            verify["different"] = event.different;
+            verify["names"] = event.names;
+            entry["verify"] = std::move(verify);
         }
         json["servers"].push_back(std::move(entry));
     }

@@ -106,7 +106,7 @@ _orvel() {
             _orvel_words "$more --scene --backend --web --monitor --render --render-rate --render-raw --seconds --id --tcp-port --hold --delay --gain --skew \
                 --allow --keep-player --key --open --no-announce --wait-for-device --osc --osc-scale --osc-reply-port --osc-query --osc-feedback --max-per-address $search $common"
             ;;
-        servers) _orvel_words "--key --seconds --json --timing --max-per-address --max-servers $search $common" ;;
+        servers) _orvel_words "--key --seconds --json --timing --verify --max-per-address --max-servers $search $common" ;;
         doctor) _orvel_words "--key --check-port --json $search $common" ;;
         plot) _orvel_words "--levels $common" ;;
         check) _orvel_words "--strict $common" ;;
