@@ -208,9 +208,10 @@ struct OALBackend::Objects {
         std::size_t size_ = 0;
     };
 
-    Names emitterSources;  // emitter id to AL source
-    Names sourceBuffers;   // source id to AL buffer
-    std::set<int> refused; // emitters without an AL source
+    Names emitterSources;    // emitter id to AL source
+    Names sourceBuffers;     // source id to AL buffer
+    std::set<int> refused;   // emitters without an AL source
+    bool haveRadius = false; // an emitter is or was more than a point
     std::uint64_t failures = 0;
 
     /// The AL source of an emitter, or null.
@@ -568,7 +569,12 @@ void OALBackend::setEmitterHull(Emitter& emitter) {
     if (name == nullptr) {
         return;
     }
-    detail::setReach(*name, emitter.isSpatial(), emitter.hull(), emitter.radius());
+    const bool spatial = emitter.isSpatial();
+    detail::setReach(*name, spatial, emitter.hull());
+    if (objects_->haveRadius || emitter.radius() > 0.0F) {
+        objects_->haveRadius = true;
+        detail::setRadius(*name, spatial ? emitter.radius() : 0.0F);
+    }
     checkSelected("Cannot set emitter hull\n", emitter);
 }
 

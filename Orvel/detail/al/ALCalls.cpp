@@ -22,7 +22,7 @@ void setPlace(unsigned source, bool spatial, const Vec3f& position) {
     alSourcei(source, AL_SOURCE_RELATIVE, spatial ? AL_FALSE : AL_TRUE);
 }
 
-void setReach(unsigned source, bool spatial, const Hull& hull, float radius) {
+void setReach(unsigned source, bool spatial, const Hull& hull) {
     // A reference at or beyond the maximum would disable attenuation.
     const Reach reach = spatial ? reachOf(hull) : Reach{1.0F, 2.0F};
     alSourcefv(source, AL_DIRECTION, std::array{1.0F, 0.0F, 0.0F}.data());
@@ -31,8 +31,13 @@ void setReach(unsigned source, bool spatial, const Hull& hull, float radius) {
     alSourcef(source, AL_REFERENCE_DISTANCE, reach.full);
     alSourcef(source, AL_MAX_DISTANCE, reach.softest);
     alSourcef(source, AL_ROLLOFF_FACTOR, spatial ? 1.0F : 0.0F);
-    if (alIsExtensionPresent("AL_EXT_SOURCE_RADIUS") == AL_TRUE) {
-        alSourcef(source, AL_SOURCE_RADIUS, spatial ? std::max(radius, 0.0F) : 0.0F);
+}
+
+void setRadius(unsigned source, float radius) {
+    // Searching the list of extensions takes longer than the calls above.
+    static const bool isKnown = alIsExtensionPresent("AL_EXT_SOURCE_RADIUS") == AL_TRUE;
+    if (isKnown) {
+        alSourcef(source, AL_SOURCE_RADIUS, std::max(radius, 0.0F));
     }
 }
 

@@ -126,9 +126,10 @@ int VoicePool::start(
     free_.pop_back();
     ++sounding_;
     Voice& voice = voices_[index];
-    const ALuint source = voice.source;
+    const auto [source, radius] = std::pair(voice.source, voice.radius);
     voice = {};
     voice.source = source;
+    voice.radius = radius;
     voice.sound = sound;
     voice.head = head;
     voice.loop = values.loop;
@@ -340,8 +341,12 @@ void VoicePool::setFilters(Voice& voice) {
 }
 
 void VoicePool::setReach(int voice, const VoiceValues& values) {
-    detail::setReach(
-        voices_[static_cast<Index>(voice)].source, values.attenuated, values.hull, values.radius);
+    Voice& to = voices_[static_cast<Index>(voice)];
+    detail::setReach(to.source, values.attenuated, values.hull);
+    if (const float radius = values.attenuated ? values.radius : 0.0F; radius != to.radius) {
+        to.radius = radius;
+        detail::setRadius(to.source, radius);
+    }
 }
 
 void VoicePool::setGain(int voice, const VoiceValues& values) {

@@ -100,6 +100,7 @@ public:
 private:
     struct Voice {
         unsigned source = 0;
+        float radius = 0.0F;                // the AL source's, as of the last user
         std::shared_ptr<const Sound> sound; // while sounding or fading
         float gain = 1.0F;
         float fade = 1.0F; // below 1 after the release
