@@ -9,6 +9,17 @@
 
 namespace Orvel {
 
+namespace {
+
+/// Reads one float. The compiler combines neighbouring reads into a wider one, which has to wait if
+/// the host has just written the floats one by one: the processor passes a pending write on to a
+/// read of the same size at once, but a wider read waits until the writes are in the cache.
+float readAlone(const float& value) {
+    return static_cast<const volatile float&>(value);
+}
+
+} // namespace
+
 Emitter::Emitter(World& world, int id, const std::vector<std::string>& labels)
     : WorldPart(world, id), labels_(labels) {
     world.enter(*this);
@@ -52,13 +63,21 @@ inline void Emitter::fetchLater() {
 void Emitter::setTransform(const Vec3f* position, const Quaternion* rotation) {
     fetchLater();
     bool changed = false;
-    if (position != nullptr && !detail::same(*position, position_)) {
-        position_ = *position;
-        changed = true;
+    if (position != nullptr) {
+        const Vec3f to{readAlone(position->x), readAlone(position->y), readAlone(position->z)};
+        if (!detail::same(to, position_)) {
+            position_ = to;
+            changed = true;
+        }
     }
-    if (rotation != nullptr && !detail::same(*rotation, rotation_)) {
-        rotation_ = *rotation;
-        changed = true;
+    if (rotation != nullptr) {
+        const Quaternion to{
+            readAlone(rotation->x), readAlone(rotation->y), readAlone(rotation->z),
+            readAlone(rotation->w)};
+        if (!detail::same(to, rotation_)) {
+            rotation_ = to;
+            changed = true;
+        }
     }
     if (changed) {
         world().setEmitterTransform(*this);
