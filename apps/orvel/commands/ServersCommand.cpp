@@ -90,30 +90,30 @@ std::string endOf(const std::string& peer) {
     return space == std::string::npos ? peer : peer.substr(space + 1);
 }
 
-enum class Verdict { Same, Different, Free, NotCompared, OldPlayer, OldServer, Silent };
+enum class Comparison { Same, Different, Free, NotCompared, OldPlayer, OldServer, Silent };
 
 /// With its name in JSON.
-const char* nameOf(Verdict verdict) {
+const char* nameOf(Comparison comparison) {
     constexpr const char* kNames[] = {"same",      "different", "free",  "notCompared",
                                       "oldPlayer", "oldServer", "silent"};
-    return kNames[static_cast<std::size_t>(verdict)];
+    return kNames[static_cast<std::size_t>(comparison)];
 }
 
-Verdict verdictOf(bool isOld, const std::optional<Orvel::DifferencesEvent>& differences) {
+Comparison comparisonOf(bool isOld, const std::optional<Orvel::DifferencesEvent>& differences) {
     using State = Orvel::DifferencesEvent::State;
     if (!differences) {
-        return isOld ? Verdict::OldServer : Verdict::Silent;
+        return isOld ? Comparison::OldServer : Comparison::Silent;
     }
     if (differences->state == State::Free) {
-        return Verdict::Free;
+        return Comparison::Free;
     }
     if (differences->state == State::Unable) {
-        return Verdict::OldPlayer;
+        return Comparison::OldPlayer;
     }
     if (differences->different > 0) {
-        return Verdict::Different;
+        return Comparison::Different;
     }
-    return differences->sweeps > 0 ? Verdict::Same : Verdict::NotCompared;
+    return differences->sweeps > 0 ? Comparison::Same : Comparison::NotCompared;
 }
 
 double toMilliseconds(double seconds) {
@@ -207,8 +207,8 @@ int ServersCommand::run() {
     }
     const bool good = !verify_ || std::ranges::all_of(servers, [&answers](const auto& server) {
         const Answer answer = answerOf(answers, server);
-        const Verdict verdict = verdictOf(answer.cannotVerify, answer.differences);
-        return verdict == Verdict::Same || verdict == Verdict::Free;
+        const Comparison comparison = comparisonOf(answer.cannotVerify, answer.differences);
+        return comparison == Comparison::Same || comparison == Comparison::Free;
     });
     return good ? kSuccess : kFailure;
 }
@@ -269,11 +269,11 @@ void ServersCommand::writeDifferences(const Servers& servers, const Answers& ans
             answer.differences.value_or(Orvel::DifferencesEvent());
         const std::string parts = std::to_string(event.parts) + " parts";
         std::string text;
-        switch (verdictOf(answer.cannotVerify, answer.differences)) {
-        case Verdict::Same:
+        switch (comparisonOf(answer.cannotVerify, answer.differences)) {
+        case Comparison::Same:
             text = "the same as its player's: " + parts;
             break;
-        case Verdict::Different:
+        case Comparison::Different:
             text = std::to_string(event.different) + " of " + parts + " differ:";
             for (const std::string& name : event.names) {
                 text += (&name == &event.names.front() ? " " : ", ") + name;
@@ -282,20 +282,20 @@ void ServersCommand::writeDifferences(const Servers& servers, const Answers& ans
                 text += " and " + std::to_string(event.different - event.names.size()) + " more";
             }
             break;
-        case Verdict::Free:
+        case Comparison::Free:
             text = "has no player";
             break;
-        case Verdict::NotCompared:
+        case Comparison::NotCompared:
             text = "not compared: its player lags or does not update its scene, or the scene needs "
                    "more --seconds";
             break;
-        case Verdict::OldPlayer:
+        case Comparison::OldPlayer:
             text = "cannot be verified: its player is of an earlier release";
             break;
-        case Verdict::OldServer:
+        case Comparison::OldServer:
             text = "cannot be verified: it is of an earlier release";
             break;
-        case Verdict::Silent:
+        case Comparison::Silent:
             text = "has not answered";
             break;
         }
@@ -341,7 +341,7 @@ void ServersCommand::writeJson(
         if (verify_) {
             const auto event = answer.differences.value_or(Orvel::DifferencesEvent());
             Json verify;
-            verify["scene"] = nameOf(verdictOf(answer.cannotVerify, answer.differences));
+            verify["scene"] = nameOf(comparisonOf(answer.cannotVerify, answer.differences));
             verify["parts"] = event.parts;
             verify["sweeps"] = event.sweeps;
             verify["different"] = event.different;
