@@ -51,7 +51,7 @@ public:
     void measureClock(
         Communicator& client, const Communicator::ClockOffer& offer,
         std::function<void(std::uint32_t number)> ask);
-    static constexpr int kMaxQuestions = 100;
+    static constexpr int kMaxQuestions = 400;
 
     /// The port listened to, 0 before opening.
     [[nodiscard]] std::uint16_t port() const;

@@ -13,6 +13,7 @@ struct ORVEL_EXPORT PeerClock {
     std::int64_t at = 0;       ///< own time of the estimate
     std::int64_t offset = 0;   ///< the peer's clock minus this one's, at that time
     double error = 0.0;        ///< the offset is right to within this, in seconds
+    double deviation = 0.0;    ///< standard deviation of the offset, as the jitter causes it
     double drift = 0.0;        ///< by how much the peer's clock runs faster, as a fraction
     double driftError = 0.0;   ///< the drift is right to within this
     double roundTrip = 0.0;    ///< the shortest of the latest measurements, in seconds

@@ -419,6 +419,10 @@ bool Server::isTimed(Corvid::Communicator& client) const {
     return isTimed() && timing_->held.contains(&client);
 }
 
+bool Server::knowsClockOf(Corvid::Communicator& client) const {
+    return isTimed(client) && timing_->held.at(&client).isReady();
+}
+
 std::optional<std::chrono::steady_clock::time_point> Server::nextDue() {
     std::optional<detail::HeldEvents::Clock::time_point> next;
     if (isTimed()) {

@@ -121,6 +121,8 @@ public:
 
     /// Whether changes of this client are held until their times.
     [[nodiscard]] bool isTimed(Corvid::Communicator& client) const;
+    /// Whether this client's clock is known well enough, so that its changes are applied.
+    [[nodiscard]] bool knowsClockOf(Corvid::Communicator& client) const;
 
     /// Starts the receive thread.
     void run();

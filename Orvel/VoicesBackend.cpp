@@ -751,6 +751,13 @@ void VoicesBackend::setStartFrame(std::optional<std::int64_t> frame) {
     state_->startFrame = frame;
 }
 
+void VoicesBackend::moveSounds(double seconds) {
+    if (std::isfinite(seconds)) {
+        const Vessa::Lock lock(state_->shared->mutex);
+        state_->shared->engine.move(seconds);
+    }
+}
+
 FrameClock VoicesBackend::frameClock() const {
     const State& s = *state_;
     if (!s.offline) {

@@ -103,6 +103,11 @@ public:
     /// and `heard` the next frame to render.
     [[nodiscard]] FrameClock frameClock() const;
 
+    /// Moves all sounds that play forward by so many seconds of playing, or back if negative, each
+    /// with a fade of some milliseconds; one that would be before its beginning waits for that. For
+    /// an output that has been interrupted.
+    void moveSounds(double seconds);
+
     /// The position in an emitter's sound, in seconds of the sound: its length if it has ended, 0
     /// if it is stopped. Nothing if this back end does not play the emitter.
     [[nodiscard]] std::optional<double> playPosition(const Emitter& emitter) const;

@@ -20,9 +20,6 @@ namespace {
 constexpr unsigned kEventsBetweenLooks = 64; // between two reads of the clock
 constexpr std::size_t kMaxReports = 100;     // until they are taken
 constexpr std::chrono::milliseconds kPitchInterval{50};
-/// A larger step, in seconds, is a better estimate of the driver's clock, or another driver, and no
-/// drift. Sounds that begin after it are right already.
-constexpr double kMaxClockStep = 20e-6;
 constexpr std::chrono::milliseconds kStartMargin{5}; // for this thread to get its processor
 
 std::int64_t nanosecondsOf(std::chrono::steady_clock::time_point time) {
@@ -43,11 +40,14 @@ SoundServer::SoundServer(const LoadedScene& bank, unsigned short port, const std
 void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
     const auto now = Clock::now();
     sliceEnd_ = now + atMost;
-    if (now >= pitchAgain_ && isTimed()) {
+    if (now >= pitchAgain_ && keepsTime()) {
         pitchAgain_ = now + kPitchInterval;
         for (const Orvel::VoicesBackend* backend : exactBackends()) {
             const Orvel::FrameClock clock = backend->frameClock();
             if (clock.hasDevice && clock.rate > 0.0) {
+                if (std::exchange(nominalRate_, clock.nominalRate) != clock.nominalRate) {
+                    pitchHold_.restart(); // its frames cannot be compared with those before
+                }
                 const double frames = clock.frameAt(now) / clock.nominalRate;
                 holdPitch(
                     frames - std::chrono::duration<double>(now.time_since_epoch()).count(), frames);
@@ -62,8 +62,21 @@ void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
 }
 
 void SoundServer::holdPitch(double lead, double frames) {
-    followDriverClock();
-    if (!isTimed() || !pitchHold_.update(lead - clockDrifted_, frames)) {
+    if (!keepsTime()) {
+        return;
+    }
+    const bool isNew = pitchHold_.update(lead - clockDrifted_, frames, followDriverClock());
+    if (const double move = pitchHold_.takeMove(); move != 0.0) {
+        report(
+            "sounds were " + std::to_string(std::lround(std::abs(move) * 1000.0)) + " ms " +
+            (move > 0.0 ? "late" : "early") + ", and have been moved");
+        for (Orvel::Backend* backend : backends()) {
+            if (auto* voices = dynamic_cast<Orvel::VoicesBackend*>(backend)) {
+                voices->moveSounds(move);
+            }
+        }
+    }
+    if (!isNew) {
         return;
     }
     for (const auto& [id, source] : sources()) {
@@ -74,17 +87,22 @@ void SoundServer::holdPitch(double lead, double frames) {
     }
 }
 
-void SoundServer::followDriverClock() {
-    const Corvid::PeerClock clock = driver_ == nullptr ? Corvid::PeerClock() : driver_->clock();
-    if (!clock.known) {
-        return;
+double SoundServer::followDriverClock() {
+    bool isSame = true;
+    if (driver_ != nullptr && knowsClockOf(*driver_) && driver_->clock().known) {
+        driverClock_ = driver_->clock();
+        isSame = std::exchange(followed_, driverInstance_) == driverInstance_;
+    } // else the latest estimate holds, as it does for the scene of a lost driver
+    if (!driverClock_.known) {
+        return 0.0;
     }
     const std::int64_t now = nanosecondsOf(Clock::now());
-    const double ahead = static_cast<double>(clock.peerTime(now) - now) * 1e-9;
+    const double ahead = static_cast<double>(driverClock_.peerTime(now) - now) * 1e-9;
     const double step = ahead - std::exchange(clockAhead_, ahead);
-    if (std::abs(step) < kMaxClockStep) {
+    if (isSame) { // sounds follow a better estimate, too
         clockDrifted_ += step;
     }
+    return driverClock_.deviation;
 }
 
 void SoundServer::holdPitchOf(Orvel::SourceParamEvent& event) {
@@ -189,6 +207,7 @@ bool SoundServer::interceptEvent(Corvid::Event& event, Corvid::Communicator& fro
     if (command->command == Orvel::CmdResetBackend) {
         pitches_.clear(); // the session restores them
         forgetOwn();
+        pitchHold_.restart();
     } else if (command->command == Orvel::CmdDestroySource) {
         pitches_.erase(command->objectId); // likewise
     }

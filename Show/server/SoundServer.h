@@ -4,6 +4,7 @@
 #include <Show/server/PitchHold.h>
 #include <Show/server/Session.h>
 
+#include <Corvid/PeerClock.h>
 #include <Orvel/DriverEvent.h>
 #include <Orvel/OwningWorld.h>
 #include <Orvel/Server.h>
@@ -113,7 +114,10 @@ private:
     /// Counts a reset. Returns false if there are too many.
     bool countReset();
     void report(std::string text);
-    void followDriverClock();
+    /// Whether its scene follows a driver's clock.
+    [[nodiscard]] bool keepsTime() const { return isTimed() || held_.isHeld(); }
+    /// Returns how well the driver's clock is known: a deviation in seconds.
+    double followDriverClock();
     /// Notes the pitch of a source, and changes the event to the one that holds it in phase.
     void holdPitchOf(Orvel::SourceParamEvent& event);
     /// The emitters whose sounds an event starts.
@@ -149,8 +153,11 @@ private:
     std::map<int, float> gains_; // of emitters, as their driver set them, unless gain_ is 1
     std::set<std::pair<Orvel::CheckEvent::Kind, int>> own_; // parts that the local input changed
     PitchHold pitchHold_;
+    unsigned nominalRate_ = 0; // of the output that is held in phase
+    Corvid::PeerClock driverClock_;
     double clockAhead_ = 0.0;      // the driver's, in seconds
-    double clockDrifted_ = 0.0;    // how much of that is drift
+    double clockDrifted_ = 0.0;    // how much of that came while it was the same driver's
+    std::uint64_t followed_ = 0;   // instance of the driver whose clock that is
     std::map<int, float> pitches_; // of sources, as their driver set them
     Clock::time_point pitchAgain_;
     bool keepPlayer_ = false;

@@ -25,11 +25,13 @@ struct Network {
     [[nodiscard]] std::int64_t peer(double time) const {
         return std::llround((time * (1.0 + drift) + offset) * kSecond);
     }
+    double squares = 0.0; // sum of the errors' squares, in squares of the deviation
+    int estimates = 0;
     /// Some seconds of exchanges. Returns the largest error of the estimate, and checks its bound.
-    double run(double seconds) {
+    double run(double seconds, double rate = 50.0) {
         std::uniform_real_distribution<double> part(0.0, 1.0);
         double worst = 0.0;
-        for (const double end = now + seconds; now < end; now += 0.02) {
+        for (const double end = now + seconds; now < end; now += 1.0 / rate) {
             const bool heldUp = part(random) < 0.01;
             const double there = longer + part(random) * (heldUp ? 0.2 : jitter);
             const double back = part(random) * jitter;
@@ -47,6 +49,8 @@ struct Network {
             EXPECT_LE(std::abs(error), clock.errorAt(own));
             EXPECT_LE(std::abs(clock.ownTime(clock.peerTime(own)) - own), 2);
             worst = std::max(worst, std::abs(error));
+            squares += error * error / (clock.deviation * clock.deviation);
+            ++estimates;
         }
         return worst;
     }
@@ -62,6 +66,25 @@ TEST(ClockFilter, FindsAClockThatDriftsBehindANetworkThatJitters) {
         EXPECT_LT(network.run(8.0), 0.0001) << drift;
         EXPECT_NEAR(network.filter.estimate().drift, drift, 5e-6);
     }
+}
+
+TEST(ClockFilter, IsExactSoonAfterItBegins) {
+    int bad = 0;
+    double squares = 0.0;
+    constexpr unsigned kNetworks = 20;
+    for (unsigned seed = 0; seed < kNetworks; ++seed) {
+        Network network{
+            .drift = seed % 2 == 0 ? 100e-6 : -100e-6,
+            .jitter = 0.005,
+            .random = std::mt19937_64(seed)};
+        network.run(1.2, 400.0);
+        network.squares = network.estimates = 0;
+        bad += network.run(3.0, 200.0) > 0.0001 ? 1 : 0;
+        squares += network.squares / network.estimates;
+    }
+    EXPECT_LE(bad, 2);
+    EXPECT_GT(squares / kNetworks, 0.2);
+    EXPECT_LT(squares / kNetworks, 2.0) << "its deviation says how exact";
 }
 
 TEST(ClockFilter, CountsAnAsymmetryThatItCannotSeeAmongItsErrors) {

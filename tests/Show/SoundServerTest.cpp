@@ -263,3 +263,21 @@ TEST_F(Verifies, FindsAPlantedFaultAndNothingElseBesideCutsAndRestarts) {
     }
     std::printf("found within %.3f s, %d frames\n", slowest, frame_);
 }
+
+TEST(PitchHold, MakesUpDriftAndMovesSoundsAfterAGap) {
+    Show::PitchHold hold;
+    double error = 0.0; // of the sounds, as they are heard
+    double worst = 0.0;
+    double moved = 0.0;
+    for (int i = 0; i < 4000; ++i) { // of 5 ms
+        const double gap = i == 2000 ? -0.05 : 0.0;
+        hold.update(1e-4 * 0.005 * i - (i >= 2000 ? 0.05 : 0.0), 0.005 * i, 0.0);
+        const double move = hold.takeMove();
+        moved += move;
+        error += gap + move + 1e-4 * 0.005 + (hold.factor() - 1.0) * 0.005;
+        worst = i < 2000 || i > 2300 ? std::max(worst, std::abs(error)) : worst;
+        EXPECT_TRUE(i >= 2200 || move == 0.0) << "it may be a slip of the clock";
+    }
+    EXPECT_NEAR(moved, 0.05, 0.001);
+    EXPECT_LT(worst, 40e-6);
+}

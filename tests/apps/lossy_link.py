@@ -4,6 +4,7 @@ The hosts are network namespaces, the link's ends TUN devices whose packets a th
 relays; so it needs root, /dev/net/tun and the program ip, but no module of the kernel.
 """
 
+import contextlib
 import fcntl
 import heapq
 import os
@@ -67,6 +68,8 @@ class LossyLink:
             subprocess.run(["ip", "netns", "delete", host], check=False, capture_output=True)
 
     def _relay(self):
+        with contextlib.suppress(OSError):  # a network does not wait for the hosts' processors
+            os.sched_setscheduler(0, os.SCHED_RR, os.sched_param(1))
         waiting, number = [], 0  # (when it is due, number, end, packet)
         free = dict.fromkeys(self._tuns, 0.0)  # when the line is free
         while not self._closing:

@@ -2,9 +2,11 @@
 
 #include <Corvid/PeerClock.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <limits>
+#include <utility>
+#include <vector>
 
 namespace Corvid::detail {
 
@@ -19,14 +21,13 @@ struct ClockSample {
 /// Estimates a peer's clock from exchanges with it. A message takes time, never less than none. So
 /// each question limits the peer's offset from above and each answer from below, whatever the
 /// network does, and the line of a clock with constant drift runs between these limits. The
-/// estimate is the line in the middle of the widest gap between them; the error bound covers all
-/// lines that fit. A message that the network delayed limits little, so it does no harm. Equal
-/// least delays in both directions are the only assumption; how much they may differ is within the
-/// bound. Confined.
+/// estimate is the mean of the lines in the middle of the gap between them, by their likelihood;
+/// the error bound covers all lines that fit. A message that the network delayed limits little, so
+/// it does no harm. Equal least delays in both directions are the only assumption; how much they
+/// may differ is within the bound. Confined.
 class ClockFilter {
 public:
     static constexpr std::int64_t kWindow = 30'000'000'000; ///< older samples are forgotten
-    static constexpr std::size_t kMaxSamples = 1024;
     /// No two clocks drift apart by more: 100 ppm each, and 500 ppm each while they are set.
     static constexpr double kMaxDrift = 1200e-6;
 
@@ -37,10 +38,24 @@ public:
     [[nodiscard]] const PeerClock& estimate() const noexcept { return estimate_; }
 
 private:
+    static constexpr std::int64_t kPiece = 250'000'000;
+
+    /// What is kept of the samples of kPiece: of the older ones, only the limits that count.
+    struct Piece {
+        std::int64_t begin = 0;
+        std::int64_t latest = std::numeric_limits<std::int64_t>::min(); // answer
+        std::vector<std::pair<std::int64_t, std::int64_t>> above; // own time, limit of the offset
+        std::vector<std::pair<std::int64_t, std::int64_t>> below;
+        std::int64_t roundTrip = std::numeric_limits<std::int64_t>::max(); // the shortest
+        double roundTrips = 0.0;                                           // their sum
+        std::uint64_t samples = 0;
+    };
+
+    void append(const ClockSample& sample);
     bool fit();
 
-    std::deque<ClockSample> samples_; // oldest first
-    unsigned unfitted_ = 0;           // samples since the estimate was made
+    std::deque<Piece> pieces_; // oldest first
+    unsigned unfitted_ = 0;    // samples since the estimate was made
     PeerClock estimate_;
 };
 

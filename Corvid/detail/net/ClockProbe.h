@@ -54,9 +54,11 @@ private:
     const std::function<void(std::uint32_t)> ask_;
     ClockFilter filter_;
     PeerClock estimate_;
-    std::array<Question, 64> open_; // by number
+    std::array<Question, 256> open_; // by number
     std::uint32_t numbers_ = 0;
     std::uint32_t unanswered_ = 0; // datagrams since the last answer to one
+    Clock::time_point unansweredSince_{};
+    const Clock::time_point begun_ = Clock::now();
     Clock::time_point next_ = Clock::now();
 };
 

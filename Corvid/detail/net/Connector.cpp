@@ -23,7 +23,7 @@ constexpr std::size_t kMaxClosed = 1024;
 constexpr std::size_t kMaxEndpoints = 8; // of one server
 constexpr std::size_t kMaxAttempts = 64;
 constexpr int kIntervalsRemembered = 3;
-constexpr int kMaxClockAnswers = 200; // to one server in a second
+constexpr int kMaxClockAnswers = 800; // to one server in a second
 
 std::string targetOf(std::uint64_t instance) {
     return "#" + std::to_string(instance); // no host name starts so

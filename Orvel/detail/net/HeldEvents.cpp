@@ -20,9 +20,9 @@ using namespace std::chrono_literals;
 constexpr std::chrono::nanoseconds kMaxLatency = 10s;
 /// 146 years. Computing with a time and the offset of a clock cannot overflow then.
 constexpr std::int64_t kMaxTime = std::int64_t{1} << 62U;
-/// When the clock is known well: so many measurements, on a network with so little jitter.
+/// When the clock is known well: so many measurements, and a deviation of so many seconds.
 constexpr std::uint64_t kEnough = 12;
-constexpr double kWellKnownJitter = 0.0002;
+constexpr double kWellKnown = 20e-6;
 constexpr auto kLookAgain = 10ms;
 
 /// Whether a frame only sets a value of a part, or checks some.
@@ -69,7 +69,7 @@ bool HeldEvents::hold(std::span<const std::byte> frame) {
 
 bool HeldEvents::becomesReady(const Corvid::PeerClock& clock, Clock::time_point now) {
     const bool ready = system_ || now >= offered_ + kTimeToKnow ||
-                       (clock.samples >= kEnough && clock.jitter < kWellKnownJitter);
+                       (clock.samples >= kEnough && clock.deviation < kWellKnown);
     return ready && !std::exchange(ready_, true);
 }
 

@@ -24,7 +24,7 @@ public:
     static constexpr std::chrono::milliseconds kMaxExcess{2000};
     /// Events are held until the client's clock is known well, at most for this long after its
     /// offer.
-    static constexpr std::chrono::milliseconds kTimeToKnow{1000};
+    static constexpr std::chrono::milliseconds kTimeToKnow{1300};
 
     HeldEvents(const ClockEvent& offer, Clock::time_point now);
 

@@ -18,9 +18,11 @@ constexpr std::chrono::milliseconds kRetry{500};
 /// A device that has mixed nothing for so long is lost: not all drivers of OpenAL notice the end of
 /// their server.
 constexpr std::chrono::milliseconds kMaxStandstill{700};
+/// A sound server that has been idle may take longer to begin.
+constexpr std::chrono::seconds kMaxBeginning{3};
 /// The longest time for which a reading of the device's position is used.
 constexpr std::chrono::milliseconds kMaxReading{1};
-/// Frames per second while there is no device.
+/// Frames per second before there is a device.
 constexpr unsigned kSilentRate = 44100;
 
 /// The thread's own state.
@@ -48,7 +50,7 @@ private:
     /// The next frame. Goes on from one device to the next.
     std::int64_t now() {
         const std::int64_t frame = output_ != nullptr ? base_ + output_->clock()
-                                                      : base_ + framesSince(since_, kSilentRate);
+                                                      : base_ + framesSince(since_, silentRate_);
         if (frame > latest_) {
             latest_ = frame;
             moved_ = Clock::now();
@@ -59,8 +61,9 @@ private:
     [[nodiscard]] bool standsStill() const {
         const std::chrono::duration<double> periods(
             8.0 * static_cast<double>(output_->period()) / output_->rate());
-        return Clock::now() - moved_ >
-               std::max<std::chrono::duration<double>>(kMaxStandstill, periods);
+        const auto longest = Clock::now() < opened_ + kMaxBeginning ? Clock::duration(kMaxBeginning)
+                                                                    : kMaxStandstill;
+        return Clock::now() - moved_ > std::max<std::chrono::duration<double>>(longest, periods);
     }
     static std::int64_t framesSince(Clock::time_point time, unsigned rate) {
         return static_cast<std::int64_t>(
@@ -74,8 +77,8 @@ private:
             clock.time = Clock::now();
             clock.mixed = now();
             clock.heard = static_cast<double>(clock.mixed);
-            clock.rate = kSilentRate;
-            clock.nominalRate = kSilentRate;
+            clock.rate = silentRate_;
+            clock.nominalRate = silentRate_;
             clock.latency = {};
             clock.soonest = clock.mixed;
             return;
@@ -118,7 +121,8 @@ private:
         }
         const std::int64_t frame = now();
         output_ = std::move(output);
-        moved_ = Clock::now();
+        silentRate_ = output_->rate(); // frames are counted alike if it is lost and returns
+        opened_ = moved_ = Clock::now();
         base_ = frame - output_->clock();
         const VoiceOutput::Use use(output_.get());
         // A new gain has been reached at the end of the period that is mixed next; the clock may
@@ -157,7 +161,7 @@ private:
             // The clock of a lost device stands still, but the time of the scene does not.
             const std::int64_t frame = now() + framesSince(moved_, output_->rate());
             const VoiceOutput::Use use(output_.get());
-            shared_->engine.setPool(nullptr, kSilentRate, frame);
+            shared_->engine.setPool(nullptr, silentRate_, frame);
             shared_->device = SharedEngine::Device::Absent;
             shared_->deviceName.clear();
             if (reason != nullptr) {
@@ -181,9 +185,11 @@ private:
     std::unique_ptr<VoiceOutput> output_;
     bool problemsReported_ = false;
     ClockLine line_;
+    unsigned silentRate_ = kSilentRate;
     std::int64_t base_ = 0; // of the device's clock, or of the time without a device
     std::int64_t latest_ = 0;
     Clock::time_point since_ = Clock::now();
+    Clock::time_point opened_ = since_;
     Clock::time_point moved_ = since_; // when latest_ last changed
     Clock::time_point retry_ = since_;
 };

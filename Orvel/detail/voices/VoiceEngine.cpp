@@ -83,6 +83,9 @@ void VoiceEngine::setPool(std::unique_ptr<VoicePool> pool, unsigned rate, std::i
 void VoiceEngine::step(std::int64_t now, std::int64_t frames) {
     now_ = now;
     lead_ = std::llround(kLead * rate_) + 2 * frames;
+    if (move_ != 0.0) {
+        moveSounds(); // those that start now are at their positions already
+    }
     takeChanges();
     for (std::size_t i = expected_.size(); i-- > 0;) {
         begin(emitters_[expected_[i]]);
@@ -154,6 +157,31 @@ void VoiceEngine::takeChanges() {
     if (listenerMoved && pool_ != nullptr) {
         setListenerPlace(listener_.position, listener_.rotation);
         alListenerf(AL_GAIN, listener_.enabled ? 1.0F : 0.0F);
+    }
+}
+
+void VoiceEngine::moveSounds() {
+    constexpr double kMaxMove = 86400.0;
+    const double seconds = std::clamp(std::exchange(move_, 0.0), -kMaxMove, kMaxMove);
+    const std::int64_t frames = std::llround(seconds * rate_);
+    for (const Index index : expected_) { // they join when they have been loaded
+        if (auto& frame = emitters_[index].values.transport.frame) {
+            *frame -= frames;
+        }
+    }
+    for (const Index index : running_) {
+        Emitter& emitter = emitters_[index];
+        if (emitter.head.since > now_) {
+            continue;
+        }
+        emitter.head.moveTo(now_);
+        emitter.head.position += frames * emitter.head.step;
+        if (emitter.head.position < 0) {
+            emitter.head.since += -emitter.head.position / emitter.head.step;
+            emitter.head.position = 0;
+        }
+        dropVoice(emitter);
+        expectEnd(emitter);
     }
 }
 

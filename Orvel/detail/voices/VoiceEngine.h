@@ -43,6 +43,9 @@ public:
     /// begin with `now`. Frames never decrease.
     void step(std::int64_t now, std::int64_t frames);
 
+    /// Moves all sounds that play forward by so many seconds of playing, or back, at the next step.
+    void move(double seconds) noexcept { move_ += seconds; }
+
     struct Ended {
         int id = 0;
         bool isShot = false;
@@ -86,6 +89,7 @@ private:
     };
 
     void takeChanges();
+    void moveSounds();
     void apply(Emitter& emitter, unsigned what);
     void follow(Emitter& emitter);
     void begin(Emitter& emitter);
@@ -133,6 +137,7 @@ private:
     std::vector<Diagnostic> failures_;
     std::uint64_t failureCount_ = 0;
     double changeDelay_ = 0.0;
+    double move_ = 0.0;
     // Of one call of takeChanges().
     struct Change {
         Index emitter;

@@ -393,6 +393,8 @@ bool ServeCommand::serve(
         if (recording != nullptr && server.isTimed()) {
             // What is due by now has been applied at its frame.
             room = recording->advance(std::min(now, limit));
+        }
+        if (recording != nullptr) {
             server.holdPitch(recording->lead(), recording->seconds());
         }
         if (osc != nullptr) {

@@ -24,7 +24,7 @@ constexpr std::chrono::seconds kPatience{2};
 /// Time for the remaining servers to answer when all that have answered have another player.
 constexpr std::chrono::milliseconds kGrace{500};
 /// Before the scene begins: time to find a server, and then for all to measure this machine's
-/// clock, which takes them a second at most.
+/// clock, which takes them 1.3 s at most.
 constexpr std::chrono::milliseconds kTimeToFind{500};
 constexpr std::chrono::milliseconds kTimeToMeasure{1500};
 constexpr std::chrono::milliseconds kReadyPoll{5};

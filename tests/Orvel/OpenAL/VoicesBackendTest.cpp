@@ -160,6 +160,27 @@ TEST(Voices, ChangeWithoutAClickAndComeBackInPhase) {
     EXPECT_LT(difference(sounds[1], sounds[0]), -40.0);
 }
 
+TEST(Voices, MoveWithoutAClick) {
+    for (const double move : {0.0413, -0.0413, -0.25}) { // the last waits for its beginning
+        Stereo sounds[2];
+        for (const bool moved : {false, true}) {
+            Hall hall(move > 0.0 ? "streamFrom=100" : "");
+            loop(hall.world, kAhead, 350, 0.5F);
+            Stereo& sound = sounds[moved];
+            sound = hall.hear(moved ? 0.2 : std::max(0.2 + move, 0.0));
+            if (moved) {
+                hall.ear->moveSounds(move);
+            }
+            const Stereo part = hall.hear(moved ? 0.1 : 0.1 + std::min(0.2 + move, 0.0));
+            EXPECT_LT(steepest(part), 0.035F) << move;
+            EXPECT_LT(std::abs(part[0] - (sound.empty() ? 0.0F : sound[sound.size() - 2])), 0.035F);
+            sound.assign(part.end() - 2048, part.end());
+        }
+        EXPECT_GT(level(sounds[1], 0), -20.0);
+        EXPECT_LT(difference(sounds[1], sounds[0]), -40.0) << move;
+    }
+}
+
 TEST(Voices, AreGivenAgainWhenOneIsFree) {
     Hall hall("voices=2");
     std::vector<Emitter*> emitters;
