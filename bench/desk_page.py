@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Measures the desk in a headless Chromium on this machine: desk_page.py TOOL [EMITTERS].
+"""Measures the desk in a headless Chromium on this machine: desk_page.py TOOL [EMITTERS [RUNS]].
 
-Plays a scene of 1,000 emitters, half of which move, and prints the frames a second that the page draws with
-the processor time of each, and the time from a pointer's event to the answer that the scene has been changed.
+Plays scenes of 1,000 emitters that stand still and that move, drags one of them, and prints meanwhile the frames a
+second of the page and of its map, the time from a pointer's event until the player has changed the scene, by the
+player's clock, and the time until the page has the answer.
 """
 import json
 import math
@@ -17,15 +18,18 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "scripts"))
 from browser import Browser
 
-SECONDS = 5
+MOVES = 300
 count = int(sys.argv[2]) if len(sys.argv) > 2 else 1000
 side = math.ceil(math.sqrt(count))
-emitters = [{"id": i + 1, "source": 1, "position": [i % side, 0, i // side], "state": "play"}
-            for i in range(count)]
-timeline = [{"at": 0, "emitter": e["id"], "position": [e["position"][0] + 5, 0, e["position"][2]], "over": 300}
-            for e in emitters[::2]]
-scene = {"orvel": 1, "duration": 600, "sources": [{"id": 1, "tone": {}, "loop": True}],
-         "emitters": emitters, "timeline": timeline}
+
+
+def scene(moves):
+    emitters = [{"id": i + 1, "source": 1, "position": [i % side, 0, i // side], "state": "play"}
+                for i in range(count)]
+    timeline = [{"at": 0, "emitter": e["id"], "position": [e["position"][0] + 5, 0, e["position"][2]], "over": 300}
+                for e in emitters] if moves else []
+    return {"orvel": 1, "duration": 600, "sources": [{"id": 1, "tone": {}, "loop": True}],
+            "emitters": emitters, "timeline": timeline}
 
 
 def wait_until(condition, what):
@@ -36,61 +40,83 @@ def wait_until(condition, what):
         time.sleep(0.1)
 
 
-def measure_frames():
-    browser.call("Performance.enable")
-
-    def durations():
-        metrics = browser.call("Performance.getMetrics")["metrics"]
-        return {m["name"]: m["value"] for m in metrics if m["name"].endswith("Duration")}
-    before = durations()
-    frames = browser.value("""new Promise((resolve) => {
-        const times = [];
-        const next = (now) => {
-          times.push(now);
-          if (now - times[0] < SECONDS * 1000) requestAnimationFrame(next);
-          else resolve(times);
-        };
-        requestAnimationFrame(next);
-    })""".replace("SECONDS", str(SECONDS)))
-    after = durations()
-    gaps = sorted(b - a for a, b in zip(frames, frames[1:]))
-    print(f"{count} emitters, load {os.getloadavg()[0]:.1f}: {1000 * len(gaps) / sum(gaps):.0f} frames a second; "
-          f"the 95th percentile took {gaps[len(gaps) * 95 // 100]:.0f} ms, the longest {gaps[-1]:.0f} ms")
-    print("a frame has, of the page's main thread: " + ", ".join(
-        f"{name[:-8]} {1000 * (after[name] - before[name]) / len(gaps):.1f} ms"
-        for name in ("ScriptDuration", "LayoutDuration", "RecalcStyleDuration", "TaskDuration")))
+# The times of the page's frames, in the background, and how far the clock of its events is behind the system's.
+FRAMES = """(() => {
+  window.frames_ = [];
+  const next = (now) => { window.frames_.push(now); requestAnimationFrame(next); };
+  requestAnimationFrame(next);
+  let skew = -Infinity;
+  for (const end = performance.now() + 50; performance.now() < end;) {
+    skew = Math.max(skew, Date.now() - performance.timeOrigin - performance.now());
+  }
+  return skew;
+})()"""
+DRAWN = "[Number(document.getElementById('map').dataset.frames), performance.now(), window.frames_.length]"
 
 
-def measure_latency():
+def percentiles(times):
+    times = sorted(times)
+    return f"{times[len(times) // 2]:.1f} and {times[len(times) * 95 // 100]:.1f} ms (at most {times[-1]:.1f})"
+
+
+def tasks():
+    metrics = browser.call("Performance.getMetrics")["metrics"]
+    return next(m["value"] for m in metrics if m["name"] == "TaskDuration")
+
+
+def measure(name):
     rest = "(({ x, z, scale }) => [x, z, scale].join())(document.getElementById('map').dataset)"
     wait_until(lambda: [browser.value(rest), time.sleep(0.5)][0] == browser.value(rest), "a map at rest")
-    x, y = browser.value("(() => { const r = map.getBoundingClientRect();"
-                         " return [r.x + toX(1), r.y + toY(0)]; })()", "view")  # emitter 2 rests there
-    for kind, dx in [("mousePressed", 0), *(("mouseMoved", 2 * i) for i in range(1, 101)), ("mouseReleased", 200)]:
+    browser.call("Performance.enable")
+    skew = browser.value(FRAMES)
+    box = browser.value("(({ x, y }) => [x, y])(document.getElementById('map').getBoundingClientRect())")
+    # Takes the emitter where it is by then.
+    place = browser.value("(({ toX, toZ }) => [toX, toZ])(tracks.get(2))", "scene")
+    x, y = browser.value(f"[toX({place[0]}), toY({place[1]})]", "view")
+    x, y = x + box[0], y + box[1]
+    drawn, begin, frames = browser.value(DRAWN)
+    busy = tasks()
+    for kind, dx in [("mousePressed", 0), *(("mouseMoved", 1 + i % 200) for i in range(MOVES)),
+                     ("mouseReleased", MOVES)]:
         browser.call("Input.dispatchMouseEvent", type=kind, x=x + dx, y=y + dx, button="left",
                      buttons=0 if kind == "mouseReleased" else 1, clickCount=1)
-        time.sleep(0.02)
+        time.sleep(0.008)
+    drawn_after, end, frames_after = browser.value(DRAWN)
+    busy = tasks() - busy
+    seconds = (end - begin) / 1000
     wait_until(lambda: browser.value("latencies.length", "deskLink") > 0, "any change")
     time.sleep(1)
-    times = sorted(browser.value("latencies", "deskLink"))
-    print(f"{len(times)} changes, load {os.getloadavg()[0]:.1f}: from the pointer to the changed scene "
-          f"{times[len(times) // 2]:.1f} ms in the median, {times[len(times) * 95 // 100]:.1f} ms in 95 %, "
-          f"{times[-1]:.1f} ms at most")
+    times = browser.value("latencies", "deskLink")
+    print(f"{count} emitters, {name}, load {os.getloadavg()[0]:.1f}, while one is dragged for {seconds:.1f} s: "
+          f"{(drawn_after - drawn) / seconds:.0f} frames a second of the map, {(frames_after - frames) / seconds:.0f} "
+          f"of the page, whose thread is busy for {100 * busy / seconds:.0f} %")
+    print(f"  {len(times)} changes, from the pointer to the changed scene, median and 95 %: "
+          f"{percentiles([t['applied'] - skew for t in times])}; to the answer in the page: "
+          f"{percentiles([t['answered'] for t in times])}", flush=True)
 
 
-with tempfile.TemporaryDirectory() as folder:
+def run(folder, name, moves):
+    global browser
     path = pathlib.Path(folder) / "scene.json"
-    path.write_text(json.dumps(scene), encoding="utf-8")
+    path.write_text(json.dumps(scene(moves)), encoding="utf-8")
     player = subprocess.Popen([sys.argv[1], "play", path, "--backend", "silent", "--desk", "0"],
                               stderr=subprocess.PIPE, text=True)
     browser = Browser()
     try:
         browser.open(re.search(r"desk is at (\S+)", player.stderr.readline()).group(1))
         wait_until(lambda: browser.value("mayChange()", "deskLink") and
-                   browser.value("tracks.size", "scene") > count, "the whole scene")
-        measure_frames()
-        measure_latency()
+                   browser.value("tracks.size", "scene") > count and
+                   browser.value("document.querySelector('.deskbar .legend li') !== null"), "the whole scene")
+        measure(name)
+        if browser.errors:
+            sys.exit(f"the page reports: {browser.errors}")
     finally:
         browser.close()
         player.kill()
         player.wait()
+
+
+for _ in range(int(sys.argv[3]) if len(sys.argv) > 3 else 1):
+    with tempfile.TemporaryDirectory() as temporary:
+        run(temporary, "still", False)
+        run(temporary, "all moving", True)

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <ranges>
 
@@ -364,7 +365,9 @@ std::map<int, Override> Desk::savable() const {
 
 void Desk::write(std::string& out) const {
     JsonWriter json(out);
-    json.open('{').field("file", disk_ ? disk_->name() : std::string());
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    json.open('{').field("clock", std::chrono::duration<double>(now).count());
+    json.field("file", disk_ ? disk_->name() : std::string());
     json.field("canChange", overrides_ != nullptr).field("undo", done_.size());
     json.field("redo", undone_.size()).field("unsaved", savable() != saved_);
     json.key("parts").open('[');

@@ -34,8 +34,8 @@ class DeskRequests : public Corvid::WebPage {
 public:
     static constexpr const char* kContentType = "application/vnd.orvel.desk+json";
     /// Limits of the accepted requests.
-    static constexpr double kMaxPerSecond = 200.0;
-    static constexpr double kMaxAtOnce = 400.0;
+    static constexpr double kMaxPerSecond = 500.0;
+    static constexpr double kMaxAtOnce = 1000.0;
 
     explicit DeskRequests(std::shared_ptr<DeskAccess> access) : access_(std::move(access)) {}
 

@@ -30,7 +30,7 @@ class Monitor(PageCase):
         self.wait_until_live(2)
         # An emitter is where it should be, in its colour; a click on it shows all its values.
         x, y = self.place(-4, 0)
-        self.assertEqual(self.colour(x, y), [168, 58, 134, 255])
+        self.wait_for(lambda: self.colour(x, y) == [168, 58, 134], "the sign")
         self.browser.click(x, y)
         self.wait_for_value("document.getElementById('chosen').textContent", "Emitter 11")
         values = self.text("#values")

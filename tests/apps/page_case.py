@@ -1,10 +1,12 @@
 """Shared by the tests of the tool's pages in a headless Chromium."""
 
+import base64
 import pathlib
 import re
 import sys
 import urllib.error
 import urllib.request
+import zlib
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
 from browser import Browser
@@ -39,7 +41,7 @@ class PageCase(ToolCase):
     def of_the_map(self, expression):
         return self.browser.value(
             "(() => { const map = document.getElementById('map'), { x, z, scale } = map.dataset, box ="
-            " map.getBoundingClientRect(), spot = new OffscreenCanvas(1, 1).getContext('2d');"
+            " map.getBoundingClientRect();"
             f" return {expression}; }})()")
 
     def wait_until_laid_out(self):
@@ -54,8 +56,12 @@ class PageCase(ToolCase):
                                f" box.y + box.height / 2 + ({z} - z) * scale]")
 
     def colour(self, x, y):
-        return self.of_the_map(f"spot.drawImage(map, box.x - {x}, box.y - {y}),"
-                               " [...spot.getImageData(0, 0, 1, 1).data]")
+        """The red, green and blue of a place in the window."""
+        png = base64.b64decode(self.browser.call("Page.captureScreenshot", clip={
+            "x": int(x), "y": int(y), "width": 1, "height": 1, "scale": 1})["data"])
+        data = png.index(b"IDAT") + 4
+        length = int.from_bytes(png[data - 8:data - 4], "big")  # a pixel is whole in the first chunk
+        return list(zlib.decompressobj().decompress(png[data:data + length])[1:4])
 
     def address(self, url, body=None, **headers):
         """The status, headers and text of an address's answer."""

@@ -13,11 +13,9 @@ export function readColours() {
 
 export const colourOf = (id) => colours[`c${((id % 8) + 8) % 8}`];
 
-/// Resizes a canvas to the screen's pixels; returns its size in CSS pixels.
-export function prepare(canvas) {
-  ratio = window.devicePixelRatio || 1;
-  const width = canvas.clientWidth;
-  const height = canvas.clientHeight;
+/// Clears a canvas of a size in CSS pixels, with `pixels` of the screen for each.
+export function prepare(canvas, width, height, pixels) {
+  ratio = pixels;
   if (canvas.width !== Math.round(width * ratio) || canvas.height !== Math.round(height * ratio)) {
     canvas.width = Math.round(width * ratio);
     canvas.height = Math.round(height * ratio);
@@ -25,7 +23,14 @@ export function prepare(canvas) {
   const context = canvas.getContext('2d');
   context.setTransform(ratio, 0, 0, ratio, 0, 0);
   context.clearRect(0, 0, width, height);
-  return { context, width, height };
+  return context;
+}
+
+/// Clears a canvas of the document; returns its size, too.
+export function prepareElement(canvas) {
+  const width = canvas.clientWidth;
+  const height = canvas.clientHeight;
+  return { context: prepare(canvas, width, height, devicePixelRatio || 1), width, height };
 }
 
 /// A step of 1, 2 or 5 times a power of ten, of which about `most` fit into the length.

@@ -1,5 +1,5 @@
 // The chart of changes over time.
-import { colours, niceStep, prepare } from './canvas.js';
+import { colours, niceStep, prepareElement } from './canvas.js';
 import { byId, make, setText } from './dom.js';
 import { count } from './texts.js';
 
@@ -13,7 +13,7 @@ const groups = [
 let perSecond = null; // the counts by kind of change
 
 export function drawChart() {
-  const { context, width, height } = prepare(byId('chart'));
+  const { context, width, height } = prepareElement(byId('chart'));
   if (!perSecond) return;
   const rows = groups.map(([, , kinds]) => perSecond[kinds[0]].map((_, i) =>
     kinds.reduce((sum, kind) => sum + perSecond[kind][i], 0)));

@@ -4,9 +4,8 @@ import './deskBar.js';
 import './deskPlay.js';
 import { fillControls } from './deskControls.js';
 import { byId, make } from './dom.js';
-import { draw } from './map.js';
+import { draw, map } from './map.js';
 import { onState } from './deskLink.js';
-import { map } from './view.js';
 
 document.title = 'Orvel desk';
 document.querySelector('h1').textContent = 'Orvel desk';

@@ -1,7 +1,8 @@
-// The connection to the desk: its state, and requests that change something, one at a time.
+// The connection to the desk: its state, and requests that change something.
 import { held, pinned } from './scene.js';
 
 const kPeriod = 400; // ms between two requests of the state
+const kPublishPeriod = 50; // ms
 const kPatience = 5000; // ms to wait for an answer
 const kKey = 'orvel-desk-token';
 
@@ -19,7 +20,9 @@ function takeToken() {
 let token = takeToken();
 addEventListener('hashchange', () => { token = takeToken(); }); // pasted into a tab that watches
 export let state = null; // the latest one
-export const latencies = []; // ms from a pointer's or key's event to the answer, the latest 200
+/// ms from an event of a pointer or a key until the scene had its change (`applied`) and until the
+/// answer was here (`answered`); the latest 200.
+export const latencies = [];
 const listeners = [];
 let failure = '';
 
@@ -44,14 +47,14 @@ function publish(message = '') {
 }
 
 let publishing = false;
-/// Publishes with the next frame, as answers to a drag come faster.
+/// Publishes a little later, as answers to a drag come faster than the page could show them.
 function publishSoon() {
   if (publishing) return;
   publishing = true;
-  requestAnimationFrame(() => {
+  setTimeout(() => {
     publishing = false;
     publish(failure);
-  });
+  }, kPublishPeriod);
 }
 
 function take(next) {
@@ -63,76 +66,52 @@ function take(next) {
 
 export const partState = (id) => (state && state.parts.find((part) => part.id === id)) || {};
 
-const queue = []; // batches: { gesture, changes: by part, since, request }
-let sending = false;
+const sender = new Worker('deskSender.js', { type: 'module' });
+let sent = 0; // number of the latest message to it
+let answered = 0;
+const isBusy = () => answered < sent;
 
-async function send(batch) {
-  const request = batch.request || { gesture: batch.gesture,
-    changes: [...batch.changes].map(([id, values]) => (
-      id === 0 ? { listener: true, ...values } : { emitter: id, ...values })) };
-  const response = await fetch('api/desk', {
-    method: 'POST', cache: 'no-store', signal: AbortSignal.timeout(kPatience),
-    headers: { 'Content-Type': 'application/vnd.orvel.desk+json', Authorization: `Bearer ${token}` },
-    body: JSON.stringify(request),
-  });
-  if (response.status === 401) {
+function post(message) {
+  sent += 1;
+  sender.postMessage({ ...message, number: sent, token });
+  return sent;
+}
+
+sender.addEventListener('message', ({ data }) => {
+  answered = data.number;
+  if (data.state) {
+    take(data.state);
+    if (data.since) {
+      latencies.push({ applied: data.state.clock * 1000 - data.since, answered: data.answered - data.since });
+    }
+    if (latencies.length > 200) latencies.shift();
+  }
+  if (data.refused) {
     token = null;
     sessionStorage.removeItem(kKey);
   }
-  const answer = await response.json();
-  if (!response.ok) throw new Error(answer.error);
-  return answer;
-}
-
-async function flush() {
-  if (sending) return;
-  sending = true;
-  while (queue.length > 0 && token) {
-    const batch = queue.shift();
-    try {
-      take(await send(batch));
-      // The playback jumps after the answer.
-      if (['go', 'cue', 'seek', 'pause'].some((key) => batch.request && key in batch.request)) take(await ask());
-      failure = batch.done || '';
-      if (batch.since) latencies.push(performance.now() - batch.since);
-      if (latencies.length > 200) latencies.shift();
-    } catch (error) {
-      failure = error.name === 'TimeoutError' ? 'The server does not answer.' : `Not done: ${error.message}`;
-    }
-    // The next scene that is asked for has the new places.
-    for (const id of batch.changes ? batch.changes.keys() : []) {
-      const pin = pinned.get(id);
-      if (pin && !queue.some(({ changes }) => changes && changes.has(id))) pin.sent = performance.now();
-    }
-    publishSoon();
+  failure = data.error || data.done || '';
+  // The next scene that is asked for has the new places.
+  for (const pin of pinned.values()) {
+    if (pin.number <= answered && pin.sent === Infinity) pin.sent = performance.now();
   }
-  queue.length = 0;
-  sending = false;
-  wanted = null;
-}
+  if (!isBusy()) wanted = null;
+  publishSoon();
+});
 
 /// Sets values of a part, the listener's id being 0. Changes of one gesture are undone together,
 /// and only the latest of them is sent. `since`: the time stamp of the event.
 export function change(id, values, gesture = '', since = 0) {
   if (!mayChange()) return;
-  if (values.position) pinned.set(id, { position: values.position, sent: Infinity });
-  const last = queue[queue.length - 1];
-  if (gesture && last && last.gesture === gesture) {
-    last.changes.set(id, { ...last.changes.get(id), ...values });
-  } else {
-    queue.push({ gesture, changes: new Map([[id, values]]), since });
-  }
-  flush();
+  const number = post({ gesture, id, values, since: since && performance.timeOrigin + since });
+  if (values.position) pinned.set(id, { position: values.position, number, sent: Infinity });
 }
 
 /// Sends another request, such as { undo: true }. `done`: the message when it has been carried out.
 export function request(body, done = '') {
   if (!token) return;
-  const last = queue[queue.length - 1];
   if (body.seek !== undefined) wanted = body.seek;
-  if (body.seek !== undefined && last && last.request && last.request.seek !== undefined) queue.pop();
-  queue.push({ request: body, done });
-  flush();
+  post({ request: body, done });
 }
 
 async function ask() {
@@ -142,10 +121,10 @@ async function ask() {
 
 async function poll() {
   for (;;) {
-    if (document.visibilityState !== 'hidden' && !sending) {
+    if (document.visibilityState !== 'hidden' && !isBusy()) {
       try {
         const next = await ask();
-        if (!sending) take(next);
+        if (!isBusy()) take(next);
         publish(failure);
       } catch {
         // The monitor shows that the server is not reachable.

@@ -1,11 +1,11 @@
 // Moves parts: by pointers on the map, and by keys.
 import { niceStep } from './canvas.js';
 import { change, mayChange, request } from './deskLink.js';
-import { draw } from './map.js';
+import { draw, map } from './map.js';
 import { setGrab } from './pointers.js';
-import { heading, pinned, scene, tracks } from './scene.js';
+import { heading, pinned, put, scene } from './scene.js';
 import { choose, chosen } from './selection.js';
-import { map, view } from './view.js';
+import { view } from './view.js';
 
 const kKeyPause = 1000; // ms; keys within it belong to one gesture
 
@@ -24,11 +24,7 @@ const rounded = (value) => Math.round(value * 1e4) / 1e4;
 
 export function moveTo(id, position, gesture, since) {
   change(id, { position: position.map(rounded) }, gesture, since);
-  const track = tracks.get(id);
-  if (track) {
-    const [x, , z] = position;
-    Object.assign(track, { x, z, fromX: x, fromZ: z, toX: x, toZ: z });
-  }
+  put(id, position);
   draw();
 }
 

@@ -1,7 +1,7 @@
 // The playback: its state, cues and time, and the controls that change them.
 import { mayControl, onState, request, state, stateTime } from './deskLink.js';
 import { byId, make, setText } from './dom.js';
-import { map } from './view.js';
+import { map } from './map.js';
 
 const kTimePeriod = 100; // ms between two changes of the shown time
 const kSkip = 5; // seconds that a key goes forward or back

@@ -4,14 +4,13 @@ import { readColours } from './canvas.js';
 import { drawChart, showChanges } from './chart.js';
 import { fillDetails } from './details.js';
 import { byId, setText } from './dom.js';
-import { draw, showScene } from './map.js';
+import { map, recolour, showScene } from './map.js';
 import { fillNetwork } from './network.js';
 import './pointers.js';
 import { kScenePeriod, scene, takeScene } from './scene.js';
-import { forgetSprites } from './sprites.js';
 import { fillBackends, fillTables } from './tables.js';
 import { span } from './texts.js';
-import { map, view } from './view.js';
+import { view } from './view.js';
 
 const kStatusPeriod = 1000; // ms
 const kTablePeriod = 400; // ms; a faster update would be unreadable
@@ -51,7 +50,7 @@ function showLink(state) {
 async function ask(path) {
   const response = await fetch(path, { cache: 'no-store', signal: AbortSignal.timeout(kPatience) });
   if (!response.ok) throw new Error(`${path}: ${response.status}`);
-  return response.json();
+  return response.text();
 }
 
 const pause = (ms) => new Promise((resolve) => { setTimeout(resolve, ms); });
@@ -71,11 +70,13 @@ async function run() {
   for (;;) {
     await untilSeen();
     const begin = performance.now();
+    let text = '';
     let nextScene = null;
     let newStatus = null;
     try {
-      nextScene = await ask('api/scene');
-      if (begin >= nextStatus) newStatus = await ask('api/status');
+      text = await ask('api/scene');
+      nextScene = JSON.parse(text);
+      if (begin >= nextStatus) newStatus = JSON.parse(await ask('api/status'));
     } catch {
       showLink('lost');
       nextStatus = 0;
@@ -85,7 +86,7 @@ async function run() {
     }
     lastAnswer = performance.now();
     if (takeScene(nextScene, begin)) view.fitted = false;
-    showScene();
+    const shown = showScene(text);
     if (newStatus) {
       nextStatus = begin + kStatusPeriod;
       takeStatus(newStatus);
@@ -96,15 +97,16 @@ async function run() {
       fillDetails();
     }
     showLink('live');
+    await shown;
     await pause(Math.max(10, kScenePeriod - (performance.now() - begin)));
   }
 }
 
 matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => {
   readColours();
-  forgetSprites();
-  draw();
+  recolour();
   drawChart();
 });
 readColours();
+recolour();
 run();

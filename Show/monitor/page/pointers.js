@@ -1,9 +1,9 @@
 // Pointers and keys on the map: they move the view and select parts.
 import { byId } from './dom.js';
-import { draw } from './map.js';
-import { tracks } from './scene.js';
+import { draw, map } from './map.js';
+import { advance, tracks } from './scene.js';
 import { choose, chooseNext } from './selection.js';
-import { fit, map, pan, toX, toY, view, zoom } from './view.js';
+import { fit, pan, toX, toY, view, zoom } from './view.js';
 
 function moveView(change) {
   change();
@@ -14,7 +14,9 @@ function moveView(change) {
 function pickAt({ offsetX: x, offsetY: y, pointerType }) {
   let best = null;
   let nearest = pointerType === 'touch' ? 26 : 16;
+  const now = performance.now();
   for (const [id, track] of tracks) {
+    advance(track, now);
     const distance = Math.hypot(toX(track.x) - x, toY(track.z) - y);
     if (distance < nearest) {
       nearest = distance;
@@ -46,12 +48,13 @@ map.addEventListener('pointerdown', (event) => {
   }
   pointers.set(event.pointerId, { x: event.offsetX, y: event.offsetY });
 });
-map.addEventListener('pointermove', (event) => {
+function follow(event) {
   const pointer = pointers.get(event.pointerId);
   if (!pointer) return;
   const next = { x: event.offsetX, y: event.offsetY };
   const dx = next.x - pointer.x;
   const dy = next.y - pointer.y;
+  if (dx === 0 && dy === 0) return;
   travelled += Math.hypot(dx, dy);
   if (pointers.size === 1) {
     way.x += dx;
@@ -71,7 +74,10 @@ map.addEventListener('pointermove', (event) => {
     });
   }
   pointers.set(event.pointerId, next);
-});
+}
+// A pointermove waits for the next frame; the other comes at once, where the browser has it.
+map.addEventListener('pointerrawupdate', follow);
+map.addEventListener('pointermove', follow);
 function release(event) {
   if (!pointers.delete(event.pointerId)) return;
   if (event.type === 'pointerup' && pointers.size === 0 && travelled <= 4) {

@@ -6,7 +6,8 @@ export const kPathSeconds = 10;
 export let scene = null; // the latest one
 export let sources = new Map(); // of that scene, by id
 export const tracks = new Map(); // the drawn state of the emitters, by id; the listener's id is 0
-/// Positions that this page is setting, by id: `position`, and `sent`, the time of the answer.
+/// Positions that this page is setting, by id: `position`, `number` of the change, and `sent`, the
+/// time of the answer.
 export const pinned = new Map();
 export const held = new Set(); // ids of the parts whose place is set by hand
 let instance = ''; // of the server whose tracks are stored
@@ -48,6 +49,21 @@ export function heading([x, y, z, w]) {
 const isPlace = (part) => part.position.every(Number.isFinite) &&
   (part.hull !== undefined || part.rotation.every(Number.isFinite));
 
+/// Moves a track to where it is drawn at that time: between the places of the two latest answers.
+/// Returns whether it still moves.
+export function advance(track, now) {
+  const part = Math.min(1, Math.max(0, now - track.since) / kScenePeriod);
+  track.x = track.fromX + (track.toX - track.fromX) * part;
+  track.z = track.fromZ + (track.toZ - track.fromZ) * part;
+  return part < 1 && (track.fromX !== track.toX || track.fromZ !== track.toZ);
+}
+
+/// Moves a track to a place at once.
+export function put(id, [x, , z]) {
+  const track = tracks.get(id);
+  if (track) Object.assign(track, { x, z, fromX: x, fromZ: z, toX: x, toZ: z });
+}
+
 function follow(id, part, now) {
   if (!isPlace(part)) {
     tracks.delete(id);
@@ -55,7 +71,9 @@ function follow(id, part, now) {
   }
   const [x, , z] = pinned.has(id) ? pinned.get(id).position : part.position;
   let track = tracks.get(id);
-  if (!track) {
+  if (track) {
+    advance(track, now);
+  } else {
     track = { x, z, path: [] };
     tracks.set(id, track);
   }

@@ -1,23 +1,14 @@
 // The part of the scene that the map shows.
-import { byId } from './dom.js';
 import { heardReach, tracks } from './scene.js';
 
-export const map = byId('map');
 // scale: pixels per unit; box: the visible area unless the user has moved the view
-// width, height: of the map, in pixels; to ask the document thousands of times a frame would be slow
+// width, height: of the map, in pixels
 export const view = {
-  x: 0, z: 0, scale: 50, box: null, moved: false, fitted: false,
-  width: map.clientWidth, height: map.clientHeight,
+  x: 0, z: 0, scale: 50, box: null, moved: false, fitted: false, width: 0, height: 0,
 };
 
 export const toX = (x) => view.width / 2 + (x - view.x) * view.scale;
 export const toY = (z) => view.height / 2 + (z - view.z) * view.scale;
-
-/// Call it when the size of the map has changed.
-export function measure() {
-  view.width = map.clientWidth;
-  view.height = map.clientHeight;
-}
 
 /// Shows everything. Unless the user has moved the view, it changes only if something is outside or
 /// everything has become small, so that it stays still while things move.
