@@ -1,6 +1,7 @@
 #include <Show/DeskPage.h>
 
 #include <Show/desk/Desk.h>
+#include <Show/desk/DeskPicture.h>
 #include <Show/desk/DeskRequests.h>
 #include <Show/monitor/MonitorBackend.h>
 #include <Show/monitor/MonitorHandle.h>
@@ -24,6 +25,7 @@ DeskPage::DeskPage(
     if (MonitorBackend* backend = state_->monitor.backend()) {
         backend->showDesk();
         backend->server().addPage("/api/desk", DeskRequests(state_->access));
+        backend->server().addPage("/api/desk/picture", DeskPicture(file, playback.transport()));
     }
 }
 

@@ -1,6 +1,5 @@
 #include <Show/capture/Capture.h>
 
-#include <Show/capture/CaptureReader.h>
 #include <Show/capture/ReplayPlayer.h>
 #include <Show/player/ScenePlayable.h>
 
@@ -94,13 +93,22 @@ Capture::load(const std::string& path, bool fetch, std::vector<Problem>& problem
     return capture;
 }
 
-std::unique_ptr<Player> Capture::makePlayer(Orvel::World& world, LongFiles longFiles) const {
+std::unique_ptr<CaptureReader> Capture::read() const {
     std::string fault;
     auto reader = CaptureReader::open(path_, fault);
     if (reader == nullptr) {
         throw std::runtime_error(path_ + ": " + fault); // it could be opened before
     }
-    return std::make_unique<ReplayPlayer>(path_, std::move(reader), bank_, world, longFiles);
+    return reader;
+}
+
+std::unique_ptr<Player> Capture::makePlayer(Orvel::World& world, LongFiles longFiles) const {
+    return std::make_unique<ReplayPlayer>(path_, read(), bank_, world, longFiles);
+}
+
+std::unique_ptr<Player> Capture::makeSilentPlayer(Orvel::World& world, SetLength setLength) const {
+    return std::make_unique<ReplayPlayer>(
+        path_, read(), bank_, world, giveLength(bank_.sounds, std::move(setLength)));
 }
 
 std::size_t Capture::emitters() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Show/capture/CaptureReader.h>
 #include <Show/player/Playable.h>
 #include <Show/scene/LoadedScene.h>
 
@@ -20,6 +21,8 @@ public:
 
     [[nodiscard]] std::unique_ptr<Player>
     makePlayer(Orvel::World& world, LongFiles longFiles) const override;
+    [[nodiscard]] std::unique_ptr<Player>
+    makeSilentPlayer(Orvel::World& world, SetLength setLength) const override;
     [[nodiscard]] std::size_t emitters() const override;
     [[nodiscard]] const Scene& sources() const override { return bank_.scene; }
     [[nodiscard]] bool incomplete() const override { return incomplete_; }
@@ -27,6 +30,8 @@ public:
 
 private:
     explicit Capture(std::string path) : path_(std::move(path)) {}
+    /// Throws std::runtime_error if the file has gone.
+    [[nodiscard]] std::unique_ptr<CaptureReader> read() const;
 
     std::string path_;
     LoadedScene bank_;

@@ -27,8 +27,14 @@ ReplayPlayer::ReplayPlayer(
     : path_(std::move(path)), reader_(std::move(reader)), world_(world),
       session_(world, bank, longFiles) {}
 
+ReplayPlayer::ReplayPlayer(
+    std::string path, std::unique_ptr<CaptureReader> reader, const LoadedScene& bank,
+    Orvel::World& world, GiveSound give)
+    : path_(std::move(path)), reader_(std::move(reader)), world_(world),
+      session_(world, bank, std::move(give)), silent_(true) {}
+
 void ReplayPlayer::prepare() {
-    if (!std::exchange(fetched_, true)) {
+    if (!silent_ && !std::exchange(fetched_, true)) {
         for (const Problem& problem : session_.fetch()) {
             warn(problem.str() + "; its sources stay silent");
         }
@@ -122,6 +128,9 @@ double ReplayPlayer::end() const {
 
 /// Uses the log, whose lines the commands print when it is safe.
 void ReplayPlayer::warn(const std::string& text) const {
+    if (silent_) {
+        return;
+    }
     Orvel::report({.subject = path_, .reason = text, .text = path_ + ": " + text}, "orvel");
 }
 

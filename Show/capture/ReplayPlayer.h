@@ -24,6 +24,11 @@ public:
     ReplayPlayer(
         std::string path, std::unique_ptr<CaptureReader> reader, const LoadedScene& bank,
         Orvel::World& world, LongFiles longFiles);
+    /// For a world without sounds: `give` is called where a source gets its sound, nothing is
+    /// fetched or reported.
+    ReplayPlayer(
+        std::string path, std::unique_ptr<CaptureReader> reader, const LoadedScene& bank,
+        Orvel::World& world, GiveSound give);
 
     void prepare() override;
     void start() override;
@@ -43,6 +48,7 @@ private:
     std::unique_ptr<CaptureReader> reader_;
     Orvel::World& world_;
     Session session_;
+    const bool silent_ = false;
     bool fetched_ = false;
     CaptureReader::Record next_;
     bool more_ = false;

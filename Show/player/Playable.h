@@ -5,6 +5,7 @@
 #include <Show/scene/SceneSources.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,6 +24,12 @@ public:
     /// the file has gone since it was loaded.
     [[nodiscard]] virtual std::unique_ptr<Player>
     makePlayer(Orvel::World& world, LongFiles longFiles) const = 0;
+    /// Sets the length of a source's sound, in seconds; 0 if it is not known.
+    using SetLength = std::function<void(int source, double seconds)>;
+    /// As makePlayer(), for a world without sounds: it gives sources none, fetches nothing and
+    /// reports nothing.
+    [[nodiscard]] virtual std::unique_ptr<Player>
+    makeSilentPlayer(Orvel::World& world, SetLength setLength) const = 0;
     /// The largest number of emitters.
     [[nodiscard]] virtual std::size_t emitters() const = 0;
     /// Its sources with their sounds.

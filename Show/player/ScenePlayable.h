@@ -20,6 +20,12 @@ public:
     makePlayer(Orvel::World& world, LongFiles longFiles) const override {
         return std::make_unique<ScenePlayer>(loaded_->scene, loaded_->sounds, world, longFiles);
     }
+    [[nodiscard]] std::unique_ptr<Player>
+    makeSilentPlayer(Orvel::World& world, SetLength setLength) const override {
+        return std::make_unique<ScenePlayer>(
+            loaded_->scene, loaded_->sounds, world,
+            giveLength(loaded_->sounds, std::move(setLength)));
+    }
     [[nodiscard]] std::size_t emitters() const override { return countEmitters(loaded_->scene); }
     [[nodiscard]] const Scene& sources() const override { return loaded_->scene; }
     [[nodiscard]] std::string voicesParams() const override { return loaded_->scene.voicesParams; }

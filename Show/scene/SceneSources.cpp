@@ -86,6 +86,14 @@ void giveSound(
     }
 }
 
+GiveSound
+giveLength(const SoundBank& sounds, std::function<void(int source, double seconds)> setLength) {
+    return [&sounds, setLength = std::move(setLength)](Orvel::Source& source, const Sound& sound) {
+        const auto shape = sounds.shapeOf(sound);
+        setLength(source.id(), shape ? shape->seconds : 0.0);
+    };
+}
+
 void createSource(Orvel::World& world, const SourceSpec& spec, const GiveSound& give) {
     if (Orvel::Source* source = world.createSource(spec.id)) {
         give(*source, spec.sound);

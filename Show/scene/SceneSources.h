@@ -42,6 +42,11 @@ void giveSound(
 /// A function that gives a source its sound.
 using GiveSound = std::function<void(Orvel::Source& source, const Sound& sound)>;
 
+/// A function that gives a source nothing but passes on the length of its sound, in seconds; 0 if
+/// that is not known. The sounds must outlive it.
+GiveSound
+giveLength(const SoundBank& sounds, std::function<void(int source, double seconds)> setLength);
+
 /// Creates the source of a description, in no state; has no effect if the id is in use.
 void createSource(Orvel::World& world, const SourceSpec& spec, const GiveSound& give);
 

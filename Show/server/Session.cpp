@@ -28,6 +28,11 @@ Session::Session(Orvel::World& world, const LoadedScene& bank, LongFiles longFil
     }
 }
 
+Session::Session(Orvel::World& world, const LoadedScene& bank, GiveSound give)
+    : Session(world, bank) {
+    give_ = std::move(give);
+}
+
 std::vector<Problem> Session::fetch() {
     std::vector<Problem> problems;
     for (const auto& [id, spec] : specs_) {
@@ -47,7 +52,9 @@ std::vector<Problem> Session::fetch() {
 
 void Session::give(Orvel::Source& source, const Sound& sound) const {
     const auto* url = std::get_if<SoundUrl>(&sound);
-    if (url == nullptr) {
+    if (give_) {
+        give_(source, sound);
+    } else if (url == nullptr) {
         giveSound(bank_.sounds, source, sound, longFiles_);
     } else if (const auto file = files_.find(url->text); file != files_.end()) {
         nameSound(source, sound);

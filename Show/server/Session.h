@@ -38,6 +38,8 @@ public:
 
     Session(
         Orvel::World& world, const LoadedScene& bank, LongFiles longFiles = LongFiles::AsNeeded);
+    /// For a world with sounds from elsewhere: calls `give` where a source gets its sound.
+    Session(Orvel::World& world, const LoadedScene& bank, GiveSound give);
 
     /// Fetches the sources with a URL, once. Returns a problem for each that cannot be fetched;
     /// such a source stays silent.
@@ -82,6 +84,7 @@ private:
     Orvel::World& world_;
     const LoadedScene& bank_;
     LongFiles longFiles_;
+    GiveSound give_;                         // empty: the bank's sounds
     std::map<int, const SourceSpec*> specs_; // by id, including the timeline's
     std::map<std::string, std::unique_ptr<Corvid::URLImpl::File>> files_; // by URL
     std::map<int, std::string> makers_; // creating client of each emitter, by id

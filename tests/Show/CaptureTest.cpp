@@ -6,6 +6,7 @@
 #include <Show/capture/CaptureFormat.h>
 #include <Show/capture/CaptureReader.h>
 #include <Show/capture/CaptureWriter.h>
+#include <Show/desk/Activity.h>
 #include <Show/detail/VisibleText.h>
 #include <Show/render/OfflineRenderer.h>
 #include <Show/server/SoundServer.h>
@@ -19,6 +20,7 @@
 #include <Orvel/Source.h>
 #include <Orvel/TransformEvent.h>
 
+#include <nlohmann/json.hpp>
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -182,8 +184,21 @@ TEST_F(Captures, ASessionOfClientsAndLocalInputIsTheSameAgain) {
     const std::vector<float> once = render(*capture);
     EXPECT_EQ(render(*capture), once);
     EXPECT_TRUE(std::any_of(once.begin(), once.end(), [](float s) { return s > 0.01F; }));
-    // Starting over leaves nothing from the first time.
     Diagnostics diagnostics(false);
+    std::string fault;
+    const auto length = CaptureReader::open(path, fault)->length();
+    Activity activity(*capture, static_cast<double>(length.value_or(0)) / 1e6);
+    while (activity.advance()) {
+    }
+    std::string picture;
+    activity.write(picture);
+    int changes = 0;
+    const nlohmann::json parsed = nlohmann::json::parse(picture);
+    for (const nlohmann::json& column : parsed["changes"]) {
+        changes += column.get<int>();
+    }
+    EXPECT_GE(changes, 400); // 200 of each of two emitters
+    // Starting over leaves nothing from the first time.
     Orvel::OwningWorld<> world;
     const auto player = capture->makePlayer(world, LongFiles::AsNeeded);
     for (int round = 0; round < 2; ++round) {

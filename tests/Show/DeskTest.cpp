@@ -1,4 +1,5 @@
 #include <Show/ShowFile.h>
+#include <Show/desk/Activity.h>
 #include <Show/desk/Desk.h>
 #include <Show/scene/JsonText.h>
 
@@ -11,6 +12,7 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <support/RecordingBackend.h>
 #include <unistd.h>
@@ -232,4 +234,34 @@ TEST_F(DeskTest, SavingChangesOnlyWhatWasSetByHand) {
     EXPECT_EQ(text("other.json"), expected);
     EXPECT_EQ(take(R"({"save":"other.json"})"), 409);
     EXPECT_EQ(text(), expected + "// by another editor\n");
+}
+
+TEST(Activity, ShowsWhatSoundsAndMovesInEachPartOfTheTime) {
+    std::istringstream in(R"({ "orvel": 1, "duration": 4,
+      "sources": [{ "id": 1, "tone": { "seconds": 1.0 } }, { "id": 2, "tone": { "seconds": 1.0 } },
+        { "id": 3, "tone": { "seconds": 1.0 } }],
+      "emitters": [{ "id": 1, "source": 1, "state": "play" }, { "id": 2, "source": 2 },
+        { "id": 3, "source": 3, "gain": 0, "state": "play" }],
+      "timeline": [{ "at": 1, "emitter": 1, "position": [5, 0, 0], "over": 1 },
+        { "at": 3.001, "emitter": 2, "state": "play" }, { "at": 3.002, "emitter": 2, "state": "stop" }] })");
+    const ShowFile file = ShowFile::readScene(in, "a");
+    ASSERT_TRUE(file.isGood());
+    Activity activity(*file.playable(), 4.0);
+    while (activity.advance()) {
+    }
+    std::string text;
+    activity.write(text);
+    const nlohmann::json picture = nlohmann::json::parse(text);
+    const auto at = [&](std::size_t column) {
+        return std::pair(
+            picture["sounding"].at(column).get<int>(), picture["changes"].at(column).get<int>());
+    };
+    using Column = std::pair<int, int>;
+    EXPECT_EQ(picture["sounding"].size(), Activity::kColumns);
+    EXPECT_EQ(at(0), Column(1, 0)) << "the scene begins";
+    EXPECT_EQ(at(50), Column(1, 0)) << "a sound plays";
+    EXPECT_EQ(at(150), Column(0, 1)) << "it has ended, and its emitter moves";
+    EXPECT_EQ(at(250), Column(0, 0));
+    EXPECT_EQ(at(300), Column(1, 2)) << "a sound shorter than the column";
+    EXPECT_EQ(at(301), Column(0, 0));
 }

@@ -95,6 +95,13 @@ class Desk(PageCase):
         self.wait_for_place(url, 11, [-2, 0, -3])
         self.press("Release")
         self.wait_for(lambda: self.emitter(url, 11)["position"][2] >= 0, "the timeline")
+        # A change is sent, and the answer comes, even while the page's thread is busy.
+        changes = len(self.browser.value("latencies", "deskLink"))
+        self.browser.value("(() => { const since = performance.now(); change(12, { gain: 0.5 }, '', since);"
+                                   " while (performance.now() < since + 2000); })()", "deskLink")
+        self.wait_for_value(f"latencies.length > {changes}", module="deskLink")
+        self.assertLess(self.browser.value("latencies.at(-1).answered", "deskLink"), 2000)
+        self.key("z", modifiers=2)
         # A finger at phone width; two fingers zoom instead.
         self.browser.resize(390, 844, phone=True)
         self.browser.call("Emulation.setTouchEmulationEnabled", enabled=True)
@@ -139,6 +146,12 @@ class Desk(PageCase):
         self.browser.value("document.getElementById('map').focus()")
         self.key(",")
         self.wait_for(lambda: state("time") < before - 4, "five seconds back")
+        picture = json.loads(self.address(url + "api/desk/picture")[2])
+        self.assertEqual((picture["end"], picture["sounding"], picture["changes"][100], picture["changes"][399]),
+                         (1000, [1] * 400, 1, 0))
+        self.wait_for_value("document.querySelector('.scrub canvas').ariaLabel",
+                            "Activity over the time. sounding: at most 1 emitter, at 0 s; changes: most at 0 s; "
+                            "lines: 2 cues")
         self.assertEqual(self.browser.errors, [])
 
     def test_without_the_token_one_can_only_watch(self):

@@ -1,5 +1,6 @@
 // The playback: its state, cues and time, and the controls that change them.
 import { mayControl, onState, request, state, stateTime } from './deskLink.js';
+import { showBehind } from './deskPicture.js';
 import { byId, make, setText } from './dom.js';
 import { map } from './map.js';
 
@@ -26,7 +27,10 @@ const text = make('p', 'time');
 bar.append(text);
 const slider = Object.assign(make('input'), { type: 'range', min: 0, step: 0.1 });
 slider.setAttribute('aria-label', 'Time in the scene');
-bar.append(slider);
+const time = make('div', 'scrub');
+time.append(slider);
+bar.append(time);
+showBehind(time);
 const cues = make('div', 'row cues');
 cues.setAttribute('role', 'group');
 cues.setAttribute('aria-label', 'Cues');
