@@ -198,8 +198,9 @@ int PlayCommand::run() {
     if (!osc_.check(network_.isOpen()) || !choose(choices)) {
         return kWrongUse;
     }
-    if (armed_ && !osc_.given() && isatty(STDIN_FILENO) != 1) {
-        report("--armed: nothing can start the scene; add --osc PORT, or use a terminal");
+    if (armed_ && !osc_.given() && !desk_.given() && isatty(STDIN_FILENO) != 1) {
+        report("--armed: nothing can start the scene; add --desk PORT or --osc PORT, or use a "
+               "terminal");
         return kWrongUse;
     }
     const Show::ShowFile file = load();
