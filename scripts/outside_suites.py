@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Checks the pages with external suites: outside_suites.py TOOL [FOLDER [SUITE...]].
 
-axe        axe-core: accessibility of every page, wide and narrow, light and dark
+axe        axe-core: accessibility of every page in every state, wide and narrow, light and dark; and a walk
+           through the controls of the desk by keyboard
 promtool   "promtool check metrics" of /metrics
 slowhttp   slowhttptest: slow clients, which must lock nobody out
 osc        clients of Open Sound Control: npm's osc, osc-js and node-osc, and python3-liblo
@@ -28,6 +29,7 @@ AXE = "axe-core@4.14.1"
 OSC_CLIENTS = {"osc": "2.4.5", "osc-js": "2.4.1", "node-osc": "11.7.1"}
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 SCENE = ROOT / "examples/scenes/voices.json"
+CUES = ROOT / "examples/scenes/cues.json"
 DEADLINE = 30
 WIDE, PHONE = (1200, 900), (390, 844, True)
 
@@ -66,23 +68,26 @@ def program(name, package, folder):
 
 
 class Server:
-    """A sound server with a monitor and the back end "web", and a player with a desk that drives it."""
+    """A sound server with a monitor and the back end "web", and a player with a desk that drives it. It
+    records to `capture`, if given."""
 
-    def __init__(self, tool):
-        self.processes = []
+    def __init__(self, tool, capture=None):
+        self.processes, self.tool = [], tool
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
             probe.bind(("127.0.0.1", 0))
             port = str(probe.getsockname()[1])
         here = ["--interface", "127.0.0.1"]
-        log = self.start([tool, "serve", "--scene", SCENE, "--backend", "silent", "--monitor",
+        log = self.start([tool, *(["record", capture] if capture else ["serve"]), "--scene", SCENE, "--backend", "silent", "--monitor",
                           "127.0.0.1:0", "--web", "--port", port, *here],
                          ["the monitor is at", "Web server", "TCP port"])
         self.monitor = re.search(r"monitor is at (\S+)/", log).group(1)
         self.web = "http://127.0.0.1:" + re.search(r"open ok: http://.*:(\d+)", log).group(1)
-        log = self.start([tool, "play", SCENE, "--loop", "--backend", "client:port=" + port,
-                          "--desk", "0", *here], ["the desk is at"])
-        self.desk = re.search(r"desk is at (\S+)#", log).group(1)
-        self.token = re.search(r"#(token=\S+)", log).group(1)
+        self.desk, self.token = self.play(SCENE, "--loop", "--backend", "client:port=" + port, *here)
+
+    def play(self, *arguments):
+        """Another player with a desk; returns the desk's address without the token, and the token."""
+        log = self.start([self.tool, "play", *arguments, "--desk", "0"], ["the desk is at"])
+        return re.search(r"desk is at (\S+)(#token=\S+)", log).groups()
 
     def start(self, command, expected):
         process = subprocess.Popen(command, stderr=subprocess.PIPE, text=True)
@@ -115,58 +120,126 @@ def axe(tool, folder):
                "--fetch-retries=0", "--prefix", str(folder), AXE], folder)
     source = script.read_text(encoding="utf-8")
     findings = []
-    with Server(tool) as server:
+    with tempfile.TemporaryDirectory() as temporary, \
+            Server(tool, f"{temporary}/session.orvelrec") as server:
         browser = Browser()
         try:
-            for url, allowed in [(server.monitor + "/", set()), (server.monitor + "/none", set()),
-                                 (server.desk, set()), (server.desk + "#" + server.token, set()),
-                                 (server.web + "/index.html", FIXED_PAGE),
-                                 (server.web + "/log.html", set()), (server.web + "/Backends", set())]:
+            time.sleep(1)  # so long is the capture that a player finds
+            cues, cues_token = server.play(CUES, "--backend", "silent", "--armed")
+            capture, capture_token = server.play(f"{temporary}/session.orvelrec", "--backend", "silent")
+            monitor = (server.monitor + "/", set(), [wait_for_rows, wait_for_connection, choose_first])
+            desk = [wait_for_rows, choose_first]
+            pages = [
+                monitor, (server.monitor + "/none", set(), []),
+                (server.desk, set(), [*desk, wait_for_connection, wait_for_message]),
+                (server.desk + server.token, set(), [*desk, wait_for_connection, set_by_hand, wait_for_picture]),
+                (cues, set(), [wait_for_picture, wait_for_message]),
+                (cues + cues_token, set(), [wait_for_picture]),
+                (cues + cues_token, set(), [lambda browser: command(browser, "{ cue: 'flight' }", "playing"), *desk]),
+                (cues + cues_token, set(), [lambda browser: command(browser, "{ cue: 'flight' }", "playing"),
+                                            lambda browser: command(browser, "{ pause: true }", "paused"),
+                                            choose_listener]),
+                (capture + capture_token, set(), [wait_for_picture, *desk, wait_for_message]),
+                (server.web + "/index.html", FIXED_PAGE, []),
+                (server.web + "/log.html", set(), []), (server.web + "/Backends", set(), [])]
+            for number, (url, allowed, steps) in enumerate(pages):
                 for size in (WIDE, PHONE):
                     for dark in (False, True):
                         browser.resize(*size)
                         browser.set_dark(dark)
                         browser.open(url)
-                        if url == server.monitor + "/" or url.startswith(server.desk):
-                            wait_for_rows(browser)
-                        if url.startswith(server.desk):
-                            set_by_hand(browser, "#" in url)
+                        for step in steps:
+                            step(browser)
                         browser.value(source + "; 0")
                         result = browser.value("axe.run()")
                         if not result["passes"]:
                             raise RuntimeError(f"axe found nothing to look at in {url}")
+                        where = f"page {number}, {url} at {size[0]} px, {'dark' if dark else 'light'}"
                         findings += [
-                            f"{url} at {size[0]} px, {'dark' if dark else 'light'}: {rule['id']}: "
-                            f"{rule['help']}: {[node['html'] for node in rule['nodes']][:3]}"
+                            f"{where}: {rule['id']}: {rule['help']}: {[node['html'] for node in rule['nodes']][:3]}"
                             for rule in result["violations"] if rule["id"] not in allowed]
+                        if steps:
+                            findings += [f"{where}: by keyboard: {text}" for text in walk(browser)]
         finally:
             browser.close()
     return findings
 
 
-def wait_for_rows(browser):
-    """Waits until the page shows emitters and the player's connection, and selects an emitter."""
+def wait_until(browser, expression, problem, module=None):
     deadline = time.monotonic() + DEADLINE
-    while not browser.value("document.querySelector('#emitters tbody tr') !== null &&"
-                            " document.querySelector('#network tbody tr') !== null"):
+    while not browser.value(expression, module):
         if time.monotonic() > deadline:
-            raise RuntimeError("the monitor shows no emitter or no connection")
+            raise RuntimeError(problem)
         time.sleep(0.1)
+
+
+def wait_for_rows(browser):
+    wait_until(browser, "document.querySelector('#emitters tbody tr') !== null", "the page shows no emitter")
+
+
+def wait_for_connection(browser):
+    wait_until(browser, "document.querySelector('#network tbody tr') !== null", "the page shows no connection")
+
+
+def choose_first(browser):
     browser.value("choose(Number(document.querySelector('#emitters tbody tr').dataset.id))", "selection")
 
 
-def set_by_hand(browser, allowed):
-    """Waits for the controls; with the token, mutes the chosen emitter and has a request refused."""
-    deadline = time.monotonic() + DEADLINE
-    wanted = "document.querySelector('.message').textContent !== ''"
-    while not browser.value(wanted):
-        if allowed:
-            browser.value("mayChange() && (change(chosen(), { mute: true }), request({ save: '.json' }))"
-                          .replace("chosen()", "Number(document.querySelector('.controls select').value)"),
-                          "deskLink")
-        if time.monotonic() > deadline:
-            raise RuntimeError("the desk shows no message")
-        time.sleep(0.1)
+def choose_listener(browser):
+    browser.value("choose(0)", "selection")
+
+
+def wait_for_message(browser):
+    wait_until(browser, "document.querySelector('.message').textContent !== ''", "the desk shows no message")
+
+
+def wait_for_picture(browser):
+    wait_until(browser, "document.querySelector('.deskbar .legend li') !== null", "the desk shows no picture")
+
+
+def set_by_hand(browser):
+    """Mutes the chosen emitter, and has a request refused."""
+    wait_until(browser, "mayChange()", "the desk may not change anything", "deskLink")
+    browser.value("change(Number(document.querySelector('.controls select').value), { mute: true }),"
+                  " request({ save: '.json' })", "deskLink")
+    wait_for_message(browser)
+
+
+def command(browser, request, state):
+    wait_until(browser, "mayControl()", "the desk may not control anything", "deskLink")
+    browser.value(f"request({request})", "deskLink")
+    wait_until(browser, f"state.state === '{state}'", f"the playback is not {state}", "deskLink")
+
+
+# Numbers the controls that can be used now, and lists the numbers.
+CONTROLS = """[...document.querySelectorAll('a[href], button, input, select, [tabindex="0"]')]
+  .filter((e) => !e.disabled && e.checkVisibility()).map((e) => {
+    window.controls_ = (window.controls_ || 0);
+    if (!e.dataset.control) { window.controls_ += 1; e.dataset.control = window.controls_; }
+    return e.dataset.control; })"""
+FOCUSED = """(() => { const { dataset, outerHTML } = document.activeElement;
+  return [dataset.control || '', getComputedStyle(document.activeElement).outlineStyle, outerHTML.slice(0, 100)];
+})()"""
+
+
+def walk(browser):
+    """Presses Tab until every control has had the focus; returns those that have not, or do not show it."""
+    usable = set(browser.value(CONTROLS))
+    browser.value("document.activeElement.blur()")
+    seen, problems = set(), []
+    for _ in range(2 * len(usable) + 5):
+        for kind in ("rawKeyDown", "keyUp"):
+            browser.call("Input.dispatchKeyEvent", type=kind, key="Tab", code="Tab", windowsVirtualKeyCode=9)
+        number, outline, html = browser.value(FOCUSED)
+        if number and number not in seen and outline == "none":
+            problems.append(f"the focus does not show: {html}")
+        seen.add(number)
+        if usable <= seen:
+            break
+    for number in usable & set(browser.value(CONTROLS)) - seen:
+        problems.append("not reached: " + browser.value(
+            f"document.querySelector('[data-control=\"{number}\"]').outerHTML.slice(0, 100)"))
+    return problems
 
 
 def promtool(tool, folder):
