@@ -16,6 +16,7 @@ checks=(
     libgtest-dev libbenchmark-dev libzmq3-dev
     libglm-dev               # an example
     liblo-tools # a client of Open Sound Control
+    avahi-daemon avahi-utils dbus # announcements, in a network of their own
     binutils iproute2 librsvg2-bin python3-jsonschema
     mypy python3-numpy        # the package for Python
     python3-netcdf4           # reads a data set for headphones
