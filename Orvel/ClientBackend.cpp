@@ -98,6 +98,9 @@ struct ClientBackend::Timing {
     bool system;          // the clock
     std::int64_t now = 0; // of the latest batch
     detail::PlayTimes played;
+    std::chrono::nanoseconds more{}; // added to all times
+
+    void advance() { now = detail::nanosecondsNow(system) + more.count(); }
 };
 
 ClientBackend::ClientBackend(World& world, const char* params)
@@ -112,7 +115,7 @@ ClientBackend::ClientBackend(World& world, const char* params)
         if (clock != "measured" && clock != "system") {
             read.refuse("clock", clock, "measured or system");
         }
-        timing_ = std::make_unique<Timing>(Timing{latency, clock == "system", 0, {}});
+        timing_ = std::make_unique<Timing>(Timing{latency, clock == "system", 0, {}, {}});
         stampDue_ = true;
     }
     communicator_ = std::make_unique<OrvelMultiClient>(CommandEvent::kProtocolVersion, *this);
@@ -336,7 +339,23 @@ Corvid::MultiClient& ClientBackend::multiClient() const {
 }
 
 std::chrono::nanoseconds ClientBackend::latency() const noexcept {
-    return timing_ == nullptr ? std::chrono::nanoseconds() : timing_->latency;
+    return timing_ == nullptr ? std::chrono::nanoseconds() : timing_->latency + timing_->more;
+}
+
+void ClientBackend::raiseLatency(std::chrono::nanoseconds latency) {
+    if (timing_ != nullptr) {
+        timing_->more = std::max(timing_->more, latency - timing_->latency);
+        stampDue_ = true;
+    }
+}
+
+std::chrono::nanoseconds ClientBackend::neededLatency() const {
+    const Vessa::Lock lock(mutex_);
+    float most = 0.0F;
+    for (const auto& [server, lead] : leads_) {
+        most = std::max(most, lead);
+    }
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<float>(most));
 }
 
 std::size_t ClientBackend::serversNotReady() const {
@@ -347,7 +366,7 @@ std::size_t ClientBackend::serversNotReady() const {
 /// Sends the time of the changes that follow.
 void ClientBackend::sendTime() {
     stampDue_ = false;
-    timing_->now = detail::nanosecondsNow(timing_->system);
+    timing_->advance();
     TimeEvent event;
     event.address(CmdSetTime, 0);
     event.time = static_cast<unsigned long>(timing_->now);
@@ -387,9 +406,9 @@ void ClientBackend::sendOffer(Corvid::Communicator& connection) {
     clock.nonce = offer.nonce;
     clock.port = offer.port;
     clock.system = timing_->system;
-    clock.latency = static_cast<unsigned long>(latency().count());
+    clock.latency = static_cast<unsigned long>(std::chrono::nanoseconds(timing_->latency).count());
     clock.send(&connection);
-    timing_->now = detail::nanosecondsNow(timing_->system);
+    timing_->advance();
     TimeEvent time;
     time.address(CmdSetTime, 0);
     time.time = static_cast<unsigned long>(timing_->now);
@@ -534,6 +553,7 @@ void ClientBackend::receiveFrom(Corvid::Communicator* connection) {
     {
         const Vessa::Lock lock(mutex_);
         notReady_.erase(connection);
+        leads_.erase(connection);
     }
     communicator_->removeCommunicator(connection);
     connection->close();
@@ -607,8 +627,9 @@ void ClientBackend::answer(const ClockEvent& question, Corvid::Communicator& ser
 
 void ClientBackend::takeTiming(const TimingEvent& event, Corvid::Communicator& server) {
     server.setTiming(event.timing());
+    const Vessa::Lock lock(mutex_);
+    leads_[&server] = event.lead > 0.0F && event.lead < kMaxLead ? event.lead : 0.0F;
     if (event.ready) {
-        const Vessa::Lock lock(mutex_);
         notReady_.erase(&server);
     }
 }

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -118,6 +119,15 @@ public:
     bool addCommunicator(Corvid::Communicator* connection);
     /// The latency; 0 if changes are applied on arrival.
     [[nodiscard]] std::chrono::nanoseconds latency() const noexcept;
+    /// Raises it: all changes from now on happen so much later. Before the scene begins, for else
+    /// what plays already is out of phase with what follows.
+    void raiseLatency(std::chrono::nanoseconds latency);
+    /// What the outputs of connected servers need, as they report it once a second, without the
+    /// network's share; 0 if none of them needs any. With less, sounds begin late there.
+    /// Synchronised.
+    [[nodiscard]] std::chrono::nanoseconds neededLatency() const;
+    /// Limit of what a server can ask for, in seconds; more is ignored.
+    static constexpr float kMaxLead = 2.0F;
     /// The number of connected servers that keep times and do not yet know this machine's clock
     /// well enough: what begins before they do joins late there. Synchronised.
     [[nodiscard]] std::size_t serversNotReady() const;
@@ -172,6 +182,7 @@ private:
     mutable Vessa::Mutex mutex_;
     DriverHandler driverHandler_ ORVEL_GUARDED_BY(mutex_);
     std::set<const Corvid::Communicator*> notReady_ ORVEL_GUARDED_BY(mutex_);
+    std::map<const Corvid::Communicator*, float> leads_ ORVEL_GUARDED_BY(mutex_); // in seconds
 };
 
 } // namespace Orvel

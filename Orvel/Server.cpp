@@ -587,12 +587,14 @@ void Server::discardHeld(const Corvid::Communicator& newer) {
 }
 
 void Server::reportTimings() {
+    const auto needed = std::chrono::duration<float>(lead().start).count();
     for (auto& [client, held] : timing_->held) {
         const auto timing = held.timing(client->clock(), detail::HeldEvents::Clock::now());
         client->setTiming(timing);
         TimingEvent event;
         event.address(CmdReportTiming, 0);
         event.setTiming(timing);
+        event.lead = needed;
         event.send(client);
     }
 }

@@ -9,7 +9,7 @@ namespace Orvel {
 
 /// How well a server keeps a client's times: CmdReportTiming, from server to client, once a second,
 /// and to any client that sends CmdAskTiming, about the client whose change was the latest. The
-/// fields are those of Corvid::Communicator::Timing; times in nanoseconds.
+/// fields but `lead` are those of Corvid::Communicator::Timing; times in nanoseconds.
 class ORVEL_EXPORT TimingEvent : public EventOf<TimingEvent, CommandEvent> {
 public:
     bool ready = false;
@@ -26,12 +26,13 @@ public:
     unsigned long lateBatches = 0;
     float worstLateness = 0.0F; ///< in seconds
     float sceneAge = 0.0F;      ///< in seconds
+    float lead = 0.0F; ///< how long before they are heard the server needs starts, in seconds
 
     static auto fields(auto& event) {
         return std::tie(
             event.ready, event.known, event.offset, event.error, event.drift, event.driftError,
             event.roundTrip, event.jitter, event.byConnection, event.batches, event.lateBatches,
-            event.worstLateness, event.sceneAge);
+            event.worstLateness, event.sceneAge, event.lead);
     }
     static Corvid::EventType _type;
 

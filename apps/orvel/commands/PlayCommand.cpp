@@ -130,7 +130,7 @@ PlayCommand::PlayCommand(CLI::App& parent) {
         "on other machines, run orvel serve --scene SCENE there and use --backend client here.");
 }
 
-bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
+bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) {
     if (!backends_.read(
             choices, {{"loopback", "\"loopback\" only renders to files: orvel render " +
                                        scenePath_ + " OUT.wav"}})) {
@@ -141,6 +141,7 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) const {
         if (choice.kind == "client") {
             // The tool changes its world on one thread only, so that thread serves the connections
             // too.
+            latencyGiven_ = latencyGiven_ || choice.params.find("latency") != std::string::npos;
             choice.params =
                 "newestOnly=yes latency=40 " + choice.params + " deferred=yes followEnabled=yes";
             if (!only_.empty()) {
@@ -280,7 +281,7 @@ bool PlayCommand::play(
     RemoteServers servers(world, servers_, wait_);
     std::optional<StopSignals> signals(std::in_place); // the servers are left in order
     if (from_ <= 0.0) {
-        servers.waitUntilReady();
+        servers.waitUntilReady(!latencyGiven_);
     } else if (servers.haveNoLatency()) {
         report("--from: on servers, sounds that are already playing start from their beginning; "
                "with a latency they would not (client:latency=40)");

@@ -23,7 +23,7 @@ public:
 
 private:
     /// Reads the back ends from the command line. On wrong usage reports it and returns false.
-    bool choose(std::vector<BackendOption::Choice>& choices) const;
+    bool choose(std::vector<BackendOption::Choice>& choices);
     /// Adds the back ends; with --from, when the scene has reached that time. Returns false if
     /// nothing would play.
     bool addAll(
@@ -44,6 +44,7 @@ private:
     std::vector<std::string> servers_;
     std::vector<std::string> only_;
     bool wait_ = false;
+    bool latencyGiven_ = false;
     bool loop_ = false;
     bool status_ = false;
     bool armed_ = false;

@@ -28,6 +28,8 @@ constexpr std::chrono::milliseconds kGrace{500};
 constexpr std::chrono::milliseconds kTimeToFind{500};
 constexpr std::chrono::milliseconds kTimeToMeasure{1500};
 constexpr std::chrono::milliseconds kReadyPoll{5};
+/// What the network takes, and by how much outputs vary.
+constexpr std::chrono::milliseconds kNetworkShare{40};
 
 } // namespace
 
@@ -89,7 +91,31 @@ bool RemoteServers::haveNoLatency() const {
     });
 }
 
-void RemoteServers::waitUntilReady() {
+/// All servers play with one latency, so it is that of the slowest output.
+void RemoteServers::fitLatency(bool mayRaise) {
+    std::chrono::nanoseconds needed{};
+    for (const Client& client : clients_) {
+        needed = std::max(needed, client.backend.neededLatency());
+    }
+    const auto latency =
+        std::chrono::ceil<std::chrono::duration<int, std::centi>>(needed + kNetworkShare);
+    const auto given = clients_.front().backend.latency();
+    if (needed == needed.zero() || latency <= given) {
+        return;
+    }
+    const std::string text = "an output of the servers needs a latency of " +
+                             std::to_string(latency.count() * 10) + " ms";
+    if (mayRaise) {
+        report(text + ", so all changes are heard so much later");
+        for (Client& client : clients_) {
+            client.backend.raiseLatency(latency);
+        }
+    } else {
+        report(text + "; with less, sounds begin late there");
+    }
+}
+
+void RemoteServers::waitUntilReady(bool mayRaise) {
     if (clients_.empty() || haveNoLatency()) {
         return;
     }
@@ -108,10 +134,11 @@ void RemoteServers::waitUntilReady() {
             missing += client.backend.serversNotReady();
         }
         if (found && missing == 0) {
-            return;
+            break;
         }
         std::this_thread::sleep_for(kReadyPoll);
     } while (Clock::now() < limit && !StopSignals::came());
+    fitLatency(mayRaise);
     if (missing > 0) {
         report(
             "beginning, although " + std::to_string(missing) + " of " + std::to_string(connected_) +

@@ -35,8 +35,9 @@ public:
 
     /// Before the scene begins: waits until servers have been found and are ready to begin it with
     /// the others, but not for long, and not after a stop signal. Updates the world. Without a
-    /// latency it does not wait.
-    void waitUntilReady();
+    /// latency it does not wait. Where the output of a server needs a greater latency, it is raised
+    /// if `mayRaise`, and else reported.
+    void waitUntilReady(bool mayRaise);
 
     /// Call it after each update of the world. Reports the servers that have connected or
     /// disconnected since the last call, and once if none is found. A late server receives the
@@ -72,6 +73,7 @@ private:
     void take(Client& client, const Orvel::DriverEvent& event, const std::string& server);
 
     void stopWhatIsOver(const Client& client);
+    void fitLatency(bool mayRaise);
 
     Orvel::World& world_;
     std::list<Client> clients_;
