@@ -358,6 +358,15 @@ std::chrono::nanoseconds ClientBackend::neededLatency() const {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<float>(most));
 }
 
+std::chrono::steady_clock::time_point ClientBackend::changeTime() const {
+    std::chrono::nanoseconds time{timing_ == nullptr ? 0 : timing_->now};
+    if (timing_ != nullptr && timing_->system) {
+        time +=
+            std::chrono::nanoseconds(detail::nanosecondsNow(false) - detail::nanosecondsNow(true));
+    }
+    return std::chrono::steady_clock::time_point(time);
+}
+
 std::size_t ClientBackend::serversNotReady() const {
     const Vessa::Lock lock(mutex_);
     return notReady_.size();

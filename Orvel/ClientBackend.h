@@ -128,6 +128,9 @@ public:
     [[nodiscard]] std::chrono::nanoseconds neededLatency() const;
     /// Limit of what a server can ask for, in seconds; more is ignored.
     static constexpr float kMaxLead = 2.0F;
+    /// The time of the latest changes, as servers are given it; the epoch without a latency. On the
+    /// thread that changes the world.
+    [[nodiscard]] std::chrono::steady_clock::time_point changeTime() const;
     /// The number of connected servers that keep times and do not yet know this machine's clock
     /// well enough: what begins before they do joins late there. Synchronised.
     [[nodiscard]] std::size_t serversNotReady() const;

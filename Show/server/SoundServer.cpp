@@ -1,5 +1,7 @@
 #include <Show/server/SoundServer.h>
 
+#include <Show/player/StartFrames.h>
+
 #include <Corvid/Communicator.h>
 #include <Corvid/MultiServer.h>
 #include <Orvel/CommandEvent.h>
@@ -20,7 +22,6 @@ namespace {
 constexpr unsigned kEventsBetweenLooks = 64; // between two reads of the clock
 constexpr std::size_t kMaxReports = 100;     // until they are taken
 constexpr std::chrono::milliseconds kPitchInterval{50};
-constexpr std::chrono::milliseconds kStartMargin{5}; // for this thread to get its processor
 
 std::int64_t nanosecondsOf(std::chrono::steady_clock::time_point time) {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count();
@@ -42,7 +43,7 @@ void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
     sliceEnd_ = now + atMost;
     if (now >= pitchAgain_ && keepsTime()) {
         pitchAgain_ = now + kPitchInterval;
-        for (const Orvel::VoicesBackend* backend : exactBackends()) {
+        for (const Orvel::VoicesBackend* backend : StartFrames(*this).backends()) {
             const Orvel::FrameClock clock = backend->frameClock();
             if (clock.hasDevice && clock.rate > 0.0) {
                 if (std::exchange(nominalRate_, clock.nominalRate) != clock.nominalRate) {
@@ -255,44 +256,17 @@ void SoundServer::informWatchers() {
     }
 }
 
-std::vector<Orvel::VoicesBackend*> SoundServer::exactBackends() const {
-    std::vector<Orvel::VoicesBackend*> exact;
-    for (Orvel::Backend* backend : backends()) {
-        auto* voices = dynamic_cast<Orvel::VoicesBackend*>(backend);
-        if (voices != nullptr && !voices->isOffline()) {
-            exact.push_back(voices);
-        }
-    }
-    return exact;
-}
-
 SoundServer::Lead SoundServer::lead() {
-    Lead lead;
-    for (const Orvel::VoicesBackend* backend : exactBackends()) {
-        const Orvel::FrameClock clock = backend->frameClock();
-        if (clock.rate > 0.0) {
-            const auto soonest = clock.timeOf(static_cast<double>(clock.soonest)) - Clock::now();
-            lead.start = std::max<std::chrono::nanoseconds>(lead.start, soonest + kStartMargin);
-            lead.value = std::max(lead.value, clock.latency);
-        }
-    }
-    return lead;
+    const StartFrames::Lead lead = StartFrames(*this).lead();
+    return {lead.start, lead.value};
 }
 
 std::chrono::nanoseconds SoundServer::beginDue(Clock::time_point due, Clock::time_point arrived) {
     due_ = due;
-    const auto exact = exactBackends();
+    StartFrames frames(*this);
     auto lateness = renderTo_ ? renderTo_(due) : OwningWorld::beginDue(due, arrived);
-    behind_ = exact.empty() ? std::chrono::duration<double>(lateness).count() : 0.0;
-    for (Orvel::VoicesBackend* backend : exact) {
-        const Orvel::FrameClock clock = backend->frameClock();
-        const std::int64_t frame = std::llround(clock.frameAt(due));
-        backend->setStartFrame(frame);
-        if (clock.rate > 0.0) { // a start joins the sound where it should be by then
-            lateness = std::max<std::chrono::nanoseconds>(
-                lateness, clock.timeOf(static_cast<double>(clock.mixed)) - due);
-        }
-    }
+    behind_ = frames.empty() ? std::chrono::duration<double>(lateness).count() : 0.0;
+    lateness = frames.begin(due, lateness);
     if (tap_ != nullptr) {
         tap_->setTime(due + std::max(lateness, std::chrono::nanoseconds::zero()));
     }
@@ -399,9 +373,7 @@ void SoundServer::endDue() {
     if (tap_ != nullptr) {
         tap_->setTime(std::nullopt);
     }
-    for (Orvel::VoicesBackend* backend : exactBackends()) {
-        backend->setStartFrame(std::nullopt);
-    }
+    StartFrames(*this).end();
 }
 
 void SoundServer::clientLost(Corvid::Communicator& client) {

@@ -138,8 +138,6 @@ private:
     void noteOwn(const Orvel::CommandEvent& event);
     /// A driver sets all parts again. Those that the local input still uses stay its own.
     void forgetOwn();
-    /// The back ends that start sounds at given frames of a device.
-    [[nodiscard]] std::vector<Orvel::VoicesBackend*> exactBackends() const;
 
     Session session_;
     HeldScene held_;

@@ -7,12 +7,14 @@ import json
 import os
 import signal
 import socket
+import statistics
 import struct
 import subprocess
 import sys
 import unittest
 
 from remote_case import RemoteCase
+from synchrony_test import EMITTER, Server, differences
 from tool_case import DEADLINE, LEFT, changed, channels, free_port, levels
 
 COMPARE = os.path.abspath(sys.argv[2])
@@ -88,6 +90,22 @@ class Remote(RemoteCase):
         loud = [i for i, s in enumerate(samples) if abs(s) > 100]
         self.assertGreater((loud[-1] - loud[0]) / 44100, 0.4)
         self.assertGreater(len(samples) - loud[-1], 0.2 * 44100)
+
+    def test_sounds_here_are_as_late_as_on_servers(self):
+        self.scene({
+            "orvel": 1, "sources": [{"id": 1, "tone": {"hertz": 2205, "seconds": 0.1}}],
+            "emitters": [{"id": 11, "source": 1, "position": [0, 0, -1], **EMITTER}],
+            "timeline": [{"at": 0.5 + i * 0.2, "emitter": 11, "state": state}
+                         for i in range(10) for state in ("stop", "play")]})
+        server = self.serve("a.log", "--scene", "scene.json", "--render", "a.wav", "-v")
+        player = self.background(
+            "p.log", "play", "scene.json", "--render", "p.wav", "-v", "--backend",
+            "client:latency=300 port=" + self.port, *self.here)
+        self.assertEqual(player.wait(DEADLINE), 0, self.read("p.log"))
+        self.end(server, "a.log")
+        found = differences([Server(self, name, 0, 0) for name in "ap"], "onsets")
+        self.assertEqual(len(found), 9)  # all but the last
+        self.assertLess(statistics.median(difference for difference, _ in found), 0.05)
 
     def test_sources_are_there_again_for_each_round_and_each_player(self):
         scene = self.scene(changed(LEFT, duration=0.3, sources=[

@@ -42,7 +42,7 @@ RULES += [(rf"Show/{folder}/.*",
           for place, folder in enumerate(SHOW)]
 # Inner headers that the tool may use; apps/orvel/CMakeLists.txt gives the reasons.
 TOOL = r"Show/(server/(SoundServer|AddressRange)|capture/CaptureWriter|render/LiveRecording|" \
-       r"player/(Playable|PlayClock)|detail/(VisibleText|DidYouMean|OutputFile))\.h"
+       r"player/(Playable|PlayClock|DelayedBackend)|detail/(VisibleText|DidYouMean|OutputFile))\.h"
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*([<"][^>"]+[>"])', re.MULTILINE)
 
 

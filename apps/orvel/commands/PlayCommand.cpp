@@ -7,6 +7,7 @@
 #include "process/ShortPeriods.h"
 #include "process/StopSignals.h"
 
+#include <Orvel/ClientBackend.h>
 #include <Orvel/OwningWorld.h>
 #include <Orvel/Server.h>
 #include <Orvel/VoicesBackend.h>
@@ -45,8 +46,23 @@ bool readFiles(const std::vector<BackendOption::Choice>& choices) {
 bool isLoading(const Orvel::World& world) {
     return std::ranges::any_of(world.backends(), [](const Orvel::Backend* backend) {
         const auto* voices = dynamic_cast<const Orvel::VoicesBackend*>(backend);
-        return voices != nullptr && voices->loadingSounds() > 0;
+        const auto* delayed = dynamic_cast<const Show::DelayedBackend*>(backend);
+        return (voices != nullptr && voices->loadingSounds() > 0) ||
+               (delayed != nullptr && isLoading(delayed->later()));
     });
+}
+
+/// The back end whose servers have the largest latency; null if none has one.
+const Orvel::ClientBackend* latestOf(const Orvel::World& world) {
+    const Orvel::ClientBackend* latest = nullptr;
+    std::chrono::nanoseconds latency{};
+    for (const Orvel::ClientBackend* client : clientsOf(world)) {
+        if (client->latency() > latency) {
+            latency = client->latency();
+            latest = client;
+        }
+    }
+    return latest;
 }
 
 /// Whether the scene was played on the servers that were asked for, if any.
@@ -170,25 +186,56 @@ bool PlayCommand::choose(std::vector<BackendOption::Choice>& choices) {
     return true;
 }
 
+Orvel::World& PlayCommand::worldForSound(Orvel::World& world) {
+    const Orvel::ClientBackend* client = latestOf(world);
+    if (client == nullptr) {
+        return world;
+    }
+    later_.push_back(new Show::DelayedBackend(world, *client)); // the world deletes it
+    world.initBackendState(*later_.back());
+    return later_.back()->later();
+}
+
+bool PlayCommand::addFrames(
+    const std::vector<BackendOption::Choice>& choices, const Show::ShowFile& file,
+    Orvel::World& world, std::optional<Show::FrameSource>& frames, Diagnostics& diagnostics) {
+    return !render_.given() || render_.open(
+                                   frames, worldForSound(world), file.emitters(), choices,
+                                   file.voicesParams(), diagnostics);
+}
+
 bool PlayCommand::addAll(
     const std::vector<BackendOption::Choice>& choices, Show::Playback& playback,
-    Orvel::World& world, Diagnostics& diagnostics) const {
+    Orvel::World& world, Diagnostics& diagnostics) {
     const std::string advice =
         "to render the scene to a file: orvel render " + scenePath_ + " OUT.wav";
-    if (from_ <= 0.0) {
-        return choices.empty() || addBackends(world, diagnostics, choices, advice, verbose_);
-    }
-    // Monitors are added first, since they learn the names of sounds as these are set. The others
-    // are added once the scene has reached its time, so that nothing is heard before.
+    const auto add = [&](Orvel::World& to, const std::vector<BackendOption::Choice>& some) {
+        return addBackends(to, diagnostics, some, advice, verbose_);
+    };
+    // Monitors are added first, since they learn the names of sounds as these are set. With --from
+    // the others are added once the scene has reached its time, so that nothing is heard before.
     std::vector<BackendOption::Choice> monitors;
     std::vector<BackendOption::Choice> others;
+    std::vector<BackendOption::Choice> here; // beside servers
+    const bool remote = std::ranges::any_of(
+        choices, [](const BackendOption::Choice& choice) { return choice.kind == "client"; });
     for (const BackendOption::Choice& choice : choices) {
-        (choice.kind == "monitor" ? monitors : others).push_back(choice);
+        (from_ > 0.0 && choice.kind == "monitor" ? monitors
+         : remote && opensDevice(choice.kind)    ? here
+                                                 : others)
+            .push_back(choice);
     }
-    const bool seen = addBackends(world, diagnostics, monitors, advice, verbose_);
-    playback.start(from_);
-    return others.empty() ? seen || render_.given()
-                          : addBackends(world, diagnostics, others, advice, verbose_);
+    bool works = choices.empty() || (monitors.empty() ? false : add(world, monitors));
+    if (from_ > 0.0) {
+        playback.start(from_);
+        works = others.empty() ? works || render_.given() : add(world, others);
+    } else if (!others.empty()) {
+        works = add(world, others);
+    }
+    for (const BackendOption::Choice& choice : here) {
+        works = add(worldForSound(world), {choice}) || works;
+    }
+    return works;
 }
 
 int PlayCommand::run() {
@@ -234,15 +281,9 @@ int PlayCommand::run() {
             return kFailure;
         }
     }
-    // Before the scene is there, or with --from when it is at its time, see addAll().
     std::optional<Show::FrameSource> frames;
-    const auto addFrames = [&] {
-        return !render_.given() ||
-               render_.open(
-                   frames, world, file.emitters(), choices, file.voicesParams(), diagnostics);
-    };
-    if ((from_ <= 0.0 && !addFrames()) || !addAll(choices, playback, world, diagnostics) ||
-        (from_ > 0.0 && !addFrames()) ||
+    if (!addAll(choices, playback, world, diagnostics) ||
+        !addFrames(choices, file, world, frames, diagnostics) ||
         !announceMonitors(world, desk ? desk->url() : std::string())) {
         return kFailure;
     }
@@ -317,12 +358,15 @@ bool PlayCommand::play(
     double behind = 0.0;                         // the position in the scene is behind that clock
     diagnostics.report();
     // With OSC, a desk or cues to wait for, the scene has no end of its own.
+    const Orvel::ClientBackend* latest = latestOf(world);
+    const double latency = latest == nullptr ? 0.0 : Seconds(latest->latency()).count();
     const bool endless = armed_ || ((osc != nullptr || desk_.given()) && !loop_);
     const auto endOf = [&] {
         if (endless) {
             return std::numeric_limits<double>::infinity();
         }
-        return loop_ ? std::max(playback.end(), kShortestRound) : playback.end() + kDeviceDelay;
+        return loop_ ? std::max(playback.end(), kShortestRound)
+                     : playback.end() + kDeviceDelay + latency;
     };
     double end = endOf();
     auto last = Clock::now();
@@ -330,11 +374,18 @@ bool PlayCommand::play(
     std::optional<Show::LiveRecording> recording;
     if (frames != nullptr) {
         render_.begin(recording, *frames, last);
+        if (!later_.empty()) {
+            later_.back()->setRenderTo(
+                [&recording](Clock::time_point time) { recording->renderTo(time); });
+        }
     }
     bool room = true;
     bool wanted = true;
     while (room && wanted && !StopSignals::came() && !servers.isGivenUp() && Clock::now() < limit) {
         const auto moment = Clock::now();
+        for (Show::DelayedBackend* later : later_) {
+            later->advance(moment);
+        }
         if (recording) {
             room = recording->advance(moment); // the past, before the changes
             render_.look(*recording);
@@ -375,9 +426,15 @@ bool PlayCommand::play(
         if (recording) {
             wake = std::min(wake, recording->next());
         }
+        for (const Show::DelayedBackend* later : later_) {
+            wake = std::min(wake, later->nextDue().value_or(wake));
+        }
         loop->wait(wake);
     }
     if (recording) {
+        if (!later_.empty()) {
+            later_.back()->setRenderTo({});
+        }
         recording->finish(std::min(Clock::now(), limit));
         render_.writeLevels(*recording);
         render_.reportEnd(*recording, room);

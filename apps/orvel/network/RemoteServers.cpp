@@ -3,6 +3,7 @@
 #include "network/NetworkOptions.h"
 #include "process/Output.h"
 #include "process/StopSignals.h"
+#include <Show/player/DelayedBackend.h>
 #include <Show/player/PlayClock.h>
 
 #include <Corvid/MultiClient.h>
@@ -97,14 +98,21 @@ void RemoteServers::fitLatency(bool mayRaise) {
     for (const Client& client : clients_) {
         needed = std::max(needed, client.backend.neededLatency());
     }
+    const auto there = needed;
+    for (const Orvel::Backend* backend : world_.backends()) {
+        if (const auto* here = dynamic_cast<const Show::DelayedBackend*>(backend)) {
+            needed = std::max(needed, here->neededLatency());
+        }
+    }
     const auto latency =
         std::chrono::ceil<std::chrono::duration<int, std::centi>>(needed + kNetworkShare);
     const auto given = clients_.front().backend.latency();
     if (needed == needed.zero() || latency <= given) {
         return;
     }
-    const std::string text = "an output of the servers needs a latency of " +
-                             std::to_string(latency.count() * 10) + " ms";
+    const std::string text =
+        std::string(needed > there ? "the output here" : "an output of the servers") +
+        " needs a latency of " + std::to_string(latency.count() * 10) + " ms";
     if (mayRaise) {
         report(text + ", so all changes are heard so much later");
         for (Client& client : clients_) {
