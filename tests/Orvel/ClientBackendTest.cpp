@@ -160,7 +160,9 @@ TEST_F(ClientBackends, HaveServersThatKeepTimesApplyChangesTogetherAndOthersOnAr
     emitter->setSource(source);
     emitter->setState(WorldPart::PLAY);
     ClientBackend& client = addClient(world, "deferred=yes latency=50");
-    TestServer timed;
+    struct : TestServer {
+        Lead lead() override { return {.start = std::chrono::milliseconds(150), .value = {}}; }
+    } timed;
     TestServer late;
     TestServer plain;
     timed.setTimed();
@@ -196,6 +198,15 @@ TEST_F(ClientBackends, HaveServersThatKeepTimesApplyChangesTogetherAndOthersOnAr
     ASSERT_TRUE(serve(world, {&timed, &late}, [&] {
         return client.multiClient().counters().connections.at(0).timing.clock.known;
     })) << "servers report how they keep the times";
+
+    ASSERT_TRUE(serve(world, {&timed, &late}, [&] {
+        return client.neededLatency() > client.latency();
+    })) << "and what their outputs need";
+    client.raiseLatency(client.neededLatency());
+    const auto raised = Clock::now();
+    emitter->setHull(8, 7, 6, 5);
+    ASSERT_TRUE(serve(world, {&timed, &late}, [&] { return has(timed, "35 2 8 7 6 5"); }));
+    EXPECT_GE(applied, raised + std::chrono::milliseconds(149));
 }
 
 TEST_F(ClientBackends, KeepAllWorldsEqualThroughThousandsOfChanges) {
