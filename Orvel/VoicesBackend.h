@@ -103,9 +103,9 @@ public:
     /// and `heard` the next frame to render.
     [[nodiscard]] FrameClock frameClock() const;
 
-    /// Moves all sounds that play forward by so many seconds of playing, or back if negative, each
-    /// with a fade of some milliseconds; one that would be before its beginning waits for that. For
-    /// an output that has been interrupted.
+    /// Moves all sounds that began over a second ago forward by so many seconds of playing, or
+    /// back, each with a fade of some milliseconds; one that would be before its beginning waits
+    /// for it. For an output that has been interrupted, as frameClock() shows within a second.
     void moveSounds(double seconds);
 
     /// The position in an emitter's sound, in seconds of the sound: its length if it has ended, 0

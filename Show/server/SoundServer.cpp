@@ -68,9 +68,14 @@ void SoundServer::holdPitch(double lead, double frames) {
     }
     const bool isNew = pitchHold_.update(lead - clockDrifted_, frames, followDriverClock());
     if (const double move = pitchHold_.takeMove(); move != 0.0) {
-        report(
-            "sounds were " + std::to_string(std::lround(std::abs(move) * 1000.0)) + " ms " +
-            (move > 0.0 ? "late" : "early") + ", and have been moved");
+        const bool anyPlays = std::ranges::any_of(emitters(), [](const auto& entry) {
+            return entry.second->state() == Orvel::Emitter::PLAY;
+        });
+        if (anyPlays) {
+            report(
+                "sounds were " + std::to_string(std::lround(std::abs(move) * 1000.0)) + " ms " +
+                (move > 0.0 ? "late" : "early") + ", and have been moved");
+        }
         for (Orvel::Backend* backend : backends()) {
             if (auto* voices = dynamic_cast<Orvel::VoicesBackend*>(backend)) {
                 voices->moveSounds(move);

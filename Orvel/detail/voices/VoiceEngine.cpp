@@ -164,14 +164,16 @@ void VoiceEngine::moveSounds() {
     constexpr double kMaxMove = 86400.0;
     const double seconds = std::clamp(std::exchange(move_, 0.0), -kMaxMove, kMaxMove);
     const std::int64_t frames = std::llround(seconds * rate_);
+    // What began since was begun by a clock that was right already.
+    const std::int64_t latest = now_ - rate_;
     for (const Index index : expected_) { // they join when they have been loaded
-        if (auto& frame = emitters_[index].values.transport.frame) {
+        if (auto& frame = emitters_[index].values.transport.frame; frame && *frame < latest) {
             *frame -= frames;
         }
     }
     for (const Index index : running_) {
         Emitter& emitter = emitters_[index];
-        if (emitter.head.since > now_) {
+        if (emitter.head.since > now_ || emitter.begunAt >= latest) {
             continue;
         }
         emitter.head.moveTo(now_);
@@ -349,7 +351,7 @@ void VoiceEngine::begin(Emitter& emitter) {
         offset = values.voice.loop && std::isfinite(offset) ? std::fmod(offset, length) : length;
     }
     emitter.head.position = std::llround(offset * values.sound->rate()) * Playhead::kOne;
-    emitter.head.since = values.transport.frame.value_or(now_);
+    emitter.head.since = emitter.begunAt = values.transport.frame.value_or(now_);
     emitter.shift = 1.0F;
     setStep(emitter);
     setPhase(

@@ -84,6 +84,7 @@ private:
         unsigned starts = 0; // of the transport that has been followed
         unsigned plays = 0;
         std::int64_t movedAt = 0;
+        std::int64_t begunAt = 0;
         float shift = 1.0F; // of the pitch, by the Doppler effect
         Index place = 0;    // in running_ or expected_
     };

@@ -161,17 +161,17 @@ TEST(Voices, ChangeWithoutAClickAndComeBackInPhase) {
 }
 
 TEST(Voices, MoveWithoutAClick) {
-    for (const double move : {0.0413, -0.0413, -0.25}) { // the last waits for its beginning
+    for (const double move : {0.0413, -0.0413, -1.25}) { // the last waits for its beginning
         Stereo sounds[2];
         for (const bool moved : {false, true}) {
             Hall hall(move > 0.0 ? "streamFrom=100" : "");
             loop(hall.world, kAhead, 350, 0.5F);
             Stereo& sound = sounds[moved];
-            sound = hall.hear(moved ? 0.2 : std::max(0.2 + move, 0.0));
+            sound = hall.hear(moved ? 1.2 : std::max(1.2 + move, 0.0));
             if (moved) {
                 hall.ear->moveSounds(move);
             }
-            const Stereo part = hall.hear(moved ? 0.1 : 0.1 + std::min(0.2 + move, 0.0));
+            const Stereo part = hall.hear(moved ? 0.1 : 0.1 + std::min(1.2 + move, 0.0));
             EXPECT_LT(steepest(part), 0.035F) << move;
             EXPECT_LT(std::abs(part[0] - (sound.empty() ? 0.0F : sound[sound.size() - 2])), 0.035F);
             sound.assign(part.end() - 2048, part.end());
