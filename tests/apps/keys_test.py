@@ -25,7 +25,7 @@ class Keys(RemoteCase):
                           "--output", name + ".key")
             self.assertEqual(os.stat(self.path(name + ".key")).st_mode & 0o777, 0o600)
         for arguments, fault, code in [
-                (["new", "show.keys"], "File exists", 1), (["new", "no/show.keys"], "No such", 1),
+                (["new", "show.keys"], "File exists; add a key with orvel key grant show.keys", 1), (["new", "no/show.keys"], "No such", 1),
                 (["grant", "show.keys", "desk"], "revoke it first", 1),
                 (["revoke", "show.keys", "nobody"], "no key with the name", 1),
                 (["grant", "show.keys"], "add the NAME", 2)]:

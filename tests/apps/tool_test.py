@@ -38,6 +38,7 @@ class Messages(SoundCase):
             (["render", scene, "o.wav", "--from", "1"], "not before its end, at 1 s"),
             (["render", scene], "OUT.wav is required"),
             (["render", scene, "o.wav", "--rate", "7999"], "expected 8000 to 192000 Hz"),
+            (["render", scene, "o.wav", "--backend", "voices:rate=8000"], "as --rate 8000"),
             (["render", scene, "o.wav", "--seconds", "nan"], "expected seconds above 0"),
             (["play", scene, "--backend", "tuba"],
              'unknown kind "tuba"; expected one of: client, default, log, monitor, openal, play, silent, voices, web'),

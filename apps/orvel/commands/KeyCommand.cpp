@@ -75,7 +75,11 @@ int KeyCommand::run() {
 
 int KeyCommand::create() const {
     if (const std::string problem = Keys::makeFile(path_, kFirstName); !problem.empty()) {
-        return fail(problem);
+        const bool isThere = ::access(path_.c_str(), F_OK) == 0;
+        return fail(
+            problem +
+            (isThere ? "; add a key with orvel key grant " + path_ + " NAME, or name another file"
+                     : ""));
     }
     report(
         "made " + path_ + " with the key \"" + kFirstName + "\"; use it with --key " + path_ +

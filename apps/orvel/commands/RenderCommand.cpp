@@ -9,6 +9,7 @@
 #include <Show/LevelMeter.h>
 #include <Show/detail/OutputFile.h>
 
+#include <Config/ParamLine.h>
 #include <Orvel/OALLoopbackBackend.h>
 #include <Orvel/OutputLayout.h>
 
@@ -130,6 +131,12 @@ bool RenderCommand::choose(BackendOption::Choice& choice) const {
 int RenderCommand::run() {
     BackendOption::Choice choice;
     if (!choose(choice)) {
+        return kWrongUse;
+    }
+    Config::ParamLine given;
+    given.setParamLine(choice.params.c_str());
+    if (const std::string rate = given.getParam("rate", ""); !rate.empty()) {
+        report("--backend " + backend_ + ": give the rate of the file as --rate " + rate);
         return kWrongUse;
     }
     if (!layout_.empty()) {
