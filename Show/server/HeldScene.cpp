@@ -5,6 +5,7 @@
 #include <Orvel/PositionEvent.h>
 #include <Orvel/Source.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -26,8 +27,8 @@ Orvel::WorldPart::State stateOf(short command) {
     }
 }
 
-bool isActive(const Orvel::Emitter& emitter) {
-    return emitter.state() == Orvel::WorldPart::PLAY || emitter.state() == Orvel::WorldPart::PAUSE;
+bool isActive(const Orvel::WorldPart& part) {
+    return part.state() == Orvel::WorldPart::PLAY || part.state() == Orvel::WorldPart::PAUSE;
 }
 
 /// Stops one emitter. While it is connected, that would spread to the others of its source.
@@ -63,6 +64,7 @@ void HeldScene::beginMerge() {
     merging_ = true;
     emitters_.clear();
     sources_.clear();
+    stated_.clear();
     playing_.clear();
 }
 
@@ -76,6 +78,7 @@ bool HeldScene::merge(
     case Orvel::CmdPlaySource:
     case Orvel::CmdPauseSource:
     case Orvel::CmdStopSource: { // would spread to all of its emitters
+        stated_.insert(id);
         const Orvel::Source* source = world_.getSource(id);
         return source != nullptr && source->state() == stateOf(event.command);
     }
@@ -142,6 +145,15 @@ void HeldScene::endMerge() {
         Orvel::Emitter* emitter = world_.getEmitter(id);
         if (emitter != nullptr && !playing_.contains(id) && isActive(*emitter)) {
             stopAlone(*emitter);
+        }
+    }
+    for (const int id : sources_) { // likewise
+        Orvel::Source* source = world_.getSource(id);
+        if (source != nullptr && !stated_.contains(id) && isActive(*source) &&
+            std::ranges::none_of(source->connectedEmitters(), [](const auto& entry) {
+                return isActive(*entry.second);
+            })) {
+            source->setState(Orvel::WorldPart::STOP);
         }
     }
 }

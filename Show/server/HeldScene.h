@@ -68,6 +68,7 @@ private:
     bool merging_ = false;
     std::set<int> emitters_;              // of the replay that is merged
     std::set<int> sources_;               // likewise
+    std::set<int> stated_;                // of these, those whose state it has
     std::set<int> playing_;               // emitters that play or pause by the replay
     std::map<int, std::int64_t> origins_; // when emitters that play were at their position 0
 };

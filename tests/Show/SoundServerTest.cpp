@@ -112,6 +112,17 @@ TEST_F(Holds, APlayerThatReturnsChangesOnlyWhatIsDifferent) {
     EXPECT_TRUE(isPlaying(2) && isPlaying(3));
 }
 
+TEST_F(Holds, APlayerThatReturnsWithAnotherSceneLeavesNoSourcePlaying) {
+    server_.setHold(1h);
+    ASSERT_TRUE(serve([&] { return isPlaying(2); }));
+    server_.player->close();
+    ASSERT_TRUE(until([&] { return server_.player == nullptr; }, [&] { server_.serve(1ms); }));
+    world_.reset();
+    world_.createSource(1); // its state, NONE, is not sent
+    ASSERT_TRUE(serve([&] { return server_.emitters().empty(); }));
+    EXPECT_NE(server_.getSource(1)->state(), Orvel::WorldPart::PLAY);
+}
+
 TEST_F(Holds, TheSceneOfAPlayerThatDoesNotReturnEnds) {
     server_.setHold(50ms);
     ASSERT_TRUE(serve([&] { return isPlaying(2); }));
@@ -255,10 +266,12 @@ TEST_F(Verifies, FindsAPlantedFaultAndNothingElseBesideCutsAndRestarts) {
         ASSERT_TRUE(finds(0)) << round;
         if (round % 2 == 0) {
             server_->player->close();
+            ASSERT_TRUE(until([&] { return server_->player == nullptr; }, [&] { step(); }));
         } else {
             server_.reset();
             server_.emplace(bank_);
         }
+        ASSERT_TRUE(until([&] { return server_->player != nullptr; }, [&] { step(); }));
         answer_ = {};
     }
     std::printf("found within %.3f s, %d frames\n", slowest, frame_);
