@@ -22,7 +22,9 @@ public:
     explicit StartFrames(const Orvel::World& world);
 
     [[nodiscard]] bool empty() const { return exact_.empty(); }
-    [[nodiscard]] const std::vector<Orvel::VoicesBackend*>& backends() const { return exact_; }
+    [[nodiscard]] const std::vector<Orvel::VoicesBackend*>& backends() const& { return exact_; }
+    /// A loop over those of a temporary would use them after its end.
+    void backends() && = delete;
     [[nodiscard]] Lead lead() const;
     /// What is started from now on begins at this time. Returns by how much that is too late, or
     /// `lateness` if that is more.

@@ -43,15 +43,16 @@ void SoundServer::serve(std::chrono::steady_clock::duration atMost) {
     sliceEnd_ = now + atMost;
     if (now >= pitchAgain_ && keepsTime()) {
         pitchAgain_ = now + kPitchInterval;
-        for (const Orvel::VoicesBackend* backend : StartFrames(*this).backends()) {
+        const StartFrames frames(*this);
+        for (const Orvel::VoicesBackend* backend : frames.backends()) {
             const Orvel::FrameClock clock = backend->frameClock();
             if (clock.hasDevice && clock.rate > 0.0) {
                 if (std::exchange(nominalRate_, clock.nominalRate) != clock.nominalRate) {
                     pitchHold_.restart(); // its frames cannot be compared with those before
                 }
-                const double frames = clock.frameAt(now) / clock.nominalRate;
+                const double played = clock.frameAt(now) / clock.nominalRate;
                 holdPitch(
-                    frames - std::chrono::duration<double>(now.time_since_epoch()).count(), frames);
+                    played - std::chrono::duration<double>(now.time_since_epoch()).count(), played);
                 break;
             }
         }

@@ -132,7 +132,7 @@ class Remote(RemoteCase):
 
     def test_one_player_drives_at_a_time(self):
         scene = self.scene(LOOPED)
-        self.serve("serve.log", "--scene", scene, "--backend", "silent", "--id", "stage")
+        self.serve("serve.log", "--scene", scene, "--id", "stage", env={"ALSOFT_DRIVERS": "null"})
         first = self.play("first.log", scene)
         self.wait_for_text("serve.log", "is connected")
         waiting = self.play("waiting.log", scene, "--wait", "--only", "stage")
