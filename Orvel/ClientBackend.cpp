@@ -99,6 +99,7 @@ struct ClientBackend::Timing {
     std::int64_t now = 0; // of the latest batch
     detail::PlayTimes played;
     std::chrono::nanoseconds more{}; // added to all times
+    bool followUpDue = false;        // the latest update had changes
 
     void advance() { now = detail::nanosecondsNow(system) + more.count(); }
 };
@@ -315,6 +316,9 @@ bool ClientBackend::update() {
     if (checksUntil_.load(std::memory_order_relaxed) != 0) {
         sendChecks();
     }
+    if (timing_ != nullptr) {
+        followUp();
+    }
     if (communicator_ != nullptr) {
         communicator_->endBatch();
     }
@@ -382,6 +386,17 @@ void ClientBackend::sendTime() {
     std::vector<std::byte> frame;
     event.encode(frame);
     communicator_->sendFrameTo(ClockEvent::kFeature, frame.data(), frame.size());
+}
+
+/// Sends a time without changes at the first update that follows one with changes. If a segment is
+/// lost, TCP learns it from one that arrives later, and otherwise only after some 200 ms, which is
+/// too late for most latencies.
+void ClientBackend::followUp() {
+    if (!stampDue_) {
+        timing_->followUpDue = true;
+    } else if (std::exchange(timing_->followUpDue, false)) {
+        sendTime();
+    }
 }
 
 /// Sends the next hashes of parts, as servers have asked for them.

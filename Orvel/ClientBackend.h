@@ -154,6 +154,7 @@ private:
     void sendScene(Corvid::Communicator* connection, bool exactly);
     void sendOffer(Corvid::Communicator& connection);
     void sendTime();
+    void followUp();
     void sendChecks();
     void stamp() {
         if (stampDue_.load(std::memory_order_relaxed)) {

@@ -5,7 +5,6 @@ and one loses its cable. Ends with 77 where such hosts cannot be made."""
 
 import array
 import re
-import statistics
 import subprocess
 import sys
 import time
@@ -62,6 +61,15 @@ def differences(servers, what):
             group = []
         group.append((moment, number))
     return found
+
+
+def lacking(servers, number):
+    """Of the onsets of all servers from 2 s after one has connected on: how many that one lacks, and
+    their number."""
+    own, since = servers[number].onsets, servers[number].connected + 2
+    begins = sorted(moment for server in servers for moment in server.onsets if moment > since)
+    begins = [moment for moment, before in zip(begins, [0] + begins) if moment - before > 0.1]
+    return sum(all(abs(moment - one) > 0.1 for one in own) for moment in begins), len(begins)
 
 
 def figures(values):
@@ -147,8 +155,12 @@ class Synchrony(ToolCase):
                     [difference for difference, age in found if since <= age < until]), flush=True)
             settled = sorted(difference for difference, age in found if age >= 2)
             self.assertGreater(len(settled), ONSETS / 2)
-            self.assertLess(statistics.median(settled), 0.0005)
-            self.assertLess(settled[len(settled) * 9 // 10], 0.001)
+            # Without a clock the jitter alone makes several milliseconds. The bound leaves room for
+            # a machine with much else to do.
+            self.assertLess(settled[len(settled) * 9 // 10], 0.002)
+        lost, number = lacking(recordings, 2)
+        print(f"onsets that the late server did not play: {lost} of {number}", flush=True)
+        self.assertLess(lost, max(3, number // 20))
 
 
 if __name__ == "__main__":
