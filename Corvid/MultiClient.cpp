@@ -25,6 +25,10 @@ void MultiClient::setSearchInterval(double seconds) {
     connector_->setSearchInterval(seconds);
 }
 
+void MultiClient::setMeasuredQueries(int count) {
+    connector_->setMeasuredQueries(count);
+}
+
 void MultiClient::setMaxFoundServers(std::size_t count) {
     connector_->setMaxFound(count);
 }

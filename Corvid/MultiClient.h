@@ -33,11 +33,20 @@ public:
         InetAddress interface;          ///< the interface that received it
         double clockSeconds = 0.0;      ///< since the server opened, by its own clock
         bool connected = false;
+        /// Of the measured queries (setMeasuredQueries()) those from the first that it answered on.
+        int queries = 0;
+        int answers = 0; ///< to `queries`; the others are lost or on their way
+        /// Round trips of `answers`, of the first to each query; negative without one.
+        double leastRoundTripSeconds = -1.0;
+        double usualRoundTripSeconds = -1.0; ///< 95 % are not longer
+        double greatestRoundTripSeconds = -1.0;
     };
     using SearchedInterface = Multicast::UsedInterface;
 
     static constexpr double kDefaultSearchInterval = 3.0;
     static constexpr std::size_t kMaxFoundServers = 1024;
+    static constexpr int kDefaultMeasuredQueries = 2;
+    static constexpr int kMaxMeasuredQueries = 32;
     static constexpr int kMaxDelivered = 65536; ///< limit of frames and losses in one deliver()
 
     /// `protocolVersion`: servers with another version are ignored.
@@ -51,6 +60,10 @@ public:
     /// Seconds between searches, and between attempts to reach a server of connectToServer(). At
     /// least 0.05; 3.0 by default. Synchronised.
     void setSearchInterval(double seconds);
+    /// The number of latest queries whose answers are taken and measured, from 2 (the default) to
+    /// kMaxMeasuredQueries. To measure a network, set more and a short search interval; servers
+    /// are then remembered for one search interval more than that. Synchronised.
+    void setMeasuredQueries(int count);
     /// Limit of found servers that are remembered and connected to; kMaxFoundServers by default.
     /// Servers that no longer answer, or cannot be reached, give way. Servers of connectToServer()
     /// do not count. Synchronised.
@@ -81,7 +94,8 @@ public:
 
     [[nodiscard]] Multicast& multicast() { return multicast_; }
     [[nodiscard]] const Multicast& multicast() const { return multicast_; }
-    /// Servers that answered in the latest three search intervals. Synchronised.
+    /// Servers that answered in the latest three search intervals, or see setMeasuredQueries().
+    /// Synchronised.
     [[nodiscard]] std::vector<FoundServer> foundServers() const;
     /// The interfaces of the latest search. Synchronised.
     [[nodiscard]] std::vector<SearchedInterface> searchedInterfaces() const;

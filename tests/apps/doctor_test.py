@@ -34,6 +34,10 @@ class Doctor(RemoteCase):
         self.assertEqual((there["verdict"], there["values"]["id"]), ("ok", 7))
         for value in ("clockSeconds", "roundTripMs", "connectMs"):
             self.assertGreater(there["values"][value], 0)
+        timing = found[f"timing 127.0.0.1:{tcp}"]["values"]
+        self.assertGreater(timing["answers"], 1)
+        self.assertEqual(timing["answers"], timing["queries"])
+        self.assertLess(timing["jitterMs"], timing["greatestRoundTripMs"])
         self.assertIn("in use by servers", found["port " + self.port]["text"])
         self.assertGreater(found["sound timing"]["values"]["latencyMs"], 0)
         self.assertIn("""--backend 'voices:device="No Output"'""", found["sound device"]["text"])

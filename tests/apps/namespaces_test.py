@@ -48,6 +48,19 @@ class TwoHosts(ToolCase):
         self.assertGreater(left, -30)
         self.assertGreater(left, right + 20)
 
+    def test_the_doctor_reports_jitter_and_loss(self):
+        LINK.jitter, LINK.loss = 0.05, 0.25
+        self.on(0, "serve.log", "serve", "--backend", "silent", "--open")
+        self.wait_for_text("serve.log", "serving")
+        self.on(1, "doctor.log", "doctor", "--json").wait(DEADLINE)
+        timing, = (check for check in json.loads(self.read("doctor.log"))["checks"]
+                   if check["check"].startswith("timing " + LINK.addresses[0]))
+        self.assertEqual(timing["verdict"], "warning")
+        values = timing["values"]
+        self.assertLess(values["answers"], values["queries"])
+        self.assertGreater(values["jitterMs"], 5)
+        self.assertGreater(values["latencyMs"], values["greatestRoundTripMs"] + 200)
+
     def test_a_server_that_comes_late_over_a_bad_link_is_not_behind(self):
         LINK.delay, LINK.jitter, LINK.loss, LINK.rate = 0.1, 0.005, 0.05, 80e3
         seconds, ids = 15, range(11, 111)  # 10,000 changes a second, six times the link's capacity

@@ -22,7 +22,6 @@ constexpr std::size_t kMaxOtherVersions = 1024; // that are reported, and so for
 constexpr std::size_t kMaxClosed = 1024;
 constexpr std::size_t kMaxEndpoints = 8; // of one server
 constexpr std::size_t kMaxAttempts = 64;
-constexpr int kIntervalsRemembered = 3;
 constexpr int kMaxClockAnswers = 800; // to one server in a second
 
 std::string targetOf(std::uint64_t instance) {
@@ -63,6 +62,12 @@ void Connector::setSearchInterval(double seconds) {
     interval_ = std::isnan(seconds) ? MultiClient::kDefaultSearchInterval
                                     : std::clamp(seconds, kMinInterval, kMaxInterval);
     hub_.context()->nudge();
+}
+
+void Connector::setMeasuredQueries(int count) {
+    constexpr int kLeast = MultiClient::kDefaultMeasuredQueries;
+    constexpr int kMost = MultiClient::kMaxMeasuredQueries;
+    measuredQueries_ = std::clamp(count, kLeast, kMost);
 }
 
 void Connector::setServerIds(std::vector<short> ids) {
@@ -133,17 +138,24 @@ Connector::Clock::time_point Connector::serve(Clock::time_point now) {
 void Connector::search(Clock::time_point now) {
     searchAgain_ = now + seconds(usedInterval_);
     discovery_.refresh();
-    lastNonce_ = std::exchange(nonce_, newNonce());
+    const int measured = measuredQueries_;
     searched_ = Clock::now();
-    const auto forget = searched_ - kIntervalsRemembered * seconds(usedInterval_);
+    queries_.push_back({++sent_, newNonce(), searched_});
+    while (queries_.size() > static_cast<std::size_t>(measured)) {
+        queries_.pop_front();
+    }
+    const auto forget = searched_ - (measured + 1) * seconds(usedInterval_);
     std::erase_if(found_, [&](const auto& entry) { return entry.second.heard < forget; });
     for (auto& [instance, found] : found_) {
         found.endpoints.clear(); // the answers contain the current ones
         found.tried = 0;
+        measure(found);
     }
     const Greeting self = hub_.greeting();
     discovery_.send(
-        {self.version, DiscoveryDatagram::Kind::Query, self.instance, self.id, 0, nonce_, 0});
+        {self.version, DiscoveryDatagram::Kind::Query, self.instance, self.id, 0,
+         queries_.back().nonce, 0},
+        queries_.size());
     for (const auto& [target, named] : named_) {
         tryNamed(target);
     }
@@ -157,8 +169,33 @@ bool Connector::isAskedFor(const Discovery::Arrival& arrival) const {
     if (arrival.toGroup) {
         return datagram.kind == DiscoveryDatagram::Kind::Announce && discovery_.isInReach(arrival);
     }
-    return datagram.kind == DiscoveryDatagram::Kind::Answer && datagram.nonce != 0 &&
-           (datagram.nonce == nonce_ || datagram.nonce == lastNonce_);
+    return queryOf(datagram) != nullptr;
+}
+
+/// The measured query that a datagram answers; null if there is none.
+const Connector::Query* Connector::queryOf(const DiscoveryDatagram& answer) const {
+    const auto query = std::ranges::find(queries_, answer.nonce, &Query::nonce);
+    return answer.kind == DiscoveryDatagram::Kind::Answer && query != queries_.end() ? &*query
+                                                                                     : nullptr;
+}
+
+/// Brings what is known of the network to a server up to date with the measured queries.
+void Connector::measure(Found& found) const {
+    if (found.firstAnswered == 0) {
+        return;
+    }
+    const std::uint64_t first = queries_.front().number;
+    auto& answers = found.answers;
+    std::erase_if(answers, [first](const Answer& answer) { return answer.number < first; });
+    MultiClient::FoundServer& server = found.server;
+    server.queries = static_cast<int>(sent_ + 1 - std::max(first, found.firstAnswered));
+    server.answers = static_cast<int>(answers.size());
+    const auto at = [&answers](std::size_t index) {
+        return answers.empty() ? -1.0 : answers[index].seconds;
+    };
+    server.leastRoundTripSeconds = at(0);
+    server.usualRoundTripSeconds = at((answers.size() * 19 + 19) / 20 - 1);
+    server.greatestRoundTripSeconds = at(answers.size() - 1);
 }
 
 /// Makes room for one more server at this address by forgetting one that has not answered the
@@ -186,7 +223,7 @@ bool Connector::makeRoom(const InetAddress& address) {
 
 void Connector::heard(const Discovery::Arrival& arrival) {
     using Kind = DiscoveryDatagram::Kind;
-    const auto& [datagram, sender, toGroup, link, seal] = arrival;
+    const auto& [datagram, sender, toGroup, link, seal, when] = arrival;
     if (datagram.kind == Kind::Query && toGroup) {
         return; // another client's, or our own
     }
@@ -194,7 +231,6 @@ void Connector::heard(const Discovery::Arrival& arrival) {
         discovery_.countIgnored();
         return;
     }
-    const bool latest = datagram.nonce == nonce_;
     const Socket::Endpoint endpoint{sender.address, datagram.port};
     const Greeting self = hub_.greeting();
     if (datagram.version != self.version) {
@@ -220,8 +256,20 @@ void Connector::heard(const Discovery::Arrival& arrival) {
     server.port = datagram.port;
     server.interface = link.address;
     server.clockSeconds = static_cast<double>(datagram.clock) * 1e-6;
-    if (datagram.kind == Kind::Answer && latest) {
-        server.roundTripSeconds = std::chrono::duration<double>(found.heard - searched_).count();
+    if (const Query* query = queryOf(datagram); query != nullptr) {
+        const std::chrono::duration<double> roundTrip = std::max(when - query->sent, 0ns);
+        server.roundTripSeconds = roundTrip.count();
+        auto& answers = found.answers;
+        if (std::ranges::count(answers, query->number, &Answer::number) == 0) {
+            const auto place =
+                std::ranges::upper_bound(answers, roundTrip.count(), {}, &Answer::seconds);
+            answers.insert(place, {query->number, roundTrip.count()});
+            // Answers may overtake each other.
+            found.firstAnswered = found.firstAnswered == 0
+                                      ? query->number
+                                      : std::min(found.firstAnswered, query->number);
+            measure(found);
+        }
     }
     auto& endpoints = found.endpoints;
     if (std::count(endpoints.begin(), endpoints.end(), endpoint) == 0 &&

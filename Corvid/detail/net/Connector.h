@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <list>
 #include <map>
 #include <memory>
@@ -31,6 +32,7 @@ public:
 
     // Synchronised.
     void setSearchInterval(double seconds);
+    void setMeasuredQueries(int count);
     void setMaxFound(std::size_t count) { maxFound_ = count; }
     void setConnecting(bool connecting) { connecting_ = connecting; }
     void setServerIds(std::vector<short> ids) ORVEL_EXCLUDES(mutex_);
@@ -54,6 +56,17 @@ private:
         std::optional<Socket::Endpoint> endpoint ORVEL_GUARDED_BY(mutex);
         std::string error ORVEL_GUARDED_BY(mutex);
     };
+    /// A query that was sent to the group.
+    struct Query {
+        std::uint64_t number = 0; ///< from 1
+        std::uint32_t nonce = 0;
+        Clock::time_point sent;
+    };
+    /// The first answer of a server to a query.
+    struct Answer {
+        std::uint64_t number = 0; ///< of the query
+        double seconds = 0.0;     ///< its round trip
+    };
     /// A found server.
     struct Found {
         MultiClient::FoundServer server;
@@ -61,6 +74,8 @@ private:
         std::size_t tried = 0;                   ///< of those, since the last search
         bool busy = false;                       ///< an attempt or a greeting is under way
         Clock::time_point heard;
+        std::uint64_t firstAnswered = 0; ///< number of the query; 0 before
+        std::vector<Answer> answers;     ///< by round trip, the least first
     };
     /// A server of connectToServer().
     struct Named {
@@ -89,6 +104,8 @@ private:
     void heard(const Discovery::Arrival& arrival);
     bool makeRoom(const InetAddress& address);
     [[nodiscard]] bool isAskedFor(const Discovery::Arrival& arrival) const;
+    [[nodiscard]] const Query* queryOf(const DiscoveryDatagram& answer) const;
+    void measure(Found& found) const;
     void tryNext(std::uint64_t instance);
     [[nodiscard]] bool isWanted(short id) const;
     void tryNamed(const std::string& target);
@@ -112,14 +129,15 @@ private:
     std::map<std::uint64_t, Asker> askers_; // by the nonce of their connection
     std::set<std::uint64_t> otherVersions_; // reported already
     std::set<std::uint64_t> closed_;        // instances that refuse this machine's address
-    std::uint32_t nonce_ = 0;
-    std::uint32_t lastNonce_ = 0;
+    std::deque<Query> queries_;             // the latest, oldest first
+    std::uint64_t sent_ = 0;                // queries in all
     Clock::time_point searched_;
     Clock::time_point searchAgain_;
     double usedInterval_ = 0.0;
     bool stopped_ = false;
 
     std::atomic<double> interval_ = MultiClient::kDefaultSearchInterval;
+    std::atomic<int> measuredQueries_ = MultiClient::kDefaultMeasuredQueries;
     std::atomic<std::size_t> maxFound_ = MultiClient::kMaxFoundServers;
     std::atomic<bool> connecting_ = true;
     std::atomic<bool> wantedChanged_ = false;

@@ -22,8 +22,8 @@ struct Interface {
     std::vector<Discovery::Network> networks;
 };
 
-template <class Value>
-bool isIn(const std::vector<Value>& list, const Value& value) {
+template <class List>
+bool isIn(const List& list, const typename List::value_type& value) {
     return std::find(list.begin(), list.end(), value) != list.end();
 }
 
@@ -91,7 +91,7 @@ bool mayUse(const Multicast::Settings& settings, const InetAddress& own) {
         if (one->ifa_addr != nullptr && one->ifa_addr->sa_family == AF_INET &&
             reinterpret_cast<const sockaddr_in*>(one->ifa_addr)->sin_addr.s_addr ==
                 htonl(own.bits()) &&
-            isIn<std::string>(settings.interfaceNames, one->ifa_name)) {
+            isIn(settings.interfaceNames, one->ifa_name)) {
             return true;
         }
     }
@@ -258,7 +258,7 @@ void Discovery::receive(Link& link, Socket& socket) {
             countIgnored();
             continue;
         }
-        const Arrival arrival{*datagram, sender, &socket == &link.group, link, {}};
+        const Arrival arrival{*datagram, sender, &socket == &link.group, link, {}, when};
         if (isSealed == (ring_ == nullptr)) {
             countIgnored();
             if (ring_ != nullptr && arrival.toGroup) {
@@ -273,7 +273,7 @@ void Discovery::receive(Link& link, Socket& socket) {
 }
 
 /// A datagram counts if its sender holds a key, and if it is no repetition: an answer must belong
-/// to one of the latest two queries, and a query must be a new one.
+/// to one of the latest queries, and a query must be a new one.
 void Discovery::receiveSealed(Arrival arrival, std::span<const std::byte> bytes) {
     const bool isQuery = arrival.datagram.kind == DiscoveryDatagram::Kind::Query;
     const auto seal = DatagramSeal::open(
@@ -295,7 +295,7 @@ void Discovery::receiveSealed(Arrival arrival, std::span<const std::byte> bytes)
             heard_.erase(heardBy_.front());
             heardBy_.pop_front();
         }
-    } else if (seal->nonce != nonce_ && seal->nonce != lastNonce_) {
+    } else if (!isIn(nonces_, seal->nonce)) {
         countIgnored();
         return;
     }
@@ -313,15 +313,16 @@ bool Discovery::isInReach(const Arrival& arrival) const {
     return multicast_.ttl() > 1 || arrival.link.isNear(arrival.sender.address);
 }
 
-void Discovery::send(const DiscoveryDatagram& datagram) {
+void Discovery::send(const DiscoveryDatagram& datagram, std::size_t kept) {
     const Keys::Key* key = ring_ == nullptr ? nullptr : ring_->own();
     if (ring_ != nullptr && key == nullptr) {
         return; // nobody could believe it
     }
-    lastNonce_ = std::exchange(nonce_, key == nullptr ? nonce_ : DatagramSeal::newNonce());
+    nonces_.push_front(key == nullptr ? DatagramSeal::Nonce{} : DatagramSeal::newNonce());
+    nonces_.resize(std::min(nonces_.size(), kept));
     for (const auto& link : links_) {
         if (link->error.empty()) {
-            sendSealed(*link, datagram, key, nonce_, {settings_.address, settings_.port});
+            sendSealed(*link, datagram, key, nonces_.front(), {settings_.address, settings_.port});
         }
     }
 }

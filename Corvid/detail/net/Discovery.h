@@ -56,7 +56,8 @@ public:
         Socket::Endpoint sender;
         bool toGroup; ///< otherwise to the interface's own address
         Link& link;
-        DatagramSeal seal; ///< with keys: by whom and for which query
+        DatagramSeal seal;            ///< with keys: by whom and for which query
+        Loop::Clock::time_point when; ///< it arrived
     };
     /// A datagram that was ignored although its sender means well: because of its key, or because
     /// it has none.
@@ -86,8 +87,9 @@ public:
         ring_ = std::move(ring);
         keyFault_ = std::move(fault);
     }
-    /// Sends a query or an announcement to the group on all interfaces.
-    void send(const DiscoveryDatagram& datagram);
+    /// Sends a query or an announcement to the group on all interfaces. With keys, answers to the
+    /// latest `kept` queries are taken.
+    void send(const DiscoveryDatagram& datagram, std::size_t kept = 1);
     /// Answers a query from the interface's own address.
     static void answer(const Arrival& query, const DiscoveryDatagram& datagram);
     /// Those that no handler takes are ignored.
@@ -130,8 +132,7 @@ private:
     std::vector<std::shared_ptr<Link>> links_;
     std::shared_ptr<const Keyring> ring_; // null without keys
     KeyFault keyFault_;
-    DatagramSeal::Nonce nonce_ = {}; // of the latest two queries
-    DatagramSeal::Nonce lastNonce_ = {};
+    std::deque<DatagramSeal::Nonce> nonces_; // of queries, the latest first
     std::set<DatagramSeal::Code> heard_;     // of the latest queries, so that each counts once
     std::deque<DatagramSeal::Code> heardBy_; // the same in their order
     std::atomic<std::uint64_t> ignored_ = 0;

@@ -34,10 +34,15 @@ using Corvid::Socket;
 using Verdict = CheckResult::Verdict;
 
 constexpr auto kAnswerPatience = 500ms;
+constexpr auto kAnswerPoll = 10ms;
 constexpr auto kSearch = 1s;
-constexpr double kSearchInterval = 0.25; // in seconds
+constexpr double kNoSearch = 3600.0; // in seconds
+constexpr int kTimingQueries = 20;
 constexpr std::size_t kMaxServersTried = 16;
-constexpr double kLongRoundTrip = 0.05;        // in seconds
+constexpr double kLatencyOfPlay = 0.04;        // in seconds, unless told
+constexpr double kLatencyMargin = 0.005;       // in seconds, beyond the greatest round trip
+constexpr double kLatencyStep = 0.005;         // in seconds
+constexpr double kTimeToResend = 0.25;         // in seconds: TCP's shortest timeout, and some more
 constexpr unsigned long kFewDescriptors = 512; // of files
 
 /// Waits until a socket can be read, or written. False when `end` has come.
@@ -123,6 +128,45 @@ bool reach(const InetAddress& address, std::uint16_t port, double& seconds) {
     }
     seconds = std::chrono::duration<double>(Clock::now() - begin).count();
     return !socket.takeError();
+}
+
+/// What the network does to a server's clock and changes.
+CheckResult serverTiming(const Corvid::MultiClient::FoundServer& server) {
+    const double least = server.leastRoundTripSeconds;
+    const double greatest = server.greatestRoundTripSeconds;
+    const double jitter = server.usualRoundTripSeconds - least;
+    const bool lossy = server.answers < server.queries;
+    const double needed = greatest + kLatencyMargin + (lossy ? kTimeToResend : 0.0);
+    const double latencyMs = std::ceil(needed / kLatencyStep) * kLatencyStep * 1e3;
+    char latency[32];
+    std::snprintf(latency, sizeof latency, "%.0f", latencyMs);
+    CheckResult result{
+        "timing " + server.address.text() + ":" + std::to_string(server.port),
+        Verdict::Ok,
+        std::to_string(server.answers) + " of " + std::to_string(server.queries) +
+            " queries answered, in " + milliseconds(least) + " to " + milliseconds(greatest) +
+            " (jitter " + milliseconds(jitter) +
+            "); a difference between the two directions cannot be seen, and makes the server at "
+            "most " +
+            milliseconds(least / 2.0) + " early or late",
+        "a latency of " + std::string(latency) + " ms or more suits this network",
+        {{"queries", server.queries},
+         {"answers", server.answers},
+         {"leastRoundTripMs", least * 1e3},
+         {"greatestRoundTripMs", greatest * 1e3},
+         {"jitterMs", jitter * 1e3},
+         {"latencyMs", latencyMs}}};
+    if (needed > kLatencyOfPlay) {
+        result.verdict = Verdict::Warning;
+        result.advice =
+            std::string(
+                lossy ? "the network loses messages or is very slow" : "the network is slow") +
+            ", so some changes come too late with the default latency of play, 40 ms: "
+            "use a cable instead of a wireless network, or play with --backend "
+            "client:latency=" +
+            latency + " or more";
+    }
+    return result;
 }
 
 std::string freeFor(Socket::Type type, std::uint16_t port) {
@@ -231,11 +275,18 @@ CheckResults checkServers(const NetworkOptions& options) {
     if (!options.key().empty()) {
         client.setKeys(options.key());
     }
-    client.setSearchInterval(kSearchInterval);
+    client.setMeasuredQueries(Corvid::MultiClient::kMaxMeasuredQueries);
+    client.setSearchInterval(std::chrono::duration<double>(kSearch).count() / kTimingQueries);
     client.open();
     const auto end = Clock::now() + kSearch;
     while (Clock::now() < end) {
         client.waitForCommunicators(end - Clock::now());
+    }
+    client.setSearchInterval(kNoSearch); // the last answers may be on their way
+    const auto isAnswered = [](const auto& server) { return server.answers == server.queries; };
+    while (Clock::now() < end + kAnswerPatience &&
+           !std::ranges::all_of(client.foundServers(), isAnswered)) {
+        client.waitForCommunicators(kAnswerPoll);
     }
     CheckResults results;
     std::size_t tried = 0;
@@ -250,21 +301,18 @@ CheckResults checkServers(const NetworkOptions& options) {
             result.values.emplace_back("roundTripMs", server.roundTripSeconds * 1e3);
         }
         double seconds = 0.0;
-        if (tried++ >= kMaxServersTried) {
-            continue;
-        }
-        if (!reach(server.address, server.port, seconds)) {
+        const bool isTried = tried++ < kMaxServersTried;
+        if (isTried && !reach(server.address, server.port, seconds)) {
             result.verdict = Verdict::Problem;
             result.text += ", but its TCP port cannot be reached";
             result.advice = "allow TCP port " + std::to_string(server.port) +
                             " through the firewalls; orvel serve --tcp-port keeps it the same";
-        } else {
+        } else if (isTried) {
             result.text += ", takes connections in " + milliseconds(seconds);
             result.values.emplace_back("connectMs", seconds * 1e3);
-            if (server.roundTripSeconds > kLongRoundTrip) {
-                result.verdict = Verdict::Warning;
-                result.advice = "the network is slow or busy; movement arrives late";
-            }
+        }
+        if (server.answers > 0) {
+            results.push_back(serverTiming(server));
         }
     }
     if (results.empty()) {

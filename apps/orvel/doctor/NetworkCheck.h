@@ -14,8 +14,8 @@ CheckResults checkMulticast(const NetworkOptions& options);
 /// Checks that the search port is usable by a server, and that `ports` are free for TCP and UDP.
 CheckResults checkPorts(const NetworkOptions& options, const std::vector<unsigned short>& ports);
 
-/// Searches for servers for a second. Reports the id and round trip of each, and whether its TCP
-/// port can be reached.
+/// Searches for servers for a second, with 20 queries. Reports the id and round trip of each,
+/// whether its TCP port can be reached, and the jitter and loss of the network to it.
 CheckResults checkServers(const NetworkOptions& options);
 
 /// Checks how many files and connections this process may open.
