@@ -116,6 +116,9 @@ class Desk(PageCase):
                               touchPoints=[{"x": a, "y": b} for a, b in points])
         self.wait_for_place(url, 12, [4, 1, 2])
         self.assertTrue(self.browser.value("document.documentElement.scrollWidth <= innerWidth"))
+        self.wait_for_value(  # the page knows that there is something to save
+            "[...document.querySelectorAll('button')].find((b) => b.textContent === 'Save').disabled",
+            False)
         self.press("Save")
         self.wait_for_value("document.querySelector('.message').textContent", "Saved scene.json.")
         x, y, z = self.emitter(url, 12)["position"]
