@@ -721,28 +721,25 @@ const char* Server::differenceOf(const CheckEvent::Part& part) {
     detail::Rounding rounding(part.rounding);
     const Source* source = part.kind == Kind::Source ? getSource(part.id) : nullptr;
     const Emitter* emitter = part.kind == Kind::Emitter ? getEmitter(part.id) : nullptr;
-    std::uint64_t hash = part.hash; // of kinds that later releases send
+    const auto compared = [&part](std::uint64_t hash) { return hash == part.hash ? nullptr : ""; };
     switch (part.kind) {
     case Kind::Switch:
-        hash = detail::hashOf(enabled());
-        break;
+        return compared(detail::hashOf(enabled()));
     case Kind::Listener:
-        hash = detail::hashOfListener(*this, rounding);
-        break;
+        return compared(detail::hashOfListener(*this, rounding));
     case Kind::Source:
         if (source == nullptr) {
             return " (missing)";
         }
-        hash = detail::hashOf(*source, source->state(), receivedPitch(*source));
-        break;
+        return compared(detail::hashOf(*source, source->state(), receivedPitch(*source)));
     case Kind::Emitter:
         if (emitter == nullptr) {
             return " (missing)";
         }
-        hash = detail::hashOf(*emitter, emitter->state(), receivedGain(*emitter), rounding);
-        break;
+        return compared(
+            detail::hashOf(*emitter, emitter->state(), receivedGain(*emitter), rounding));
     }
-    return hash == part.hash ? nullptr : "";
+    return nullptr; // a kind that a later release sends
 }
 
 std::optional<Corvid::Communicator*> Server::soleDriver() const {

@@ -73,6 +73,7 @@ std::vector<Limit> hullOf(std::vector<Limit>& points) {
 void prune(std::vector<std::pair<std::int64_t, std::int64_t>>& limits, int sign) {
     const auto [x0, y0] = limits.front();
     std::vector<Limit> points;
+    points.reserve(limits.size());
     for (const auto& [x, y] : limits) {
         points.push_back({static_cast<double>(x - x0), sign * static_cast<double>(y - y0)});
     }
