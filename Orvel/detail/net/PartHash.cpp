@@ -52,7 +52,7 @@ std::uint64_t Rounding::cellOf(float component) {
     constexpr double kCells = 1U << 17U;                      // to a unit
     constexpr float kMaxRounded = 0x1p30F;                    // larger ones are exact
     constexpr std::uint64_t kExact = std::uint64_t{1} << 62U; // besides the bits
-    const std::uint8_t bit = 1U << count_++;
+    const auto bit = static_cast<std::uint8_t>(1U << count_++);
     if (!(std::abs(component) < kMaxRounded)) { // or no number
         return kExact | std::bit_cast<std::uint32_t>(component);
     }
