@@ -68,9 +68,9 @@ void Activity::moveTo(double seconds) {
 }
 
 bool Activity::advance() {
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(kMaxPieceMs);
-    while (columns_.size() < kColumns && Clock::now() < deadline) {
+    using std::chrono::steady_clock;
+    const auto deadline = steady_clock::now() + std::chrono::milliseconds(kMaxPieceMs);
+    while (columns_.size() < kColumns && steady_clock::now() < deadline) {
         const double columnEnd = end_ * static_cast<double>(columns_.size() + 1) / kColumns;
         const double next = player_->nextChange(now_);
         if (next <= columnEnd) {
